@@ -1,0 +1,78 @@
+#include "base/Ascii.h"
+
+#include <cstring>
+
+namespace tv {
+
+bool isAscii(std::string_view text) {
+    uint64_t high = 0;
+    size_t i = 0;
+    for (; i + sizeof high <= text.size(); i += sizeof high) {
+        uint64_t word;
+        std::memcpy(&word, text.data() + i, sizeof word);
+        high |= word;
+    }
+    for (; i < text.size(); ++i) {
+        high |= static_cast<uint8_t>(text[i]);
+    }
+    return (high & 0x8080808080808080) == 0;
+}
+
+std::string asciiLower(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        c = asciiLower(c);
+    }
+    return out;
+}
+
+std::string asciiUpper(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        c = asciiUpper(c);
+    }
+    return out;
+}
+
+bool equalsIgnoreCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && startsWithIgnoreCase(a, b);
+}
+
+bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
+    if (text.size() < prefix.size()) return false;
+    for (size_t i = 0; i < prefix.size(); ++i) {
+        if (asciiLower(text[i]) != asciiLower(prefix[i])) return false;
+    }
+    return true;
+}
+
+size_t findIgnoreCase(std::string_view text, std::string_view wanted) {
+    for (size_t at = 0; at + wanted.size() <= text.size(); ++at) {
+        if (startsWithIgnoreCase(text.substr(at), wanted)) return at;
+    }
+    return std::string_view::npos;
+}
+
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && isBlank(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isBlank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+std::string replaceAll(std::string_view text, std::string_view wanted, std::string_view by) {
+    std::string out;
+    size_t from = 0;
+    for (;;) {
+        const size_t at = wanted.empty() ? std::string_view::npos : text.find(wanted, from);
+        out.append(text, from, at - from);
+        if (at == std::string_view::npos) return out;
+        out.append(by);
+        from = at + wanted.size();
+    }
+}
+
+}  // namespace tv

@@ -1,0 +1,55 @@
+#include "log/ClsBase.h"
+
+#include <bit>
+#include <string>
+
+namespace tv {
+
+XString ClsBase::lastErrorText() {
+    const std::lock_guard guard(lock_);
+    std::string text;
+    log_.getText(text);
+    return XString(text);
+}
+
+void ClsBase::setVerboseLogging(bool verbose) {
+    const std::lock_guard guard(lock_);
+    verbose_ = verbose;
+}
+
+void ClsBase::setDebugLogFilePath(const XString& path) {
+    const std::lock_guard guard(lock_);
+    log_.setDebugLogPath(path.utf8());
+}
+
+void ClsBase::setUncommonOptions(const XString& options) {
+    const std::lock_guard guard(lock_);
+    log_.setOptions(options.utf8());
+}
+
+ClsBase::Operation::Operation(ClsBase& object, std::string_view name)
+    : guard_(object.lock_), object_(object) {
+    constexpr bool kLittle = std::endian::native == std::endian::little;
+    LogBase& log = object_.log_;
+    log.setVerbose(object_.verbose_);
+    log.clearLog();
+    log.enterContext(name, 1);
+    log.logData("DllDate", "Mar 29 2024");
+    log.logData("TolvaneVersion", "9.5.0.98");
+    log.logData("Architecture", std::string(kLittle ? "Little Endian; " : "Big Endian; ") +
+                                    std::to_string(8 * sizeof(void*)) + "-bit");
+    log.logData("Language", "C");
+    log.logDataLong("VerboseLogging", object_.verbose_);
+}
+
+ClsBase::Operation::~Operation() {
+    LogBase& log = object_.log_;
+    if (success_) {
+        log.logInfo("Success.");
+    } else {
+        log.logError("Failed.");
+    }
+    log.leaveContext();
+}
+
+}  // namespace tv

@@ -1,0 +1,15 @@
+#include "log/LogBase.h"
+
+#include "platform/SysClock.h"
+
+namespace tv {
+
+bool LogBase::logElapsed(std::string_view name, uint64_t startTickMs) {
+    if (null_) return true;
+    const uint64_t now = plat::sysClock().tickMs();
+    constexpr uint64_t kImplausible = 900000000;
+    if (now < startTickMs || now - startTickMs >= kImplausible) return true;
+    return logData(name, "Elapsed time: " + std::to_string(now - startTickMs) + " millisec");
+}
+
+}  // namespace tv

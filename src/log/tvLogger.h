@@ -1,0 +1,57 @@
+// The real log: entries in a tree and, where a path is set, line by line in a debug file.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "log/LogBase.h"
+#include "log/tvErrorLog.h"
+
+namespace tv {
+
+class _tvLogger final : public LogBase {
+public:
+    _tvLogger();
+
+    bool logText(std::string_view text) override;
+    bool logVerbose(std::string_view text) override;
+    void getText(std::string& out) override;
+    bool logDataVerbose(std::string_view name, std::string_view value) override;
+    bool logError(std::string_view text) override;
+    bool logInfo(std::string_view text) override;
+    bool logDataHex(std::string_view name, std::span<const uint8_t> bytes) override;
+    void clearLog() override;
+    bool enterContext(std::string_view name, int show) override;
+    bool leaveContext() override;
+    bool logData(std::string_view name, std::string_view value) override;
+    bool logDataX(std::string_view name, const XString& value) override;
+    bool logDataLong(std::string_view name, int64_t number) override;
+    bool hasOption(std::string_view keyword) const override;
+
+    // UTF-8 path of the debug file; empty turns it off. A file that cannot be opened is skipped
+    // line by line.
+    void setDebugLogPath(std::string_view utf8Path);
+    // Free-form text, tested by substring.
+    void setOptions(std::string_view options) { options_ = options; }
+    int depth() const { return depth_; }
+
+private:
+    struct OpenContext {
+        uint64_t startTickMs;
+        bool show;
+    };
+
+    bool addText(EntryKind kind, std::string_view text);
+    void writeDebugLine(std::string_view line, std::string_view lineEnd) const;
+
+    // One thread may read the text while another is still writing entries.
+    mutable std::recursive_mutex lock_;
+    tvErrorLog errorLog_;
+    std::vector<OpenContext> open_;
+    int depth_ = 0;
+    std::string debugLogPath_;
+    std::string options_;
+};
+
+}  // namespace tv

@@ -1,0 +1,57 @@
+// One message as its host composes it: addresses, subject, HTML body, logo, attachments.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/XString.h"
+#include "log/ClsBase.h"
+
+namespace tv {
+
+class Email2;
+
+class ClsEmail : public ClsBase {
+public:
+    ClsEmail();
+    ~ClsEmail() override;
+
+    bool isAlive() const;
+
+    bool AddTo(const XString& name, const XString& address);
+    bool AddCC(const XString& name, const XString& address);
+    bool AddBcc(const XString& name, const XString& address);
+    // Ignored without a word when the text holds no "@".
+    void put_FromAddress(const XString& address);
+    void put_Subject(const XString& subject);
+    bool SetHtmlBody(const XString& html);
+    bool AddFileAttachment(const XString& path, XString& contentType);
+    // contentId comes without angle brackets.
+    bool AddRelatedFile(const XString& path, XString& contentId);
+    void ClearTo();
+    void ClearCC();
+    void ClearBcc();
+    void DropAttachments();
+    void DropRelatedItems();
+    // Removes the plain-text and the HTML body; what is left renders without one.
+    void RemovePlainTextAlternative();
+    void RemoveHtmlAlternative();
+    // Clears the sender, which put_FromAddress with an empty text does not.
+    void ClearFrom();
+
+    // For the mail manager, which logs into a log of its own.
+
+    // The envelope sender by the order of its sources; logs which one won (verbose).
+    std::string getSmtpReversePath(LogBase& log) const;
+    // Bare addresses of To, Cc and Bcc, in that order.
+    std::vector<std::string> getAllRecipientAddressesA() const;
+    // The copy that is sent, with a fresh Message-ID and Date; nullptr with the reason logged. The
+    // message itself never changes; bodies are shared with it, not copied.
+    std::unique_ptr<Email2> createEmailForSending(bool autoMessageId, LogBase& log) const;
+
+private:
+    std::unique_ptr<Email2> root_;
+};
+
+}  // namespace tv

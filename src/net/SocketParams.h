@@ -1,0 +1,48 @@
+// What one call into the transport is given and what it reports beside success: the caller's
+// progress monitor, and why an operation ended early.
+#pragma once
+
+#include <cstdint>
+
+#include "net/ProgressMonitor.h"
+
+namespace tv {
+
+// Written to the log under "ConnectFailReason"; the numbers are part of the log's language.
+enum class ConnectFailReason : int {
+    None = 0,
+    EmptyHostname = 1,
+    DnsFailed = 2,
+    DnsTimeout = 3,
+    Aborted = 4,
+    InternalError = 5,
+    Timeout = 6,
+    Rejected = 7,
+    TlsNoServerHello = 103,
+    NoServerCertificate = 104,
+    CertificateInvalid = 106,
+    CertificateRequirement = 108,
+    TlsServerHelloUnreadable = 127,
+};
+
+struct SocketParams {
+    ProgressMonitor* monitor = nullptr;  // not owned; may be null
+    uint32_t heartbeatMs = 0;            // how often a wait returns to look for an abort; 0: default
+    bool fineSlices = false;             // look more often than that
+
+    bool aborted = false;   // set by the transport when the monitor asked to stop
+    bool timedOut = false;  // set by the transport when a wait ran out
+    ConnectFailReason connectFailReason = ConnectFailReason::None;
+
+    // Asks the monitor and remembers a yes.
+    bool checkAbort() {
+        if (monitor && monitor->abortRequested()) aborted = true;
+        return aborted;
+    }
+    void clearOutcome() {
+        aborted = timedOut = false;
+        connectFailReason = ConnectFailReason::None;
+    }
+};
+
+}  // namespace tv

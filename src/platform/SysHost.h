@@ -1,0 +1,28 @@
+// What the system says of this machine and this process.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tv::plat {
+
+class SysHost {
+public:
+    virtual ~SysHost() = default;
+    // The computer name (Windows: the NetBIOS name; POSIX: the host name up to the first dot), UTF-8.
+    virtual std::string computerName() = 0;
+    // The ANSI code page. POSIX: 65001 unless LC_ALL, LC_CTYPE or LANG names another charset.
+    virtual uint32_t ansiCodePage() = 0;
+    virtual uint32_t oemCodePage() = 0;
+};
+
+SysHost& sysHost();
+
+// For tests: as replaceSysClock.
+SysHost* replaceSysHost(SysHost* host);
+
+// The code page that a POSIX locale name ("hu_HU.ISO-8859-2") selects; 65001 where none is named or
+// the name is C, POSIX, us-ascii or unknown.
+uint32_t codePageOfLocale(const std::string& locale);
+
+}  // namespace tv::plat

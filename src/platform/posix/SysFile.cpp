@@ -1,0 +1,98 @@
+#include "platform/SysFile.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tv::plat {
+namespace {
+
+int descriptor(intptr_t handle) { return static_cast<int>(handle); }
+
+int openRetrying(const std::string& path, int flags) {
+    int fd;
+    do {
+        fd = ::open(path.c_str(), flags | O_CLOEXEC, 0666);
+    } while (fd < 0 && errno == EINTR);
+    return fd;
+}
+
+bool isRegular(int fd) {
+    struct stat info;
+    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+}  // namespace
+
+bool SysFile::openRead(std::string_view utf8Path) {
+    close();
+    // O_NONBLOCK: a FIFO without a writer must not hold the host up.
+    const int fd = openRetrying(std::string(utf8Path), O_RDONLY | O_NONBLOCK);
+    if (fd < 0) return false;
+    if (!isRegular(fd)) {
+        ::close(fd);
+        return false;
+    }
+    handle_ = fd;
+    return true;
+}
+
+bool SysFile::openAppend(std::string_view utf8Path) {
+    close();
+    if (utf8Path.empty() || utf8Path.back() == '/' || utf8Path.back() == '\\') return false;
+    const int fd = openRetrying(std::string(utf8Path), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK);
+    if (fd < 0) return false;
+    handle_ = fd;
+    return true;
+}
+
+bool SysFile::size(uint64_t& out) const {
+    struct stat info;
+    if (!isOpen() || fstat(descriptor(handle_), &info) != 0) return false;
+    out = static_cast<uint64_t>(info.st_size);
+    return true;
+}
+
+bool SysFile::read(void* out, size_t size, size_t& got) {
+    got = 0;
+    ssize_t done;
+    do {
+        done = ::read(descriptor(handle_), out, size < SSIZE_MAX ? size : SSIZE_MAX);
+    } while (done < 0 && errno == EINTR);
+    if (done < 0) return false;
+    got = static_cast<size_t>(done);
+    return true;
+}
+
+bool SysFile::write(const void* data, size_t size) {
+    const char* from = static_cast<const char*>(data);
+    while (size > 0) {
+        const ssize_t done = ::write(descriptor(handle_), from, size);
+        if (done < 0 && errno == EINTR) continue;
+        if (done <= 0) return false;
+        from += done;
+        size -= static_cast<size_t>(done);
+    }
+    return true;
+}
+
+bool SysFile::close() {
+    if (!isOpen()) return true;
+    const bool closed = ::close(descriptor(handle_)) == 0;
+    handle_ = kNone;
+    return closed;
+}
+
+bool isRegularFile(std::string_view utf8Path) {
+    struct stat info;
+    return stat(std::string(utf8Path).c_str(), &info) == 0 && S_ISREG(info.st_mode);
+}
+
+std::string currentDirectory() {
+    char path[PATH_MAX];
+    return getcwd(path, sizeof path) ? path : "";
+}
+
+}  // namespace tv::plat

@@ -1,0 +1,37 @@
+#include "platform/SysHost.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include "platform/Replaceable.h"
+
+namespace tv::plat {
+namespace {
+
+class PosixHost final : public SysHost {
+public:
+    std::string computerName() override {
+        char name[256] = {};
+        if (gethostname(name, sizeof name - 1) != 0) return {};
+        const std::string full = name;
+        return full.substr(0, full.find('.'));
+    }
+
+    uint32_t ansiCodePage() override {
+        for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+            const char* value = getenv(variable);
+            if (value && *value) return codePageOfLocale(value);
+        }
+        return codePageOfLocale("");
+    }
+
+    uint32_t oemCodePage() override { return ansiCodePage(); }
+};
+
+}  // namespace
+
+SysHost& sysHost() { return Replaceable<SysHost>::get<PosixHost>(); }
+
+SysHost* replaceSysHost(SysHost* host) { return Replaceable<SysHost>::replace(host); }
+
+}  // namespace tv::plat

@@ -1,0 +1,92 @@
+#include "platform/SysFile.h"
+
+#include <windows.h>
+
+#include "platform/win32/WidePath.h"
+
+namespace tv::plat {
+namespace {
+
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD kLargestStep = 1u << 20;
+
+HANDLE asHandle(intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+
+DWORD stepOf(size_t size) { return size > kLargestStep ? kLargestStep : static_cast<DWORD>(size); }
+
+}  // namespace
+
+bool SysFile::openRead(std::string_view utf8Path) {
+    close();
+    const HANDLE file = CreateFileW(widen(utf8Path).c_str(), GENERIC_READ, kShareAll, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    if (GetFileType(file) != FILE_TYPE_DISK) {
+        CloseHandle(file);
+        return false;
+    }
+    handle_ = reinterpret_cast<intptr_t>(file);
+    return true;
+}
+
+bool SysFile::openAppend(std::string_view utf8Path) {
+    close();
+    if (utf8Path.empty() || utf8Path.back() == '/' || utf8Path.back() == '\\') return false;
+    const HANDLE file = CreateFileW(widen(utf8Path).c_str(), FILE_APPEND_DATA, kShareAll, nullptr,
+                                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    handle_ = reinterpret_cast<intptr_t>(file);
+    return true;
+}
+
+bool SysFile::size(uint64_t& out) const {
+    LARGE_INTEGER size;
+    if (!isOpen() || !GetFileSizeEx(asHandle(handle_), &size)) return false;
+    out = static_cast<uint64_t>(size.QuadPart);
+    return true;
+}
+
+bool SysFile::read(void* out, size_t size, size_t& got) {
+    DWORD done = 0;
+    got = 0;
+    if (!isOpen() || !ReadFile(asHandle(handle_), out, stepOf(size), &done, nullptr)) return false;
+    got = done;
+    return true;
+}
+
+bool SysFile::write(const void* data, size_t size) {
+    const char* from = static_cast<const char*>(data);
+    while (size > 0) {
+        DWORD done = 0;
+        if (!isOpen() || !WriteFile(asHandle(handle_), from, stepOf(size), &done, nullptr) ||
+            done == 0) {
+            return false;
+        }
+        from += done;
+        size -= done;
+    }
+    return true;
+}
+
+bool SysFile::close() {
+    if (!isOpen()) return true;
+    const bool closed = CloseHandle(asHandle(handle_)) != 0;
+    handle_ = kNone;
+    return closed;
+}
+
+bool isRegularFile(std::string_view utf8Path) {
+    const DWORD attributes = GetFileAttributesW(widen(utf8Path).c_str());
+    constexpr DWORD kOther = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE;
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kOther) == 0;
+}
+
+std::string currentDirectory() {
+    const DWORD needed = GetCurrentDirectoryW(0, nullptr);
+    std::wstring path(needed, L'\0');
+    const DWORD size = needed ? GetCurrentDirectoryW(needed, path.data()) : 0;
+    path.resize(size < needed ? size : 0);
+    return narrow(path);
+}
+
+}  // namespace tv::plat

@@ -1,0 +1,29 @@
+#include "platform/SysHost.h"
+
+#include <windows.h>
+
+#include "platform/Replaceable.h"
+#include "platform/win32/WidePath.h"
+
+namespace tv::plat {
+namespace {
+
+class WindowsHost final : public SysHost {
+public:
+    std::string computerName() override {
+        wchar_t name[MAX_COMPUTERNAME_LENGTH + 1];
+        DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
+        if (!GetComputerNameW(name, &size)) return {};
+        return narrow(std::wstring_view(name, size));
+    }
+    uint32_t ansiCodePage() override { return GetACP(); }
+    uint32_t oemCodePage() override { return GetOEMCP(); }
+};
+
+}  // namespace
+
+SysHost& sysHost() { return Replaceable<SysHost>::get<WindowsHost>(); }
+
+SysHost* replaceSysHost(SysHost* host) { return Replaceable<SysHost>::replace(host); }
+
+}  // namespace tv::plat
