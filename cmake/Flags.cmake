@@ -3,13 +3,17 @@
 add_library(tv_flags INTERFACE)
 target_compile_features(tv_flags INTERFACE cxx_std_20)
 target_compile_options(tv_flags INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wformat=2
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wcast-align -Wformat=2
     -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference -Wimplicit-fallthrough -Werror
     -fvisibility=hidden -fstack-protector-strong
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # GCC 12 reports null dereferences inside its own inlined library code.
-    target_compile_options(tv_flags INTERFACE -Wno-null-dereference -Wduplicated-cond -Wlogical-op)
+    # GCC 12 reports null dereferences inside its own inlined library code, and, with plain -Wshadow,
+    # scoped enumerators that have the name of a class.
+    target_compile_options(tv_flags INTERFACE
+        -Wno-null-dereference -Wshadow=local -Wduplicated-cond -Wlogical-op)
+else()
+    target_compile_options(tv_flags INTERFACE -Wshadow)
 endif()
 if(WIN32)
     # Hosts enter with a 4-byte aligned stack: SSE for all floating point, exports realign.

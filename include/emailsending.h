@@ -1,4 +1,38 @@
-/* Sends e-mail: the 24 functions of the plug-in, for C and C++ hosts on Windows and Linux. */
+/*
+ * Sends e-mail: the 24 functions of the plug-in, for C and C++ hosts on Windows and Linux.
+ *
+ * One message at a time, from one thread:
+ *
+ *     Initialise();
+ *     setSmtpHost("mail.example.com");
+ *     setFromAddress("me@example.com");
+ *     if (!setRecipient("you@example.com")) ...
+ *     setSubject("Hello");
+ *     setBody("<p>Hello</p>{LOGO}");
+ *     setLogo("logo.png");               // always after setBody: it hands the body over
+ *     if (!szBrisko()) puts(getLastError());
+ *
+ * Windows: emailsending.dll is a 32-bit library. Its functions are stdcall, exported with a leading
+ * underscore and the bytes of their arguments ("_setSmtpHost@4", "_szBrisko@0"). Link with
+ * libemailsending.dll.a or look the names up. Linux: libemailsending.so exports the plain names.
+ *
+ * Strings are zero-terminated and belong to the caller: each is read during the call and copied.
+ * NULL is the empty string. Server name, user, password, login method, login domain and the text of
+ * getLastError are in the ANSI code page of the process (Linux: UTF-8, unless LC_ALL, LC_CTYPE or
+ * LANG names another charset). Sender, recipients, subject, body and file names are UTF-8; bytes
+ * that are not UTF-8 are taken as ANSI text.
+ *
+ * Numbers are 32 bits. Results that are flags are int and exactly 0 or 1. Of a flag that is passed
+ * in, the lowest byte counts: 256 is false.
+ *
+ * A host may call with any floating-point control word and, on i386, with a stack that is aligned to
+ * 4 bytes; the library sets and restores what it needs. No C++ exception leaves a function. The
+ * library starts no thread, and several threads may not call it at the same time. It may be unloaded
+ * at any time; an open connection is then dropped.
+ *
+ * Before the first Initialise, a function that works on the server's settings or on the message does
+ * nothing and returns 0.
+ */
 #ifndef EMAILSENDING_H
 #define EMAILSENDING_H
 
@@ -12,30 +46,139 @@
 extern "C" {
 #endif
 
+/*
+ * Makes the server's settings and the message anew, with their defaults; what an earlier call made is
+ * dropped, an open connection with it. The body of setBody and the last error stay. Returns 0.
+ */
 int EMAILSENDING_CALL Initialise(void);
+
+/* ---- The server. These settings hold until the next Initialise; none of them can fail. ---- */
+
+/*
+ * Name or address of the mail server. Letters are made lower-case, "http://", "https://" and "/" are
+ * removed, and so is white space at both ends. ANSI. A name that does not exist shows in szBrisko.
+ */
 void EMAILSENDING_CALL setSmtpHost(const char* host);
+
+/*
+ * Port of the mail server, 25 at first. 0 is ignored; any other value is kept as it is. The usual
+ * ports correct the encryption when a message is sent: 465 is encrypted from the first byte, 25 never
+ * is, 110 and 143 become 25.
+ */
 void EMAILSENDING_CALL setSmtpPort(int port);
-void EMAILSENDING_CALL setFromAddress(const char* address);
-void EMAILSENDING_CALL setSmtpPassword(const char* password);
-int EMAILSENDING_CALL setNoopCount(int count);
+
+/* User name for the login; empty (the default) for none. ANSI. */
 void EMAILSENDING_CALL setSmtpUser(const char* user);
-void EMAILSENDING_CALL setUseSSL(int flag);
-void EMAILSENDING_CALL setStartTls(int flag);
-void EMAILSENDING_CALL setLogging(void);
-void EMAILSENDING_CALL setVerboseLogging(void);
-int EMAILSENDING_CALL setDefaultNtlmVersion(int version);
+
+/*
+ * Password for the login. ANSI. The library's copy appears in no log and no error text and is wiped
+ * from memory when it is replaced.
+ */
+void EMAILSENDING_CALL setSmtpPassword(const char* password);
+
+/*
+ * Login method: "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "XOAUTH2" or "NONE" in any letter case; empty
+ * (the default) takes the best that the server offers. A text of several words counts as the first of
+ * LOGIN, PLAIN and NTLM that it contains. ANSI.
+ */
 void EMAILSENDING_CALL setSmtpAuthMethod(const char* method);
+
+/* Windows domain for an NTLM login. ANSI. */
 void EMAILSENDING_CALL setLoginDomain(const char* domain);
-void EMAILSENDING_CALL setSubject(const char* subject);
-void EMAILSENDING_CALL setAttachment(const char* path);
-void EMAILSENDING_CALL setLogo(const char* path);
-void EMAILSENDING_CALL setBody(const char* body);
+
+/*
+ * Version of NTLM for logins: 1, or any other value for version 2, the default. Holds for the whole
+ * process, whatever Initialise does, and may be set before it. Returns version.
+ */
+int EMAILSENDING_CALL setDefaultNtlmVersion(int version);
+
+/* TLS from the first byte of the connection (port 465). Off at first. */
+void EMAILSENDING_CALL setUseSSL(int flag);
+
+/*
+ * TLS by STARTTLS after the greeting; a server that does not offer it is then not used. Off at first,
+ * when TLS is still used with a server that offers it; setStartTls(0) says no to that too.
+ */
+void EMAILSENDING_CALL setStartTls(int flag);
+
+/* Kept for older hosts: the number is stored and has no effect. Returns count. */
+int EMAILSENDING_CALL setNoopCount(int count);
+
+/*
+ * From now on every message that is sent is appended to "emailsending.log" in the directory that is
+ * current when it is sent, between "--BEGIN SENT TOLVANE EMAIL--" and "--END SENT TOLVANE EMAIL--".
+ * If the file cannot be opened the message is sent all the same.
+ */
+void EMAILSENDING_CALL setLogging(void);
+
+/* Makes the text of getLastError say more when the server cannot be reached. */
+void EMAILSENDING_CALL setVerboseLogging(void);
+
+/* ---- The message. It is empty after Initialise, after ResetEmail and after each send. ---- */
+
+/*
+ * Sender, "me@example.com" or "My Name <me@example.com>". UTF-8. A text without "@" is ignored; a
+ * missing sender shows in szBrisko if the server objects to it.
+ */
+void EMAILSENDING_CALL setFromAddress(const char* address);
+
+/*
+ * One more recipient of its kind; several in one text are parted by "," or ";". UTF-8. Returns 1 if
+ * it was added and 0 if not: there is no address in the text.
+ * Whether the server takes the address shows in szBrisko.
+ */
 int EMAILSENDING_CALL setRecipient(const char* address);
 int EMAILSENDING_CALL setCC(const char* address);
+/* Blind copy: named to the server, not in the message. */
 int EMAILSENDING_CALL setBCC(const char* address);
-int EMAILSENDING_CALL szBrisko(void);
-const char* EMAILSENDING_CALL getLastError(void);
+
+/* Subject. UTF-8; line breaks are removed. */
+void EMAILSENDING_CALL setSubject(const char* subject);
+
+/*
+ * HTML text of the body. UTF-8. It becomes part of the message by setLogo alone and stays for later
+ * messages. The first "{LOGO}" in it marks the place of the logo.
+ */
+void EMAILSENDING_CALL setBody(const char* body);
+
+/*
+ * Hands the body of setBody over to the message. path names an image (UTF-8) that travels along and
+ * is shown where "{LOGO}" stands; with an empty path, or where the file cannot be read, "{LOGO}" is
+ * removed. The kept body is changed in the same way. A failure is not reported.
+ */
+void EMAILSENDING_CALL setLogo(const char* path);
+
+/*
+ * One more file to go with the message. path is UTF-8. A file that cannot be read is not attached,
+ * the message stays as it is, and the user is told: by a message box that waits for OK; as a line to
+ * the debugger where the process has no visible desktop (a service); on Linux as a line on stderr.
+ * There is no result and getLastError does not change: a host that has to know checks the file first.
+ */
+void EMAILSENDING_CALL setAttachment(const char* path);
+
+/* Drops the message: recipients, sender, subject, body, logo, attachments. The text of setBody and
+ * the server's settings stay. */
 void EMAILSENDING_CALL ResetEmail(void);
+
+/* ---- Sending. ---- */
+
+/*
+ * Connects to the server for a trial, then sends the message. Returns 1 when the server has accepted
+ * it, and 0 when not; then getLastError tells why:
+ *  - the trial failed (no server, no greeting, no encryption): the account of the trial. The message
+ *    is kept, a later szBrisko may send it.
+ *  - the message was refused or the connection lost: the dialogue with the server. The message is
+ *    dropped, as after a success.
+ *  - Initialise has not been called: a sentence that says so.
+ * A message of which some recipients are refused still goes to the others and counts as accepted.
+ */
+int EMAILSENDING_CALL szBrisko(void);
+
+/*
+ * What went wrong in the last szBrisko; empty after a success and before the first. ANSI. The text
+ * belongs to the library and is valid until the next szBrisko or until the library is unloaded.
+ */
+const char* EMAILSENDING_CALL getLastError(void);
 
 #ifdef __cplusplus
 }

@@ -7,17 +7,29 @@
 
 namespace tv {
 
-constexpr bool isAsciiUpper(char c) { return c >= 'A' && c <= 'Z'; }
-constexpr bool isAsciiLower(char c) { return c >= 'a' && c <= 'z'; }
-constexpr bool isAsciiDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool isAsciiUpper(char c) {
+    return c >= 'A' && c <= 'Z';
+}
+constexpr bool isAsciiLower(char c) {
+    return c >= 'a' && c <= 'z';
+}
+constexpr bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 constexpr bool isAsciiAlnum(char c) {
     return isAsciiUpper(c) || isAsciiLower(c) || isAsciiDigit(c);
 }
-constexpr char asciiLower(char c) { return isAsciiUpper(c) ? static_cast<char>(c + 32) : c; }
-constexpr char asciiUpper(char c) { return isAsciiLower(c) ? static_cast<char>(c - 32) : c; }
+constexpr char asciiLower(char c) {
+    return isAsciiUpper(c) ? static_cast<char>(c + 32) : c;
+}
+constexpr char asciiUpper(char c) {
+    return isAsciiLower(c) ? static_cast<char>(c - 32) : c;
+}
 
 // White space as host texts and SMTP replies hold it: space, tab, CR, LF.
-constexpr bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+constexpr bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
 
 // True if no byte is above 127.
 bool isAscii(std::string_view text);

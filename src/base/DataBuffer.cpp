@@ -20,7 +20,9 @@ DataBuffer& DataBuffer::operator=(DataBuffer&& other) noexcept {
     return *this;
 }
 
-DataBuffer::~DataBuffer() { std::free(block_); }
+DataBuffer::~DataBuffer() {
+    std::free(block_);
+}
 
 bool DataBuffer::reserve(size_t capacity) {
     if (capacity <= capacity_) return true;
@@ -47,7 +49,9 @@ bool DataBuffer::append(std::span<const uint8_t> bytes) {
     return true;
 }
 
-bool DataBuffer::append(std::string_view text) { return append({bytesOf(text), text.size()}); }
+bool DataBuffer::append(std::string_view text) {
+    return append({bytesOf(text), text.size()});
+}
 
 bool DataBuffer::resize(size_t size) {
     if (size > size_) {

@@ -39,8 +39,8 @@ XString XString::fromHost(const char* text, bool isUtf8) {
 
 XString XString::fromAnsi(std::string_view bytes) {
     XString out;
-    out.text_ = isAscii(bytes) ? std::string(bytes)
-                               : codePageToUtf8(plat::sysHost().ansiCodePage(), bytes);
+    out.text_ =
+        isAscii(bytes) ? std::string(bytes) : codePageToUtf8(plat::sysHost().ansiCodePage(), bytes);
     return out;
 }
 
@@ -54,7 +54,9 @@ std::string XString::ansi() const {
     return isAscii(text_) ? text_ : utf8ToCodePageLossy(plat::sysHost().ansiCodePage(), text_);
 }
 
-void XString::trim() { setUtf8(trimmed(text_)); }
+void XString::trim() {
+    setUtf8(trimmed(text_));
+}
 
 void XString::toLowerAscii() {
     for (char& c : text_) {

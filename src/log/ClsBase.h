@@ -46,7 +46,7 @@ protected:
         bool success_ = false;
     };
 
-    std::recursive_mutex lock_;
+    mutable std::recursive_mutex lock_;
     _tvLogger log_;
 
 private:

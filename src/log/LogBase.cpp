@@ -4,6 +4,10 @@
 
 namespace tv {
 
+bool LogBase::logDataLong(std::string_view name, int64_t number) {
+    return null_ || logData(name, std::to_string(number));
+}
+
 bool LogBase::logElapsed(std::string_view name, uint64_t startTickMs) {
     if (null_) return true;
     const uint64_t now = plat::sysClock().tickMs();

@@ -37,10 +37,11 @@ public:
     virtual bool logData(std::string_view name, std::string_view value) = 0;
     // A secret string is shown as "{PasswordOrCredentials}".
     virtual bool logDataX(std::string_view name, const XString& value) = 0;
-    virtual bool logDataLong(std::string_view name, int64_t number) = 0;
     // True if the free-form options text that travels with the log holds the keyword.
     virtual bool hasOption(std::string_view keyword) const = 0;
 
+    // As signed decimal; a flag as 0 or 1.
+    bool logDataLong(std::string_view name, int64_t number);
     bool logDataBool(std::string_view name, bool value) { return logDataLong(name, value); }
     // "Elapsed time: N millisec" since a tick count; nothing if the clock jumped.
     bool logElapsed(std::string_view name, uint64_t startTickMs);

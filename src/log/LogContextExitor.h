@@ -9,7 +9,9 @@ namespace tv {
 
 class LogContextExitor {
 public:
-    LogContextExitor(LogBase& log, std::string_view name) : log_(log) { log_.enterContext(name, 1); }
+    LogContextExitor(LogBase& log, std::string_view name) : log_(log) {
+        log_.enterContext(name, 1);
+    }
     ~LogContextExitor() { log_.leaveContext(); }
     LogContextExitor(const LogContextExitor&) = delete;
     LogContextExitor& operator=(const LogContextExitor&) = delete;

@@ -21,7 +21,6 @@ public:
     bool leaveContext() override { return true; }
     bool logData(std::string_view, std::string_view) override { return true; }
     bool logDataX(std::string_view, const XString&) override { return true; }
-    bool logDataLong(std::string_view, int64_t) override { return true; }
     bool hasOption(std::string_view) const override { return false; }
 };
 

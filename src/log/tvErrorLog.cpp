@@ -22,7 +22,7 @@ void tvErrorLog::addText(EntryKind kind, std::string_view text) {
 }
 
 void tvErrorLog::addData(std::string_view name, std::string_view value) {
-    if (!name.empty()) {
+    if (!name.empty() && !value.empty()) {
         current().children.push_back(
             {EntryKind::Data, std::string(name), std::string(value), 0, false, {}});
     }

@@ -9,12 +9,19 @@
 
 namespace tv {
 
-enum class EntryKind : char { Error = 'E', Information = 'I', Text = 'X', Data = 'T', Context = 'C' };
+enum class EntryKind : char {
+    Error = 'E',
+    Information = 'I',
+    Text = 'X',
+    Data = 'T',
+    Context = 'C'
+};
 
 class tvErrorLog {
 public:
     // Drops everything and opens the root context.
     void restart(std::string_view rootName);
+    // Nothing is added for an empty text, name or value.
     void addText(EntryKind kind, std::string_view text);
     void addData(std::string_view name, std::string_view value);
     void openContext(std::string_view name);

@@ -12,38 +12,46 @@ namespace {
 constexpr std::string_view kRootTag = "TolvaneLog";
 constexpr std::string_view kSecret = "{PasswordOrCredentials}";
 
-// Logging never fails its caller: an entry for which there is no memory is dropped.
+// Logging never fails its caller: an entry for which there is no memory is dropped. False if so.
 template <class Write>
-bool unfailing(Write write) {
+bool done(Write write) {
     try {
         write();
+        return true;
     } catch (const std::bad_alloc&) {
+        return false;
     }
-    return true;
 }
 
 }  // namespace
 
-_tvLogger::_tvLogger() { clearLog(); }
+_tvLogger::_tvLogger() {
+    clearLog();
+}
 
 bool _tvLogger::addText(EntryKind kind, std::string_view text) {
     if (null_) return true;
-    return unfailing([&] {
-        const std::lock_guard guard(lock_);
-        errorLog_.addText(kind, text);
-        writeDebugLine(text, "\n");
-    });
+    const std::lock_guard guard(lock_);
+    done([&] { errorLog_.addText(kind, text); });
+    done([&] { writeDebugLine(depth_, text, "\n"); });
+    return true;
 }
 
-bool _tvLogger::logText(std::string_view text) { return addText(EntryKind::Text, text); }
+bool _tvLogger::logText(std::string_view text) {
+    return addText(EntryKind::Text, text);
+}
 
 bool _tvLogger::logVerbose(std::string_view text) {
     return !verbose_ || addText(EntryKind::Information, text);
 }
 
-bool _tvLogger::logError(std::string_view text) { return addText(EntryKind::Error, text); }
+bool _tvLogger::logError(std::string_view text) {
+    return addText(EntryKind::Error, text);
+}
 
-bool _tvLogger::logInfo(std::string_view text) { return addText(EntryKind::Information, text); }
+bool _tvLogger::logInfo(std::string_view text) {
+    return addText(EntryKind::Information, text);
+}
 
 void _tvLogger::getText(std::string& out) {
     const std::lock_guard guard(lock_);
@@ -52,11 +60,10 @@ void _tvLogger::getText(std::string& out) {
 
 bool _tvLogger::logData(std::string_view name, std::string_view value) {
     if (null_) return true;
-    return unfailing([&] {
-        const std::lock_guard guard(lock_);
-        errorLog_.addData(name, value);
-        writeDebugLine(std::string(name) + ": " + std::string(value), "\r\n");
-    });
+    const std::lock_guard guard(lock_);
+    done([&] { errorLog_.addData(name, value); });
+    done([&] { writeDebugLine(depth_, std::string(name).append(": ").append(value), "\r\n"); });
+    return true;
 }
 
 bool _tvLogger::logDataVerbose(std::string_view name, std::string_view value) {
@@ -67,48 +74,61 @@ bool _tvLogger::logDataX(std::string_view name, const XString& value) {
     return logData(name, value.isSecret() ? kSecret : value.utf8());
 }
 
-bool _tvLogger::logDataLong(std::string_view name, int64_t number) {
-    return null_ || logData(name, std::to_string(number));
-}
-
 bool _tvLogger::logDataHex(std::string_view name, std::span<const uint8_t> bytes) {
-    return null_ || unfailing([&] { logData(name, hexUpper(bytes)); });
+    if (!null_) done([&] { logData(name, hexUpper(bytes)); });
+    return true;
 }
 
 void _tvLogger::clearLog() {
     const std::lock_guard guard(lock_);
     errorLog_.restart(kRootTag);
     open_.clear();
+    dropped_ = 0;
     depth_ = 0;
 }
 
 bool _tvLogger::enterContext(std::string_view name, int show) {
     if (null_) return true;
     const std::lock_guard guard(lock_);
-    return unfailing([&] {
+    const bool opened = done([&] {
         open_.reserve(open_.size() + 1);
         errorLog_.openContext(name);
         open_.push_back({plat::sysClock().tickMs(), show != 0});
-        writeDebugLine(std::string(name) + ":", "\n");
-        ++depth_;
     });
+    // Its leaving comes all the same and must not close another context.
+    if (!opened) ++dropped_;
+    const int depth = depth_++;
+    done([&] { writeDebugLine(depth, std::string(name) + ":", "\n"); });
+    return true;
 }
 
 bool _tvLogger::leaveContext() {
     if (null_) return true;
     const std::lock_guard guard(lock_);
-    if (open_.empty()) return true;
-    const OpenContext context = open_.back();
-    open_.pop_back();
     if (depth_ > 0) --depth_;
-    const uint64_t elapsed = verbose_ ? plat::sysClock().tickMs() - context.startTickMs : 0;
-    const uint32_t elapsedMs = static_cast<uint32_t>(elapsed);
-    errorLog_.closeContext(elapsedMs, verbose_ && context.show);
-    return unfailing([&] {
-        writeDebugLine(elapsedMs != 0 ? "(leaveContext " + std::to_string(elapsedMs) + "ms)"
+    const uint32_t elapsedMs = closeContext();
+    done([&] {
+        writeDebugLine(depth_,
+                       elapsedMs != 0 ? "(leaveContext " + std::to_string(elapsedMs) + "ms)"
                                       : std::string("(leaveContext)"),
                        "\n");
     });
+    return true;
+}
+
+// How long the innermost context was open, as far as that is measured.
+uint32_t _tvLogger::closeContext() {
+    if (dropped_ > 0) {
+        --dropped_;
+        return 0;
+    }
+    if (open_.empty()) return 0;
+    const OpenContext context = open_.back();
+    open_.pop_back();
+    const uint64_t elapsed = verbose_ ? plat::sysClock().tickMs() - context.startTickMs : 0;
+    const uint32_t elapsedMs = static_cast<uint32_t>(elapsed);
+    errorLog_.closeContext(elapsedMs, verbose_ && context.show);
+    return elapsedMs;
 }
 
 bool _tvLogger::hasOption(std::string_view keyword) const {
@@ -120,9 +140,9 @@ void _tvLogger::setDebugLogPath(std::string_view utf8Path) {
     debugLogPath_ = utf8Path;
 }
 
-void _tvLogger::writeDebugLine(std::string_view line, std::string_view lineEnd) const {
+void _tvLogger::writeDebugLine(int depth, std::string_view line, std::string_view lineEnd) const {
     if (debugLogPath_.empty()) return;
-    std::string text(4 * static_cast<size_t>(depth_), ' ');
+    std::string text(4 * static_cast<size_t>(depth), ' ');
     text += line;
     text += lineEnd;
     plat::SysFile file;

@@ -26,7 +26,6 @@ public:
     bool leaveContext() override;
     bool logData(std::string_view name, std::string_view value) override;
     bool logDataX(std::string_view name, const XString& value) override;
-    bool logDataLong(std::string_view name, int64_t number) override;
     bool hasOption(std::string_view keyword) const override;
 
     // UTF-8 path of the debug file; empty turns it off. A file that cannot be opened is skipped
@@ -43,12 +42,15 @@ private:
     };
 
     bool addText(EntryKind kind, std::string_view text);
-    void writeDebugLine(std::string_view line, std::string_view lineEnd) const;
+    uint32_t closeContext();
+    // Opens and closes the file, so that the line is there before the call returns.
+    void writeDebugLine(int depth, std::string_view line, std::string_view lineEnd) const;
 
     // One thread may read the text while another is still writing entries.
     mutable std::recursive_mutex lock_;
     tvErrorLog errorLog_;
     std::vector<OpenContext> open_;
+    int dropped_ = 0;  // contexts that there was no memory to open
     int depth_ = 0;
     std::string debugLogPath_;
     std::string options_;

@@ -3,21 +3,21 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/XString.h"
 #include "log/ClsBase.h"
+#include "mime/Email2.h"
 
 namespace tv {
-
-class Email2;
 
 class ClsEmail : public ClsBase {
 public:
     ClsEmail();
     ~ClsEmail() override;
 
-    bool isAlive() const;
+    bool isAlive() const { return alive_ == kAlive; }
 
     bool AddTo(const XString& name, const XString& address);
     bool AddCC(const XString& name, const XString& address);
@@ -51,6 +51,21 @@ public:
     std::unique_ptr<Email2> createEmailForSending(bool autoMessageId, LogBase& log) const;
 
 private:
+    static constexpr uint32_t kAlive = 0x7A3C59E1;
+
+    Email2* root(LogBase& log);
+    bool addRecipients(Email2::Recipients kind, const XString& name, const XString& address,
+                       LogBase& log);
+    void clearRecipients(Email2::Recipients kind, std::string_view operation);
+    void chooseCharset(Email2& root, std::string_view utf8, LogBase& log);
+    bool setHtmlBody(Email2& root, std::string_view utf8, LogBase& log);
+    bool addFileAttachment(Email2& root, std::string_view path, XString& contentType, LogBase& log);
+    bool addRelatedFile(Email2& root, std::string_view path, XString& contentId, LogBase& log);
+    void startAfreshIfEmpty(Email2& root);
+    template <class Change>
+    void change(std::string_view operation, Change change);
+
+    uint32_t alive_ = kAlive;
     std::unique_ptr<Email2> root_;
 };
 

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "base/Ascii.h"
+#include "base/DataBuffer.h"
 
 namespace tv {
 
@@ -16,6 +17,48 @@ public:
     virtual bool write(std::span<const uint8_t> bytes) = 0;
 
     bool write(std::string_view text) { return write({bytesOf(text), text.size()}); }
+};
+
+// Keeps nothing but the number of bytes.
+class CountingStream final : public OutputStream {
+public:
+    using OutputStream::write;
+    bool write(std::span<const uint8_t> bytes) override {
+        count_ += bytes.size();
+        return true;
+    }
+    uint64_t count() const { return count_; }
+
+private:
+    uint64_t count_ = 0;
+};
+
+// Appends to a buffer, which outlives the stream; fails where memory ends.
+class BufferStream final : public OutputStream {
+public:
+    explicit BufferStream(DataBuffer& buffer) : buffer_(buffer) {}
+    using OutputStream::write;
+    bool write(std::span<const uint8_t> bytes) override { return buffer_.append(bytes); }
+
+private:
+    DataBuffer& buffer_;
+};
+
+// Gathers small writes into blocks of 64 KiB for the stream behind, which outlives it; large writes
+// pass through. flush hands on the rest and tells whether everything arrived.
+class BlockStream final : public OutputStream {
+public:
+    explicit BlockStream(OutputStream& behind) : behind_(behind) {}
+    using OutputStream::write;
+    bool write(std::span<const uint8_t> bytes) override;
+    bool flush();
+
+private:
+    static constexpr size_t kBlock = 65536;
+
+    OutputStream& behind_;
+    DataBuffer block_;
+    bool good_ = true;
 };
 
 }  // namespace tv

@@ -43,6 +43,8 @@ public:
     ClsEmail& impl() { return *impl_; }
 
 private:
+    XString text(const char* host) const;
+
     std::unique_ptr<ClsEmail> impl_;
     bool utf8_ = false;
 };

@@ -9,25 +9,35 @@
 
 #include "base/DataBuffer.h"
 #include "log/LogBase.h"
+#include "net/LoggedSocket2.h"
 #include "net/SocketParams.h"
 
 namespace tv {
 
+// One thread uses a connection at a time. A Socket2 that is destroyed by another thread during a
+// wait ends that wait with a failure at its next slice.
 class Socket2 {
 public:
     Socket2();
-    ~Socket2();  // closes abruptly if still open; call close for a clean end
+    ~Socket2();  // closes at once if still open; call close for a clean end
     Socket2(const Socket2&) = delete;
     Socket2& operator=(const Socket2&) = delete;
 
-    // Resolves, connects within connectTimeoutMs in all (0: six hours) and, with ssl, runs the TLS
-    // handshake. On failure params.connectFailReason says why and the socket is closed.
+    // False in builds that cannot make a connection secure: ssl and convertToTls then fail.
+    static bool tlsAvailable();
+
+    // Resolves, connects within the connect time-out in all (0: six hours) and, with ssl, runs the
+    // TLS handshake. On failure params.connectFailReason says why and the socket is closed.
     bool connect2(std::string_view hostname, int port, bool ssl, LogBase& log,
                   SocketParams& params);
     // Runs the TLS handshake over the open plain connection. Failure closes the connection.
     bool convertToTls(std::string_view hostname, uint32_t maxIdleMs, LogBase& log,
                       SocketParams& params);
     bool isTls() const;
+    // "Unencrypted TCP/IP", "SSL/TLS", or empty while not connected.
+    std::string_view connectionType() const;
+    // Turns false when the peer has closed or an operation has failed; the socket stays to be
+    // closed.
     bool isConnected() const;
     // The connection stands and nothing unread has arrived; looks once, without waiting.
     bool isQuiet();
@@ -38,7 +48,8 @@ public:
     // Appends what is there, waiting up to maxIdleMs for at least one byte.
     bool receiveBytes(DataBuffer& buffer, uint32_t maxIdleMs, LogBase& log, SocketParams& params);
     // Appends to buffer up to and including match; what follows is kept for the next read. Fails
-    // when maxSize bytes came without it. Each wait for bytes is at most maxIdleMs.
+    // when match does not end within maxSize bytes; those are then in buffer. After any other
+    // failure buffer is as it was. Each wait for bytes is at most maxIdleMs.
     bool receiveUntilMatch(DataBuffer& buffer, std::string_view match, size_t maxSize,
                            uint32_t maxIdleMs, LogBase& log, SocketParams& params);
     // True if bytes have been received that no read has taken yet.
@@ -46,17 +57,28 @@ public:
 
     void setTcpNoDelay(bool on, LogBase& log);  // also remembered for the next connect
     void setConnectTimeoutMs(uint32_t ms);
-    void setSendBufSize(uint32_t bytes);
-    void setRecvBufSize(uint32_t bytes);
+    void setPreferIpv6(bool on);
+    void setSendBufSize(uint32_t bytes, LogBase& log);
+    void setRecvBufSize(uint32_t bytes, LogBase& log);
 
-    // TLS: sends close_notify and waits a bounded time for the peer's. Then closes the socket.
+    // Copies all traffic from now on, also to a file unless the path is empty. False where the file
+    // cannot be opened; memory is used all the same.
+    bool startSessionLog(std::string_view utf8Path);
+    const LoggedSocket2* sessionLog() const;  // nullptr: none
+
+    // TLS: says good-bye first, unless abrupt, and waits at most maxIdleMs for the peer to do so.
+    // A plain connection is closed at once.
     void close(bool abrupt, uint32_t maxIdleMs, LogBase& log, SocketParams& params);
 
+    // As last given to connect2, and what was reached.
+    const std::string& host() const;
+    int port() const;
     const std::string& remoteIp() const;
 
 private:
     struct State;
-    std::unique_ptr<State> state_;
+    // Shared with the operations under way, which outlive the object if another thread destroys it.
+    std::shared_ptr<State> state_;
 };
 
 }  // namespace tv

@@ -27,8 +27,8 @@ enum class ConnectFailReason : int {
 
 struct SocketParams {
     ProgressMonitor* monitor = nullptr;  // not owned; may be null
-    uint32_t heartbeatMs = 0;            // how often a wait returns to look for an abort; 0: default
-    bool fineSlices = false;             // look more often than that
+    uint32_t heartbeatMs = 0;  // how often a wait returns to look for an abort; 0: default
+    bool fineSlices = false;   // look more often than that
 
     bool aborted = false;   // set by the transport when the monitor asked to stop
     bool timedOut = false;  // set by the transport when a wait ran out

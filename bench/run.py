@@ -1,0 +1,150 @@
+#!/usr/bin/env python3
+"""Builds the benchmarks and prints their tables.
+
+    run.py [NAME] [--repeat N] [--mode plain|implicit|starttls]...
+
+smtp (bench/smtp) sends messages through SendEmail, libcurl and bare sockets ("floor") to a server that
+counts, all on loopback. Clients take turns, figures are medians, ratios are of one run: other work
+on the machine moves the wall times, much less the CPU times, and not the counts. Every other NAME is a
+program of its own, bench/NAME.cpp. Without a NAME everything is run.
+"""
+import argparse
+import json
+import os
+import pathlib
+import platform
+import random
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUILD = pathlib.Path(os.environ.get("TV_BUILD_NATIVE", ROOT / "build" / "native")).resolve()
+CLIENTS = ("own", "curl", "floor")
+TITLES = {"own": "ours", "curl": "libcurl", "floor": "floor"}
+MB = 1 << 20
+SETTLE_US = 20000
+
+
+def build(target):
+    if "TV_BUILD_NATIVE" not in os.environ:
+        subprocess.run(["cmake", "--preset", "native"], cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", str(BUILD), "--target", target], cwd=ROOT, check=True,
+                   stdout=sys.stderr)
+
+
+class Smtp:
+    """The SMTP benchmark in one mode; its inputs lie in `folder`."""
+
+    def __init__(self, folder, mode, repeat):
+        self.folder, self.mode, self.repeat = folder, mode, repeat
+        self.html = folder / "body.html"
+        words = "lorem ipsum dolor sit amet consectetur adipiscing elit".split()
+        rng = random.Random(1)
+        text = "".join("<p>" + " ".join(rng.choices(words, k=9)) + "</p>\r\n" for _ in range(32))
+        self.html.write_text(f"<html><body>\r\n{text}</body></html>\r\n")
+
+    def attachment(self, megabytes):
+        path = self.folder / f"{megabytes}.bin"
+        if not path.exists():
+            path.write_bytes(random.Random(2).randbytes(megabytes * MB))
+        return path
+
+    def send(self, client, count, recipients=1, attachment=None, settle=0):
+        """One run against a server of its own: the client's report and the server's counts."""
+        certificate = self.folder / "certificate.pem"
+        sink = subprocess.Popen([BUILD / "bench" / "bench_smtp_sink", "--tls", self.mode, "--cert-out", certificate,
+                                 "--settle-us", str(settle)], stdout=subprocess.PIPE, text=True)
+        try:
+            port = sink.stdout.readline().strip()
+            command = [BUILD / "bench" / f"bench_smtp_{client}", "--port", port, "--tls", self.mode, "--ca", certificate,
+                       "--html", self.html, "--count", count, "--recipients", recipients]
+            if attachment:
+                command += ["--attach", attachment]
+            done = subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=300)
+            if done.returncode:
+                sys.exit(f"{client} failed: {done.stderr.strip()[-2000:]}")
+            report = json.loads(done.stdout)
+        finally:
+            sink.terminate()
+            counts = sink.communicate()[0]
+        return report, json.loads(counts.strip().splitlines()[-1])
+
+    def turns(self, client, recipients):
+        """Round trips of a further message on a connection that is already open."""
+        counts = [self.send(client, n, recipients, settle=SETTLE_US)[1]["turns"] for n in (1, 5)]
+        return (counts[1] - counts[0]) / 4
+
+    def medians(self, count, attachment=None):
+        """Each client's median report, the clients taking turns."""
+        runs = {client: [] for client in CLIENTS}
+        for _ in range(self.repeat):
+            for client in CLIENTS:
+                runs[client].append(self.send(client, count, attachment=attachment)[0])
+        return {client: {key: statistics.median(run[key] for run in reports) for key in reports[0]}
+                for client, reports in runs.items()}
+
+    def rows(self):
+        """(what, value by client, better is more, how to write a value) for each line of the table."""
+        for recipients in (1, 10):
+            yield (f"round trips per message, {recipients} recipient{'s' * (recipients > 1)}",
+                   {c: self.turns(c, recipients) for c in CLIENTS}, "{:g}")
+        count = 400
+        small = self.medians(count)
+        yield "small messages/s", {c: count / r["seconds"] for c, r in small.items()}, "{:,.0f}"
+        yield "small messages, CPU ms each", {c: r["cpu"] / count * 1e3 for c, r in small.items()}, "{:.3f}"
+        megabytes, count = 25, 4
+        large = self.medians(count, self.attachment(megabytes))
+        sent = megabytes * count
+        yield (f"{megabytes} MB attachment, MB/s", {c: sent / r["seconds"] for c, r in large.items()}, "{:,.0f}")
+        yield ("client CPU per payload byte, ns", {c: r["cpu"] / sent / MB * 1e9 for c, r in large.items()}, "{:.2f}")
+        yield ("peak memory over the idle process, times the attachment",
+               {c: (r["peak_kb"] - r["idle_kb"]) / 1024 / megabytes for c, r in large.items()}, "{:.2f}")
+
+    def print_table(self):
+        print(f"\n### SMTP, {self.mode if self.mode != 'none' else 'plain'}\n")
+        print("| what | " + " | ".join(TITLES[c] for c in CLIENTS) + " | ours / libcurl |")
+        print("|---|" + "---|" * (len(CLIENTS) + 1))
+        for what, values, form in self.rows():
+            ratio = f"{values['own'] / values['curl']:.2f}" if values["curl"] > 0.05 else ""
+            print(f"| {what} | " + " | ".join(form.format(values[c]) for c in CLIENTS) + f" | {ratio} |", flush=True)
+
+
+def machine():
+    model = next((line.split(":", 1)[1].strip() for line in open("/proc/cpuinfo") if line.startswith("model name")),
+                 platform.machine())
+    return f"{time.strftime('%d %B %Y')}, {os.cpu_count()} cores of {model}, Linux {platform.release()}"
+
+
+def run_smtp(modes, repeat):
+    build("bench_smtp")
+    with tempfile.TemporaryDirectory(prefix="bench-") as folder:
+        for mode in modes:
+            Smtp(pathlib.Path(folder), mode, repeat).print_table()
+
+
+def run_program(name):
+    build(f"bench_{name}")
+    print(f"\n### {name}\n", flush=True)
+    subprocess.run([BUILD / "bench" / f"bench_{name}"], check=True)
+
+
+def main():
+    programs = sorted(path.stem for path in (ROOT / "bench").glob("*.cpp"))
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("name", nargs="?", choices=["smtp"] + programs)
+    parser.add_argument("--repeat", type=int, default=5)
+    parser.add_argument("--mode", action="append", choices=["plain", "implicit", "starttls"])
+    args = parser.parse_args()
+    print(machine(), flush=True)
+    if args.name in (None, "smtp"):
+        run_smtp(["none" if mode == "plain" else mode for mode in args.mode or ["plain"]], args.repeat)
+    for name in programs:
+        if args.name in (None, name):
+            run_program(name)
+
+
+if __name__ == "__main__":
+    main()

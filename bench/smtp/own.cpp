@@ -1,0 +1,32 @@
+// Our side of the SMTP benchmark: SendEmail of the internal library, so without the trial connection
+// that the plug-in makes before each send.
+#include "Client.h"
+#include "mail/TvMailMan.h"
+#include "mime/TvEmail.h"
+
+int main(int argc, char** argv) {
+    const bench::Options options = bench::parse(argc, argv);
+    const std::string html = bench::readFile(options.html);
+    tv::TvMailMan mailMan;
+    mailMan.put_SmtpHost("127.0.0.1");
+    mailMan.put_SmtpPort(options.port);
+    mailMan.put_SmtpSsl(options.tls == "implicit");
+    mailMan.put_StartTLS(options.tls == "starttls");
+    return bench::measure(options, [&] {
+        tv::TvEmail email;
+        email.put_Utf8(true);
+        email.put_From(bench::kSender.c_str());
+        email.put_Subject("Benchmark");
+        for (int i = 0; i < options.recipients; ++i) {
+            email.AddTo("", bench::recipient(i).c_str());
+        }
+        email.SetHtmlBody(html.c_str());
+        if (!options.attachment.empty() && !email.AddFileAttachment(options.attachment.c_str())) {
+            std::fprintf(stderr, "%s\n", email.LastErrorText().c_str());
+            return false;
+        }
+        if (mailMan.SendEmail(email)) return true;
+        std::fprintf(stderr, "%s\n", mailMan.LastErrorText().c_str());
+        return false;
+    });
+}

@@ -1,0 +1,32 @@
+// Address lists as hosts write them: split, taken apart, written as a header field, and read again.
+#include <cstdlib>
+
+#include "base/Ascii.h"
+#include "mime/AddressList.h"
+
+namespace {
+
+void require(bool condition) {
+    if (!condition) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    const std::vector<tv::_tvEmailAddress> list = tv::parseMailboxes(text);
+    for (const tv::_tvEmailAddress& mailbox : list) {
+        require(!mailbox.empty());
+        require(mailbox.address().find_first_of(std::string_view("\r\n\0", 3)) ==
+                std::string::npos);
+        require(tv::trimmed(mailbox.address()) == mailbox.address());
+    }
+    for (const uint32_t codePage : {0u, 65001u, 28592u, 932u}) {
+        const std::string field = tv::formatAddressList(list, codePage);
+        // a line break is only ever a fold
+        for (size_t at = 0; (at = field.find_first_of("\r\n", at)) != std::string::npos; at += 3) {
+            require(std::string_view(field).substr(at).starts_with("\r\n "));
+        }
+    }
+    return 0;
+}

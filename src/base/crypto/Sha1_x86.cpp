@@ -1,0 +1,91 @@
+// SHA-1 by the processor's SHA instructions.
+#include <immintrin.h>
+
+#include "base/CpuFeatures.h"
+#include "base/crypto/Sha1.h"
+
+#define TV_TARGET __attribute__((target("sha,sse4.1,ssse3")))
+#define TV_INLINE TV_TARGET __attribute__((always_inline)) inline
+
+namespace tv::crypto {
+namespace {
+
+struct Working {
+    __m128i abcd;    // a in the highest lane
+    __m128i before;  // abcd of four steps ago: its a is, rotated, the e of now
+    __m128i words[4];
+};
+
+TV_INLINE __m128i load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+
+TV_INLINE void store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+
+TV_INLINE __m128i loadWords(const uint8_t* p) {
+    return _mm_shuffle_epi8(
+        load(p), _mm_set_epi32(0x00010203, 0x04050607, 0x08090a0b, 0x0c0d0e0f));
+}
+
+// Four steps with the four words of this group (of twenty groups).
+template <int kGroup>
+TV_INLINE void fourSteps(Working& w) {
+    __m128i& words = w.words[kGroup % 4];
+    if constexpr (kGroup >= 4) {
+        const __m128i mixed = _mm_xor_si128(_mm_sha1msg1_epu32(words, w.words[(kGroup + 1) % 4]),
+                                            w.words[(kGroup + 2) % 4]);
+        words = _mm_sha1msg2_epu32(mixed, w.words[(kGroup + 3) % 4]);
+    }
+    const __m128i input = _mm_sha1nexte_epu32(w.before, words);
+    w.before = w.abcd;
+    w.abcd = _mm_sha1rnds4_epu32(w.abcd, input, kGroup / 5);
+}
+
+TV_INLINE void firstSteps(Working& w, __m128i e) {
+    const __m128i input = _mm_add_epi32(e, w.words[0]);
+    w.before = w.abcd;
+    w.abcd = _mm_sha1rnds4_epu32(w.abcd, input, 0);
+}
+
+TV_TARGET void compressShaNi(Sha1Core::State& state, const uint8_t* blocks, size_t count) {
+    Working w;
+    w.abcd = _mm_shuffle_epi32(load(state.data()), 0x1b);
+    __m128i e = _mm_set_epi32(static_cast<int>(state[4]), 0, 0, 0);
+    for (; count != 0; --count, blocks += Sha1Core::kBlockSize) {
+        const __m128i startAbcd = w.abcd;
+        w.words[0] = loadWords(blocks);
+        w.words[1] = loadWords(blocks + 16);
+        w.words[2] = loadWords(blocks + 32);
+        w.words[3] = loadWords(blocks + 48);
+        firstSteps(w, e);
+        fourSteps<1>(w);
+        fourSteps<2>(w);
+        fourSteps<3>(w);
+        fourSteps<4>(w);
+        fourSteps<5>(w);
+        fourSteps<6>(w);
+        fourSteps<7>(w);
+        fourSteps<8>(w);
+        fourSteps<9>(w);
+        fourSteps<10>(w);
+        fourSteps<11>(w);
+        fourSteps<12>(w);
+        fourSteps<13>(w);
+        fourSteps<14>(w);
+        fourSteps<15>(w);
+        fourSteps<16>(w);
+        fourSteps<17>(w);
+        fourSteps<18>(w);
+        fourSteps<19>(w);
+        e = _mm_sha1nexte_epu32(w.before, e);
+        w.abcd = _mm_add_epi32(w.abcd, startAbcd);
+    }
+    store(state.data(), _mm_shuffle_epi32(w.abcd, 0x1b));
+    state[4] = static_cast<uint32_t>(_mm_extract_epi32(e, 3));
+}
+
+bool usable() { return cpuFeatures().shaNi && cpuFeatures().sse41 && cpuFeatures().ssse3; }
+
+}  // namespace
+
+constinit const Sha1Form kSha1ShaNi = {"sha-ni", usable, compressShaNi};
+
+}  // namespace tv::crypto

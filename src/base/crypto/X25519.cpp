@@ -1,0 +1,45 @@
+#include "base/crypto/X25519.h"
+
+#include "base/ConstTime.h"
+#include "platform/SysWipe.h"
+
+namespace tv::crypto {
+
+bool x25519(std::span<uint8_t, kX25519Size> secret, X25519Bytes privateKey, X25519Bytes peer) {
+    x25519Forms.get().multiply(secret.data(), privateKey.data(), peer.data());
+    uint32_t bits = 0;
+    for (uint8_t byte : secret) {
+        bits |= byte;
+    }
+    return ctIsZero(bits) == 0;
+}
+
+void x25519Public(std::span<uint8_t, kX25519Size> out, X25519Bytes privateKey) {
+    constexpr uint8_t kBasePoint[kX25519Size] = {9};
+    x25519Forms.get().multiply(out.data(), privateKey.data(), kBasePoint);
+}
+
+X25519Key::~X25519Key() {
+    plat::wipe(private_.data(), private_.size());
+}
+
+bool X25519Key::generate(const RandomSource& random) {
+    if (!random(private_)) return false;
+    x25519Public(public_, private_);
+    return true;
+}
+
+namespace {
+
+constexpr const X25519Form* kForms[] = {
+#if defined(__SIZEOF_INT128__)
+    &kX25519Radix51,
+#endif
+    &kX25519Radix25,
+};
+
+}  // namespace
+
+constinit Dispatch<X25519Form> x25519Forms{kForms};
+
+}  // namespace tv::crypto

@@ -1,0 +1,59 @@
+// The mail manager: SMTP settings, one long-lived connection, the trial connection and the send.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "log/ClsBase.h"
+#include "mail/SmtpConnImpl.h"
+#include "mail/SmtpSend.h"
+#include "mail/SmtpSettings.h"
+
+namespace tv {
+
+class ClsEmail;
+class ProgressMonitor;
+
+class ClsMailMan : public ClsBase {
+public:
+    // Sets a property by its name; numbers in decimal, flags as 0 or 1. False for an unknown name
+    // or a value that is none of its kind; then nothing changes.
+    bool setProperty(std::string_view name, const XString& value);
+    bool setProperty(std::string_view name, int64_t value);
+    // The names that setProperty knows.
+    static std::vector<std::string_view> propertyNames();
+
+    // Connects and greets the server over a connection of its own, without logging in.
+    bool VerifySmtpConnection(ProgressMonitor* monitor = nullptr);
+    // Sends one message. The message itself never changes.
+    bool SendEmail(const ClsEmail& email, ProgressMonitor* monitor = nullptr);
+
+    void ClearSmtpSessionLog();
+    XString SmtpSessionLog();
+
+    // Of the last send.
+    SmtpStatus lastSendStatus();
+    std::vector<std::string> acceptedRecipients();
+    std::vector<std::string> rejectedRecipients();
+
+    // For the mail manager's own rooms and their tests; not under the lock.
+    SmtpSettings& settings() { return smtp_.settings; }
+
+private:
+    void correctSettings(LogBase& log);
+    bool sendEmailInner(const ClsEmail& email, SocketParams& params, LogBase& log);
+    bool sendMimeInner(SmtpSend& send, SocketParams& params, LogBase& log);
+    bool ensureSmtpSession(SocketParams& params, LogBase& log);
+    bool sendOverSession(SmtpSend& send, SocketParams& params, LogBase& log);
+    bool reconnectAndSend(SmtpSend& send, SocketParams& params, LogBase& log);
+    bool stoppedByApplication(SocketParams& params, LogBase& log);
+    void closeOutcome(bool success);
+
+    SmtpConnImpl smtp_;
+    std::vector<std::string> acceptedRecipients_;
+    std::vector<std::string> rejectedRecipients_;
+};
+
+}  // namespace tv

@@ -1,0 +1,106 @@
+#include "log/LogContextExitor.h"
+#include "mail/ClsMailMan.h"
+#include "mail/SmtpTransfer.h"
+#include "mime/ClsEmail.h"
+#include "mime/Email2.h"
+#include "platform/SysClock.h"
+
+namespace tv {
+
+bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
+    Operation operation(*this, "SendEmail");
+    LogBase& log = operation.log();
+    smtp_.outcome().clear();
+    acceptedRecipients_.clear();
+    rejectedRecipients_.clear();
+    SocketParams params;
+    params.monitor = monitor;
+    bool success = false;
+    if (email.isAlive()) {
+        success = sendEmailInner(email, params, log);
+    } else {
+        log.logError("bad CLS arg (1)");
+        smtp_.outcome().fail(SmtpStatus::InternalFailure, "The message object is not alive.");
+    }
+    closeOutcome(success);
+    return operation.finish(success);
+}
+
+// A host that judges by the transcript must find a failure there, and its cause.
+void ClsMailMan::closeOutcome(bool success) {
+    SmtpOutcome& outcome = smtp_.outcome();
+    outcome.settle(success);
+    if (success || smtp_.sessionLog().endsInRefusal()) return;
+    smtp_.sessionLog().addRemark(statusWord(outcome.status()), outcome.reason());
+}
+
+bool ClsMailMan::sendEmailInner(const ClsEmail& email, SocketParams& params, LogBase& log) {
+    const LogContextExitor context(log, "sendEmailInner");
+    log.logDataLong("ReadTimeout", smtp_.settings.idleTimeoutMs);
+    SmtpSend send;
+    send.pipelining = smtp_.settings.pipelining;
+    send.fromAddress = email.getSmtpReversePath(log);
+    send.recipients = email.getAllRecipientAddressesA();
+    const std::unique_ptr<Email2> prepared =
+        email.createEmailForSending(smtp_.settings.autoMessageId, log);
+    if (!prepared) {
+        log.logError("Failed to render to mime (1)");
+        smtp_.outcome().fail(SmtpStatus::RenderFailed, "The message could not be prepared.");
+        return false;
+    }
+    send.mimeSource = [&prepared](OutputStream& out, LogBase& renderLog) {
+        const LogContextExitor assembler(renderLog, "mimeAssembler");
+        RenderOptions options;
+        options.excludedPrefix = "TVX-";
+        return prepared->render(out, options, renderLog);
+    };
+    return sendMimeInner(send, params, log);
+}
+
+bool ClsMailMan::sendMimeInner(SmtpSend& send, SocketParams& params, LogBase& log) {
+    const LogContextExitor context(log, "sendMimeInner");
+    if (!send.measure(log)) {
+        smtp_.fail(SmtpStatus::RenderFailed, "The message could not be rendered.", log);
+        return false;
+    }
+    if (params.monitor) {
+        log.logDataLong("progressTotal", static_cast<int64_t>(send.progressTotal));
+        params.monitor->progress(0, send.progressTotal);
+    }
+    correctSettings(log);
+    bool success = ensureSmtpSession(params, log) && sendOverSession(send, params, log);
+    if (!success && send.retryAllowed) success = reconnectAndSend(send, params, log);
+    acceptedRecipients_ = send.goodRecipients;
+    rejectedRecipients_ = send.badRecipients;
+    return success;
+}
+
+bool ClsMailMan::ensureSmtpSession(SocketParams& params, LogBase& log) {
+    const LogContextExitor context(log, "ensureSmtpSession");
+    return smtp_.smtpConnectAndAuthenticate(false, params, log);
+}
+
+bool ClsMailMan::sendOverSession(SmtpSend& send, SocketParams& params, LogBase& log) {
+    if (stoppedByApplication(params, log)) return false;
+    return SmtpTransfer(smtp_, send, params, log).sendSmtpEmail();
+}
+
+// The one second try. The server cannot have the message: the first never came so far.
+bool ClsMailMan::reconnectAndSend(SmtpSend& send, SocketParams& params, LogBase& log) {
+    log.logInfo("Reconnecting to the SMTP server and retrying...");
+    send.retryAllowed = false;
+    send.progressDone = 0;
+    smtp_.outcome().clear();
+    smtp_.closeSmtpConnection(log, params);
+    plat::sysClock().sleepMs(smtp_.settings.retryWaitMs);
+    if (stoppedByApplication(params, log)) return false;
+    return ensureSmtpSession(params, log) && sendOverSession(send, params, log);
+}
+
+bool ClsMailMan::stoppedByApplication(SocketParams& params, LogBase& log) {
+    if (!params.checkAbort()) return false;
+    smtp_.fail(SmtpStatus::Aborted, "SMTP send aborted by application callback", log);
+    return true;
+}
+
+}  // namespace tv

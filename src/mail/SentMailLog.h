@@ -1,0 +1,15 @@
+// The file to which every transferred message is appended.
+#pragma once
+
+#include <string_view>
+
+#include "log/LogBase.h"
+#include "mail/SmtpSend.h"
+
+namespace tv::smtp {
+
+// Writes one whole entry. A file that cannot be opened or written is skipped; false only where the
+// message itself does not render.
+bool appendToSentMailLog(std::string_view path, const SmtpSend& send, LogBase& log);
+
+}  // namespace tv::smtp

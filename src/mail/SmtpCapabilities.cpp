@@ -1,0 +1,109 @@
+#include "mail/SmtpCapabilities.h"
+
+#include "base/Ascii.h"
+
+namespace tv {
+
+bool AuthMechanisms::any() const {
+    return *this != AuthMechanisms();
+}
+
+namespace smtp {
+namespace {
+
+struct Extension {
+    std::string_view keyword;
+    bool SmtpCapabilities::*flag;
+};
+
+constexpr Extension kExtensions[] = {
+    {"8BITMIME", &SmtpCapabilities::has8BitMime},
+    {"ENHANCEDSTATUSCODES", &SmtpCapabilities::hasEnhancedStatusCodes},
+    {"STARTTLS", &SmtpCapabilities::hasStartTls},
+    {"PIPELINING", &SmtpCapabilities::hasPipelining},
+    {"CHUNKING", &SmtpCapabilities::hasChunking},
+    {"SMTPUTF8", &SmtpCapabilities::hasSmtpUtf8},
+    {"DSN", &SmtpCapabilities::hasDsn},
+};
+
+struct Mechanism {
+    std::string_view mark;
+    bool AuthMechanisms::*flag;
+};
+
+// Searched for anywhere in an AUTH line. Old servers write "AUTH=LOGIN", before RFC 2554.
+constexpr Mechanism kMechanisms[] = {
+    {" LOGIN", &AuthMechanisms::login},
+    {"=LOGIN", &AuthMechanisms::login},
+    {" NTLM", &AuthMechanisms::ntlm},
+    {" MSN", &AuthMechanisms::msn},
+    {" GSSAPI", &AuthMechanisms::gssapi},
+    {" ANONYMOUS", &AuthMechanisms::anonymous},
+    {" PLAIN", &AuthMechanisms::plain},
+    {" CRAM-MD5", &AuthMechanisms::cramMd5},
+    {" DIGEST-MD5", &AuthMechanisms::digestMd5},
+    {" XOAUTH2", &AuthMechanisms::xoauth2},
+    {" KERBEROS_V4", &AuthMechanisms::kerberosV4},
+};
+
+void addAuthLine(std::string_view line, AuthMechanisms& found) {
+    for (const Mechanism& mechanism : kMechanisms) {
+        if (line.find(mechanism.mark) != std::string_view::npos) found.*mechanism.flag = true;
+    }
+}
+
+void addLine(std::string_view text, SmtpCapabilities& found) {
+    if (equalsIgnoreCase(text, "AUTH")) {
+        found.authWithoutMechanisms = true;
+        return;
+    }
+    if (startsWithIgnoreCase(text, "AUTH ") || startsWithIgnoreCase(text, "AUTH=")) {
+        addAuthLine(text, found.auth);
+        return;
+    }
+    for (const Extension& extension : kExtensions) {
+        if (startsWithIgnoreCase(text, extension.keyword)) {
+            found.*extension.flag = true;
+            return;
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<std::string_view> addEhloReply(const SmtpResponse& reply, SmtpCapabilities& found) {
+    std::vector<std::string_view> tooShort;
+    for (const std::string& line : reply.lines) {
+        const std::string_view text = trimmed(line);
+        if (text.size() < 3) {
+            tooShort.push_back(text);
+        } else if (text.size() > 4) {
+            addLine(text.substr(4), found);
+        }
+    }
+    return tooShort;
+}
+
+AuthMechanisms restrictedTo(std::string_view method, const AuthMechanisms& announced) {
+    static constexpr struct {
+        std::string_view method;
+        bool AuthMechanisms::*flag;
+    } kMethods[] = {
+        {"LOGIN", &AuthMechanisms::login},      {"PLAIN", &AuthMechanisms::plain},
+        {"CRAM-MD5", &AuthMechanisms::cramMd5}, {"NTLM", &AuthMechanisms::ntlm},
+        {"MSN", &AuthMechanisms::msn},          {"OAUTH2", &AuthMechanisms::xoauth2},
+        {"XOAUTH2", &AuthMechanisms::xoauth2},
+    };
+    AuthMechanisms only;
+    if (equalsIgnoreCase(method, "NONE")) return only;
+    for (const auto& row : kMethods) {
+        if (!equalsIgnoreCase(method, row.method)) continue;
+        only.*row.flag = true;
+        return only;
+    }
+    return announced;
+}
+
+}  // namespace smtp
+
+}  // namespace tv

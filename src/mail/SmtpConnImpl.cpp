@@ -1,0 +1,257 @@
+#include "mail/SmtpConnImpl.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/Ascii.h"
+#include "base/CodePage.h"
+#include "log/LogContextExitor.h"
+#include "log/LogNull.h"
+#include "mail/ReplyHints.h"
+#include "mail/SmtpCommand.h"
+#include "platform/SysClock.h"
+#include "platform/SysWipe.h"
+
+namespace tv {
+namespace {
+
+constexpr uint32_t kQuitTimeoutMs = 5000;
+constexpr std::string_view kSecret = "{PasswordOrCredentials}";
+
+// Servers answer in any encoding; the log and the transcript are UTF-8.
+std::string readable(std::string_view line) {
+    return isValidUtf8(line) ? std::string(line) : std::string(XString::fromAnsi(line).utf8());
+}
+
+// How failures name a command and what is expected after it.
+std::string stepName(std::string_view command) {
+    const std::string_view name = trimmed(command);
+    return name == "." ? "the end of the message data" : std::string(name);
+}
+
+std::string awaited(std::string_view command) {
+    return command == "greeting" ? "the greeting" : "the reply to " + stepName(command);
+}
+
+}  // namespace
+
+SmtpConnImpl::~SmtpConnImpl() {
+    if (!isConnected() || inTransaction_) return;
+    try {
+        LogNull log;
+        SocketParams params;
+        const uint32_t idle = settings.idleTimeoutMs;
+        settings.idleTimeoutMs = idle == 0 ? kQuitTimeoutMs : std::min(idle, kQuitTimeoutMs);
+        smtpQuit(log, params);
+        closeSmtpConnection(log, params);
+    } catch (...) {  // no memory left to say goodbye
+    }
+}
+
+bool SmtpConnImpl::sendCmdToSmtp(std::string_view command, bool secret, LogBase& log,
+                                 SocketParams& params) {
+    return queueCommand(command, secret, log) && sendQueued(log, params);
+}
+
+bool SmtpConnImpl::queueCommand(std::string_view command, bool secret, LogBase& log) {
+    if (!socket_) return noConnection(secret ? kSecret : command, log);
+    if (!queuedBytes_.append(command)) {
+        fail(SmtpStatus::Failed, "No memory for a command.", log);
+        return false;
+    }
+    const std::string shown = secret ? std::string(kSecret) : smtp::shownCommand(readable(command));
+    sessionLog_.addCommand(shown);
+    queue_.push_back({shown, stepName(secret ? kSecret : command)});
+    queuedSecret_ = queuedSecret_ || secret;
+    return true;
+}
+
+bool SmtpConnImpl::sendQueued(LogBase& log, SocketParams& params) {
+    const LogContextExitor context(log, "sendCmdToSmtp");
+    const std::vector<QueuedCommand> commands = std::exchange(queue_, {});
+    if (commands.empty()) return true;
+    if (!socket_) return noConnection(commands.front().name, log);
+    params.timedOut = false;
+    ioFailure_ = IoFailure::None;
+    const bool sent = socket_->sendBytes(queuedBytes_.bytes(), settings.idleTimeoutMs, log, params);
+    lastSendComplete_ = sent;
+    if (std::exchange(queuedSecret_, false)) plat::wipe(queuedBytes_.data(), queuedBytes_.size());
+    queuedBytes_.clear();
+    if (sent && params.checkAbort()) {
+        log.logError("Aborted by application callback.");
+        failIo("after " + commands.back().name + " was sent", params, log);
+        return false;
+    }
+    for (const QueuedCommand& command : commands) {
+        const std::string_view event = sent ? "SmtpCmdSent" : "SmtpCmdSendFailed";
+        if (params.monitor) params.monitor->textEvent(event, command.shown);
+        log.logData(event, command.shown);
+    }
+    if (!sent) failIo("while sending " + commands.front().name, params, log);
+    return sent;
+}
+
+std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(std::string_view command,
+                                                           SocketParams& params, LogBase& log) {
+    const LogContextExitor context(log, "readSmtpResponse");
+    lastReplyCode_ = 0;
+    ioFailure_ = IoFailure::None;
+    SmtpReplyReader reader(command);
+    DataBuffer line;
+    while (socket_) {
+        line.clear();
+        if (!receiveLine(command, line, params, log)) return std::nullopt;
+        noteReplyLine(line.text(), params, log);
+        const ReplyState state = reader.addLine(line.text());
+        if (state == ReplyState::Complete) return acceptReply(reader.reply(), log);
+        if (state == ReplyState::Malformed) {
+            unrecognised(command, line.text(), params, log);
+            return std::nullopt;
+        }
+    }
+    noConnection(awaited(command), log);
+    return std::nullopt;
+}
+
+bool SmtpConnImpl::receiveLine(std::string_view command, DataBuffer& line, SocketParams& params,
+                               LogBase& log) {
+    constexpr std::string_view kLineEnd = "\r\n";
+    const size_t limit = kMaxReplyLine + kLineEnd.size();
+    params.timedOut = false;
+    if (socket_->receiveUntilMatch(line, kLineEnd, limit, settings.idleTimeoutMs, log, params)) {
+        return true;
+    }
+    if (line.size() >= limit) {
+        unrecognised(command, line.text().substr(0, 200), params, log);
+    } else {
+        failIo("while waiting for " + awaited(command) + unfinishedLine(params, log), params, log);
+    }
+    return false;
+}
+
+// What had come of a line that never ended: a server that forgets its CR shows here.
+std::string SmtpConnImpl::unfinishedLine(SocketParams& params, LogBase& log) {
+    constexpr size_t kShown = 100;
+    DataBuffer rest;
+    if (!socket_->hasBufferedInput() || !socket_->receiveBytes(rest, 1, log, params)) return {};
+    const std::string_view line = trimmed(rest.text().substr(0, kShown));
+    return " (a line without its end had come: " + readable(line) + ")";
+}
+
+void SmtpConnImpl::noteReplyLine(std::string_view line, SocketParams& params, LogBase& log) {
+    const std::string shown = readable(trimmed(line));
+    sessionLog_.addReplyLine(shown);
+    if (params.monitor) params.monitor->textEvent("SmtpCmdResp", shown);
+    log.logData("SmtpCmdResp", shown);
+    log.logData("smtp.lastResponse", shown);
+    smtp::logLineHint(line, log);
+}
+
+void SmtpConnImpl::unrecognised(std::string_view command, std::string_view line,
+                                SocketParams& params, LogBase& log) {
+    log.logError("Unrecognized response from SMTP server");
+    log.logData("responseLine", readable(trimmed(line)));
+    std::string reason = awaited(command) + " is no line of an SMTP server.";
+    reason[0] = asciiUpper(reason[0]);
+    fail(SmtpStatus::Failed, reason, log);
+    closeSmtpConnection(log, params);
+    ioFailure_ = IoFailure::BadReply;
+}
+
+std::optional<SmtpResponse> SmtpConnImpl::acceptReply(SmtpResponse& reply, LogBase& log) {
+    lastReplyCode_ = reply.statusCode;
+    lastStatus_ = reply.statusCode;
+    lastReply_ = readable(reply.finalLine());
+    log.logDataVerbose("smtpStatusCode", std::to_string(reply.statusCode));
+    log.logDataLong("smtp.lastStatus", reply.statusCode);
+    smtp::logReplyHints(reply, log);
+    if (reply.statusCode >= 400) sessionLog_.markRefusal();
+    touch();
+    return std::move(reply);
+}
+
+std::optional<SmtpResponse> SmtpConnImpl::smtpSendGet2(std::string_view command,
+                                                       SocketParams& params, LogBase& log) {
+    if (!sendCmdToSmtp(command, false, log, params)) return std::nullopt;
+    return readSmtpResponse(trimmed(command), params, log);
+}
+
+bool SmtpConnImpl::smtpNoop(LogBase& log, SocketParams& params) {
+    return smtpSendGet2("NOOP\r\n", params, log).has_value();
+}
+
+bool SmtpConnImpl::smtpRset(LogBase& log, SocketParams& params) {
+    log.logInfo("Sending RSET command.");
+    return smtpSendGet2("RSET\r\n", params, log).has_value();
+}
+
+void SmtpConnImpl::smtpQuit(LogBase& log, SocketParams& params) {
+    smtpSendGet2("QUIT\r\n", params, log);
+}
+
+bool SmtpConnImpl::sendData(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log) {
+    if (!socket_) return noConnection("the message data", log);
+    params.timedOut = false;
+    if (socket_->sendBytes(bytes, settings.idleTimeoutMs, log, params)) return true;
+    failIo("while sending the message data", params, log);
+    return false;
+}
+
+void SmtpConnImpl::setTcpNoDelay(bool on, LogBase& log) {
+    if (socket_) socket_->setTcpNoDelay(on, log);
+}
+
+void SmtpConnImpl::beginTransaction() {
+    inTransaction_ = true;
+    clearLastReply();
+}
+
+void SmtpConnImpl::clearLastReply() {
+    lastStatus_ = 0;
+    lastReplyCode_ = 0;
+    lastReply_.clear();
+}
+
+void SmtpConnImpl::setAuthenticated(bool authenticated) {
+    authenticated_ = authenticated;
+    touch();
+}
+
+void SmtpConnImpl::fail(SmtpStatus status, const std::string& reason, LogBase& log) {
+    log.logError(reason);
+    outcome_.fail(status, reason);
+}
+
+bool SmtpConnImpl::noConnection(std::string_view wanted, LogBase& log) {
+    log.logError("no connection.");
+    outcome_.fail(SmtpStatus::ConnectionLost, "No connection for " + stepName(wanted) + ".");
+    ioFailure_ = IoFailure::Lost;
+    return false;
+}
+
+void SmtpConnImpl::failIo(const std::string& step, SocketParams& params, LogBase& log) {
+    const bool timedOut = params.timedOut;
+    const bool aborted = params.aborted;
+    closeSmtpConnection(log, params);
+    if (timedOut) {
+        ioFailure_ = IoFailure::Timeout;
+        log.logDataLong("idleTimeoutMs", settings.idleTimeoutMs);
+        fail(SmtpStatus::Timeout,
+             "Nothing moved for " + std::to_string(settings.idleTimeoutMs) + " ms " + step + ".",
+             log);
+    } else if (aborted) {
+        ioFailure_ = IoFailure::Aborted;
+        fail(SmtpStatus::Aborted, "The application stopped the send " + step + ".", log);
+    } else {
+        ioFailure_ = IoFailure::Lost;
+        fail(SmtpStatus::ConnectionLost, "The connection was lost " + step + ".", log);
+    }
+    params.timedOut = timedOut;
+    params.aborted = aborted;
+}
+
+void SmtpConnImpl::touch() {
+    lastActivityTickMs_ = plat::sysClock().tickMs();
+}
+
+}  // namespace tv

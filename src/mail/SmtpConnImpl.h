@@ -1,0 +1,137 @@
+// The SMTP session: connects, greets, upgrades to TLS, sends commands and reads replies. It stays
+// open between sends and is used again while nothing that matters has changed.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/DataBuffer.h"
+#include "log/LogBase.h"
+#include "mail/SmtpCapabilities.h"
+#include "mail/SmtpResponse.h"
+#include "mail/SmtpSessionLog.h"
+#include "mail/SmtpSettings.h"
+#include "mail/SmtpStatus.h"
+#include "net/Socket2.h"
+#include "net/SocketParams.h"
+
+namespace tv {
+
+class SmtpConnImpl {
+public:
+    // Why the last command or reply did not go through. After any of them the connection is closed.
+    enum class IoFailure : uint8_t { None, Lost, Timeout, Aborted, BadReply };
+
+    SmtpConnImpl() = default;
+    ~SmtpConnImpl();  // says QUIT where that makes sense, waiting at most five seconds
+    SmtpConnImpl(const SmtpConnImpl&) = delete;
+    SmtpConnImpl& operator=(const SmtpConnImpl&) = delete;
+
+    SmtpSettings settings;
+
+    // A greeted connection, the open one if it still serves. On failure it is closed.
+    bool smtpConnect(SocketParams& params, LogBase& log);
+    // The same, logged in unless there is nothing to log in with.
+    bool smtpConnectAndAuthenticate(bool skipAuthentication, SocketParams& params, LogBase& log);
+
+    // One command with its line end. A secret one is shown as "{PasswordOrCredentials}".
+    bool sendCmdToSmtp(std::string_view command, bool secret, LogBase& log, SocketParams& params);
+    // The same in two steps: commands queued one by one leave together, in one write.
+    bool queueCommand(std::string_view command, bool secret, LogBase& log);
+    bool sendQueued(LogBase& log, SocketParams& params);
+    // command tells what the reply answers. Nothing comes back where no reply came or none that can
+    // be read; the reason is in the outcome.
+    std::optional<SmtpResponse> readSmtpResponse(std::string_view command, SocketParams& params,
+                                                 LogBase& log);
+    std::optional<SmtpResponse> smtpSendGet2(std::string_view command, SocketParams& params,
+                                             LogBase& log);
+    bool smtpNoop(LogBase& log, SocketParams& params);
+    bool smtpRset(LogBase& log, SocketParams& params);
+    void smtpQuit(LogBase& log, SocketParams& params);
+    void closeSmtpConnection(LogBase& log, SocketParams& params);
+
+    // Bytes of message data; the transcript does not see them. Failure leaves its reason.
+    bool sendData(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log);
+    void setTcpNoDelay(bool on, LogBase& log);
+
+    // A transaction that does not come to its end leaves the server in an unknown state: then the
+    // connection does not serve another send.
+    void beginTransaction();
+    void endTransaction() { inTransaction_ = false; }
+
+    bool isConnected() const { return socket_ && socket_->isConnected(); }
+    bool isAuthenticated() const { return authenticated_; }
+    void setAuthenticated(bool authenticated);
+    const SmtpCapabilities& capabilities() const { return capabilities_; }
+    IoFailure ioFailure() const { return ioFailure_; }
+    // False while the last queued commands did not leave completely.
+    bool lastSendComplete() const { return lastSendComplete_; }
+    int32_t lastReplyCode() const { return lastReplyCode_; }
+    int32_t lastStatus() const { return lastStatus_; }
+    const std::string& lastReply() const { return lastReply_; }
+    void clearLastReply();
+
+    // Notes why the operation failed and writes it to the log.
+    void fail(SmtpStatus status, const std::string& reason, LogBase& log);
+    SmtpOutcome& outcome() { return outcome_; }
+    SmtpSessionLog& sessionLog() { return sessionLog_; }
+
+private:
+    // Why the open connection does not serve any longer; empty if it does.
+    std::string_view changedSetting() const;
+    bool connectionIsReady(SocketParams& params, LogBase& log);
+    bool automaticReset(SocketParams& params, LogBase& log);
+    bool openSession(SocketParams& params, LogBase& log);
+    bool openAndGreet(SocketParams& params, LogBase& log);
+    bool openTcp(SocketParams& params, LogBase& log);
+    bool smtpGreeting(SocketParams& params, LogBase& log);
+
+    std::string localHostName(LogBase& log) const;
+    bool ehlo(SocketParams& params, LogBase& log);
+    bool ehloOrHelo(SocketParams& params, LogBase& log);
+    bool greetServer(std::string_view verb, SocketParams& params, LogBase& log);
+    void takeCapabilities(const SmtpResponse& reply, LogBase& log);
+
+    bool startTls(bool ehloFirst, bool& serverRefused, SocketParams& params, LogBase& log);
+    bool upgradeToTls(SocketParams& params, LogBase& log);
+    bool upgradeIfPossible(SocketParams& params, LogBase& log);
+
+    bool noConnection(std::string_view wanted, LogBase& log);
+    bool receiveLine(std::string_view command, DataBuffer& line, SocketParams& params,
+                     LogBase& log);
+    std::string unfinishedLine(SocketParams& params, LogBase& log);
+    void noteReplyLine(std::string_view line, SocketParams& params, LogBase& log);
+    void unrecognised(std::string_view command, std::string_view line, SocketParams& params,
+                      LogBase& log);
+    std::optional<SmtpResponse> acceptReply(SmtpResponse& reply, LogBase& log);
+    void failIo(const std::string& step, SocketParams& params, LogBase& log);
+    void touch();
+
+    std::unique_ptr<Socket2> socket_;
+    SmtpSettings made_;  // those of the open connection
+    SmtpCapabilities capabilities_;
+    bool authenticated_ = false;
+    bool inTransaction_ = false;
+    uint64_t lastActivityTickMs_ = 0;
+
+    struct QueuedCommand {
+        std::string shown;
+        std::string name;
+    };
+    std::vector<QueuedCommand> queue_;
+    DataBuffer queuedBytes_;
+    bool queuedSecret_ = false;
+    bool lastSendComplete_ = false;
+
+    int32_t lastStatus_ = 0;
+    int32_t lastReplyCode_ = 0;
+    std::string lastReply_;
+    IoFailure ioFailure_ = IoFailure::None;
+    SmtpOutcome outcome_;
+    SmtpSessionLog sessionLog_;
+};
+
+}  // namespace tv

@@ -1,0 +1,66 @@
+#include "base/Ascii.h"
+#include "log/LogContextExitor.h"
+#include "mail/SmtpConnImpl.h"
+
+namespace tv {
+
+bool SmtpConnImpl::startTls(bool ehloFirst, bool& serverRefused, SocketParams& params,
+                            LogBase& log) {
+    const LogContextExitor context(log, "startTLS");
+    serverRefused = false;
+    if (ehloFirst && !ehlo(params, log)) {
+        closeSmtpConnection(log, params);
+        return false;
+    }
+    const auto reply = smtpSendGet2("STARTTLS\r\n", params, log);
+    if (!reply) return false;
+    if (reply->isSuccess()) return upgradeToTls(params, log);
+    serverRefused = true;
+    log.logError("Non-success STARTTLS response.");
+    if (reply->statusCode == 503) {
+        log.logInfo(
+            "A 503 \"Bad sequence of commands\" indicates the mail server has not enabled "
+            "STARTTLS.");
+        log.logInfo("The solution is to enable STARTTLS on the mail server.");
+        log.logInfo(
+            "When STARTTLS is enabled on the mail server, you will see STARTTLS listed in the "
+            "capabilities/extensions reported in response to the EHLO command.");
+    }
+    return false;
+}
+
+bool SmtpConnImpl::upgradeToTls(SocketParams& params, LogBase& log) {
+    // RFC 3207 section 6: what came in clear after the reply may be an attacker's.
+    if (socket_->hasBufferedInput()) {
+        fail(SmtpStatus::StartTlsFailed,
+             "The server sent unencrypted data after its reply to STARTTLS.", log);
+        closeSmtpConnection(log, params);
+        return false;
+    }
+    if (!socket_->convertToTls(settings.smtpHost.utf8(), settings.idleTimeoutMs, log, params)) {
+        log.logError("Failed to establish TLS connection.");
+        fail(SmtpStatus::StartTlsFailed, "The TLS handshake after STARTTLS failed.", log);
+        closeSmtpConnection(log, params);
+        return false;
+    }
+    log.logInfo("TLS connection established.");
+    // RFC 3207 section 4.2: nothing learnt before the handshake counts.
+    capabilities_ = {};
+    clearLastReply();
+    return true;
+}
+
+// Goes on in clear only where the server itself said no.
+bool SmtpConnImpl::upgradeIfPossible(SocketParams& params, LogBase& log) {
+    if (socket_->isTls() || !capabilities_.hasStartTls || !settings.startTlsIfPossible ||
+        !Socket2::tlsAvailable()) {
+        return true;
+    }
+    log.logInfo("This SMTP server supports STARTTLS.  Automatically doing STARTTLS...");
+    log.logInfo("If you don't want TLS, set mailman.StartTLSifPossible equal to false (or 0)");
+    bool serverRefused = false;
+    if (!startTls(false, serverRefused, params, log)) return serverRefused;
+    return ehloOrHelo(params, log);
+}
+
+}  // namespace tv

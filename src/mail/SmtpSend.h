@@ -1,0 +1,49 @@
+// The record of one send: envelope, message, and what became of it.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/DataBuffer.h"
+#include "log/LogBase.h"
+#include "mime/OutputStream.h"
+
+namespace tv {
+
+struct SmtpSend {
+    // Renders the prepared e-mail; gives the same bytes each time.
+    using MimeSource = std::function<bool(OutputStream&, LogBase&)>;
+
+    std::string fromAddress;
+    std::vector<std::string> recipients;
+    DataBuffer mimeData;  // the message in one piece; empty: mimeSource renders it
+    MimeSource mimeSource;
+    bool pipelining = true;
+    bool checkRecipientsOnly = false;  // stop after the RCPT commands
+
+    // Set by measure.
+    uint64_t mimeSize = 0;
+    uint64_t stuffedSize = 0;  // with the dots that the transfer adds
+    uint64_t progressTotal = 0;
+
+    uint64_t progressDone = 0;
+    std::vector<std::string> goodRecipients;
+    std::vector<std::string> badRecipients;
+    int32_t acceptedCount = 0;
+    int32_t sentRcptCount = 0;
+    bool retryAllowed = false;  // a reconnect and a second try are worth it, and cannot double
+
+    // The share of the progress that each recipient and the rest of the envelope stand for.
+    static constexpr uint64_t kRecipientShare = 80;
+    static constexpr uint64_t kEnvelopeShare = 180;
+
+    bool renderTo(OutputStream& out, LogBase& log) const;
+    // Renders once to learn the sizes. False if the message does not render or is empty.
+    bool measure(LogBase& log);
+    // The message as it goes over the line, in blocks. False if it does not render or out fails.
+    bool renderStuffed(OutputStream& out, LogBase& log) const;
+};
+
+}  // namespace tv

@@ -1,0 +1,52 @@
+#include "mail/SmtpStatus.h"
+
+#include <utility>
+
+namespace tv {
+
+std::string_view statusWord(SmtpStatus status) {
+    static constexpr std::string_view kWords[] = {
+        "Success",
+        "InternalFailure",
+        "RenderFailed",
+        "NoRecipients",
+        "Aborted",
+        "ConnectFailed",
+        "AuthFailure",
+        "NoFrom",
+        "FromFailure",
+        "NoValidRecipients",
+        "SomeBadRecipients",
+        "DataFailure",
+        "Timeout",
+        "ConnectionLost",
+        "NoSmtpHostname",
+        "GreetingError",
+        "StartTlsFailed",
+        "NoCredentials",
+        "Failed",
+    };
+    static_assert(std::size(kWords) == static_cast<size_t>(SmtpStatus::Failed) + 1);
+    return kWords[static_cast<size_t>(status)];
+}
+
+void SmtpOutcome::clear() {
+    status_ = SmtpStatus::Success;
+    reason_.clear();
+}
+
+void SmtpOutcome::fail(SmtpStatus status, std::string reason) {
+    if (status_ != SmtpStatus::Success && status_ != SmtpStatus::NoFrom) return;
+    status_ = status;
+    reason_ = std::move(reason);
+}
+
+void SmtpOutcome::settle(bool success) {
+    if (success) {
+        clear();
+    } else if (status_ == SmtpStatus::Success) {
+        status_ = SmtpStatus::Failed;
+    }
+}
+
+}  // namespace tv

@@ -1,0 +1,51 @@
+// What became of a send: the outcome, its status word and the sentence that goes with it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace tv {
+
+enum class SmtpStatus : uint8_t {
+    Success,
+    InternalFailure,
+    RenderFailed,
+    NoRecipients,
+    Aborted,
+    ConnectFailed,
+    AuthFailure,
+    NoFrom,
+    FromFailure,
+    NoValidRecipients,
+    SomeBadRecipients,
+    DataFailure,
+    Timeout,
+    ConnectionLost,
+    NoSmtpHostname,
+    GreetingError,
+    StartTlsFailed,
+    NoCredentials,
+    Failed,
+};
+
+std::string_view statusWord(SmtpStatus status);
+
+// The first failure of an attempt names its outcome; what merely follows from it (a lost RSET after
+// a refusal) changes nothing. NoFrom is a remark that any failure replaces.
+class SmtpOutcome {
+public:
+    void clear();
+    void fail(SmtpStatus status, std::string reason);
+    // A send that ended without naming a reason is "Failed"; one that succeeded is "Success".
+    void settle(bool success);
+
+    SmtpStatus status() const { return status_; }
+    const std::string& reason() const { return reason_; }
+
+private:
+    SmtpStatus status_ = SmtpStatus::Success;
+    std::string reason_;
+};
+
+}  // namespace tv

@@ -1,0 +1,338 @@
+#include "mail/SmtpTransfer.h"
+
+#include <algorithm>
+
+#include "base/Ascii.h"
+#include "log/LogContextExitor.h"
+#include "mail/SmtpCommand.h"
+
+namespace tv {
+namespace {
+
+// More commands than this do not leave without reading replies: both sides would wait for each
+// other once every buffer between them is full (RFC 2920 section 3.1).
+constexpr size_t kFlightRecipients = 1000;
+
+constexpr int32_t kServiceClosing = 421;
+constexpr int32_t kTryAgain = 451;
+constexpr int32_t kGoAhead = 354;
+
+}  // namespace
+
+bool SmtpTransfer::sendSmtpEmail() {
+    const LogContextExitor context(log_, "sendSmtpEmail");
+    connection_.clearLastReply();
+    send_.retryAllowed = false;
+    send_.acceptedCount = send_.sentRcptCount = 0;
+    send_.goodRecipients.clear();
+    send_.badRecipients.clear();
+    if (!hasRecipients()) {
+        log_.logError("No SMTP recipients.");
+        log_.logError(
+            "You have not added any TO, CC, or BCC recipients.  Make sure to call email.AddTo, "
+            "AddCC, or AddBcc at least once.");
+        connection_.fail(SmtpStatus::NoValidRecipients,
+                         "There is no point in trying to send an email if there are no recipients.",
+                         log_);
+        return false;
+    }
+    connection_.beginTransaction();
+    const bool pipelined = connection_.capabilities().hasPipelining && send_.pipelining;
+    if (!(pipelined ? sendWithPipelining() : sendNonPipelining())) {
+        connection_.endTransaction();
+        advance(SmtpSend::kEnvelopeShare);
+        if (!params_.aborted && params_.checkAbort()) {
+            connection_.fail(SmtpStatus::Aborted, "Aborted by application callback.", log_);
+        }
+        return false;
+    }
+    bool success = true;
+    if (send_.checkRecipientsOnly) {
+        connection_.smtpRset(log_, params_);
+    } else {
+        success = transferMessage();
+    }
+    connection_.endTransaction();
+    return success;
+}
+
+bool SmtpTransfer::hasRecipients() const {
+    return std::any_of(send_.recipients.begin(), send_.recipients.end(),
+                       [](const std::string& recipient) { return !recipient.empty(); });
+}
+
+// --- one command after the other
+
+bool SmtpTransfer::sendNonPipelining() {
+    if (!smtpMailFrom()) return false;
+    if (!sendRecipients()) return false;
+    if (send_.checkRecipientsOnly) return true;
+    return checkAccepted() && smtpData();
+}
+
+bool SmtpTransfer::smtpMailFrom() {
+    if (!queueMailFrom() || !connection_.sendQueued(log_, params_)) {
+        log_.logError("Failed to send " + senderStep());
+        return noteLostCommand();
+    }
+    const auto reply = connection_.readSmtpResponse(senderStep(), params_, log_);
+    if (!reply) return noteLostCommand();
+    if (reply->isSuccess()) return true;
+    send_.retryAllowed = reply->statusCode == kServiceClosing || reply->statusCode == kTryAgain;
+    return refuse(SmtpStatus::FromFailure, senderStep());
+}
+
+bool SmtpTransfer::queueMailFrom() {
+    const LogContextExitor context(log_, "smtpMailFrom");
+    send_.fromAddress = smtp::bareAddress(send_.fromAddress);
+    log_.logData("mailFrom", send_.fromAddress);
+    if (send_.fromAddress.empty()) {
+        connection_.outcome().fail(SmtpStatus::NoFrom, "The message has no sender.");
+        log_.logInfo("Warning: No From Address");
+    }
+    smtp::FromParameters parameters;
+    if (connection_.capabilities().hasDsn) {
+        parameters.ret = connection_.settings.dsnRet.utf8();
+        parameters.envid = connection_.settings.dsnEnvid.utf8();
+    }
+    return connection_.queueCommand(smtp::mailFromCommand(send_.fromAddress, parameters), false,
+                                    log_);
+}
+
+bool SmtpTransfer::sendRecipients() {
+    const LogContextExitor context(log_, "rcptTo");
+    for (std::string& recipient : send_.recipients) {
+        if (recipient.empty()) continue;
+        if (!sendRcptTo(recipient)) {
+            log_.logError("Failed to send RCPT TO command.");
+            return noteLostCommand();
+        }
+        if (!readRcptTo(recipient)) {
+            log_.logError("Failed to read RCPT TO response.");
+            return noteLostCommand();
+        }
+    }
+    return true;
+}
+
+bool SmtpTransfer::sendRcptTo(std::string& recipient) {
+    const LogContextExitor context(log_, "sendRcptTo");
+    if (queueRcptTo(recipient) && connection_.sendQueued(log_, params_)) return true;
+    if (params_.aborted) {
+        log_.logError("Aborted by application callback when sending RCPT TO");
+    } else {
+        log_.logError("Failed to send " + recipientStep(recipient));
+    }
+    return false;
+}
+
+bool SmtpTransfer::queueRcptTo(std::string& recipient) {
+    recipient = smtp::recipientAddress(recipient);
+    const std::string_view notify = connection_.capabilities().hasDsn
+                                        ? connection_.settings.dsnNotify.utf8()
+                                        : std::string_view();
+    if (!connection_.queueCommand(smtp::rcptToCommand(recipient, notify), false, log_)) {
+        return false;
+    }
+    ++send_.sentRcptCount;
+    return true;
+}
+
+bool SmtpTransfer::readRcptTo(const std::string& recipient) {
+    const LogContextExitor context(log_, "readRcptTo");
+    const auto reply = connection_.readSmtpResponse(recipientStep(recipient), params_, log_);
+    if (!reply) return false;
+    advance(SmtpSend::kRecipientShare);
+    if (params_.checkAbort()) {
+        connection_.fail(SmtpStatus::Aborted,
+                         "Aborted by application callback after receiving RCPT TO response.", log_);
+        close();
+        return false;
+    }
+    if (reply->isSuccess()) {
+        ++send_.acceptedCount;
+        log_.logData("recipient", recipient);
+        send_.goodRecipients.push_back(recipient);
+        return true;
+    }
+    if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
+    log_.logData("bad_address", recipient);
+    send_.badRecipients.push_back(recipient);
+    lastRefusal_ = recipientStep(recipient) + " was answered with: " + connection_.lastReply();
+    return true;
+}
+
+bool SmtpTransfer::checkAccepted() {
+    if (send_.acceptedCount == 0) return noValidRecipients();
+    if (send_.acceptedCount < send_.sentRcptCount && connection_.settings.requireAllRecipients) {
+        connection_.fail(SmtpStatus::SomeBadRecipients,
+                         "Not all recipients were accepted. " + lastRefusal_, log_);
+        connection_.smtpRset(log_, params_);
+        return false;
+    }
+    return true;
+}
+
+bool SmtpTransfer::smtpData() {
+    const auto reply = connection_.smtpSendGet2("DATA\r\n", params_, log_);
+    if (!reply) return noteLostCommand();
+    if (reply->statusCode == kGoAhead) return true;
+    if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
+    log_.logError("Non-success DATA response.");
+    return refuse(SmtpStatus::DataFailure, "DATA");
+}
+
+// --- all commands in one flight
+
+bool SmtpTransfer::sendWithPipelining() {
+    Mail mail = Mail::Accepted;
+    size_t first = 0;
+    do {
+        const bool withMail = first == 0;
+        if (withMail && !queueMailFrom()) return noteLostCommand();
+        const size_t end = queueFlight(first);
+        if (!sendFlight()) return false;
+        if (withMail) mail = readPipelinedMailReply();
+        if (mail == Mail::Unusable || !readFlightReplies(first, end)) return false;
+        first = end;
+    } while (first < send_.recipients.size() && mail == Mail::Accepted);
+    if (send_.checkRecipientsOnly || first < send_.recipients.size()) {
+        if (mail == Mail::Accepted) return true;
+        connection_.smtpRset(log_, params_);
+        return false;
+    }
+    return readPipelinedDataReply(mail == Mail::Refused);
+}
+
+// Queues the next recipients and, with the last of them, DATA. Returns where the flight ends.
+size_t SmtpTransfer::queueFlight(size_t first) {
+    const size_t end = std::min(send_.recipients.size(), first + kFlightRecipients);
+    for (size_t i = first; i < end; ++i) {
+        if (send_.recipients[i].empty()) continue;
+        const LogContextExitor context(log_, "sendRcptTo");
+        if (!queueRcptTo(send_.recipients[i])) return end;
+    }
+    if (end == send_.recipients.size() && !send_.checkRecipientsOnly) {
+        connection_.queueCommand("DATA\r\n", false, log_);
+    }
+    return end;
+}
+
+bool SmtpTransfer::sendFlight() {
+    if (connection_.sendQueued(log_, params_)) return true;
+    if (params_.aborted) {
+        log_.logError("Aborted by application callback when sending RCPT TO");
+    } else {
+        log_.logError("Failed to send " + senderStep());
+        log_.logError("Failed to send RCPT TO command.");
+    }
+    return noteLostCommand();
+}
+
+SmtpTransfer::Mail SmtpTransfer::readPipelinedMailReply() {
+    const auto reply = connection_.readSmtpResponse(senderStep(), params_, log_);
+    if (!reply) {
+        if (connection_.settings.userName.empty()) {
+            log_.logInfo("Note: Your application did not provide an SMTP username.");
+            log_.logInfo("The lack of an SMTP login name could be the cause of this error.");
+        }
+        noteLostCommand();
+        return Mail::Unusable;
+    }
+    if (reply->isSuccess()) return Mail::Accepted;
+    if (reply->statusCode == kGoAhead) {
+        strange354(SmtpStatus::FromFailure);
+        return Mail::Unusable;
+    }
+    send_.retryAllowed = reply->statusCode == kServiceClosing || reply->statusCode == kTryAgain;
+    connection_.fail(SmtpStatus::FromFailure,
+                     senderStep() + " was answered with: " + connection_.lastReply(), log_);
+    return Mail::Refused;
+}
+
+bool SmtpTransfer::readFlightReplies(size_t first, size_t end) {
+    const bool mailRefused = connection_.outcome().status() == SmtpStatus::FromFailure;
+    for (size_t i = first; i < end; ++i) {
+        const std::string& recipient = send_.recipients[i];
+        if (recipient.empty()) continue;
+        if (!readRcptTo(recipient)) {
+            log_.logError("Failed to read RCPT TO response.");
+            if (!mailRefused) noteLostCommand();
+            return false;
+        }
+        if (connection_.lastReplyCode() == kGoAhead) return strange354(SmtpStatus::DataFailure);
+    }
+    return true;
+}
+
+// The server takes what follows for the message although replies are missing: the two sides no
+// longer speak of the same command.
+bool SmtpTransfer::strange354(SmtpStatus status) {
+    log_.logInfo("Strange that a 354 response was already received.");
+    log_.logInfo(
+        "Try turning off the mailman.SmtpPipelining property by setting it equal to false/0.");
+    connection_.fail(
+        status, "The replies to the pipelined commands came out of order: 354 too early.", log_);
+    close();
+    return false;
+}
+
+bool SmtpTransfer::readPipelinedDataReply(bool mailRefused) {
+    const auto reply = connection_.readSmtpResponse("DATA", params_, log_);
+    if (!reply) {
+        if (!mailRefused) noteLostCommand();
+        return false;
+    }
+    if (reply->statusCode != kGoAhead) {
+        if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
+        if (send_.acceptedCount == 0 && !mailRefused) return noValidRecipients();
+        log_.logError("Non-success DATA response.");
+        return refuse(SmtpStatus::DataFailure, "DATA");
+    }
+    // Now a next command would be swallowed as text. With a server that is closing anyway, a
+    // message for nobody is not worth sending either.
+    if (mailRefused || (send_.acceptedCount == 0 && send_.retryAllowed)) {
+        connection_.outcome().fail(SmtpStatus::NoValidRecipients,
+                                   "No recipient was accepted. " + lastRefusal_);
+        close();
+        return false;
+    }
+    return true;
+}
+
+// --- what both modes share
+
+bool SmtpTransfer::refuse(SmtpStatus status, const std::string& what) {
+    connection_.fail(status, what + " was answered with: " + connection_.lastReply(), log_);
+    connection_.smtpRset(log_, params_);
+    return false;
+}
+
+bool SmtpTransfer::noValidRecipients() {
+    log_.logError("No valid recipients");
+    connection_.fail(SmtpStatus::NoValidRecipients, "No recipient was accepted. " + lastRefusal_,
+                     log_);
+    connection_.smtpRset(log_, params_);
+    return false;
+}
+
+// Nothing of the message has been sent yet: a lost connection allows another try.
+bool SmtpTransfer::noteLostCommand() {
+    if (connection_.ioFailure() == SmtpConnImpl::IoFailure::Lost) send_.retryAllowed = true;
+    return false;
+}
+
+void SmtpTransfer::advance(uint64_t amount) {
+    send_.progressDone += amount;
+    if (params_.monitor) params_.monitor->progress(send_.progressDone, send_.progressTotal);
+}
+
+std::string SmtpTransfer::senderStep() const {
+    return "MAIL FROM:<" + send_.fromAddress + ">";
+}
+
+std::string SmtpTransfer::recipientStep(const std::string& recipient) const {
+    return "RCPT TO:<" + recipient + ">";
+}
+
+}  // namespace tv

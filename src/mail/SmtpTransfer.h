@@ -1,0 +1,70 @@
+// One mail transaction on a greeted connection: MAIL FROM, RCPT TO, DATA, the message, its end.
+#pragma once
+
+#include <string>
+
+#include "log/LogBase.h"
+#include "mail/SmtpConnImpl.h"
+#include "mail/SmtpSend.h"
+#include "net/SocketParams.h"
+
+namespace tv {
+
+class SmtpTransfer {
+public:
+    // send has been measured; its counters and result lists start anew.
+    SmtpTransfer(SmtpConnImpl& connection, SmtpSend& send, SocketParams& params, LogBase& log)
+        : connection_(connection), send_(send), params_(params), log_(log) {}
+
+    // True if the server has taken the message. A refusal leaves the connection open after RSET,
+    // everything else that fails closes it. send.retryAllowed is set only where the server cannot
+    // have the message.
+    bool sendSmtpEmail();
+
+private:
+    enum class Mail { Accepted, Refused, Unusable };
+
+    // The envelope; true when the server waits for the message (or has the recipients checked).
+    bool sendNonPipelining();
+    bool sendWithPipelining();
+
+    bool queueMailFrom();
+    bool queueRcptTo(std::string& recipient);
+    bool sendRcptTo(std::string& recipient);
+    bool readRcptTo(const std::string& recipient);
+    bool sendFlight();
+    size_t queueFlight(size_t first);
+    Mail readPipelinedMailReply();
+    bool readFlightReplies(size_t first, size_t end);
+    bool readPipelinedDataReply(bool mailRefused);
+    bool strange354(SmtpStatus status);
+
+    bool smtpMailFrom();
+    bool sendRecipients();
+    bool checkAccepted();
+    bool smtpData();
+
+    bool transferMessage();
+    bool sendDataToSmtp();
+    bool streamMessage();
+    bool finishMessage();
+    bool judgeFinalReply(const SmtpResponse& reply);
+    bool noRecipientTookIt();
+
+    bool refuse(SmtpStatus status, const std::string& what);
+    bool noValidRecipients();
+    bool noteLostCommand();
+    void close() { connection_.closeSmtpConnection(log_, params_); }
+    void advance(uint64_t amount);
+    bool hasRecipients() const;
+    std::string senderStep() const;
+    std::string recipientStep(const std::string& recipient) const;
+
+    SmtpConnImpl& connection_;
+    SmtpSend& send_;
+    SocketParams& params_;
+    LogBase& log_;
+    std::string lastRefusal_;  // of a recipient
+};
+
+}  // namespace tv

@@ -1,0 +1,99 @@
+#include "log/LogContextExitor.h"
+#include "mail/ChunkStream.h"
+#include "mail/SentMailLog.h"
+#include "mail/SmtpTransfer.h"
+
+namespace tv {
+namespace {
+
+// Above this the bytes are better left to the system's own packing.
+constexpr uint64_t kLargeTransfer = 10000;
+
+}  // namespace
+
+// The server waits for the message. From here on no second try is allowed: what breaks off after
+// the terminator began may have been accepted.
+bool SmtpTransfer::transferMessage() {
+    send_.retryAllowed = false;
+    const std::string_view sentMailLog = connection_.settings.sentMailLogFile.utf8();
+    const bool logged = sentMailLog.empty() || smtp::appendToSentMailLog(sentMailLog, send_, log_);
+    log_.logDataLong("mimeDataSize", static_cast<int64_t>(send_.stuffedSize));
+    if (!logged) {
+        connection_.fail(SmtpStatus::RenderFailed,
+                         "The message could not be rendered for the sent-mail log.", log_);
+    }
+    if (!logged || !sendDataToSmtp()) {
+        log_.logError(params_.aborted ? "Aborted by application callback while sending MIME data."
+                                      : "Failed when sending MIME body");
+        close();
+        return false;
+    }
+    if (!finishMessage()) {
+        close();
+        return false;
+    }
+    return send_.acceptedCount != 0 || noRecipientTookIt();
+}
+
+bool SmtpTransfer::noRecipientTookIt() {
+    connection_.fail(SmtpStatus::NoValidRecipients, "No recipient was accepted. " + lastRefusal_,
+                     log_);
+    return false;
+}
+
+bool SmtpTransfer::sendDataToSmtp() {
+    const LogContextExitor context(log_, "sendDataToSmtp");
+    const bool large = send_.stuffedSize > kLargeTransfer;
+    if (large) connection_.setTcpNoDelay(false, log_);
+    connection_.sessionLog().addDataSize(send_.stuffedSize);
+    const bool sent = streamMessage();
+    if (large) connection_.setTcpNoDelay(true, log_);
+    const std::string_view event = sent ? "SmtpDataSent" : "SmtpDataSendFailed";
+    if (params_.monitor) params_.monitor->textEvent(event, "...");
+    log_.logData(event, "...");
+    return sent;
+}
+
+bool SmtpTransfer::streamMessage() {
+    ChunkStream chunks(connection_.settings.sendChunkSize, [&](std::span<const uint8_t> chunk) {
+        if (!connection_.sendData(chunk, params_, log_)) return false;
+        advance(chunk.size());
+        return true;
+    });
+    const bool rendered = send_.renderStuffed(chunks, log_) && chunks.finish();
+    log_.logDataLong("numBytesSent", static_cast<int64_t>(chunks.bytesOut()));
+    if (rendered && chunks.bytesOut() == send_.stuffedSize) return true;
+    // A message that broke off must never get its terminator.
+    if (!connection_.isConnected()) return false;
+    connection_.fail(SmtpStatus::RenderFailed,
+                     "The message could not be rendered to its end; it was not finished.", log_);
+    return false;
+}
+
+bool SmtpTransfer::finishMessage() {
+    const bool sent = connection_.sendCmdToSmtp("\r\n.\r\n", false, log_, params_);
+    const bool left = connection_.lastSendComplete();
+    if (!sent && !params_.aborted) {
+        log_.logError("SMTP failed when sending DATA terminator.");
+        return false;
+    }
+    const auto reply = sent ? connection_.readSmtpResponse(".", params_, log_) : std::nullopt;
+    if (reply) return judgeFinalReply(*reply);
+    if (params_.aborted) {
+        log_.logError("Aborted by application callback at DATA terminator.");
+        close();
+        return left;  // then the message is with the server
+    }
+    log_.logError("SMTP failed when receiving the DATA terminator response.");
+    return false;
+}
+
+bool SmtpTransfer::judgeFinalReply(const SmtpResponse& reply) {
+    if (reply.statusCode < 400) return true;
+    log_.logError("Non-success DATA terminator response.");
+    connection_.fail(SmtpStatus::DataFailure,
+                     "The message was answered with: " + connection_.lastReply(), log_);
+    return false;
+}
+
+}  // namespace tv

@@ -1,0 +1,160 @@
+// Files in a message: attachments and inline related items.
+#include <algorithm>
+
+#include "base/Ascii.h"
+#include "base/CodePage.h"
+#include "base/Random.h"
+#include "log/LogContextExitor.h"
+#include "mime/ClsEmail.h"
+#include "mime/Identifiers.h"
+#include "mime/MediaTypes.h"
+#include "platform/SysFile.h"
+#include "platform/SysHost.h"
+
+namespace tv {
+namespace {
+
+// Appends what the file holds from here on; false for a read error or where memory ends. Room for
+// all that is expected is already reserved, so the block is never moved or grown on the usual way.
+bool readToEnd(plat::SysFile& file, size_t expected, DataBuffer& block) {
+    constexpr size_t kStep = 1024 * 1024;
+    for (;;) {
+        const size_t have = block.size();
+        uint8_t beyond[512];  // the file may have grown meanwhile
+        size_t got = 0;
+        if (have < expected) {
+            const size_t step = std::min(kStep, expected - have);
+            if (!block.resize(have + step) || !file.read(block.data() + have, step, got)) {
+                return false;
+            }
+            block.resize(have + got);
+        } else if (!file.read(beyond, sizeof beyond, got) || !block.append({beyond, got})) {
+            return false;
+        }
+        if (got == 0) return true;
+    }
+}
+
+// The whole file in one block of its size; nullptr with the reason logged.
+SharedBody loadFile(std::string_view path, std::string_view failure, LogBase& log) {
+    plat::SysFile file;
+    if (!file.openRead(path)) {
+        log.logError(failure);
+        return nullptr;
+    }
+    uint64_t size = 0;
+    if (!file.size(size)) size = 0;
+    const auto block = std::make_shared<DataBuffer>();
+    if (size > SIZE_MAX / 2 || !block->reserve(static_cast<size_t>(size))) {
+        log.logError("Not enough memory to load the file.");
+        log.logDataLong("fileSize", static_cast<int64_t>(size));
+        return nullptr;
+    }
+    if (!readToEnd(file, static_cast<size_t>(size), *block)) {
+        log.logError(failure);
+        return nullptr;
+    }
+    return block;
+}
+
+// A path may be written with either separator or, by hosts that glue paths together, with both.
+std::string_view fileNameOf(std::string_view path) {
+    const size_t slash = path.rfind('/');
+    const size_t backslash = path.rfind('\\');
+    const size_t last = slash == std::string_view::npos       ? backslash
+                        : backslash == std::string_view::npos ? slash
+                                                              : std::max(slash, backslash);
+    return last == std::string_view::npos ? path : path.substr(last + 1);
+}
+
+// What a text file declares. Its bytes are never converted.
+uint32_t charsetOfFile(std::string_view bytes) {
+    if (isAscii(bytes)) return kCodePageAscii;
+    return isValidUtf8(bytes) ? kCodePageUtf8 : plat::sysHost().ansiCodePage();
+}
+
+std::unique_ptr<Email2> partOf(Email2& root, std::string_view path, SharedBody bytes) {
+    const std::string_view type = mediaTypeOfPath(path);
+    const bool isText = startsWithIgnoreCase(type, "text");
+    const uint32_t charset = isText ? charsetOfFile(bytes->text()) : 0;
+    std::unique_ptr<Email2> part = root.createSubPart();
+    part->setFileContent(type, charset, fileNameOf(path), std::move(bytes));
+    part->setTransferEncoding(isText ? "quoted-printable" : "base64");
+    return part;
+}
+
+bool newContentId(std::string& id) {
+    uint8_t random[16];
+    if (!randomBytes(random)) return false;
+    id = contentIdOf(random);
+    return true;
+}
+
+}  // namespace
+
+bool ClsEmail::AddFileAttachment(const XString& path, XString& contentType) {
+    Operation operation(*this, "AddFileAttachment");
+    LogBase& log = operation.log();
+    Email2* message = root(log);
+    if (message && addFileAttachment(*message, path.utf8(), contentType, log)) {
+        return operation.finish(true);
+    }
+    log.logError("Failed to add file attachment");
+    return operation.finish(false);
+}
+
+bool ClsEmail::addFileAttachment(Email2& root, std::string_view path, XString& contentType,
+                                 LogBase& log) {
+    log.logData("path", path);
+    SharedBody bytes;
+    if (!plat::isRegularFile(path)) {
+        log.logError("file does not exist");
+    } else {
+        const LogContextExitor context(log, "loadIntoAttachmentBody");
+        bytes = loadFile(path, "Failed to load file.", log);
+    }
+    if (!bytes) {
+        log.logError("Failed to create attachment from file.");
+        return false;
+    }
+    std::unique_ptr<Email2> part = partOf(root, path, std::move(bytes));
+    part->setDisposition("attachment", fileNameOf(path));
+    contentType.setUtf8(part->contentType().mediaType());
+    root.addAttachment(std::move(part), log);
+    log.logData("contentType", contentType.utf8());
+    return true;
+}
+
+bool ClsEmail::AddRelatedFile(const XString& path, XString& contentId) {
+    Operation operation(*this, "AddRelatedFile");
+    LogBase& log = operation.log();
+    Email2* message = root(log);
+    if (message && addRelatedFile(*message, path.utf8(), contentId, log)) {
+        return operation.finish(true);
+    }
+    log.logError("Failed to add related file");
+    return operation.finish(false);
+}
+
+bool ClsEmail::addRelatedFile(Email2& root, std::string_view path, XString& contentId,
+                              LogBase& log) {
+    log.logData("path", path);
+    SharedBody bytes;
+    {
+        const LogContextExitor context(log, "loadIntoRelatedBody");
+        bytes = loadFile(path, "File does not exist, or cannot open file.", log);
+    }
+    if (!bytes) return false;
+    std::string id;
+    if (!newContentId(id)) {
+        log.logError("Failed to generate Content-ID for related item (1)");
+        return false;
+    }
+    std::unique_ptr<Email2> part = partOf(root, path, std::move(bytes));
+    part->setContentId(id);
+    root.addRelatedItem(std::move(part), log);
+    contentId.setUtf8(std::string_view(id).substr(1, id.size() - 2));
+    return true;
+}
+
+}  // namespace tv

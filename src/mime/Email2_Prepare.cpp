@@ -1,0 +1,78 @@
+// What happens to a message before it is sent: internal fields are applied, identity is renewed.
+#include "base/DateTime.h"
+#include "mime/AddressList.h"
+#include "mime/Email2.h"
+
+namespace tv {
+namespace {
+
+std::string withoutBrackets(std::string_view text) {
+    std::string out(text);
+    std::erase_if(out, [](char c) { return c == '<' || c == '>'; });
+    return std::string(trimmed(out));
+}
+
+std::string firstAddress(std::string_view list) {
+    const std::vector<_tvEmailAddress> mailboxes = parseMailboxes(list);
+    return mailboxes.empty() ? std::string() : mailboxes.front().address();
+}
+
+}  // namespace
+
+std::string Email2::getSmtpReversePath(LogBase& log) const {
+    const struct {
+        std::string_view source;
+        std::string address;
+    } sources[] = {
+        {"fromTvxBounceAddr", withoutBrackets(header_.get("TVX-Bounce-Address"))},
+        {"fromReturnPath", withoutBrackets(header_.get("return-path"))},
+        {"fromAddr822", from_.address()},
+        {"fromMimeHeader", firstAddress(header_.get("from"))},
+        {"fromReplyTo", firstAddress(header_.get("reply-to"))},
+    };
+    for (const auto& [source, address] : sources) {
+        if (address.empty()) continue;
+        log.logDataVerbose(source, address);
+        return address;
+    }
+    log.logVerbose("fromNothing");
+    return {};
+}
+
+std::unique_ptr<Email2> Email2::createForSending(bool autoMessageId, LogBase& log) const {
+    std::unique_ptr<Email2> copy = clone(std::make_shared<_tvEmailCommon>(*common_));
+    copy->date_ = plat::sysClock().localTime();
+    copy->header_.set("Date", mailDate(copy->date_));
+    if (autoMessageId) {
+        log.logInfo("Auto-generating Message-ID");
+        copy->messageIdBytes_.clear();
+        if (!copy->generateMessageId(log)) return nullptr;
+    } else {
+        log.logInfo("Not auto-generating Message-ID");
+    }
+    copy->applyInternalFields();
+    if (copy->header_.has("DKIM-Signature") || copy->header_.has("DomainKey-Signature")) {
+        log.logInfo(
+            "Warning: DKIM/DomainKey signatures will become invalid when email is sent by calling "
+            "SendEmail.");
+        log.logInfo("DKIM signed email MUST be sent using the SendMimeBytes or SendMime methods.");
+    }
+    return copy;
+}
+
+void Email2::applyInternalFields() {
+    if (equalsIgnoreCase(header_.get("TVX-ReturnReceipt"), "YES")) {
+        header_.set("Disposition-Notification-To", '<' + from_.address() + '>');
+        header_.remove("TVX-ReturnReceipt");
+    }
+    header_.remove("TVX-Bounce-Address");
+    header_.remove("Return-Path");
+    const std::string bcc(header_.get("TVX-Bcc"));
+    if (!bcc.empty()) {
+        recipients(Recipients::Bcc).clear();  // the field speaks for itself
+        header_.set("Bcc", bcc);
+        header_.remove("TVX-Bcc");
+    }
+}
+
+}  // namespace tv

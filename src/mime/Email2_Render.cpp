@@ -1,0 +1,170 @@
+// From the tree to bytes. Nothing here changes the tree: what a node looks like on the wire is
+// decided in a Leaf, made anew for each rendering.
+#include "base/Ascii.h"
+#include "base/CodePage.h"
+#include "log/LogContextExitor.h"
+#include "mime/AddressList.h"
+#include "mime/ContentCoding.h"
+#include "mime/Email2.h"
+#include "mime/HtmlMeta.h"
+#include "mime/ParameterText.h"
+#include "mime/PlainBody.h"
+#include "platform/SysHost.h"
+
+namespace tv {
+namespace {
+
+constexpr std::string_view kTransferEncoding = "Content-Transfer-Encoding";
+constexpr std::string_view kQuotedPrintable = "quoted-printable";
+
+}  // namespace
+
+struct Email2::Leaf {
+    _tvContentType type;
+    std::string_view encoding;
+    std::string_view original;
+    std::string converted;
+    bool isConverted = false;
+
+    std::string_view text() const { return isConverted ? std::string_view(converted) : original; }
+};
+
+bool Email2::render(OutputStream& out, const RenderOptions& options, LogBase& log) const {
+    const LogContextExitor context(log, "assembleMimeBody");
+    BlockStream blocks(out);
+    return renderNode(blocks, options, log) && blocks.flush();
+}
+
+bool Email2::renderedSize(const RenderOptions& options, uint64_t& size, LogBase& log) const {
+    CountingStream counter;
+    if (!render(counter, options, log)) return false;
+    size = counter.count();
+    return true;
+}
+
+bool Email2::renderNode(OutputStream& out, const RenderOptions& options, LogBase& log) const {
+    if (!isValid()) return false;
+    if (isMultipart()) {
+        return renderHeader(nullptr, out, options, log) && renderChildren(out, options, log);
+    }
+    const Leaf leaf = prepareLeaf(options, log);
+    return renderHeader(&leaf, out, options, log) && renderBody(leaf, out, options, log);
+}
+
+bool Email2::renderChildren(OutputStream& out, const RenderOptions& options, LogBase& log) const {
+    const std::string delimiter = "--" + contentType_.boundary;
+    const auto writeDelimiter = [&](std::string_view end) {
+        if (out.write(delimiter) && out.write(end)) return true;
+        log.logError("Failed to write boundary to output.");
+        return false;
+    };
+    for (const auto& child : children_) {
+        if (!writeDelimiter("\r\n") || !child->renderNode(out, options, log) ||
+            !out.write("\r\n")) {
+            return false;
+        }
+    }
+    return writeDelimiter("--\r\n");
+}
+
+Email2::Leaf Email2::prepareLeaf(const RenderOptions& options, LogBase& log) const {
+    Leaf leaf{contentType_, transferEncoding_, bodyText(), {}, false};
+    const bool textual = leaf.type.mediaType().empty() || leaf.type.isText();
+    if (textual && !isAttachment() && !isAscii(leaf.original)) {
+        if (leaf.type.mediaType().empty()) leaf.type.setMediaType("text/plain");
+        if (leaf.encoding.empty() || leaf.encoding == "7bit") leaf.encoding = kQuotedPrintable;
+    }
+    if (options.sevenBitOnly && leaf.encoding == "8bit") leaf.encoding = kQuotedPrintable;
+    if (isTextBody()) convertText(leaf, log);
+    return leaf;
+}
+
+// The body is UTF-8 in the tree; here it becomes text of the message's charset.
+void Email2::convertText(Leaf& leaf, LogBase& log) const {
+    const uint32_t page = common_->codePage;
+    if (page == 0 || page == kCodePageUtf8) {
+        leaf.type.setCharset(page == 0 && isAscii(leaf.original) ? kCodePageAscii : kCodePageUtf8);
+        return;
+    }
+    if (page == kCodePageAscii && isAscii(leaf.original)) {
+        leaf.type.setCharset(page);
+        return;
+    }
+    const uint32_t target = page == kCodePageAscii ? plat::sysHost().ansiCodePage() : page;
+    leaf.isConverted = utf8ToCodePage(target, leaf.original, leaf.converted);
+    leaf.type.setCharset(leaf.isConverted ? target : kCodePageUtf8);
+    if (!leaf.type.is("text/html") || target == kCodePageUtf16Le || target == kCodePageUtf16Be) {
+        return;
+    }
+    const LogContextExitor context(log, "processHtmlMeta");
+    std::string corrected;
+    if (correctMetaCharset(leaf.text(), leaf.type.charset().codePage, corrected, log)) {
+        leaf.converted = std::move(corrected);
+        leaf.isConverted = true;
+    }
+}
+
+bool Email2::renderHeader(const Leaf* leaf, OutputStream& out, const RenderOptions& options,
+                          LogBase& log) const {
+    std::string block;
+    const std::string_view excluded = options.excludedPrefix;
+    for (const MimeHeader::Field& field : header_.fields()) {
+        if (!excluded.empty() && startsWithIgnoreCase(field.name, excluded)) continue;
+        writeHeaderField(field, leaf, block, log);
+        block += "\r\n";
+    }
+    if (leaf && !leaf->encoding.empty() && !header_.has(kTransferEncoding)) {
+        block += std::string(kTransferEncoding) + ": " + std::string(leaf->encoding);
+    }
+    while (block.ends_with('\r') || block.ends_with('\n')) {
+        block.pop_back();
+    }
+    block += "\r\n\r\n";
+    return out.write(block);
+}
+
+// Fields that mirror a record are written from it, the others from their text.
+void Email2::writeHeaderField(const MimeHeader::Field& field, const Leaf* leaf, std::string& out,
+                              LogBase& log) const {
+    const auto is = [&](std::string_view name) { return equalsIgnoreCase(field.name, name); };
+    const uint32_t page = common_->codePage;
+    const auto write = [&](std::string_view value) {
+        out += field.name + ": ";
+        out += value;
+    };
+    if (is("Content-Type")) {
+        const _tvContentType& type = leaf ? leaf->type : contentType_;
+        write(type.value(page, !log.hasOption("NO_FORMAT_FLOWED")));
+    } else if (is("Content-Disposition")) {
+        write(dispositionValue(disposition_, fileName_));
+    } else if (leaf && is(kTransferEncoding)) {
+        write(leaf->encoding);
+    } else if (const std::span<const _tvEmailAddress> list = addressesOf(field.name);
+               !list.empty()) {
+        write(formatAddressList(list, page));
+    } else {
+        MimeHeader::writeField(field, page, log, out);
+    }
+}
+
+std::span<const _tvEmailAddress> Email2::addressesOf(std::string_view field) const {
+    if (equalsIgnoreCase(field, "To")) return recipients(Recipients::To);
+    if (equalsIgnoreCase(field, "Cc")) return recipients(Recipients::Cc);
+    if (equalsIgnoreCase(field, "Bcc")) return recipients(Recipients::Bcc);
+    if (equalsIgnoreCase(field, "From") && !from_.empty()) return {&from_, 1};
+    return {};
+}
+
+bool Email2::renderBody(const Leaf& leaf, OutputStream& out, const RenderOptions& options,
+                        LogBase& log) const {
+    const LogContextExitor context(log, "getEncodedBody");
+    const std::string_view text = leaf.text();
+    const std::span<const uint8_t> bytes(bytesOf(text), text.size());
+    if (equalsIgnoreCase(leaf.encoding, "base64")) return ContentCoding::encodeBase64(bytes, out);
+    if (equalsIgnoreCase(leaf.encoding, kQuotedPrintable)) {
+        return ContentCoding::encodeQuotedPrintable(bytes, out);
+    }
+    return writePlainBody(text, leaf.type.isText(), options.dotStuffing, out);
+}
+
+}  // namespace tv

@@ -1,0 +1,78 @@
+#include "mime/MimeHeader.h"
+
+#include <algorithm>
+
+#include "base/Ascii.h"
+#include "mime/AddressList.h"
+#include "mime/HeaderText.h"
+
+namespace tv {
+namespace {
+
+// RFC 5322 section 2.2: printable ASCII but the colon.
+bool isFieldName(std::string_view name) {
+    constexpr size_t kLongestName = 76;
+    return !name.empty() && name.size() <= kLongestName &&
+           std::all_of(name.begin(), name.end(),
+                       [](char c) { return c > 32 && c < 127 && c != ':'; });
+}
+
+auto named(std::string_view name) {
+    return [name](const MimeHeader::Field& field) { return equalsIgnoreCase(field.name, name); };
+}
+
+}  // namespace
+
+void MimeHeader::set(std::string_view name, std::string_view value) {
+    setBehind({}, name, value);
+}
+
+void MimeHeader::setBehind(std::string_view after, std::string_view name, std::string_view value) {
+    const std::string clean = withoutLineEnds(value);
+    const std::string_view text = trimmed(clean);
+    if (text.empty()) {
+        remove(name);
+        return;
+    }
+    const auto first = std::find_if(fields_.begin(), fields_.end(), named(name));
+    if (first != fields_.end()) {
+        first->value = text;
+        fields_.erase(std::remove_if(first + 1, fields_.end(), named(name)), fields_.end());
+    } else if (isFieldName(name)) {
+        auto place = std::find_if(fields_.begin(), fields_.end(), named(after));
+        if (place != fields_.end()) ++place;
+        fields_.insert(place, {std::string(name), std::string(text)});
+    }
+}
+
+void MimeHeader::remove(std::string_view name) {
+    std::erase_if(fields_, named(name));
+}
+
+std::string_view MimeHeader::get(std::string_view name) const {
+    const auto field = std::find_if(fields_.begin(), fields_.end(), named(name));
+    return field == fields_.end() ? std::string_view() : std::string_view(field->value);
+}
+
+bool MimeHeader::isAddressField(std::string_view name) {
+    constexpr std::string_view kNames[] = {"From",        "To",        "Cc",        "Bcc",
+                                           "Reply-To",    "Sender",    "Resent-To", "Resent-Cc",
+                                           "Resent-From", "Resent-Bcc"};
+    return std::any_of(std::begin(kNames), std::end(kNames),
+                       [name](std::string_view known) { return equalsIgnoreCase(known, name); });
+}
+
+void MimeHeader::writeField(const Field& field, uint32_t codePage, LogBase& log, std::string& out) {
+    const std::string_view value = field.value;
+    out += field.name;
+    out += ": ";
+    if (isAddressField(field.name) && value.find('@') != std::string_view::npos &&
+        value.find("undisclosed-recipients") == std::string_view::npos) {
+        out += formatAddressList(parseMailboxes(value), codePage);
+        return;
+    }
+    if (!needsEncoding(value)) log.logVerbose("Does not need encoding...");
+    appendHeaderText(value, codePage, field.name.size() + 2, out);
+}
+
+}  // namespace tv

@@ -1,0 +1,42 @@
+// The ordered fields of one node's header, and how a field is written.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "log/LogBase.h"
+
+namespace tv {
+
+class MimeHeader {
+public:
+    struct Field {
+        std::string name;
+        std::string value;  // UTF-8, unfolded
+    };
+
+    // The value loses CR, LF and NUL and the white space at its ends; an empty one deletes the
+    // field. A field that is there keeps its place, later ones of its name go; a new one comes
+    // last. A name that is none (RFC 5322 section 2.2) is refused.
+    void set(std::string_view name, std::string_view value);
+    // As set, but a new field comes right behind the one named after, if there is such.
+    void setBehind(std::string_view after, std::string_view name, std::string_view value);
+    void remove(std::string_view name);
+    // The first field of that name; empty if there is none.
+    std::string_view get(std::string_view name) const;
+    bool has(std::string_view name) const { return !get(name).empty(); }
+    const std::vector<Field>& fields() const { return fields_; }
+
+    // Appends "Name: value" without a line end. Addresses are taken apart and written as an address
+    // list; anything else is written as text, encoded and folded as needed.
+    static void writeField(const Field& field, uint32_t codePage, LogBase& log, std::string& out);
+    // True for From, To, Cc and the like, whose value is a list of addresses.
+    static bool isAddressField(std::string_view name);
+
+private:
+    std::vector<Field> fields_;
+};
+
+}  // namespace tv

@@ -1,0 +1,85 @@
+#include "mime/ParameterText.h"
+
+#include "base/Ascii.h"
+#include "mime/HeaderText.h"
+
+namespace tv {
+namespace {
+
+// Longer values are cut into pieces. Readers exist that know no pieces: no file name of ordinary
+// length has them.
+constexpr size_t kLongestWhole = 800;
+constexpr size_t kPiece = 60;
+
+// RFC 2231 section 7: attribute-char.
+constexpr bool isAttributeChar(char c) {
+    return isAsciiAlnum(c) || std::string_view("!#$&+-.^_`|~").find(c) != std::string_view::npos;
+}
+
+std::string percentEncoded(char c) {
+    if (isAttributeChar(c)) return std::string(1, c);
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    const auto byte = static_cast<uint8_t>(c);
+    return {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+}
+
+std::string inPieces(std::string_view name, std::string_view utf8) {
+    std::string out;
+    size_t number = 0;
+    std::string piece = "utf-8''";
+    const auto close = [&] {
+        out += "\r\n " + std::string(name) + '*' + std::to_string(number++) + "*=" + piece;
+        piece.clear();
+    };
+    for (const char c : utf8) {
+        if (piece.size() >= kPiece) {
+            close();
+            out += ';';
+        }
+        piece += percentEncoded(c);
+    }
+    close();
+    return out;
+}
+
+}  // namespace
+
+std::string quotedString(std::string_view text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') out += '\\';
+        out += c;
+    }
+    return out + '"';
+}
+
+std::string wordParameter(std::string_view name, std::string_view utf8, uint32_t codePage) {
+    const std::string text = withoutControls(utf8);
+    const std::string start = ' ' + std::string(name) + '=';
+    if (!needsEncoding(text) && text.size() <= kLongestWhole) {
+        return start + quotedString(text) + ';';
+    }
+    const size_t room = kHeaderLine - start.size() - 3;  // two quotes and the semicolon
+    return "\r\n" + start + '"' + encodedWords(text, codePage, WordPlace::Phrase, room, room) +
+           "\";";
+}
+
+std::string extendedParameter(std::string_view name, std::string_view utf8) {
+    const std::string text = withoutControls(utf8);
+    if (!needsEncoding(text) && text.size() <= kLongestWhole) {
+        return ' ' + std::string(name) + '=' + quotedString(text);
+    }
+    std::string whole = "\r\n " + std::string(name) + "*=utf-8''";
+    for (const char c : text) {
+        whole += percentEncoded(c);
+    }
+    return whole.size() <= kLongestWhole ? whole : inPieces(name, text);
+}
+
+std::string dispositionValue(std::string_view disposition, std::string_view fileName) {
+    std::string value(disposition);
+    if (!fileName.empty()) value += ';' + extendedParameter("filename", fileName);
+    return value;
+}
+
+}  // namespace tv

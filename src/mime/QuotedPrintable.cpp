@@ -1,0 +1,154 @@
+#include "mime/QuotedPrintable.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tv {
+namespace {
+
+constexpr size_t kMaxLine = 76;
+constexpr size_t kFullColumn = kMaxLine - 1;  // the last place is for the "=" of a soft break
+
+// Blanks and CR depend on what follows them.
+enum ByteClass : uint8_t { kPlain, kBlank, kReturn, kCoded };
+
+struct ClassTable {
+    uint8_t classes[256];
+    constexpr ClassTable() : classes() {
+        for (unsigned i = 0; i < 256; ++i) {
+            const bool plain = i >= 33 && i <= 126 && i != '=';
+            const bool blank = i == ' ' || i == '\t';
+            classes[i] = plain ? kPlain : blank ? kBlank : i == '\r' ? kReturn : kCoded;
+        }
+    }
+};
+constexpr ClassTable kClasses;
+
+ByteClass classOf(uint8_t byte) {
+    return static_cast<ByteClass>(kClasses.classes[byte]);
+}
+
+// Writes the three characters of a coded byte.
+void writeCoded(uint8_t byte, char* out) {
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    out[0] = '=';
+    out[1] = kDigits[byte >> 4];
+    out[2] = kDigits[byte & 15];
+}
+
+bool isBreak(const uint8_t* in, size_t size) {
+    return size >= 2 && in[0] == '\r' && in[1] == '\n';
+}
+
+// A line must not begin with what ends SMTP data or begins a message in a mailbox file.
+bool isUnsafeLineStart(const uint8_t* in, size_t size) {
+    return in[0] == '.' || (size >= 5 && std::memcmp(in, "From ", 5) == 0);
+}
+
+}  // namespace
+
+bool QuotedPrintableEncoder::put(std::span<const uint8_t> bytes) {
+    while (!bytes.empty() && good_) {
+        const size_t n = std::min(bytes.size(), input_.size() - held_);
+        std::memcpy(input_.data() + held_, bytes.data(), n);
+        held_ += n;
+        bytes = bytes.subspan(n);
+        encodeHeld(false);
+    }
+    return good_;
+}
+
+bool QuotedPrintableEncoder::finish() {
+    if (good_) encodeHeld(true);
+    flush();
+    column_ = 0;
+    return good_;
+}
+
+// Encodes all that can be judged; the bytes whose successors are not known yet stay.
+void QuotedPrintableEncoder::encodeHeld(bool last) {
+    const size_t needed = last ? 0 : kLookAhead;
+    size_t at = 0;
+    while (at < held_ && held_ - at > needed && good_) {
+        if (stage_.size() - staged_ < kLargestStep) flush();
+        const uint8_t* in = input_.data() + at;
+        const size_t size = held_ - at;
+        size_t done = copyPlainRun(in, size);
+        if (done == 0) done = codeRun(in, size);
+        if (done == 0) done = encodeItem(in, size);
+        at += done;
+    }
+    held_ -= at;
+    std::memmove(input_.data(), input_.data() + at, held_);
+}
+
+// Copies bytes that stand for themselves until the line is full; the result is their number.
+size_t QuotedPrintableEncoder::copyPlainRun(const uint8_t* in, size_t size) {
+    if (column_ >= kFullColumn || (column_ == 0 && isUnsafeLineStart(in, size))) return 0;
+    const size_t limit = std::min(size, kFullColumn - column_);
+    size_t run = 0;
+    while (run < limit && classOf(in[run]) <= kBlank) {
+        ++run;
+    }
+    // Whether a blank is the last of its line shows what follows it: left to encodeItem.
+    if (run != 0 && classOf(in[run - 1]) == kBlank) --run;
+    stage({reinterpret_cast<const char*>(in), run});
+    column_ += run;
+    return run;
+}
+
+// Codes bytes that are coded wherever they stand, as long as the line has room for more.
+size_t QuotedPrintableEncoder::codeRun(const uint8_t* in, size_t size) {
+    const size_t room = column_ < kFullColumn ? (kFullColumn - column_) / 3 : 0;
+    const size_t limit = std::min(size, room);
+    size_t run = 0;
+    while (run < limit && classOf(in[run]) == kCoded) {
+        writeCoded(in[run], stage_.data() + staged_ + 3 * run);
+        ++run;
+    }
+    staged_ += 3 * run;
+    column_ += 3 * run;
+    return run;
+}
+
+// One byte, or CR LF; the result is how many bytes of input that was.
+size_t QuotedPrintableEncoder::encodeItem(const uint8_t* in, size_t size) {
+    if (isBreak(in, size)) {
+        stage("\r\n");
+        column_ = 0;
+        return 2;
+    }
+    const bool lastOfLine = size == 1 || isBreak(in + 1, size - 1);
+    const auto isCoded = [&] {
+        const ByteClass kind = classOf(in[0]);
+        return kind >= kReturn || (kind == kBlank && lastOfLine) ||
+               (column_ == 0 && isUnsafeLineStart(in, size));
+    };
+    // Only an item that ends its line may use the last place.
+    const size_t width = isCoded() ? 3 : 1;
+    if (column_ >= kFullColumn || column_ + width > (lastOfLine ? kMaxLine : kFullColumn)) {
+        stage("=\r\n");
+        column_ = 0;
+    }
+    if (isCoded()) {
+        writeCoded(in[0], stage_.data() + staged_);
+        staged_ += 3;
+        column_ += 3;
+    } else {
+        stage({reinterpret_cast<const char*>(in), 1});
+        ++column_;
+    }
+    return 1;
+}
+
+void QuotedPrintableEncoder::stage(std::string_view text) {
+    std::memcpy(stage_.data() + staged_, text.data(), text.size());
+    staged_ += text.size();
+}
+
+void QuotedPrintableEncoder::flush() {
+    if (staged_ != 0 && good_) good_ = out_.write(std::string_view(stage_.data(), staged_));
+    staged_ = 0;
+}
+
+}  // namespace tv

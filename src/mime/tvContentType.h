@@ -1,0 +1,54 @@
+// A Content-Type field taken apart: media type, charset and parameters.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tv {
+
+// A charset by its Windows code page and its name in MIME; 0 and empty while unset.
+struct _tvCharset {
+    uint32_t codePage = 0;
+    std::string name;
+};
+
+class _tvContentType {
+public:
+    _tvContentType() = default;
+    explicit _tvContentType(std::string_view type) { setMediaType(type); }
+
+    void setMediaType(std::string_view type);  // kept in lower case
+    const std::string& mediaType() const { return mediaType_; }
+    bool is(std::string_view type) const { return mediaType_ == type; }
+    bool isText() const { return mediaType_.starts_with("text/"); }
+    bool isMultipart() const { return mediaType_.starts_with("multipart/"); }
+
+    void setCharset(uint32_t codePage);
+    const _tvCharset& charset() const { return charset_; }
+
+    // The field's value on one line, but for an encoded name, which stands on lines of its own.
+    // headerCodePage is the charset for words of a name outside ASCII; flowed = false leaves the
+    // format parameter out.
+    std::string value(uint32_t headerCodePage, bool flowed = true) const;
+
+    std::string type;
+    std::string reportType;
+    std::string boundary;
+    std::string name;  // UTF-8
+    std::string protocol;
+    std::string micalg;
+    std::string smimeType;
+    bool formatFlowed = false;
+    std::vector<std::pair<std::string, std::string>> others;
+
+private:
+    bool carriesCharset() const;
+
+    std::string mediaType_;
+    _tvCharset charset_;
+};
+
+}  // namespace tv

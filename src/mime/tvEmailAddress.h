@@ -1,0 +1,36 @@
+// One mailbox: a display name, which may be empty, and the bare address.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tv {
+
+class _tvEmailAddress {
+public:
+    _tvEmailAddress() = default;
+    // Both lose what may not stand in a header line (CR, LF, NUL, other control characters) and the
+    // white space at their ends. The address also loses brackets and semicolons at its ends, and a
+    // domain with letters outside ASCII takes its ASCII form (RFC 3490).
+    _tvEmailAddress(std::string_view name, std::string_view address);
+
+    // "Anna <a@b.c>" or "a@b.c". The name loses its outer double quotes.
+    static _tvEmailAddress parse(std::string_view mailbox);
+
+    const std::string& name() const { return name_; }
+    const std::string& address() const { return address_; }
+    void setName(std::string_view name);
+    void setAddress(std::string_view address);
+
+    bool empty() const { return address_.empty(); }
+    // False for an address that no header line can hold (RFC 5322 section 2.1.1).
+    bool fitsHeader() const { return address_.size() <= kLongestAddress; }
+
+    static constexpr size_t kLongestAddress = 900;
+
+private:
+    std::string name_;
+    std::string address_;
+};
+
+}  // namespace tv

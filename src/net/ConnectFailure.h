@@ -1,0 +1,17 @@
+// Why a connect failed, in the words of the log.
+#pragma once
+
+#include <string>
+
+#include "log/LogBase.h"
+#include "net/SocketParams.h"
+
+namespace tv {
+
+// The reason's text; its number where it has none.
+std::string connectFailText(ConnectFailReason reason);
+
+// Writes the reason under "ConnectFailReason", with the usual causes of some.
+void logConnectFailReason(ConnectFailReason reason, LogBase& log);
+
+}  // namespace tv

@@ -1,0 +1,24 @@
+// The way from a host name to a connected socket: normalise, resolve, try each address.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "log/LogBase.h"
+#include "net/SocketParams.h"
+#include "net/TolvaneSocket.h"
+
+namespace tv {
+
+struct ConnectTarget {
+    std::string_view host;
+    uint16_t port = 0;
+    uint32_t connectTimeoutMs = 0;  // for all of it; 0: no limit in all, the usual one per step
+    bool preferIpv6 = false;
+};
+
+// On failure the socket is closed and params.connectFailReason says why.
+bool connectSocket_v2(TolvaneSocket& socket, const ConnectTarget& target, LogBase& log,
+                      SocketParams& params);
+
+}  // namespace tv

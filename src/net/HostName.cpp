@@ -1,0 +1,63 @@
+#include "net/HostName.h"
+
+#include <algorithm>
+
+#include "base/Ascii.h"
+#include "base/Punycode.h"
+
+namespace tv {
+namespace {
+
+// Every occurrence, whatever its case, in one pass.
+std::string without(std::string_view text, std::string_view unwanted) {
+    std::string rest;
+    while (!text.empty()) {
+        const size_t at = std::min(findIgnoreCase(text, unwanted), text.size());
+        rest += text.substr(0, at);
+        text.remove_prefix(std::min(at + unwanted.size(), text.size()));
+    }
+    return rest;
+}
+
+void cutAt(std::string& text, char stop) {
+    text.resize(std::min(text.find(stop), text.size()));
+}
+
+}  // namespace
+
+std::string normalizeHost(std::string_view host) {
+    std::string text(host.substr(host.find('@') + 1));  // npos + 1 is 0
+    for (const std::string_view scheme : {"ftp://", "http://", "https://"}) {
+        text = without(text, scheme);
+    }
+    cutAt(text, '/');
+    text = trimmed(text);
+    const bool isBracketed = !text.empty() && text.front() == '[' &&
+                             text.find(':') != std::string::npos &&
+                             text.find('.') == std::string::npos;
+    if (isBracketed) {
+        cutAt(text, ']');  // a port behind it is not part of the address
+        text.erase(0, 1);
+    }
+    return equalsIgnoreCase(text, "localhost") ? "127.0.0.1" : text;
+}
+
+bool normalizeDomain(std::string_view domain, std::string& out) {
+    std::string text = asciiLower(domain);
+    for (const std::string_view scheme : {"http://", "https://"}) {
+        text = without(text, scheme);
+    }
+    for (const char stop : {'/', ':', '<'}) {
+        cutAt(text, stop);
+    }
+    text = trimmed(text);
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) <= ' ' || c == '\x7F') return false;
+    }
+    // RFC 1035 section 2.3.4, one dot at the end not counted.
+    constexpr size_t kLongestName = 253;
+    return domainToAscii(text, out) && !out.empty() && out != "." &&
+           out.size() - (out.back() == '.' ? 1 : 0) <= kLongestName;
+}
+
+}  // namespace tv

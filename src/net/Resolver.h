@@ -1,0 +1,24 @@
+// From host names to addresses.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "log/LogBase.h"
+#include "net/Deadline.h"
+#include "net/SocketParams.h"
+#include "platform/IpAddress.h"
+
+namespace tv {
+
+// The IPv4 addresses of a name, a numeric address itself, or, where a name has none, its IPv6
+// addresses; in the order to be tried. Failure sets params.connectFailReason.
+bool dnsLookup(std::string_view domain, const Deadline& deadline,
+               std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params);
+
+// Asks the system's resolver: addresses of one family, the preferred one if there are any. This
+// wait cannot be cut short, so it is not begun with less than a second left.
+bool getAddressInfo(std::string_view hostOrIpAddr, bool preferIpv6, const Deadline& deadline,
+                    std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params);
+
+}  // namespace tv

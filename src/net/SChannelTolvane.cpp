@@ -1,0 +1,262 @@
+#include "net/SChannelTolvane.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "base/Ascii.h"
+#include "base/Random.h"
+#include "base/ShuffleRandom.h"
+#include "log/LogContextExitor.h"
+#include "log/LogNull.h"
+#include "net/Deadline.h"
+#include "net/TrustStore.h"
+#include "net/x509/X509Chain.h"
+#include "platform/SysClock.h"
+
+namespace tv {
+namespace {
+
+constexpr size_t kSegment = 16384 + 512;
+constexpr size_t kSendBatch = 4 * tls::kMaxPlaintext;
+constexpr size_t kMaxKeptInput = 65536;  // beyond it, what arrives during a send stays unread
+constexpr uint32_t kMaxGoodbyeMs = 1000;
+constexpr uint64_t kFileTimeOf1970 = 116444736000000000;
+
+uint64_t wallClockMs() {
+    return (plat::sysClock().fileTimeUtc() - kFileTimeOf1970) / 10000;
+}
+
+std::string withRoad(std::string_view text, int road) {
+    return std::string(text) + " (" + std::to_string(road) + ")";
+}
+
+}  // namespace
+
+class SChannelTolvane::Environment final : public tls::TlsEnvironment {
+public:
+    bool random(std::span<uint8_t> out) override { return randomBytes(out); }
+    uint32_t draw(uint32_t below) override { return orderRandom().next() % below; }
+    uint64_t wallClockMs() override { return tv::wallClockMs(); }
+};
+
+SChannelTolvane::SChannelTolvane(TolvaneSocket& socket)
+    : socket_(socket), environment_(std::make_unique<Environment>()) {}
+
+SChannelTolvane::~SChannelTolvane() = default;
+
+bool SChannelTolvane::isOpen() const {
+    return engine_ && engine_->isEstablished() && !engine_->closeNotifyReceived() && !readFailed_;
+}
+
+bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChannelSettings& settings,
+                                int road, uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    const LogContextExitor context(log, "SslHandshake");
+    log.logInfo("Starting");
+    tls::TlsSettings wanted;
+    wanted.versions = tls::versionRange(settings.tlsProtocol);
+    wanted.options = tls::tlsOptions(log);
+    wanted.options.disableTls13 |= settings.withoutTls13;
+    wanted.serverName = host;
+    scope_ = {asciiLower(host), port, std::string(host), wanted.versions,
+              settings.requireSslCertVerify};
+    sessions_ = settings.sessions;
+    if (sessions_) {
+        // Used once, whatever comes of it.
+        std::optional<tls::TlsSession> kept = std::exchange(sessions_->session, std::nullopt);
+        const bool fits = kept && kept->scope == scope_ &&
+                          (!settings.requireSslCertVerify || kept->chainVerified);
+        if (fits) wanted.session = std::move(kept);
+    }
+    const bool keptWasVerified = wanted.session && wanted.session->chainVerified;
+    engine_ = std::make_unique<tls::TlsProtocol>(std::move(wanted), *environment_);
+    readFailed_ = false;
+
+    if (!engine_->start(log) || !exchange(maxIdleMs, log, params)) {
+        return handshakeFailed(road, log, params);
+    }
+    chainVerified_ = keptWasVerified && engine_->negotiated().resumed;
+    if (!checkServerCert(host, settings, log, params)) {
+        log.logError(withRoad("Server certificate verification failed.", road));
+        return false;
+    }
+    keepSession();
+    log.logInfo("Finished");
+    log.logInfo("SSL/TLS Channel Established.");
+    return true;
+}
+
+// Moves bytes both ways until the handshake is over.
+bool SChannelTolvane::exchange(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    while (!engine_->isEstablished()) {
+        if (!flush(maxIdleMs, log, params) || !readMore(maxIdleMs, log, params)) return false;
+    }
+    return flush(maxIdleMs, log, params);
+}
+
+bool SChannelTolvane::handshakeFailed(int road, LogBase& log, SocketParams& params) {
+    if (params.aborted) {
+        params.connectFailReason = ConnectFailReason::Aborted;
+    } else if (readFailed_ && !engine_->serverHelloSeen()) {
+        params.connectFailReason = params.timedOut ? ConnectFailReason::TlsServerHelloUnreadable
+                                                   : ConnectFailReason::TlsNoServerHello;
+    } else if (engine_->failure() == tls::TlsFailure::CertificateMissing) {
+        params.connectFailReason = ConnectFailReason::NoServerCertificate;
+    } else {
+        params.connectFailReason = ConnectFailReason::InternalError;
+    }
+    log.logError(withRoad("Client handshake failed.", road));
+    return false;
+}
+
+bool SChannelTolvane::flush(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    DataBuffer& output = engine_->output();
+    size_t sent = 0;
+    const bool success =
+        output.empty() || socket_.sendBytes(output.bytes(), sent, maxIdleMs, log, params);
+    output.clear();
+    return success;
+}
+
+// One segment from the socket into the engine. An alert that the engine answers with goes out.
+bool SChannelTolvane::readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    std::array<uint8_t, kSegment> segment;
+    size_t size = 0;
+    if (!socket_.receiveBytes(segment, size, maxIdleMs, log, params)) {
+        readFailed_ = true;
+        return false;
+    }
+    const bool success = engine_->receive({segment.data(), size}, log);
+    return flush(maxIdleMs, log, params) && success;
+}
+
+bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSettings& settings,
+                                      LogBase& log, SocketParams& params) {
+    const LogContextExitor context(log, "checkServerCert");
+    if (!settings.requireSslCertVerify) {
+        log.logInfo("Not verifying server certificate...");
+        log.logInfo("Set the RequireSslCertVerify property to enable verification.");
+        return true;
+    }
+    if (engine_->negotiated().resumed) {
+        log.logInfo("Not verifying server certificate because this TLS session is a resumption.");
+        return true;
+    }
+    const auto& chain = engine_->negotiated().chain;
+    if (chain.empty()) {
+        log.logError("No server certificate is available.");
+        params.connectFailReason = ConnectFailReason::NoServerCertificate;
+        return false;
+    }
+    log.logInfo("Verifying server certificate...");
+    const x509::ChainVerdict verdict = verifyServerChain(
+        chain, host, static_cast<int64_t>(wallClockMs() / 1000), settings.trustAnchorsFile, log);
+    if (verdict.trusted()) {
+        chainVerified_ = true;
+        log.logInfo("Server certificate is verified.");
+        log.logInfo("Whether it has been revoked is not checked.");
+        return true;
+    }
+    log.logError("SSL server certificate verification failed.");
+    log.logError(x509::ruleText(verdict.broken));
+    log.logData("certificate", verdict.subject);
+    log.logData("issuedBy", verdict.issuer);
+    if (!verdict.detail.empty()) log.logData("detail", verdict.detail);
+    params.connectFailReason = ConnectFailReason::CertificateInvalid;
+    return false;
+}
+
+void SChannelTolvane::keepSession() {
+    std::optional<tls::TlsSession> fresh = engine_->takeSession();
+    if (!fresh || !sessions_) return;
+    fresh->scope = scope_;
+    fresh->chainVerified = chainVerified_;
+    sessions_->session = std::move(fresh);
+}
+
+bool SChannelTolvane::takeArrived(LogBase& log, SocketParams& params) {
+    std::array<uint8_t, kSegment> segment;
+    size_t size = 0;
+    if (!socket_.receiveReady(segment, size)) return socket_.isConnected();
+    const bool success = engine_->receive({segment.data(), size}, log);
+    keepSession();
+    return flush(kMaxGoodbyeMs, log, params) && success;
+}
+
+bool SChannelTolvane::sendApplicationData(std::span<const uint8_t> bytes, size_t& sent,
+                                          uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    sent = 0;
+    while (!bytes.empty()) {
+        // A look at what the server has to say in the meantime: an alert ends a long send.
+        if (engine_->input().size() < kMaxKeptInput && !takeArrived(log, params)) {
+            log.logError("Failed to receive TLS application data while sending.");
+            return false;
+        }
+        if (engine_->closeNotifyReceived()) {
+            log.logError("Aborting the TLS send because the peer sent the TLS close-notify alert.");
+            return false;
+        }
+        while (engine_->isHandshaking()) {
+            if (!readMore(maxIdleMs, log, params)) return false;
+        }
+        if (params.checkAbort()) {
+            log.logError("Aborting the TLS send..");
+            return false;
+        }
+        const std::span<const uint8_t> batch = bytes.first(std::min(bytes.size(), kSendBatch));
+        if (!engine_->sendApplicationData(batch, log) || !flush(maxIdleMs, log, params)) {
+            return false;
+        }
+        sent += batch.size();
+        bytes = bytes.subspan(batch.size());
+    }
+    return true;
+}
+
+bool SChannelTolvane::receiveReady(DataBuffer& out, LogBase& log, SocketParams& params) {
+    if (!engine_) return false;
+    if (!takeArrived(log, params)) readFailed_ = true;
+    DataBuffer& input = engine_->input();
+    const bool any = !input.empty() && out.append(input.bytes());
+    if (any) input.clear();
+    return any;
+}
+
+bool SChannelTolvane::receiveApplicationData(DataBuffer& out, uint32_t maxIdleMs, LogBase& log,
+                                             SocketParams& params) {
+    DataBuffer& input = engine_->input();
+    // Records may arrive that carry no text; the engine bounds how many.
+    while (input.empty()) {
+        if (engine_->closeNotifyReceived()) {
+            log.logError("Already received close-notify.");
+            return false;
+        }
+        if (!readMore(maxIdleMs, log, params)) return false;
+        keepSession();
+    }
+    const bool success = out.append(input.bytes());
+    input.clear();
+    if (!success) log.logError("Out of memory while receiving.");
+    return success;
+}
+
+void SChannelTolvane::closeNotify(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    if (!engine_ || !engine_->isEstablished() || readFailed_ || params.aborted) return;
+    engine_->sendCloseNotify();
+    const uint32_t limit = maxIdleMs == 0 ? kMaxGoodbyeMs : std::min(maxIdleMs, kMaxGoodbyeMs);
+    const Deadline deadline(limit);
+    LogNull quiet;  // whatever fails from here on is of no interest
+    SocketParams own;
+    own.monitor = params.monitor;
+    bool reading = flush(limit, quiet, own);
+    while (reading && !engine_->closeNotifyReceived() && !deadline.hasPassed()) {
+        reading = readMore(static_cast<uint32_t>(deadline.leftMs()), quiet, own);
+        engine_->input().clear();
+    }
+    keepSession();
+    if (!engine_->closeNotifyReceived()) {
+        log.logInfo("Did not read TLS close-notify (this is not an error)");
+    }
+}
+
+}  // namespace tv

@@ -1,0 +1,90 @@
+#include "net/TrustStore.h"
+
+#include "base/DataBuffer.h"
+#include "log/LogContextExitor.h"
+#include "net/x509/Pem.h"
+#include "platform/SysFile.h"
+#include "platform/SysTrustRoots.h"
+
+namespace tv {
+namespace {
+
+constexpr size_t kMaxAnchors = 1000;
+constexpr uint64_t kMaxAnchorsFile = 16 * 1024 * 1024;
+constexpr uint32_t kSystemChainMs = 15000;
+
+class Anchors final : public x509::AnchorSource {
+public:
+    explicit Anchors(plat::DerList certificates) : certificates_(std::move(certificates)) {}
+
+    bool empty() const { return certificates_.empty(); }
+    std::vector<x509::Bytes> findBySubject(x509::Bytes subject) const override {
+        std::vector<x509::Bytes> found;
+        for (const auto& der : certificates_) {
+            x509::Certificate certificate;
+            if (x509::parseCertificate(der, certificate) &&
+                x509::sameBytes(certificate.subject, subject)) {
+                found.push_back(der);
+            }
+        }
+        return found;
+    }
+
+private:
+    plat::DerList certificates_;
+};
+
+bool readFile(const std::string& path, DataBuffer& out) {
+    plat::SysFile file;
+    uint64_t size = 0;
+    if (!file.openRead(path) || !file.size(size) || size > kMaxAnchorsFile) return false;
+    if (!out.resize(static_cast<size_t>(size))) return false;
+    size_t have = 0;
+    size_t got = 1;
+    while (have < out.size() && got != 0) {
+        if (!file.read(out.data() + have, out.size() - have, got)) return false;
+        have += got;
+    }
+    return out.resize(have);
+}
+
+plat::DerList anchorsOfFile(const std::string& path, LogBase& log) {
+    DataBuffer text;
+    log.logData("trustAnchors", path);
+    if (!readFile(path, text)) {
+        log.logError("Failed to read the file of trust anchors.");
+        return {};
+    }
+    return x509::pemCertificates(text.text(), kMaxAnchors);
+}
+
+plat::DerList systemAnchors(LogBase& log) {
+    for (const std::string& path : plat::trustAnchorFiles()) {
+        if (plat::isRegularFile(path)) return anchorsOfFile(path, log);
+    }
+    return plat::systemTrustAnchors();
+}
+
+}  // namespace
+
+x509::ChainVerdict verifyServerChain(const std::vector<std::vector<uint8_t>>& chain,
+                                     std::string_view host, int64_t nowSeconds,
+                                     const std::string& anchorsFile, LogBase& log) {
+    const LogContextExitor context(log, "verifyServerChain");
+    const Anchors anchors(anchorsFile.empty() ? systemAnchors(log)
+                                              : anchorsOfFile(anchorsFile, log));
+    std::vector<x509::Bytes> views(chain.begin(), chain.end());
+    const x509::ChainVerdict verdict = x509::verifyChain(views, host, nowSeconds, anchors);
+    if (verdict.broken != x509::ChainRule::UnknownIssuer || !anchorsFile.empty()) return verdict;
+
+    // Systems fetch most of their roots only when they are asked about a chain. Name, time and
+    // usage stay our own judgement.
+    std::string reason;
+    if (plat::systemTrustsChain(chain, kSystemChainMs, reason)) {
+        return x509::verifyLeaf(chain.front(), host, nowSeconds);
+    }
+    log.logInfo(reason);
+    return verdict;
+}
+
+}  // namespace tv

@@ -1,0 +1,299 @@
+#include "net/tls/ClientHandshake.h"
+
+#include <algorithm>
+
+#include "base/Hex.h"
+#include "net/tls/ClientHandshake12.h"
+#include "net/tls/ClientHandshake13.h"
+#include "net/tls/KeySchedule13.h"
+
+namespace tv::tls {
+namespace {
+
+bool shareOffered(const Handshake& h, Group group) {
+    return std::any_of(h.shares.begin(), h.shares.end(),
+                       [&](const auto& share) { return share->group() == group; });
+}
+
+// Puts the extensions into the order of an earlier hello; new ones keep their place at the end.
+void sortLike(std::vector<HelloExtension>& extensions, const std::vector<ExtensionType>& order) {
+    const auto rank = [&](const HelloExtension& e) {
+        if (e.type == ExtensionType::PreSharedKey) return order.size() + 1;
+        return static_cast<size_t>(std::find(order.begin(), order.end(), e.type) - order.begin());
+    };
+    std::stable_sort(extensions.begin(), extensions.end(),
+                     [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
+}
+
+}  // namespace
+
+ClientHandshake::ClientHandshake(const TlsSettings& settings, TlsEnvironment& environment,
+                                 RecordLayer& records)
+    : settings_(settings), shared_{settings, environment, records, {}, {}, {},
+                                   false,    false,       {},      {}, {}} {}
+
+TlsFailure ClientHandshake::start(const Negotiated* established, LogBase& log) {
+    const LogContextExitor context(log, "initClientHello");
+    established_ = established;
+    const TlsFailure failure = prepareHello(established, log);
+    if (failure != TlsFailure::None) return failure;
+    return sendHello(log) ? TlsFailure::None : TlsFailure::OutOfMemory;
+}
+
+TlsFailure ClientHandshake::prepareHello(const Negotiated* established, LogBase& log) {
+    offered_ = settings_.versions;
+    if (settings_.options.disableTls13) {
+        log.logInfo("TLS 1.3 is explicitly disabled...");
+        offered_.highest = std::min(offered_.highest, Version::Tls12);
+    }
+    if (established) offered_ = {established->version, established->version};
+    if (offered_.empty()) return TlsFailure::NoUsableVersion;
+    offersTls13_ = offered_.highest >= Version::Tls13;
+
+    ClientHello& hello = shared_.hello;
+    shared_.result.version = offered_.highest;
+    hello.legacyVersion = std::min(offered_.highest, Version::Tls12);
+    if (!shared_.environment.random(hello.random)) return TlsFailure::RandomFailed;
+    if (!established) offerSession(log);
+    if (offersTls13_) {
+        if (hello.sessionId.empty()) {
+            log.logVerbose("MiddleBoxCompatibilityMode");
+            hello.sessionId.resize(32);
+            if (!shared_.environment.random(hello.sessionId)) return TlsFailure::RandomFailed;
+        }
+        if (!addShare(Group::X25519, log) || !addShare(Group::Secp256r1, log) ||
+            (settings_.options.brainpool && !addShare(Group::BrainpoolP256r1, log))) {
+            return TlsFailure::RandomFailed;
+        }
+    }
+    const SuiteFilter filter{offered_.lowest, offered_.highest, settings_.options.gcm,
+                             settings_.options.dhe, settings_.options.ecdhe};
+    hello.suites =
+        offeredSuites(filter, [this](uint32_t below) { return shared_.environment.draw(below); });
+    if (shared_.sessionOffered && settings_.session->isTls13()) {
+        log.logVerbose("Using same cipher suite ID for TLS 1.3 session resumption.");
+        const CipherSuite* suite = findCipherSuite(settings_.session->suite);
+        if (!hello.offersSuite(suite->id)) hello.suites.insert(hello.suites.begin(), suite);
+    }
+    return TlsFailure::None;
+}
+
+// A session is offered if this hello could end in its version and suite.
+void ClientHandshake::offerSession(LogBase& log) {
+    if (!settings_.session || !settings_.options.reuseSessions) return;
+    const TlsSession& session = *settings_.session;
+    const CipherSuite* suite = findCipherSuite(session.suite);
+    if (!suite || !offered_.contains(session.version)) return;
+    log.logInfo("Attempting to re-use SSL/TLS session.");
+    if (!sessionIsUsable(session, shared_.environment.wallClockMs(), log)) return;
+    shared_.sessionOffered = true;
+    if (!session.isTls13()) shared_.hello.sessionId = session.id;
+}
+
+bool ClientHandshake::addShare(Group group, LogBase& log) {
+    log.logVerbose("Generating " + std::string(groupName(group)) + " key share...");
+    std::unique_ptr<KeyShare> share = makeKeyShare(group, shared_.randomSource());
+    if (!share) return false;
+    shared_.shares.push_back(std::move(share));
+    return true;
+}
+
+HelloParameters ClientHandshake::parameters() const {
+    HelloParameters p;
+    p.versions = offered_;
+    p.options = settings_.options;
+    p.serverName = settings_.serverName;
+    p.moreCurves = settings_.moreCurves;
+    p.cookie = cookie_;
+    if (established_) p.renegotiationVerify = established_->renegotiation.clientVerify;
+    if (shared_.sessionOffered && settings_.session->isTls13()) {
+        const TlsSession& session = *settings_.session;
+        p.psk.ticket = session.id;
+        p.psk.obfuscatedAge = obfuscatedTicketAge(session, shared_.environment.wallClockMs());
+        p.psk.binderSize = crypto::digestSize(findCipherSuite(session.suite)->hash);
+    }
+    return p;
+}
+
+bool ClientHandshake::sendHello(LogBase& log) {
+    HelloParameters p = parameters();
+    std::vector<OfferedShare> shares;
+    for (const auto& share : shared_.shares) {
+        shares.push_back({share->group(), share->publicKey()});
+    }
+    p.shares = shares;
+    ClientHello& hello = shared_.hello;
+    hello.extensions = helloExtensions(p);
+    if (!extensionOrder_.empty()) {
+        sortLike(hello.extensions, extensionOrder_);
+    } else if (settings_.options.shuffleExtensions) {
+        shuffleExtensions(hello.extensions,
+                          [this](uint32_t below) { return shared_.environment.draw(below); });
+    }
+    extensionOrder_.clear();
+    for (const HelloExtension& e : hello.extensions) {
+        extensionOrder_.push_back(e.type);
+    }
+    logHello(log);
+    std::vector<uint8_t> message = hello.encode();
+    if (p.psk.binderSize != 0) fillBinder(message);
+    return shared_.send(message);
+}
+
+// The binder covers the transcript and this hello up to the list of binders (RFC 8446, 4.2.11.2).
+void ClientHandshake::fillBinder(std::vector<uint8_t>& message) const {
+    const TlsSession& session = *settings_.session;
+    const crypto::HashId hash = findCipherSuite(session.suite)->hash;
+    const size_t size = crypto::digestSize(hash);
+    const std::span<const uint8_t> truncated(message.data(),
+                                             message.size() - size - kBinderListOverhead);
+    const EarlyStage13 early(hash, session.secret.bytes());
+    const std::vector<uint8_t> binder = finishedMac13(hash, early.resumptionBinder().bytes(),
+                                                      shared_.transcript.hashWith(hash, truncated));
+    std::copy(binder.begin(), binder.end(), message.end() - static_cast<std::ptrdiff_t>(size));
+}
+
+void ClientHandshake::logHello(LogBase& log) const {
+    const ClientHello& hello = shared_.hello;
+    const uint16_t version = static_cast<uint16_t>(hello.legacyVersion);
+    if (!log.isVerbose()) return;
+    const LogContextExitor context(log, "clientHello_buildMessage");
+    log.logDataLong("majorVersion", version >> 8);
+    log.logDataLong("minorVersion", version & 0xFF);
+    log.logDataHex("clientRandom", hello.random);
+    log.logDataLong("sessionIdSize", static_cast<int64_t>(hello.sessionId.size()));
+    for (const CipherSuite* suite : hello.suites) {
+        log.logData("cipherSuite", suite->name);
+    }
+    log.logDataLong("numCipherSuites", static_cast<int64_t>(hello.suites.size()));
+    log.logDataLong("numCompressionMethods", 1);
+    if (hello.offers(ExtensionType::ServerName)) log.logData("SNI_hostname", settings_.serverName);
+}
+
+TlsFailure ClientHandshake::onMessage(const HandshakeMessage& message, bool atBoundary,
+                                      LogBase& log) {
+    if (flow_) {
+        if (!flow_->next().allows(message.type)) return TlsFailure::UnexpectedMessage;
+        return flow_->onMessage(message, atBoundary, log);
+    }
+    if (message.type == HandshakeType::ServerHello) return onServerHello(message, atBoundary, log);
+    return TlsFailure::UnexpectedMessage;
+}
+
+TlsFailure ClientHandshake::onChangeCipherSpec() {
+    if (!flow_ || !flow_->next().allowsChangeCipherSpec()) return TlsFailure::UnexpectedCcs;
+    return flow_->onChangeCipherSpec();
+}
+
+TlsFailure ClientHandshake::onServerHello(const HandshakeMessage& message, bool atBoundary,
+                                          LogBase& log) {
+    const LogContextExitor context(log, "processServerHello");
+    ServerHello reply;
+    int tooShort = 0;
+    TlsFailure failure = parseServerHello(message.body, shared_.hello, reply, tooShort);
+    if (tooShort != 0) {
+        log.logError("ServerHello too short (" + std::to_string(tooShort) + ")");
+    }
+    if (failure == TlsFailure::None) failure = judgeVersion(reply, log);
+    if (failure == TlsFailure::None) failure = judgeSuite(reply);
+    if (failure != TlsFailure::None) return failure;
+    log.logData("negotiatedVersion", versionName(reply.version));
+    log.logData("negotiatedCipherSuite", findCipherSuite(reply.suite)->name);
+    if (reply.isRetry) return onHelloRetryRequest(reply, message, atBoundary, log);
+    return startFlow(reply, message, atBoundary, log);
+}
+
+// RFC 8446, 4.1.3 and 4.2.1: TLS 1.3 is chosen by supported_versions alone and nothing else is.
+TlsFailure ClientHandshake::judgeVersion(const ServerHello& reply, LogBase& log) const {
+    const bool byExtension = reply.extensions.selectedVersion.has_value();
+    if (reply.isRetry && reply.version != Version::Tls13) return TlsFailure::IllegalParameter;
+    if (byExtension && (reply.version != Version::Tls13 || reply.legacyVersion != Version::Tls12)) {
+        return TlsFailure::IllegalParameter;
+    }
+    if (!byExtension && reply.version > Version::Tls12) return TlsFailure::VersionNotOffered;
+    if (!offered_.contains(reply.version)) return TlsFailure::VersionNotOffered;
+
+    const DowngradeMark mark = downgradeMark(reply.random);
+    if (mark == DowngradeMark::None || byExtension) return TlsFailure::None;
+    if (mark == DowngradeMark::ToTls11OrBelow) {
+        log.logInfo("TLS 1.3 server is negotiating TLS 1.1 or below...");
+    } else {
+        log.logInfo("TLS 1.3 server is negotiating TLS 1.2...");
+    }
+    const bool lowered = offersTls13_ || (mark == DowngradeMark::ToTls11OrBelow &&
+                                          offered_.highest >= Version::Tls12);
+    return lowered ? TlsFailure::Downgrade : TlsFailure::None;
+}
+
+TlsFailure ClientHandshake::judgeSuite(const ServerHello& reply) const {
+    const CipherSuite* suite = findCipherSuite(reply.suite);
+    if (!suite || !shared_.hello.offersSuite(suite->id)) return TlsFailure::SuiteNotOffered;
+    if (suite->isTls13() != (reply.version == Version::Tls13)) return TlsFailure::SuiteNotOffered;
+    if (suite->minVersion > reply.version) return TlsFailure::SuiteNotOffered;
+    if (retrySuite_ && retrySuite_ != suite) return TlsFailure::IllegalParameter;
+    if (reply.version == Version::Tls13 &&
+        !std::equal(reply.sessionId.begin(), reply.sessionId.end(), shared_.hello.sessionId.begin(),
+                    shared_.hello.sessionId.end())) {
+        return TlsFailure::IllegalParameter;
+    }
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake::onHelloRetryRequest(const ServerHello& reply,
+                                                const HandshakeMessage& message, bool atBoundary,
+                                                LogBase& log) {
+    log.logInfo("Received a HelloRetryRequest...");
+    if (retrySuite_) return TlsFailure::UnexpectedMessage;  // RFC 8446, 4.1.4: at most one
+    if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
+    retrySuite_ = findCipherSuite(reply.suite);
+    const ServerExtensions& answer = reply.extensions;
+    if (!answer.hasKeyShare && !answer.cookie) return TlsFailure::HelloRetryUnchanged;
+
+    if (answer.hasKeyShare) {
+        const Group group = answer.keyShareGroup;
+        log.logData("serverRequestedKeyShareGroup", groupName(group));
+        const std::vector<Group> groups = offeredGroups(parameters());
+        if (std::find(groups.begin(), groups.end(), group) == groups.end() ||
+            shareOffered(shared_, group)) {
+            return TlsFailure::GroupNotOffered;
+        }
+        shared_.shares.clear();
+        if (!addShare(group, log)) return TlsFailure::RandomFailed;
+    }
+    if (answer.cookie) cookie_.assign(answer.cookie->begin(), answer.cookie->end());
+    // A ticket under another hash can no longer be used (RFC 8446, 4.1.4).
+    if (shared_.sessionOffered && settings_.session->isTls13() &&
+        findCipherSuite(settings_.session->suite)->hash != retrySuite_->hash) {
+        shared_.sessionOffered = false;
+    }
+    log.logInfo("RestartHandshakeHash");
+    shared_.transcript.restartForRetry(retrySuite_->hash);
+    shared_.transcript.add(message.whole);
+    shared_.records.setVersion(Version::Tls12);  // header of all records from here on
+    log.logDataBool("bIsAfterHelloRetryRequest", true);
+    const bool sent = shared_.sendCompatibilityCcs() && sendHello(log);
+    return sent ? TlsFailure::None : TlsFailure::OutOfMemory;
+}
+
+TlsFailure ClientHandshake::startFlow(const ServerHello& reply, const HandshakeMessage& message,
+                                      bool atBoundary, LogBase& log) {
+    shared_.result.version = reply.version;
+    shared_.result.suite = findCipherSuite(reply.suite);
+    shared_.serverRandom.assign(reply.random.begin(), reply.random.end());
+    shared_.records.setVersion(reply.version);
+    shared_.transcript.add(message.whole);
+    shared_.transcript.settle(reply.version, shared_.result.suite->hash);
+    if (reply.version == Version::Tls13) {
+        if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
+        auto flow = std::make_unique<ClientHandshake13>(shared_);
+        const TlsFailure failure = flow->begin(reply, log);
+        flow_ = std::move(flow);
+        return failure;
+    }
+    auto flow = std::make_unique<ClientHandshake12>(shared_, established_);
+    const TlsFailure failure = flow->begin(reply, log);
+    flow_ = std::move(flow);
+    return failure;
+}
+
+}  // namespace tv::tls

@@ -1,0 +1,60 @@
+// One handshake of the client: the hellos, and then the flow of the version that the server chose.
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "net/tls/Handshake.h"
+
+namespace tv::tls {
+
+class ClientHandshake {
+public:
+    // settings, environment and records outlive the handshake.
+    ClientHandshake(const TlsSettings& settings, TlsEnvironment& environment, RecordLayer& records);
+
+    // Sends the ClientHello. For a renegotiation, established tells of the connection so far: only
+    // its version is offered and no session.
+    TlsFailure start(const Negotiated* established, LogBase& log);
+    TlsFailure onMessage(const HandshakeMessage& message, bool atBoundary, LogBase& log);
+    TlsFailure onChangeCipherSpec();
+
+    bool done() const { return flow_ && flow_->done(); }
+    // Until the version is known this is the highest one offered.
+    Version version() const { return shared_.result.version; }
+    bool serverHelloSeen() const { return flow_ != nullptr; }
+    bool usesCompatibilityMode() const { return offersTls13_; }
+
+    Handshake& shared() { return shared_; }
+    // After a TLS 1.3 handshake: what the connection goes on with.
+    HandshakeFlow* flow() { return flow_.get(); }
+
+private:
+    TlsFailure prepareHello(const Negotiated* established, LogBase& log);
+    void offerSession(LogBase& log);
+    bool addShare(Group group, LogBase& log);
+    HelloParameters parameters() const;
+    bool sendHello(LogBase& log);
+    void fillBinder(std::vector<uint8_t>& message) const;
+    void logHello(LogBase& log) const;
+
+    TlsFailure onServerHello(const HandshakeMessage& message, bool atBoundary, LogBase& log);
+    TlsFailure onHelloRetryRequest(const ServerHello& reply, const HandshakeMessage& message,
+                                   bool atBoundary, LogBase& log);
+    TlsFailure judgeVersion(const ServerHello& reply, LogBase& log) const;
+    TlsFailure judgeSuite(const ServerHello& reply) const;
+    TlsFailure startFlow(const ServerHello& reply, const HandshakeMessage& message, bool atBoundary,
+                         LogBase& log);
+
+    const TlsSettings& settings_;
+    Handshake shared_;
+    VersionRange offered_;
+    bool offersTls13_ = false;
+    const Negotiated* established_ = nullptr;  // in a renegotiation
+    std::vector<uint8_t> cookie_;
+    std::vector<ExtensionType> extensionOrder_;
+    const CipherSuite* retrySuite_ = nullptr;  // settled by a HelloRetryRequest
+    std::unique_ptr<HandshakeFlow> flow_;
+};
+
+}  // namespace tv::tls

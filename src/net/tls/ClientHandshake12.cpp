@@ -1,0 +1,356 @@
+#include "net/tls/ClientHandshake12.h"
+
+#include <algorithm>
+
+#include "base/ByteWriter.h"
+#include "base/ConstTime.h"
+#include "base/crypto/Dhe.h"
+#include "base/crypto/Rsa.h"
+#include "net/tls/TlsSignature.h"
+
+namespace tv::tls {
+namespace {
+
+bool same(std::span<const uint8_t> a, std::span<const uint8_t> b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
+}
+
+}  // namespace
+
+TlsFailure ClientHandshake12::begin(const ServerHello& reply, LogBase& log) {
+    const ServerExtensions& answer = reply.extensions;
+    shared_.shares.clear();
+    TlsFailure failure = judgeRenegotiation(answer);
+    if (failure == TlsFailure::None) failure = judgeSession(reply);
+    if (failure != TlsFailure::None) return failure;
+    shared_.result.extendedMasterSecret = answer.extendedMasterSecret;
+    statusAnnounced_ = answer.statusRequest;
+    ticketAnnounced_ = answer.sessionTicket;
+    sessionId_.assign(reply.sessionId.begin(), reply.sessionId.end());
+    shared_.records.setPeerLimit(0);
+    if (answer.recordSizeLimit) {
+        failure = applyRecordSizeLimit(shared_.records, reply.version, *answer.recordSizeLimit);
+        if (failure != TlsFailure::None) return failure;
+    }
+    if (shared_.result.resumed) return beginResumed(log);
+    next_ = {HandshakeType::Certificate};
+    return TlsFailure::None;
+}
+
+// RFC 5746, 3.4 and 3.5.
+TlsFailure ClientHandshake12::judgeRenegotiation(const ServerExtensions& answer) {
+    RenegotiationState& state = shared_.result.renegotiation;
+    state.isSecure = answer.renegotiationInfo.has_value();
+    if (!established_) {
+        const bool empty = !answer.renegotiationInfo || answer.renegotiationInfo->empty();
+        return empty ? TlsFailure::None : TlsFailure::BadRenegotiation;
+    }
+    std::vector<uint8_t> expected = established_->renegotiation.clientVerify;
+    expected.insert(expected.end(), established_->renegotiation.serverVerify.begin(),
+                    established_->renegotiation.serverVerify.end());
+    const bool right = state.isSecure && ctEqual(*answer.renegotiationInfo, expected);
+    return right ? TlsFailure::None : TlsFailure::BadRenegotiation;
+}
+
+TlsFailure ClientHandshake12::judgeSession(const ServerHello& reply) {
+    const bool echoed = !reply.sessionId.empty() && same(reply.sessionId, shared_.hello.sessionId);
+    if (!echoed) return TlsFailure::None;
+    // A session ID that was only made up for compatibility stands for nothing to resume.
+    if (!shared_.sessionOffered || shared_.settings.session->isTls13()) {
+        return TlsFailure::ResumptionMismatch;
+    }
+    const TlsSession& session = *shared_.settings.session;
+    if (session.version != reply.version || session.suite != reply.suite) {
+        return TlsFailure::ResumptionMismatch;
+    }
+    if (session.extendedMasterSecret != reply.extensions.extendedMasterSecret) {
+        return TlsFailure::MasterSecretMismatch;  // RFC 7627, 5.3
+    }
+    shared_.result.resumed = true;
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake12::beginResumed(LogBase& log) {
+    log.logVerbose("The server resumes the session.");
+    master_ = shared_.settings.session->secret;
+    if (!makeCiphers()) return TlsFailure::Internal;
+    next_ = beforeServerFinished();
+    return TlsFailure::None;
+}
+
+NextMessages ClientHandshake12::beforeServerFinished() const {
+    if (ticketAnnounced_) {
+        return NextMessages{HandshakeType::NewSessionTicket}.orChangeCipherSpec();
+    }
+    return NextMessages::changeCipherSpec();
+}
+
+TlsFailure ClientHandshake12::onMessage(const HandshakeMessage& message, bool atBoundary,
+                                        LogBase& log) {
+    next_ = {};
+    TlsFailure failure = TlsFailure::UnexpectedMessage;
+    switch (message.type) {
+        case HandshakeType::Certificate:
+            failure = onCertificate(message.body);
+            break;
+        case HandshakeType::CertificateStatus:
+            statusAnnounced_ = false;  // read and not used: no revocation is checked
+            next_ = afterCertificate();
+            failure = TlsFailure::None;
+            break;
+        case HandshakeType::ServerKeyExchange:
+            failure = onServerKeyExchange(message.body, log);
+            break;
+        case HandshakeType::CertificateRequest:
+            clientCertificateAsked_ = true;
+            next_ = {HandshakeType::ServerHelloDone};
+            failure = parseCertificateRequest12(message.body, shared_.result.version)
+                          ? TlsFailure::None
+                          : TlsFailure::DecodeError;
+            break;
+        case HandshakeType::ServerHelloDone:
+            shared_.transcript.add(message.whole);
+            return onServerHelloDone(message.body, log);
+        case HandshakeType::NewSessionTicket:
+            log.logVerbose("Ignoring because this is not TLS 1.3.");
+            next_ = NextMessages::changeCipherSpec();
+            failure = TlsFailure::None;
+            break;
+        case HandshakeType::Finished:
+            return onFinished(message, atBoundary, log);
+        default:
+            break;
+    }
+    if (failure == TlsFailure::None) shared_.transcript.add(message.whole);
+    return failure;
+}
+
+NextMessages ClientHandshake12::afterCertificate() const {
+    const bool signedExchange = shared_.result.suite->keyExchange != KeyExchangeKind::Rsa;
+    if (signedExchange) {
+        if (!statusAnnounced_) return {HandshakeType::ServerKeyExchange};
+        return {HandshakeType::CertificateStatus, HandshakeType::ServerKeyExchange};
+    }
+    if (!statusAnnounced_) {
+        return {HandshakeType::CertificateRequest, HandshakeType::ServerHelloDone};
+    }
+    return {HandshakeType::CertificateStatus, HandshakeType::CertificateRequest,
+            HandshakeType::ServerHelloDone};
+}
+
+TlsFailure ClientHandshake12::onCertificate(std::span<const uint8_t> body) {
+    CertificateList list;
+    if (!parseCertificate12(body, list)) return TlsFailure::DecodeError;
+    if (list.empty()) return TlsFailure::CertificateMissing;
+    if (established_ && !established_->chain.empty() &&
+        !same(list.front(), established_->chain.front())) {
+        return TlsFailure::CertificateChanged;
+    }
+    for (const auto& certificate : list) {
+        shared_.result.chain.emplace_back(certificate.begin(), certificate.end());
+    }
+    if (!x509::findPublicKey(shared_.result.chain.front(), serverKey_)) {
+        return TlsFailure::CertificateUnreadable;
+    }
+    const bool wantsEc = shared_.result.suite->keyExchange == KeyExchangeKind::EcdheEcdsa;
+    if (serverKey_.kind != (wantsEc ? x509::KeyKind::Ec : x509::KeyKind::Rsa)) {
+        return TlsFailure::BadServerKey;
+    }
+    next_ = afterCertificate();
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake12::onServerKeyExchange(std::span<const uint8_t> body, LogBase& log) {
+    next_ = {HandshakeType::CertificateRequest, HandshakeType::ServerHelloDone};
+    return shared_.result.suite->isEcdhe() ? onEcdhe(body, log) : onDhe(body, log);
+}
+
+TlsFailure ClientHandshake12::onEcdhe(std::span<const uint8_t> body, LogBase& log) {
+    EcdheParameters p;
+    if (!parseServerKeyExchange(body, shared_.result.version, p)) return TlsFailure::DecodeError;
+    HelloParameters offer;
+    offer.options = shared_.settings.options;
+    offer.moreCurves = shared_.settings.moreCurves;
+    const std::vector<Group> groups = offeredGroups(offer);
+    if (std::find(groups.begin(), groups.end(), p.group) == groups.end()) {
+        log.logError("Unsupported named curve.");
+        return TlsFailure::GroupNotOffered;
+    }
+    if (!isSigned(p.parameters, p.signature)) return TlsFailure::BadSignature;
+    log.logVerbose("Verified server key exchange.");
+    const std::unique_ptr<KeyShare> share = makeKeyShare(p.group, shared_.randomSource());
+    if (!share) return TlsFailure::RandomFailed;
+    if (!share->derive(p.publicKey, premaster_)) return TlsFailure::BadKeyShare;
+    shared_.result.group = p.group;
+    ByteWriter w;
+    w.vector8(share->publicKey());
+    exchangeBody_ = w.take();
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake12::onDhe(std::span<const uint8_t> body, LogBase& log) {
+    DheParameters p;
+    if (!parseServerKeyExchange(body, shared_.result.version, p)) return TlsFailure::DecodeError;
+    crypto::Dhe dhe;
+    switch (dhe.setServerParams(p.p, p.g, p.publicKey)) {
+        case crypto::Dhe::Check::Ok:
+            break;
+        case crypto::Dhe::Check::GroupTooSmall:
+            return TlsFailure::WeakDhGroup;
+        case crypto::Dhe::Check::GroupTooLarge:
+        case crypto::Dhe::Check::BadGroup:
+        case crypto::Dhe::Check::BadPeerKey:
+            return TlsFailure::BadKeyShare;
+    }
+    if (!isSigned(p.parameters, p.signature)) return TlsFailure::BadSignature;
+    log.logVerbose("Verified server key exchange.");
+    if (dhe.bits() < crypto::Dhe::kSafeBits) {
+        log.logInfo("Warning: the server's Diffie-Hellman group has only " +
+                    std::to_string(dhe.bits()) + " bits.");
+    }
+    if (!dhe.generate(shared_.randomSource())) return TlsFailure::RandomFailed;
+    if (!dhe.deriveStripped(premaster_)) return TlsFailure::BadKeyShare;
+    ByteWriter w;
+    w.vector16(dhe.publicValue());
+    exchangeBody_ = w.take();
+    return TlsFailure::None;
+}
+
+bool ClientHandshake12::isSigned(std::span<const uint8_t> parameters,
+                                 const Signature& signature) const {
+    if (shared_.result.version >= Version::Tls12) {
+        const std::vector<SignatureScheme> offered =
+            offeredSignatures({Version::Tls10, shared_.result.version});
+        const bool known =
+            std::find(offered.begin(), offered.end(), signature.scheme) != offered.end();
+        if (!known) return false;
+    }
+    ByteWriter data;
+    data.append(shared_.hello.random);
+    data.append(shared_.serverRandom);
+    data.append(parameters);
+    return verifyServerSignature12(shared_.result.version, signature.scheme, serverKey_,
+                                   data.bytes(), signature.bytes);
+}
+
+TlsFailure ClientHandshake12::onServerHelloDone(std::span<const uint8_t> body, LogBase& log) {
+    if (!body.empty()) return TlsFailure::DecodeError;
+    if (shared_.result.suite->keyExchange == KeyExchangeKind::Rsa) {
+        const TlsFailure failure = makeRsaPremaster();
+        if (failure != TlsFailure::None) return failure;
+    }
+    const TlsFailure failure = sendKeyExchange();
+    if (failure != TlsFailure::None) return failure;
+    log.logVerbose("Sending the client's Finished...");
+    if (!sendFinished()) return TlsFailure::OutOfMemory;
+    next_ = beforeServerFinished();
+    return TlsFailure::None;
+}
+
+// RFC 5246, 7.4.7.1: the version is the hello's, not the negotiated one.
+TlsFailure ClientHandshake12::makeRsaPremaster() {
+    crypto::RsaPublicKey key;
+    if (!key.set(serverKey_.modulus, serverKey_.exponent)) return TlsFailure::BadServerKey;
+    premaster_ = SecureBuffer(kMasterSecretSize);
+    const uint16_t version = static_cast<uint16_t>(shared_.hello.legacyVersion);
+    premaster_[0] = static_cast<uint8_t>(version >> 8);
+    premaster_[1] = static_cast<uint8_t>(version);
+    if (!shared_.environment.random(premaster_.bytes().subspan(2))) {
+        return TlsFailure::RandomFailed;
+    }
+    std::vector<uint8_t> encrypted(key.bytes());
+    if (!key.encryptPkcs1(premaster_.bytes(), shared_.randomSource(), encrypted)) {
+        return TlsFailure::RandomFailed;
+    }
+    ByteWriter w;
+    w.vector16(encrypted);
+    exchangeBody_ = w.take();
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake12::sendKeyExchange() {
+    static constexpr uint8_t kNoCertificates[] = {0, 0, 0};
+    const bool sent =
+        (!clientCertificateAsked_ ||
+         shared_.send(handshakeMessage(HandshakeType::Certificate, kNoCertificates))) &&
+        shared_.send(handshakeMessage(HandshakeType::ClientKeyExchange, exchangeBody_));
+    if (!sent) return TlsFailure::OutOfMemory;
+    deriveMaster(premaster_.bytes());
+    premaster_ = {};
+    return makeCiphers() ? TlsFailure::None : TlsFailure::Internal;
+}
+
+void ClientHandshake12::deriveMaster(std::span<const uint8_t> premaster) {
+    const Negotiated& result = shared_.result;
+    ByteWriter seed;
+    if (result.extendedMasterSecret) {
+        seed.append(shared_.transcript.hash());  // through our ClientKeyExchange
+    } else {
+        seed.append(shared_.hello.random);
+        seed.append(shared_.serverRandom);
+    }
+    master_ = masterSecret12(result.version, result.suite->hash, premaster,
+                             result.extendedMasterSecret, seed.bytes());
+}
+
+bool ClientHandshake12::makeCiphers() {
+    const Negotiated& result = shared_.result;
+    const KeyBlock12 keys = keyBlock12(result.version, *result.suite, master_.bytes(),
+                                       shared_.hello.random, shared_.serverRandom);
+    writeCipher_ =
+        makeRecordCipher(*result.suite, result.version, keys.client, shared_.randomSource());
+    readCipher_ =
+        makeRecordCipher(*result.suite, result.version, keys.server, shared_.randomSource());
+    return writeCipher_ && readCipher_;
+}
+
+std::vector<uint8_t> ClientHandshake12::verifyData(bool fromClient) const {
+    return verifyData12(shared_.result.version, shared_.result.suite->hash, master_.bytes(),
+                        fromClient, shared_.transcript.hash());
+}
+
+bool ClientHandshake12::sendFinished() {
+    static constexpr uint8_t kBody[] = {1};
+    if (!shared_.records.send(ContentType::ChangeCipherSpec, kBody)) return false;
+    shared_.records.protectWriting(std::move(writeCipher_));
+    std::vector<uint8_t> verify = verifyData(true);
+    const bool sent = shared_.send(handshakeMessage(HandshakeType::Finished, verify));
+    shared_.result.renegotiation.clientVerify = std::move(verify);
+    sentFinished_ = true;
+    return sent;
+}
+
+TlsFailure ClientHandshake12::onChangeCipherSpec() {
+    if (!readCipher_) return TlsFailure::UnexpectedCcs;
+    shared_.records.protectReading(std::move(readCipher_));
+    next_ = {HandshakeType::Finished};
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake12::onFinished(const HandshakeMessage& message, bool atBoundary,
+                                         LogBase& log) {
+    std::vector<uint8_t> expected = verifyData(false);
+    if (message.body.size() != expected.size()) return TlsFailure::DecodeError;
+    if (!ctEqual(message.body, expected)) return TlsFailure::BadFinished;
+    if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
+    log.logVerbose("Server's FINISHED verify data is OK.");
+    shared_.transcript.add(message.whole);
+    shared_.result.renegotiation.serverVerify = std::move(expected);
+    if (!sentFinished_ && !sendFinished()) return TlsFailure::OutOfMemory;
+
+    TlsSession session;
+    session.version = shared_.result.version;
+    session.suite = shared_.result.suite->id;
+    session.secret = std::move(master_);
+    session.id = std::move(sessionId_);
+    session.receivedAtMs = shared_.environment.wallClockMs();
+    session.extendedMasterSecret = shared_.result.extendedMasterSecret;
+    // A resumed session keeps the age of its first handshake.
+    if (shared_.result.resumed) session.receivedAtMs = shared_.settings.session->receivedAtMs;
+    if (!session.id.empty()) shared_.newSession = std::move(session);
+    done_ = true;
+    log.logVerbose("Handshake completed successfully.");
+    return TlsFailure::None;
+}
+
+}  // namespace tv::tls

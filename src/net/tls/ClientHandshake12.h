@@ -1,0 +1,61 @@
+// The handshake of TLS 1.0 to 1.2 after the ServerHello (RFC 5246, 7.3, 7.4; RFC 8422; RFC 7627).
+#pragma once
+
+#include <optional>
+
+#include "net/tls/Handshake.h"
+#include "net/tls/KeySchedule12.h"
+#include "net/x509/X509Key.h"
+
+namespace tv::tls {
+
+class ClientHandshake12 final : public HandshakeFlow {
+public:
+    // established is set in a renegotiation.
+    ClientHandshake12(Handshake& shared, const Negotiated* established)
+        : shared_(shared), established_(established) {}
+
+    TlsFailure begin(const ServerHello& reply, LogBase& log);
+    const NextMessages& next() const override { return next_; }
+    TlsFailure onMessage(const HandshakeMessage& message, bool atBoundary, LogBase& log) override;
+    TlsFailure onChangeCipherSpec() override;
+    bool done() const override { return done_; }
+
+private:
+    TlsFailure judgeRenegotiation(const ServerExtensions& answer);
+    TlsFailure judgeSession(const ServerHello& reply);
+    TlsFailure beginResumed(LogBase& log);
+    NextMessages afterCertificate() const;
+    TlsFailure onCertificate(std::span<const uint8_t> body);
+    TlsFailure onServerKeyExchange(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onEcdhe(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onDhe(std::span<const uint8_t> body, LogBase& log);
+    bool isSigned(std::span<const uint8_t> parameters, const Signature& signature) const;
+    TlsFailure onServerHelloDone(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure makeRsaPremaster();
+    TlsFailure sendKeyExchange();
+    void deriveMaster(std::span<const uint8_t> premaster);
+    bool makeCiphers();
+    bool sendFinished();
+    TlsFailure onFinished(const HandshakeMessage& message, bool atBoundary, LogBase& log);
+    std::vector<uint8_t> verifyData(bool fromClient) const;
+    NextMessages beforeServerFinished() const;
+
+    Handshake& shared_;
+    const Negotiated* established_;
+    NextMessages next_;
+    bool statusAnnounced_ = false;
+    bool ticketAnnounced_ = false;
+    bool clientCertificateAsked_ = false;
+    bool sentFinished_ = false;
+    x509::PublicKey serverKey_;          // views into the chain in shared_
+    std::vector<uint8_t> exchangeBody_;  // of our ClientKeyExchange
+    SecureBuffer premaster_;
+    SecureBuffer master_;
+    std::vector<uint8_t> sessionId_;
+    std::unique_ptr<RecordCipher> readCipher_;
+    std::unique_ptr<RecordCipher> writeCipher_;
+    bool done_ = false;
+};
+
+}  // namespace tv::tls

@@ -1,0 +1,195 @@
+#include "net/tls/ClientHandshake13.h"
+
+#include <algorithm>
+
+#include "base/ConstTime.h"
+#include "net/tls/TlsSignature.h"
+
+namespace tv::tls {
+
+bool ClientHandshake13::protect(std::span<const uint8_t> trafficSecret, bool reading) {
+    const CipherSuite& suite = *shared_.result.suite;
+    auto cipher = makeRecordCipher(suite, Version::Tls13, trafficKeys13(suite, trafficSecret),
+                                   shared_.randomSource());
+    if (!cipher) return false;
+    if (reading) {
+        shared_.records.protectReading(std::move(cipher));
+    } else {
+        shared_.records.protectWriting(std::move(cipher));
+    }
+    return true;
+}
+
+TlsFailure ClientHandshake13::begin(const ServerHello& reply, LogBase& log) {
+    const CipherSuite& suite = *shared_.result.suite;
+    SecureBuffer psk;
+    if (reply.extensions.selectedPsk) {
+        // Only one ticket was offered, and it fits only its own hash (RFC 8446, 4.2.11).
+        if (!shared_.sessionOffered || *reply.extensions.selectedPsk != 0 ||
+            findCipherSuite(shared_.settings.session->suite)->hash != suite.hash) {
+            return TlsFailure::ResumptionMismatch;
+        }
+        shared_.result.resumed = true;
+        psk = shared_.settings.session->secret;
+    }
+    SecureBuffer shared;
+    const TlsFailure failure = sharedSecret(reply, shared, log);
+    if (failure != TlsFailure::None) return failure;
+    shared_.shares.clear();
+
+    const std::vector<uint8_t> hash = shared_.transcript.hash();
+    stage_ = EarlyStage13(suite.hash, psk.bytes()).handshake(shared.bytes());
+    clientHandshake_ = stage_->clientTraffic(hash);
+    serverHandshake_ = stage_->serverTraffic(hash);
+    if (!protect(serverHandshake_.bytes(), true)) return TlsFailure::Internal;
+    next_ = {HandshakeType::EncryptedExtensions};
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake13::sharedSecret(const ServerHello& reply, SecureBuffer& shared,
+                                           LogBase& log) {
+    const LogContextExitor context(log, "computeTls13SharedSecret");
+    const ServerExtensions& answer = reply.extensions;
+    // Without a key_share only a ticket protects the connection; psk_ke was offered, so the server
+    // may do that.
+    if (!answer.hasKeyShare) {
+        return shared_.result.resumed ? TlsFailure::None : TlsFailure::MissingExtension;
+    }
+    for (const auto& share : shared_.shares) {
+        if (share->group() != answer.keyShareGroup) continue;
+        shared_.result.group = share->group();
+        if (share->derive(answer.keyShare, shared)) return TlsFailure::None;
+        log.logError("ServerHello " + std::string(groupName(share->group())) +
+                     " public key is missing or not the correct size.");
+        return TlsFailure::BadKeyShare;
+    }
+    return TlsFailure::GroupNotOffered;
+}
+
+TlsFailure ClientHandshake13::onMessage(const HandshakeMessage& message, bool atBoundary,
+                                        LogBase& log) {
+    next_ = {};
+    TlsFailure failure = TlsFailure::UnexpectedMessage;
+    switch (message.type) {
+        case HandshakeType::EncryptedExtensions:
+            failure = onEncryptedExtensions(message.body);
+            break;
+        case HandshakeType::CertificateRequest:
+            failure = onCertificateRequest(message.body);
+            break;
+        case HandshakeType::Certificate:
+            failure = onCertificate(message.body);
+            break;
+        case HandshakeType::CertificateVerify:
+            failure = onCertificateVerify(message.body);
+            break;
+        case HandshakeType::Finished:
+            return onFinished(message, atBoundary, log);
+        default:
+            break;
+    }
+    // Signature and Finished cover what came before them, so the message is added after its check.
+    if (failure == TlsFailure::None) shared_.transcript.add(message.whole);
+    return failure;
+}
+
+TlsFailure ClientHandshake13::onEncryptedExtensions(std::span<const uint8_t> body) {
+    ServerExtensions answer;
+    TlsFailure failure = parseEncryptedExtensions(body, shared_.hello, answer);
+    if (failure == TlsFailure::None && answer.recordSizeLimit) {
+        failure = applyRecordSizeLimit(shared_.records, Version::Tls13, *answer.recordSizeLimit);
+    }
+    if (shared_.result.resumed) {
+        next_ = {HandshakeType::Finished};
+    } else {
+        next_ = {HandshakeType::CertificateRequest, HandshakeType::Certificate};
+    }
+    return failure;
+}
+
+TlsFailure ClientHandshake13::onCertificateRequest(std::span<const uint8_t> body) {
+    CertificateRequest13 request;
+    if (!parseCertificateRequest13(body, request)) return TlsFailure::DecodeError;
+    if (!request.context.empty()) return TlsFailure::IllegalParameter;  // RFC 8446, 4.3.2
+    if (!request.hasSignatureAlgorithms) return TlsFailure::MissingExtension;
+    clientCertificateAsked_ = true;
+    next_ = {HandshakeType::Certificate};
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake13::onCertificate(std::span<const uint8_t> body) {
+    CertificateList list;
+    bool unsolicited = false;
+    if (!parseCertificate13(body, list, unsolicited)) return TlsFailure::DecodeError;
+    if (unsolicited) return TlsFailure::UnsupportedExtension;
+    if (list.empty()) return TlsFailure::CertificateMissing;
+    for (const auto& certificate : list) {
+        shared_.result.chain.emplace_back(certificate.begin(), certificate.end());
+    }
+    if (!x509::findPublicKey(shared_.result.chain.front(), serverKey_)) {
+        return TlsFailure::CertificateUnreadable;
+    }
+    next_ = {HandshakeType::CertificateVerify};
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake13::onCertificateVerify(std::span<const uint8_t> body) {
+    Signature signature;
+    if (!parseCertificateVerify(body, signature)) return TlsFailure::DecodeError;
+    const std::vector<SignatureScheme> offered =
+        offeredSignatures({Version::Tls13, Version::Tls13});
+    if (std::find(offered.begin(), offered.end(), signature.scheme) == offered.end()) {
+        return TlsFailure::IllegalParameter;
+    }
+    if (!verifyServerSignature13(signature.scheme, serverKey_, shared_.transcript.hash(),
+                                 signature.bytes)) {
+        return TlsFailure::BadSignature;
+    }
+    next_ = {HandshakeType::Finished};
+    return TlsFailure::None;
+}
+
+TlsFailure ClientHandshake13::onFinished(const HandshakeMessage& message, bool atBoundary,
+                                         LogBase& log) {
+    const crypto::HashId hash = shared_.result.suite->hash;
+    const std::vector<uint8_t> expected =
+        finishedMac13(hash, serverHandshake_.bytes(), shared_.transcript.hash());
+    if (message.body.size() != expected.size()) return TlsFailure::DecodeError;
+    if (!ctEqual(message.body, expected)) return TlsFailure::BadFinished;
+    if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
+    shared_.transcript.add(message.whole);
+    return finish(log);
+}
+
+// Our second flight, and the keys of the connection.
+TlsFailure ClientHandshake13::finish(LogBase& log) {
+    const crypto::HashId hash = shared_.result.suite->hash;
+    const MasterStage13 master = stage_->master();
+    const std::vector<uint8_t> serverDone = shared_.transcript.hash();
+    traffic_.client = master.clientTraffic(serverDone);
+    traffic_.server = master.serverTraffic(serverDone);
+
+    bool sent = shared_.sendCompatibilityCcs() && protect(clientHandshake_.bytes(), false);
+    if (sent && clientCertificateAsked_) {
+        static constexpr uint8_t kNone[] = {0, 0, 0, 0};  // no context, no certificates
+        sent = shared_.send(handshakeMessage(HandshakeType::Certificate, kNone));
+    }
+    log.logVerbose("Sending TLS 1.3 Finished handshake message...");
+    const std::vector<uint8_t> verify =
+        finishedMac13(hash, clientHandshake_.bytes(), shared_.transcript.hash());
+    sent = sent && shared_.send(handshakeMessage(HandshakeType::Finished, verify));
+    if (!sent) return TlsFailure::OutOfMemory;
+
+    if (!protect(traffic_.server.bytes(), true) || !protect(traffic_.client.bytes(), false)) {
+        return TlsFailure::Internal;
+    }
+    log.logVerbose("Deriving resumption secret for TLS 1.3");
+    traffic_.resumption = master.resumption(shared_.transcript.hash());
+    stage_.reset();
+    clientHandshake_.clear();
+    serverHandshake_.clear();
+    done_ = true;
+    return TlsFailure::None;
+}
+
+}  // namespace tv::tls

@@ -1,0 +1,32 @@
+#include "net/tls/HandshakeReader.h"
+
+#include "base/ByteReader.h"
+
+namespace tv::tls {
+namespace {
+
+constexpr size_t kMaxCertificateMessage = 128 * 1024;
+constexpr size_t kMaxMessage = 64 * 1024;
+
+size_t limitOf(HandshakeType type) {
+    return type == HandshakeType::Certificate ? kMaxCertificateMessage : kMaxMessage;
+}
+
+}  // namespace
+
+HandshakeReader::Result HandshakeReader::next(HandshakeMessage& out) {
+    pending_.removeFront(taken_);
+    taken_ = 0;
+    ByteReader r(pending_.bytes());
+    out.type = static_cast<HandshakeType>(r.u8());
+    const size_t length = r.u24();
+    if (!r.ok()) return Result::NeedMore;
+    if (length > limitOf(out.type)) return Result::TooLong;
+    out.body = r.bytes(length);
+    if (!r.ok()) return Result::NeedMore;
+    taken_ = kHandshakeHeaderSize + length;
+    out.whole = pending_.bytes().first(taken_);
+    return Result::Message;
+}
+
+}  // namespace tv::tls

@@ -1,0 +1,84 @@
+#include "net/tls/RecordLayer.h"
+
+#include <algorithm>
+
+#include "base/ByteReader.h"
+
+namespace tv::tls {
+namespace {
+
+bool isKnownType(ContentType type) {
+    return type == ContentType::ChangeCipherSpec || type == ContentType::Alert ||
+           type == ContentType::Handshake || type == ContentType::ApplicationData;
+}
+
+}  // namespace
+
+void RecordLayer::setVersion(Version version) {
+    isTls13_ = version >= Version::Tls13;
+    headerVersion_ = isTls13_ ? Version::Tls12 : version;  // RFC 8446, 5.1
+    maxBody_ = isTls13_ ? kMaxCiphertext13 : kMaxCiphertext12;
+}
+
+bool RecordLayer::feed(std::span<const uint8_t> bytes) {
+    inbox_.removeFront(taken_);
+    taken_ = 0;
+    return inbox_.append(bytes);
+}
+
+RecordLayer::Next RecordLayer::next(Record& out, TlsFailure& failure) {
+    const auto failed = [&](TlsFailure why) {
+        failure = why;
+        return Next::Failed;
+    };
+    ByteReader r(inbox_.bytes().subspan(taken_));
+    RecordHeader header{static_cast<ContentType>(r.u8()), static_cast<Version>(r.u16())};
+    const size_t length = r.u16();
+    if (!r.ok()) return Next::NeedMore;
+    if (!isKnownType(header.type)) return failed(TlsFailure::RecordType);
+    if (static_cast<uint16_t>(header.version) >> 8 != 3) return failed(TlsFailure::RecordVersion);
+    const bool opens = reader_ && !(isTls13_ && header.type == ContentType::ChangeCipherSpec);
+    if (length > (opens ? maxBody_ : kMaxPlaintext)) return failed(TlsFailure::RecordOverflow);
+    if (r.left() < length) return Next::NeedMore;
+
+    uint8_t* body = inbox_.data() + taken_ + kRecordHeaderSize;
+    taken_ += kRecordHeaderSize + length;
+    out.plaintext = {body, length};
+    if (opens && !reader_->open(header, {body, length}, out.plaintext)) {
+        return failed(TlsFailure::BadRecordMac);
+    }
+    if (out.plaintext.size() > kMaxPlaintext) return failed(TlsFailure::RecordOverflow);
+    if (!isKnownType(header.type)) return failed(TlsFailure::RecordType);
+    out.type = header.type;
+    return Next::Record;
+}
+
+size_t RecordLayer::largestPlaintext() const {
+    if (peerLimit_ == 0 || !writer_) return kMaxPlaintext;
+    return std::min(kMaxPlaintext, peerLimit_ - writer_->innerOverhead());
+}
+
+bool RecordLayer::sendOne(ContentType type, std::span<const uint8_t> fragment) {
+    if (writer_) return writer_->seal({type, headerVersion_}, fragment, outbox_);
+    const uint16_t version = static_cast<uint16_t>(headerVersion_);
+    const uint8_t header[kRecordHeaderSize] = {
+        static_cast<uint8_t>(type), static_cast<uint8_t>(version >> 8),
+        static_cast<uint8_t>(version), static_cast<uint8_t>(fragment.size() >> 8),
+        static_cast<uint8_t>(fragment.size())};
+    return outbox_.append(header) && outbox_.append(fragment);
+}
+
+bool RecordLayer::send(ContentType type, std::span<const uint8_t> bytes) {
+    const bool split = writer_ && writer_->splitsFirstByte() && bytes.size() > 1 &&
+                       type == ContentType::ApplicationData;
+    size_t limit = split ? 1 : largestPlaintext();
+    while (!bytes.empty()) {
+        const size_t size = std::min(limit, bytes.size());
+        if (!sendOne(type, bytes.first(size))) return false;
+        bytes = bytes.subspan(size);
+        limit = largestPlaintext();
+    }
+    return true;
+}
+
+}  // namespace tv::tls

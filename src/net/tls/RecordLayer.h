@@ -1,0 +1,60 @@
+// Records on the wire: cuts what is sent, puts together what arrives, and holds the protection of
+// both directions (RFC 5246, 6.2; RFC 8446, 5).
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "base/DataBuffer.h"
+#include "net/tls/RecordCipher.h"
+#include "net/tls/TlsFailure.h"
+#include "net/tls/TlsTypes.h"
+
+namespace tv::tls {
+
+struct Record {
+    ContentType type;
+    std::span<const uint8_t> plaintext;  // valid until the layer is touched again
+};
+
+class RecordLayer {
+public:
+    // Bytes that came from the peer.
+    bool feed(std::span<const uint8_t> bytes);
+    enum class Next : uint8_t { NeedMore, Record, Failed };
+    // The next whole record, opened. Failed sets failure.
+    Next next(Record& out, TlsFailure& failure);
+    // A record has begun to arrive but is not whole yet.
+    bool hasPartialRecord() const { return inbox_.size() > taken_; }
+
+    // Cuts the bytes into records and appends them to the outbox. An empty span sends nothing.
+    bool send(ContentType type, std::span<const uint8_t> bytes);
+    DataBuffer& outbox() { return outbox_; }
+
+    // The version of the handshake: from now on in every header, and the limit of what arrives.
+    void setVersion(Version version);
+    void protectReading(std::unique_ptr<RecordCipher> cipher) { reader_ = std::move(cipher); }
+    void protectWriting(std::unique_ptr<RecordCipher> cipher) { writer_ = std::move(cipher); }
+    bool isReadingProtected() const { return reader_ != nullptr; }
+    bool isWritingProtected() const { return writer_ != nullptr; }
+    // What the peer said in record_size_limit (RFC 8449), counted as that extension counts; 0:
+    // none.
+    void setPeerLimit(size_t limit) { peerLimit_ = limit; }
+
+private:
+    size_t largestPlaintext() const;
+    bool sendOne(ContentType type, std::span<const uint8_t> fragment);
+
+    DataBuffer inbox_;
+    size_t taken_ = 0;  // bytes at the front of the inbox that belong to the record handed out last
+    DataBuffer outbox_;
+    std::unique_ptr<RecordCipher> reader_;
+    std::unique_ptr<RecordCipher> writer_;
+    Version headerVersion_ = Version::Tls10;  // what a first ClientHello carries
+    size_t maxBody_ = kMaxCiphertext12;
+    size_t peerLimit_ = 0;
+    bool isTls13_ = false;
+};
+
+}  // namespace tv::tls

@@ -1,0 +1,253 @@
+#include "net/tls/TlsProtocol.h"
+
+#include <utility>
+
+namespace tv::tls {
+
+TlsProtocol::TlsProtocol(TlsSettings settings, TlsEnvironment& environment)
+    : settings_(std::move(settings)), environment_(environment) {}
+
+TlsProtocol::~TlsProtocol() = default;
+
+bool TlsProtocol::start(LogBase& log) {
+    if (std::exchange(started_, true)) return false;
+    handshake_ = std::make_unique<ClientHandshake>(settings_, environment_, records_);
+    const TlsFailure failure = handshake_->start(nullptr, log);
+    return failure == TlsFailure::None || fail(failure, log);
+}
+
+// Ends the connection with the alert that goes with the failure. Always false.
+bool TlsProtocol::fail(TlsFailure failure, LogBase& log) {
+    failure_ = failure;
+    log.logError(textOf(failure));
+    if (failure != TlsFailure::PeerAlert) sendAlert(AlertLevel::Fatal, alertOf(failure));
+    handshake_.reset();
+    session_.reset();
+    traffic_ = {};
+    return false;
+}
+
+void TlsProtocol::sendAlert(AlertLevel level, Alert alert) {
+    const uint8_t body[] = {static_cast<uint8_t>(level), static_cast<uint8_t>(alert)};
+    records_.send(ContentType::Alert, body);
+}
+
+bool TlsProtocol::receive(std::span<const uint8_t> bytes, LogBase& log) {
+    if (failure_ != TlsFailure::None) return false;
+    if (!records_.feed(bytes)) return fail(TlsFailure::OutOfMemory, log);
+    // Nothing that follows a close_notify counts (RFC 8446, 6.1).
+    while (!closeNotifyReceived_) {
+        Record record{};
+        TlsFailure failure = TlsFailure::None;
+        const RecordLayer::Next next = records_.next(record, failure);
+        if (next == RecordLayer::Next::NeedMore) return true;
+        if (next == RecordLayer::Next::Record) failure = process(record, log);
+        if (failure != TlsFailure::None) return fail(failure, log);
+    }
+    return true;
+}
+
+TlsFailure TlsProtocol::process(const Record& record, LogBase& log) {
+    const bool mayInterrupt =
+        record.type == ContentType::Handshake || record.type == ContentType::Alert;
+    if (!mayInterrupt && !reader_.atBoundary()) {
+        return record.type == ContentType::ChangeCipherSpec ? TlsFailure::UnexpectedCcs
+                                                            : TlsFailure::UnexpectedMessage;
+    }
+    switch (record.type) {
+        case ContentType::ChangeCipherSpec:
+            return onChangeCipherSpec(record.plaintext);
+        case ContentType::Alert:
+            return onAlert(record.plaintext, log);
+        case ContentType::Handshake:
+            return onHandshake(record.plaintext, log);
+        case ContentType::ApplicationData:
+            return onApplicationData(record.plaintext);
+    }
+    return TlsFailure::RecordType;
+}
+
+TlsFailure TlsProtocol::onChangeCipherSpec(std::span<const uint8_t> body) {
+    const bool wellFormed = body.size() == 1 && body[0] == 1;
+    if (!wellFormed || !handshake_) return TlsFailure::UnexpectedCcs;
+    const bool maybeTls13 = handshake_->version() == Version::Tls13 ||
+                            (!handshake_->serverHelloSeen() && handshake_->usesCompatibilityMode());
+    if (!maybeTls13) return handshake_->onChangeCipherSpec();
+    // One is dropped between our first hello and the server's Finished (RFC 8446, 5).
+    return std::exchange(ccsDropped_, true) ? TlsFailure::UnexpectedCcs : TlsFailure::None;
+}
+
+TlsFailure TlsProtocol::onAlert(std::span<const uint8_t> body, LogBase& log) {
+    if (body.size() != 2) return TlsFailure::DecodeError;
+    const AlertLevel level = static_cast<AlertLevel>(body[0]);
+    const Alert alert = static_cast<Alert>(body[1]);
+    {
+        const LogContextExitor context(log, "TlsAlert");
+        log.logData("level", level == AlertLevel::Warning ? "warning" : "fatal");
+        log.logData("descrip", alertName(alert));
+    }
+    peerAlert_ = alert;
+    if (alert == Alert::CloseNotify) {
+        closeNotifyReceived_ = true;
+        if (!handshake_) return TlsFailure::None;
+        log.logError("Aborting handshake because of fatal alert.");
+        return TlsFailure::PeerAlert;
+    }
+    // In TLS 1.3 the level says nothing: all but two are fatal (RFC 8446, 6).
+    const bool isTls13 = serverHelloSeen_ && negotiated_.version == Version::Tls13;
+    const bool harmless = isTls13 ? alert == Alert::UserCanceled : level == AlertLevel::Warning;
+    if (harmless) return countIdle() ? TlsFailure::None : TlsFailure::TooManyIdleRecords;
+    if (handshake_) log.logError("Aborting handshake because of fatal alert.");
+    return TlsFailure::PeerAlert;
+}
+
+TlsFailure TlsProtocol::onHandshake(std::span<const uint8_t> fragment, LogBase& log) {
+    if (fragment.empty()) {
+        // Never legal in TLS 1.3 (RFC 8446, 5.1), and never of use.
+        const bool isTls13 = negotiated_.version == Version::Tls13;
+        if (isTls13 || !countIdle()) return TlsFailure::UnexpectedMessage;
+        return TlsFailure::None;
+    }
+    if (!reader_.append(fragment)) return TlsFailure::OutOfMemory;
+    for (;;) {
+        HandshakeMessage message{};
+        switch (reader_.next(message)) {
+            case HandshakeReader::Result::NeedMore:
+                return TlsFailure::None;
+            case HandshakeReader::Result::TooLong:
+                return TlsFailure::MessageTooLong;
+            case HandshakeReader::Result::Message:
+                break;
+        }
+        const TlsFailure failure = onMessage(message, log);
+        if (failure != TlsFailure::None) return failure;
+    }
+}
+
+TlsFailure TlsProtocol::onMessage(const HandshakeMessage& message, LogBase& log) {
+    if (!handshake_) return onPostHandshake(message, log);
+    // A HelloRequest during a handshake is ignored (RFC 5246, 7.4.1.1).
+    if (message.type == HandshakeType::HelloRequest && negotiated_.version != Version::Tls13) {
+        const bool fine = message.body.empty() && countIdle();
+        return fine ? TlsFailure::None : TlsFailure::UnexpectedMessage;
+    }
+    idleRecords_ = 0;
+    const TlsFailure failure = handshake_->onMessage(message, reader_.atBoundary(), log);
+    if (failure != TlsFailure::None) return failure;
+    if (handshake_->serverHelloSeen()) {
+        serverHelloSeen_ = true;
+        negotiated_.version = handshake_->version();
+    }
+    if (handshake_->done()) finishHandshake();
+    return TlsFailure::None;
+}
+
+void TlsProtocol::finishHandshake() {
+    Handshake& shared = handshake_->shared();
+    negotiated_ = std::move(shared.result);
+    if (shared.newSession) session_ = std::move(shared.newSession);
+    if (negotiated_.version == Version::Tls13) {
+        traffic_ = static_cast<ClientHandshake13*>(handshake_->flow())->takeSecrets();
+    }
+    established_ = true;
+    handshake_.reset();
+    settings_.session.reset();  // a session is used once
+}
+
+TlsFailure TlsProtocol::onApplicationData(std::span<const uint8_t> bytes) {
+    // In a renegotiation it may come until the keys change.
+    if (!established_) return TlsFailure::UnexpectedMessage;
+    if (bytes.empty()) return countIdle() ? TlsFailure::None : TlsFailure::TooManyIdleRecords;
+    idleRecords_ = 0;
+    return input_.append(bytes) ? TlsFailure::None : TlsFailure::OutOfMemory;
+}
+
+TlsFailure TlsProtocol::onPostHandshake(const HandshakeMessage& message, LogBase& log) {
+    if (!countIdle()) return TlsFailure::TooManyIdleRecords;
+    if (negotiated_.version == Version::Tls13) {
+        if (message.type == HandshakeType::NewSessionTicket) {
+            return onNewSessionTicket(message.body, log);
+        }
+        if (message.type == HandshakeType::KeyUpdate) return onKeyUpdate(message.body, log);
+        return TlsFailure::UnexpectedMessage;
+    }
+    if (message.type == HandshakeType::HelloRequest) return onHelloRequest(message.body, log);
+    return TlsFailure::UnexpectedMessage;
+}
+
+TlsFailure TlsProtocol::onHelloRequest(std::span<const uint8_t> body, LogBase& log) {
+    if (!body.empty()) return TlsFailure::DecodeError;
+    log.logInfo("Need to re-negotiate the security parameters.");
+    if (!negotiated_.renegotiation.isSecure) {
+        sendAlert(AlertLevel::Warning, Alert::NoRenegotiation);  // RFC 5746, 4.2
+        return TlsFailure::None;
+    }
+    if (++renegotiations_ > kMaxRenegotiations) return TlsFailure::TooManyRenegotiations;
+    log.logInfo("Starting the handshake process again...");
+    log.logInfo("Not re-using the session for re-negotiation...");
+    handshake_ = std::make_unique<ClientHandshake>(settings_, environment_, records_);
+    return handshake_->start(&negotiated_, log);
+}
+
+TlsFailure TlsProtocol::onNewSessionTicket(std::span<const uint8_t> body, LogBase& log) {
+    NewSessionTicket13 ticket;
+    if (!parseNewSessionTicket13(body, ticket)) return TlsFailure::DecodeError;
+    log.logDataVerbose("ticket_lifetime", std::to_string(ticket.lifetimeSeconds));
+    log.logDataVerbose("ticket_age_add", std::to_string(ticket.ageAdd));
+    if (ticket.lifetimeSeconds == 0) return TlsFailure::None;  // to be dropped at once
+    TlsSession session;
+    session.version = Version::Tls13;
+    session.suite = negotiated_.suite->id;
+    session.secret =
+        ticketKey13(negotiated_.suite->hash, traffic_.resumption.bytes(), ticket.nonce);
+    session.id.assign(ticket.ticket.begin(), ticket.ticket.end());
+    session.lifetimeSeconds = ticket.lifetimeSeconds;
+    session.ageAdd = ticket.ageAdd;
+    session.receivedAtMs = environment_.wallClockMs();
+    session_ = std::move(session);
+    return TlsFailure::None;
+}
+
+// Moves a traffic secret on and makes the cipher of the new one.
+std::unique_ptr<RecordCipher> TlsProtocol::renewedCipher(SecureBuffer& secret) {
+    const CipherSuite& suite = *negotiated_.suite;
+    secret = nextTrafficSecret(suite.hash, secret.bytes());
+    return makeRecordCipher(suite, Version::Tls13, trafficKeys13(suite, secret.bytes()), {});
+}
+
+TlsFailure TlsProtocol::onKeyUpdate(std::span<const uint8_t> body, LogBase& log) {
+    if (body.size() != 1) return TlsFailure::DecodeError;
+    if (body[0] > 1) return TlsFailure::IllegalParameter;  // RFC 8446, 4.6.3
+    if (!reader_.atBoundary()) return TlsFailure::LeftoverAtKeyChange;
+    log.logVerbose("Received a TLS 1.3 KeyUpdate.");
+    records_.protectReading(renewedCipher(traffic_.server));
+    if (body[0] == 0) return TlsFailure::None;
+    static constexpr uint8_t kNotRequested[] = {0};
+    const bool sent = records_.send(ContentType::Handshake,
+                                    handshakeMessage(HandshakeType::KeyUpdate, kNotRequested));
+    if (!sent) return TlsFailure::OutOfMemory;
+    records_.protectWriting(renewedCipher(traffic_.client));
+    return TlsFailure::None;
+}
+
+bool TlsProtocol::sendApplicationData(std::span<const uint8_t> bytes, LogBase& log) {
+    if (failure_ != TlsFailure::None || closeNotifySent_ || isHandshaking()) return false;
+    if (!established_ || !records_.isWritingProtected()) {
+        log.logError(textOf(TlsFailure::NoKeys));
+        return false;
+    }
+    if (records_.send(ContentType::ApplicationData, bytes)) return true;
+    log.logError("Failed to encrypt TLS fragment");
+    return fail(TlsFailure::OutOfMemory, log);
+}
+
+void TlsProtocol::sendCloseNotify() {
+    if (failure_ != TlsFailure::None || std::exchange(closeNotifySent_, true)) return;
+    sendAlert(AlertLevel::Warning, Alert::CloseNotify);
+}
+
+std::optional<TlsSession> TlsProtocol::takeSession() {
+    return std::exchange(session_, std::nullopt);
+}
+
+}  // namespace tv::tls

@@ -1,0 +1,92 @@
+// The TLS client as an engine: bytes from the peer go in, bytes for the peer and plain text come
+// out. It knows no socket, clock or file; SChannelTolvane moves the bytes.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "base/DataBuffer.h"
+#include "net/tls/ClientHandshake.h"
+#include "net/tls/ClientHandshake13.h"
+#include "net/tls/HandshakeReader.h"
+#include "net/tls/RecordLayer.h"
+
+namespace tv::tls {
+
+class TlsProtocol {
+public:
+    // environment outlives the engine.
+    TlsProtocol(TlsSettings settings, TlsEnvironment& environment);
+    ~TlsProtocol();
+    TlsProtocol(const TlsProtocol&) = delete;
+    TlsProtocol& operator=(const TlsProtocol&) = delete;
+
+    // Puts the ClientHello into the output.
+    bool start(LogBase& log);
+    // Takes bytes that came from the peer. False once the connection has failed: failure() says
+    // why, the output may hold a last alert, and nothing more is taken.
+    bool receive(std::span<const uint8_t> bytes, LogBase& log);
+    // Protects bytes and appends their records to the output. Not during a renegotiation.
+    bool sendApplicationData(std::span<const uint8_t> bytes, LogBase& log);
+    void sendCloseNotify();
+
+    // Bytes for the peer; whoever sends them removes them.
+    DataBuffer& output() { return records_.outbox(); }
+    // Plain text from the peer; whoever reads it removes it.
+    DataBuffer& input() { return input_; }
+
+    bool isEstablished() const { return established_ && failure_ == TlsFailure::None; }
+    // A renegotiation is under way: application data waits until it is over.
+    bool isHandshaking() const { return handshake_ != nullptr; }
+    bool serverHelloSeen() const { return serverHelloSeen_; }
+    bool closeNotifyReceived() const { return closeNotifyReceived_; }
+    TlsFailure failure() const { return failure_; }
+    std::optional<Alert> peerAlert() const { return peerAlert_; }
+    const Negotiated& negotiated() const { return negotiated_; }
+    // The newest session that this connection was given, without scope and verdict; at most once.
+    std::optional<TlsSession> takeSession();
+
+private:
+    bool fail(TlsFailure failure, LogBase& log);
+    TlsFailure process(const Record& record, LogBase& log);
+    TlsFailure onChangeCipherSpec(std::span<const uint8_t> body);
+    TlsFailure onAlert(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onHandshake(std::span<const uint8_t> fragment, LogBase& log);
+    TlsFailure onApplicationData(std::span<const uint8_t> bytes);
+    TlsFailure onMessage(const HandshakeMessage& message, LogBase& log);
+    TlsFailure onPostHandshake(const HandshakeMessage& message, LogBase& log);
+    TlsFailure onHelloRequest(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onNewSessionTicket(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onKeyUpdate(std::span<const uint8_t> body, LogBase& log);
+    std::unique_ptr<RecordCipher> renewedCipher(SecureBuffer& secret);
+    void finishHandshake();
+    void sendAlert(AlertLevel level, Alert alert);
+    bool countIdle() { return ++idleRecords_ <= kMaxIdleRecords; }
+
+    static constexpr int kMaxIdleRecords = 32;
+    static constexpr int kMaxRenegotiations = 3;
+
+    TlsSettings settings_;
+    TlsEnvironment& environment_;
+    RecordLayer records_;
+    HandshakeReader reader_;
+    DataBuffer input_;
+    std::unique_ptr<ClientHandshake> handshake_;
+    Negotiated negotiated_;
+    TrafficSecrets13 traffic_;
+    std::optional<TlsSession> session_;
+    TlsFailure failure_ = TlsFailure::None;
+    std::optional<Alert> peerAlert_;
+    int idleRecords_ = 0;  // in a row that brought nothing on
+    int renegotiations_ = 0;
+    bool started_ = false;
+    bool established_ = false;
+    bool serverHelloSeen_ = false;
+    bool ccsDropped_ = false;
+    bool closeNotifyReceived_ = false;
+    bool closeNotifySent_ = false;
+};
+
+}  // namespace tv::tls

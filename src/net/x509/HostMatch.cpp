@@ -1,0 +1,167 @@
+#include "net/x509/HostMatch.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "base/Ascii.h"
+#include "net/x509/X509Name.h"
+
+namespace tv::x509 {
+namespace {
+
+std::string_view textOf(Bytes bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+std::string_view withoutFinalDot(std::string_view name) {
+    if (!name.empty() && name.back() == '.') name.remove_suffix(1);
+    return name;
+}
+
+// Letters, digits, hyphens, underscores and dots, no empty label.
+bool isDnsName(std::string_view name) {
+    char before = '.';
+    for (const char c : name) {
+        if (c == '.' ? before == '.' : !(isAsciiAlnum(c) || c == '-' || c == '_')) return false;
+        before = c;
+    }
+    return !name.empty() && before != '.';
+}
+
+std::vector<uint8_t> ipv4Bytes(std::string_view text) {
+    std::vector<uint8_t> out;
+    while (true) {
+        const size_t dot = text.find('.');
+        const std::string_view part = text.substr(0, dot);
+        unsigned value = 0;
+        for (const char c : part) {
+            if (!isAsciiDigit(c)) return {};
+            value = value * 10 + static_cast<unsigned>(c - '0');
+        }
+        if (part.empty() || part.size() > 3 || value > 255) return {};
+        out.push_back(static_cast<uint8_t>(value));
+        if (dot == std::string_view::npos) break;
+        text.remove_prefix(dot + 1);
+    }
+    return out.size() == 4 ? out : std::vector<uint8_t>{};
+}
+
+std::optional<uint16_t> hexGroup(std::string_view text) {
+    if (text.empty() || text.size() > 4) return std::nullopt;
+    unsigned value = 0;
+    for (char c : text) {
+        c = asciiLower(c);
+        const bool letter = c >= 'a' && c <= 'f';
+        if (!letter && !isAsciiDigit(c)) return std::nullopt;
+        value = value * 16 + static_cast<unsigned>(letter ? c - 'a' + 10 : c - '0');
+    }
+    return static_cast<uint16_t>(value);
+}
+
+// Groups of an address or of one side of its "::"; an IPv4 tail gives two.
+bool readGroups(std::string_view text, std::vector<uint8_t>& out) {
+    while (!text.empty()) {
+        const size_t colon = text.find(':');
+        const std::string_view part = text.substr(0, colon);
+        if (part.find('.') != std::string_view::npos && colon == std::string_view::npos) {
+            const std::vector<uint8_t> tail = ipv4Bytes(part);
+            out.insert(out.end(), tail.begin(), tail.end());
+            return tail.size() == 4;
+        }
+        const auto group = hexGroup(part);
+        if (!group) return false;
+        out.push_back(static_cast<uint8_t>(*group >> 8));
+        out.push_back(static_cast<uint8_t>(*group));
+        if (colon == std::string_view::npos) return true;
+        text.remove_prefix(colon + 1);
+        if (text.empty()) return false;
+    }
+    return true;
+}
+
+std::vector<uint8_t> ipv6Bytes(std::string_view text) {
+    const size_t gap = text.find("::");
+    std::vector<uint8_t> front;
+    std::vector<uint8_t> back;
+    if (!readGroups(text.substr(0, gap), front)) return {};
+    if (gap != std::string_view::npos && !readGroups(text.substr(gap + 2), back)) return {};
+    const size_t have = front.size() + back.size();
+    const bool whole = gap == std::string_view::npos ? have == 16 : have < 16;
+    if (!whole) return {};
+    front.resize(16 - back.size());
+    front.insert(front.end(), back.begin(), back.end());
+    return front;
+}
+
+}  // namespace
+
+std::vector<uint8_t> addressBytes(std::string_view text) {
+    return text.find(':') == std::string_view::npos ? ipv4Bytes(text) : ipv6Bytes(text);
+}
+
+bool matchesDnsPattern(std::string_view pattern, std::string_view host) {
+    pattern = withoutFinalDot(pattern);
+    host = withoutFinalDot(host);
+    if (!isDnsName(host)) return false;
+    constexpr std::string_view kWildcard = "*.";
+    if (pattern.substr(0, kWildcard.size()) != kWildcard) return equalsIgnoreCase(pattern, host);
+    const std::string_view parent = pattern.substr(kWildcard.size());
+    const size_t dot = host.find('.');
+    if (!isDnsName(parent) || parent.find('.') == std::string_view::npos) return false;
+    return dot != std::string_view::npos && equalsIgnoreCase(parent, host.substr(dot + 1));
+}
+
+bool matchesHost(const Certificate& certificate, std::string_view host) {
+    const std::vector<uint8_t> address = addressBytes(host);
+    const GeneralName::Kind wanted =
+        address.empty() ? GeneralName::Kind::Dns : GeneralName::Kind::Ip;
+    bool hasKind = false;
+    for (const GeneralName& name : certificate.altNames) {
+        if (name.kind != wanted) continue;
+        hasKind = true;
+        const bool matches = wanted == GeneralName::Kind::Ip
+                                 ? sameBytes(name.value, address)
+                                 : matchesDnsPattern(textOf(name.value), host);
+        if (matches) return true;
+    }
+    // An address never matches a common name (RFC 6125, 1.7.2).
+    if (hasKind || wanted == GeneralName::Kind::Ip) return false;
+    return matchesDnsPattern(textOf(commonName(certificate.subject)), host);
+}
+
+bool liesWithin(const GeneralName& name, const GeneralName& constraint) {
+    if (name.kind != constraint.kind) return false;
+    switch (name.kind) {
+        case GeneralName::Kind::Dns: {
+            std::string_view text = withoutFinalDot(textOf(name.value));
+            std::string_view base = textOf(constraint.value);
+            if (!base.empty() && base.front() == '.') base.remove_prefix(1);
+            if (base.empty() || equalsIgnoreCase(text, base)) return true;
+            return text.size() > base.size() && text[text.size() - base.size() - 1] == '.' &&
+                   equalsIgnoreCase(text.substr(text.size() - base.size()), base);
+        }
+        case GeneralName::Kind::Ip: {
+            const size_t size = name.value.size();
+            if (constraint.value.size() != 2 * size) return false;
+            for (size_t i = 0; i < size; ++i) {
+                const uint8_t mask = constraint.value[size + i];
+                if (((name.value[i] ^ constraint.value[i]) & mask) != 0) return false;
+            }
+            return true;
+        }
+        case GeneralName::Kind::Directory: {
+            // One RDN sequence is the beginning of the other.
+            DerReader nameOuter(name.value);
+            DerReader baseOuter(constraint.value);
+            const Bytes whole = nameOuter.content(der::kSequence);
+            const Bytes base = baseOuter.content(der::kSequence);
+            return nameOuter.ok() && baseOuter.ok() && base.size() <= whole.size() &&
+                   sameBytes(whole.first(base.size()), base);
+        }
+        case GeneralName::Kind::Other:
+            return true;  // cannot be judged: an excluded one excludes, see the chain's rule
+    }
+    return false;
+}
+
+}  // namespace tv::x509

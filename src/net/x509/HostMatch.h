@@ -1,0 +1,25 @@
+// Does a certificate speak for a host (RFC 6125, RFC 9525), and does a name lie within a constraint
+// (RFC 5280, 4.2.1.10).
+#pragma once
+
+#include <string_view>
+
+#include "net/x509/X509Cert.h"
+
+namespace tv::x509 {
+
+// host is a name in ASCII form or an address in text form. Names in SubjectAltName decide; the
+// common name counts only where there is no name of the host's kind in it at all.
+bool matchesHost(const Certificate& certificate, std::string_view host);
+
+// "*.example.com" matches exactly one label in the place of the asterisk, which must be the whole
+// first label and must have at least two labels behind it.
+bool matchesDnsPattern(std::string_view pattern, std::string_view host);
+
+// Bytes of an address in text form (4 or 16); empty for anything else.
+std::vector<uint8_t> addressBytes(std::string_view text);
+
+// Whether a name falls under a constraint of the same kind.
+bool liesWithin(const GeneralName& name, const GeneralName& constraint);
+
+}  // namespace tv::x509

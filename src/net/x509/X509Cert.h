@@ -1,0 +1,70 @@
+// A certificate read whole and strictly (RFC 5280), for connections that verify.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "base/crypto/Hash.h"
+#include "net/x509/DerReader.h"
+#include "net/x509/X509Key.h"
+
+namespace tv::x509 {
+
+enum class SignatureKind : uint8_t { Unknown, RsaPkcs1, RsaPss, Ecdsa };
+
+struct SignatureAlgorithm {
+    SignatureKind kind = SignatureKind::Unknown;
+    crypto::HashId hash = crypto::HashId::kSha256;
+    uint32_t saltSize = 0;  // PSS
+};
+
+// Bits of KeyUsage, counted from the first (RFC 5280, 4.2.1.3).
+constexpr uint16_t kDigitalSignature = 1 << 0;
+constexpr uint16_t kKeyEncipherment = 1 << 2;
+constexpr uint16_t kKeyCertSign = 1 << 5;
+
+// One name of a SubjectAltName or of a name constraint; an address constraint holds address and
+// mask. Other kinds of names are kept as Other.
+struct GeneralName {
+    enum class Kind : uint8_t { Dns, Ip, Directory, Other };
+    Kind kind = Kind::Other;
+    Bytes value;
+};
+
+// All views point into the DER that was parsed.
+struct Certificate {
+    Bytes whole;
+    Bytes tbs;  // what is signed
+    Bytes serial;
+    Bytes issuer;  // names with tag and length
+    Bytes subject;
+    int64_t notBefore = 0;  // seconds since 1970-01-01 UTC
+    int64_t notAfter = 0;
+    Bytes subjectPublicKeyInfo;
+    PublicKey key;
+    SignatureAlgorithm signatureAlgorithm;
+    Bytes signature;
+
+    bool isCa = false;
+    std::optional<uint32_t> pathLength;
+    std::optional<uint16_t> keyUsage;
+    bool limitsExtendedUsage = false;
+    bool allowsServerAuth = false;
+    bool hasAltNames = false;
+    std::vector<GeneralName> altNames;
+    bool hasNameConstraints = false;
+    std::vector<GeneralName> permitted;
+    std::vector<GeneralName> excluded;
+    Bytes subjectKeyId;
+    Bytes authorityKeyId;
+    bool hasUnknownCritical = false;
+
+    bool isSelfIssued() const { return sameBytes(issuer, subject); }
+};
+
+// False where anything but the values of unknown extensions is malformed.
+bool parseCertificate(Bytes der, Certificate& out);
+
+}  // namespace tv::x509

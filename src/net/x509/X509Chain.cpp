@@ -1,0 +1,310 @@
+#include "net/x509/X509Chain.h"
+
+#include <algorithm>
+
+#include "base/crypto/Ecdsa.h"
+#include "base/crypto/Rsa.h"
+#include "net/x509/HostMatch.h"
+#include "net/x509/X509Name.h"
+#include "net/x509/X509Time.h"
+
+namespace tv::x509 {
+namespace {
+
+constexpr size_t kMaxSent = 16;
+constexpr size_t kMaxDepth = 8;
+constexpr int kMaxSignatureChecks = 100;
+constexpr size_t kMinRsaBits = 1024;
+
+ChainVerdict broken(ChainRule rule, const Certificate& certificate, std::string detail = {}) {
+    return {rule, nameText(certificate.subject), nameText(certificate.issuer), std::move(detail)};
+}
+
+ChainVerdict checkTime(const Certificate& certificate, int64_t now) {
+    const std::string span =
+        timeText(certificate.notBefore) + " to " + timeText(certificate.notAfter);
+    if (now < certificate.notBefore) return broken(ChainRule::NotYetValid, certificate, span);
+    if (now > certificate.notAfter) return broken(ChainRule::Expired, certificate, span);
+    return {};
+}
+
+ChainVerdict checkKey(const Certificate& certificate) {
+    const PublicKey& key = certificate.key;
+    const bool weak = key.kind == KeyKind::Unknown ||
+                      (key.kind != KeyKind::Ec && key.modulus.size() * 8 < kMinRsaBits);
+    if (!weak) return {};
+    return broken(ChainRule::WeakKey, certificate,
+                  std::to_string(key.modulus.size() * 8) + " bits");
+}
+
+std::string namesOf(const Certificate& certificate) {
+    std::string names;
+    for (const GeneralName& name : certificate.altNames) {
+        if (name.kind != GeneralName::Kind::Dns) continue;
+        if (!names.empty()) names += ", ";
+        names.append(reinterpret_cast<const char*>(name.value.data()), name.value.size());
+        if (names.size() > 400) return names + ", ...";
+    }
+    return names;
+}
+
+ChainVerdict judgeLeaf(const Certificate& leaf, std::string_view host, int64_t now) {
+    ChainVerdict verdict = checkTime(leaf, now);
+    if (verdict.trusted()) verdict = checkKey(leaf);
+    if (!verdict.trusted()) return verdict;
+    if (leaf.hasUnknownCritical) return broken(ChainRule::UnknownCritical, leaf);
+    if (leaf.limitsExtendedUsage && !leaf.allowsServerAuth) {
+        return broken(ChainRule::NotForServers, leaf);
+    }
+    if (leaf.keyUsage && (*leaf.keyUsage & (kDigitalSignature | kKeyEncipherment)) == 0) {
+        return broken(ChainRule::NotForServers, leaf);
+    }
+    if (!matchesHost(leaf, host)) {
+        return broken(ChainRule::HostMismatch, leaf,
+                      std::string(host) + " is none of: " + namesOf(leaf));
+    }
+    return {};
+}
+
+// Every name that the certificate speaks for, as the constraints of those above it see them.
+std::vector<GeneralName> constrainedNames(const Certificate& certificate) {
+    std::vector<GeneralName> names = certificate.altNames;
+    DerReader subject = DerReader(certificate.subject).sequence();
+    if (!subject.atEnd()) names.push_back({GeneralName::Kind::Directory, certificate.subject});
+    if (!certificate.hasAltNames) {
+        names.push_back({GeneralName::Kind::Dns, commonName(certificate.subject)});
+    }
+    return names;
+}
+
+bool satisfiesConstraints(const Certificate& certificate, const Certificate& authority) {
+    for (const GeneralName& name : constrainedNames(certificate)) {
+        bool limited = false;
+        bool inside = false;
+        for (const GeneralName& base : authority.permitted) {
+            limited |= base.kind == name.kind;
+            inside |= liesWithin(name, base);
+        }
+        if (limited && !inside) return false;
+        for (const GeneralName& base : authority.excluded) {
+            if (liesWithin(name, base)) return false;
+        }
+    }
+    return true;
+}
+
+bool keyIdsFit(const Certificate& certificate, const Certificate& issuer) {
+    return certificate.authorityKeyId.empty() || issuer.subjectKeyId.empty() ||
+           sameBytes(certificate.authorityKeyId, issuer.subjectKeyId);
+}
+
+// Depth first over everything that could have issued the last certificate of the path. The first
+// fault met is the one that is told, unless some path holds.
+class PathBuilder {
+public:
+    PathBuilder(std::vector<Certificate> sent, int64_t now, const AnchorSource& anchors)
+        : sent_(std::move(sent)), now_(now), anchors_(anchors) {}
+
+    ChainVerdict build() {
+        path_.push_back(&sent_.front());
+        if (extend()) return {};
+        if (first_.broken == ChainRule::None) note(broken(ChainRule::UnknownIssuer, *deepest()));
+        return first_;
+    }
+
+private:
+    const Certificate* deepest() const { return deepest_ ? deepest_ : &sent_.front(); }
+
+    void note(ChainVerdict verdict) {
+        if (first_.broken == ChainRule::None) first_ = std::move(verdict);
+    }
+
+    bool extend() {
+        const Certificate& last = *path_.back();
+        if (endsAtAnchor(last)) return true;
+        if (path_.size() == kMaxDepth) {
+            note(broken(ChainRule::PathTooLong, last));
+            return false;
+        }
+        bool anyIssuer = false;
+        for (const Certificate& candidate : sent_) {
+            const bool used = std::find(path_.begin(), path_.end(), &candidate) != path_.end();
+            if (used || !sameBytes(candidate.subject, last.issuer)) continue;
+            if (!keyIdsFit(last, candidate)) continue;
+            anyIssuer = true;
+            if (!mayIssue(candidate) || !isSignedBy(last, candidate.key)) continue;
+            path_.push_back(&candidate);
+            if (extend()) return true;
+            path_.pop_back();
+        }
+        if (!anyIssuer && !anchorSeen_) {
+            deepest_ = &last;
+            note(broken(ChainRule::UnknownIssuer, last));
+        }
+        return false;
+    }
+
+    bool endsAtAnchor(const Certificate& last) {
+        // The server may show the anchor itself, or be one.
+        for (const Bytes der : anchors_.findBySubject(last.subject)) {
+            if (sameBytes(der, last.whole)) return true;
+        }
+        anchorSeen_ = false;
+        for (const Bytes der : anchors_.findBySubject(last.issuer)) {
+            Certificate anchor;
+            if (!parseCertificate(der, anchor)) continue;
+            anchorSeen_ = true;
+            const ChainVerdict time = checkTime(anchor, now_);
+            if (!time.trusted()) {
+                note(time);
+                continue;
+            }
+            if (!mayIssue(anchor) || !isSignedBy(last, anchor.key)) continue;
+            return true;
+        }
+        return false;
+    }
+
+    // What an issuer of the last certificate must be, given the path below it.
+    bool mayIssue(const Certificate& issuer) {
+        ChainVerdict verdict = checkTime(issuer, now_);
+        if (verdict.trusted()) verdict = checkKey(issuer);
+        if (verdict.trusted()) verdict = judgeAuthority(issuer);
+        if (verdict.trusted()) return true;
+        note(std::move(verdict));
+        return false;
+    }
+
+    ChainVerdict judgeAuthority(const Certificate& issuer) const {
+        if (issuer.hasUnknownCritical) return broken(ChainRule::UnknownCritical, issuer);
+        if (!issuer.isCa) return broken(ChainRule::NotAnAuthority, issuer);
+        if (issuer.keyUsage && (*issuer.keyUsage & kKeyCertSign) == 0) {
+            return broken(ChainRule::MayNotSign, issuer);
+        }
+        if (issuer.limitsExtendedUsage && !issuer.allowsServerAuth) {
+            return broken(ChainRule::NotForServers, issuer);
+        }
+        // Self-issued certificates do not count against the length (RFC 5280, 6.1.4).
+        const auto below = std::count_if(path_.begin() + 1, path_.end(),
+                                         [](const Certificate* c) { return !c->isSelfIssued(); });
+        if (issuer.pathLength && static_cast<size_t>(below) > *issuer.pathLength) {
+            return broken(ChainRule::PathTooLong, issuer);
+        }
+        if (!issuer.hasNameConstraints) return {};
+        for (const Certificate* certificate : path_) {
+            const bool exempt = certificate != path_.front() && certificate->isSelfIssued();
+            if (!exempt && !satisfiesConstraints(*certificate, issuer)) {
+                return broken(ChainRule::NameConstraint, *certificate, nameText(issuer.subject));
+            }
+        }
+        return {};
+    }
+
+    bool isSignedBy(const Certificate& certificate, const PublicKey& key) {
+        if (++checks_ > kMaxSignatureChecks) {
+            note(broken(ChainRule::TooManyChecks, certificate));
+            return false;
+        }
+        const ChainRule rule = checkSignature(certificate, key);
+        if (rule == ChainRule::None) return true;
+        note(broken(rule, certificate));
+        return false;
+    }
+
+    std::vector<Certificate> sent_;
+    int64_t now_;
+    const AnchorSource& anchors_;
+    std::vector<const Certificate*> path_;
+    const Certificate* deepest_ = nullptr;
+    ChainVerdict first_;
+    int checks_ = 0;
+    bool anchorSeen_ = false;  // for the last certificate of the path
+};
+
+}  // namespace
+
+std::string_view ruleText(ChainRule rule) {
+    switch (rule) {
+        case ChainRule::None:
+            return "The certificate is trusted.";
+        case ChainRule::Unreadable:
+            return "The certificate is malformed.";
+        case ChainRule::NotYetValid:
+            return "The certificate is not valid yet.";
+        case ChainRule::Expired:
+            return "The certificate has expired.";
+        case ChainRule::HostMismatch:
+            return "The certificate was issued for another host.";
+        case ChainRule::NotForServers:
+            return "The certificate may not be used for servers.";
+        case ChainRule::UnknownCritical:
+            return "The certificate has a critical extension that is not understood.";
+        case ChainRule::WeakSignature:
+            return "The certificate is signed with an algorithm that is no longer safe.";
+        case ChainRule::WeakKey:
+            return "The certificate's key is too short or of an unknown kind.";
+        case ChainRule::NotAnAuthority:
+            return "The issuing certificate is not one of an authority.";
+        case ChainRule::MayNotSign:
+            return "The issuing certificate may not sign certificates.";
+        case ChainRule::PathTooLong:
+            return "The chain of certificates is longer than allowed.";
+        case ChainRule::NameConstraint:
+            return "The certificate's name lies outside what its issuer may name.";
+        case ChainRule::BadSignature:
+            return "The certificate's signature is wrong.";
+        case ChainRule::UnknownIssuer:
+            return "The issuer of the certificate is not known or not trusted.";
+        case ChainRule::TooManyChecks:
+            return "The chain of certificates takes too many signature checks.";
+    }
+    return {};
+}
+
+ChainRule checkSignature(const Certificate& certificate, const PublicKey& issuerKey) {
+    const SignatureAlgorithm& algorithm = certificate.signatureAlgorithm;
+    if (algorithm.kind == SignatureKind::Unknown) return ChainRule::WeakSignature;
+    if (algorithm.hash == crypto::HashId::kMd5 || algorithm.hash == crypto::HashId::kSha1) {
+        return ChainRule::WeakSignature;
+    }
+    const crypto::DigestBytes digest = crypto::Hash::of(algorithm.hash, certificate.tbs);
+    bool good = false;
+    if (algorithm.kind == SignatureKind::Ecdsa) {
+        good = issuerKey.kind == KeyKind::Ec &&
+               crypto::ecdsaVerify(issuerKey.curve, issuerKey.point, digest, certificate.signature);
+    } else {
+        crypto::RsaPublicKey rsa;
+        const bool pss = algorithm.kind == SignatureKind::RsaPss;
+        const bool fits =
+            issuerKey.kind == KeyKind::Rsa || (pss && issuerKey.kind == KeyKind::RsaPss);
+        good =
+            fits && rsa.set(issuerKey.modulus, issuerKey.exponent) &&
+            (pss ? rsa.verifyPss(algorithm.hash, digest, algorithm.saltSize, certificate.signature)
+                 : rsa.verifyPkcs1(algorithm.hash, digest, certificate.signature));
+    }
+    return good ? ChainRule::None : ChainRule::BadSignature;
+}
+
+ChainVerdict verifyLeaf(Bytes leaf, std::string_view host, int64_t nowSeconds) {
+    Certificate certificate;
+    if (!parseCertificate(leaf, certificate)) return {ChainRule::Unreadable, {}, {}, {}};
+    return judgeLeaf(certificate, host, nowSeconds);
+}
+
+ChainVerdict verifyChain(std::span<const Bytes> chain, std::string_view host, int64_t nowSeconds,
+                         const AnchorSource& anchors) {
+    std::vector<Certificate> sent;
+    for (const Bytes der : chain.first(std::min(chain.size(), kMaxSent))) {
+        Certificate certificate;
+        const bool readable = parseCertificate(der, certificate);
+        // An extra that nobody needs may be unreadable; the server's own may not.
+        if (!readable && sent.empty()) return {ChainRule::Unreadable, {}, {}, {}};
+        if (readable) sent.push_back(std::move(certificate));
+    }
+    if (sent.empty()) return {ChainRule::Unreadable, {}, {}, {}};
+    const ChainVerdict leaf = judgeLeaf(sent.front(), host, nowSeconds);
+    if (!leaf.trusted()) return leaf;
+    return PathBuilder(std::move(sent), nowSeconds, anchors).build();
+}
+
+}  // namespace tv::x509

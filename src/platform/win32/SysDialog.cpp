@@ -1,0 +1,53 @@
+#include "platform/SysDialog.h"
+
+#include <windows.h>
+
+#include "platform/Replaceable.h"
+#include "platform/win32/WidePath.h"
+
+namespace tv::plat {
+namespace {
+
+// A service runs on a window station that no user ever sees: a message box there blocks for ever.
+bool somebodyCanSee() {
+    USEROBJECTFLAGS flags = {};
+    const HWINSTA station = GetProcessWindowStation();
+    return station &&
+           GetUserObjectInformationW(station, UOI_FLAGS, &flags, sizeof flags, nullptr) &&
+           (flags.dwFlags & WSF_VISIBLE) != 0;
+}
+
+std::string toAnsi(std::string_view utf8) {
+    const std::wstring wide = widen(utf8);
+    const int length = static_cast<int>(wide.size());
+    const int size =
+        WideCharToMultiByte(CP_ACP, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
+    std::string ansi(size > 0 ? static_cast<size_t>(size) : 0, '\0');
+    if (size > 0) {
+        WideCharToMultiByte(CP_ACP, 0, wide.data(), length, ansi.data(), size, nullptr, nullptr);
+    }
+    return ansi;
+}
+
+class MessageBoxDialog final : public SysDialog {
+public:
+    void showError(const char* titleBytes, std::string_view text) override {
+        if (somebodyCanSee()) {
+            MessageBoxA(nullptr, toAnsi(text).c_str(), titleBytes, MB_OK);
+        } else {
+            OutputDebugStringA(toAnsi("emailsending: " + asOneLine(text) + "\n").c_str());
+        }
+    }
+};
+
+}  // namespace
+
+SysDialog& sysDialog() {
+    return Replaceable<SysDialog>::get<MessageBoxDialog>();
+}
+
+SysDialog* replaceSysDialog(SysDialog* dialog) {
+    return Replaceable<SysDialog>::replace(dialog);
+}
+
+}  // namespace tv::plat

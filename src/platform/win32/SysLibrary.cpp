@@ -1,0 +1,27 @@
+#include "platform/SysLibrary.h"
+
+#include <windows.h>
+
+#include "platform/win32/WidePath.h"
+
+namespace tv::plat {
+
+bool SysLibrary::open(std::string_view utf8Path, std::string& error) {
+    close();
+    handle_ = LoadLibraryW(widen(utf8Path).c_str());
+    if (handle_) return true;
+    error = "Windows error " + std::to_string(GetLastError());
+    return false;
+}
+
+void SysLibrary::close() {
+    if (handle_) FreeLibrary(static_cast<HMODULE>(handle_));
+    handle_ = nullptr;
+}
+
+SysLibrary::Function SysLibrary::function(const char* name) const {
+    if (!handle_) return nullptr;
+    return reinterpret_cast<Function>(GetProcAddress(static_cast<HMODULE>(handle_), name));
+}
+
+}  // namespace tv::plat

@@ -1,0 +1,85 @@
+"""Fixtures of the system tests: the products, the servers, a folder with the sample message."""
+import os
+import pathlib
+import sys
+
+import pytest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "fixtures"))
+import products  # noqa: E402
+import samples  # noqa: E402
+import wine  # noqa: E402
+from postfix import Postfix, PostfixMissing  # noqa: E402
+from receiver import Receiver  # noqa: E402
+
+
+def pytest_configure(config):
+    # Nothing may hang a whole run, whatever it waits for.
+    if config.pluginmanager.hasplugin("timeout") and not config.getoption("timeout"):
+        config.option.timeout = 300
+
+
+@pytest.fixture(scope="session")
+def wine_session():
+    try:
+        with wine.WineSession() as session:
+            yield session
+    except wine.WineMissing as missing:
+        pytest.fail(f"Wine: {missing}")
+
+
+def _product(name, request):
+    product = products.Product(name, request.getfixturevalue("wine_session") if name == "dll" else None)
+    for path in (product.library, product.driver, product.program):
+        if not path.exists():
+            pytest.fail(f"not built: {os.path.relpath(path, products.ROOT)}")
+    return product
+
+
+@pytest.fixture(scope="session")
+def so(request):
+    return _product("so", request)
+
+
+@pytest.fixture(scope="session")
+def dll(request):
+    return _product("dll", request)
+
+
+@pytest.fixture(scope="session", params=["so", "dll"])
+def product(request):
+    """Each of the two libraries in turn."""
+    return _product(request.param, request)
+
+
+@pytest.fixture(scope="session", params=["so", "dll", "asan"])
+def any_product(request):
+    """The two libraries and the one with sanitizers."""
+    return _product(request.param, request)
+
+
+@pytest.fixture
+def host(product, tmp_path):
+    with products.Host(product, tmp_path) as host:
+        yield host
+
+
+@pytest.fixture
+def receiver():
+    with Receiver() as server:
+        yield server
+
+
+@pytest.fixture(scope="session")
+def postfix():
+    try:
+        with Postfix(refuse=["nobody"]) as server:
+            yield server
+    except PostfixMissing as missing:
+        pytest.fail(f"Postfix: {missing}")
+
+
+@pytest.fixture(scope="session")
+def sample(tmp_path_factory):
+    """The sample message's files, in a folder with letters outside ASCII in its name."""
+    return samples.Sample(tmp_path_factory.mktemp("minta") / "mappa ő")

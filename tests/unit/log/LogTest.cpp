@@ -1,0 +1,327 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "log/ClsBase.h"
+#include "log/LogContextExitor.h"
+#include "log/LogNull.h"
+#include "log/tvLogger.h"
+#include "platform/SysFile.h"
+#include "tests/fixtures/FakeSystem.h"
+
+namespace {
+
+bool noMemory = false;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    void* block = noMemory ? nullptr : std::malloc(size != 0 ? size : 1);
+    if (!block) throw std::bad_alloc();
+    return block;
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
+
+namespace tv {
+namespace {
+
+std::string textOf(LogBase& log) {
+    std::string text;
+    log.getText(text);
+    return text;
+}
+
+TEST(Log, RendersTheTree) {
+    _tvLogger log;
+    {
+        const LogContextExitor outer(log, "outer");
+        log.logData("name", "value");
+        {
+            const LogContextExitor inner(log, "inner");
+            log.logError("an error");
+        }
+        { const LogContextExitor empty(log, "empty"); }
+        log.logInfo("information");
+        log.logText("text");
+    }
+    log.logDataLong("number", -7);
+    log.logDataBool("flag", true);
+    const uint8_t bytes[] = {0x0A, 0xFF};
+    log.logDataHex("bytes", bytes);
+    EXPECT_EQ(textOf(log),
+              "TolvaneLog:\r\n"
+              "  outer:\r\n"
+              "    name: value\r\n"
+              "    inner:\r\n"
+              "      an error\r\n"
+              "    --inner\r\n"
+              "    empty:\r\n"
+              "    --empty\r\n"
+              "    information\r\n"
+              "    text\r\n"
+              "  --outer\r\n"
+              "  number: -7\r\n"
+              "  flag: 1\r\n"
+              "  bytes: 0AFF\r\n"
+              "--TolvaneLog\r\n");
+    log.clearLog();
+    EXPECT_EQ(textOf(log), "TolvaneLog:\r\n--TolvaneLog\r\n");
+}
+
+TEST(Log, SkipsEntriesThatSayNothing) {
+    _tvLogger log;
+    log.logError("");
+    log.logInfo("");
+    log.logData("", "value");
+    log.logData("name", "");
+    log.enterContext("", 1);
+    log.logInfo("below a context without a name");
+    log.leaveContext();
+    EXPECT_EQ(textOf(log), "TolvaneLog:\r\n--TolvaneLog\r\n");
+}
+
+TEST(Log, OpenContextsAreShownClosed) {
+    _tvLogger log;
+    log.enterContext("running", 1);
+    log.logInfo("so far");
+    EXPECT_EQ(textOf(log),
+              "TolvaneLog:\r\n  running:\r\n    so far\r\n  --running\r\n--TolvaneLog\r\n");
+}
+
+TEST(Log, LeavingWithNothingOpenKeepsTheDepthAtZero) {
+    _tvLogger log;
+    log.leaveContext();
+    log.leaveContext();
+    EXPECT_EQ(log.depth(), 0);
+    log.enterContext("a", 1);
+    EXPECT_EQ(log.depth(), 1);
+    log.enterContext("b", 1);
+    log.clearLog();
+    EXPECT_EQ(log.depth(), 0);
+    log.logInfo("at the root again");
+    EXPECT_EQ(textOf(log), "TolvaneLog:\r\n  at the root again\r\n--TolvaneLog\r\n");
+}
+
+TEST(Log, ShowsElapsedTimeOnlyWhenVerboseAndNotZero) {
+    const struct {
+        const char* name;
+        bool verbose;
+        int show;
+        uint32_t ms;
+        const char* head;
+    } rows[] = {
+        {"measured", true, 1, 42, "  c(42ms):\r\n"},
+        {"nothing elapsed", true, 1, 0, "  c:\r\n"},
+        {"not verbose", false, 1, 42, "  c:\r\n"},
+        {"not to be shown", true, 0, 42, "  c:\r\n"},
+    };
+    for (const auto& row : rows) {
+        test::FakeClock clock;
+        _tvLogger log;
+        log.setVerbose(row.verbose);
+        log.enterContext("c", row.show);
+        clock.advanceMs(row.ms);
+        log.leaveContext();
+        EXPECT_EQ(textOf(log),
+                  "TolvaneLog:\r\n" + std::string(row.head) + "  --c\r\n--TolvaneLog\r\n")
+            << row.name;
+    }
+}
+
+TEST(Log, VerboseEntriesNeedAVerboseLog) {
+    _tvLogger log;
+    log.logVerbose("hidden");
+    log.logDataVerbose("name", "hidden");
+    log.setVerbose(true);
+    log.logVerbose("shown");
+    log.logDataVerbose("name", "shown");
+    EXPECT_EQ(textOf(log), "TolvaneLog:\r\n  shown\r\n  name: shown\r\n--TolvaneLog\r\n");
+}
+
+TEST(Log, ElapsedEntriesLeaveOutImplausibleTimes) {
+    const struct {
+        const char* name;
+        uint64_t start;
+        uint64_t now;
+        const char* line;
+    } rows[] = {
+        {"some time", 1000, 1250, "  t: Elapsed time: 250 millisec\r\n"},
+        {"none", 1000, 1000, "  t: Elapsed time: 0 millisec\r\n"},
+        {"longest", 5, 900000004, "  t: Elapsed time: 899999999 millisec\r\n"},
+        {"too long", 5, 900000005, ""},
+        {"backwards", 1000, 999, ""},
+    };
+    for (const auto& row : rows) {
+        const test::FakeClock clock(row.now);
+        _tvLogger log;
+        log.logElapsed("t", row.start);
+        EXPECT_EQ(textOf(log), "TolvaneLog:\r\n" + std::string(row.line) + "--TolvaneLog\r\n")
+            << row.name;
+    }
+}
+
+TEST(Log, NeverShowsASecret) {
+    _tvLogger log;
+    XString password("Passw0rd");
+    log.logDataX("user", XString("me"));
+    password.markSecret();
+    log.logDataX("password", password);
+    EXPECT_EQ(
+        textOf(log),
+        "TolvaneLog:\r\n  user: me\r\n  password: {PasswordOrCredentials}\r\n--TolvaneLog\r\n");
+}
+
+TEST(Log, FindsOptionsBySubstring) {
+    _tvLogger log;
+    EXPECT_FALSE(log.hasOption("NO_TLS_SNI"));
+    log.setOptions("UseBccHeader,NO_TLS_SNI");
+    EXPECT_TRUE(log.hasOption("NO_TLS_SNI"));
+    EXPECT_TRUE(log.hasOption("UseBccHeader"));
+    EXPECT_FALSE(log.hasOption("DisableTls13"));
+    EXPECT_FALSE(LogNull().hasOption("UseBccHeader"));
+}
+
+TEST(Log, NoMemoryDropsEntriesAndKeepsTheContextsPaired) {
+    _tvLogger log;
+    const std::string longText(100, 'x');
+    log.enterContext("outer", 1);
+    noMemory = true;
+    const bool entered = log.enterContext("a context that cannot be opened", 1);
+    const bool logged = log.logError(longText) && log.logData("name", longText);
+    const bool left = log.leaveContext();
+    noMemory = false;
+    EXPECT_TRUE(entered && logged && left) << "logging never fails its caller";
+    log.logInfo("still inside");
+    log.leaveContext();
+    EXPECT_EQ(log.depth(), 0);
+    EXPECT_EQ(textOf(log),
+              "TolvaneLog:\r\n  outer:\r\n    still inside\r\n  --outer\r\n--TolvaneLog\r\n");
+}
+
+TEST(LogNull, SwallowsEverything) {
+    LogNull log;
+    EXPECT_TRUE(log.isNull());
+    EXPECT_TRUE(log.enterContext("c", 1) && log.logError("e") && log.logInfo("i"));
+    EXPECT_TRUE(log.logData("n", "v") && log.logDataLong("n", 1) && log.logElapsed("n", 0));
+    EXPECT_TRUE(log.leaveContext() && log.leaveContext());
+    EXPECT_EQ(textOf(log), "");
+}
+
+class DebugFile : public testing::Test {
+protected:
+    DebugFile() { std::remove(path_.c_str()); }
+    ~DebugFile() override { std::remove(path_.c_str()); }
+
+    std::string content() const {
+        plat::SysFile file;
+        std::string text(4096, '\0');
+        size_t got = 0;
+        if (!file.openRead(path_) || !file.read(text.data(), text.size(), got)) return "(no file)";
+        text.resize(got);
+        return text;
+    }
+
+    std::string path_ = testing::TempDir() + "tv_debug_log_test.txt";
+};
+
+TEST_F(DebugFile, GetsEveryLineAsItIsWritten) {
+    test::FakeClock clock;
+    _tvLogger log;
+    log.setDebugLogPath(path_);
+    log.enterContext("outer", 1);
+    EXPECT_EQ(content(), "outer:\n");
+    log.enterContext("inner", 1);
+    log.logError("error");
+    log.logData("name", "value");
+    clock.advanceMs(5);
+    log.leaveContext();
+    log.setVerbose(true);
+    log.leaveContext();
+    EXPECT_EQ(content(),
+              "outer:\n"
+              "    inner:\n"
+              "        error\n"
+              "        name: value\r\n"
+              "    (leaveContext)\n"
+              "(leaveContext 5ms)\n");
+}
+
+TEST_F(DebugFile, AnEmptyPathEndsItAndASecondOneGoesOn) {
+    _tvLogger log;
+    log.setDebugLogPath(path_);
+    log.logInfo("one");
+    log.setDebugLogPath("");
+    log.logInfo("two");
+    log.setDebugLogPath(path_);
+    log.logInfo("three");
+    EXPECT_EQ(content(), "one\nthree\n");
+}
+
+TEST_F(DebugFile, APathThatCannotBeOpenedIsSkipped) {
+    for (const std::string& path : {std::string("no such folder/x/y"), testing::TempDir() + "tv\\",
+                                    testing::TempDir() + "tv/", std::string("/")}) {
+        _tvLogger log;
+        log.setDebugLogPath(path);
+        EXPECT_TRUE(log.logInfo("kept in the tree")) << path;
+        EXPECT_EQ(textOf(log), "TolvaneLog:\r\n  kept in the tree\r\n--TolvaneLog\r\n");
+        EXPECT_FALSE(plat::isRegularFile(path));
+    }
+}
+
+class Thing : public ClsBase {
+public:
+    bool act(bool result) {
+        Operation operation(*this, "Act");
+        operation.log().logInfo("at work");
+        return operation.finish(result);
+    }
+    bool throwing() {
+        Operation operation(*this, "Throwing");
+        throw std::bad_alloc();
+    }
+};
+
+std::string expectedAccount(const char* verbose, const char* closing) {
+    const std::string bits = sizeof(void*) == 8 ? "64" : "32";
+    return "TolvaneLog:\r\n"
+           "  Act:\r\n"
+           "    DllDate: Mar 29 2024\r\n"
+           "    TolvaneVersion: 9.5.0.98\r\n"
+           "    Architecture: Little Endian; " +
+           bits +
+           "-bit\r\n"
+           "    Language: C\r\n"
+           "    VerboseLogging: " +
+           verbose + "\r\n    at work\r\n    " + closing + "\r\n  --Act\r\n--TolvaneLog\r\n";
+}
+
+TEST(ClsBase, GivesTheAccountOfTheLastOperation) {
+    const test::FakeClock clock;
+    Thing thing;
+    EXPECT_TRUE(thing.act(true));
+    EXPECT_EQ(thing.lastErrorText().utf8(), expectedAccount("0", "Success."));
+    EXPECT_FALSE(thing.act(false));
+    EXPECT_EQ(thing.lastErrorText().utf8(), expectedAccount("0", "Failed."));
+    thing.setVerboseLogging(true);
+    EXPECT_TRUE(thing.verboseLogging());
+    thing.act(true);
+    EXPECT_EQ(thing.lastErrorText().utf8(), expectedAccount("1", "Success."));
+}
+
+TEST(ClsBase, AnExceptionLeavesAClosedAndFailedAccount) {
+    Thing thing;
+    EXPECT_THROW(thing.throwing(), std::bad_alloc);
+    const std::string text(thing.lastErrorText().utf8());
+    EXPECT_NE(text.find("    Failed.\r\n  --Throwing\r\n"), std::string::npos) << text;
+    EXPECT_TRUE(thing.act(true)) << "the lock is free again";
+}
+
+}  // namespace
+}  // namespace tv

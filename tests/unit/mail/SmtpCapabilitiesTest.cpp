@@ -1,0 +1,131 @@
+#include "mail/SmtpCapabilities.h"
+
+#include <gtest/gtest.h>
+
+#include "mail/SmtpAuth.h"
+
+namespace tv {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// The flags as letters: extensions, then mechanisms.
+std::string shown(const SmtpCapabilities& c) {
+    std::string out;
+    const auto add = [&out](bool flag, const char* name) {
+        if (!flag) return;
+        if (!out.empty()) out += ' ';
+        out += name;
+    };
+    add(c.has8BitMime, "8bit");
+    add(c.hasEnhancedStatusCodes, "codes");
+    add(c.hasStartTls, "tls");
+    add(c.hasPipelining, "pipe");
+    add(c.hasChunking, "chunk");
+    add(c.hasSmtpUtf8, "utf8");
+    add(c.hasDsn, "dsn");
+    add(c.authWithoutMechanisms, "noauth");
+    add(c.auth.cramMd5, "cram");
+    add(c.auth.anonymous, "anon");
+    add(c.auth.plain, "plain");
+    add(c.auth.login, "login");
+    add(c.auth.digestMd5, "digest");
+    add(c.auth.gssapi, "gssapi");
+    add(c.auth.kerberosV4, "kerberos");
+    add(c.auth.ntlm, "ntlm");
+    add(c.auth.msn, "msn");
+    add(c.auth.xoauth2, "xoauth2");
+    return out;
+}
+
+TEST(SmtpCapabilities, readEhloReplies) {
+    struct {
+        Lines lines;
+        const char* found;
+    } const rows[] = {
+        {{"250 mail.test\r\n"}, ""},
+        {{"250-mail.test\r\n", "250-8BITMIME\r\n", "250-ENHANCEDSTATUSCODES\r\n",
+          "250-STARTTLS\r\n", "250-PIPELINING\r\n", "250-CHUNKING\r\n", "250-SMTPUTF8\r\n",
+          "250 DSN\r\n"},
+         "8bit codes tls pipe chunk utf8 dsn"},
+        {{"250-x\r\n", "250-Pipelining\r\n", "250 size 1000\r\n"}, "pipe"},
+        {{"250-x\r\n", "250-XPIPELINING\r\n", "250 X-STARTTLS\r\n"}, ""},
+        {{"250-AUTH LOGIN PLAIN\r\n", "250 AUTH=LOGIN\r\n"}, "plain login"},
+        {{"250-AUTH=LOGIN PLAIN\r\n", "250 AUTH CRAM-MD5 DIGEST-MD5 GSSAPI NTLM MSN\r\n"},
+         "cram plain login digest gssapi ntlm msn"},
+        {{"250 AUTH ANONYMOUS XOAUTH2 KERBEROS_V4\r\n"}, "anon kerberos xoauth2"},
+        {{"250 AUTH=PLAIN\r\n"}, ""},
+        {{"250 auth login\r\n"}, ""},  // mechanisms are written in capitals
+        {{"250 auth LOGIN\r\n"}, "login"},
+        {{"250 AUTHX LOGIN\r\n"}, ""},
+        {{"250 AUTH\r\n"}, "noauth"},
+        {{"250 auth \r\n"}, "noauth"},
+        {{"250-\r\n", "250\r\n"}, ""},
+    };
+    for (const auto& row : rows) {
+        SmtpCapabilities found;
+        EXPECT_TRUE(smtp::addEhloReply({"EHLO", 250, row.lines}, found).empty());
+        EXPECT_EQ(shown(found), row.found) << row.lines.back();
+    }
+}
+
+TEST(SmtpCapabilities, onlyGrow) {
+    SmtpCapabilities found;
+    smtp::addEhloReply({"EHLO", 250, {"250-AUTH NTLM\r\n", "250 DSN\r\n"}}, found);
+    smtp::addEhloReply({"EHLO", 250, {"250 AUTH PLAIN\r\n"}}, found);
+    EXPECT_EQ(shown(found), "dsn plain ntlm");
+}
+
+TEST(AuthMechanisms, configuredMethodReplacesTheAnnounced) {
+    struct {
+        const char* method;
+        const char* left;
+    } const rows[] = {
+        {"", "cram login"},       {"LOGIN", "login"}, {"PLAIN", "plain"},     {"CRAM-MD5", "cram"},
+        {"NTLM", "ntlm"},         {"MSN", "msn"},     {"XOAUTH2", "xoauth2"}, {"OAUTH2", "xoauth2"},
+        {"DIGEST", "cram login"}, {"NONE", ""},
+    };
+    AuthMechanisms announced;
+    announced.cramMd5 = announced.login = true;
+    for (const auto& row : rows) {
+        SmtpCapabilities left;
+        left.auth = smtp::restrictedTo(row.method, announced);
+        EXPECT_EQ(shown(left), row.left) << row.method;
+    }
+}
+
+TEST(AuthMechanisms, areChosenInOrder) {
+    // Each row takes away the mechanism that the row before chose.
+    struct {
+        bool AuthMechanisms::*without;
+        AuthMechanism chosen;
+    } const rows[] = {
+        {nullptr, AuthMechanism::Login},
+        {&AuthMechanisms::login, AuthMechanism::Ntlm},
+        {&AuthMechanisms::ntlm, AuthMechanism::Msn},
+        {&AuthMechanisms::msn, AuthMechanism::CramMd5},
+        {&AuthMechanisms::cramMd5, AuthMechanism::Plain},
+        {&AuthMechanisms::plain, AuthMechanism::DigestMd5},
+        {&AuthMechanisms::digestMd5, AuthMechanism::Gssapi},
+        {&AuthMechanisms::gssapi, AuthMechanism::KerberosV4},
+        {&AuthMechanisms::kerberosV4, AuthMechanism::Anonymous},
+        {&AuthMechanisms::anonymous, AuthMechanism::None},
+    };
+    AuthMechanisms offered;
+    offered.login = offered.ntlm = offered.msn = offered.cramMd5 = offered.plain = true;
+    offered.digestMd5 = offered.gssapi = offered.kerberosV4 = offered.anonymous = true;
+    for (const auto& row : rows) {
+        if (row.without) offered.*row.without = false;
+        EXPECT_EQ(smtp::chooseMechanism(offered, true, false), row.chosen);
+        EXPECT_EQ(smtp::chooseMechanism(offered, false, false), AuthMechanism::None);
+    }
+    AuthMechanisms loginOnly;
+    loginOnly.login = true;
+    EXPECT_EQ(smtp::chooseMechanism(loginOnly, true, true), AuthMechanism::Xoauth2);
+    AuthMechanisms plainOnly;
+    plainOnly.plain = true;
+    EXPECT_EQ(smtp::chooseMechanism(plainOnly, true, true), AuthMechanism::Plain);
+}
+
+}  // namespace
+}  // namespace tv

@@ -1,0 +1,322 @@
+// The message on its way: dots, blocks, sizes, the sent-mail log, and what a broken render does.
+#include <cstdio>
+
+#include "log/tvLogger.h"
+#include "mail/SmtpTransfer.h"
+#include "tests/unit/mail/MailDialogue.h"
+
+namespace tv::test {
+namespace {
+
+// A connection of its own, for messages given as bytes.
+struct TransferWorld {
+    FakeClock clock;
+    FakeHost host;
+    FakeNet net{clock};
+    _tvLogger log;
+    SocketParams params;
+    SmtpConnImpl connection;
+    SmtpSend send;
+
+    TransferWorld() {
+        connection.settings.smtpHost.setUtf8(kServer);
+        send.fromAddress = kSender;
+        send.recipients = {kFirst};
+    }
+
+    bool transfer() {
+        EXPECT_TRUE(connection.smtpConnectAndAuthenticate(false, params, log));
+        EXPECT_TRUE(send.measure(log));
+        return SmtpTransfer(connection, send, params, log).sendSmtpEmail();
+    }
+    std::string word() { return std::string(statusWord(connection.outcome().status())); }
+};
+
+TEST(Transfer, stuffsDotsOnTheWay) {
+    const struct {
+        const char* given;
+        const char* sent;
+    } rows[] = {
+        {"A: b\r\n\r\n.\r\n", "A: b\r\n\r\n..\r\n"},
+        {"A: b\r\n\r\n..\r\n", "A: b\r\n\r\n...\r\n"},
+        {"A: b\r\n\r\n.x", "A: b\r\n\r\n..x"},
+        {"A: b\n.x\n", "A: b\n..x\n"},
+        {".A: b\r\n", ".A: b\r\n"},  // the very first byte stays alone
+        {"A", "A"},
+    };
+    for (const auto& row : rows) {
+        for (const uint32_t chunk : {1u, 2u, 3u, 32767u}) {
+            TransferWorld world;
+            world.connection.settings.sendChunkSize = chunk;
+            world.send.mimeData.append(row.given);
+            FakeLink& link = world.net.serve(kServer, 25, wholeSend());
+            EXPECT_TRUE(world.transfer());
+            EXPECT_EQ(messageOf(link), row.sent);
+            const std::string size = std::to_string(std::string_view(row.sent).size());
+            EXPECT_TRUE(contains(world.connection.sessionLog().text(),
+                                 "354 go ahead\r\n{" + size + " bytes}\n<CRLF>.<CRLF>\r\n"));
+        }
+    }
+}
+
+std::string lines(size_t count) {
+    std::string text = "A: b\r\n\r\n";
+    for (size_t i = 0; i < count; ++i) {
+        text += (i % 7 == 0 ? ".line " : "line ") + std::to_string(i) + "\r\n";
+    }
+    return text;
+}
+
+TEST(Transfer, largeMessagesGoInBlocksWithoutNoDelay) {
+    const struct {
+        size_t lineCount;
+        bool large;
+    } rows[] = {{100, false}, {20000, true}};
+    for (const auto& row : rows) {
+        TransferWorld world;
+        world.send.mimeData.append(lines(row.lineCount));
+        FakeLink& link = world.net.serve(kServer, 25, wholeSend());
+        const size_t before = world.net.sockets;
+        EXPECT_TRUE(world.transfer());
+        EXPECT_EQ(world.net.sockets, before + 1);
+        const size_t size = messageOf(link).size();
+        EXPECT_EQ(size, world.send.stuffedSize);
+        // EHLO, MAIL, RCPT, DATA, the blocks, the terminator.
+        EXPECT_EQ(link.sends, 4 + (size + 32766) / 32767 + 1);
+        const std::vector<bool> wanted =
+            row.large ? std::vector<bool>{true, false, true} : std::vector<bool>{true};
+        EXPECT_EQ(link.noDelayHistory, wanted);
+    }
+}
+
+TEST(Transfer, aFlightLeavesInOneWrite) {
+    TransferWorld world;
+    world.send.mimeData.append("A: b\r\n\r\n");
+    Turns turns = openedPiped() + Turns{mailFrom()};
+    world.send.recipients.clear();
+    for (int i = 0; i < 300; ++i) {
+        const std::string address = "r" + std::to_string(i) + "@to.test";
+        world.send.recipients.push_back(address);
+        world.send.recipients.emplace_back();  // empty entries are passed over
+        turns.push_back(rcptTo("250 ok\r\n", address));
+    }
+    FakeLink& link = world.net.serve(kServer, 25, turns + Turns{data(), message(), quit()});
+    EXPECT_TRUE(world.transfer());
+    EXPECT_EQ(link.sends, 4u) << "EHLO, the flight, the message, the terminator";
+    EXPECT_EQ(world.send.acceptedCount, 300);
+    EXPECT_EQ(world.send.sentRcptCount, 300);
+}
+
+// A flight has an end: else both sides could wait for each other with all buffers full.
+TEST(Transfer, thousandsOfRecipientsGoInSeveralFlights) {
+    for (const bool refused : {false, true}) {
+        TransferWorld world;
+        world.send.mimeData.append("A: b\r\n\r\n");
+        world.send.recipients.assign(2500, kFirst);
+        Turns turns = openedPiped() + Turns{mailFrom(refused ? "550 no\r\n" : "250 ok\r\n")};
+        const Turn answer = rcptTo(refused ? "503 x\r\n" : "250 ok\r\n");
+        turns.insert(turns.end(), refused ? 1000 : 2500, answer);
+        turns = turns + (refused ? Turns{rset(), quit()} : Turns{data(), message(), quit()});
+        FakeLink& link = world.net.serve(kServer, 25, turns);
+        EXPECT_EQ(world.transfer(), !refused);
+        EXPECT_EQ(link.sends, refused ? 3u : 6u);
+        EXPECT_EQ(world.word(), refused ? "FromFailure" : "Success");
+    }
+}
+
+TEST(Transfer, recipientsOnly) {
+    for (const bool piped : {false, true}) {
+        TransferWorld world;
+        world.send.mimeData.append("A: b\r\n\r\n");
+        world.send.checkRecipientsOnly = true;
+        world.send.recipients = {kFirst, kSecond};
+        world.net.serve(
+            kServer, 25,
+            (piped ? openedPiped() : opened()) +
+                Turns{mailFrom(), rcptTo(), rcptTo("550 no\r\n", kSecond), rset(), quit()});
+        EXPECT_TRUE(world.transfer());
+        EXPECT_EQ(world.send.goodRecipients, std::vector<std::string>{kFirst});
+        EXPECT_EQ(world.send.badRecipients, std::vector<std::string>{kSecond});
+    }
+}
+
+TEST(Transfer, dsnParametersOnlyWhereAnnounced) {
+    for (const bool announced : {false, true}) {
+        TransferWorld world;
+        world.send.mimeData.append("A: b\r\n\r\n");
+        world.connection.settings.dsnRet.setUtf8("HDRS");
+        world.connection.settings.dsnNotify.setUtf8("FAILURE");
+        const Turns turns = {greeting(),
+                             ehlo(announced ? "250 DSN\r\n" : "250 x\r\n"),
+                             turn(announced ? "MAIL FROM:<anna@from.test> RET=HDRS\r\n"
+                                            : "MAIL FROM:<anna@from.test>\r\n",
+                                  "250 ok\r\n"),
+                             turn(announced ? "RCPT TO:<bela@to.test> NOTIFY=FAILURE\r\n"
+                                            : "RCPT TO:<bela@to.test>\r\n",
+                                  "250 ok\r\n"),
+                             data(),
+                             message(),
+                             quit()};
+        world.net.serve(kServer, 25, turns);
+        EXPECT_TRUE(world.transfer());
+    }
+}
+
+// Renders well when it is measured and badly the second time.
+TEST(Transfer, aMessageThatBreaksOffNeverGetsItsTerminator) {
+    const struct {
+        const char* name;
+        const char* later;  // what the second render gives
+        bool succeeds;
+    } rows[] = {
+        {"fails", "A: b\r\n", false},
+        {"shorter", "A: b\r\n\r\n", true},
+        {"longer", "A: b\r\n\r\nbody\r\nand more\r\n", true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        TransferWorld world;
+        int renders = 0;
+        world.send.mimeSource = [&](OutputStream& out, LogBase&) {
+            if (++renders == 1) return out.write("A: b\r\n\r\nbody\r\n");
+            return out.write(row.later) && row.succeeds;
+        };
+        FakeLink& link =
+            world.net.serve(kServer, 25, opened() + Turns{mailFrom(), rcptTo(), data(), silence()});
+        link.mayEndEarly = true;
+        EXPECT_FALSE(world.transfer());
+        EXPECT_EQ(world.word(), "RenderFailed");
+        EXPECT_FALSE(world.send.retryAllowed);
+        EXPECT_TRUE(link.closedByClient);
+        EXPECT_FALSE(contains(link.fromClient, "\r\n.\r\n"));
+        EXPECT_FALSE(contains(link.fromClient, "QUIT"));
+    }
+}
+
+std::string fileText(const std::string& path) {
+    std::string text;
+    if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
+        char buffer[4096];
+        for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, file)) > 0;) {
+            text.append(buffer, got);
+        }
+        std::fclose(file);
+    }
+    return text;
+}
+
+TEST(SentMailLog, holdsTheStuffedMessageBeforeItGoesOut) {
+    const std::string path = "unit_mail_sent.log";
+    std::remove(path.c_str());
+    const std::string entry =
+        "--BEGIN SENT TOLVANE EMAIL--\nA: b\r\n\r\n..x\r\n\n--END SENT TOLVANE EMAIL--\n";
+    // Accepted, refused at the end, lost in the middle: each was transferred.
+    const Turns first = opened() + Turns{mailFrom(), rcptTo()};
+    const std::vector<Turns> dialogues = {
+        wholeSend(), first + Turns{data(), message("554 no\r\n")},
+        first + Turns{data().thenReset()},
+        first + Turns{data("554 no\r\n"), rset(), quit()},  // never transferred
+    };
+    std::string wanted;
+    for (size_t i = 0; i < dialogues.size(); ++i) {
+        TransferWorld world;
+        world.connection.settings.sentMailLogFile.setUtf8(path);
+        world.send.mimeData.append("A: b\r\n\r\n.x\r\n");
+        world.net.serve(kServer, 25, dialogues[i]);
+        EXPECT_EQ(world.transfer(), i == 0);
+        if (i < 3) wanted += entry;
+        EXPECT_EQ(fileText(path), wanted) << i;
+    }
+    std::remove(path.c_str());
+}
+
+TEST(SentMailLog, thatCannotBeWrittenStopsNothing) {
+    for (const char* path : {"no/such/place/sent.log", "directory/", "directory\\"}) {
+        TransferWorld world;
+        world.connection.settings.sentMailLogFile.setUtf8(path);
+        world.send.mimeData.append("A: b\r\n\r\n");
+        world.net.serve(kServer, 25, wholeSend());
+        EXPECT_TRUE(world.transfer()) << path;
+    }
+}
+
+// --- what the application hears and stops
+
+class Watcher final : public ProgressMonitor {
+public:
+    bool abortRequested() override { return abortAt_ >= 0 && asked_++ >= abortAt_; }
+    void progress(uint64_t done, uint64_t total) override {
+        lastDone = done;
+        lastTotal = total;
+    }
+    void textEvent(std::string_view name, std::string_view text) override {
+        events.push_back(std::string(name) + " " + std::string(text));
+    }
+    void abortAt(int question) { abortAt_ = question; }
+    int asked() const { return asked_; }
+
+    std::vector<std::string> events;
+    uint64_t lastDone = 0;
+    uint64_t lastTotal = 0;
+
+private:
+    int asked_ = 0;
+    int abortAt_ = -1;
+};
+
+TEST(Progress, eventsTellTheDialogue) {
+    MailWorld world;
+    world.compose();
+    world.serve(wholeSend());
+    Watcher watcher;
+    EXPECT_TRUE(world.mailMan.SendEmail(world.email, &watcher));
+    const auto has = [&](const char* event) {
+        return std::find(watcher.events.begin(), watcher.events.end(), event) !=
+               watcher.events.end();
+    };
+    EXPECT_TRUE(has("SmtpCmdSent MAIL FROM:<anna@from.test><CRLF>"));
+    EXPECT_TRUE(has("SmtpCmdResp 354 go ahead"));
+    EXPECT_TRUE(has("SmtpDataSent ..."));
+    EXPECT_GT(watcher.lastDone, 80u);
+    EXPECT_LE(watcher.lastDone, watcher.lastTotal);
+    EXPECT_TRUE(contains(world.logText(), "progressTotal"));
+}
+
+// The application says stop at each place where it is asked.
+TEST(Progress, anAbortIsNeverAFalseSuccess) {
+    for (const bool piped : {false, true}) {
+        for (int question = 0; question < 200; ++question) {
+            SCOPED_TRACE(question);
+            MailWorld world;
+            world.compose();
+            Turns turns = piped ? wholeSendPiped() : wholeSend();
+            for (Turn& turn : turns) {  // QUIT may come at any place
+                if (turn.kind == Turn::Kind::Exact && !turn.expect.empty()) {
+                    turn.kind = Turn::Kind::UpTo;
+                    turn.expect = "\r\n";
+                }
+            }
+            FakeLink& link = world.serve(turns);
+            link.mayEndEarly = true;
+            Watcher watcher;
+            watcher.abortAt(question);
+            const bool sent = world.mailMan.SendEmail(world.email, &watcher);
+            if (watcher.asked() <= question) {
+                EXPECT_TRUE(sent);
+                EXPECT_GT(question, 8);
+                break;
+            }
+            // With the whole terminator out the message is with the server.
+            EXPECT_EQ(sent, !messageOf(link).empty());
+            const bool begun = contains(link.fromClient, "MAIL FROM");
+            EXPECT_TRUE(!begun || link.closedByClient);
+            if (!sent && link.connected) {
+                EXPECT_EQ(world.word(), "Aborted");
+            }
+            EXPECT_TRUE(world.clock.sleeps.empty());
+        }
+    }
+}
+
+}  // namespace
+}  // namespace tv::test

@@ -1,0 +1,415 @@
+// Connecting: names, addresses, time, refusals, aborts, and what the log says of them.
+#include "net/Socket2.h"
+#include "tests/unit/net/NetTestKit.h"
+
+namespace tv {
+namespace {
+
+using namespace tv::test;
+using plat::NetCode;
+using plat::SocketOption;
+
+class Connect : public testing::Test {
+protected:
+    bool connect(std::string_view host, int port = 25, uint32_t timeoutMs = 30000) {
+        params.monitor = &monitor;
+        socket.setConnectTimeoutMs(timeoutMs);
+        startNs = clock.nowNs;
+        return socket.connect2(host, port, false, log, params);
+    }
+    uint64_t elapsedMs() const { return (clock.nowNs - startNs) / 1000000; }
+    FakeLink& greeter(const std::string& ip, int port = 25) {
+        FakeLink& link = net.serve(ip, port, {say("220 hello\r\n")});
+        return link;
+    }
+
+    FakeClock clock;
+    FakeNet net{clock};
+    _tvLogger log;
+    Monitor monitor;
+    SocketParams params;
+    uint64_t startNs = 0;
+    Socket2 socket;
+};
+
+TEST_F(Connect, HostForms) {
+    net.name("mail.test", {"10.0.0.1"});
+    net.name("mailhost", {"10.0.0.2"});
+    net.name("six.test", {"fd00::6"});
+    const struct {
+        const char* host;
+        const char* reached;
+    } kCases[] = {
+        {"10.0.0.7", "10.0.0.7"},
+        {"localhost", "127.0.0.1"},
+        {"[::1]", "::1"},
+        {"fd00::5", "fd00::5"},
+        {"anna@https://Mail.Test/path", "10.0.0.1"},
+        {"mail.test:587", "10.0.0.1"},
+        {"mailhost", "10.0.0.2"},
+        {"six.test", "fd00::6"},  // no IPv4 address at all
+    };
+    for (const auto& c : kCases) {
+        greeter(c.reached, 2525);
+        EXPECT_TRUE(connect(c.host, 2525)) << c.host << textOf(log);
+        EXPECT_EQ(socket.remoteIp(), c.reached) << c.host;
+        EXPECT_EQ(socket.connectionType(), "Unencrypted TCP/IP");
+        socket.close(false, 0, log, params);
+    }
+    EXPECT_EQ(monitor.events.at(0), "SocketConnect 10.0.0.7:2525");
+    EXPECT_EQ(monitor.events.at(1), "SocketConnected 10.0.0.7:2525");
+    expectLogged(log, "sbIp_gethostbyname: 10.0.0.2");
+    expectLogged(log, "No IPv4 address found, checking for IPv6...");
+}
+
+TEST_F(Connect, FailuresNameStepCauseAndAddress) {
+    net.name("refusing.test", {"10.0.0.1"});
+    net.name("silent.test", {"10.0.0.2"});
+    net.nameFails("broken.test", NetCode::TryAgain);
+    net.nameFails("late.test", NetCode::TryAgain, 40000);
+    const struct {
+        const char* host;
+        int port;
+        ConnectFailReason reason;
+        bool timedOut;
+        std::vector<const char*> texts;
+    } kCases[] = {
+        {"",
+         25,
+         ConnectFailReason::EmptyHostname,
+         false,
+         {"Cannot connect, hostname is zero length", "ConnectFailReason: Empty hostname"}},
+        {"nowhere.test",
+         25,
+         ConnectFailReason::DnsFailed,
+         false,
+         {"domain: nowhere.test", "No IPv4 or IPv6 addresses found.", "getAddressInfo failed.",
+          "WSAHOST_NOT_FOUND No such host is known.", "ConnectFailReason: DNS lookup failed"}},
+        {"broken.test",
+         25,
+         ConnectFailReason::DnsFailed,
+         false,
+         {"Error 0x2afa", "The name server did not answer, or reported a temporary failure."}},
+        {"late.test",
+         25,
+         ConnectFailReason::DnsTimeout,
+         true,
+         {"Elapsed time: 40000 millisec", "ConnectFailReason: DNS timeout"}},
+        {"no such name",
+         25,
+         ConnectFailReason::DnsFailed,
+         false,
+         {"Invalid domain for resolving domain to IP address."}},
+        {"refusing.test",
+         25,
+         ConnectFailReason::Rejected,
+         false,
+         {"ipv4_address: 10.0.0.1", "This is an IPV4 numeric address.",
+          "getsockopt indicates an error.",
+          "WSAECONNREFUSED No connection could be made because the target machine actively "
+          "refused it.",
+          "Check to make sure the connection is not blocked by a firewall or anti-virus port "
+          "filtering.",
+          "ConnectFailReason: Connection rejected",
+          "- Nothing is listening at the remote host:port"}},
+        {"silent.test",
+         26,
+         ConnectFailReason::Timeout,
+         true,
+         {"ipv4_address: 10.0.0.2", "Waiting for the connect to complete...",
+          "connectTimeoutMs: 30000", "failedWaitToConnect",
+          "Failed to make TCP connection before applications max wait time to connect.",
+          "ConnectFailReason: Timeout", "A few possible causes for a connection timeout are:"}},
+        {"10.0.0.3",
+         25,
+         ConnectFailReason::Rejected,
+         false,
+         {"domainOrIpAddress: 10.0.0.3", "WSAENETUNREACH"}},
+        {"10.0.0.4",
+         0,
+         ConnectFailReason::InternalError,
+         false,
+         {"the port is not a number from 1 to 65535"}},
+        {"10.0.0.4",
+         65536,
+         ConnectFailReason::InternalError,
+         false,
+         {"ConnectFailReason: Internal error"}},
+    };
+    net.silent("10.0.0.2", 26);
+    net.unreachable("10.0.0.3", 25);
+    for (const auto& c : kCases) {
+        log.clearLog();
+        EXPECT_FALSE(connect(c.host, c.port)) << c.host;
+        EXPECT_EQ(params.connectFailReason, c.reason) << c.host;
+        EXPECT_EQ(params.timedOut, c.timedOut) << c.host;
+        EXPECT_FALSE(params.aborted) << c.host;
+        EXPECT_FALSE(socket.isConnected());
+        EXPECT_LE(elapsedMs(), 40000U) << c.host;
+        EXPECT_EQ(net.openSockets(), 0U) << c.host;
+        for (const char* text : c.texts)
+            expectLogged(log, text);
+    }
+}
+
+// The same fixture world for each row: what the addresses do, and what that leads to.
+TEST_F(Connect, EachAddressInItsTurn) {
+    enum Does { Accepts, Refuses, Silent, Unreachable };
+    const struct {
+        const char* name;
+        std::vector<Does> addresses;
+        uint32_t timeoutMs;
+        size_t attempts;
+        int reached;  // index, or -1
+        uint64_t elapsedMs;
+        ConnectFailReason reason;
+    } kCases[] = {
+        {"the second after a refusal", {Refuses, Accepts}, 30000, 2, 1, 0, {}},
+        {"a fast refusal is no time-out", {Refuses, Refuses, Accepts}, 1000, 3, 2, 0, {}},
+        {"unreachable at once, then live", {Unreachable, Accepts}, 30000, 2, 1, 0, {}},
+        {"a dead one costs its share", {Silent, Accepts}, 30000, 2, 1, 15000, {}},
+        {"of four, a quarter", {Silent, Accepts, Refuses, Refuses}, 30000, 2, 1, 7500, {}},
+        {"but at least four seconds", {Silent, Silent, Accepts}, 9000, 3, 2, 8000, {}},
+        {"never more than is left",
+         {Silent, Silent, Accepts},
+         5000,
+         2,
+         -1,
+         5000,
+         ConnectFailReason::Timeout},
+        {"all silent", {Silent, Silent}, 30000, 2, -1, 30000, ConnectFailReason::Timeout},
+        {"all refuse", {Refuses, Refuses}, 30000, 2, -1, 0, ConnectFailReason::Rejected},
+        {"no limit: 21 s each", {Silent, Accepts}, 0, 2, 1, 21000, {}},
+    };
+    for (const auto& c : kCases) {
+        std::vector<std::string> ips;
+        for (size_t i = 0; i < c.addresses.size(); ++i)
+            ips.push_back("10.1.0." + std::to_string(i));
+        FakeClock ownClock;
+        FakeNet ownNet(ownClock);
+        ownNet.name("multi.test", ips);
+        for (size_t i = 0; i < ips.size(); ++i) {
+            if (i >= c.attempts) break;
+            switch (c.addresses[i]) {
+                case Accepts:
+                    ownNet.serve(ips[i], 25, {});
+                    break;
+                case Refuses:
+                    ownNet.refuse(ips[i], 25);
+                    break;
+                case Silent:
+                    ownNet.silent(ips[i], 25);
+                    break;
+                case Unreachable:
+                    ownNet.unreachable(ips[i], 25);
+                    break;
+            }
+        }
+        Socket2 own;
+        SocketParams ownParams;
+        own.setConnectTimeoutMs(c.timeoutMs);
+        const uint64_t start = ownClock.nowNs;
+        const bool connected = own.connect2("multi.test", 25, false, log, ownParams);
+        EXPECT_EQ(connected, c.reached >= 0) << c.name;
+        EXPECT_EQ(ownNet.connects.size(), c.attempts) << c.name;
+        EXPECT_EQ((ownClock.nowNs - start) / 1000000, c.elapsedMs) << c.name;
+        EXPECT_EQ(ownParams.connectFailReason, c.reason) << c.name;
+        EXPECT_EQ(ownParams.timedOut, c.reason == ConnectFailReason::Timeout) << c.name;
+        if (c.reached >= 0) {
+            EXPECT_EQ(own.remoteIp(), ips[static_cast<size_t>(c.reached)]) << c.name;
+        }
+        own.close(true, 0, log, ownParams);
+    }
+}
+
+TEST_F(Connect, TimeSpentOnTheNameCounts) {
+    net.name("slow.test", {"10.0.0.1"}, 29500);
+    net.silent("10.0.0.1", 25);
+    EXPECT_FALSE(connect("slow.test"));
+    EXPECT_EQ(elapsedMs(), 30000U);
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Timeout);
+    // With less than a second left the system's resolver, which cannot be stopped, is not asked.
+    EXPECT_FALSE(connect("slow.test", 25, 999));
+    EXPECT_EQ(net.lookups.size(), 1U);
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::DnsTimeout);
+}
+
+TEST_F(Connect, ClockThatGoesBackEndsTheAttempts) {
+    clock.advanceMs(10000000);
+    net.name("multi.test", {"10.0.0.1", "10.0.0.2"});
+    net.silent("10.0.0.1", 25);
+    net.onWait = [&] { clock.nowNs -= 1000000000000; };
+    EXPECT_FALSE(connect("multi.test"));
+    EXPECT_EQ(net.connects.size(), 1U);
+    EXPECT_EQ(net.slices.size(), 1U);
+    expectLogged(log, "Connect timeout.");
+}
+
+TEST_F(Connect, TimeoutZeroIsSixHoursForOneAddress) {
+    net.silent("10.0.0.1", 25);
+    EXPECT_FALSE(connect("10.0.0.1", 25, 0));
+    EXPECT_EQ(elapsedMs(), 21600000U);
+    expectLogged(log, "connectTimeoutMs: 21600000");
+}
+
+TEST_F(Connect, TheSystemsOwnTwentyOneSecondsAreExplained) {
+    const std::string explanation = "The default settings result in an overall 21 second timeout.";
+    net.connectFails("10.0.0.1", 25, NetCode::TimedOut, 21100);
+    EXPECT_FALSE(connect("10.0.0.1"));
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Rejected);
+    expectLogged(log, "WSAETIMEDOUT");
+    expectLogged(log, explanation);
+    log.clearLog();
+    net.connectFails("10.0.0.1", 25, NetCode::TimedOut, 5000);
+    EXPECT_FALSE(connect("10.0.0.1"));
+    EXPECT_EQ(textOf(log).find(explanation), std::string::npos);
+}
+
+TEST_F(Connect, AbortEndsTheWaitAtTheNextSlice) {
+    net.name("multi.test", {"10.0.0.1", "10.0.0.2"});
+    net.silent("10.0.0.1", 25);
+    monitor.allowed = 4;  // one before the look-up, three before slices
+    EXPECT_FALSE(connect("multi.test"));
+    EXPECT_TRUE(params.aborted);
+    EXPECT_FALSE(params.timedOut);
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Aborted);
+    EXPECT_EQ(elapsedMs(), 3 * 333U);
+    EXPECT_EQ(net.connects.size(), 1U);
+    expectLogged(log, "Aborted by application.");
+    expectLogged(log, "ConnectFailReason: App aborted in event callback");
+}
+
+TEST_F(Connect, PreferredIpv6FallsBackToIpv4) {
+    net.name("both.test", {"10.0.0.1", "fd00::1"});
+    socket.setPreferIpv6(true);
+    net.serve("fd00::1", 25, {});
+    EXPECT_TRUE(connect("both.test"));
+    EXPECT_EQ(socket.remoteIp(), "fd00::1");
+    net.refuse("fd00::1", 25);
+    net.serve("10.0.0.1", 25, {});
+    EXPECT_TRUE(connect("both.test"));
+    EXPECT_EQ(socket.remoteIp(), "10.0.0.1");
+    expectLogged(log, "Enabling dual-stack support...");
+}
+
+TEST_F(Connect, SocketsAreMadeAsOrdered) {
+    FakeLink& link = net.serve("10.0.0.1", 25, {});
+    socket.setTcpNoDelay(true, log);
+    socket.setSendBufSize(5000, log);
+    socket.setRecvBufSize(20000000, log);
+    socket.setRecvBufSize(1000, log);  // too small: the one before stays
+    EXPECT_TRUE(connect("10.0.0.1"));
+    EXPECT_EQ(link.options[SocketOption::SendBuffer], 4096U);
+    EXPECT_EQ(link.options[SocketOption::ReceiveBuffer], 8388608U);
+    EXPECT_EQ(link.options[SocketOption::KeepAlive], 1U);
+    EXPECT_EQ(link.keepAliveIdleMs, 119000U);
+    EXPECT_EQ(link.keepAliveIntervalMs, 29000U);
+    EXPECT_EQ(link.noDelayHistory, std::vector<bool>{true});
+    expectLogged(log, "myIP: 10.9.9.9");
+    expectLogged(log, "socket connect successful.");
+
+    FakeLink& defaults = net.serve("10.0.0.1", 25, {});
+    Socket2 other;
+    EXPECT_TRUE(other.connect2("10.0.0.1", 25, false, log, params));
+    EXPECT_EQ(defaults.options[SocketOption::SendBuffer], 262144U);
+    EXPECT_EQ(defaults.options[SocketOption::ReceiveBuffer], 4194304U);
+    EXPECT_TRUE(defaults.noDelayHistory.empty());
+}
+
+TEST_F(Connect, FaultsOfTheSystemOnTheWay) {
+    using Errors = std::deque<NetCode>;
+    const struct {
+        const char* name;
+        Errors FakeNet::*where;
+        Errors errors;
+        bool connects;
+        const char* text;
+    } kCases[] = {
+        {"protocol wanted",
+         &FakeNet::openErrors,
+         {NetCode::Invalid},
+         true,
+         "Retry with IPPROTO_TCP explicitly specified..."},
+        {"start-up wanted",
+         &FakeNet::openErrors,
+         {NetCode::NotInitialised},
+         true,
+         "Using ws2_32.dll version 2,2"},
+        {"no sockets left",
+         &FakeNet::openErrors,
+         {NetCode::TooManyFiles},
+         false,
+         "Failed to create TCP socket (AF_INET / SOCK_STREAM)"},
+        {"cannot be non-blocking",
+         &FakeNet::nonBlockingErrors,
+         {NetCode::NoBuffers},
+         false,
+         "WSAENOBUFS"},
+        {"wait fails", &FakeNet::waitErrors, {NetCode::NetDown}, false, "WSAENETDOWN"},
+        {"state cannot be read",
+         &FakeNet::pendingErrorErrors,
+         {NetCode::NoBuffers},
+         true,
+         "Failed to get SO_ERROR on socket."},
+        {"options are refused",
+         &FakeNet::optionErrors,
+         {NetCode::NoProtocolOption, NetCode::NoProtocolOption, NetCode::NoProtocolOption},
+         true,
+         "Error 0x273a"},
+    };
+    for (const auto& c : kCases) {
+        log.clearLog();
+        net.*c.where = c.errors;
+        FakeLink& link = net.serve("10.0.0.1", 25, {});
+        EXPECT_EQ(connect("10.0.0.1"), c.connects) << c.name << textOf(log);
+        expectLogged(log, c.text);
+        if (!link.connected) {
+            EXPECT_EQ(net.openSockets(), 0U) << c.name;
+            (net.*c.where).clear();
+            connect("10.0.0.1");  // uses the server up
+        }
+        socket.close(true, 0, log, params);
+    }
+    net.startUpErrors = {NetCode::ProviderFailedInit};
+    net.openErrors = {NetCode::NotInitialised};
+    log.clearLog();
+    EXPECT_FALSE(connect("10.0.0.9"));
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
+    expectLogged(log, "WSAStartup error: 0x277a");
+    expectLogged(log, "startupWSA failed (B)");
+}
+
+TEST_F(Connect, NoTlsMeansNoConnection) {
+    params.monitor = &monitor;
+    EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
+    EXPECT_TRUE(net.connects.empty());
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
+    expectLogged(log, "TLS is not available in this build.");
+
+    log.clearLog();
+    FakeLink& link = net.serve("10.0.0.1", 25, {say("220 hello\r\n")});
+    EXPECT_TRUE(connect("10.0.0.1"));
+    EXPECT_FALSE(socket.convertToTls("mail.test", 1000, log, params));
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_FALSE(socket.isTls());
+    EXPECT_TRUE(link.closedByClient);
+    EXPECT_EQ(link.fromClient, "");
+    expectLogged(log, "TLS is not available in this build.");
+}
+
+TEST_F(Connect, ConnectingAgainClosesTheOldConnection) {
+    FakeLink& first = net.serve("10.0.0.1", 25, {say("220 first\r\n")});
+    FakeLink& second = net.serve("10.0.0.1", 25, {say("220 second\r\n")});
+    EXPECT_TRUE(connect("10.0.0.1"));
+    DataBuffer bytes;
+    EXPECT_TRUE(socket.receiveUntilMatch(bytes, "2", 100, 1000, log, params));
+    EXPECT_TRUE(connect("10.0.0.1"));
+    EXPECT_TRUE(first.closedByClient);
+    bytes.clear();
+    EXPECT_TRUE(socket.receiveUntilMatch(bytes, "\r\n", 100, 1000, log, params));
+    EXPECT_EQ(bytes.text(), "220 second\r\n");  // nothing of the first is left over
+    EXPECT_FALSE(second.closedByClient);
+}
+
+}  // namespace
+}  // namespace tv

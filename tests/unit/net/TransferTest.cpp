@@ -1,0 +1,416 @@
+// Sending, receiving, waiting, closing, and the session log.
+#include "net/Socket2.h"
+#include "net/TolvaneSocket.h"
+#include "platform/SysFile.h"
+#include "tests/unit/net/NetTestKit.h"
+
+namespace tv {
+namespace {
+
+using namespace tv::test;
+using plat::NetCode;
+
+constexpr uint32_t kIdleMs = 5000;
+
+class Transfer : public testing::Test {
+protected:
+    FakeLink& connectTo(std::vector<Turn> dialogue) {
+        FakeLink& link = net.serve("10.0.0.1", 25, std::move(dialogue));
+        EXPECT_TRUE(socket.connect2("10.0.0.1", 25, false, log, params));
+        log.clearLog();
+        params.monitor = &monitor;
+        monitor.asked = 0;
+        startNs = clock.nowNs;
+        return link;
+    }
+    bool send(std::string_view text) {
+        return socket.sendBytes(bytesFrom(text), kIdleMs, log, params);
+    }
+    // The next line, or "" on failure.
+    std::string line(uint32_t idleMs = kIdleMs) {
+        DataBuffer out;
+        return socket.receiveUntilMatch(out, "\r\n", 100, idleMs, log, params)
+                   ? std::string(out.text())
+                   : std::string();
+    }
+    uint64_t elapsedMs() const { return (clock.nowNs - startNs) / 1000000; }
+
+    FakeClock clock;
+    FakeNet net{clock};
+    _tvLogger log;
+    Monitor monitor;
+    SocketParams params;
+    uint64_t startNs = 0;
+    Socket2 socket;
+};
+
+TEST_F(Transfer, OneReceivePerSegmentAndNoWaitBeforeASend) {
+    FakeLink& link = connectTo({say("220-a\r\n220 b\r\n"), turn("EHLO x\r\n", "250 ok\r\n")});
+    EXPECT_EQ(line(), "220-a\r\n");
+    EXPECT_EQ(line(), "220 b\r\n");
+    const size_t waits = link.waits;
+    EXPECT_TRUE(send("EHLO x\r\n"));
+    EXPECT_EQ(link.waits, waits);
+    EXPECT_EQ(link.sends, 1U);
+    EXPECT_EQ(line(), "250 ok\r\n");
+    EXPECT_EQ(link.receives, 2U);
+}
+
+// Whatever the network does to the pieces, the same bytes arrive at both ends.
+TEST_F(Transfer, PiecesOfEverySize) {
+    const std::string body(3000, 'x');
+    for (const Delivery delivery : {Delivery::Whole, Delivery::Lines, Delivery::Bytes}) {
+        for (const size_t most : {size_t{1}, size_t{7}, SIZE_MAX}) {
+            FakeLink& link = connectTo({say("220 hello\r\n"), turn("DATA\r\n", "354 go\r\n"),
+                                        turn(body + ".\r\n", "250-taken\r\n250 ok\r\n")});
+            link.delivery = delivery;
+            link.maxReceive = most;
+            link.maxSend = most;
+            link.sendWindow = most == SIZE_MAX ? SIZE_MAX : 5 * most;
+            link.latencyMs = 20;
+            EXPECT_EQ(line(), "220 hello\r\n");
+            EXPECT_TRUE(send("DATA\r\n"));
+            EXPECT_EQ(line(), "354 go\r\n");
+            EXPECT_TRUE(send(body + ".\r\n"));
+            EXPECT_EQ(line(), "250-taken\r\n");
+            EXPECT_EQ(line(), "250 ok\r\n");
+            EXPECT_TRUE(link.finished);
+            socket.close(false, 0, log, params);
+        }
+    }
+}
+
+TEST_F(Transfer, ReceiveFailures) {
+    const struct {
+        const char* name;
+        Ending after;
+        uint32_t heartbeatMs;
+        bool fineSlices;
+        uint32_t idleMs;
+        uint64_t elapsedMs;
+        uint32_t slice;
+        bool timedOut;
+        const char* text;
+    } kCases[] = {
+        {"end of stream", Ending::Eof, 0, false, kIdleMs, 0, 333, false,
+         "Connection closed by peer."},
+        {"reset", Ending::Reset, 0, false, kIdleMs, 0, 333, false,
+         "Failed to receive data on the TCP socket"},
+        {"silence", Ending::None, 0, false, kIdleMs, 5000, 333, true,
+         "Timeout: the remote host sent no data."},
+        {"with a heartbeat", Ending::None, 200, false, kIdleMs, 5000, 200, true, "Timeout"},
+        {"a heartbeat too short", Ending::None, 7, false, kIdleMs, 5000, 50, true, "Timeout"},
+        {"fine slices", Ending::None, 0, true, kIdleMs, 5000, 66, true, "Timeout"},
+        {"poll", Ending::None, 0, false, TolvaneSocket::kPoll, 1, 1, true, "Timeout"},
+        {"no limit is 56 hours", Ending::None, 60000, false, 0, 201600000, 60000, true, "Timeout"},
+    };
+    for (const auto& c : kCases) {
+        Turn greeting = say("220 hel");
+        greeting.after = c.after;
+        FakeLink& link = connectTo({greeting});
+        params.clearOutcome();
+        params.heartbeatMs = c.heartbeatMs;
+        params.fineSlices = c.fineSlices;
+        net.slices.clear();
+        DataBuffer out;
+        EXPECT_FALSE(socket.receiveUntilMatch(out, "\r\n", 100, c.idleMs, log, params)) << c.name;
+        EXPECT_EQ(out.size(), 0U) << c.name;
+        EXPECT_TRUE(socket.hasBufferedInput()) << c.name;  // the half line
+        EXPECT_EQ(params.timedOut, c.timedOut) << c.name;
+        EXPECT_EQ(elapsedMs(), c.elapsedMs) << c.name;
+        EXPECT_EQ(net.slices.at(0), c.slice) << c.name;
+        EXPECT_EQ(socket.isConnected(), c.timedOut) << c.name;
+        expectLogged(log, c.text);
+        params = {};
+        socket.close(true, 0, log, params);
+        EXPECT_TRUE(link.closedByClient) << c.name;
+    }
+}
+
+TEST_F(Transfer, EachByteRenewsTheIdleTime) {
+    FakeLink& link = connectTo({say("250 ok\r\n")});
+    link.delivery = Delivery::Bytes;
+    EXPECT_EQ(line(), "250 ok\r\n");
+    connectTo({say("2").delayedBy(4000), turn("x", "5\r\n").delayedBy(4000)});
+    EXPECT_TRUE(send("x"));
+    EXPECT_EQ(line(), "25\r\n");
+    EXPECT_EQ(elapsedMs(), 8000U);
+}
+
+TEST_F(Transfer, LineWithoutEnd) {
+    connectTo({say(std::string(500, 'y'))});
+    DataBuffer out;
+    EXPECT_FALSE(socket.receiveUntilMatch(out, "\r\n", 300, kIdleMs, log, params));
+    EXPECT_EQ(out.size(), 300U);
+    EXPECT_FALSE(params.timedOut);
+    expectLogged(log, "maxSize: 300");
+}
+
+TEST_F(Transfer, SendFailures) {
+    const std::string data(1000, 'd');
+    const struct {
+        const char* name;
+        Ending cut;
+        size_t after;
+        int allowedAborts;
+        bool timedOut;
+        bool aborted;
+        const char* text;
+    } kCases[] = {
+        {"stall after some", Ending::Stall, 400, 100, true, false, "Timeout after partial send."},
+        {"stall at once", Ending::Stall, 0, 100, true, false,
+         "Timeout: the remote host accepted no data."},
+        {"reset", Ending::Reset, 400, 100, false, false,
+         "WSAECONNRESET An existing connection was forcibly closed by the remote host."},
+        {"closed by the peer", Ending::Eof, 0, 100, false, false, "WSAECONNRESET"},
+        {"aborted at once", Ending::Stall, 400, 0, false, true,
+         "Socket SendBytes aborted by application."},
+        {"aborted during the wait", Ending::Stall, 400, 3, false, true,
+         "Socket SendBytes2 aborted by application."},
+    };
+    for (const auto& c : kCases) {
+        FakeLink& link = connectTo({turn(data, "")});
+        link.maxSend = 900;
+        link.cut = c.cut;
+        link.cutAfterClientBytes = c.after;
+        link.mayEndEarly = true;
+        monitor.allowed = c.allowedAborts;
+        params.clearOutcome();
+        EXPECT_FALSE(send(data)) << c.name;
+        EXPECT_EQ(params.timedOut, c.timedOut) << c.name;
+        EXPECT_EQ(params.aborted, c.aborted) << c.name;
+        EXPECT_EQ(elapsedMs(), c.timedOut ? kIdleMs : c.allowedAborts == 3 ? 333 : 0) << c.name;
+        expectLogged(log, c.text);
+        if (c.cut == Ending::Stall && c.timedOut && c.after > 0) {
+            expectLogged(log, "numBytesSent: 400");
+            expectLogged(log, "numBytesUnsent: 600");
+        }
+        monitor.allowed = 1 << 30;
+        params.clearOutcome();
+        socket.close(true, 0, log, params);
+    }
+}
+
+TEST_F(Transfer, AbortEndsAReceiveAtTheNextSlice) {
+    connectTo({});
+    monitor.allowed = 3;
+    EXPECT_EQ(line(), "");
+    EXPECT_TRUE(params.aborted);
+    EXPECT_FALSE(params.timedOut);
+    EXPECT_EQ(elapsedMs(), 999U);
+    expectLogged(log, "socket operation aborted by application");
+}
+
+// A connection is quiet only while it stands and nobody has said anything since.
+TEST_F(Transfer, Quiet) {
+    EXPECT_FALSE(socket.isQuiet());
+    connectTo({say("220 a\r\n"), turn("NOOP\r\n", "250 ok\r\n"),
+               turn("NOOP\r\n", "250 ok\r\n421 bye\r\n")});
+    EXPECT_FALSE(socket.isQuiet());  // the greeting is unread
+    EXPECT_EQ(line(), "220 a\r\n");  // and not lost
+    EXPECT_TRUE(socket.isQuiet());
+    EXPECT_TRUE(send("NOOP\r\n"));
+    EXPECT_EQ(line(), "250 ok\r\n");
+    EXPECT_TRUE(socket.isQuiet());
+    EXPECT_TRUE(send("NOOP\r\n"));
+    EXPECT_EQ(line(), "250 ok\r\n");
+    EXPECT_FALSE(socket.isQuiet());
+    const struct {
+        Turn turn;
+        bool quiet;
+    } kEnds[] = {{say("220 a\r\n").thenClose(), false},
+                 {say("220 a\r\n").thenReset(), false},
+                 {say("220 a\r\n").thenStall(), true}};
+    for (const auto& c : kEnds) {
+        connectTo({c.turn});
+        EXPECT_EQ(line(), "220 a\r\n");
+        net.slices.clear();
+        EXPECT_EQ(socket.isQuiet(), c.quiet);
+        EXPECT_TRUE(net.slices.empty());  // it never waits
+    }
+}
+
+TEST_F(Transfer, NothingWithoutAConnection) {
+    socket.startSessionLog("");
+    EXPECT_FALSE(send("EHLO x\r\n"));
+    EXPECT_EQ(line(), "");
+    DataBuffer out;
+    EXPECT_FALSE(socket.receiveBytes(out, kIdleMs, log, params));
+    expectLogged(log, "This socket is not connected");
+    EXPECT_EQ(socket.sessionLog()->text().find("\r\n---- Not Connected ----\r\n"), 0U);
+    EXPECT_EQ(net.sockets, 0U);
+}
+
+TEST_F(Transfer, SessionLogHasOneHeaderPerRun) {
+    const std::string path = "session-log-test.txt";
+    std::remove(path.c_str());
+    EXPECT_TRUE(socket.startSessionLog(path));
+    connectTo({say("220 a\r\n"), turn("MAIL\r\n", ""), turn("RCPT\r\n", "250 ok\r\n250 ok\r\n")});
+    EXPECT_EQ(line(), "220 a\r\n");
+    EXPECT_TRUE(send("MAIL\r\n"));
+    EXPECT_TRUE(send("RCPT\r\n"));
+    EXPECT_EQ(line(), "250 ok\r\n");
+    const std::string expected =
+        "\r\n---- Received ----\r\n220 a\r\n"
+        "\r\n---- Sending ----\r\nMAIL\r\nRCPT\r\n"
+        "\r\n---- Received ----\r\n250 ok\r\n250 ok\r\n";
+    EXPECT_EQ(socket.sessionLog()->text(), expected);
+    EXPECT_TRUE(socket.startSessionLog(""));  // closes the file
+    plat::SysFile file;
+    ASSERT_TRUE(file.openRead(path));
+    std::string copy(1000, ' ');
+    size_t got = 0;
+    EXPECT_TRUE(file.read(copy.data(), copy.size(), got));
+    EXPECT_EQ(copy.substr(0, got), expected);
+    file.close();
+    std::remove(path.c_str());
+    EXPECT_FALSE(socket.startSessionLog("no/such/folder/log.txt"));
+    EXPECT_NE(socket.sessionLog(), nullptr);  // memory is used all the same
+}
+
+// A Socket2 destroyed while it waits: the wait ends, nothing is touched that is gone.
+TEST_F(Transfer, DestroyedDuringAWait) {
+    for (const bool sending : {false, true}) {
+        auto doomed = std::make_unique<Socket2>();
+        FakeLink& link = net.serve("10.0.0.1", 25, {});
+        link.sendWindow = 0;
+        EXPECT_TRUE(doomed->connect2("10.0.0.1", 25, false, log, params));
+        net.onWait = [&] { doomed.reset(); };
+        DataBuffer out;
+        if (sending) {
+            EXPECT_FALSE(doomed->sendBytes(bytesFrom("x"), kIdleMs, log, params));
+        } else {
+            EXPECT_FALSE(doomed->receiveBytes(out, kIdleMs, log, params));
+        }
+        net.onWait = nullptr;
+        EXPECT_TRUE(link.closedByClient);
+        EXPECT_EQ(net.openSockets(), 0U);
+        expectLogged(log, "Another thread is closing this socket.");
+    }
+}
+
+class PlainSocket : public testing::Test {
+protected:
+    FakeLink& connectTo(std::vector<Turn> dialogue) {
+        FakeLink& link = net.serve("10.0.0.1", 25, std::move(dialogue));
+        EXPECT_TRUE(socket.createSocket_ipv4(log));
+        EXPECT_TRUE(socket.connect(*plat::parseIp("10.0.0.1"), 25, 1000, log, params));
+        return link;
+    }
+
+    FakeClock clock;
+    FakeNet net{clock};
+    _tvLogger log;
+    SocketParams params;
+    TolvaneSocket socket;
+};
+
+TEST_F(PlainSocket, WaysToClose) {
+    const struct {
+        CloseForm form;
+        bool serverCloses;
+        uint64_t elapsedMs;
+        bool fin;
+        const char* text;
+    } kCases[] = {
+        {CloseForm::AtOnce, true, 0, true, "Terminated TCP connection."},
+        {CloseForm::Graceful, true, 0, true, "Cleanly terminated TCP connection."},
+        {CloseForm::Graceful, false, 700, true, "Terminated TCP connection."},
+        {CloseForm::Abortive, true, 0, false, "AbortiveClose"},
+    };
+    for (const auto& c : kCases) {
+        log.clearLog();
+        FakeLink& link = connectTo({say("unread")});
+        link.ignoresFin = !c.serverCloses;
+        const uint64_t start = clock.nowNs;
+        socket.terminateConnection(c.form, 700, log, params);
+        EXPECT_EQ((clock.nowNs - start) / 1000000, c.elapsedMs) << c.text;
+        EXPECT_EQ(link.finFromClient, c.fin) << c.text;
+        EXPECT_EQ(link.closedAbortively, c.form == CloseForm::Abortive) << c.text;
+        EXPECT_TRUE(link.closedByClient) << c.text;
+        EXPECT_FALSE(socket.isConnected());
+        expectLogged(log, c.text);
+    }
+}
+
+TEST_F(PlainSocket, FaultsWhileClosingDoNotKeepItOpen) {
+    FakeLink& link = connectTo({});
+    net.shutdownErrors = {NetCode::NotConnected};
+    net.closeErrors = {NetCode::ConnectionReset};
+    socket.terminateConnection(CloseForm::Graceful, 700, log, params);
+    EXPECT_TRUE(link.closedByClient);
+    expectLogged(log, "error on socket shutdown.");
+    expectLogged(log, "error on closesocket.");
+    FakeLink& second = connectTo({say("x")});
+    EXPECT_FALSE(second.closedByClient);
+    size_t received = 0;
+    uint8_t byte = 0;
+    EXPECT_TRUE(socket.receiveBytes({&byte, 1}, received, 100, log, params));
+}
+
+TEST_F(PlainSocket, FinGoesOutOnce) {
+    FakeLink& link = connectTo({});
+    link.ignoresFin = true;
+    EXPECT_TRUE(socket.sendFinOnly(log));
+    EXPECT_TRUE(socket.sendFinOnly(log));
+    expectLogged(log, "Already sent FIN.");
+    EXPECT_TRUE(socket.isConnected());
+}
+
+TEST_F(PlainSocket, TakenOverByAnother) {
+    FakeLink& link = connectTo({say("hello")});
+    TolvaneSocket holder;
+    holder.setSendBufSize(8192, log);
+    holder.takeOver(socket, log);
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_TRUE(holder.isConnected());
+    EXPECT_EQ(holder.remoteIp(), "10.0.0.1");
+    EXPECT_EQ(link.options[plat::SocketOption::SendBuffer], 8192U);
+    uint8_t bytes[16];
+    size_t received = 0;
+    EXPECT_FALSE(socket.receiveBytes(bytes, received, 100, log, params));
+    EXPECT_TRUE(holder.receiveBytes(bytes, received, 100, log, params));
+    EXPECT_EQ(received, 5U);
+}
+
+TEST_F(PlainSocket, BoundToALocalAddress) {
+    socket.setClientBind("192.0.2.1", 4321);
+    EXPECT_TRUE(socket.createSocket_ipv4(log));
+    expectLogged(log, "bindIpAddr1: 192.0.2.1");
+    expectLogged(log, "bindPort: 4321");
+    net.bindErrors = {NetCode::AddressNotAvailable};
+    EXPECT_FALSE(socket.createSocket_ipv4(log));
+    expectLogged(log, "Failed to bind to local IP address");
+    EXPECT_FALSE(socket.createSocket_ipv6(log));  // an IPv4 address does not fit
+    EXPECT_EQ(net.openSockets(), 0U);
+}
+
+// A second reader, and anybody who comes while the socket is being closed, is refused at once.
+TEST_F(PlainSocket, SecondThreadIsRefused) {
+    connectTo({say("x").delayedBy(500)});
+    uint8_t byte = 0;
+    size_t received = 0;
+    bool second = true;
+    net.onWait = [&] {
+        net.onWait = nullptr;
+        uint8_t other = 0;
+        size_t got = 0;
+        second = socket.receiveBytes({&other, 1}, got, 100, log, params);
+    };
+    EXPECT_TRUE(socket.receiveBytes({&byte, 1}, received, 1000, log, params));
+    EXPECT_FALSE(second);
+    expectLogged(log, "Another thread is already receiving on this socket.");
+
+    net.onWait = [&] {
+        net.onWait = nullptr;
+        socket.terminateConnection(CloseForm::AtOnce, 0, log, params);
+        EXPECT_FALSE(socket.createSocket_ipv4(log));
+    };
+    EXPECT_FALSE(socket.receiveBytes({&byte, 1}, received, 1000, log, params));
+    expectLogged(log, "Another thread is closing this socket.");
+    EXPECT_EQ(net.openSockets(), 0U);
+    EXPECT_TRUE(socket.createSocket_ipv4(log));  // usable again
+}
+
+}  // namespace
+}  // namespace tv

@@ -1,0 +1,83 @@
+// OpenSSL as the server at the other end of the engine, in memory: no socket, no thread.
+#pragma once
+
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "log/tvLogger.h"
+#include "net/tls/TlsProtocol.h"
+
+namespace tv::tls::test {
+
+// Deterministic from its seed; the clock stands where it is put.
+class TestEnvironment final : public TlsEnvironment {
+public:
+    bool random(std::span<uint8_t> out) override {
+        for (uint8_t& byte : out) {
+            byte = static_cast<uint8_t>(next() >> 24);
+        }
+        return randomWorks;
+    }
+    uint32_t draw(uint32_t below) override { return static_cast<uint32_t>(next() >> 16) % below; }
+    uint64_t wallClockMs() override { return nowMs; }
+
+    bool randomWorks = true;
+    uint64_t nowMs = 1795000000000;
+    uint64_t state = 1;
+
+private:
+    uint64_t next() { return state = state * 6364136223846793005 + 1442695040888963407; }
+};
+
+struct ServerOptions {
+    int minVersion = TLS1_VERSION;
+    int maxVersion = TLS1_3_VERSION;
+    std::string key = "P-256";  // "RSA-2048" or the name of a curve
+    std::string ciphers = "ALL:COMPLEMENTOFALL:@SECLEVEL=0";
+    std::string suites13;
+    std::string groups;
+    bool asksForCertificate = false;
+    bool tickets = true;
+};
+
+// One server configuration; sessions are shared by its connections.
+class OpenSslServer {
+public:
+    explicit OpenSslServer(const ServerOptions& options);
+
+    SSL_CTX* context() const { return context_.get(); }
+
+private:
+    std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_{nullptr, SSL_CTX_free};
+};
+
+// One connection between the engine and the server.
+class Connection {
+public:
+    Connection(const OpenSslServer& server, TlsSettings settings, TestEnvironment& environment);
+
+    // Moves bytes both ways until nothing moves. chunk: how many reach the engine at once.
+    void pump(size_t chunk = SIZE_MAX);
+    bool handshake(size_t chunk = SIZE_MAX);
+    // Sends through the engine and returns what the server read, and the other way round.
+    std::string toServer(const std::string& text);
+    std::string toClient(const std::string& text);
+    std::string logText();
+
+    SSL* ssl() const { return ssl_.get(); }
+    TlsProtocol engine;
+
+private:
+    std::unique_ptr<SSL, decltype(&SSL_free)> ssl_{nullptr, SSL_free};
+    BIO* toSsl_;    // owned by the SSL
+    BIO* fromSsl_;  // owned by the SSL
+    _tvLogger log_;
+};
+
+}  // namespace tv::tls::test

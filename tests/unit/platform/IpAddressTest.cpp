@@ -1,0 +1,107 @@
+#include "platform/IpAddress.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#ifndef _WIN32
+#include <arpa/inet.h>
+#endif
+
+namespace tv::plat {
+namespace {
+
+TEST(IpAddress, ReadsAndWrites) {
+    const struct {
+        const char* text;
+        const char* written;  // nullptr: not an address
+    } kCases[] = {
+        {"127.0.0.1", "127.0.0.1"},
+        {"255.255.255.255", "255.255.255.255"},
+        {"0.0.0.0", "0.0.0.0"},
+        {"256.0.0.1", nullptr},
+        {"1.2.3", nullptr},
+        {"1.2.3.4.5", nullptr},
+        {"1.2.3.4 ", nullptr},
+        {"1..3.4", nullptr},
+        {"0001.2.3.4", nullptr},
+        {"", nullptr},
+        {"mail.example", nullptr},
+        {"::1", "::1"},
+        {"::", "::"},
+        {"1::", "1::"},
+        {"2001:DB8:0:0:1:0:0:1", "2001:db8::1:0:0:1"},
+        {"2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1"},
+        {"1:0:0:2:0:0:0:3", "1:0:0:2::3"},
+        {"1:2:3:4:5:6:7:8", "1:2:3:4:5:6:7:8"},
+        {"::ffff:10.0.0.1", "::ffff:10.0.0.1"},
+        {"64:ff9b::1.2.3.4", "64:ff9b::102:304"},
+        {"fe80::1%3", "fe80::1%3"},
+        {"fe80::1%eth0", nullptr},
+        {"fe80::1%", nullptr},
+        {"1:2:3:4:5:6:7", nullptr},
+        {"1:2:3:4:5:6:7:8:9", nullptr},
+        {"1:2:3:4:5:6:7::8", nullptr},
+        {"1::2::3", nullptr},
+        {":::", nullptr},
+        {":1", nullptr},
+        {"1:", nullptr},
+        {"12345::", nullptr},
+        {"1.2.3.4::", nullptr},
+        {"1:2:3:4:5:6:7:1.2.3.4", nullptr},
+        {"[::1]", nullptr},
+    };
+    for (const auto& c : kCases) {
+        const auto address = parseIp(c.text);
+        EXPECT_EQ(address.has_value(), c.written != nullptr) << c.text;
+        if (address && c.written) {
+            EXPECT_EQ(toText(*address), c.written) << c.text;
+        }
+    }
+}
+
+#ifndef _WIN32
+// The system's own functions judge a few ten thousand texts that are addresses or nearly so.
+TEST(IpAddress, AgreesWithTheSystem) {
+    std::mt19937 random(7);
+    const std::string alphabet = "0123456789abcF:::...";
+    for (int i = 0; i < 60000; ++i) {
+        std::string text;
+        if (i % 3 == 0) {
+            uint8_t bytes[16];
+            for (uint8_t& byte : bytes)
+                byte = random() % 2 ? 0 : static_cast<uint8_t>(random());
+            char written[64];
+            text = inet_ntop(AF_INET6, bytes, written, sizeof written);
+            IpAddress address{AddressFamily::IPv6, {}, 0};
+            std::copy(bytes, bytes + 16, address.bytes.begin());
+            // The C library also writes the long deprecated dotted form of ::/96.
+            const bool isCompatible = text.rfind("::", 0) == 0 && text.find('.') != text.npos &&
+                                      text.rfind("::ffff:", 0) != 0;
+            if (!isCompatible) {
+                EXPECT_EQ(toText(address), text);
+            }
+            if (random() % 2) text[random() % text.size()] = alphabet[random() % alphabet.size()];
+        } else {
+            const size_t size = random() % 16;
+            for (size_t n = 0; n < size; ++n)
+                text += alphabet[random() % alphabet.size()];
+        }
+        uint8_t expected[16];
+        const auto ipv6 = parseIpv6(text);
+        ASSERT_EQ(ipv6.has_value(), inet_pton(AF_INET6, text.c_str(), expected) == 1) << text;
+        if (ipv6) {
+            EXPECT_TRUE(std::equal(expected, expected + 16, ipv6->bytes.begin())) << text;
+        }
+        // Leading zeros are the one thing we are milder with.
+        const auto ipv4 = parseIpv4(text);
+        if (inet_pton(AF_INET, text.c_str(), expected) == 1) {
+            ASSERT_TRUE(ipv4.has_value()) << text;
+            EXPECT_TRUE(std::equal(expected, expected + 4, ipv4->bytes.begin())) << text;
+        }
+    }
+}
+#endif
+
+}  // namespace
+}  // namespace tv::plat

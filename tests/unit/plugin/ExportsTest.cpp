@@ -1,0 +1,349 @@
+// The exports as a host calls them, linked into the test, over a network of data.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "emailsending.h"
+#include "mail/ClsMailMan.h"
+#include "mail/NtlmVersion.h"
+#include "platform/SysDialog.h"
+#include "plugin/PluginState.h"
+#include "tests/fixtures/FakeNet.h"
+#include "tests/fixtures/FakeSystem.h"
+
+namespace tv {
+namespace {
+
+using test::FakeClock;
+using test::FakeHost;
+using test::FakeLink;
+using test::FakeNet;
+using test::FakeRandom;
+using test::say;
+using test::Turn;
+using test::turn;
+using test::upTo;
+
+// Keeps what the user would have been shown.
+class FakeDialog final : public plat::SysDialog {
+public:
+    FakeDialog() = default;
+    ~FakeDialog() override { plat::replaceSysDialog(before_); }
+    FakeDialog(const FakeDialog&) = delete;
+    FakeDialog& operator=(const FakeDialog&) = delete;
+
+    void showError(const char* titleBytes, std::string_view text) override {
+        titles.push_back(titleBytes);
+        texts.emplace_back(text);
+    }
+
+    std::vector<std::string> titles;
+    std::vector<std::string> texts;
+
+private:
+    plat::SysDialog* before_ = plat::replaceSysDialog(this);
+};
+
+constexpr char kServer[] = "10.0.0.1";
+constexpr int kPort = 2525;
+
+class ExportsTest : public testing::Test {
+protected:
+    ~ExportsTest() override {
+        PluginState::replaceInstance(before_);
+        tv::setDefaultNtlmVersion(2);
+    }
+
+    SmtpSettings& settings() { return state.mailMan()->impl().settings(); }
+
+    void prepareMessage() {
+        ::setSmtpHost(kServer);
+        ::setSmtpPort(kPort);
+        ::setFromAddress("host@example.test");
+        EXPECT_EQ(::setRecipient("reader@example.test"), 1);
+        ::setSubject("Subject of it");
+        ::setBody("<p>Body of it</p>{LOGO}");
+        ::setLogo("");
+    }
+
+    // One connection that greets, plays the turns and takes the farewell.
+    FakeLink& serve(std::vector<Turn> turns) {
+        std::vector<Turn> dialogue = {say("220 mail.test\r\n"), upTo("\r\n", "250 mail.test\r\n")};
+        dialogue.insert(dialogue.end(), turns.begin(), turns.end());
+        dialogue.push_back(turn("QUIT\r\n", "221 bye\r\n"));
+        FakeLink& link = net.serve(kServer, kPort, dialogue);
+        link.mayEndEarly = true;
+        return link;
+    }
+
+    FakeLink& serveTrial() { return serve({}); }
+
+    FakeLink& serveMessage() {
+        return serve({turn("MAIL FROM:<host@example.test>\r\n", "250 ok\r\n"),
+                      turn("RCPT TO:<reader@example.test>\r\n", "250 ok\r\n"),
+                      turn("DATA\r\n", "354 go\r\n"), upTo("\r\n.\r\n", "250 taken\r\n")});
+    }
+
+    FakeClock clock;
+    FakeRandom random;
+    FakeHost host{"TESTHOST", 1252, 437};
+    FakeNet net{clock};
+    FakeDialog dialog;
+    PluginState state;
+
+private:
+    PluginState* before_ = PluginState::replaceInstance(&state);
+};
+
+// Calls everything that takes an argument with it; what comes back must not depend on it.
+void callAll(const char* text, int number) {
+    ::setSmtpHost(text);
+    ::setSmtpPort(number);
+    ::setFromAddress(text);
+    ::setSmtpPassword(text);
+    EXPECT_EQ(::setNoopCount(number), number);
+    ::setSmtpUser(text);
+    ::setUseSSL(number);
+    ::setStartTls(number);
+    ::setVerboseLogging();
+    EXPECT_EQ(::setDefaultNtlmVersion(number), number);
+    ::setSmtpAuthMethod(text);
+    ::setLoginDomain(text);
+    ::setSubject(text);
+    ::setLogo(text);
+    ::setBody(text);
+    ::ResetEmail();
+}
+
+TEST_F(ExportsTest, BeforeInitialiseNothingIsDoneAndSendingSaysWhy) {
+    for (const char* text : {"a@example.test", "", static_cast<const char*>(nullptr)}) {
+        EXPECT_STREQ(::getLastError(), "");
+        callAll(text, 1);
+        ::setLogging();
+        ::setAttachment(text);
+        EXPECT_EQ(::setRecipient(text), 0);
+        EXPECT_EQ(::setCC(text), 0);
+        EXPECT_EQ(::setBCC(text), 0);
+        EXPECT_EQ(::szBrisko(), 0);
+        EXPECT_STREQ(::getLastError(), "Nothing was sent: Initialise has not been called.");
+        state.lastError.clear();
+    }
+    EXPECT_TRUE(dialog.texts.empty());
+    EXPECT_EQ(state.logDirectory, "");
+    EXPECT_EQ(state.mailMan(), nullptr);
+    EXPECT_EQ(state.email(), nullptr);
+}
+
+TEST_F(ExportsTest, NullIsTheEmptyString) {
+    ::Initialise();
+    callAll("old@example.test", 7);
+    callAll(nullptr, 0);
+    EXPECT_TRUE(settings().smtpHost.empty());
+    EXPECT_TRUE(settings().userName.empty());
+    EXPECT_TRUE(settings().password.empty());
+    EXPECT_TRUE(settings().authMethod.empty());
+    EXPECT_TRUE(settings().loginDomain.empty());
+    EXPECT_EQ(state.body, "");
+    EXPECT_EQ(::setRecipient(nullptr), 0);
+    EXPECT_EQ(::setCC(nullptr), 0);
+    EXPECT_EQ(::setBCC(nullptr), 0);
+    ::setAttachment(nullptr);
+    EXPECT_EQ(dialog.texts.size(), 1u);
+}
+
+TEST_F(ExportsTest, SettingsReachTheMailManager) {
+    ::Initialise();
+    ::setSmtpHost(" HTTP://Mail.Example.TEST/ ");
+    ::setSmtpUser("J\xF3zsi");  // the ANSI code page of the host is 1252
+    ::setSmtpPassword("p\xE1ss");
+    ::setSmtpAuthMethod(" Use plain or login ");
+    ::setLoginDomain("OFFICE");
+    ::setNoopCount(-5);
+    EXPECT_EQ(settings().smtpHost, "mail.example.test");
+    EXPECT_EQ(settings().userName, "J\xC3\xB3zsi");
+    EXPECT_EQ(settings().password, "p\xC3\xA1ss");
+    EXPECT_TRUE(settings().password.isSecret());
+    EXPECT_EQ(settings().authMethod, "LOGIN");
+    EXPECT_EQ(settings().loginDomain, "OFFICE");
+    EXPECT_EQ(state.noopCount, -5);
+}
+
+TEST_F(ExportsTest, PortZeroIsIgnored) {
+    ::Initialise();
+    ::setSmtpPort(0);
+    EXPECT_EQ(settings().smtpPort, 25);
+    ::setSmtpPort(-1);
+    EXPECT_EQ(settings().smtpPort, -1);
+    ::setSmtpPort(0);
+    EXPECT_EQ(settings().smtpPort, -1);
+}
+
+TEST_F(ExportsTest, OfAFlagTheLowestByteCounts) {
+    const struct {
+        int flag;
+        bool on;
+    } cases[] = {{1, true},  {0, false},    {256, false}, {257, true},
+                 {-1, true}, {-256, false}, {128, true}};
+    ::Initialise();
+    for (const auto& c : cases) {
+        ::setUseSSL(c.flag);
+        ::setStartTls(c.flag);
+        EXPECT_EQ(settings().smtpSsl, c.on) << c.flag;
+        EXPECT_EQ(settings().startTls, c.on) << c.flag;
+    }
+}
+
+TEST_F(ExportsTest, AHostThatSaysNoToStartTlsMeansItUntilInitialise) {
+    ::Initialise();
+    EXPECT_TRUE(settings().startTlsIfPossible);
+    ::setStartTls(1);
+    EXPECT_TRUE(settings().startTlsIfPossible);
+    ::setStartTls(256);
+    EXPECT_FALSE(settings().startTlsIfPossible);
+    ::setStartTls(1);
+    EXPECT_FALSE(settings().startTlsIfPossible);
+    ::Initialise();
+    EXPECT_TRUE(settings().startTlsIfPossible);
+}
+
+TEST_F(ExportsTest, TheNtlmVersionIsTheProcessesOwn) {
+    EXPECT_EQ(defaultNtlmVersion(), 2);
+    EXPECT_EQ(::setDefaultNtlmVersion(1), 1);
+    ::Initialise();
+    EXPECT_EQ(defaultNtlmVersion(), 1);
+    EXPECT_EQ(::setDefaultNtlmVersion(-2147483647 - 1), -2147483647 - 1);
+    EXPECT_EQ(defaultNtlmVersion(), -2147483647 - 1);
+}
+
+TEST_F(ExportsTest, InitialiseStartsAnewButKeepsTheStatesStrings) {
+    EXPECT_EQ(::Initialise(), 0);
+    prepareMessage();
+    ::setBody("kept {LOGO}");
+    ::setLogging();
+    ::setVerboseLogging();
+    const std::string directory = state.logDirectory;
+    EXPECT_TRUE(directory.size() > 1 && directory.back() == '\\');
+    EXPECT_EQ(settings().sentMailLogFile, "emailsending.log");
+    EXPECT_EQ(::Initialise(), 0);
+    EXPECT_EQ(settings().smtpPort, 25);
+    EXPECT_TRUE(settings().smtpHost.empty());
+    EXPECT_TRUE(settings().sentMailLogFile.empty());
+    EXPECT_FALSE(state.mailMan()->impl().verboseLogging());
+    EXPECT_EQ(state.body, "kept {LOGO}");
+    EXPECT_EQ(state.logDirectory, directory);
+}
+
+TEST_F(ExportsTest, AMissingAttachmentIsShownAndNothingElse) {
+    ::Initialise();
+    state.lastError = "as before";
+    ::setAttachment("no-such-f\xC3\xADle.txt");
+    ASSERT_EQ(dialog.texts.size(), 1u);
+    EXPECT_EQ(dialog.titles[0], "\x48\x69\x62\x61\x20\x74\xF6\x72\x74\xE9\x6E\x74");
+    EXPECT_NE(dialog.texts[0].find("AddFileAttachment"), std::string::npos);
+    EXPECT_NE(dialog.texts[0].find("no-such-f\xC3\xADle.txt"), std::string::npos);
+    EXPECT_STREQ(::getLastError(), "as before");
+}
+
+TEST_F(ExportsTest, AMissingLogoLeavesOnlyThePlaceholderOut) {
+    ::Initialise();
+    ::setBody("abc{LOGO}def");
+    ::setLogo("no-such-logo.png");
+    EXPECT_EQ(state.body, "abcdef");
+    EXPECT_TRUE(dialog.texts.empty());
+}
+
+TEST_F(ExportsTest, AFailedTrialKeepsTheMessageForALaterSend) {
+    ::Initialise();
+    prepareMessage();
+    net.refuse(kServer, kPort);
+    EXPECT_EQ(::szBrisko(), 0);
+    EXPECT_NE(std::string(::getLastError()).find("VerifySmtpConnection"), std::string::npos);
+
+    serveTrial();
+    const FakeLink& link = serveMessage();
+    EXPECT_EQ(::szBrisko(), 1);
+    EXPECT_STREQ(::getLastError(), "");
+    EXPECT_NE(link.fromClient.find("Subject: Subject of it\r\n"), std::string::npos);
+    EXPECT_NE(link.fromClient.find("<p>Body of it</p>"), std::string::npos);
+}
+
+TEST_F(ExportsTest, ARefusedMessageLeavesTheTranscriptAndIsGone) {
+    ::Initialise();
+    prepareMessage();
+    serveTrial();
+    serve({turn("MAIL FROM:<host@example.test>\r\n", "250 ok\r\n"),
+           turn("RCPT TO:<reader@example.test>\r\n", "550 no such user\r\n"),
+           turn("RSET\r\n", "250 ok\r\n"),
+           // the next message goes over the same connection
+           turn("MAIL FROM:<second@example.test>\r\n", "250 ok\r\n"),
+           turn("RCPT TO:<other@example.test>\r\n", "250 ok\r\n"), turn("DATA\r\n", "354 go\r\n"),
+           upTo("\r\n.\r\n", "250 taken\r\n")});
+    EXPECT_EQ(::szBrisko(), 0);
+    const std::string transcript = ::getLastError();
+    EXPECT_NE(transcript.find("RCPT TO:<reader@example.test>"), std::string::npos);
+    EXPECT_NE(transcript.find("550 no such user"), std::string::npos);
+    EXPECT_EQ(transcript.find("VerifySmtpConnection"), std::string::npos);
+
+    ::setFromAddress("second@example.test");
+    EXPECT_EQ(::setRecipient("other@example.test"), 1);
+    serveTrial();
+    EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
+    EXPECT_STREQ(::getLastError(), "");
+}
+
+TEST_F(ExportsTest, AfterASendTheMessageIsEmptyButTheBodyTextStays) {
+    ::Initialise();
+    prepareMessage();
+    serveTrial();
+    const FakeLink& link =
+        serve({turn("MAIL FROM:<host@example.test>\r\n", "250 ok\r\n"),
+               turn("RCPT TO:<reader@example.test>\r\n", "250 ok\r\n"),
+               turn("DATA\r\n", "354 go\r\n"), upTo("\r\n.\r\n", "250 taken\r\n"),
+               turn("MAIL FROM:<host@example.test>\r\n", "250 ok\r\n"),
+               turn("RCPT TO:<reader@example.test>\r\n", "250 ok\r\n"),
+               turn("DATA\r\n", "354 go\r\n"), upTo("\r\n.\r\n", "250 taken\r\n")});
+    EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
+    EXPECT_EQ(state.body, "<p>Body of it</p>");
+
+    ::setFromAddress("host@example.test");
+    EXPECT_EQ(::setRecipient("reader@example.test"), 1);
+    serveTrial();
+    EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
+    const std::string& all = link.fromClient;
+    const std::string second = all.substr(all.rfind("MAIL FROM"));
+    EXPECT_EQ(second.find("Body of it"), std::string::npos);  // there was no setLogo
+    EXPECT_EQ(second.find("Subject of it"), std::string::npos);
+}
+
+TEST_F(ExportsTest, ResetEmailDropsTheMessageAndKeepsTheServer) {
+    ::Initialise();
+    prepareMessage();
+    ::setCC("copy@example.test");
+    ::setBCC("blind@example.test");
+    ::ResetEmail();
+    EXPECT_EQ(settings().smtpPort, kPort);
+    prepareMessage();
+    serveTrial();
+    const FakeLink& link = serveMessage();
+    EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
+    EXPECT_EQ(link.fromClient.find("copy@"), std::string::npos);
+    EXPECT_EQ(link.fromClient.find("blind@"), std::string::npos);
+}
+
+TEST_F(ExportsTest, TheErrorTextStaysUntilTheNextSend) {
+    ::Initialise();
+    ::setSmtpHost(kServer);
+    ::setSmtpPort(kPort);
+    net.refuse(kServer, kPort);
+    EXPECT_EQ(::szBrisko(), 0);
+    const char* text = ::getLastError();
+    const std::string copy = text;
+    callAll("other@example.test", 3);
+    ::Initialise();
+    EXPECT_EQ(::getLastError(), text);
+    EXPECT_EQ(copy, text);
+}
+
+}  // namespace
+}  // namespace tv

@@ -1,0 +1,178 @@
+#include "emailsend/Arguments.h"
+
+#include <charconv>
+#include <string_view>
+
+namespace emailsend {
+
+const char* const kUsage =
+    R"(emailsend: sends one message through the e-mail sending plug-in.
+
+  emailsend --host HOST --from ADDRESS --to ADDRESS [options]
+
+Server
+  --host HOST            name or address of the mail server
+  --port PORT            its port (25)
+  --tls implicit         encrypted from the first byte (port 465)
+  --tls starttls         encrypted by STARTTLS, or not at all
+  --tls none             never encrypted; without --tls as the server offers it
+  --user NAME            log in; the password comes from --password-file
+  --password-file FILE   or else from the environment, EMAILSEND_PASSWORD
+  --auth METHOD          LOGIN, PLAIN, CRAM-MD5, NTLM, XOAUTH2 or NONE
+  --domain DOMAIN        Windows domain for NTLM
+  --ntlm-version N       1 or 2 (2)
+
+Message (--to, --cc, --bcc and --attach may be repeated)
+  --from ADDRESS         sender, "me@example.com" or "Me <me@example.com>"
+  --to ADDRESS           recipient
+  --cc ADDRESS           recipient of a copy
+  --bcc ADDRESS          recipient of a blind copy
+  --subject TEXT
+  --html FILE            body, UTF-8; {LOGO} in it marks the place of the logo
+  --logo FILE            image for that place
+  --attach FILE
+
+Other
+  --log                  append the message to emailsending.log in the current directory
+  --verbose              say more when the server cannot be reached
+  --library PATH         the plug-in to load (the one beside this program)
+  --help
+
+Exit code: 0 the server accepted the message; 1 it did not, or a recipient was refused beforehand;
+2 the command line, a file or the plug-in could not be used, and nothing was sent.
+)";
+
+namespace {
+
+struct TextOption {
+    std::string_view name;
+    std::string Arguments::*target;
+};
+constexpr TextOption kTextOptions[] = {
+    {"--library", &Arguments::library}, {"--host", &Arguments::host},
+    {"--user", &Arguments::user},       {"--password-file", &Arguments::passwordFile},
+    {"--auth", &Arguments::authMethod}, {"--domain", &Arguments::domain},
+    {"--from", &Arguments::from},       {"--subject", &Arguments::subject},
+    {"--html", &Arguments::htmlFile},   {"--logo", &Arguments::logoFile},
+};
+
+struct ListOption {
+    std::string_view name;
+    std::vector<std::string> Arguments::*target;
+};
+constexpr ListOption kListOptions[] = {
+    {"--to", &Arguments::to},
+    {"--cc", &Arguments::cc},
+    {"--bcc", &Arguments::bcc},
+    {"--attach", &Arguments::attachments},
+};
+
+struct FlagOption {
+    std::string_view name;
+    bool Arguments::*target;
+};
+constexpr FlagOption kFlagOptions[] = {
+    {"--help", &Arguments::help},
+    {"--log", &Arguments::log},
+    {"--verbose", &Arguments::verbose},
+};
+
+struct TlsWord {
+    std::string_view word;
+    Tls tls;
+};
+constexpr TlsWord kTlsWords[] = {
+    {"none", Tls::None}, {"implicit", Tls::Implicit}, {"starttls", Tls::StartTls}};
+
+template <class Table>
+auto find(const Table& table, std::string_view name) {
+    for (const auto& option : table) {
+        if (option.name == name) return option.target;
+    }
+    return decltype(table[0].target){};
+}
+
+bool parseNumber(const std::string& text, int32_t& out) {
+    const char* end = text.data() + text.size();
+    const auto [stop, problem] = std::from_chars(text.data(), end, out);
+    return problem == std::errc() && stop == end;
+}
+
+bool parsePort(const std::string& text, int32_t& out) {
+    return parseNumber(text, out) && out >= 1 && out <= 65535;
+}
+
+bool parseTls(const std::string& text, Tls& out) {
+    for (const TlsWord& known : kTlsWords) {
+        if (known.word == text) {
+            out = known.tls;
+            return true;
+        }
+    }
+    return false;
+}
+
+// One option that has a value.
+bool takeValue(const std::string& name, const std::string& value, Arguments& out,
+               std::string& error) {
+    bool valid = true;
+    if (const auto text = find(kTextOptions, name)) {
+        out.*text = value;
+    } else if (const auto list = find(kListOptions, name)) {
+        (out.*list).push_back(value);
+    } else if (name == "--port") {
+        valid = parsePort(value, out.port);
+    } else if (name == "--ntlm-version") {
+        int32_t version = 0;
+        valid = parseNumber(value, version);
+        out.ntlmVersion = version;
+    } else if (name == "--tls") {
+        valid = parseTls(value, out.tls);
+    }
+    if (!valid) error = name + " cannot be \"" + value + "\"";
+    return valid;
+}
+
+bool isValueOption(std::string_view name) {
+    return find(kTextOptions, name) || find(kListOptions, name) || name == "--port" ||
+           name == "--ntlm-version" || name == "--tls";
+}
+
+bool isWholeMessage(const Arguments& arguments, std::string& error) {
+    if (arguments.host.empty()) {
+        error = "--host is missing";
+    } else if (arguments.from.find('@') == std::string::npos) {
+        error = "--from is missing or no address";
+    } else if (arguments.to.empty() && arguments.cc.empty() && arguments.bcc.empty()) {
+        error = "there is no recipient (--to, --cc, --bcc)";
+    } else if (!arguments.logoFile.empty() && arguments.htmlFile.empty()) {
+        error = "--logo needs a body to stand in (--html)";
+    }
+    return error.empty();
+}
+
+}  // namespace
+
+bool parseArguments(const std::vector<std::string>& words, Arguments& out, std::string& error) {
+    out = {};
+    error.clear();
+    for (size_t i = 0; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        if (const auto flag = find(kFlagOptions, word)) {
+            out.*flag = true;
+            continue;
+        }
+        if (!isValueOption(word)) {
+            error = "unknown argument \"" + word + "\"";
+            return false;
+        }
+        if (++i == words.size()) {
+            error = word + " needs a value";
+            return false;
+        }
+        if (!takeValue(word, words[i], out, error)) return false;
+    }
+    return out.help || isWholeMessage(out, error);
+}
+
+}  // namespace emailsend

@@ -1,0 +1,201 @@
+// Sends one message through the plug-in's exports alone. Whatever the command line names is looked
+// at before the first export is called: a mistyped path is no message without its file.
+
+#include <string>
+#include <string_view>
+
+#include "base/CodePage.h"
+#include "base/XString.h"
+#include "emailsend/Arguments.h"
+#include "emailsend/PlugIn.h"
+#include "emailsend/Process.h"
+#include "platform/SysFile.h"
+#include "platform/SysHost.h"
+#include "platform/SysWipe.h"
+
+namespace emailsend {
+namespace {
+
+constexpr int kAccepted = 0;
+constexpr int kNotAccepted = 1;
+constexpr int kUnusable = 2;
+constexpr char kPasswordVariable[] = "EMAILSEND_PASSWORD";
+
+class Secret {
+public:
+    Secret() = default;
+    ~Secret() { tv::plat::wipe(text.data(), text.capacity()); }
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
+
+    std::string text;
+};
+
+// What the command line stands for, read and converted, ready for the exports.
+struct Job {
+    Arguments arguments;
+    std::string body;
+    // In the ANSI code page, which the server settings are read in.
+    std::string host;
+    std::string user;
+    std::string authMethod;
+    std::string domain;
+    Secret password;
+};
+
+bool readFile(const std::string& path, std::string& out, std::string& error) {
+    tv::plat::SysFile file;
+    uint64_t size = 0;
+    bool done = file.openRead(path) && file.size(size) && size < INT32_MAX;
+    out.resize(done ? static_cast<size_t>(size) : 0);
+    size_t filled = 0;
+    for (size_t got = 1; done && got > 0 && filled < out.size(); filled += got) {
+        done = file.read(out.data() + filled, out.size() - filled, got);
+    }
+    out.resize(filled);
+    if (!done) error = "cannot read the file " + path;
+    return done;
+}
+
+bool canRead(const std::string& path, std::string& error) {
+    if (path.empty() || tv::plat::SysFile().openRead(path)) return true;
+    error = "cannot read the file " + path;
+    return false;
+}
+
+bool readBody(const std::string& path, std::string& body, std::string& error) {
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (path.empty()) return true;
+    if (!readFile(path, body, error)) return false;
+    if (body.starts_with(kByteOrderMark)) body.erase(0, kByteOrderMark.size());
+    if (body.find('\0') == std::string::npos && tv::isValidUtf8(body)) return true;
+    error = "the body is no UTF-8 text: " + path;
+    return false;
+}
+
+bool readPassword(const std::string& path, std::string& password, std::string& error) {
+    if (path.empty()) {
+        password = environmentVariable(kPasswordVariable);
+        return true;
+    }
+    if (!readFile(path, password, error)) return false;
+    if (password.ends_with('\n')) password.pop_back();
+    if (password.ends_with('\r')) password.pop_back();
+    if (password.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos) return true;
+    error = "the file holds more than one line: " + path;
+    return false;
+}
+
+bool toAnsi(const char* what, const std::string& utf8, std::string& ansi, std::string& error) {
+    if (tv::utf8ToCodePage(tv::plat::sysHost().ansiCodePage(), utf8, ansi)) return true;
+    error = std::string(what) + " has characters that this system's code page does not hold";
+    return false;
+}
+
+bool readFiles(Job& job, std::string& error) {
+    const Arguments& arguments = job.arguments;
+    if (!readBody(arguments.htmlFile, job.body, error)) return false;
+    if (!canRead(arguments.logoFile, error)) return false;
+    for (const std::string& path : arguments.attachments) {
+        if (path.empty()) error = "--attach names no file";
+        if (path.empty() || !canRead(path, error)) return false;
+    }
+    return true;
+}
+
+bool readCredentials(Job& job, std::string& error) {
+    const Arguments& arguments = job.arguments;
+    Secret utf8;
+    return readPassword(arguments.passwordFile, utf8.text, error) &&
+           toAnsi("the password", utf8.text, job.password.text, error) &&
+           toAnsi("--host", arguments.host, job.host, error) &&
+           toAnsi("--user", arguments.user, job.user, error) &&
+           toAnsi("--auth", arguments.authMethod, job.authMethod, error) &&
+           toAnsi("--domain", arguments.domain, job.domain, error);
+}
+
+void setServer(const PlugIn& plugIn, const Job& job) {
+    const Arguments& arguments = job.arguments;
+    plugIn.setSmtpHost(job.host.c_str());
+    plugIn.setSmtpPort(arguments.port);
+    if (arguments.tls == Tls::Implicit) plugIn.setUseSSL(1);
+    if (arguments.tls == Tls::StartTls) plugIn.setStartTls(1);
+    if (arguments.tls == Tls::None) plugIn.setStartTls(0);
+    plugIn.setSmtpUser(job.user.c_str());
+    plugIn.setSmtpPassword(job.password.text.c_str());
+    plugIn.setSmtpAuthMethod(job.authMethod.c_str());
+    plugIn.setLoginDomain(job.domain.c_str());
+    if (arguments.ntlmVersion) plugIn.setDefaultNtlmVersion(*arguments.ntlmVersion);
+    if (arguments.log) plugIn.setLogging();
+    if (arguments.verbose) plugIn.setVerboseLogging();
+}
+
+bool addRecipients(decltype(&::setRecipient) add, const std::vector<std::string>& addresses,
+                   std::string& error) {
+    for (const std::string& address : addresses) {
+        if (!add(address.c_str())) {
+            error = "no recipient: \"" + address + "\"";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool setMessage(const PlugIn& plugIn, const Job& job, std::string& error) {
+    const Arguments& arguments = job.arguments;
+    plugIn.setFromAddress(arguments.from.c_str());
+    plugIn.setSubject(arguments.subject.c_str());
+    if (!addRecipients(plugIn.setRecipient, arguments.to, error) ||
+        !addRecipients(plugIn.setCC, arguments.cc, error) ||
+        !addRecipients(plugIn.setBCC, arguments.bcc, error)) {
+        return false;
+    }
+    if (!arguments.htmlFile.empty()) {
+        plugIn.setBody(job.body.c_str());
+        plugIn.setLogo(arguments.logoFile.c_str());
+    }
+    for (const std::string& path : arguments.attachments)
+        plugIn.setAttachment(path.c_str());
+    return true;
+}
+
+int report(int exitCode, const std::string& error) {
+    printError("emailsend: " + error + "\n");
+    return exitCode;
+}
+
+int send(const PlugIn& plugIn, const Job& job) {
+    std::string error;
+    plugIn.Initialise();
+    setServer(plugIn, job);
+    if (!setMessage(plugIn, job, error)) return report(kNotAccepted, error);
+    if (plugIn.szBrisko()) return kAccepted;
+    const tv::XString reason = tv::XString::fromHost(plugIn.getLastError(), false);
+    return report(kNotAccepted, "the message was not accepted\n" + std::string(reason.utf8()));
+}
+
+int run(const std::vector<std::string>& words) {
+    Job job;
+    PlugIn plugIn;
+    std::string error;
+    if (!parseArguments(words, job.arguments, error)) {
+        return report(kUnusable, error + " (--help shows all options)");
+    }
+    if (job.arguments.help) {
+        printOut(kUsage);
+        return kAccepted;
+    }
+    const std::string& chosen = job.arguments.library;
+    if (!readFiles(job, error) || !readCredentials(job, error) ||
+        !plugIn.load(chosen.empty() ? libraryBesideProgram() : chosen, error)) {
+        return report(kUnusable, error);
+    }
+    return send(plugIn, job);
+}
+
+}  // namespace
+}  // namespace emailsend
+
+int main(int argc, char** argv) {
+    return emailsend::run(emailsend::commandLine(argc, argv));
+}

@@ -1,0 +1,65 @@
+#include "emailsend/Process.h"
+
+#include <windows.h>
+// windows.h first
+#include <shellapi.h>
+
+#include "base/CodePage.h"
+
+namespace emailsend {
+namespace {
+
+std::string narrow(std::wstring_view wide) {
+    return tv::utf16ToUtf8(std::u16string(wide.begin(), wide.end()));
+}
+
+// A console wants UTF-16; a pipe or file gets UTF-8.
+void print(DWORD which, std::string_view text) {
+    const HANDLE stream = GetStdHandle(which);
+    DWORD mode = 0;
+    DWORD written = 0;
+    if (GetConsoleMode(stream, &mode)) {
+        const std::u16string wide = tv::utf8ToUtf16(text);
+        WriteConsoleW(stream, wide.data(), static_cast<DWORD>(wide.size()), &written, nullptr);
+    } else {
+        WriteFile(stream, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    }
+}
+
+}  // namespace
+
+std::vector<std::string> commandLine(int, char**) {
+    std::vector<std::string> words;
+    int count = 0;
+    wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    for (int i = 1; wide && i < count; ++i)
+        words.push_back(narrow(wide[i]));
+    LocalFree(wide);
+    return words;
+}
+
+std::string environmentVariable(const char* name) {
+    const std::wstring wideName(name, name + std::char_traits<char>::length(name));
+    wchar_t value[32768];  // the longest there can be
+    const DWORD size = GetEnvironmentVariableW(wideName.c_str(), value, 32768);
+    const std::string text = narrow(std::wstring_view(value, size < 32768 ? size : 0));
+    SecureZeroMemory(value, sizeof value);
+    return text;
+}
+
+std::string libraryBesideProgram() {
+    wchar_t path[32768];
+    const DWORD size = GetModuleFileNameW(nullptr, path, 32768);
+    const std::string program = narrow(std::wstring_view(path, size));
+    return program.substr(0, program.rfind('\\') + 1) + "emailsending.dll";
+}
+
+void printOut(std::string_view text) {
+    print(STD_OUTPUT_HANDLE, text);
+}
+
+void printError(std::string_view text) {
+    print(STD_ERROR_HANDLE, text);
+}
+
+}  // namespace emailsend
