@@ -16,8 +16,8 @@ using Work = std::function<void()>;
 constexpr size_t kSlices = 9;
 constexpr double kSliceSeconds = 0.04;
 
-// Calls a second of processor time in one slice: other work on the machine counts less than it would
-// in wall time. (On Windows std::clock is wall time.)
+// Calls a second of processor time in one slice: other work on the machine counts less than it
+// would in wall time. (On Windows std::clock is wall time.)
 inline double rateOf(const Work& work) {
     const std::clock_t start = std::clock();
     double calls = 0, seconds = 0;
@@ -37,8 +37,8 @@ inline double median(std::array<double, kSlices> values) {
 }
 
 inline void printHead(const char* unit) {
-    std::printf("\n| what | form | ours, %s | libcrypto, %s | ratio |\n|---|---|---|---|---|\n", unit,
-                unit);
+    std::printf("\n| what | form | ours, %s | libcrypto, %s | ratio |\n|---|---|---|---|---|\n",
+                unit, unit);
 }
 
 // scale turns calls a second into the unit of the table. An empty peer leaves its columns empty.

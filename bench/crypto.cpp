@@ -64,8 +64,12 @@ Work peerDigest(const char* name) {
 
 #else
 
-Work peerCipher(const char*, int = 1) { return {}; }
-Work peerDigest(const char*) { return {}; }
+Work peerCipher(const char*, int = 1) {
+    return {};
+}
+Work peerDigest(const char*) {
+    return {};
+}
 
 #endif
 
@@ -82,10 +86,11 @@ void forEachForm(crypto::Dispatch<Form>& dispatch, const std::function<void(cons
 template <class Aead>
 void aeadRows(const std::string& name, const char* form, size_t keySize) {
     const auto aead = std::make_shared<Aead>(std::span(kKey).first(keySize));
-    row(name + " seal", form,
-        [aead] { aead->seal(kNonce, {}, input, output.data(), tag); }, peerCipher(name.c_str()));
-    row(name + " open", form,
-        [aead] { (void)aead->open(kNonce, {}, input, tag, output.data()); },
+    row(
+        name + " seal", form, [aead] { aead->seal(kNonce, {}, input, output.data(), tag); },
+        peerCipher(name.c_str()));
+    row(
+        name + " open", form, [aead] { (void)aead->open(kNonce, {}, input, tag, output.data()); },
         peerCipher(name.c_str(), 0));
 }
 
@@ -103,8 +108,10 @@ template <class Cipher>
 void cbcRows(const std::string& name, const char* form, size_t keySize) {
     const auto cbc = std::make_shared<Cipher>(std::span(kKey).first(keySize));
     const std::span<uint8_t> data(output.data(), kRecord);
-    row(name + " encrypt", form, [=] { cbc->encrypt(data); }, peerCipher(name.c_str()));
-    row(name + " decrypt", form, [=] { cbc->decrypt(data); }, peerCipher(name.c_str(), 0));
+    row(
+        name + " encrypt", form, [=] { cbc->encrypt(data); }, peerCipher(name.c_str()));
+    row(
+        name + " decrypt", form, [=] { cbc->decrypt(data); }, peerCipher(name.c_str(), 0));
 }
 
 void oldCiphers() {
@@ -118,12 +125,13 @@ void oldCiphers() {
 
 template <class Digest>
 void hashRow(const char* name, const char* form) {
-    row(name, form, [] { (void)Digest::of(input); }, peerDigest(name));
+    row(
+        name, form, [] { (void)Digest::of(input); }, peerDigest(name));
 }
 
 void hashes() {
-    forEachForm<crypto::Sha256Form>(crypto::sha256Forms,
-                                    [](const char* form) { hashRow<crypto::Sha256>("sha256", form); });
+    forEachForm<crypto::Sha256Form>(
+        crypto::sha256Forms, [](const char* form) { hashRow<crypto::Sha256>("sha256", form); });
     forEachForm<crypto::Sha1Form>(crypto::sha1Forms,
                                   [](const char* form) { hashRow<crypto::Sha1>("sha1", form); });
     hashRow<crypto::Sha384>("sha384", "portable");

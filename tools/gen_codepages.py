@@ -31,7 +31,9 @@ TAIL = """\
 
 }  // namespace
 
-std::span<const CodePageTable> codePageTables() { return kTables; }
+std::span<const CodePageTable> codePageTables() {
+    return kTables;
+}
 
 }  // namespace tv
 """

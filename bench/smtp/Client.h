@@ -1,6 +1,6 @@
-// What the clients of the SMTP benchmark share: the command line, the clock, and the report, one line
-// of JSON. Every client sends the same message `count` times over one connection, built anew from its
-// files each time, as an application would.
+// What the clients of the SMTP benchmark share: the command line, the clock, and the report, one
+// line of JSON. Every client sends the same message `count` times over one connection, built anew
+// from its files each time, as an application would.
 #pragma once
 
 #include <sys/resource.h>

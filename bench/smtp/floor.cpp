@@ -1,6 +1,6 @@
 // The floor of the SMTP benchmark: bare sockets and OpenSSL, MAIL, RCPT and DATA in one write, the
-// file streamed through EVP_EncodeBlock in blocks that fit the cache. It checks nothing, so no complete
-// client can do much less work.
+// file streamed through EVP_EncodeBlock in blocks that fit the cache. It checks nothing, so no
+// complete client can do much less work.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/tcp.h>
@@ -55,8 +55,8 @@ public:
                 if (last) return true;
             }
             char buffer[4096];
-            const ssize_t got = tls_ ? SSL_read(tls_, buffer, sizeof buffer)
-                                     : recv(fd_, buffer, sizeof buffer, 0);
+            const ssize_t got =
+                tls_ ? SSL_read(tls_, buffer, sizeof buffer) : recv(fd_, buffer, sizeof buffer, 0);
             if (got <= 0) return false;
             in_.append(buffer, static_cast<size_t>(got));
         }
@@ -118,16 +118,19 @@ bool sendMessage(Wire& wire, const bench::Options& options, const std::string& h
     for (int i = 0; i < options.recipients + 2; ++i) {
         good = good && wire.reply();
     }
-    std::string text = "From: <" + bench::kSender + ">\r\nTo: <user0@example.com>\r\n"
+    std::string text = "From: <" + bench::kSender +
+                       ">\r\nTo: <user0@example.com>\r\n"
                        "Subject: Benchmark\r\nMIME-Version: 1.0\r\n";
     if (options.attachment.empty()) {
         text += "Content-Type: text/html; charset=utf-8\r\n\r\n" + html;
         return good && wire.send(text + ".\r\n") && wire.reply();
     }
-    text += "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n"
-            "Content-Type: text/html; charset=utf-8\r\n\r\n" + html +
-            "\r\n--b\r\nContent-Type: application/octet-stream\r\n"
-            "Content-Transfer-Encoding: base64\r\n\r\n";
+    text +=
+        "Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n"
+        "Content-Type: text/html; charset=utf-8\r\n\r\n" +
+        html +
+        "\r\n--b\r\nContent-Type: application/octet-stream\r\n"
+        "Content-Transfer-Encoding: base64\r\n\r\n";
     return good && wire.send(text) && sendFile(wire, options.attachment) &&
            wire.send("\r\n--b--\r\n.\r\n") && wire.reply();
 }

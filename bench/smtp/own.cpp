@@ -1,5 +1,5 @@
-// Our side of the SMTP benchmark: SendEmail of the internal library, so without the trial connection
-// that the plug-in makes before each send.
+// Our side of the SMTP benchmark: SendEmail of the internal library, so without the trial
+// connection that the plug-in makes before each send.
 #include "Client.h"
 #include "mail/TvMailMan.h"
 #include "mime/TvEmail.h"

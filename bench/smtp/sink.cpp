@@ -1,7 +1,7 @@
 // The server of the SMTP benchmark: accepts everything, throws it away and counts.
 //     sink [--tls none|implicit|starttls] [--cert-out FILE] [--settle-us N]
-// Prints its port, then serves one connection after the other, each by a thread; on SIGTERM it prints
-// its counts as one line of JSON and ends.
+// Prints its port, then serves one connection after the other, each by a thread; on SIGTERM it
+// prints its counts as one line of JSON and ends.
 //
 // A turn is a round trip: replies have been sent and the client has to be waited for. Replies wait
 // until the client has been silent for settle-us, so that pipelining in several small writes is not
@@ -95,8 +95,8 @@ private:
         for (;;) {
             const void* found = std::memchr(buffer_.data() + at_, '\n', end_ - at_);
             if (found) {
-                const auto stop = static_cast<size_t>(static_cast<const char*>(found) -
-                                                      buffer_.data());
+                const auto stop =
+                    static_cast<size_t>(static_cast<const char*>(found) - buffer_.data());
                 line.assign(buffer_.data() + at_, stop - at_);
                 at_ = stop + 1;
                 return true;

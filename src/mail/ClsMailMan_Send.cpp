@@ -11,6 +11,7 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
     Operation operation(*this, "SendEmail");
     LogBase& log = operation.log();
     smtp_.outcome().clear();
+    smtp_.sessionLog().startAnew();
     acceptedRecipients_.clear();
     rejectedRecipients_.clear();
     SocketParams params;
@@ -88,7 +89,6 @@ bool ClsMailMan::sendOverSession(SmtpSend& send, SocketParams& params, LogBase& 
 // The one second try. The server cannot have the message: the first never came so far.
 bool ClsMailMan::reconnectAndSend(SmtpSend& send, SocketParams& params, LogBase& log) {
     log.logInfo("Reconnecting to the SMTP server and retrying...");
-    send.retryAllowed = false;
     send.progressDone = 0;
     smtp_.outcome().clear();
     smtp_.closeSmtpConnection(log, params);

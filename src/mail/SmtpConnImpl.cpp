@@ -36,7 +36,7 @@ std::string awaited(std::string_view command) {
 }  // namespace
 
 SmtpConnImpl::~SmtpConnImpl() {
-    if (!isConnected() || inTransaction_) return;
+    if (!isConnected() || unsettled_) return;
     try {
         LogNull log;
         SocketParams params;
@@ -54,6 +54,7 @@ bool SmtpConnImpl::sendCmdToSmtp(std::string_view command, bool secret, LogBase&
 }
 
 bool SmtpConnImpl::queueCommand(std::string_view command, bool secret, LogBase& log) {
+    lastSendComplete_ = false;
     if (!socket_) return noConnection(secret ? kSecret : command, log);
     if (!queuedBytes_.append(command)) {
         fail(SmtpStatus::Failed, "No memory for a command.", log);
@@ -182,7 +183,10 @@ bool SmtpConnImpl::smtpNoop(LogBase& log, SocketParams& params) {
 
 bool SmtpConnImpl::smtpRset(LogBase& log, SocketParams& params) {
     log.logInfo("Sending RSET command.");
-    return smtpSendGet2("RSET\r\n", params, log).has_value();
+    const auto reply = smtpSendGet2("RSET\r\n", params, log);
+    if (reply && reply->isSuccess()) return true;
+    closeSmtpConnection(log, params);
+    return false;
 }
 
 void SmtpConnImpl::smtpQuit(LogBase& log, SocketParams& params) {
@@ -199,11 +203,6 @@ bool SmtpConnImpl::sendData(std::span<const uint8_t> bytes, SocketParams& params
 
 void SmtpConnImpl::setTcpNoDelay(bool on, LogBase& log) {
     if (socket_) socket_->setTcpNoDelay(on, log);
-}
-
-void SmtpConnImpl::beginTransaction() {
-    inTransaction_ = true;
-    clearLastReply();
 }
 
 void SmtpConnImpl::clearLastReply() {

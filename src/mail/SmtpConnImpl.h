@@ -49,6 +49,7 @@ public:
     std::optional<SmtpResponse> smtpSendGet2(std::string_view command, SocketParams& params,
                                              LogBase& log);
     bool smtpNoop(LogBase& log, SocketParams& params);
+    // Anything but success closes: nobody knows what the server takes the next line for.
     bool smtpRset(LogBase& log, SocketParams& params);
     void smtpQuit(LogBase& log, SocketParams& params);
     void closeSmtpConnection(LogBase& log, SocketParams& params);
@@ -57,10 +58,11 @@ public:
     bool sendData(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log);
     void setTcpNoDelay(bool on, LogBase& log);
 
-    // A transaction that does not come to its end leaves the server in an unknown state: then the
-    // connection does not serve another send.
-    void beginTransaction();
-    void endTransaction() { inTransaction_ = false; }
+    // An exchange that does not come to its end (memory runs out in the middle) leaves the server
+    // in an unknown state: an unsettled connection does not serve another send.
+    void setUnsettled(bool unsettled) { unsettled_ = unsettled; }
+    // Nothing unread has come and the connection stands; looks once, without waiting.
+    bool isQuiet() { return socket_ && socket_->isQuiet(); }
 
     bool isConnected() const { return socket_ && socket_->isConnected(); }
     bool isAuthenticated() const { return authenticated_; }
@@ -114,7 +116,7 @@ private:
     SmtpSettings made_;  // those of the open connection
     SmtpCapabilities capabilities_;
     bool authenticated_ = false;
-    bool inTransaction_ = false;
+    bool unsettled_ = false;
     uint64_t lastActivityTickMs_ = 0;
 
     struct QueuedCommand {

@@ -20,7 +20,9 @@ bool SmtpConnImpl::smtpConnectAndAuthenticate(bool skipAuthentication, SocketPar
     if (skipAuthentication || authenticated_ || settings.authMethod.equalsIgnoreCase("NONE")) {
         return true;
     }
+    unsettled_ = true;
     const bool success = smtpAuthenticate(*this, params, log);
+    unsettled_ = false;
     setAuthenticated(success);
     log.logDataBool("smtpAuth.success", success);
     return success;
@@ -70,7 +72,7 @@ bool SmtpConnImpl::connectionIsReady(SocketParams& params, LogBase& log) {
         return false;
     }
     // An end of stream or a word out of turn (a 421 of a server that gave up waiting) shows here.
-    if (!isConnected() || inTransaction_ || !socket_->isQuiet()) {
+    if (!isConnected() || unsettled_ || !socket_->isQuiet()) {
         log.logInfo("No connection, need new SMTP connection.");
         return false;
     }
@@ -105,6 +107,7 @@ bool SmtpConnImpl::openSession(SocketParams& params, LogBase& log) {
     }
     if (!ehloOrHelo(params, log)) return false;
     if (!upgradeIfPossible(params, log)) return false;
+    unsettled_ = false;
     touch();
     return true;
 }
@@ -126,8 +129,10 @@ bool SmtpConnImpl::openAndGreet(SocketParams& params, LogBase& log) {
 bool SmtpConnImpl::openTcp(SocketParams& params, LogBase& log) {
     closeSmtpConnection(log, params);
     params.clearOutcome();
+    sessionLog_.startAnew();
     capabilities_ = {};
     made_ = settings;
+    unsettled_ = true;
     socket_ = std::make_unique<Socket2>();
     socket_->setConnectTimeoutMs(settings.connectTimeoutMs);
     socket_->setTcpNoDelay(true, log);
@@ -155,7 +160,7 @@ bool SmtpConnImpl::smtpGreeting(SocketParams& params, LogBase& log) {
 }
 
 void SmtpConnImpl::closeSmtpConnection(LogBase& log, SocketParams& params) {
-    inTransaction_ = false;
+    unsettled_ = false;
     authenticated_ = false;
     queue_.clear();
     queuedBytes_.clear();

@@ -16,6 +16,8 @@ public:
     void addReplyLine(std::string_view line);
     // The reply that these lines made up refused the command (code 400 or above).
     void markRefusal() { endsInRefusal_ = true; }
+    // What stands here belongs to an earlier send or connection; it explains nothing that follows.
+    void startAnew() { endsInRefusal_ = false; }
     void addDataSize(uint64_t bytes);
     // What no server said.
     void addRemark(std::string_view word, std::string_view reason);

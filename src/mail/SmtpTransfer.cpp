@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "base/Ascii.h"
 #include "log/LogContextExitor.h"
 #include "mail/SmtpCommand.h"
 
@@ -26,7 +25,7 @@ bool SmtpTransfer::sendSmtpEmail() {
     send_.acceptedCount = send_.sentRcptCount = 0;
     send_.goodRecipients.clear();
     send_.badRecipients.clear();
-    if (!hasRecipients()) {
+    if (!cleanRecipients()) {
         log_.logError("No SMTP recipients.");
         log_.logError(
             "You have not added any TO, CC, or BCC recipients.  Make sure to call email.AddTo, "
@@ -36,10 +35,10 @@ bool SmtpTransfer::sendSmtpEmail() {
                          log_);
         return false;
     }
-    connection_.beginTransaction();
+    connection_.setUnsettled(true);
     const bool pipelined = connection_.capabilities().hasPipelining && send_.pipelining;
     if (!(pipelined ? sendWithPipelining() : sendNonPipelining())) {
-        connection_.endTransaction();
+        connection_.setUnsettled(false);
         advance(SmtpSend::kEnvelopeShare);
         if (!params_.aborted && params_.checkAbort()) {
             connection_.fail(SmtpStatus::Aborted, "Aborted by application callback.", log_);
@@ -52,16 +51,19 @@ bool SmtpTransfer::sendSmtpEmail() {
     } else {
         success = transferMessage();
     }
-    connection_.endTransaction();
+    connection_.setUnsettled(false);
     return success;
 }
 
-bool SmtpTransfer::hasRecipients() const {
-    return std::any_of(send_.recipients.begin(), send_.recipients.end(),
-                       [](const std::string& recipient) { return !recipient.empty(); });
+// False if no address is left. Empty entries stay and are passed over.
+bool SmtpTransfer::cleanRecipients() {
+    bool any = false;
+    for (std::string& recipient : send_.recipients) {
+        recipient = smtp::recipientAddress(recipient);
+        any = any || !recipient.empty();
+    }
+    return any;
 }
-
-// --- one command after the other
 
 bool SmtpTransfer::sendNonPipelining() {
     if (!smtpMailFrom()) return false;
@@ -101,7 +103,7 @@ bool SmtpTransfer::queueMailFrom() {
 
 bool SmtpTransfer::sendRecipients() {
     const LogContextExitor context(log_, "rcptTo");
-    for (std::string& recipient : send_.recipients) {
+    for (const std::string& recipient : send_.recipients) {
         if (recipient.empty()) continue;
         if (!sendRcptTo(recipient)) {
             log_.logError("Failed to send RCPT TO command.");
@@ -115,7 +117,7 @@ bool SmtpTransfer::sendRecipients() {
     return true;
 }
 
-bool SmtpTransfer::sendRcptTo(std::string& recipient) {
+bool SmtpTransfer::sendRcptTo(const std::string& recipient) {
     const LogContextExitor context(log_, "sendRcptTo");
     if (queueRcptTo(recipient) && connection_.sendQueued(log_, params_)) return true;
     if (params_.aborted) {
@@ -126,8 +128,7 @@ bool SmtpTransfer::sendRcptTo(std::string& recipient) {
     return false;
 }
 
-bool SmtpTransfer::queueRcptTo(std::string& recipient) {
-    recipient = smtp::recipientAddress(recipient);
+bool SmtpTransfer::queueRcptTo(const std::string& recipient) {
     const std::string_view notify = connection_.capabilities().hasDsn
                                         ? connection_.settings.dsnNotify.utf8()
                                         : std::string_view();
@@ -181,8 +182,6 @@ bool SmtpTransfer::smtpData() {
     log_.logError("Non-success DATA response.");
     return refuse(SmtpStatus::DataFailure, "DATA");
 }
-
-// --- all commands in one flight
 
 bool SmtpTransfer::sendWithPipelining() {
     Mail mail = Mail::Accepted;
@@ -299,8 +298,6 @@ bool SmtpTransfer::readPipelinedDataReply(bool mailRefused) {
     }
     return true;
 }
-
-// --- what both modes share
 
 bool SmtpTransfer::refuse(SmtpStatus status, const std::string& what) {
     connection_.fail(status, what + " was answered with: " + connection_.lastReply(), log_);

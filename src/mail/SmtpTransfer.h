@@ -24,13 +24,14 @@ public:
 private:
     enum class Mail { Accepted, Refused, Unusable };
 
+    bool cleanRecipients();
     // The envelope; true when the server waits for the message (or has the recipients checked).
     bool sendNonPipelining();
     bool sendWithPipelining();
 
     bool queueMailFrom();
-    bool queueRcptTo(std::string& recipient);
-    bool sendRcptTo(std::string& recipient);
+    bool queueRcptTo(const std::string& recipient);
+    bool sendRcptTo(const std::string& recipient);
     bool readRcptTo(const std::string& recipient);
     bool sendFlight();
     size_t queueFlight(size_t first);
@@ -47,6 +48,7 @@ private:
     bool transferMessage();
     bool sendDataToSmtp();
     bool streamMessage();
+    bool answeredTooEarly();
     bool finishMessage();
     bool judgeFinalReply(const SmtpResponse& reply);
     bool noRecipientTookIt();
@@ -56,7 +58,6 @@ private:
     bool noteLostCommand();
     void close() { connection_.closeSmtpConnection(log_, params_); }
     void advance(uint64_t amount);
-    bool hasRecipients() const;
     std::string senderStep() const;
     std::string recipientStep(const std::string& recipient) const;
 

@@ -70,7 +70,22 @@ bool SmtpTransfer::streamMessage() {
     return false;
 }
 
+// Whatever has come by now does not answer the message: its end is not out yet.
+bool SmtpTransfer::answeredTooEarly() {
+    if (connection_.isQuiet()) return false;
+    if (!connection_.isConnected()) {
+        connection_.fail(SmtpStatus::ConnectionLost,
+                         "The server closed the connection before the end of the message.", log_);
+    } else if (connection_.readSmtpResponse(".", params_, log_)) {
+        connection_.fail(SmtpStatus::DataFailure,
+                         "A reply came before the end of the message: " + connection_.lastReply(),
+                         log_);
+    }
+    return true;
+}
+
 bool SmtpTransfer::finishMessage() {
+    if (answeredTooEarly()) return false;
     const bool sent = connection_.sendCmdToSmtp("\r\n.\r\n", false, log_, params_);
     const bool left = connection_.lastSendComplete();
     if (!sent && !params_.aborted) {

@@ -7,8 +7,8 @@ namespace tv {
 namespace {
 
 constexpr size_t kFoldAt = 69;
-// An unbroken name of this size could make a line longer than mail allows.
-constexpr size_t kLongestPlainName = 500;
+// A longer name could, with its address, make a line longer than mail allows.
+constexpr size_t kLongestPlainName = 250;
 
 // Cuts a text at separators. Quotes and brackets that never close are characters like any other.
 class MailboxSplitter {

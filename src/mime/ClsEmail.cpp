@@ -7,7 +7,7 @@ namespace tv {
 ClsEmail::ClsEmail() : root_(std::make_unique<Email2>(std::make_shared<_tvEmailCommon>(), log_)) {}
 
 ClsEmail::~ClsEmail() {
-    *const_cast<volatile uint32_t*>(&alive_) = 0;
+    *static_cast<volatile uint32_t*>(&alive_) = 0;
 }
 
 Email2* ClsEmail::root(LogBase& log) {

@@ -42,7 +42,7 @@ std::unique_ptr<Email2> Email2::createPart(std::shared_ptr<_tvEmailCommon> commo
 
 // The tag goes too: a stale pointer finds a dead node rather than a plausible one.
 Email2::~Email2() {
-    *const_cast<volatile uint32_t*>(&tag_) = 0;
+    *static_cast<volatile uint32_t*>(&tag_) = 0;
 }
 
 std::unique_ptr<Email2> Email2::clone(std::shared_ptr<_tvEmailCommon> common) const {

@@ -9,7 +9,7 @@ namespace {
 // Longer values are cut into pieces. Readers exist that know no pieces: no file name of ordinary
 // length has them.
 constexpr size_t kLongestWhole = 800;
-constexpr size_t kPiece = 60;
+constexpr size_t kPiece = 58;
 
 // RFC 2231 section 7: attribute-char.
 constexpr bool isAttributeChar(char c) {

@@ -18,11 +18,11 @@ struct _tvCharset {
 class _tvContentType {
 public:
     _tvContentType() = default;
-    explicit _tvContentType(std::string_view type) { setMediaType(type); }
+    explicit _tvContentType(std::string_view media) { setMediaType(media); }
 
-    void setMediaType(std::string_view type);  // kept in lower case
+    void setMediaType(std::string_view media);  // kept in lower case
     const std::string& mediaType() const { return mediaType_; }
-    bool is(std::string_view type) const { return mediaType_ == type; }
+    bool is(std::string_view media) const { return mediaType_ == media; }
     bool isText() const { return mediaType_.starts_with("text/"); }
     bool isMultipart() const { return mediaType_.starts_with("multipart/"); }
 

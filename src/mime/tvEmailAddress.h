@@ -26,7 +26,7 @@ public:
     // False for an address that no header line can hold (RFC 5322 section 2.1.1).
     bool fitsHeader() const { return address_.size() <= kLongestAddress; }
 
-    static constexpr size_t kLongestAddress = 900;
+    static constexpr size_t kLongestAddress = 700;
 
 private:
     std::string name_;

@@ -128,7 +128,6 @@ bool connectSocket_v2(TolvaneSocket& socket, const ConnectTarget& target, LogBas
     const std::string place = host + ":" + std::to_string(target.port);
     if (params.monitor) params.monitor->textEvent("SocketConnect", place);
     if (!connectHost(attempt, host)) return false;
-    params.timedOut = false;
     params.connectFailReason = ConnectFailReason::None;
     if (params.monitor) params.monitor->textEvent("SocketConnected", place);
     return true;

@@ -34,7 +34,9 @@ private:
 
 const char* const kErrorTitle = "Hiba t\xF6rt\xE9nt";
 
-PluginState& PluginState::instance() { return plat::Replaceable<PluginState>::get<PluginState>(); }
+PluginState& PluginState::instance() {
+    return plat::Replaceable<PluginState>::get<PluginState>();
+}
 
 PluginState* PluginState::replaceInstance(PluginState* state) {
     return plat::Replaceable<PluginState>::replace(state);

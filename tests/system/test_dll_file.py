@@ -36,6 +36,16 @@ def test_dll_exports_the_decorated_names_and_nothing_else(headers):
     assert sorted(exported) == sorted(f"_{name}@{size}" for name, size in declared_exports().items())
 
 
+def test_every_export_realigns_the_stack(dll, headers):
+    base = int(re.search(r"^ImageBase\s+(\w+)", headers, re.M)[1], 16)
+    addresses = [base + int(rva, 16) for rva in re.findall(r"\+base\[ *\d+\] (\w+) Export RVA", headers)]
+    assert len(addresses) == 24
+    for address in addresses:
+        code = tool_output("i686-w64-mingw32-objdump", "-d", f"--start-address={address}",
+                           f"--stop-address={address + 16}", dll.library)
+        assert re.search(r"and +\$0xfffffff0,%esp", code), code
+
+
 def test_shared_object_exports_the_plain_names_and_nothing_else(so):
     symbols = tool_output("nm", "-D", "--defined-only", so.library)
     assert sorted(line.split()[-1] for line in symbols.splitlines()) == sorted(declared_exports())

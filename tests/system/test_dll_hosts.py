@@ -4,6 +4,7 @@ import subprocess
 
 import pytest
 
+from products import Host
 from programs import host_program, run, start
 from receiver import Receiver
 from silent import SilentServer
@@ -100,3 +101,11 @@ def test_without_a_desktop_the_message_goes_to_the_debugger(dll, tmp_path):
     assert line.count(b"\n") == 1 and line.endswith(b"\n")
     assert line.startswith(b"emailsending: ") and b"missing.txt" in line
     assert facts(done)["boxes"] == "0"
+
+
+def test_elsewhere_the_message_is_one_line_on_stderr(so, tmp_path):
+    with Host(so, tmp_path) as host:
+        host.Initialise()
+        host.setAttachment("hiányzó.txt")
+        [line] = host.errors().splitlines()
+    assert line.startswith("emailsending: ") and "hiányzó.txt" in line

@@ -32,7 +32,8 @@ void expand(AesKey& out, std::span<const uint8_t> key) {
             storeLe(blocks + 4 * i, words[4 * round + i % 4]);
         }
         const AesSlices s = sliceBlocks(blocks);
-        std::copy(s.planes, s.planes + 8, out.words.begin() + static_cast<std::ptrdiff_t>(8 * round));
+        std::copy(s.planes, s.planes + 8,
+                  out.words.begin() + static_cast<std::ptrdiff_t>(8 * round));
     }
     plat::wipe(words.data(), sizeof words);
     plat::wipe(blocks, sizeof blocks);
@@ -93,7 +94,9 @@ constexpr const AesForm* kForms[] = {&kAesNi, &kAesPortable};
 }
 constinit Dispatch<AesForm> aesForms{kForms};
 
-Aes::~Aes() { plat::wipe(&key_, sizeof key_); }
+Aes::~Aes() {
+    plat::wipe(&key_, sizeof key_);
+}
 
 size_t expandAesKey(std::span<const uint8_t> key, uint32_t (*subWord)(uint32_t),
                     std::span<uint32_t, 4 * (kMaxAesRounds + 1)> out) {

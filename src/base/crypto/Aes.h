@@ -35,7 +35,9 @@ class Aes {
 public:
     static constexpr size_t kBlockSize = 16;
 
-    explicit Aes(std::span<const uint8_t> key) : form_(&aesForms.get()) { form_->expand(key_, key); }
+    explicit Aes(std::span<const uint8_t> key) : form_(&aesForms.get()) {
+        form_->expand(key_, key);
+    }
     Aes(const Aes&) = default;
     Aes& operator=(const Aes&) = default;
     ~Aes();

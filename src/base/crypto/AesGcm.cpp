@@ -79,7 +79,9 @@ constexpr const GcmForm* kForms[] = {&kGcmVaes, &kGcmAesNi, &kGcmPortable};
 }
 constinit Dispatch<GcmForm> gcmForms{kForms};
 
-AesGcm::~AesGcm() { plat::wipe(&key_, sizeof key_); }
+AesGcm::~AesGcm() {
+    plat::wipe(&key_, sizeof key_);
+}
 
 void AesGcm::hashPadded(GcmState& state, std::span<const uint8_t> data) const {
     const size_t whole = data.size() / 16;

@@ -8,7 +8,7 @@ namespace tv::crypto {
 // The key of the cipher and powers of the hash key, arranged as the form that made them likes it.
 struct GcmKey {
     AesKey aes;
-    alignas(64) std::array<uint64_t, 64> hash{};
+    alignas(64) std::array<uint64_t, 32> hash{};
 };
 
 // One message under way.
@@ -51,8 +51,7 @@ public:
 
     // out has the size of plain and may be plain itself.
     void seal(std::span<const uint8_t> nonce, std::span<const uint8_t> additional,
-              std::span<const uint8_t> plain, uint8_t* out,
-              std::span<uint8_t, kTagSize> tag) const;
+              std::span<const uint8_t> plain, uint8_t* out, std::span<uint8_t, kTagSize> tag) const;
 
     // out has the size of cipher and may be cipher itself. False if the tag does not fit, or the
     // nonce is empty: out then holds zeros.

@@ -5,22 +5,25 @@
 #include "base/crypto/GcmHash_x86.h"
 #include "platform/SysWipe.h"
 
-#define TV_TARGET                                                                               \
-    __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,vaes,vpclmulqdq,aes,pclmul,avx2," \
-                          "ssse3")))
+#define TV_TARGET                                                                    \
+    __attribute__((                                                                  \
+        target("avx512f,avx512bw,avx512vl,avx512dq,vaes,vpclmulqdq,aes,pclmul,avx2," \
+               "ssse3")))
 #define TV_INLINE TV_TARGET __attribute__((always_inline)) inline
 
 namespace tv::crypto {
 namespace {
 
-constexpr size_t kLanes = 4;                  // blocks to a register
-constexpr size_t kBatch = 4;                  // registers
-constexpr size_t kBlocks = kLanes * kBatch;   // of a batch
-constexpr size_t kKeyStride = 2 * kLanes;     // every round key stands four times
+constexpr size_t kLanes = 4;                 // blocks to a register
+constexpr size_t kBatch = 4;                 // registers
+constexpr size_t kBlocks = kLanes * kBatch;  // of a batch
+constexpr size_t kKeyStride = 2 * kLanes;    // every round key stands four times
 
 enum class Direction { Encrypt, Decrypt };
 
-TV_INLINE __m512i load512(const void* p) { return _mm512_loadu_si512(p); }
+TV_INLINE __m512i load512(const void* p) {
+    return _mm512_loadu_si512(p);
+}
 
 // For a value with several uses, which the compiler would rather load for each of them.
 TV_INLINE __m512i loadOnce(const void* p) {
@@ -30,8 +33,8 @@ TV_INLINE __m512i loadOnce(const void* p) {
 }
 
 TV_INLINE __m512i turnBlocks(__m512i v) {
-    return _mm512_shuffle_epi8(v, _mm512_broadcast_i32x4(_mm_set_epi32(
-                                      0x00010203, 0x04050607, 0x08090a0b, 0x0c0d0e0f)));
+    return _mm512_shuffle_epi8(
+        v, _mm512_broadcast_i32x4(_mm_set_epi32(0x00010203, 0x04050607, 0x08090a0b, 0x0c0d0e0f)));
 }
 
 struct Product {
@@ -130,9 +133,9 @@ template <Direction kDirection>
 TV_TARGET void crypt(const GcmKey& key, GcmState& state, const uint8_t* in, uint8_t* out,
                      size_t count) {
     const __m128i start = turnBlock(load128(state.counter.data()));
-    __m512i counter = _mm512_add_epi32(
-        _mm512_broadcast_i32x4(start),
-        _mm512_set_epi32(0, 0, 0, 3, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0));
+    __m512i counter =
+        _mm512_add_epi32(_mm512_broadcast_i32x4(start),
+                         _mm512_set_epi32(0, 0, 0, 3, 0, 0, 0, 2, 0, 0, 0, 1, 0, 0, 0, 0));
     __m128i y = turnBlock(load128(state.sum.data()));
     const uint64_t* factors = gcmFactors(key, kBlocks);
     for (; count >= kBlocks; count -= kBlocks, in += 16 * kBlocks, out += 16 * kBlocks) {
@@ -180,9 +183,12 @@ bool usable() {
 
 }  // namespace
 
-constinit const GcmForm kGcmVaes = {"vaes-avx512", usable,
-                                    expand,        encryptBlock,
-                                    hashGcmBlocks, crypt<Direction::Encrypt>,
+constinit const GcmForm kGcmVaes = {"vaes-avx512",
+                                    usable,
+                                    expand,
+                                    encryptBlock,
+                                    hashGcmBlocks,
+                                    crypt<Direction::Encrypt>,
                                     crypt<Direction::Decrypt>};
 
 }  // namespace tv::crypto

@@ -62,8 +62,7 @@ void encryptBlock(const GcmKey& key, const uint8_t* in, uint8_t* out) {
 
 TV_CLMUL_INLINE __m128i hashBatch(const uint64_t* factors, __m128i y, const uint8_t* blocks,
                                   size_t count) {
-    GcmProduct sum =
-        multiplyGcm(_mm_xor_si128(y, turnBlock(load128(blocks))), load128(factors));
+    GcmProduct sum = multiplyGcm(_mm_xor_si128(y, turnBlock(load128(blocks))), load128(factors));
 #pragma GCC unroll 8
     for (size_t i = 1; i < count; ++i) {
         addGcm(sum, multiplyGcm(turnBlock(load128(blocks + 16 * i)), load128(factors + 2 * i)));
@@ -125,9 +124,12 @@ bool usable() {
 
 }  // namespace
 
-constinit const GcmForm kGcmAesNi = {"aes-ni",      usable,
-                                     expand,        encryptBlock,
-                                     hashGcmBlocks, crypt<Direction::Encrypt>,
+constinit const GcmForm kGcmAesNi = {"aes-ni",
+                                     usable,
+                                     expand,
+                                     encryptBlock,
+                                     hashGcmBlocks,
+                                     crypt<Direction::Encrypt>,
                                      crypt<Direction::Decrypt>};
 
 }  // namespace tv::crypto

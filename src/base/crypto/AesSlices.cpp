@@ -88,7 +88,8 @@ void addRoundKey(AesSlices& s, const uint64_t* key) {
     }
 }
 
-// The circuit of Boyar and Peralta ("A depth-16 circuit for the AES S-box", 2011), with their names.
+// The circuit of Boyar and Peralta ("A depth-16 circuit for the AES S-box", 2011), with their
+// names.
 void subBytes(AesSlices& s) {
     const uint64_t x0 = s.planes[7], x1 = s.planes[6], x2 = s.planes[5], x3 = s.planes[4];
     const uint64_t x4 = s.planes[3], x5 = s.planes[2], x6 = s.planes[1], x7 = s.planes[0];

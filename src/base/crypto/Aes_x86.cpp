@@ -16,7 +16,7 @@ TV_AES_TARGET uint32_t subWordAesNi(uint32_t word) {
 
 namespace {
 
-constexpr size_t kBatch = 4;
+constexpr size_t kBatch = sizeof(void*) == 8 ? 8 : 4;  // as many as the registers hold
 // The decryption keys follow the encryption keys, in the order of their use.
 constexpr size_t kDecryptionKeys = 2 * (kMaxAesRounds + 1);
 
@@ -38,16 +38,19 @@ TV_AES_INLINE void cryptBatch(const uint64_t* keys, size_t rounds, const uint8_t
                               uint8_t* out) {
     __m128i b[kCount];
     const __m128i first = load128(keys);
+#pragma GCC unroll 8
     for (size_t i = 0; i < kCount; ++i) {
         b[i] = _mm_xor_si128(load128(in + 16 * i), first);
     }
     for (size_t round = 1; round < rounds; ++round) {
         const __m128i key = load128(keys + 2 * round);
+#pragma GCC unroll 8
         for (size_t i = 0; i < kCount; ++i) {
             b[i] = kEncrypt ? _mm_aesenc_si128(b[i], key) : _mm_aesdec_si128(b[i], key);
         }
     }
     const __m128i last = load128(keys + 2 * rounds);
+#pragma GCC unroll 8
     for (size_t i = 0; i < kCount; ++i) {
         b[i] = kEncrypt ? _mm_aesenclast_si128(b[i], last) : _mm_aesdeclast_si128(b[i], last);
         store128(out + 16 * i, b[i]);
@@ -65,7 +68,9 @@ TV_AES_TARGET void crypt(const AesKey& key, const uint8_t* in, uint8_t* out, siz
     }
 }
 
-bool usable() { return cpuFeatures().aesNi && cpuFeatures().sse2; }
+bool usable() {
+    return cpuFeatures().aesNi && cpuFeatures().sse2;
+}
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <span>
 
+#include "base/crypto/Endian.h"
 #include "platform/SysWipe.h"
 
 namespace tv::crypto {
@@ -27,11 +28,13 @@ public:
     // In place; data is a multiple of the block size. The last cipher block is the vector of the
     // next call, as TLS 1.0 wants it.
     void encrypt(std::span<uint8_t> data) {
+        const uint8_t* before = chain_.data();
         for (uint8_t* p = data.data(); p != data.data() + data.size(); p += kBlockSize) {
-            xorInto(p, chain_.data(), kBlockSize);
+            xorInto(p, before, kBlockSize);
             cipher_.encryptBlocks(p, p, 1);
-            std::memcpy(chain_.data(), p, kBlockSize);
+            before = p;
         }
+        std::memmove(chain_.data(), before, kBlockSize);
     }
 
     void decrypt(std::span<uint8_t> data) {
@@ -51,9 +54,10 @@ public:
 private:
     static constexpr size_t kBatch = 32;
 
+    // size is a multiple of 8, as every block size is.
     static void xorInto(uint8_t* to, const uint8_t* from, size_t size) {
-        for (size_t i = 0; i < size; ++i) {
-            to[i] ^= from[i];
+        for (size_t i = 0; i < size; i += 8) {
+            storeLe(to + i, loadLe<uint64_t>(to + i) ^ loadLe<uint64_t>(from + i));
         }
     }
 

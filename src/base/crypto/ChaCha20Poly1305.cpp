@@ -11,7 +11,8 @@ namespace tv::crypto {
 namespace {
 
 constexpr size_t kBlockSize = 64;
-// The text is encrypted and summed in pieces that stay in the cache in between; a TLS record is one.
+// The text is encrypted and summed in pieces that stay in the cache in between; a TLS record is
+// one.
 constexpr size_t kPiece = 320 * kBlockSize;
 
 inline void quarterRound(ChaChaState& s, size_t a, size_t b, size_t c, size_t d) {
@@ -58,7 +59,9 @@ ChaCha20Poly1305::ChaCha20Poly1305(std::span<const uint8_t> key) : form_(&chaCha
     }
 }
 
-ChaCha20Poly1305::~ChaCha20Poly1305() { plat::wipe(&key_, sizeof key_); }
+ChaCha20Poly1305::~ChaCha20Poly1305() {
+    plat::wipe(&key_, sizeof key_);
+}
 
 void ChaCha20Poly1305::start(ChaChaState& state, Poly1305State& sum,
                              std::span<const uint8_t> nonce) const {

@@ -41,8 +41,7 @@ public:
 
     // out has the size of plain and may be plain itself. The nonce has kNonceSize bytes.
     void seal(std::span<const uint8_t> nonce, std::span<const uint8_t> additional,
-              std::span<const uint8_t> plain, uint8_t* out,
-              std::span<uint8_t, kTagSize> tag) const;
+              std::span<const uint8_t> plain, uint8_t* out, std::span<uint8_t, kTagSize> tag) const;
 
     // out has the size of cipher and may be cipher itself. False if the tag does not fit, or the
     // nonce is of another size: out then holds zeros.

@@ -139,8 +139,8 @@ TV_INLINE void applyGroups(ChaChaState& state, const uint8_t* in, uint8_t* out, 
 TV_INLINE __m512i wordOf(const ChaChaState& state, size_t i) {
     const __m512i v = _mm512_set1_epi32(static_cast<int>(state[i]));
     if (i != 12) return v;
-    return _mm512_add_epi32(
-        v, _mm512_set_epi32(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
+    return _mm512_add_epi32(v,
+                            _mm512_set_epi32(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0));
 }
 
 // Four words of one row: register k then holds in lane j the row of block 4 j + k.

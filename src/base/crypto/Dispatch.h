@@ -36,6 +36,8 @@ private:
     std::atomic<const Form*> forced_{nullptr};
 };
 
-inline bool alwaysUsable() { return true; }
+inline bool alwaysUsable() {
+    return true;
+}
 
 }  // namespace tv::crypto

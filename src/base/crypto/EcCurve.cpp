@@ -7,40 +7,43 @@ namespace tv::crypto {
 namespace {
 
 // Made on first use, never destroyed.
-template <size_t kBits>
-const EcCurve& curveOf(const EcParams& params) {
-    return *new EcCurveOf<MontField<limbsForBits(kBits)>>(params);
+template <size_t kBits, const EcParams& params>
+const EcCurve& curveOf(const EcOps* EcForm::*member) {
+    static const EcCurve& curve = *new EcCurveOf<kBits, params>(member);
+    return curve;
 }
+
+constexpr const EcForm* kForms[] = {
+#if defined(__x86_64__) || defined(__i386__)
+    &kEcAvx2,
+    &kEcSse2,
+#endif
+    &kEcPortable,
+};
 
 }  // namespace
 
 const EcCurve& ecCurve(EcCurveId id) {
     switch (id) {
-        case EcCurveId::kSecp256r1: {
-            static const EcCurve& curve = curveOf<256>(kSecp256r1);
-            return curve;
-        }
-        case EcCurveId::kSecp384r1: {
-            static const EcCurve& curve = curveOf<384>(kSecp384r1);
-            return curve;
-        }
-        case EcCurveId::kSecp521r1: {
-            static const EcCurve& curve = curveOf<521>(kSecp521r1);
-            return curve;
-        }
-        case EcCurveId::kBrainpoolP256r1: {
-            static const EcCurve& curve = curveOf<256>(kBrainpoolP256r1);
-            return curve;
-        }
-        case EcCurveId::kBrainpoolP384r1: {
-            static const EcCurve& curve = curveOf<384>(kBrainpoolP384r1);
-            return curve;
-        }
+        case EcCurveId::kSecp256r1:
+            return curveOf<256, kSecp256r1>(&EcForm::secp256r1);
+        case EcCurveId::kSecp384r1:
+            return curveOf<384, kSecp384r1>(&EcForm::secp384r1);
+        case EcCurveId::kSecp521r1:
+            return curveOf<521, kSecp521r1>(nullptr);
+        case EcCurveId::kBrainpoolP256r1:
+            return curveOf<256, kBrainpoolP256r1>(nullptr);
+        case EcCurveId::kBrainpoolP384r1:
+            return curveOf<384, kBrainpoolP384r1>(nullptr);
         case EcCurveId::kBrainpoolP512r1:
             break;
     }
-    static const EcCurve& curve = curveOf<512>(kBrainpoolP512r1);
-    return curve;
+    return curveOf<512, kBrainpoolP512r1>(nullptr);
 }
+
+constinit const EcForm kEcPortable = {"portable", alwaysUsable, &kEcPortableOps<256, kSecp256r1>,
+                                      &kEcPortableOps<384, kSecp384r1>};
+
+constinit Dispatch<EcForm> ecForms{kForms};
 
 }  // namespace tv::crypto

@@ -1,106 +1,93 @@
-// EcCurve over any field: takes numbers and points in and out, checks them, and leaves the work to
-// Weierstrass.
+// EcCurve over a field of some size: takes numbers and points in and out and checks them; the work
+// on points is done by EcOps.
 #pragma once
 
 #include <algorithm>
-#include <cstring>
-#include <string_view>
-#include <vector>
 
-#include "base/Hex.h"
 #include "base/crypto/EcCurve.h"
-#include "base/crypto/EcParams.h"
-#include "base/crypto/MontField.h"
-#include "base/crypto/WeierstrassPublic.h"
+#include "base/crypto/EcPortable.h"
 
 namespace tv::crypto {
 
-template <class Field>
+template <size_t kBits, const EcParams& params>
 class EcCurveOf : public EcCurve {
-public:
-    explicit EcCurveOf(const EcParams& params)
-        : fieldBytes_(std::strlen(params.p) / 2),
-          field_(digits(params.p)),
-          order_(digits(params.n)),
-          curve_(field_, number(params.a), number(params.b)),
-          base_{number(params.gx), number(params.gy)},
-          public_(curve_, base_) {}
+    static constexpr size_t kBytes = (kBits + 7) / 8;
+    static constexpr size_t kLimbs = limbsForBits(kBits);
+    using Field = MontField<kLimbs>;
+    using Element = typename Field::Element;
+    using Scalar = std::array<Limb, kLimbs>;
 
-    size_t fieldBytes() const override { return fieldBytes_; }
+public:
+    // member: where a form keeps its functions for this curve; null for one that has but portable
+    // ones.
+    explicit EcCurveOf(const EcOps* EcForm::*member)
+        : member_(member),
+          field_(bytesOfParam(params.p)),
+          order_(bytesOfParam(params.n)),
+          a_(fieldParam(field_, params.a)),
+          b_(fieldParam(field_, params.b)) {}
+
+    size_t fieldBytes() const override { return kBytes; }
 
     bool isPoint(std::span<const uint8_t> point) const override {
-        Affine p;
-        return decode(p, point);
+        Element x, y;
+        if (point.size() != pointBytes() || point[0] != 0x04) return false;
+        if (!takeElement(x, point.subspan(1, kBytes)) || !takeElement(y, point.subspan(1 + kBytes)))
+            return false;
+        const Element slope = field_.add(field_.square(x), a_);
+        return field_.square(y) == field_.add(field_.mul(slope, x), b_);
     }
 
     bool isScalar(std::span<const uint8_t> scalar) const override {
-        Wiped<Scalar> k;
-        return takeScalar(k.value, scalar);
+        Scalar k;
+        const bool ok = takeScalar(k, scalar);
+        plat::wipe(k.data(), sizeof k);
+        return ok;
     }
 
     bool multiplyBase(std::span<uint8_t> outPoint, std::span<const uint8_t> scalar) const override {
-        Wiped<Scalar> k;
-        if (outPoint.size() != pointBytes() || !takeScalar(k.value, scalar)) return false;
-        const Affine p = curve_.toAffine(curve_.multiply(k.value, order_.modulus(), base_));
+        if (outPoint.size() != pointBytes() || !isScalar(scalar)) return false;
         outPoint[0] = 0x04;
-        putElement(outPoint.subspan(1, fieldBytes_), p.x);
-        putElement(outPoint.subspan(1 + fieldBytes_), p.y);
+        ops().multiplyBase(outPoint.data() + 1, scalar.data());
         return true;
     }
 
     bool multiply(std::span<uint8_t> outX, std::span<const uint8_t> scalar,
                   std::span<const uint8_t> point) const override {
-        Wiped<Scalar> k;
-        Wiped<Affine> result;
-        Affine p;
-        if (outX.size() != fieldBytes_ || !decode(p, point) || !takeScalar(k.value, scalar))
-            return false;
-        result.value = curve_.toAffine(curve_.multiply(k.value, order_.modulus(), p));
-        putElement(outX, result.value.x);
+        if (outX.size() != kBytes || !isPoint(point) || !isScalar(scalar)) return false;
+        uint8_t result[2 * kBytes];
+        ops().multiply(result, scalar.data(), point.data() + 1);
+        std::copy(result, result + kBytes, outX.begin());
+        plat::wipe(result, sizeof result);
         return true;
     }
 
     bool verify(std::span<const uint8_t> r, std::span<const uint8_t> s,
                 std::span<const uint8_t> digest, std::span<const uint8_t> point) const override {
-        Affine p;
-        Scalar rNumber, sNumber;
-        if (!decode(p, point) || !takeScalar(rNumber, r) || !takeScalar(sNumber, s)) return false;
+        Scalar rNumber, sNumber, e;
+        if (!isPoint(point) || !takeScalar(rNumber, r) || !takeScalar(sNumber, s)) return false;
         // All our orders fill whole bytes but that of secp521r1, which no digest fills.
-        Scalar e;
-        const size_t used = std::min(digest.size(), fieldBytes_);
-        limbsFromBytes(e.data(), kLimbs, digest.first(used));
+        limbsFromBytes(e.data(), kLimbs, digest.first(std::min(digest.size(), kBytes)));
         e = order_.reduceOnce(e);
 
         // A plain number times an element is a plain number.
-        const Scalar inverse = order_.invert(order_.enter(sNumber));
-        const Point sum = public_.sum(order_.mul(e, inverse), order_.mul(rNumber, inverse), p);
-        return Field::isZero(sum.z) == 0 && hasX(sum, rNumber);
+        const Scalar inverse = order_.enter(order_.invertPublic(sNumber));
+        uint8_t u1[kBytes], u2[kBytes], x[kBytes], zz[kBytes];
+        put(u1, order_.mul(e, inverse));
+        put(u2, order_.mul(rNumber, inverse));
+        if (!ops().sum(x, zz, u1, u2, point.data() + 1)) {
+            kEcPortableOps<kBits, params>.sum(x, zz, u1, u2, point.data() + 1);
+        }
+        return hasX(x, zz, rNumber);
     }
 
-protected:
-    using Curve = Weierstrass<Field>;
-    using Affine = typename Curve::Affine;
-    using Point = typename Curve::Point;
-    using Element = typename Curve::Element;
-    using Scalar = typename Curve::Scalar;
-    static constexpr size_t kLimbs = Field::kLimbs;
-
-    template <class T>
-    struct Wiped {
-        ~Wiped() { plat::wipe(static_cast<void*>(&value), sizeof value); }
-        T value{};
-    };
-
-    static std::vector<uint8_t> digits(const char* hex) { return *hexDecode(hex); }
-
-    Element number(const char* hex) const {
-        Element plain;
-        limbsFromBytes(plain.data(), kLimbs, digits(hex));
-        return field_.enter(plain);
+private:
+    const EcOps& ops() const {
+        return member_ ? *(ecForms.get().*member_) : kEcPortableOps<kBits, params>;
     }
 
     bool takeScalar(Scalar& out, std::span<const uint8_t> bytes) const {
-        if (bytes.size() != fieldBytes_) return false;
+        if (bytes.size() != kBytes) return false;
         limbsFromBytes(out.data(), kLimbs, bytes);
         const Limb below = maskIfSet(isLess(out.data(), order_.modulus().data(), kLimbs));
         return (below & ~maskIfAllZero(out.data(), kLimbs)) != 0;
@@ -113,34 +100,28 @@ protected:
         return true;
     }
 
-    bool decode(Affine& out, std::span<const uint8_t> point) const {
-        return point.size() == pointBytes() && point[0] == 0x04 &&
-               takeElement(out.x, point.subspan(1, fieldBytes_)) &&
-               takeElement(out.y, point.subspan(1 + fieldBytes_)) && curve_.isOnCurve(out);
+    static void put(uint8_t* out, const Scalar& number) {
+        limbsToBytes({out, kBytes}, number.data(), kLimbs);
     }
 
-    void putElement(std::span<uint8_t> out, const Element& a) const {
-        Wiped<Element> plain;
-        plain.value = field_.leave(a);
-        limbsToBytes(out, plain.value.data(), kLimbs);
-    }
-
-    // Whether x of the point, modulo the order, is r: x is r, or r + order where the field has it.
-    bool hasX(const Point& p, const Scalar& r) const {
-        const Element zz = field_.square(p.z);
-        if (field_.mul(field_.enter(r), zz) == p.x) return true;
+    // Whether x / zz, modulo the order, is r: x / zz is r, or r + order where the field has it.
+    // Zero for zz is infinity.
+    bool hasX(const uint8_t* x, const uint8_t* zz, const Scalar& r) const {
+        Element wanted, square;
+        takeElement(wanted, {x, kBytes});
+        takeElement(square, {zz, kBytes});
+        if (Field::isZero(square) != 0) return false;
+        if (field_.mul(field_.enter(r), square) == wanted) return true;
         Element more;
         const Limb carry = addLimbs(more.data(), r.data(), order_.modulus().data(), kLimbs);
         if (carry != 0 || isLess(more.data(), field_.modulus().data(), kLimbs) == 0) return false;
-        return field_.mul(field_.enter(more), zz) == p.x;
+        return field_.mul(field_.enter(more), square) == wanted;
     }
 
-    size_t fieldBytes_;
+    const EcOps* EcForm::*member_;
     Field field_;
     MontField<kLimbs> order_;
-    Curve curve_;
-    Affine base_;
-    WeierstrassPublic<Field> public_;
+    Element a_, b_;
 };
 
 }  // namespace tv::crypto

@@ -10,8 +10,12 @@ namespace tv::crypto {
 // Every machine we build for is little-endian.
 static_assert(std::endian::native == std::endian::little);
 
-inline uint32_t byteSwap(uint32_t v) { return __builtin_bswap32(v); }
-inline uint64_t byteSwap(uint64_t v) { return __builtin_bswap64(v); }
+inline uint32_t byteSwap(uint32_t v) {
+    return __builtin_bswap32(v);
+}
+inline uint64_t byteSwap(uint64_t v) {
+    return __builtin_bswap64(v);
+}
 
 template <class Word>
 inline Word loadLe(const uint8_t* p) {

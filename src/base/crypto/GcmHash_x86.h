@@ -12,7 +12,7 @@ namespace tv::crypto {
 
 // GcmKey::hash holds the factors of the powers of the hash key, the highest first, so that the
 // factors of the last n blocks stand together at the end.
-constexpr size_t kGcmPowers = 32;
+constexpr size_t kGcmPowers = 16;
 
 inline const uint64_t* gcmFactors(const GcmKey& key, size_t blocks) {
     return key.hash.data() + 2 * (kGcmPowers - blocks);
@@ -37,10 +37,10 @@ struct GcmProduct {
 };
 
 TV_CLMUL_INLINE GcmProduct multiplyGcm(__m128i a, __m128i factor) {
-    return {_mm_clmulepi64_si128(a, factor, 0x00),
-            _mm_xor_si128(_mm_clmulepi64_si128(a, factor, 0x01),
-                          _mm_clmulepi64_si128(a, factor, 0x10)),
-            _mm_clmulepi64_si128(a, factor, 0x11)};
+    return {
+        _mm_clmulepi64_si128(a, factor, 0x00),
+        _mm_xor_si128(_mm_clmulepi64_si128(a, factor, 0x01), _mm_clmulepi64_si128(a, factor, 0x10)),
+        _mm_clmulepi64_si128(a, factor, 0x11)};
 }
 
 TV_CLMUL_INLINE void addGcm(GcmProduct& sum, const GcmProduct& p) {
@@ -52,9 +52,8 @@ TV_CLMUL_INLINE void addGcm(GcmProduct& sum, const GcmProduct& p) {
 // Folds the lower half upwards in two steps of 64 bits, as ghashMultiply does.
 TV_CLMUL_INLINE __m128i reduceGcm(const GcmProduct& p) {
     const __m128i polynomial = _mm_set_epi32(0, 0, static_cast<int>(0xc2000000), 0);
-    const __m128i first = _mm_xor_si128(
-        _mm_xor_si128(p.middle, _mm_shuffle_epi32(p.low, 0x4e)),
-        _mm_clmulepi64_si128(p.low, polynomial, 0x00));
+    const __m128i first = _mm_xor_si128(_mm_xor_si128(p.middle, _mm_shuffle_epi32(p.low, 0x4e)),
+                                        _mm_clmulepi64_si128(p.low, polynomial, 0x00));
     return _mm_xor_si128(_mm_xor_si128(p.high, _mm_shuffle_epi32(first, 0x4e)),
                          _mm_clmulepi64_si128(first, polynomial, 0x00));
 }

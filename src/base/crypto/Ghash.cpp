@@ -32,7 +32,9 @@ GhashElement multiply64(uint64_t a, uint64_t b) {
 
 }  // namespace
 
-GhashElement loadGhash(const uint8_t* p) { return {loadBe<uint64_t>(p), loadBe<uint64_t>(p + 8)}; }
+GhashElement loadGhash(const uint8_t* p) {
+    return {loadBe<uint64_t>(p), loadBe<uint64_t>(p + 8)};
+}
 
 void storeGhash(uint8_t* p, GhashElement v) {
     storeBe(p, v.high);

@@ -9,28 +9,47 @@ constexpr size_t kSizes[2] = {Digest::kDigestSize, Digest::kBlockSize};
 
 const size_t (&sizesOf(HashId id))[2] {
     switch (id) {
-        case HashId::kMd5: return kSizes<Md5>;
-        case HashId::kSha1: return kSizes<Sha1>;
-        case HashId::kSha256: return kSizes<Sha256>;
-        case HashId::kSha384: return kSizes<Sha384>;
-        case HashId::kSha512: break;
+        case HashId::kMd5:
+            return kSizes<Md5>;
+        case HashId::kSha1:
+            return kSizes<Sha1>;
+        case HashId::kSha256:
+            return kSizes<Sha256>;
+        case HashId::kSha384:
+            return kSizes<Sha384>;
+        case HashId::kSha512:
+            break;
     }
     return kSizes<Sha512>;
 }
 
 }  // namespace
 
-size_t digestSize(HashId id) { return sizesOf(id)[0]; }
+size_t digestSize(HashId id) {
+    return sizesOf(id)[0];
+}
 
-size_t hashBlockSize(HashId id) { return sizesOf(id)[1]; }
+size_t hashBlockSize(HashId id) {
+    return sizesOf(id)[1];
+}
 
 Hash::Hash(HashId id) {
     switch (id) {
-        case HashId::kMd5: state_.emplace<Md5>(); break;
-        case HashId::kSha1: state_.emplace<Sha1>(); break;
-        case HashId::kSha256: state_.emplace<Sha256>(); break;
-        case HashId::kSha384: state_.emplace<Sha384>(); break;
-        case HashId::kSha512: state_.emplace<Sha512>(); break;
+        case HashId::kMd5:
+            state_.emplace<Md5>();
+            break;
+        case HashId::kSha1:
+            state_.emplace<Sha1>();
+            break;
+        case HashId::kSha256:
+            state_.emplace<Sha256>();
+            break;
+        case HashId::kSha384:
+            state_.emplace<Sha384>();
+            break;
+        case HashId::kSha512:
+            state_.emplace<Sha512>();
+            break;
     }
 }
 

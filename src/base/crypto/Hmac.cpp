@@ -2,8 +2,7 @@
 
 namespace tv::crypto {
 
-Hmac::Hmac(HashId id, std::span<const uint8_t> key)
-    : keyedInner_(id), keyedOuter_(id), inner_(id) {
+Hmac::Hmac(HashId id, std::span<const uint8_t> key) : keyedInner_(id), keyedOuter_(id), inner_(id) {
     std::array<uint8_t, kMaxHashBlockSize> block{};
     const std::span<uint8_t> used(block.data(), hashBlockSize(id));
     if (key.size() > used.size()) {

@@ -7,7 +7,9 @@ struct Choose {  // bits of y where x is set, of z elsewhere
     uint32_t operator()(uint32_t x, uint32_t y, uint32_t z) const { return ((y ^ z) & x) ^ z; }
 };
 struct Majority {
-    uint32_t operator()(uint32_t x, uint32_t y, uint32_t z) const { return (x & y) | ((x | y) & z); }
+    uint32_t operator()(uint32_t x, uint32_t y, uint32_t z) const {
+        return (x & y) | ((x | y) & z);
+    }
 };
 struct Parity {
     uint32_t operator()(uint32_t x, uint32_t y, uint32_t z) const { return x ^ y ^ z; }

@@ -129,12 +129,47 @@ public:
         return r;
     }
 
-protected:
+    // 1 / a modulo the (odd, prime) modulus for a plain number other than 0. Takes time by the
+    // number: for public ones. Euclid's algorithm with halvings in place of divisions: the
+    // invariants are x * a = u and y * a = v.
+    Element invertPublic(const Element& plain) const {
+        Element u = plain, v = modulus_, x{1}, y{};
+        const Element one{1};
+        while (u != one && v != one) {
+            halveWhileEven(u, x);
+            halveWhileEven(v, y);
+            if (isLess(u.data(), v.data(), N) == 0) {
+                subLimbs(u.data(), u.data(), v.data(), N);
+                x = sub(x, y);
+            } else {
+                subLimbs(v.data(), v.data(), u.data(), N);
+                y = sub(y, x);
+            }
+        }
+        return u == one ? x : y;
+    }
+
+private:
     // value + carry * 2^(kLimbBits * N), below twice the modulus, reduced.
     Element subtractOnce(const Element& value, Limb carry) const {
         Element r;
         const Limb borrow = subLimbs(r.data(), value.data(), modulus_.data(), N);
         return select(maskIfSet(borrow & (1 ^ carry)), value, r);
+    }
+
+    void halveWhileEven(Element& even, Element& factor) const {
+        while ((even[0] & 1) == 0) {
+            halve(even, 0);
+            const bool odd = (factor[0] & 1) != 0;
+            halve(factor, odd ? addLimbs(factor.data(), factor.data(), modulus_.data(), N) : 0);
+        }
+    }
+
+    static void halve(Element& a, Limb top) {
+        for (size_t i = 0; i < N; ++i) {
+            const Limb above = i + 1 < N ? a[i + 1] : top;
+            a[i] = a[i] >> 1 | above << (kLimbBits - 1);
+        }
     }
 
     Element modulus_{}, one_{}, factorSquared_{};

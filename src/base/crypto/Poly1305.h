@@ -37,7 +37,4 @@ void makePoly1305Powers(Poly1305State& state, std::span<const uint8_t> laneOf);
 // The sum of lanes, limb by limb, becomes the state's.
 void setPoly1305Sum(Poly1305State& state, const std::array<uint64_t, 5>& limbs);
 
-// a * b mod 2^130 - 5, partly reduced: limbs of at most a little over 26 bits.
-Poly1305Number multiplyPoly1305(const Poly1305Number& a, const Poly1305Number& b);
-
 }  // namespace tv::crypto

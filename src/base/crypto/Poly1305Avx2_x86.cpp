@@ -25,11 +25,17 @@ struct Factor {
     __m256i five[5];
 };
 
-TV_INLINE __m256i limbMask() { return _mm256_set1_epi64x(kPoly1305Limb); }
+TV_INLINE __m256i limbMask() {
+    return _mm256_set1_epi64x(kPoly1305Limb);
+}
 
-TV_INLINE __m256i timesFive(__m256i v) { return _mm256_add_epi64(v, _mm256_slli_epi64(v, 2)); }
+TV_INLINE __m256i timesFive(__m256i v) {
+    return _mm256_add_epi64(v, _mm256_slli_epi64(v, 2));
+}
 
-TV_INLINE __m256i product(__m256i a, __m256i b) { return _mm256_mul_epu32(a, b); }
+TV_INLINE __m256i product(__m256i a, __m256i b) {
+    return _mm256_mul_epu32(a, b);
+}
 
 // One limb of the product: the sum of five products.
 TV_INLINE __m256i sum5(__m256i a, __m256i b, __m256i c, __m256i d, __m256i e) {
@@ -73,15 +79,16 @@ TV_INLINE __m256i load256(const uint8_t* p) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(p));
 }
 
-TV_INLINE void addTo(__m256i& limb, __m256i v) { limb = _mm256_add_epi64(limb, v); }
+TV_INLINE void addTo(__m256i& limb, __m256i v) {
+    limb = _mm256_add_epi64(limb, v);
+}
 
 // Adds four blocks, each with its bit 128.
 TV_INLINE void addBlocks(Number& n, const uint8_t* blocks) {
     const __m256i first = load256(blocks), second = load256(blocks + 32);
     const __m256i low = _mm256_unpacklo_epi64(first, second);
     const __m256i high = _mm256_unpackhi_epi64(first, second);
-    const __m256i middle =
-        _mm256_or_si256(_mm256_srli_epi64(low, 52), _mm256_slli_epi64(high, 12));
+    const __m256i middle = _mm256_or_si256(_mm256_srli_epi64(low, 52), _mm256_slli_epi64(high, 12));
     addTo(n.limb[0], _mm256_and_si256(low, limbMask()));
     addTo(n.limb[1], _mm256_and_si256(_mm256_srli_epi64(low, 26), limbMask()));
     addTo(n.limb[2], _mm256_and_si256(middle, limbMask()));
@@ -96,9 +103,10 @@ TV_INLINE Factor loadFactor(const Poly1305State& state, bool highest) {
 #pragma GCC unroll 5
     for (size_t i = 0; i < 5; ++i) {
         const uint32_t* lanes = state.powers[i].data();
-        f.limb[i] = highest ? _mm256_set1_epi64x(lanes[0])
-                            : _mm256_cvtepu32_epi64(_mm_loadu_si128(
-                                  reinterpret_cast<const __m128i_u*>(lanes)));
+        f.limb[i] =
+            highest
+                ? _mm256_set1_epi64x(lanes[0])
+                : _mm256_cvtepu32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i_u*>(lanes)));
         f.five[i] = timesFive(f.limb[i]);
     }
     return f;

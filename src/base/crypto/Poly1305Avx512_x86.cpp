@@ -24,11 +24,17 @@ struct Factor {
     __m512i five[5];
 };
 
-TV_INLINE __m512i limbMask() { return _mm512_set1_epi64(kPoly1305Limb); }
+TV_INLINE __m512i limbMask() {
+    return _mm512_set1_epi64(kPoly1305Limb);
+}
 
-TV_INLINE __m512i timesFive(__m512i v) { return _mm512_add_epi64(v, _mm512_slli_epi64(v, 2)); }
+TV_INLINE __m512i timesFive(__m512i v) {
+    return _mm512_add_epi64(v, _mm512_slli_epi64(v, 2));
+}
 
-TV_INLINE __m512i product(__m512i a, __m512i b) { return _mm512_mul_epu32(a, b); }
+TV_INLINE __m512i product(__m512i a, __m512i b) {
+    return _mm512_mul_epu32(a, b);
+}
 
 // One limb of the product: the sum of five products.
 TV_INLINE __m512i sum5(__m512i a, __m512i b, __m512i c, __m512i d, __m512i e) {
@@ -72,15 +78,16 @@ TV_INLINE __m512i load512(const uint8_t* p) {
     return _mm512_loadu_si512(p);
 }
 
-TV_INLINE void addTo(__m512i& limb, __m512i v) { limb = _mm512_add_epi64(limb, v); }
+TV_INLINE void addTo(__m512i& limb, __m512i v) {
+    limb = _mm512_add_epi64(limb, v);
+}
 
 // Adds eight blocks, each with its bit 128.
 TV_INLINE void addBlocks(Number& n, const uint8_t* blocks) {
     const __m512i first = load512(blocks), second = load512(blocks + 64);
     const __m512i low = _mm512_unpacklo_epi64(first, second);
     const __m512i high = _mm512_unpackhi_epi64(first, second);
-    const __m512i middle =
-        _mm512_or_si512(_mm512_srli_epi64(low, 52), _mm512_slli_epi64(high, 12));
+    const __m512i middle = _mm512_or_si512(_mm512_srli_epi64(low, 52), _mm512_slli_epi64(high, 12));
     addTo(n.limb[0], _mm512_and_si512(low, limbMask()));
     addTo(n.limb[1], _mm512_and_si512(_mm512_srli_epi64(low, 26), limbMask()));
     addTo(n.limb[2], _mm512_and_si512(middle, limbMask()));
@@ -96,8 +103,8 @@ TV_INLINE Factor loadFactor(const Poly1305State& state, bool highest) {
     for (size_t i = 0; i < 5; ++i) {
         const uint32_t* lanes = state.powers[i].data();
         f.limb[i] = highest ? _mm512_set1_epi64(lanes[0])
-                            : _mm512_cvtepu32_epi64(_mm256_loadu_si256(
-                                  reinterpret_cast<const __m256i_u*>(lanes)));
+                            : _mm512_cvtepu32_epi64(
+                                  _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(lanes)));
         f.five[i] = timesFive(f.limb[i]);
     }
     return f;

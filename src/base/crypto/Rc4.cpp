@@ -17,7 +17,9 @@ Rc4::Rc4(std::span<const uint8_t> key) {
     }
 }
 
-Rc4::~Rc4() { plat::wipe(state_.data(), state_.size()); }
+Rc4::~Rc4() {
+    plat::wipe(state_.data(), state_.size());
+}
 
 void Rc4::apply(std::span<uint8_t> data) {
     for (uint8_t& byte : data) {

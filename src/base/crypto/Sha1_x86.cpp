@@ -16,13 +16,16 @@ struct Working {
     __m128i words[4];
 };
 
-TV_INLINE __m128i load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+TV_INLINE __m128i load(const void* p) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(p));
+}
 
-TV_INLINE void store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+TV_INLINE void store(void* p, __m128i v) {
+    _mm_storeu_si128(static_cast<__m128i*>(p), v);
+}
 
 TV_INLINE __m128i loadWords(const uint8_t* p) {
-    return _mm_shuffle_epi8(
-        load(p), _mm_set_epi32(0x00010203, 0x04050607, 0x08090a0b, 0x0c0d0e0f));
+    return _mm_shuffle_epi8(load(p), _mm_set_epi32(0x00010203, 0x04050607, 0x08090a0b, 0x0c0d0e0f));
 }
 
 // Four steps with the four words of this group (of twenty groups).
@@ -82,7 +85,9 @@ TV_TARGET void compressShaNi(Sha1Core::State& state, const uint8_t* blocks, size
     state[4] = static_cast<uint32_t>(_mm_extract_epi32(e, 3));
 }
 
-bool usable() { return cpuFeatures().shaNi && cpuFeatures().sse41 && cpuFeatures().ssse3; }
+bool usable() {
+    return cpuFeatures().shaNi && cpuFeatures().sse41 && cpuFeatures().ssse3;
+}
 
 }  // namespace
 

@@ -17,13 +17,16 @@ struct Working {
     __m128i words[4];
 };
 
-TV_INLINE __m128i load(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+TV_INLINE __m128i load(const void* p) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(p));
+}
 
-TV_INLINE void store(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+TV_INLINE void store(void* p, __m128i v) {
+    _mm_storeu_si128(static_cast<__m128i*>(p), v);
+}
 
 TV_INLINE __m128i loadWords(const uint8_t* p) {
-    return _mm_shuffle_epi8(
-        load(p), _mm_set_epi32(0x0c0d0e0f, 0x08090a0b, 0x04050607, 0x00010203));
+    return _mm_shuffle_epi8(load(p), _mm_set_epi32(0x0c0d0e0f, 0x08090a0b, 0x04050607, 0x00010203));
 }
 
 TV_INLINE void loadState(Working& w, const Sha256Core::State& state) {
@@ -87,7 +90,9 @@ TV_TARGET void compressShaNi(Sha256Core::State& state, const uint8_t* blocks, si
     storeState(state, w);
 }
 
-bool usable() { return cpuFeatures().shaNi && cpuFeatures().sse41 && cpuFeatures().ssse3; }
+bool usable() {
+    return cpuFeatures().shaNi && cpuFeatures().sse41 && cpuFeatures().ssse3;
+}
 
 }  // namespace
 

@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "base/crypto/Limb.h"
+#include "base/crypto/SignedDigits.h"
 #include "platform/SysWipe.h"
 
 namespace tv::crypto {
@@ -23,21 +23,13 @@ public:
         Element x{}, y{}, z{};
     };
 
-    // a and b as elements of the field, which must outlive this object.
-    Weierstrass(const Field& field, const Element& a, const Element& b)
-        : field_(field), a_(a), b_(b) {
+    // a as an element of the field, which must outlive this object.
+    Weierstrass(const Field& field, const Element& a) : field_(field), a_(a) {
         const Element three = field.add(field.add(field.one(), field.one()), field.one());
         aIsMinus3_ = field.isZero(field.add(a, three)) != 0;
     }
 
     const Field& field() const { return field_; }
-
-    bool isOnCurve(const Affine& p) const {
-        const Field& f = field_;
-        const Element slope = f.add(f.square(p.x), a_);
-        const Element right = f.add(f.mul(slope, p.x), b_);
-        return f.isZero(f.sub(f.square(p.y), right)) != 0;
-    }
 
     Point fromAffine(const Affine& p) const { return {p.x, p.y, field_.one()}; }
 
@@ -88,16 +80,15 @@ public:
     // negated. Infinity on either side is handled by selection.
     Point multiply(const Scalar& scalar, const Scalar& order, const Affine& p) const {
         Secrets s;
-        subLimbs(s.even.data(), order.data(), scalar.data(), kLimbs);
-        const Limb odd = maskIfSet(scalar[0] & 1);
-        selectLimbs(s.even.data(), odd, s.even.data(), scalar.data(), kLimbs);
+        s.even = scalar;
+        const Limb odd = makeEven(s.even, order);
 
         const Table table = multiplesOf(p);
         for (size_t i = bitLength(order.data(), kLimbs) / kWindow + 1; i-- != 0;) {
             for (size_t k = 0; k < kWindow; ++k) {
                 s.sum = twice(s.sum);
             }
-            addDigit(s, table, windowAt(s.even, i));
+            addDigit(s, table, signedWindow<kWindow>(s.even, i));
         }
         return negateIf(odd, s.sum);
     }
@@ -156,41 +147,24 @@ private:
         return table;
     }
 
-    // Bits 5 i - 1 to 5 i + 4 of the scalar; zeros beyond its ends.
-    static Limb windowAt(const Scalar& scalar, size_t i) {
-        constexpr Limb kMask = (Limb{1} << (kWindow + 1)) - 1;
-        if (i == 0) return (scalar[0] << 1) & kMask;
-        const size_t low = kWindow * i - 1, limb = low / kLimbBits, shift = low % kLimbBits;
-        Limb bits = limb < kLimbs ? scalar[limb] >> shift : 0;
-        if (shift + kWindow + 1 > kLimbBits && limb + 1 < kLimbs) {
-            bits |= scalar[limb + 1] << (kLimbBits - shift);
-        }
-        return bits & kMask;
-    }
-
-    // sum += digit * p, where the window's bits b5 .. b0 stand for -32 b5 + 16 b4 + .. + b1 + b0
-    // halved.
-    void addDigit(Secrets& s, const Table& table, Limb window) const {
-        const Limb negative = maskIfSet(window >> kWindow);
-        const Limb bits = ctSelect(negative, (Limb{2} << kWindow) - 1 - window, window);
-        const Limb digit = (bits >> 1) + (bits & 1);
+    void addDigit(Secrets& s, const Table& table, SignedWindow digit) const {
         s.entry = {};
         for (size_t k = 0; k < kTableSize; ++k) {
-            const Limb mask = ctIsEqual(digit, static_cast<Limb>(k + 1));
+            const Limb mask = ctIsEqual(digit.size, static_cast<Limb>(k + 1));
             for (size_t j = 0; j < kLimbs; ++j) {
                 s.entry.x[j] |= mask & table[k].x[j];
                 s.entry.y[j] |= mask & table[k].y[j];
                 s.entry.z[j] |= mask & table[k].z[j];
             }
         }
-        s.entry = negateIf(negative, s.entry);
+        s.entry = negateIf(digit.negative, s.entry);
         const Point both = addDistinct(s.sum, s.entry);
         const Point notFirst = select(Field::isZero(s.sum.z), s.entry, both);
-        s.sum = select(ctIsZero(digit), s.sum, notFirst);
+        s.sum = select(ctIsZero(digit.size), s.sum, notFirst);
     }
 
     const Field& field_;
-    Element a_, b_;
+    Element a_;
     bool aIsMinus3_ = false;
 };
 

@@ -5,36 +5,10 @@
 #include <algorithm>
 #include <vector>
 
+#include "base/crypto/SignedDigits.h"
 #include "base/crypto/Weierstrass.h"
 
 namespace tv::crypto {
-
-// The digits of a number in non-adjacent form: odd ones below 2^(width - 1) in size, and zeros.
-template <size_t N>
-std::vector<int8_t> signedDigits(std::array<Limb, N> number, int width) {
-    std::vector<int8_t> digits;
-    digits.reserve(N * kLimbBits + 1);
-    const Limb mask = (Limb{1} << width) - 1;
-    Limb carry = 0;
-    for (size_t i = 0; i < N * kLimbBits; ++i) {
-        const size_t limb = i / kLimbBits, shift = i % kLimbBits;
-        if ((number[limb] >> shift & 1) == carry) {
-            digits.push_back(0);
-            continue;
-        }
-        Limb bits = number[limb] >> shift;
-        if (shift != 0 && limb + 1 < N) bits |= number[limb + 1] << (kLimbBits - shift);
-        const int digit = static_cast<int>((bits & mask) + carry);
-        const bool negative = digit >> (width - 1) != 0;
-        digits.push_back(static_cast<int8_t>(negative ? digit - (1 << width) : digit));
-        carry = negative ? 1 : 0;
-        for (int k = 1; k < width && i + 1 < N * kLimbBits; ++k, ++i) {
-            digits.push_back(0);
-        }
-    }
-    if (carry != 0) digits.push_back(1);
-    return digits;
-}
 
 template <class Field>
 class WeierstrassPublic {

@@ -46,10 +46,8 @@ struct X25519Form {
     void (*multiply)(uint8_t* out, const uint8_t* scalar, const uint8_t* u);
 };
 
-#if defined(__SIZEOF_INT128__)
-extern const X25519Form kX25519Radix51;
-#endif
-extern const X25519Form kX25519Radix25;
+// Only those of the machine at hand exist: radix51 on 64-bit ones, the vector forms on x86.
+extern const X25519Form kX25519Avx2, kX25519Sse2, kX25519Radix51, kX25519Radix25;
 extern Dispatch<X25519Form> x25519Forms;
 
 }  // namespace tv::crypto

@@ -153,6 +153,11 @@ TEST(SendDialogue, greetingFails) {
          "the greeting (a line without its end had come: 220 mail).\r\n"},
         {"half a reply", twice({greeting("220-mail\r\n").thenClose()}), false, "ConnectionLost",
          "220-mail\r\nConnectionLost: The connection was lost while waiting for the greeting.\r\n"},
+        {"one after the other: the second counts",
+         {{greeting("554 no\r\n")}, {greeting("").thenClose()}},
+         false,
+         "ConnectionLost",
+         "554 no\r\nConnectionLost: The connection was lost while waiting for the greeting.\r\n"},
         {"not SMTP",
          twice({greeting("SSH-2.0-x\r\n")}),
          false,
@@ -160,6 +165,23 @@ TEST(SendDialogue, greetingFails) {
          "Failed: The greeting is no line of an SMTP server.\r\n",
          {"Unrecognized response from SMTP server", "responseLine: SSH-2.0-x"}},
     });
+}
+
+TEST(SendDialogue, endlessRepliesEnd) {
+    std::string lines;
+    for (int i = 0; i < 10000; ++i) {
+        lines += "220-more\r\n";
+    }
+    const std::string words = "220-" + std::string(200000, 'a');
+    for (const std::string& reply : {lines + "220 done\r\n", words + "\r\n", words}) {
+        MailWorld world;
+        world.compose();
+        world.serve({greeting(reply), silence()});
+        world.serve(wholeSend());
+        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+        EXPECT_TRUE(contains(world.logText(), "Unrecognized response from SMTP server"));
+        EXPECT_LT(world.transcript().size(), 100000u);
+    }
 }
 
 TEST(SendDialogue, helloFails) {
@@ -209,8 +231,8 @@ TEST(SendDialogue, mailFromFails) {
          "RSET<CRLF>\r\n250 reset\r\nFromFailure: MAIL FROM:<anna@from.test> was answered with: "
          "550 not you\r\n",
          {"Sending RSET command."}},
-        {"refused, and RSET too",
-         {opened() + Turns{mailFrom("550 not you\r\n"), rset("500 x\r\n"), quit()}},
+        {"refused, and RSET too: closed",
+         {opened() + Turns{mailFrom("550 not you\r\n"), rset("500 x\r\n")}},
          false,
          "FromFailure",
          "RSET<CRLF>\r\n500 x\r\n"},
@@ -438,7 +460,23 @@ TEST(SendDialogue, dataFails) {
 TEST(SendDialogue, messageFails) {
     const Turns first = opened() + Turns{mailFrom(), rcptTo()};
     playAll({
-        {"closed after 354", {first + Turns{data().thenClose()}}, false, "ConnectionLost", ".\r\n"},
+        {"closed after 354",
+         {first + Turns{data().thenClose()}},
+         false,
+         "ConnectionLost",
+         "{N bytes}\nConnectionLost: The server closed the connection before the end of the "
+         "message.\r\n"},
+        {"accepted before the end of the message",
+         {first + Turns{data("354 go\r\n250 taken\r\n"), silence()}},
+         false,
+         "DataFailure",
+         "250 taken\r\nDataFailure: A reply came before the end of the message: 250 taken\r\n"},
+        {"refused before the end of the message",
+         {first + Turns{data("354 go\r\n552 too big\r\n").thenClose()}},
+         false,
+         "DataFailure",
+         "{N bytes}\n552 too big\r\n",
+         {"A reply came before the end of the message: 552 too big"}},
         {"reset after 354",
          {first + Turns{data().thenReset()}},
          false,
@@ -554,6 +592,12 @@ TEST(SendDialogue, pipelinedFlightFails) {
          "DataFailure",
          "DataFailure: The replies to the pipelined commands came out of order: 354 too "
          "early.\r\n"},
+        {"one reply too many: the 354 comes to RSET, and the connection is closed",
+         {openedPiped() + Turns{mailFrom("250 ok\r\n250 extra\r\n"), rcptTo(), data(), rset("")}},
+         false,
+         "DataFailure",
+         "RSET<CRLF>\r\n354 go ahead\r\nDataFailure: DATA was answered with: 250 recipient "
+         "ok\r\n"},
         {"all recipients refused, DATA too",
          {openedPiped() +
           Turns{mailFrom(), rcptTo(unknown), data("554 nobody\r\n"), rset(), quit()}},
@@ -682,6 +726,19 @@ TEST(SendDialogue, connectFails) {
         EXPECT_FALSE(absurd.mailMan.SendEmail(absurd.email)) << port;
         EXPECT_EQ(absurd.word(), "ConnectFailed") << port;
     }
+}
+
+// A refusal of the send before explains nothing.
+TEST(SendDialogue, everyFailedSendHasItsOwnWords) {
+    MailWorld world;
+    world.compose();
+    world.serve(opened() + Turns{mailFrom(), rcptTo(), data(), message("554 no\r\n")});
+    EXPECT_FALSE(world.mailMan.SendEmail(world.email));
+    EXPECT_TRUE(world.transcript().ends_with("554 no\r\n"));
+    world.mailMan.setProperty("SmtpHost", XString());
+    EXPECT_FALSE(world.mailMan.SendEmail(world.email));
+    EXPECT_TRUE(world.transcript().ends_with(
+        "554 no\r\nNoSmtpHostname: Application did not provide an SMTP hostname.\r\n"));
 }
 
 TEST(SendDialogue, withoutRecipientsNothingIsSaid) {

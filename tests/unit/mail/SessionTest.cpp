@@ -53,8 +53,6 @@ TEST(Verify, failureIsInTheLog) {
     EXPECT_EQ(world.transcript(), "");
 }
 
-// --- STARTTLS
-
 TEST(StartTls, refusalEndsTheSendAndNeverGoesOnInClear) {
     const struct {
         const char* reply;
@@ -123,8 +121,6 @@ TEST(StartTls, ifPossible) {
         EXPECT_EQ(contains(world.logText(), "Automatically doing STARTTLS..."), tried);
     }
 }
-
-// --- logging in
 
 struct LoginRow {
     const char* name;
@@ -244,8 +240,6 @@ TEST(Login, aFailedOneIsTriedAgainOnTheOpenConnection) {
     EXPECT_FALSE(world.mailMan.SendEmail(world.email)) << "never goes on without the login";
     EXPECT_EQ(world.word(), "AuthFailure");
 }
-
-// --- host texts that try to speak SMTP
 
 TEST(Injection, noSetterAddsACommandOrAHeader) {
     const std::string evil = "\r\nRSET\r\nMAIL FROM:<evil@evil.test>\r\nX-Evil: 1\n\rBcc: evil";

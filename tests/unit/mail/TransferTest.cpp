@@ -89,6 +89,15 @@ TEST(Transfer, largeMessagesGoInBlocksWithoutNoDelay) {
     }
 }
 
+TEST(Transfer, recipientsWithoutAnAddressAreNone) {
+    TransferWorld world;
+    world.send.mimeData.append("A: b\r\n\r\n");
+    world.send.recipients = {"", "<>", " ; ", "\r\n"};
+    world.net.serve(kServer, 25, opened() + Turns{quit()});
+    EXPECT_FALSE(world.transfer());
+    EXPECT_EQ(world.word(), "NoValidRecipients");
+}
+
 TEST(Transfer, aFlightLeavesInOneWrite) {
     TransferWorld world;
     world.send.mimeData.append("A: b\r\n\r\n");
@@ -121,6 +130,18 @@ TEST(Transfer, thousandsOfRecipientsGoInSeveralFlights) {
         EXPECT_EQ(world.transfer(), !refused);
         EXPECT_EQ(link.sends, refused ? 3u : 6u);
         EXPECT_EQ(world.word(), refused ? "FromFailure" : "Success");
+    }
+}
+
+TEST(Transfer, noopKeepsAConnectionThatAnswers) {
+    for (const bool answers : {true, false}) {
+        TransferWorld world;
+        const Turn noop = turn("NOOP\r\n", answers ? "250 ok\r\n" : "");
+        world.net.serve(kServer, 25,
+                        opened() + (answers ? Turns{noop, quit()} : Turns{noop.thenClose()}));
+        EXPECT_TRUE(world.connection.smtpConnect(world.params, world.log));
+        EXPECT_EQ(world.connection.smtpNoop(world.log, world.params), answers);
+        EXPECT_EQ(world.connection.isConnected(), answers);
     }
 }
 
@@ -193,6 +214,22 @@ TEST(Transfer, aMessageThatBreaksOffNeverGetsItsTerminator) {
     }
 }
 
+// Memory that runs out in the middle of a message must not leave a connection that takes the next
+// command for text.
+TEST(Transfer, anExceptionLeavesNoConnectionToUseAgain) {
+    TransferWorld world;
+    int renders = 0;
+    world.send.mimeSource = [&](OutputStream& out, LogBase&) {
+        if (++renders > 1) throw std::bad_alloc();
+        return out.write("A: b\r\n\r\n");
+    };
+    FakeLink& first = world.net.serve(kServer, 25, opened() + Turns{mailFrom(), rcptTo(), data()});
+    EXPECT_THROW(world.transfer(), std::bad_alloc);
+    world.net.serve(kServer, 25, trialTurns());
+    EXPECT_TRUE(world.connection.smtpConnect(world.params, world.log));
+    EXPECT_TRUE(first.closedByClient);
+}
+
 std::string fileText(const std::string& path) {
     std::string text;
     if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
@@ -240,8 +277,6 @@ TEST(SentMailLog, thatCannotBeWrittenStopsNothing) {
     }
 }
 
-// --- what the application hears and stops
-
 class Watcher final : public ProgressMonitor {
 public:
     bool abortRequested() override { return abortAt_ >= 0 && asked_++ >= abortAt_; }
@@ -284,6 +319,7 @@ TEST(Progress, eventsTellTheDialogue) {
 
 // The application says stop at each place where it is asked.
 TEST(Progress, anAbortIsNeverAFalseSuccess) {
+    bool askedAfterACommand = false;
     for (const bool piped : {false, true}) {
         for (int question = 0; question < 200; ++question) {
             SCOPED_TRACE(question);
@@ -314,8 +350,11 @@ TEST(Progress, anAbortIsNeverAFalseSuccess) {
                 EXPECT_EQ(world.word(), "Aborted");
             }
             EXPECT_TRUE(world.clock.sleeps.empty());
+            askedAfterACommand = askedAfterACommand ||
+                                 contains(world.logText(), "Aborted by application callback.\r\n");
         }
     }
+    EXPECT_TRUE(askedAfterACommand);
 }
 
 }  // namespace

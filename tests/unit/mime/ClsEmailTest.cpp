@@ -76,7 +76,7 @@ INSTANTIATE_TEST_SUITE_P(
         AddCase{"no_syntax_check", "", "nobody", true, "nobody", {"nobody"}},
         AddCase{"empty", "Anna", " \t", false, "(none)", {}},
         AddCase{"brackets_only", "", "<>;", false, "(none)", {}},
-        AddCase{"too_long_for_any_line", "", std::string(901, 'a') + "@b", false, "(none)", {}}),
+        AddCase{"too_long_for_any_line", "", std::string(701, 'a') + "@b", false, "(none)", {}}),
     CaseName{});
 
 TEST_F(ClsEmailTest, FailedAddSaysWhyAndChangesNothing) {

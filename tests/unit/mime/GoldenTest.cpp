@@ -26,7 +26,7 @@ struct Host {
     TempFile logo{"logo.png", kLogo};
     TempFile notes{"notes.txt", "first\r\n.second\r\nFrom here = there \r\nlast"};
     TempFile data{"data.bin", allBytes()};
-    TempFile invoice{"számla \"漢字\".pdf", "%PDF"};
+    TempFile invoice{"számla 漢字.pdf", "%PDF"};
 
     Host() { email.put_Utf8(true); }
     void attach(const TempFile& file) { EXPECT_TRUE(email.AddFileAttachment(file.path().c_str())); }

@@ -28,6 +28,7 @@ const std::vector<std::string> kHostile = {
     "x@" + std::string(1000, 'y'),
     std::string(700, 'x') + ", " + std::string(700, 'y') + "@z",
     "x " + std::string(3000, ' ') + "@y",
+    std::string(250, 'x') + " <" + std::string(690, 'y') + "@z>",
     "x\t\t@y\v\f\b\x7F",
     "\xC3\xA9" + std::string(3000, 'x') + "@y",
     "\xE2\x80\xA8"

@@ -228,9 +228,15 @@ TEST_F(Connect, TimeSpentOnTheNameCounts) {
     EXPECT_FALSE(connect("slow.test"));
     EXPECT_EQ(elapsedMs(), 30000U);
     EXPECT_EQ(params.connectFailReason, ConnectFailReason::Timeout);
+    // Nor does a look-up that took all of it leave the connect without a limit.
+    net.name("slower.test", {"10.0.0.1"}, 40000);
+    net.silent("10.0.0.1", 25);
+    EXPECT_FALSE(connect("slower.test"));
+    EXPECT_EQ(elapsedMs(), 40001U);
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Timeout);
     // With less than a second left the system's resolver, which cannot be stopped, is not asked.
     EXPECT_FALSE(connect("slow.test", 25, 999));
-    EXPECT_EQ(net.lookups.size(), 1U);
+    EXPECT_EQ(net.lookups.size(), 2U);
     EXPECT_EQ(params.connectFailReason, ConnectFailReason::DnsTimeout);
 }
 

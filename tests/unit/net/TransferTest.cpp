@@ -137,6 +137,15 @@ TEST_F(Transfer, EachByteRenewsTheIdleTime) {
     EXPECT_EQ(elapsedMs(), 8000U);
 }
 
+TEST_F(Transfer, EachAcceptedPieceRenewsTheIdleTime) {
+    const std::string data(50, 'd');
+    FakeLink& link = connectTo({turn(data, "")});
+    link.sendWindow = 10;
+    link.drainMs = 4000;
+    EXPECT_TRUE(send(data)) << textOf(log);
+    EXPECT_EQ(elapsedMs(), 16000U);
+}
+
 TEST_F(Transfer, LineWithoutEnd) {
     connectTo({say(std::string(500, 'y'))});
     DataBuffer out;

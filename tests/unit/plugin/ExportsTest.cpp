@@ -331,6 +331,49 @@ TEST_F(ExportsTest, ResetEmailDropsTheMessageAndKeepsTheServer) {
     EXPECT_EQ(link.fromClient.find("blind@"), std::string::npos);
 }
 
+// Memory runs out while the library waits for the server: in the trial, then in the send.
+TEST_F(ExportsTest, AnExceptionEndsAtTheExportWithItsReason) {
+    ::Initialise();
+    for (const int failingConnection : {1, 2}) {
+        prepareMessage();
+        serveTrial();
+        if (failingConnection == 2) serveMessage();
+        net.connects.clear();
+        net.onWait = [&] {
+            if (net.connects.size() == static_cast<size_t>(failingConnection))
+                throw std::bad_alloc();
+        };
+        EXPECT_EQ(::szBrisko(), 0) << failingConnection;
+        EXPECT_STREQ(::getLastError(), "Sending failed: Out of memory.") << failingConnection;
+        net.onWait = nullptr;
+    }
+}
+
+// The server would take the next message's commands for text of the one that broke off.
+TEST_F(ExportsTest, AConnectionThatBrokeOffInMidMessageIsNotUsedAgain) {
+    ::Initialise();
+    for (const char* lastCommand : {"MAIL FROM", "RCPT TO", "DATA\r\n", "\r\n.\r\n"}) {
+        prepareMessage();
+        serveTrial();
+        const FakeLink& broken = serveMessage();
+        net.onWait = [&] {
+            if (broken.fromClient.find(lastCommand) != std::string::npos) throw std::bad_alloc();
+        };
+        EXPECT_EQ(::szBrisko(), 0) << lastCommand;
+        EXPECT_STREQ(::getLastError(), "Sending failed: Out of memory.") << lastCommand;
+        net.onWait = nullptr;
+        const std::string before = broken.fromClient;
+
+        prepareMessage();
+        serveTrial();
+        const FakeLink& link = serveMessage();
+        EXPECT_EQ(::szBrisko(), 1) << lastCommand << ::getLastError();
+        EXPECT_TRUE(link.connected) << lastCommand;
+        EXPECT_EQ(broken.fromClient, before) << lastCommand;
+        ::Initialise();
+    }
+}
+
 TEST_F(ExportsTest, TheErrorTextStaysUntilTheNextSend) {
     ::Initialise();
     ::setSmtpHost(kServer);

@@ -67,8 +67,8 @@ void checkEveryBitCounts(size_t keySize) {
     aead.seal(good.nonce, good.additional, data, good.cipher.data(),
               std::span<uint8_t, 16>(good.tag));
     ASSERT_TRUE(openInPlace(aead, good, data));
-    for (Bytes AeadCase::*field : {&AeadCase::tag, &AeadCase::cipher, &AeadCase::additional,
-                                   &AeadCase::nonce}) {
+    for (Bytes AeadCase::*field :
+         {&AeadCase::tag, &AeadCase::cipher, &AeadCase::additional, &AeadCase::nonce}) {
         for (size_t bit = 0; bit < 8 * (good.*field).size(); ++bit) {
             AeadCase bad = good;
             (bad.*field)[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
@@ -104,7 +104,8 @@ inline AeadCase sealedByPeer(const EVP_CIPHER* cipher, AeadCase c) {
     c.tag.resize(16);
     EVP_CIPHER_CTX* context = EVP_CIPHER_CTX_new();
     EVP_EncryptInit_ex(context, cipher, nullptr, nullptr, nullptr);
-    EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_AEAD_SET_IVLEN, static_cast<int>(c.nonce.size()), nullptr);
+    EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_AEAD_SET_IVLEN, static_cast<int>(c.nonce.size()),
+                        nullptr);
     EVP_EncryptInit_ex(context, nullptr, nullptr, c.key.data(), c.nonce.data());
     EVP_EncryptUpdate(context, nullptr, &size, c.additional.data(),
                       static_cast<int>(c.additional.size()));

@@ -91,7 +91,7 @@ bool removePadding(Bytes& data) {
     for (size_t i = data.size() - padding; i < data.size(); ++i) {
         if (data[i] != padding) return false;
     }
-    data.resize(data.size() - padding);
+    data.erase(data.end() - data.back(), data.end());
     return true;
 }
 

@@ -5,36 +5,8 @@
 #include "base/CpuFeatures.h"
 #include "base/Hex.h"
 #include "tests/unit/base/crypto/AeadChecks.h"
-#include "tests/unit/base/crypto/FormTest.h"
+#include "tests/unit/base/crypto/ChaChaForms.h"
 #include "tests/unit/base/crypto/Peer.h"
-
-namespace tv::test {
-
-template <>
-crypto::Dispatch<crypto::ChaChaForm>& dispatchOf<crypto::ChaChaForm>() {
-    return crypto::chaChaForms;
-}
-
-template <>
-struct Counted<crypto::ChaChaForm> {
-    static inline int calls;
-    static inline const crypto::ChaChaForm* form;
-
-    static crypto::ChaChaForm wrap(const crypto::ChaChaForm& wrapped) {
-        form = &wrapped;
-        return {wrapped.name, wrapped.usable,
-                [](crypto::ChaChaState& s, const uint8_t* in, uint8_t* out, size_t count) {
-                    ++calls;
-                    form->apply(s, in, out, count);
-                },
-                [](crypto::Poly1305State& s, const uint8_t* blocks, size_t count) {
-                    ++calls;
-                    form->absorb(s, blocks, count);
-                }};
-    }
-};
-
-}  // namespace tv::test
 
 namespace tv::crypto {
 namespace {
@@ -48,12 +20,12 @@ class ChaChaTest : public test::FormTest<ChaChaForm> {};
 TV_FOR_EACH_FORM(ChaChaTest, ChaChaForm);
 
 TEST_P(ChaChaTest, KeyStreamOfRfc8439) {  // 2.4.2
-    ChaChaState state = {0x61707865, 0x3320646e, 0x79622d32, 0x6b206574,
-                         0x03020100, 0x07060504, 0x0b0a0908, 0x0f0e0d0c,
-                         0x13121110, 0x17161514, 0x1b1a1918, 0x1f1e1d1c,
+    ChaChaState state = {0x61707865, 0x3320646e, 0x79622d32, 0x6b206574, 0x03020100, 0x07060504,
+                         0x0b0a0908, 0x0f0e0d0c, 0x13121110, 0x17161514, 0x1b1a1918, 0x1f1e1d1c,
                          1,          0,          0x4a000000, 0};
     Bytes text = bytesOf(
-        "Ladies and Gentlemen of the class of '99: If I could offer you only one tip for the future, "
+        "Ladies and Gentlemen of the class of '99: If I could offer you only one tip for the "
+        "future, "
         "sunscreen would be it.");
     const size_t size = text.size();
     text.resize(128);
@@ -61,8 +33,10 @@ TEST_P(ChaChaTest, KeyStreamOfRfc8439) {  // 2.4.2
     text.resize(size);
     EXPECT_EQ(3u, state[12]);
     EXPECT_EQ(
-        "6e2e359a2568f98041ba0728dd0d6981e97e7aec1d4360c20a27afccfd9fae0bf91b65c5524733ab8f593dabcd62"
-        "b3571639d624e65152ab8f530c359f0861d807ca0dbf500d6a6156a38e088a22b65e52bc514d16ccf806818ce91a"
+        "6e2e359a2568f98041ba0728dd0d6981e97e7aec1d4360c20a27afccfd9fae0bf91b65c5524733ab8f593dabcd"
+        "62"
+        "b3571639d624e65152ab8f530c359f0861d807ca0dbf500d6a6156a38e088a22b65e52bc514d16ccf806818ce9"
+        "1a"
         "b77937365af90bbf74a35be6b40b8eedf2785e42874d",
         hexLower(text));
 }
@@ -73,9 +47,10 @@ TEST_P(ChaChaTest, AeadOfRfc8439) {  // 2.8.2
          bytesOfHex("070000004041424344454647"), bytesOfHex("50515253c0c1c2c3c4c5c6c7"),
          bytesOf("Ladies and Gentlemen of the class of '99: If I could offer you only one tip for "
                  "the future, sunscreen would be it."),
-         bytesOfHex("d31a8d34648e60db7b86afbc53ef7ec2a4aded51296e08fea9e2b5a736ee62d63dbea45e8ca9671282"
-                    "fafb69da92728b1a71de0a9e060b2905d6a5b67ecd3b3692ddbd7f2d778b8c9803aee328091b58fab3"
-                    "24e4fad675945585808b4831d7bc3ff4def08e4b7a9de576d26586cec64b6116"),
+         bytesOfHex(
+             "d31a8d34648e60db7b86afbc53ef7ec2a4aded51296e08fea9e2b5a736ee62d63dbea45e8ca9671282"
+             "fafb69da92728b1a71de0a9e060b2905d6a5b67ecd3b3692ddbd7f2d778b8c9803aee328091b58fab3"
+             "24e4fad675945585808b4831d7bc3ff4def08e4b7a9de576d26586cec64b6116"),
          bytesOfHex("1ae10b594f09e26a7e902ecbd0600691")});
 }
 
@@ -159,12 +134,24 @@ TEST_P(ChaChaTest, Wycheproof) {
     test::checkAeadFile<ChaCha20Poly1305>("chacha20_poly1305_test.json", GetParam()->name);
 }
 
-TEST_P(ChaChaTest, EveryBitCounts) { test::checkEveryBitCounts<ChaCha20Poly1305>(32); }
+TEST_P(ChaChaTest, EveryBitCounts) {
+    test::checkEveryBitCounts<ChaCha20Poly1305>(32);
+}
 
 TEST(ChaChaChoice, TheFastestFormTheMachineRunsIsChosen) {
+    const CpuFeatures all = detectedCpuFeatures();
     limitCpuFeatures({});
     EXPECT_STREQ("portable", chaChaForms.get().name);
+    CpuFeatures some;
+    some.sse2 = some.avx = some.avx2 = true;
+    limitCpuFeatures(some);
+    if (all.avx2) {
+        EXPECT_STREQ("avx2", chaChaForms.get().name);
+    }
     unlimitCpuFeatures();
+    if (all.avx512) {
+        EXPECT_STREQ("avx512", chaChaForms.get().name);
+    }
 }
 
 #ifdef TV_HAVE_LIBCRYPTO

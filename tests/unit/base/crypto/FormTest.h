@@ -54,8 +54,8 @@ std::string formName(const testing::TestParamInfo<const Form*>& info) {
 
 }  // namespace tv::test
 
-#define TV_FOR_EACH_FORM(suite, Form)                                                              \
-    INSTANTIATE_TEST_SUITE_P(Forms, suite,                                                         \
-                             testing::ValuesIn(tv::test::dispatchOf<Form>().forms().begin(),       \
-                                               tv::test::dispatchOf<Form>().forms().end()),        \
+#define TV_FOR_EACH_FORM(suite, Form)                                                        \
+    INSTANTIATE_TEST_SUITE_P(Forms, suite,                                                   \
+                             testing::ValuesIn(tv::test::dispatchOf<Form>().forms().begin(), \
+                                               tv::test::dispatchOf<Form>().forms().end()),  \
                              tv::test::formName<Form>)

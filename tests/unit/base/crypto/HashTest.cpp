@@ -17,7 +17,6 @@ namespace {
 
 using test::bytesOf;
 
-
 const std::string kAlphabet = "abcdefghijklmnopqrstuvwxyz";
 const std::string kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ" + kAlphabet + "0123456789";
 const std::string kTwoBlocks = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
@@ -173,12 +172,24 @@ void compareWithPeer(uint8_t* (*peer)(const uint8_t*, size_t, uint8_t*)) {
     }
 }
 
-TEST_P(Sha1Test, LikeThePeer) { compareWithPeer<Sha1>(SHA1); }
-TEST_P(Sha256Test, LikeThePeer) { compareWithPeer<Sha256>(SHA256); }
-TEST(Sha384, LikeThePeer) { compareWithPeer<Sha384>(SHA384); }
-TEST(Sha512, LikeThePeer) { compareWithPeer<Sha512>(SHA512); }
-TEST(Md5, LikeThePeer) { compareWithPeer<Md5>(MD5); }
-TEST(Md4, LikeThePeer) { compareWithPeer<Md4>(MD4); }
+TEST_P(Sha1Test, LikeThePeer) {
+    compareWithPeer<Sha1>(SHA1);
+}
+TEST_P(Sha256Test, LikeThePeer) {
+    compareWithPeer<Sha256>(SHA256);
+}
+TEST(Sha384, LikeThePeer) {
+    compareWithPeer<Sha384>(SHA384);
+}
+TEST(Sha512, LikeThePeer) {
+    compareWithPeer<Sha512>(SHA512);
+}
+TEST(Md5, LikeThePeer) {
+    compareWithPeer<Md5>(MD5);
+}
+TEST(Md4, LikeThePeer) {
+    compareWithPeer<Md4>(MD4);
+}
 
 #endif
 

@@ -76,8 +76,8 @@ TEST(HmacTest, OneKeyManyMessages) {
 
 TEST(HkdfTest, Rfc5869) {
     std::vector<uint8_t> out(42);
-    auto key = hkdfExtract(HashId::kSha256, bytesOfHex("000102030405060708090a0b0c"),
-                           repeated(22, 0x0b));
+    auto key =
+        hkdfExtract(HashId::kSha256, bytesOfHex("000102030405060708090a0b0c"), repeated(22, 0x0b));
     EXPECT_EQ("077709362c2e32df0ddc3f0dc47bba6390b6c73bb50f9c3122ec844ad7c2b3e5", hexLower(key));
     ASSERT_TRUE(hkdfExpand(HashId::kSha256, key, bytesOfHex("f0f1f2f3f4f5f6f7f8f9"), out));
     EXPECT_EQ(
@@ -128,11 +128,21 @@ class Sha256MacTest : public test::FormTest<Sha256Form> {};
 TV_FOR_EACH_FORM(Sha1MacTest, Sha1Form);
 TV_FOR_EACH_FORM(Sha256MacTest, Sha256Form);
 
-TEST_P(Sha1MacTest, WycheproofHmac) { checkHmacFile("hmac_sha1_test.json", HashId::kSha1); }
-TEST_P(Sha256MacTest, WycheproofHmac) { checkHmacFile("hmac_sha256_test.json", HashId::kSha256); }
-TEST(Sha384MacTest, WycheproofHmac) { checkHmacFile("hmac_sha384_test.json", HashId::kSha384); }
-TEST_P(Sha256MacTest, WycheproofHkdf) { checkHkdfFile("hkdf_sha256_test.json", HashId::kSha256); }
-TEST(Sha384MacTest, WycheproofHkdf) { checkHkdfFile("hkdf_sha384_test.json", HashId::kSha384); }
+TEST_P(Sha1MacTest, WycheproofHmac) {
+    checkHmacFile("hmac_sha1_test.json", HashId::kSha1);
+}
+TEST_P(Sha256MacTest, WycheproofHmac) {
+    checkHmacFile("hmac_sha256_test.json", HashId::kSha256);
+}
+TEST(Sha384MacTest, WycheproofHmac) {
+    checkHmacFile("hmac_sha384_test.json", HashId::kSha384);
+}
+TEST_P(Sha256MacTest, WycheproofHkdf) {
+    checkHkdfFile("hkdf_sha256_test.json", HashId::kSha256);
+}
+TEST(Sha384MacTest, WycheproofHkdf) {
+    checkHkdfFile("hkdf_sha384_test.json", HashId::kSha384);
+}
 
 }  // namespace
 }  // namespace tv::crypto

@@ -1,0 +1,27 @@
+#include "platform/SysSecurityPackage.h"
+
+#include "platform/Replaceable.h"
+
+namespace tv::plat {
+namespace {
+
+class NoSecurity final : public SysSecurity {
+public:
+    std::unique_ptr<SecurityExchange> begin(std::string_view, const std::string&,
+                                            const SecurityIdentity*, std::string& error) override {
+        error = "This system has no security packages.";
+        return nullptr;
+    }
+};
+
+}  // namespace
+
+SysSecurity& sysSecurity() {
+    return Replaceable<SysSecurity>::get<NoSecurity>();
+}
+
+SysSecurity* replaceSysSecurity(SysSecurity* security) {
+    return Replaceable<SysSecurity>::replace(security);
+}
+
+}  // namespace tv::plat
