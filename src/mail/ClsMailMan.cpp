@@ -110,6 +110,7 @@ constexpr Property kProperties[] = {
     {"OAuth2AccessToken", setSecret<&SmtpSettings::oauth2Token>},
     {"ReadTimeout", setCount<&SmtpSettings::idleTimeoutMs>},
     {"RequireAllRecipients", setFlag<&SmtpSettings::requireAllRecipients>},
+    {"RequireSslCertVerify", setFlag<&SmtpSettings::requireSslCertVerify>},
     {"RetryWait", setCount<&SmtpSettings::retryWaitMs>},
     {"SendChunkSize", setCount<&SmtpSettings::sendChunkSize>},
     {"SentMailLogFile", setText<&SmtpSettings::sentMailLogFile>},
@@ -122,6 +123,8 @@ constexpr Property kProperties[] = {
     {"SmtpUsername", setText<&SmtpSettings::userName>},
     {"StartTLS", setFlag<&SmtpSettings::startTls>},
     {"StartTLSifPossible", setFlag<&SmtpSettings::startTlsIfPossible>},
+    {"TlsProtocol", setText<&SmtpSettings::tlsProtocol>},
+    {"TrustAnchorsFile", setText<&SmtpSettings::trustAnchorsFile>},
     {"UncommonOptions", setOptions},
     {"VerboseLogging", setVerbose},
 };

@@ -12,6 +12,7 @@ bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor) {
     trial.settings.userName.clear();
     trial.settings.password.clear();
     trial.settings.oauth2Token.clear();
+    trial.lendTlsSessions(smtp_.tlsSessions());
     SocketParams params;
     params.monitor = monitor;
     const LogContextExitor context(log, "initSmtp");

@@ -15,6 +15,7 @@
 #include "mail/SmtpSessionLog.h"
 #include "mail/SmtpSettings.h"
 #include "mail/SmtpStatus.h"
+#include "net/SChannelTolvane.h"
 #include "net/Socket2.h"
 #include "net/SocketParams.h"
 
@@ -31,6 +32,11 @@ public:
     SmtpConnImpl& operator=(const SmtpConnImpl&) = delete;
 
     SmtpSettings settings;
+
+    // Where the TLS session of the last connection waits for the next one. May be lent to another
+    // connection object.
+    const std::shared_ptr<TlsSessionSlot>& tlsSessions() const { return tlsSessions_; }
+    void lendTlsSessions(std::shared_ptr<TlsSessionSlot> slot) { tlsSessions_ = std::move(slot); }
 
     // A greeted connection, the open one if it still serves. On failure it is closed.
     bool smtpConnect(SocketParams& params, LogBase& log);
@@ -113,6 +119,7 @@ private:
     void touch();
 
     std::unique_ptr<Socket2> socket_;
+    std::shared_ptr<TlsSessionSlot> tlsSessions_ = std::make_shared<TlsSessionSlot>();
     SmtpSettings made_;  // those of the open connection
     SmtpCapabilities capabilities_;
     bool authenticated_ = false;

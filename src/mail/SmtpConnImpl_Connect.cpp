@@ -136,6 +136,11 @@ bool SmtpConnImpl::openTcp(SocketParams& params, LogBase& log) {
     socket_ = std::make_unique<Socket2>();
     socket_->setConnectTimeoutMs(settings.connectTimeoutMs);
     socket_->setTcpNoDelay(true, log);
+    TlsChannelSettings& tls = socket_->tlsSettings();
+    tls.tlsProtocol = settings.tlsProtocol.utf8();
+    tls.requireSslCertVerify = settings.requireSslCertVerify;
+    tls.trustAnchorsFile = settings.trustAnchorsFile.utf8();
+    tls.sessions = tlsSessions_;
     if (socket_->connect2(settings.smtpHost.utf8(), settings.smtpPort, settings.smtpSsl, log,
                           params)) {
         return true;

@@ -52,8 +52,7 @@ bool SmtpConnImpl::upgradeToTls(SocketParams& params, LogBase& log) {
 
 // Goes on in clear only where the server itself said no.
 bool SmtpConnImpl::upgradeIfPossible(SocketParams& params, LogBase& log) {
-    if (socket_->isTls() || !capabilities_.hasStartTls || !settings.startTlsIfPossible ||
-        !Socket2::tlsAvailable()) {
+    if (socket_->isTls() || !capabilities_.hasStartTls || !settings.startTlsIfPossible) {
         return true;
     }
     log.logInfo("This SMTP server supports STARTTLS.  Automatically doing STARTTLS...");

@@ -18,6 +18,9 @@ struct SmtpSettings {
     bool smtpSsl = false;  // TLS from the first byte
     bool startTls = false;
     bool startTlsIfPossible = true;  // upgrade when the server offers it, go on in clear otherwise
+    bool requireSslCertVerify = false;
+    XString tlsProtocol;       // a version policy; empty: TLS 1.0 to 1.3
+    XString trustAnchorsFile;  // PEM; empty: the system's anchors
     bool autoFix = true;
 
     XString heloHostname;  // empty: the computer name

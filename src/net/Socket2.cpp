@@ -6,7 +6,9 @@
 #include "log/LogNull.h"
 #include "net/ConnectFailure.h"
 #include "net/ConnectHost.h"
+#include "net/HostName.h"
 #include "net/LineBuffer.h"
+#include "net/SChannelTolvane.h"
 #include "net/SocketLibrary.h"
 #include "net/TolvaneSocket.h"
 
@@ -19,6 +21,10 @@ constexpr uint32_t kDefaultConnectTimeoutMs = 30000;
 
 enum class ConnectionType { None = 0, Plain = 1, Tls = 2 };
 
+// How the texts of a failed handshake tell implicit TLS from a conversion.
+constexpr int kImplicitRoad = 3;
+constexpr int kConversionRoad = 1;
+
 }  // namespace
 
 struct Socket2::State {
@@ -30,7 +36,9 @@ struct Socket2::State {
     uint32_t connectTimeoutMs = kDefaultConnectTimeoutMs;
     std::string host;
     int port = 0;
-    LineBuffer received;  // arrived, and not yet asked for
+    TlsChannelSettings tlsSettings;
+    std::unique_ptr<SChannelTolvane> tls;  // present while the connection is, or is made, secure
+    LineBuffer received;                   // arrived, and not yet asked for
     std::array<uint8_t, kReceiveSize> segment;
     std::unique_ptr<LoggedSocket2> sessionLog;
 
@@ -41,20 +49,35 @@ struct Socket2::State {
         return false;
     }
 
-    void noteReceived(size_t size) {
-        if (sessionLog) sessionLog->received({segment.data(), size});
-    }
-
-    // One segment from the network into the buffer.
-    bool receiveMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
-        size_t size = 0;
-        if (!tcp.receiveBytes(segment, size, maxIdleMs, log, params) || alive != kAlive) {
-            return false;
-        }
-        noteReceived(size);
-        if (received.append({segment.data(), size})) return true;
+    bool keep(std::span<const uint8_t> bytes, LogBase& log) {
+        if (sessionLog) sessionLog->received(bytes);
+        if (received.append(bytes)) return true;
         log.logError("Out of memory while receiving.");
         return false;
+    }
+
+    // One segment from the network, or one record's text, into the buffer.
+    bool receiveMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+        if (tls) {
+            DataBuffer text;
+            return tls->receiveApplicationData(text, maxIdleMs, log, params) && alive == kAlive &&
+                   keep(text.bytes(), log);
+        }
+        size_t size = 0;
+        return tcp.receiveBytes(segment, size, maxIdleMs, log, params) && alive == kAlive &&
+               keep({segment.data(), size}, log);
+    }
+
+    // What has arrived, without waiting.
+    bool receiveReady() {
+        LogNull log;
+        if (tls) {
+            SocketParams params;
+            DataBuffer text;
+            return tls->receiveReady(text, log, params) && keep(text.bytes(), log);
+        }
+        size_t size = 0;
+        return tcp.receiveReady(segment, size) && keep({segment.data(), size}, log);
     }
 
     bool connectionFailed(LogBase& log, SocketParams& params) {
@@ -62,15 +85,22 @@ struct Socket2::State {
         return false;
     }
 
-    bool noTls(LogBase& log, SocketParams& params) {
-        log.logError("TLS is not available in this build.");
-        params.connectFailReason = ConnectFailReason::InternalError;
-        return connectionFailed(log, params);
+    // A handshake over the open TCP connection. A failure closes it.
+    bool secure(int road, uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+        tls = std::make_unique<SChannelTolvane>(tcp);
+        if (tls->handshake(normalizeHost(host), port, tlsSettings, road, maxIdleMs, log, params) &&
+            alive == kAlive) {
+            type = ConnectionType::Tls;
+            return true;
+        }
+        closeTcp(log, params);
+        return false;
     }
 
     void closeTcp(LogBase& log, SocketParams& params) {
         tcp.terminateConnection(CloseForm::AtOnce, 0, log, params);
         type = ConnectionType::None;
+        tls.reset();
         received.clear();
     }
 };
@@ -84,8 +114,40 @@ Socket2::~Socket2() {
     state_->tcp.terminateConnection(CloseForm::AtOnce, 0, log, params);
 }
 
-bool Socket2::tlsAvailable() {
-    return false;
+// A server that falls silent or hangs up at a hello with TLS 1.3 is asked once more without it.
+bool Socket2::connectTls(LogBase& log, SocketParams& params) {
+    const auto state = state_;
+    const bool offersTls13 =
+        tls::versionRange(state->tlsSettings.tlsProtocol).contains(tls::Version::Tls13) &&
+        !tls::tlsOptions(log).disableTls13;
+    if (!connectTcp(log, params)) {
+        log.logError("pmConnect failed.");
+        return false;
+    }
+    if (state->secure(kImplicitRoad, state->connectTimeoutMs, log, params)) return true;
+    const bool unread = params.connectFailReason == ConnectFailReason::TlsNoServerHello ||
+                        params.connectFailReason == ConnectFailReason::TlsServerHelloUnreadable;
+    if (!unread || !offersTls13 || state->tlsSettings.withoutTls13) return false;
+    log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
+    state->tlsSettings.withoutTls13 = true;
+    params.timedOut = false;
+    params.connectFailReason = ConnectFailReason::None;
+    const bool success = connectTcp(log, params) &&
+                         state->secure(kImplicitRoad, state->connectTimeoutMs, log, params);
+    state->tlsSettings.withoutTls13 = false;
+    return success;
+}
+
+bool Socket2::connectTcp(LogBase& log, SocketParams& params) {
+    const auto state = state_;
+    const ConnectTarget target{state->host, static_cast<uint16_t>(state->port),
+                               state->connectTimeoutMs, state->preferIpv6};
+    if (!connectSocket_v2(state->tcp, target, log, params) || state->alive != kAlive) {
+        return false;
+    }
+    state->type = ConnectionType::Plain;
+    if (state->tcpNoDelay) state->tcp.setTcpNoDelay(true, log);
+    return true;
 }
 
 bool Socket2::connect2(std::string_view hostname, int port, bool ssl, LogBase& log,
@@ -100,34 +162,28 @@ bool Socket2::connect2(std::string_view hostname, int port, bool ssl, LogBase& l
     state->closeTcp(log, params);
     state->host = hostname;
     state->port = port;
-    if (ssl && !tlsAvailable()) return state->noTls(log, params);
     if (port < 1 || port > 65535) {
         log.logError("Cannot connect, the port is not a number from 1 to 65535.");
         params.connectFailReason = ConnectFailReason::InternalError;
         return state->connectionFailed(log, params);
     }
-    const ConnectTarget target{hostname, static_cast<uint16_t>(port), state->connectTimeoutMs,
-                               state->preferIpv6};
     if (!ensureSocketLibrary(log)) {
         params.connectFailReason = ConnectFailReason::InternalError;
         return state->connectionFailed(log, params);
     }
-    if (!connectSocket_v2(state->tcp, target, log, params) || state->alive != kAlive) {
-        return state->connectionFailed(log, params);
-    }
-    state->type = ConnectionType::Plain;
-    if (state->tcpNoDelay) state->tcp.setTcpNoDelay(true, log);
-    return true;
+    const bool success = ssl ? connectTls(log, params) : connectTcp(log, params);
+    return success || state->connectionFailed(log, params);
 }
 
-bool Socket2::convertToTls(std::string_view hostname, uint32_t /*maxIdleMs*/, LogBase& log,
+bool Socket2::convertToTls(std::string_view hostname, uint32_t maxIdleMs, LogBase& log,
                            SocketParams& params) {
     const LogContextExitor context(log, "convertToTls");
     const auto state = state_;
     log.logData("hostname", hostname);
-    state->noTls(log, params);
-    state->closeTcp(log, params);
-    return false;
+    if (!state->isUsable(log) || state->type != ConnectionType::Plain) return false;
+    state->host = hostname;
+    return state->secure(kConversionRoad, maxIdleMs, log, params) ||
+           state->connectionFailed(log, params);
 }
 
 bool Socket2::isTls() const {
@@ -146,19 +202,14 @@ std::string_view Socket2::connectionType() const {
 }
 
 bool Socket2::isConnected() const {
-    return state_->type != ConnectionType::None && state_->tcp.isConnected();
+    return state_->type != ConnectionType::None && state_->tcp.isConnected() &&
+           (!state_->tls || state_->tls->isOpen());
 }
 
 bool Socket2::isQuiet() {
     const auto state = state_;
     if (!isConnected() || !state->received.empty()) return false;
-    size_t size = 0;
-    if (state->tcp.receiveReady(state->segment, size)) {
-        state->noteReceived(size);
-        state->received.append({state->segment.data(), size});
-        return false;
-    }
-    return state->tcp.isConnected();
+    return !state->receiveReady() && isConnected();
 }
 
 bool Socket2::sendBytes(std::span<const uint8_t> bytes, uint32_t maxIdleMs, LogBase& log,
@@ -170,7 +221,9 @@ bool Socket2::sendBytes(std::span<const uint8_t> bytes, uint32_t maxIdleMs, LogB
         return false;
     }
     size_t sent = 0;
-    const bool success = state->tcp.sendBytes(bytes, sent, maxIdleMs, log, params);
+    const bool success = state->tls
+                             ? state->tls->sendApplicationData(bytes, sent, maxIdleMs, log, params)
+                             : state->tcp.sendBytes(bytes, sent, maxIdleMs, log, params);
     if (state->sessionLog && sent > 0) state->sessionLog->sent(bytes.first(sent));
     if (success && state->alive == kAlive) return true;
     if (params.aborted) log.logError("Socket SendBytes2 aborted by application.");
@@ -231,6 +284,10 @@ void Socket2::setPreferIpv6(bool on) {
     state_->preferIpv6 = on;
 }
 
+TlsChannelSettings& Socket2::tlsSettings() {
+    return state_->tlsSettings;
+}
+
 void Socket2::setSendBufSize(uint32_t bytes, LogBase& log) {
     state_->tcp.setSendBufSize(bytes, log);
 }
@@ -248,8 +305,9 @@ const LoggedSocket2* Socket2::sessionLog() const {
     return state_->sessionLog.get();
 }
 
-void Socket2::close(bool /*abrupt*/, uint32_t /*maxIdleMs*/, LogBase& log, SocketParams& params) {
+void Socket2::close(bool abrupt, uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
     const auto state = state_;
+    if (state->tls && !abrupt) state->tls->closeNotify(maxIdleMs, log, params);
     state->closeTcp(log, params);
 }
 

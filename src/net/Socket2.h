@@ -14,6 +14,8 @@
 
 namespace tv {
 
+struct TlsChannelSettings;
+
 // One thread uses a connection at a time. A Socket2 that is destroyed by another thread during a
 // wait ends that wait with a failure at its next slice.
 class Socket2 {
@@ -22,9 +24,6 @@ public:
     ~Socket2();  // closes at once if still open; call close for a clean end
     Socket2(const Socket2&) = delete;
     Socket2& operator=(const Socket2&) = delete;
-
-    // False in builds that cannot make a connection secure: ssl and convertToTls then fail.
-    static bool tlsAvailable();
 
     // Resolves, connects within the connect time-out in all (0: six hours) and, with ssl, runs the
     // TLS handshake. On failure params.connectFailReason says why and the socket is closed.
@@ -58,6 +57,8 @@ public:
     void setTcpNoDelay(bool on, LogBase& log);  // also remembered for the next connect
     void setConnectTimeoutMs(uint32_t ms);
     void setPreferIpv6(bool on);
+    // Versions, verification and sessions of the next handshake.
+    TlsChannelSettings& tlsSettings();
     void setSendBufSize(uint32_t bytes, LogBase& log);
     void setRecvBufSize(uint32_t bytes, LogBase& log);
 
@@ -76,6 +77,9 @@ public:
     const std::string& remoteIp() const;
 
 private:
+    bool connectTcp(LogBase& log, SocketParams& params);
+    bool connectTls(LogBase& log, SocketParams& params);
+
     struct State;
     // Shared with the operations under way, which outlive the object if another thread destroys it.
     std::shared_ptr<State> state_;

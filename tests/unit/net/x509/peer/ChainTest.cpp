@@ -1,0 +1,282 @@
+// Chains that OpenSSL made, each with one thing wrong, and the rule that must catch it.
+#include "net/x509/X509Chain.h"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/x509v3.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "net/x509/X509Name.h"
+
+namespace tv::x509 {
+namespace {
+
+constexpr int64_t kNow = 1795254300;  // 2026-11-21
+constexpr int64_t kDay = 86400;
+
+using Der = std::vector<uint8_t>;
+
+struct Spec {
+    std::string subject;
+    std::string issuer;
+    std::string key;                                      // of the certificate, by name
+    std::string signer;                                   // key that signs, by name
+    std::vector<std::pair<int, std::string>> extensions;  // NID and value as in a config file
+    int64_t notBefore = kNow - kDay;
+    int64_t notAfter = kNow + kDay;
+    const EVP_MD* digest = EVP_sha256();
+    bool pss = false;
+};
+
+EVP_PKEY* keyNamed(const std::string& name) {
+    static std::map<std::string, EVP_PKEY*> keys;
+    EVP_PKEY*& key = keys[name];
+    if (!key) {
+        key = name.rfind("rsa512", 0) == 0 ? EVP_RSA_gen(512)
+              : name.rfind("rsa", 0) == 0  ? EVP_RSA_gen(2048)
+              : name.rfind("p384", 0) == 0 ? EVP_EC_gen("P-384")
+                                           : EVP_EC_gen("P-256");
+    }
+    return key;
+}
+
+void setName(X509_NAME* name, const std::string& text) {
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>(text.c_str()), -1, -1, 0);
+}
+
+Der make(const Spec& s) {
+    std::unique_ptr<X509, decltype(&X509_free)> cert(X509_new(), X509_free);
+    X509_set_version(cert.get(), 2);
+    ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), 7);
+    ASN1_TIME_set(X509_getm_notBefore(cert.get()), s.notBefore);
+    ASN1_TIME_set(X509_getm_notAfter(cert.get()), s.notAfter);
+    setName(X509_get_subject_name(cert.get()), s.subject);
+    setName(X509_get_issuer_name(cert.get()), s.issuer);
+    X509_set_pubkey(cert.get(), keyNamed(s.key));
+    X509V3_CTX context;
+    X509V3_set_ctx(&context, cert.get(), cert.get(), nullptr, nullptr, 0);
+    for (const auto& [nid, value] : s.extensions) {
+        X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str());
+        EXPECT_NE(extension, nullptr) << value;
+        X509_add_ext(cert.get(), extension, -1);
+        X509_EXTENSION_free(extension);
+    }
+    EVP_MD_CTX* md = EVP_MD_CTX_new();
+    EVP_PKEY_CTX* parameters = nullptr;
+    EVP_DigestSignInit(md, &parameters, s.digest, nullptr, keyNamed(s.signer));
+    if (s.pss) EVP_PKEY_CTX_set_rsa_padding(parameters, RSA_PKCS1_PSS_PADDING);
+    EXPECT_GT(X509_sign_ctx(cert.get(), md), 0);
+    EVP_MD_CTX_free(md);
+    unsigned char* out = nullptr;
+    const int size = i2d_X509(cert.get(), &out);
+    Der der(out, out + size);
+    OPENSSL_free(out);
+    return der;
+}
+
+class Anchors final : public AnchorSource {
+public:
+    std::vector<Der> ders;
+    std::vector<Bytes> findBySubject(Bytes subject) const override {
+        std::vector<Bytes> found;
+        for (const Der& der : ders) {
+            Certificate c;
+            if (parseCertificate(der, c) && sameBytes(c.subject, subject)) found.push_back(der);
+        }
+        return found;
+    }
+};
+
+// A good chain of three, to be spoilt.
+struct Chain {
+    Spec root{
+        "Root",
+        "Root",
+        "rootkey",
+        "rootkey",
+        {{NID_basic_constraints, "critical,CA:TRUE"}, {NID_key_usage, "critical,keyCertSign"}}};
+    Spec middle{"Middle",
+                "Root",
+                "p384middle",
+                "rootkey",
+                {{NID_basic_constraints, "critical,CA:TRUE"},
+                 {NID_key_usage, "critical,keyCertSign"},
+                 {NID_subject_key_identifier, "hash"}}};
+    Spec leaf{"mail.example.com",
+              "Middle",
+              "rsaleaf",
+              "p384middle",
+              {{NID_subject_alt_name, "DNS:mail.example.com,IP:127.0.0.1"},
+               {NID_ext_key_usage, "serverAuth"},
+               {NID_key_usage, "critical,digitalSignature"}}};
+    std::string host = "mail.example.com";
+    std::vector<Spec> extras;
+    bool sendMiddle = true;
+    bool trustRoot = true;
+
+    ChainVerdict judge() const {
+        std::vector<Der> ders = {make(leaf)};
+        for (const Spec& extra : extras) {
+            ders.push_back(make(extra));
+        }
+        if (sendMiddle) ders.push_back(make(middle));
+        Anchors anchors;
+        if (trustRoot) anchors.ders.push_back(make(root));
+        const std::vector<Bytes> views(ders.begin(), ders.end());
+        return verifyChain(views, host, kNow, anchors);
+    }
+};
+
+void replace(Spec& spec, int nid, const std::string& value) {
+    for (auto& extension : spec.extensions) {
+        if (extension.first == nid) extension.second = value;
+    }
+}
+
+struct Case {
+    const char* name;
+    ChainRule expected;
+    std::function<void(Chain&)> spoil;
+};
+
+class Chains : public testing::TestWithParam<Case> {};
+
+TEST_P(Chains, AreJudgedByTheRule) {
+    Chain chain;
+    GetParam().spoil(chain);
+    const ChainVerdict verdict = chain.judge();
+    EXPECT_EQ(verdict.broken, GetParam().expected)
+        << ruleText(verdict.broken) << " " << verdict.subject << " " << verdict.detail;
+}
+
+const Case kCases[] = {
+    {"Good", ChainRule::None, [](Chain&) {}},
+    {"GoodAddress", ChainRule::None, [](Chain& c) { c.host = "127.0.0.1"; }},
+    {"GoodWithExtras", ChainRule::None,
+     [](Chain& c) {
+         c.extras = {c.root, {"Other", "Other", "other", "other", {}}};
+     }},
+    {"GoodCrossSign", ChainRule::None,
+     [](Chain& c) {
+         // The same name and key, issued by a root that nobody knows: it must not mislead.
+         Spec cross = c.middle;
+         cross.issuer = "Unknown Root";
+         cross.signer = "unknown";
+         c.extras = {cross};
+     }},
+    {"GoodPss", ChainRule::None,
+     [](Chain& c) {
+         c.root.key = c.root.signer = "rsaroot";
+         c.middle.signer = "rsaroot";
+         c.middle.pss = true;
+     }},
+    {"GoodSha1AnchorSelfSignature", ChainRule::None, [](Chain& c) { c.root.digest = EVP_sha1(); }},
+    {"GoodCommonName", ChainRule::None,
+     [](Chain& c) { c.leaf.extensions.erase(c.leaf.extensions.begin()); }},
+    {"Expired", ChainRule::Expired, [](Chain& c) { c.leaf.notAfter = kNow - 1; }},
+    {"NotYetValid", ChainRule::NotYetValid, [](Chain& c) { c.leaf.notBefore = kNow + 1; }},
+    {"ExpiredMiddle", ChainRule::Expired, [](Chain& c) { c.middle.notAfter = kNow - 1; }},
+    {"ExpiredRoot", ChainRule::Expired, [](Chain& c) { c.root.notAfter = kNow - 1; }},
+    {"OtherHost", ChainRule::HostMismatch, [](Chain& c) { c.host = "smtp.example.com"; }},
+    {"OtherAddress", ChainRule::HostMismatch, [](Chain& c) { c.host = "127.0.0.2"; }},
+    {"CommonNameDoesNotCount", ChainRule::HostMismatch,
+     [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "DNS:other.example.com"); }},
+    {"ClientOnly", ChainRule::NotForServers,
+     [](Chain& c) { replace(c.leaf, NID_ext_key_usage, "clientAuth"); }},
+    {"LeafMayOnlySignCertificates", ChainRule::NotForServers,
+     [](Chain& c) { replace(c.leaf, NID_key_usage, "critical,keyCertSign"); }},
+    {"MiddleIsNoAuthority", ChainRule::NotAnAuthority,
+     [](Chain& c) { replace(c.middle, NID_basic_constraints, "critical,CA:FALSE"); }},
+    {"MiddleMayNotSign", ChainRule::MayNotSign,
+     [](Chain& c) { replace(c.middle, NID_key_usage, "critical,digitalSignature"); }},
+    {"PathTooLong", ChainRule::PathTooLong,
+     [](Chain& c) { replace(c.root, NID_basic_constraints, "critical,CA:TRUE,pathlen:0"); }},
+    {"WrongSignature", ChainRule::BadSignature, [](Chain& c) { c.leaf.signer = "p384other"; }},
+    {"WrongRootSignature", ChainRule::BadSignature, [](Chain& c) { c.middle.signer = "other"; }},
+    {"Sha1", ChainRule::WeakSignature, [](Chain& c) { c.leaf.digest = EVP_sha1(); }},
+    {"ShortKey", ChainRule::WeakKey, [](Chain& c) { c.leaf.key = "rsa512"; }},
+    {"MissingMiddle", ChainRule::UnknownIssuer, [](Chain& c) { c.sendMiddle = false; }},
+    {"NoAnchor", ChainRule::UnknownIssuer, [](Chain& c) { c.trustRoot = false; }},
+    {"SelfSignedLeaf", ChainRule::UnknownIssuer,
+     [](Chain& c) {
+         c.leaf.issuer = c.leaf.subject;
+         c.leaf.signer = c.leaf.key;
+     }},
+    {"OutsidePermitted", ChainRule::NameConstraint,
+     [](Chain& c) {
+         c.middle.extensions.push_back({NID_name_constraints, "permitted;DNS:example.org"});
+     }},
+    {"InsideExcluded", ChainRule::NameConstraint,
+     [](Chain& c) {
+         c.root.extensions.push_back({NID_name_constraints, "critical,excluded;DNS:example.com"});
+     }},
+    {"InsidePermitted", ChainRule::None,
+     [](Chain& c) {
+         c.middle.extensions.push_back(
+             {NID_name_constraints, "critical,permitted;DNS:example.com"});
+     }},
+    {"UnknownCritical", ChainRule::UnknownCritical,
+     [](Chain& c) {
+         c.leaf.extensions.push_back({NID_inhibit_any_policy, "critical,0"});
+     }},
+    {"UnknownNotCritical", ChainRule::None,
+     [](Chain& c) {
+         c.leaf.extensions.push_back({NID_netscape_comment, "harmless"});
+     }},
+};
+
+INSTANTIATE_TEST_SUITE_P(X509, Chains, testing::ValuesIn(kCases),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST(Chains, EveryChangedByteIsNoticed) {
+    Chain chain;
+    const Der leaf = make(chain.leaf), middle = make(chain.middle);
+    Anchors anchors;
+    anchors.ders.push_back(make(chain.root));
+    for (size_t i = 0; i < leaf.size(); ++i) {
+        for (const int bit : {0x01, 0x80}) {
+            Der changed = leaf;
+            changed[i] = static_cast<uint8_t>(changed[i] ^ bit);
+            const std::vector<Bytes> views = {changed, middle};
+            EXPECT_FALSE(verifyChain(views, chain.host, kNow, anchors).trusted()) << i;
+        }
+    }
+}
+
+TEST(Chains, TruncatedCertificatesAreUnreadable) {
+    const Der leaf = make(Chain().leaf);
+    for (size_t size = 0; size < leaf.size(); ++size) {
+        Certificate certificate;
+        EXPECT_FALSE(parseCertificate(Bytes(leaf).first(size), certificate)) << size;
+    }
+}
+
+TEST(Chains, LoopsOfIssuersEnd) {
+    // Two authorities that issued each other, many times over, and no anchor.
+    Chain chain;
+    chain.trustRoot = false;
+    for (int i = 0; i < 14; ++i) {
+        Spec s = chain.middle;
+        s.issuer = i % 2 ? "Root" : "Middle";
+        s.subject = i % 2 ? "Middle" : "Root";
+        s.key = i % 2 ? "p384middle" : "rootkey";
+        s.signer = i % 2 ? "rootkey" : "p384middle";
+        chain.extras.push_back(s);
+    }
+    EXPECT_FALSE(chain.judge().trusted());
+}
+
+TEST(Chains, NamesAreShown) {
+    Certificate c;
+    const Der der = make(Chain().leaf);
+    ASSERT_TRUE(parseCertificate(der, c));
+    EXPECT_EQ(nameText(c.subject), "CN=mail.example.com");
+    EXPECT_EQ(nameText(c.issuer), "CN=Middle");
+}
+
+}  // namespace
+}  // namespace tv::x509
