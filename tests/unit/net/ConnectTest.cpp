@@ -385,22 +385,49 @@ TEST_F(Connect, FaultsOfTheSystemOnTheWay) {
     expectLogged(log, "startupWSA failed (B)");
 }
 
-TEST_F(Connect, NoTlsMeansNoConnection) {
-    params.monitor = &monitor;
-    EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
-    EXPECT_TRUE(net.connects.empty());
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
-    expectLogged(log, "TLS is not available in this build.");
+// A server that answers a TLS hello with its own words, or hangs up.
+class HelloPeer final : public FakePeer {
+public:
+    HelloPeer(std::string reply, Ending ending, std::string& hello)
+        : reply_(std::move(reply)), ending_(ending), hello_(hello) {}
+    void onBytes(std::string_view bytes, std::string& out) override {
+        if (hello_.empty()) out = reply_;
+        hello_ += bytes;
+    }
+    Ending ending() const override { return hello_.empty() ? Ending::None : ending_; }
 
-    log.clearLog();
-    FakeLink& link = net.serve("10.0.0.1", 25, {say("220 hello\r\n")});
-    EXPECT_TRUE(connect("10.0.0.1"));
-    EXPECT_FALSE(socket.convertToTls("mail.test", 1000, log, params));
+private:
+    std::string reply_;
+    Ending ending_;
+    std::string& hello_;
+};
+
+TEST_F(Connect, AServerThatSpeaksNoTlsIsLeft) {
+    std::string hello;
+    net.servePeer("10.0.0.1", 465,
+                  std::make_unique<HelloPeer>("220 hello\r\n", Ending::None, hello));
+    EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
     EXPECT_FALSE(socket.isConnected());
-    EXPECT_FALSE(socket.isTls());
-    EXPECT_TRUE(link.closedByClient);
-    EXPECT_EQ(link.fromClient, "");
-    expectLogged(log, "TLS is not available in this build.");
+    EXPECT_EQ(hello.substr(0, 2), "\x16\x03");
+    expectLogged(log, "The peer does not speak TLS on this connection (bad record type).");
+    expectLogged(log, "Client handshake failed. (3)");
+    EXPECT_EQ(net.connects.size(), 1U);  // that was an answer: no second try
+}
+
+TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
+    constexpr std::string_view kSupportedVersions("\x00\x2b\x00\x09\x08\x03\x04", 7);
+    for (const Ending ending : {Ending::Eof, Ending::Reset}) {
+        std::string first, second;
+        net.servePeer("10.0.0.1", 465, std::make_unique<HelloPeer>("", ending, first));
+        net.servePeer("10.0.0.1", 465, std::make_unique<HelloPeer>("", ending, second));
+        EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
+        EXPECT_EQ(params.connectFailReason, ConnectFailReason::TlsNoServerHello);
+        expectLogged(log, "Failed to read the TLS server hello.  Retry without TLS 1.3");
+        EXPECT_NE(first.find(kSupportedVersions), std::string::npos);
+        EXPECT_EQ(second.find(kSupportedVersions), std::string::npos);
+        EXPECT_EQ(second.substr(0, 2), "\x16\x03");
+    }
 }
 
 TEST_F(Connect, ConnectingAgainClosesTheOldConnection) {
