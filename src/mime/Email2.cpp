@@ -129,7 +129,7 @@ void Email2::rebuildFromField() {
 }
 
 bool Email2::isTextBody() const {
-    return contentType_.isText() && !isFile_ && !isAttachment() && !isRelatedItem();
+    return contentType_.isText() && !isFile_;
 }
 
 bool Email2::isPlaceholder() const {

@@ -45,8 +45,7 @@ _tvEmailAddress::_tvEmailAddress(std::string_view name, std::string_view address
 }
 
 _tvEmailAddress _tvEmailAddress::parse(std::string_view mailbox) {
-    const std::string clean = withoutControls(mailbox);
-    const std::string_view text = trimmed(clean);
+    const std::string_view text = trimmed(mailbox);
     const size_t open = text.rfind('<');
     if (open == std::string_view::npos) return {{}, text};
     const std::string_view address = text.substr(open, text.find('>', open) - open);

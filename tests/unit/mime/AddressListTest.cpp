@@ -31,6 +31,7 @@ INSTANTIATE_TEST_SUITE_P(
             "escapes_stay_for_the_header", "\"A \\\"B\\\" C\" <a@b.c>", {"A \\\"B\\\" C|a@b.c"}},
         ParseCase{
             "escapes_go_where_a_word_is_written", "\"É \\\"B\\\"\" <a@b.c>", {"É \"B\"|a@b.c"}},
+        ParseCase{"escaped_quote_closes_nothing", "\"A \\\"; B\" <a@b>", {"A \\\"; B|a@b"}},
         ParseCase{"semicolons", "a@x; b@y", {"|a@x", "|b@y"}},
         ParseCase{"commas", "a@x, b@y,c@z", {"|a@x", "|b@y", "|c@z"}},
         ParseCase{"mixed", "Anna <a@x>; \"B; C\" <b@y>, c@z", {"Anna|a@x", "B; C|b@y", "|c@z"}},

@@ -157,6 +157,13 @@ TEST_F(ClsEmailTest, FieldsKeepTheOrderOfTheirFirstSetting) {
         << message;
 }
 
+TEST_F(ClsEmailTest, LineEndsVanishFromValues) {
+    email_.put_Subject(text(std::string_view("a\r\nBcc: b\0\nc", 12)));
+    EXPECT_EQ(sentField("Subject"), "aBcc: bc");
+    email_.put_Subject(text("\r\n"));
+    EXPECT_EQ(sentField("Subject"), "(none)");
+}
+
 TEST_F(ClsEmailTest, TheCharsetLadderHoldsForTheWholeMessage) {
     email_.SetHtmlBody(text("<meta charset=\"utf-8\">plain"));
     EXPECT_TRUE(logHas("Choosing us-ascii because body is 7bit"));

@@ -276,6 +276,15 @@ TEST_F(RenderTest, AFailingStreamEndsTheRender) {
     EXPECT_TRUE(copy->render(enough, {"TVX-"}, log_));
 }
 
+TEST(BlockStream, WritesNothingMoreAfterAFailure) {
+    FailingStream behind(10);
+    BlockStream blocks(behind);
+    EXPECT_FALSE(blocks.write(std::string(100000, 'x')));
+    EXPECT_FALSE(blocks.write("y"));
+    EXPECT_FALSE(blocks.flush());
+    EXPECT_EQ(behind.failures, 1);
+}
+
 TEST(BlockStream, GivesTheSameBytesInLargerPieces) {
     for (const size_t piece : {1u, 7u, 65535u, 65536u, 65537u, 100000u}) {
         DataBuffer buffer;
