@@ -1,6 +1,7 @@
 // The capability parser on any EHLO reply: announcing more never takes anything away, and the
 // mechanism chosen is one that was offered.
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include "mail/SmtpAuth.h"
@@ -31,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     tv::smtp::addEhloReply(reply, again);
     require(again == found);
 
-    const std::string_view method(reply.lines.empty() ? "" : reply.lines.front());
+    const std::string method = reply.lines.empty() ? std::string() : reply.lines.front();
     const tv::AuthMechanisms left = tv::smtp::restrictedTo(method, found.auth);
     const bool nothing = tv::smtp::chooseMechanism(left, true, true) == tv::AuthMechanism::None;
     require(nothing == !left.any());

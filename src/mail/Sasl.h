@@ -28,6 +28,7 @@ struct SaslTurn {
     std::string_view context;      // log context around the turn; empty: none
     std::string_view sendFailure;  // log lines; empty: none
     std::string_view refusal;
+    std::string_view success;
 };
 
 enum class SaslResult : uint8_t {

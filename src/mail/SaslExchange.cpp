@@ -72,15 +72,18 @@ bool SaslExchange::converse() {
     std::string challenge;
     for (size_t i = 0; i < kMaxTurns; ++i) {
         SaslTurn turn;
-        const SaslResult result = commandSent_ ? mechanism_.respond(challenge, turn, log_)
-                                               : mechanism_.begin(turn, log_);
+        const SaslResult result =
+            commandSent_ ? mechanism_.respond(challenge, turn, log_) : mechanism_.begin(turn, log_);
         if (!isReady(result)) return false;
         std::optional<LogContextExitor> context;
         if (!turn.context.empty()) context.emplace(log_, turn.context);
         const auto reply = sendAndRead(turn);
         if (!reply) return false;
         const Verdict verdict = judge(*reply, turn.wanted);
-        if (verdict == Verdict::Success) return true;
+        if (verdict == Verdict::Success) {
+            if (!turn.success.empty()) log_.logInfo(turn.success);
+            return true;
+        }
         if (verdict == Verdict::Refused) {
             refused(turn, *reply);
             return false;

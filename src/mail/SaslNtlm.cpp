@@ -53,6 +53,7 @@ SaslResult SaslNtlm::sendType3(std::string_view challenge, SaslTurn& turn, LogBa
     if (!ntlm_.genType3(challenge, turn.text, log)) return SaslResult::Failed;
     turn.wanted = SaslWanted::Success235;
     turn.replyName = "NTLM TYPE3";
+    turn.success = "NTLM authentication succeeded.";
     turn.sendFailure = "Failed to send NTLM TYPE3 message to SMTP server.";
     return SaslResult::Send;
 }

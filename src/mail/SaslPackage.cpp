@@ -61,7 +61,8 @@ SaslResult SaslPackage::respond(std::string_view challenge, SaslTurn& turn, LogB
 
 bool SaslPackage::openPackage(LogBase& log) {
     plat::SecurityIdentity identity;
-    const bool loggedOn = trimmed(user_.utf8()).empty() || user_.equalsIgnoreCase("default");
+    const std::string_view user = trimmed(user_.utf8());
+    const bool loggedOn = user.empty() || equalsIgnoreCase(user, "default");
     if (!loggedOn) identity = {user_.utf8(), password_.utf8(), domain_.utf8()};
     std::string error;
     exchange_ = plat::sysSecurity().begin(names().auth, "SMTP/" + std::string(smtpHost_.utf8()),
@@ -97,9 +98,9 @@ SaslResult SaslPackage::nextToken(std::span<const uint8_t> challenge, SaslTurn& 
     turn.replyName = last ? "sendFinal" : "exchangePackage";
     turn.context = last ? "NtlmSendFinal" : "NtlmExchangePackage";
     turn.sendFailure = last ? "sendFinal: failed to send package on socket"
-                                      : "exchangePackage: failed to send package on socket";
+                            : "exchangePackage: failed to send package on socket";
     turn.refusal = last ? "Logon denied.  Check username, password, and domain"
-                                  : "exchangePackage: failed to get success response";
+                        : "exchangePackage: failed to get success response";
     return SaslResult::Send;
 }
 

@@ -1,9 +1,19 @@
 #include "mail/SmtpAuth.h"
 
+#include <memory>
 #include <string>
 
+#include "base/Ascii.h"
 #include "log/LogContextExitor.h"
+#include "mail/SaslCramMd5.h"
+#include "mail/SaslExchange.h"
+#include "mail/SaslLogin.h"
+#include "mail/SaslNtlm.h"
+#include "mail/SaslPackage.h"
+#include "mail/SaslPlain.h"
+#include "mail/SaslXoauth2.h"
 #include "mail/SmtpConnImpl.h"
+#include "platform/SysWipe.h"
 
 namespace tv {
 namespace smtp {
@@ -27,36 +37,46 @@ AuthMechanism chooseMechanism(const AuthMechanisms& offered, bool havePassword, 
 
 namespace {
 
-// The method that the settings come down to, in upper case.
-std::string effectiveMethod(const SmtpConnImpl& connection, LogBase& log) {
+// What the settings come down to for this session.
+struct Login {
+    std::string method;
+    XString user;
+    XString password;
+    XString token;
+
+    bool havePassword() const { return !user.empty() && !password.empty(); }
+    bool haveToken() const { return !user.empty() && !token.empty(); }
+};
+
+Login loginOf(const SmtpConnImpl& connection, LogBase& log) {
     const SmtpSettings& settings = connection.settings;
-    const bool noUser = settings.userName.empty();
-    const bool noSecret = settings.password.empty() && settings.oauth2Token.empty();
-    if (settings.userName.equalsIgnoreCase("default") &&
-        settings.password.equalsIgnoreCase("default")) {
-        log.logInfo("Username/password is default/default, therefore using NTLM.");
-        return "NTLM";
+    Login login{std::string(settings.authMethod.utf8()), settings.userName, settings.password,
+                settings.oauth2Token};
+    // A server that writes "AUTH" without a mechanism takes no login.
+    if (login.method.empty() && connection.capabilities().authWithoutMechanisms) {
+        login.method = "NONE";
+        return login;
     }
     // NTLM without credentials stands for the user who is logged on.
-    if (settings.authMethod.equalsIgnoreCase("NTLM")) return "NTLM";
-    if (noUser) log.logInfo("No SMTP login provided.");
+    if (equalsIgnoreCase(login.method, "NTLM")) {
+        if (login.user.empty()) login.user.setUtf8("default");
+        if (login.password.empty()) login.password.setUtf8("default");
+    }
+    const bool noSecret = login.password.empty() && login.token.empty();
+    if (login.user.empty()) log.logInfo("No SMTP login provided.");
     if (noSecret) log.logInfo("No SMTP password or OAuth2 access token provided.");
-    if (noUser || noSecret) {
+    if (login.user.empty() || noSecret) {
+        login.method = "NONE";
         log.logInfo("Skipping SMTP authentication because no login/password provided.");
-        return "NONE";
     }
-    // A server that writes "AUTH" without a mechanism takes no login.
-    if (settings.authMethod.empty() && connection.capabilities().authWithoutMechanisms) {
-        return "NONE";
-    }
-    return std::string(settings.authMethod.utf8());
+    return login;
 }
 
-void logServerAndUser(const SmtpSettings& settings, LogBase& log) {
+void logServerAndUser(const SmtpSettings& settings, const Login& login, LogBase& log) {
     log.logDataX("smtp_host", settings.smtpHost);
     log.logDataLong("smtp_port", settings.smtpPort);
     if (!settings.loginDomain.empty()) log.logDataX("domain", settings.loginDomain);
-    log.logData("smtp_user", settings.userName.empty() ? "NULL" : settings.userName.utf8());
+    log.logData("smtp_user", login.user.empty() ? "NULL" : login.user.utf8());
     if (!settings.authMethod.empty()) log.logDataX("auth-method", settings.authMethod);
 }
 
@@ -74,22 +94,23 @@ void noteUnlistedMechanisms(AuthMechanisms& offered, LogBase& log) {
 struct MechanismTexts {
     std::string_view name;     // empty: recognised, never spoken
     std::string_view refusal;  // what the log says when it fails
+    bool retriedOverTls = false;
 };
 
 MechanismTexts textsOf(AuthMechanism mechanism) {
     switch (mechanism) {
         case AuthMechanism::Xoauth2:
-            return {"XOAUTH2", "Failed to login using XOAUTH2 method"};
+            return {"XOAUTH2", "Failed to login using XOAUTH2 method", true};
         case AuthMechanism::Login:
-            return {"LOGIN", "Failed to login using LOGIN method"};
+            return {"LOGIN", "Failed to login using LOGIN method", true};
         case AuthMechanism::Ntlm:
             return {"NTLM", "Failed to login using NTLM method"};
         case AuthMechanism::Msn:
             return {"MSN", "Failed to login using MSN method"};
         case AuthMechanism::CramMd5:
-            return {"CRAM_MD5", "Failed to login using CRAM-MD5 method"};
+            return {"CRAM_MD5", "Failed to login using CRAM-MD5 method", true};
         case AuthMechanism::Plain:
-            return {"PLAIN", "Failed to login using PLAIN method"};
+            return {"PLAIN", "Failed to login using PLAIN method", true};
         case AuthMechanism::DigestMd5:
             return {{}, "DIGEST-MD5 login method not supported"};
         case AuthMechanism::Gssapi:
@@ -104,49 +125,146 @@ MechanismTexts textsOf(AuthMechanism mechanism) {
     return {};
 }
 
-// The mechanisms themselves are not there yet: no AUTH is sent, and the send fails.
-bool logIn(SmtpConnImpl& connection, AuthMechanism mechanism, LogBase& log) {
+// One login, with its second tries.
+class LoginAttempt {
+public:
+    LoginAttempt(SmtpConnImpl& connection, const Login& login, SocketParams& params, LogBase& log)
+        : connection_(connection), login_(login), params_(params), log_(log) {}
+
+    bool run(AuthMechanism mechanism);
+
+private:
+    std::unique_ptr<SaslMechanism> make(AuthMechanism mechanism) const;
+    std::unique_ptr<SaslMechanism> makeNtlm() const;
+    bool mayRetryOverTls(const SaslOutcome& outcome) const;
+    bool loginInstead(AuthMechanism mechanism);
+    std::string userBytes() const;
+    SecureBuffer secretBytes(const XString& secret) const;
+    bool asAnsi() const { return log_.hasOption("SmtpLoginAnsi"); }
+
+    SmtpConnImpl& connection_;
+    const Login& login_;
+    SocketParams& params_;
+    LogBase& log_;
+};
+
+bool LoginAttempt::run(AuthMechanism mechanism) {
     const MechanismTexts texts = textsOf(mechanism);
-    if (!texts.name.empty()) log.logData("login_method", texts.name);
-    log.logError(texts.refusal);
-    log.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
-    connection.fail(SmtpStatus::AuthFailure,
-                    texts.name.empty() ? std::string(texts.refusal) + "."
-                                       : "Logging in with " + std::string(texts.name) +
-                                             " is not possible yet; nothing was sent.",
-                    log);
+    const std::unique_ptr<SaslMechanism> sasl = make(mechanism);
+    if (!sasl) {
+        connection_.fail(SmtpStatus::AuthFailure, std::string(texts.refusal), log_);
+        log_.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
+        return false;
+    }
+    SaslOutcome outcome = runSasl(*sasl, connection_, params_, log_);
+    if (!outcome.success && texts.retriedOverTls && mayRetryOverTls(outcome) &&
+        connection_.upgradeForLogin(params_, log_)) {
+        connection_.outcome().clear();
+        outcome = runSasl(*make(mechanism), connection_, params_, log_);
+    }
+    if (outcome.success) return true;
+    if (outcome.unavailable) return loginInstead(mechanism);
+    log_.logError(texts.refusal);
     return false;
+}
+
+bool LoginAttempt::mayRetryOverTls(const SaslOutcome& outcome) const {
+    return connection_.isConnected() && !connection_.isTls() && !connection_.settings.startTls &&
+           findIgnoreCase(outcome.firstReplyLine, "STARTTLS") != std::string_view::npos;
+}
+
+bool LoginAttempt::loginInstead(AuthMechanism mechanism) {
+    log_.logData("alt_login_method", "LOGIN");
+    if (mechanism == AuthMechanism::Msn) log_.logInfo("auth_login_3");
+    return run(AuthMechanism::Login);
+}
+
+std::unique_ptr<SaslMechanism> LoginAttempt::make(AuthMechanism mechanism) const {
+    const SmtpSettings& settings = connection_.settings;
+    switch (mechanism) {
+        case AuthMechanism::Xoauth2:
+            return std::make_unique<SaslXoauth2>(userBytes(), secretBytes(login_.token));
+        case AuthMechanism::Login:
+            return std::make_unique<SaslLogin>(userBytes(), secretBytes(login_.password),
+                                               std::string(settings.smtpHost.utf8()));
+        case AuthMechanism::CramMd5:
+            return std::make_unique<SaslCramMd5>(userBytes(), secretBytes(login_.password));
+        case AuthMechanism::Plain:
+            return std::make_unique<SaslPlain>(userBytes(), secretBytes(login_.password));
+        case AuthMechanism::Ntlm:
+            return makeNtlm();
+        case AuthMechanism::Msn:
+            return std::make_unique<SaslPackage>(SaslPackage::Package::Msn, login_.user,
+                                                 login_.password, settings.loginDomain,
+                                                 settings.smtpHost);
+        default:
+            return nullptr;
+    }
+}
+
+std::unique_ptr<SaslMechanism> LoginAttempt::makeNtlm() const {
+    const SmtpSettings& settings = connection_.settings;
+    XString user = login_.user;
+    user.trim();
+    if (user.empty() || user.equalsIgnoreCase("default")) {
+        return std::make_unique<SaslPackage>(SaslPackage::Package::Ntlm, login_.user,
+                                             login_.password, settings.loginDomain,
+                                             settings.smtpHost);
+    }
+    return std::make_unique<SaslNtlm>(user, login_.password, settings.loginDomain);
+}
+
+std::string LoginAttempt::userBytes() const {
+    return asAnsi() ? login_.user.ansi() : std::string(login_.user.utf8());
+}
+
+SecureBuffer LoginAttempt::secretBytes(const XString& secret) const {
+    SecureBuffer out;
+    if (asAnsi()) {
+        std::string ansi = secret.ansi();
+        out.append(std::string_view(ansi));
+        plat::wipe(ansi.data(), ansi.size());
+    } else {
+        out.append(secret.utf8());
+    }
+    return out;
 }
 
 }  // namespace
 
-bool smtpAuthenticate(SmtpConnImpl& connection, SocketParams&, LogBase& log) {
+bool smtpAuthenticate(SmtpConnImpl& connection, SocketParams& params, LogBase& log) {
     const LogContextExitor context(log, "smtpAuthenticate");
-    const SmtpSettings& settings = connection.settings;
     if (!connection.isConnected()) {
         connection.fail(SmtpStatus::ConnectionLost, "Not connected.", log);
         return false;
     }
     connection.clearLastReply();
-    const std::string method = effectiveMethod(connection, log);
-    logServerAndUser(settings, log);
-    if (method == "NONE") {
+    Login login = loginOf(connection, log);
+    logServerAndUser(connection.settings, login, log);
+    if (login.method != "NONE" && login.user.equalsIgnoreCase("default") &&
+        login.password.equalsIgnoreCase("default")) {
+        log.logInfo("Username/password is default/default, therefore using NTLM.");
+        login.method = "NTLM";
+    }
+    if (login.method == "NONE") {
         log.logInfo("Not authenticating because SmtpAuthMethod is NONE");
         log.logData("smtpAuth.method", "none");
         return true;
     }
-    const bool impliedUser = method == "NTLM";
-    const bool haveUser = impliedUser || !settings.userName.empty();
-    const bool havePassword = haveUser && (impliedUser || !settings.password.empty());
-    const bool haveToken = haveUser && !settings.oauth2Token.empty();
-    AuthMechanisms offered = smtp::restrictedTo(method, connection.capabilities().auth);
-    if (!offered.any() && havePassword) noteUnlistedMechanisms(offered, log);
-    const AuthMechanism mechanism = smtp::chooseMechanism(offered, havePassword, haveToken);
+    AuthMechanisms offered = smtp::restrictedTo(login.method, connection.capabilities().auth);
+    if (!offered.any() && login.havePassword()) noteUnlistedMechanisms(offered, log);
+    const AuthMechanism mechanism =
+        smtp::chooseMechanism(offered, login.havePassword(), login.haveToken());
     if (mechanism == AuthMechanism::None) {
         log.logData("login_method", "NONE or already authenticated");
         return true;
     }
-    return logIn(connection, mechanism, log);
+    const std::string_view name = textsOf(mechanism).name;
+    if (!name.empty()) log.logData("login_method", name);
+    if (!name.empty() && !connection.isTls()) {
+        log.logInfo("The connection is not encrypted: others on its way can read this login.");
+    }
+    return LoginAttempt(connection, login, params, log).run(mechanism);
 }
 
 }  // namespace tv

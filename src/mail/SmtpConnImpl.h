@@ -71,6 +71,10 @@ public:
     bool isQuiet() { return socket_ && socket_->isQuiet(); }
 
     bool isConnected() const { return socket_ && socket_->isConnected(); }
+    bool isTls() const { return socket_ && socket_->isTls(); }
+    // STARTTLS in the middle of a session, with a greeting before and after it. Failure may have
+    // closed the connection.
+    bool upgradeForLogin(SocketParams& params, LogBase& log);
     bool isAuthenticated() const { return authenticated_; }
     void setAuthenticated(bool authenticated);
     const SmtpCapabilities& capabilities() const { return capabilities_; }

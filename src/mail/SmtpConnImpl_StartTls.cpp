@@ -50,6 +50,11 @@ bool SmtpConnImpl::upgradeToTls(SocketParams& params, LogBase& log) {
     return true;
 }
 
+bool SmtpConnImpl::upgradeForLogin(SocketParams& params, LogBase& log) {
+    bool serverRefused = false;
+    return startTls(true, serverRefused, params, log) && ehloOrHelo(params, log);
+}
+
 // Goes on in clear only where the server itself said no.
 bool SmtpConnImpl::upgradeIfPossible(SocketParams& params, LogBase& log) {
     if (socket_->isTls() || !capabilities_.hasStartTls || !settings.startTlsIfPossible) {

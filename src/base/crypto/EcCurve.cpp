@@ -30,7 +30,7 @@ const EcCurve& ecCurve(EcCurveId id) {
         case EcCurveId::kSecp384r1:
             return curveOf<384, kSecp384r1>(&EcForm::secp384r1);
         case EcCurveId::kSecp521r1:
-            return curveOf<521, kSecp521r1>(nullptr);
+            return curveOf<521, kSecp521r1>(&EcForm::secp521r1);
         case EcCurveId::kBrainpoolP256r1:
             return curveOf<256, kBrainpoolP256r1>(nullptr);
         case EcCurveId::kBrainpoolP384r1:
@@ -42,7 +42,8 @@ const EcCurve& ecCurve(EcCurveId id) {
 }
 
 constinit const EcForm kEcPortable = {"portable", alwaysUsable, &kEcPortableOps<256, kSecp256r1>,
-                                      &kEcPortableOps<384, kSecp384r1>};
+                                      &kEcPortableOps<384, kSecp384r1>,
+                                      &kEcPortableOps<521, kSecp521r1>};
 
 constinit Dispatch<EcForm> ecForms{kForms};
 

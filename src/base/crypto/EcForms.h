@@ -23,9 +23,9 @@ struct EcOps {
 struct EcForm {
     const char* name;
     bool (*usable)();
-    // Null for the portable form.
     const EcOps* secp256r1;
     const EcOps* secp384r1;
+    const EcOps* secp521r1;
 };
 
 extern const EcForm kEcAvx2, kEcSse2;  // on x86 only

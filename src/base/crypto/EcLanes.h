@@ -31,6 +31,12 @@ struct Secp384r1Lanes {
     static const EcParams& params() { return kSecp384r1; }
 };
 
+struct Secp521r1Lanes {
+    static constexpr size_t kLimbs = 20, kBytes = 66;
+    static constexpr SignedPower kPlusOne[] = {{521, 1}};
+    static const EcParams& params() { return kSecp521r1; }
+};
+
 template <class V, class Curve>
 class EcLanes {
     using Field = FieldLanes<V, Curve>;
@@ -52,8 +58,9 @@ class EcLanes {
     static constexpr size_t kWindows = (8 * kBytes / kWindow + kParts) / kParts * kParts;
     static constexpr size_t kPartWindows = kWindows / kParts;
 
-    static constexpr int kPublicWidth = 5;
-    using OddTable = std::array<Entry, size_t{1} << (kPublicWidth - 2)>;  // 1 p, 3 p .. 15 p
+    // Odd multiples 1 p, 3 p .. of the base point and another one.
+    static constexpr int kBaseWidth = 7, kWidth = 5;
+    using OddTable = std::vector<Entry>;
 
 public:
     TV_LANES_TARGET static void multiply(uint8_t* out, const uint8_t* scalar,
@@ -71,7 +78,8 @@ public:
 
     TV_LANES_TARGET static bool sum(uint8_t* x, uint8_t* zz, const uint8_t* baseFactor,
                                     const uint8_t* factor, const uint8_t* point) {
-        static const OddTable& baseTable = *new OddTable(instance().oddMultiples(kBasePoint()));
+        static const OddTable& baseTable =
+            *new OddTable(instance().oddMultiples(kBasePoint(), kBaseWidth));
         return instance().sumOf(x, zz, baseTable, baseFactor, factor, point);
     }
 
@@ -365,8 +373,8 @@ private:
         putLane(out + kBytes, Field::select(mask, minusY, xy).carried(), 1);
     }
 
-    TV_LANES_TARGET OddTable oddMultiples(const uint8_t* point) const {
-        OddTable table;
+    TV_LANES_TARGET OddTable oddMultiples(const uint8_t* point, int width) const {
+        OddTable table(size_t{1} << (width - 2));
         Field p = enter(point), first, second;
         const Entry two = entryOf(twice(p));
         split(two.lanes, first, second);
@@ -385,9 +393,9 @@ private:
         Scalar u1, u2;
         limbsFromBytes(u1.data(), u1.size(), {baseFactor, kBytes});
         limbsFromBytes(u2.data(), u2.size(), {factor, kBytes});
-        const std::vector<int8_t> baseDigits = signedDigits(u1, kPublicWidth);
-        const std::vector<int8_t> digits = signedDigits(u2, kPublicWidth);
-        const OddTable table = oddMultiples(point);
+        const std::vector<int8_t> baseDigits = signedDigits(u1, kBaseWidth);
+        const std::vector<int8_t> digits = signedDigits(u2, kWidth);
+        const OddTable table = oddMultiples(point, kWidth);
         Field total = Field::zero();
         bool none = true, distinct = true;
         for (size_t i = std::max(baseDigits.size(), digits.size()); i-- != 0;) {
@@ -420,10 +428,16 @@ private:
         return !hasZeroZ(total);
     }
 
+    // Z of a sum is a product with its limbs in order: 0 or p if it is 0.
     TV_LANES_TARGET static bool hasZeroZ(const Field& p) {
-        uint8_t z[kBytes];
-        putLane(z, p, 2);
-        return std::all_of(z, z + kBytes, [](uint8_t byte) { return byte == 0; });
+        uint64_t differenceToZero = 0, differenceToPrime = 0;
+        for (size_t i = 0; i < kLimbs; ++i) {
+            uint64_t lanes[4];
+            V::store(lanes, p.v[i]);
+            differenceToZero |= lanes[2];
+            differenceToPrime |= lanes[2] ^ PrimeLimbs<Curve>::kPrime[i];
+        }
+        return differenceToZero == 0 || differenceToPrime == 0;
     }
 
     uint64_t one_[kLimbs], squared_[kLimbs];  // R and R^2

@@ -21,7 +21,8 @@ bool usable() {
 }  // namespace
 
 constinit const EcForm kEcAvx2 = {"avx2", usable, &kEcLanesOps<Avx2Lanes, Secp256r1Lanes>,
-                                  &kEcLanesOps<Avx2Lanes, Secp384r1Lanes>};
+                                  &kEcLanesOps<Avx2Lanes, Secp384r1Lanes>,
+                                  &kEcLanesOps<Avx2Lanes, Secp521r1Lanes>};
 
 }  // namespace tv::crypto
 

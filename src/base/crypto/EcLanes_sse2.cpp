@@ -21,7 +21,8 @@ bool usable() {
 }  // namespace
 
 constinit const EcForm kEcSse2 = {"sse2", usable, &kEcLanesOps<Sse2Lanes, Secp256r1Lanes>,
-                                  &kEcLanesOps<Sse2Lanes, Secp384r1Lanes>};
+                                  &kEcLanesOps<Sse2Lanes, Secp384r1Lanes>,
+                                  &kEcLanesOps<Sse2Lanes, Secp521r1Lanes>};
 
 }  // namespace tv::crypto
 

@@ -2,7 +2,7 @@
 // with limbs of 27 bits. For primes whose increment p + 1 is a sum of few powers of two, as those
 // of the NIST curves are. To be included after TV_LANES_TARGET is set, see Fe25.h.
 //
-// Bounds. "Tight" is what a product gives: limbs below 2^27 + 2^11, value below 1.1 p. A product
+// Bounds. "Tight" is what a product gives: limbs below 2^27, value below 1.1 p. A product
 // takes limbs up to 2^29 on both sides and, with R = 2^(27 kLimbs) above 2^14 p, values whose
 // multiples of p have a product up to 1600.
 #pragma once
@@ -82,7 +82,7 @@ public:
     }
 
     TV_LANES_TARGET friend FieldLanes operator*(const FieldLanes& a, const FieldLanes& b) {
-        return product(a, b, std::make_index_sequence<2 * kLimbs>());
+        return product(a, b, std::make_index_sequence<2 * kLimbs - 1>());
     }
 
     TV_LANES_TARGET friend FieldLanes operator+(const FieldLanes& a, const FieldLanes& b) {
@@ -169,67 +169,48 @@ public:
     V v[kLimbs];
 
 private:
+    // One column of the product after the other, lowest first, and in the lower half at once the
+    // multiple of p that makes the column's limb zero: as p ends in 27 ones, that is the limb times
+    // (p + 1) with the limb taken away. Few numbers are alive at a time.
+    struct Columns {
+        const FieldLanes &a, &b;
+        V* multiples;
+        FieldLanes& result;
+        V carry;
+    };
+
     template <size_t K, size_t... I>
-    TV_LANES_TARGET static V column(const FieldLanes& a, const FieldLanes& b,
-                                    std::index_sequence<I...>) {
+    TV_LANES_TARGET static void column(Columns& c, std::index_sequence<I...>) {
         V sum = V::all(0);
-        (addTerm<K, I>(sum, a, b), ...);
-        return sum;
+        (addTerm<K, I>(sum, c), ...);
+        (addMultiple<K, kLimbs - 1 - I>(sum, c), ...);
+        sum = V::add(sum, c.carry);  // last, as it comes last
+        const V limb = V::both(sum, V::all(kLaneMask));
+        (K < kLimbs ? c.multiples[K % kLimbs] : c.result.v[K % kLimbs]) = limb;
+        c.carry = V::template shr<kLaneBits>(sum);
     }
 
     template <size_t K, size_t I>
-    TV_LANES_TARGET static void addTerm(V& sum, const FieldLanes& a, const FieldLanes& b) {
-        if constexpr (I <= K && K - I < kLimbs) sum = V::add(sum, V::mul(a.v[I], b.v[K - I]));
+    TV_LANES_TARGET static void addTerm(V& sum, const Columns& c) {
+        if constexpr (I <= K && K - I < kLimbs) sum = V::add(sum, V::mul(c.a.v[I], c.b.v[K - I]));
     }
 
-    // Adds m * p with the m that makes limb I zero: as p ends in 27 ones, m is that limb, and the
-    // sum is m * (p + 1) with the limb taken away.
-    template <size_t I, size_t... J>
-    TV_LANES_TARGET static void reduceLimb(V* t, std::index_sequence<J...>) {
-        const V m = V::both(t[I], V::all(kLaneMask));
-        t[I + 1] = V::add(t[I + 1], V::template shr<kLaneBits>(t[I]));
-        (addMultiple<I, J>(t, m), ...);
-    }
-
-    template <size_t I, size_t J>
-    TV_LANES_TARGET static void addMultiple(V* t, V m) {
-        if constexpr (P::kPlusOne[J] != 0) {
-            t[I + J] = V::add(t[I + J], V::mul(m, V::all(P::kPlusOne[J])));
+    template <size_t K, size_t J>
+    TV_LANES_TARGET static void addMultiple(V& sum, const Columns& c) {
+        if constexpr (P::kPlusOne[J] != 0 && J <= K && K - J < kLimbs) {
+            sum = V::add(sum, V::mul(c.multiples[K - J], V::all(P::kPlusOne[J])));
         }
-    }
-
-    template <size_t... I>
-    TV_LANES_TARGET static void reduce(V* t, std::index_sequence<I...> all) {
-        (reduceLimb<I>(t, all), ...);
     }
 
     template <size_t... K>
     TV_LANES_TARGET static FieldLanes product(const FieldLanes& a, const FieldLanes& b,
                                               std::index_sequence<K...>) {
-        constexpr std::make_index_sequence<kLimbs> kAll;
-        V t[2 * kLimbs] = {column<K>(a, b, kAll)...};
-        reduce(t, kAll);
-        return carriedChains(t + kLimbs);
-    }
-
-    // Two chains of carries side by side, so that one's latency hides the other's.
-    TV_LANES_TARGET static FieldLanes carriedChains(V* t) {
-        constexpr size_t kHalf = kLimbs / 2;
-        for (size_t i = 0; i < kHalf; ++i) {
-            carryOut(t, i);
-            if (kHalf + i + 1 < kLimbs) carryOut(t, kHalf + i);
-        }
-        carryOut(t, kHalf);
-        FieldLanes r;
-        for (size_t i = 0; i < kLimbs; ++i) {
-            r.v[i] = t[i];
-        }
-        return r;
-    }
-
-    TV_LANES_TARGET static void carryOut(V* t, size_t i) {
-        t[i + 1] = V::add(t[i + 1], V::template shr<kLaneBits>(t[i]));
-        t[i] = V::both(t[i], V::all(kLaneMask));
+        FieldLanes result;
+        V multiples[kLimbs];
+        Columns c{a, b, multiples, result, V::all(0)};
+        (column<K>(c, std::make_index_sequence<kLimbs>()), ...);
+        result.v[kLimbs - 1] = c.carry;
+        return result;
     }
 };
 

@@ -4,7 +4,6 @@
 #include <bit>
 #include <vector>
 
-#include "base/crypto/LimbRow.h"
 #include "platform/SysWipe.h"
 
 namespace tv::crypto {
@@ -14,6 +13,25 @@ namespace {
 constexpr size_t kMaxLimbs = BigNum::kMaxLimbs;
 constexpr size_t kWindowBits = 4;
 constexpr size_t kWindowEntries = size_t{1} << kWindowBits;
+
+// accumulator[0..n) += a[0..n) * factor; the limb carried out is returned.
+Limb mulAddRow(Limb* accumulator, const Limb* a, size_t n, Limb factor) {
+    Limb carry = 0;
+    for (size_t i = 0; i < n; ++i) {
+        accumulator[i] = mulAdd(a[i], factor, accumulator[i], carry);
+    }
+    return carry;
+}
+
+// accumulator[0..n) -= a[0..n) * factor; the limb borrowed is returned.
+Limb mulSubRow(Limb* accumulator, const Limb* a, size_t n, Limb factor) {
+    Limb carry = 0, borrow = 0;
+    for (size_t i = 0; i < n; ++i) {
+        const Limb low = mulAdd(a[i], factor, 0, carry);
+        accumulator[i] = subBorrow(accumulator[i], low, borrow);
+    }
+    return carry + borrow;
+}
 
 // out = a * 2^shift over n limbs, shift below kLimbBits; the bits shifted out are returned.
 Limb shiftLeft(Limb* out, const Limb* a, size_t n, unsigned shift) {
@@ -81,10 +99,9 @@ void Montgomery::enter(Limb* out, const Limb* value) const {
     shiftRight(out, rest, n, shift);
 }
 
-void Montgomery::reduce(Limb* out, Limb* product) const {
+void Montgomery::reduce(Limb* out, Product& product) const {
     const size_t n = modulus_.size();
     const Limb* m = modulus_.limbs();
-    const MulAddRow mulAddRow = mulAddRowForm();
     Limb carry = 0;
     for (size_t i = 0; i < n; ++i) {
         const Limb high = mulAddRow(product + i, m, n, product[i] * negatedInverse_);
@@ -96,10 +113,8 @@ void Montgomery::reduce(Limb* out, Limb* product) const {
     selectLimbs(out, maskIfSet(borrow & (1 ^ carry)), product + n, reduced, n);
 }
 
-void Montgomery::multiply(Limb* out, const Limb* a, const Limb* b) const {
+void Montgomery::multiply(Limb* out, const Limb* a, const Limb* b, Product& product) const {
     const size_t n = modulus_.size();
-    const MulAddRow mulAddRow = mulAddRowForm();
-    Limb product[2 * kMaxLimbs];
     std::fill(product, product + n, Limb{0});
     for (size_t i = 0; i < n; ++i) {
         product[i + n] = mulAddRow(product + i, a, n, b[i]);
@@ -107,10 +122,8 @@ void Montgomery::multiply(Limb* out, const Limb* a, const Limb* b) const {
     reduce(out, product);
 }
 
-void Montgomery::square(Limb* out, const Limb* a) const {
+void Montgomery::square(Limb* out, const Limb* a, Product& product) const {
     const size_t n = modulus_.size();
-    const MulAddRow mulAddRow = mulAddRowForm();
-    Limb product[2 * kMaxLimbs];
     std::fill(product, product + n + 1, Limb{0});
     for (size_t i = 0; i + 1 < n; ++i) {
         product[i + n] = mulAddRow(product + 2 * i + 1, a + i + 1, n - i - 1, a[i]);
@@ -129,48 +142,52 @@ void Montgomery::square(Limb* out, const Limb* a) const {
     reduce(out, product);
 }
 
-void Montgomery::raise(BigNum& out, const Limb* base, const Limb* entered,
-                       uint64_t exponent) const {
+void Montgomery::raise(Limb* out, const Limb* base, const Limb* entered, uint64_t exponent,
+                       Product& product) const {
     const size_t n = modulus_.size();
-    Limb result[kMaxLimbs], last[kMaxLimbs];
-    std::copy(entered, entered + n, result);
+    std::copy(entered, entered + n, out);
     for (int bit = static_cast<int>(std::bit_width(exponent)) - 2; bit > 0; --bit) {
-        square(result, result);
-        if ((exponent >> bit & 1) != 0) multiply(result, result, entered);
+        square(out, out, product);
+        if ((exponent >> bit & 1) != 0) multiply(out, out, entered, product);
     }
     // The last multiplication takes the plain base (or one) and so leaves Montgomery form.
-    if (exponent > 1) square(result, result);
+    if (exponent > 1) square(out, out, product);
     if (exponent > 1 && (exponent & 1) != 0) {
-        std::copy(base, base + n, last);
+        multiply(out, out, base, product);
     } else {
-        setOne(last, n);
+        Limb one[kMaxLimbs];
+        setOne(one, n);
+        multiply(out, out, one, product);
     }
-    multiply(result, result, last);
-    out.fromLimbs(result, n);
-    plat::wipe(result, n * sizeof(Limb));
-    plat::wipe(last, n * sizeof(Limb));
 }
 
 void Montgomery::powPublic(BigNum& out, const BigNum& base, uint64_t exponent) const {
-    Limb plain[kMaxLimbs], entered[kMaxLimbs];
-    base.toLimbs(plain, modulus_.size());
+    const size_t n = modulus_.size();
+    Limb plain[kMaxLimbs], entered[kMaxLimbs], result[kMaxLimbs];
+    Product product;
+    base.toLimbs(plain, n);
     enter(entered, plain);
-    raise(out, plain, entered, exponent);
+    raise(result, plain, entered, exponent, product);
+    out.fromLimbs(result, n);
 }
 
-void Montgomery::powSecretBase(BigNum& out, std::span<const uint8_t> base,
+void Montgomery::powSecretBase(std::span<uint8_t> out, std::span<const uint8_t> base,
                                uint64_t exponent) const {
     const size_t n = modulus_.size();
-    Limb plain[kMaxLimbs], entered[kMaxLimbs];
+    Limb plain[kMaxLimbs], entered[kMaxLimbs], result[kMaxLimbs];
+    Product product;
     // The square of the form's factor, by entering one twice, takes a value in without a division.
     setOne(entered, n);
     enter(entered, entered);
     enter(entered, entered);
     limbsFromBytes(plain, n, base);
-    multiply(entered, entered, plain);
-    raise(out, plain, entered, exponent);
+    multiply(entered, entered, plain, product);
+    raise(result, plain, entered, exponent, product);
+    limbsToBytes(out, result, n);
     plat::wipe(plain, n * sizeof(Limb));
     plat::wipe(entered, n * sizeof(Limb));
+    plat::wipe(result, n * sizeof(Limb));
+    plat::wipe(product, 2 * n * sizeof(Limb));
 }
 
 void Montgomery::powSecretExponent(std::span<uint8_t> out, const BigNum& base,
@@ -178,6 +195,7 @@ void Montgomery::powSecretExponent(std::span<uint8_t> out, const BigNum& base,
     const size_t n = modulus_.size();
     // The powers 0 to 15 of the base, then result and the entry of the table in turn.
     std::vector<Limb> work((kWindowEntries + 2) * n);
+    Product product;
     Limb* result = work.data() + kWindowEntries * n;
     Limb* entry = result + n;
     setOne(entry, n);
@@ -185,12 +203,12 @@ void Montgomery::powSecretExponent(std::span<uint8_t> out, const BigNum& base,
     base.toLimbs(entry, n);
     enter(work.data() + n, entry);
     for (size_t i = 2; i < kWindowEntries; ++i) {
-        multiply(work.data() + i * n, work.data() + (i - 1) * n, work.data() + n);
+        multiply(work.data() + i * n, work.data() + (i - 1) * n, work.data() + n, product);
     }
     std::copy(work.data(), work.data() + n, result);
     for (size_t i = 0; i < 2 * exponent.size(); ++i) {
         for (size_t k = 0; k < kWindowBits; ++k) {
-            square(result, result);
+            square(result, result, product);
         }
         const Limb window = (exponent[i / 2] >> (i % 2 == 0 ? 4 : 0)) & 15;
         std::fill(entry, entry + n, Limb{0});
@@ -200,12 +218,13 @@ void Montgomery::powSecretExponent(std::span<uint8_t> out, const BigNum& base,
                 entry[j] |= mask & work[k * n + j];
             }
         }
-        multiply(result, result, entry);
+        multiply(result, result, entry, product);
     }
     setOne(entry, n);
-    multiply(result, result, entry);
+    multiply(result, result, entry, product);
     limbsToBytes(out, result, n);
     plat::wipe(work.data(), work.size() * sizeof(Limb));
+    plat::wipe(product, 2 * n * sizeof(Limb));
 }
 
 }  // namespace tv::crypto

@@ -18,22 +18,26 @@ public:
     // out = base ^ exponent, all public; base below the modulus, exponent at least 1. out may be
     // base.
     void powPublic(BigNum& out, const BigNum& base, uint64_t exponent) const;
-    // The same for a secret base: big-endian, of the modulus' length in bytes, and below it.
-    void powSecretBase(BigNum& out, std::span<const uint8_t> base, uint64_t exponent) const;
-    // The same for a secret exponent, big-endian. The result goes to bytes of the modulus' length,
-    // since the size of a BigNum would show in the time it takes to handle it.
+    // The same with secrets, which are big-endian bytes since the size of a BigNum shows in the
+    // time it takes to handle it. out has the modulus' length. A secret base too, and is below it.
+    void powSecretBase(std::span<uint8_t> out, std::span<const uint8_t> base,
+                       uint64_t exponent) const;
     void powSecretExponent(std::span<uint8_t> out, const BigNum& base,
                            std::span<const uint8_t> exponent) const;
 
 private:
-    // All operands have size() limbs of the modulus and lie below it; results may be operands.
-    void multiply(Limb* out, const Limb* a, const Limb* b) const;
-    void square(Limb* out, const Limb* a) const;
-    void reduce(Limb* out, Limb* product) const;  // product of 2 * size() limbs is used up
+    // Room for a product, which the caller wipes where it was of secrets.
+    using Product = Limb[2 * BigNum::kMaxLimbs];
+
+    // All operands have as many limbs as the modulus and lie below it; results may be operands.
+    void multiply(Limb* out, const Limb* a, const Limb* b, Product& product) const;
+    void square(Limb* out, const Limb* a, Product& product) const;
+    void reduce(Limb* out, Product& product) const;
     // The value times 2^(kLimbBits * size()); public values only.
     void enter(Limb* out, const Limb* value) const;
-    // base as it is and after enter.
-    void raise(BigNum& out, const Limb* base, const Limb* entered, uint64_t exponent) const;
+    // base as it is and after enter; out is neither.
+    void raise(Limb* out, const Limb* base, const Limb* entered, uint64_t exponent,
+               Product& product) const;
 
     BigNum modulus_;
     Limb negatedInverse_ = 0;

@@ -124,14 +124,11 @@ bool RsaPublicKey::encryptPkcs1(std::span<const uint8_t> message, const RandomSo
     const std::span<uint8_t> padding(block + 2, size - 3 - message.size());
     block[0] = 0x00;
     block[1] = 0x02;
-    bool ok = fillNonZero(random, padding);
+    const bool ok = fillNonZero(random, padding);
     block[2 + padding.size()] = 0x00;
     std::copy(message.begin(), message.end(), block + size - message.size());
-    if (ok) {
-        BigNum encrypted;  // the block starts with a zero byte: below the modulus
-        montgomery_.powSecretBase(encrypted, {block, size}, exponent_);
-        ok = encrypted.toBytes(out);
-    }
+    // The block starts with a zero byte and so is below the modulus.
+    if (ok) montgomery_.powSecretBase(out, {block, size}, exponent_);
     plat::wipe(block, sizeof block);
     return ok;
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "base/Hex.h"
 #include "base/crypto/Ecdh.h"
@@ -9,7 +10,7 @@
 #include "base/crypto/Hash.h"
 #include "tests/fixtures/HexBytes.h"
 #include "tests/fixtures/Wycheproof.h"
-#include "tests/unit/base/crypto/Peer.h"
+#include "tests/unit/base/crypto/EcCases.h"
 #include "tests/unit/base/crypto/RandomForTests.h"
 
 namespace tv::crypto {
@@ -18,26 +19,6 @@ namespace {
 using test::bytesOfHex;
 using test::hexOf;
 using test::Json;
-
-struct CurveCase {
-    const char* name;
-    EcCurveId id;
-    HashId hash;
-    const char* peerName;
-};
-
-const CurveCase kCurves[] = {
-    {"secp256r1", EcCurveId::kSecp256r1, HashId::kSha256, "P-256"},
-    {"secp384r1", EcCurveId::kSecp384r1, HashId::kSha384, "P-384"},
-    {"secp521r1", EcCurveId::kSecp521r1, HashId::kSha512, "P-521"},
-    {"brainpoolP256r1", EcCurveId::kBrainpoolP256r1, HashId::kSha256, "brainpoolP256r1"},
-    {"brainpoolP384r1", EcCurveId::kBrainpoolP384r1, HashId::kSha384, "brainpoolP384r1"},
-    {"brainpoolP512r1", EcCurveId::kBrainpoolP512r1, HashId::kSha512, "brainpoolP512r1"},
-};
-
-const CurveCase& curveNamed(const std::string& name) {
-    return *std::ranges::find_if(kCurves, [&](const CurveCase& c) { return name == c.name; });
-}
 
 // The private key of a vector as fieldBytes() bytes: files leave zeros out or put one more.
 std::vector<uint8_t> scalarOf(const EcCurve& curve, std::vector<uint8_t> bytes) {
@@ -48,12 +29,8 @@ std::vector<uint8_t> scalarOf(const EcCurve& curve, std::vector<uint8_t> bytes) 
     return bytes;
 }
 
-class EcCurveTest : public testing::TestWithParam<CurveCase> {
-protected:
-    const EcCurve& curve_ = ecCurve(GetParam().id);
-};
-INSTANTIATE_TEST_SUITE_P(Curves, EcCurveTest, testing::ValuesIn(kCurves),
-                         [](const auto& c) { return std::string(c.param.name); });
+class EcCurveTest : public test::EcFormTest {};
+INSTANTIATE_TEST_SUITE_P(Curves, EcCurveTest, testing::ValuesIn(test::ecCases()), test::ecCaseName);
 
 TEST_P(EcCurveTest, TwoKeysAgree) {
     EcdhKey a(GetParam().id), b(GetParam().id);
@@ -121,8 +98,8 @@ TEST_P(EcCurveTest, RefusesWhatIsNoPoint) {
         SecureBuffer secret;
         EXPECT_FALSE(curve_.isPoint(point)) << c.what;
         EXPECT_FALSE(key.derive(secret, point)) << c.what;
-        EXPECT_FALSE(ecdsaVerify(GetParam().id, point, bytesOfHex("00"),
-                                 bytesOfHex("3006020101020101")))
+        EXPECT_FALSE(
+            ecdsaVerify(GetParam().id, point, bytesOfHex("00"), bytesOfHex("3006020101020101")))
             << c.what;
     }
 }
@@ -157,7 +134,7 @@ struct EcdhVector {
     const char *curve, *secret, *peer, *shared;
 };
 
-TEST(EcdhTest, PublishedExamples) {
+TEST_P(EcCurveTest, PublishedKeyAgreements) {
     const EcdhVector vectors[] = {
         // NIST CAVS 14.1, ECC CDH primitive, the first of each curve
         {"secp256r1", "7d7dc5f71eb29ddaf80d6214632eeae03d9058af1fb6d22ed80badb62bc1a534",
@@ -178,6 +155,16 @@ TEST(EcdhTest, PublishedExamples) {
          "04d12dfb5289c8d4f81208b70270398c342296970a0bccb74c736fc7554494bf63"
          "56fbf3ca366cc23e8157854c13c58d6aac23f046ada30f8353e74f33039872ab",
          "d6840f6b42f6edafd13116e0e12565202fef8e9ece7dce03812464d04b9442de"},
+        {"secp521r1",
+         "017eecc07ab4b329068fba65e56a1f8890aa935e57134ae0ffcce802735151f4ea"
+         "c6564f6ee9974c5e6887a1fefee5743ae2241bfeb95d5ce31ddcb6f9edb4d6fc47",
+         "0400685a48e86c79f0f0875f7bc18d25eb5fc8c0b07e5da4f4370f3a9490340854"
+         "334b1e1b87fa395464c60626124a4e70d0f785601d37c09870ebf176666877a204"
+         "6d01ba52c56fc8776d9e8f5db4f0cc27636d0b741bbe05400697942e80b739884a"
+         "83bde99e0f6716939e632bc8986fa18dccd443a348b6c3e522497955a4f3c302f6"
+         "76",
+         "005fc70477c3e63bc3954bd0df3ea0d1f41ee21746ed95fc5e1fdf90930d5e1366"
+         "72d72cc770742d1711c3c3a4c334a0ad9759436a4d3c5bf6e74b9578fac148c831"},
         // RFC 7027 A.1 to A.3
         {"brainpoolP256r1", "81db1ee100150ff2ea338d708271be38300cb54241d79950f77b063039804f1d",
          "048d2d688c6cf93e1160ad04cc4429117dc2c41825e1e9fca0addd34e6f1b39f7b"
@@ -201,57 +188,217 @@ TEST(EcdhTest, PublishedExamples) {
          "a7927098655f1f9976fa50a9d566865dc530331846381c87256baf3226244b76"
          "d36403c024d7bbf0aa0803eaff405d3d24f11a9b5c0bef679fe1454b21c4cd1f"},
     };
+    int run = 0;
     for (const EcdhVector& v : vectors) {
-        EcdhKey key(curveNamed(v.curve).id);
+        if (std::string_view(v.curve) != GetParam().name) continue;
+        EcdhKey key(GetParam().id);
         SecureBuffer secret;
-        ASSERT_TRUE(key.setPrivate(bytesOfHex(v.secret))) << v.curve;
-        EXPECT_TRUE(key.derive(secret, bytesOfHex(v.peer))) << v.curve;
-        EXPECT_EQ(v.shared, hexLower(secret.bytes())) << v.curve;
+        ASSERT_TRUE(key.setPrivate(bytesOfHex(v.secret)));
+        EXPECT_TRUE(key.derive(secret, bytesOfHex(v.peer)));
+        EXPECT_EQ(v.shared, hexLower(secret.bytes()));
+        ++run;
     }
+    EXPECT_GT(run, 0);
 }
 
-TEST(EcdhTest, Wycheproof) {
-    for (const char* name : {"secp256r1", "secp384r1", "secp521r1"}) {
-        const std::string file = std::string("ecdh_") + name + "_ecpoint_test.json";
-        const CurveCase& c = curveNamed(name);
-        const EcCurve& curve = ecCurve(c.id);
-        const auto count = test::forEachWycheproof(file, [&](const Json& /*group*/, const Json& t) {
-            std::vector<uint8_t> shared(curve.fieldBytes());
-            const bool ok = curve.multiply(shared, scalarOf(curve, hexOf(t, "private")),
-                                           hexOf(t, "public"));
-            // Compressed points count as acceptable there; TLS has none (RFC 8422 5.1.2).
-            EXPECT_EQ(t["result"].text() == "valid", ok) << t["comment"].text();
-            if (ok) {
-                EXPECT_EQ(t["shared"].text(), hexLower(shared));
-            }
-            return true;
-        });
-        if (!count) GTEST_SKIP() << "no vectors beside the repository";
-        test::printCount(file, *count);
+// Signatures of the message "sample" with each curve's usual hash: the first one of RFC 6979 A.2.5,
+// the others made with libcrypto.
+struct EcdsaVector {
+    const char *curve, *point, *signature;
+};
+
+const EcdsaVector kSignatures[] = {
+    {"secp256r1",
+     "0460fed4ba255a9d31c961eb74c6356d68c049b8923b61fa6ce669622e60f29fb6"
+     "7903fe1008b8bc99a41ae9e95628bc64f2f1b20c2d7e9f5177a3c294d4462299",
+     "3046022100efd48b2aacb6a8fd1140dd9cd45e81d69d2c877b56aaf991c34d0ea84eaf3716"
+     "022100f7cb1c942d657c41d436c7a1b6e29f65f3e900dbb9aff4064dc4ab2f843acda8"},
+    {"secp384r1",
+     "042f1298a8a1b13ab515c88adec17ad3193270dfecfc57a3f21bff6f7bde0795ab"
+     "5ff023ac90f58eb2cf441b4b8f74facdaf45700c79a4ea9571147d38c58db19723"
+     "2162e9bb92f3b8e50f4a826a9278880cc41f433c81f7db2fb3c0bcd061853d",
+     "30660231009d1ba89f808128cec42bb5dbab2bff87a8bb801a3ab12921157412e8"
+     "47705e65880978bbc746a8402bb55d1ab3e7bd95023100c83d18ab838cbcfba54c"
+     "553598931b02d8c9b07aacbf032eb89bbf096d5680cf73bc4d56a6ea5f6cc54823"
+     "d97d636399"},
+    {"secp521r1",
+     "04009d6458791beeb34d2f0fe56a31ff675df2d590ec29e770d981aea20aa24b88"
+     "97c42c9383488bb790990d3235bb04d2a24f009efd76a9fdaa2574c8bf46f8fa61"
+     "1d011e78bc63e03c08f6303064a20a0cc08030f9b1908fba0182f61b533526d9f4"
+     "02b8ee1bc2f83784333f9b7585ab569a65f168a3459e6b928f160c3332b0fe6106"
+     "b1",
+     "30818702420122d362e2654ff9b97389e8f41ed6c0588d01e588df96fa17fa744a"
+     "afadfb34ad0047d6ea945528a371df2ff301e50d1b32f4cbf385d64851bf749d03"
+     "f7c9594e300241359eee032ee6d778fa205f678e3e92fb8725f1a4dd1a9b9104e0"
+     "fd06672bac1e3806138c05781a05477601f98d4ab7dbfc59bd553bff5fb3763a6e"
+     "535ce28911a5"},
+    {"brainpoolP256r1",
+     "0479e1e49042a3035961cd002ea44c1c99ce3445212b73bf36c9df7eba98a1e9e3"
+     "4f54442eafaf884344663b5c89e8ee1498812aaefee0aa4d24c283c85cd0bc3a",
+     "304402206d79956bd75cd5b12112d6f35bd7fd20000b2129547af4244ccb725ca5"
+     "da98b70220351262eb20fdbea3cd445a0bdc155607429661324d9c3c1f1f965656"
+     "b8c08284"},
+    {"brainpoolP384r1",
+     "0451262005d5d6bf7717cc72e74e7256333bffce33584696faa489cbc003cc7473"
+     "27aa8c38f77cbe43b4540375205802f137f455591e50720ed0f0f720ad55f1428e"
+     "f27954a02007e7356e7a9430681373b9e67e4a026cae8b1c6f199e2c20b6f9",
+     "3064023063eec8f271843c4096b8dec553cf6d79c875031e5deb9ce6f7f57bfe60"
+     "ea1541281acf1943af03cac460a46d24a759d502307f61115b52fee66e7fc0821a"
+     "9b83e9c2eaf2c535a38d0cb11c5aa3d0fcd92c40a8076887b68458aba4718302c0"
+     "19ddab"},
+    {"brainpoolP512r1",
+     "042cee3744b5587fb4402be43bef45104af743a4ca86e9b37e1d973aaef277b700"
+     "7e9a001729b736610a75a487da5d408efb3496ce7a87fbcb035a921a42b72fd312"
+     "798c4c832222a325ef55bbd9e5e144383ff755555123e72564c661f69936587f37"
+     "9c3ee943aeabdd31964a64732c45ec25ee10409510c612dc419ba29f6a17",
+     "30818402403130ded71aa2b706afa568aec5c505a2b78a602d1033c45ff38ccbb2"
+     "7d3045baa1e42f528b0d25ae0c39a6724df0678a596208592427a6c5b22536f14e"
+     "a0c1a302407d444a6c07b8f3b4d579c262289f01d6b9c6a54d31c6cbd21361b9bb"
+     "b270c4708599fc4c457e4568aa93b859782c6d03a59486fb51271b18d033526a37"
+     "efe2c1"},
+};
+
+class EcdsaTest : public test::EcFormTest {
+protected:
+    const EcdsaVector& vector_ = *std::ranges::find_if(kSignatures, [](const EcdsaVector& v) {
+        return std::string_view(v.curve) == GetParam().name;
+    });
+    const std::vector<uint8_t> point_ = bytesOfHex(vector_.point);
+    const std::vector<uint8_t> signature_ = bytesOfHex(vector_.signature);
+    const DigestBytes digest_ = Hash::of(GetParam().hash, test::bytesOf("sample"));
+
+    bool verify(std::span<const uint8_t> signature) const {
+        return ecdsaVerify(GetParam().id, point_, digest_, signature);
     }
+};
+INSTANTIATE_TEST_SUITE_P(Curves, EcdsaTest, testing::ValuesIn(test::ecCases()), test::ecCaseName);
+
+TEST_P(EcdsaTest, KnownSignature) {
+    EXPECT_TRUE(verify(signature_));
+    std::vector<uint8_t> digest(digest_.data(), digest_.data() + digest_.size());
+    digest.back() ^= 1;
+    EXPECT_FALSE(ecdsaVerify(GetParam().id, point_, digest, signature_));
 }
 
-TEST(EcdsaTest, Wycheproof) {
+TEST_P(EcdsaTest, OneEncodingOnly) {
+    EXPECT_TRUE(verify(signature_));
+    const bool longLength = signature_[1] == 0x81;
+    const size_t r = longLength ? 3 : 2;  // where the first INTEGER begins
+    const size_t s = r + 2 + signature_[r + 1];
     const struct {
-        const char *file, *curve;
+        const char* what;
+        std::function<void(std::vector<uint8_t>&)> change;
+        int grow;  // what the outer length must follow
     } cases[] = {
-        {"ecdsa_secp256r1_sha256_test.json", "secp256r1"},
-        {"ecdsa_secp384r1_sha384_test.json", "secp384r1"},
-        {"ecdsa_secp521r1_sha512_test.json", "secp521r1"},
+        {"empty", [](auto& b) { b.clear(); }, 0},
+        {"cut", [](auto& b) { b.pop_back(); }, 0},
+        {"cut, length adjusted", [](auto& b) { b.pop_back(); }, -1},
+        {"a byte behind", [](auto& b) { b.push_back(0); }, 0},
+        {"a byte behind s", [](auto& b) { b.push_back(0); }, 1},
+        {"NULL behind s",
+         [](auto& b) {
+             b.insert(b.end(), {5, 0});
+         },
+         2},
+        {"SET", [](auto& b) { b[0] = 0x31; }, 0},
+        {"r no INTEGER", [=](auto& b) { b[r] = 0x03; }, 0},
+        {"s no INTEGER", [=](auto& b) { b[s] = 0x04; }, 0},
+        {"indefinite length", [](auto& b) { b[1] = 0x80; }, 0},
+        {"length too long by one", [=](auto& b) { ++b[r + 1]; }, 0},
+        {"s too long by one", [=](auto& b) { ++b[s + 1]; }, 0},
+        {"a zero before r", [=](auto& b) { ++b[r + 1], b.insert(b.begin() + ptrdiff_t(r) + 2, 0); },
+         1},
+        {"a zero before s", [=](auto& b) { ++b[s + 1], b.insert(b.begin() + ptrdiff_t(s) + 2, 0); },
+         1},
+        {"length of r in long form", [=](auto& b) { b.insert(b.begin() + ptrdiff_t(r) + 1, 0x81); },
+         1},
+        {"r of no bytes",
+         [=](auto& b) {
+             b.erase(b.begin() + ptrdiff_t(r) + 2, b.begin() + ptrdiff_t(s));
+             b[r + 1] = 0;
+         },
+         -int(s - r - 2)},
+        {"r zero",
+         [=](auto& b) {
+             b.erase(b.begin() + ptrdiff_t(r) + 3, b.begin() + ptrdiff_t(s));
+             b[r + 1] = 1;
+             b[r + 2] = 0;
+         },
+         -int(s - r - 3)},
+        {"negative r", [=](auto& b) { b[r + 2] |= 0x80; }, 0},
+        {"negative s", [=](auto& b) { b[s + 2] |= 0x80; }, 0},
     };
     for (const auto& c : cases) {
-        const CurveCase& curve = curveNamed(c.curve);
-        const auto count = test::forEachWycheproof(c.file, [&](const Json& group, const Json& t) {
-            const DigestBytes digest = Hash::of(curve.hash, hexOf(t, "msg"));
-            EXPECT_EQ(t["result"].text() == "valid",
-                      ecdsaVerify(curve.id, hexOf(group["publicKey"], "uncompressed"), digest,
-                                  hexOf(t, "sig")))
-                << t["comment"].text();
-            return true;
-        });
-        if (!count) GTEST_SKIP() << "no vectors beside the repository";
-        test::printCount(c.file, *count);
+        std::vector<uint8_t> changed = signature_;
+        c.change(changed);
+        if (c.grow != 0) {
+            uint8_t& length = changed[longLength ? 2 : 1];
+            length = static_cast<uint8_t>(length + c.grow);
+        }
+        EXPECT_FALSE(verify(changed)) << c.what;
     }
+    // The outer length in the other form than the shortest.
+    std::vector<uint8_t> other = signature_;
+    if (longLength) {
+        other.insert(other.begin() + 2, 0);
+        other[1] = 0x82;
+    } else {
+        other.insert(other.begin() + 1, 0x81);
+    }
+    EXPECT_FALSE(verify(other));
+}
+
+// The files there are for the curves that TLS uses most.
+class EcVectorTest : public test::EcFormTest {
+protected:
+    void SetUp() override {
+        EcFormTest::SetUp();
+        if (IsSkipped()) return;
+        std::vector<uint8_t> point(curve_.pointBytes()), one(curve_.fieldBytes());
+        one.back() = 1;
+        EXPECT_TRUE(curve_.multiplyBase(point, one));
+    }
+
+    void report(const std::string& file, const std::optional<test::WycheproofCount>& count) {
+        if (!count) GTEST_SKIP() << "no vectors beside the repository";
+        test::printCount(file + ", form " + GetParam().form->name, *count);
+    }
+};
+
+std::vector<test::EcCase> casesWithFiles() {
+    std::vector<test::EcCase> cases = test::ecCases();
+    std::erase_if(cases, [](const test::EcCase& c) { return !c.member; });
+    return cases;
+}
+INSTANTIATE_TEST_SUITE_P(Curves, EcVectorTest, testing::ValuesIn(casesWithFiles()),
+                         test::ecCaseName);
+
+TEST_P(EcVectorTest, WycheproofEcdh) {
+    const std::string file = std::string("ecdh_") + GetParam().name + "_ecpoint_test.json";
+    report(file, test::forEachWycheproof(file, [&](const Json& /*group*/, const Json& t) {
+               std::vector<uint8_t> shared(curve_.fieldBytes());
+               const bool ok = curve_.multiply(shared, scalarOf(curve_, hexOf(t, "private")),
+                                               hexOf(t, "public"));
+               // Compressed points count as acceptable there; TLS has none (RFC 8422 5.1.2).
+               EXPECT_EQ(t["result"].text() == "valid", ok) << t["comment"].text();
+               if (ok) {
+                   EXPECT_EQ(t["shared"].text(), hexLower(shared));
+               }
+               return true;
+           }));
+}
+
+TEST_P(EcVectorTest, WycheproofEcdsa) {
+    const std::string file = std::string("ecdsa_") + GetParam().name + "_sha" +
+                             std::to_string(8 * digestSize(GetParam().hash)) + "_test.json";
+    report(file, test::forEachWycheproof(file, [&](const Json& group, const Json& t) {
+               const DigestBytes digest = Hash::of(GetParam().hash, hexOf(t, "msg"));
+               EXPECT_EQ(t["result"].text() == "valid",
+                         ecdsaVerify(GetParam().id, hexOf(group["publicKey"], "uncompressed"),
+                                     digest, hexOf(t, "sig")))
+                   << t["comment"].text();
+               return true;
+           }));
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "base/crypto/Ecdh.h"
 #include "base/crypto/Ecdsa.h"
 #include "base/crypto/Rsa.h"
+#include "tests/unit/base/crypto/EcCases.h"
 #include "tests/unit/base/crypto/RandomForTests.h"
 
 namespace tv::crypto {
@@ -49,13 +50,25 @@ Bytes randomOf(test::SeededRandom& random, size_t size) {
     return out;
 }
 
-struct CurveCase {
-    const char* name;
-    EcCurveId id;
-    int nid;
-};
+int nidOf(EcCurveId id) {
+    switch (id) {
+        case EcCurveId::kSecp256r1:
+            return NID_X9_62_prime256v1;
+        case EcCurveId::kSecp384r1:
+            return NID_secp384r1;
+        case EcCurveId::kSecp521r1:
+            return NID_secp521r1;
+        case EcCurveId::kBrainpoolP256r1:
+            return NID_brainpoolP256r1;
+        case EcCurveId::kBrainpoolP384r1:
+            return NID_brainpoolP384r1;
+        case EcCurveId::kBrainpoolP512r1:
+            return NID_brainpoolP512r1;
+    }
+    return 0;
+}
 
-class PeerCurveTest : public testing::TestWithParam<CurveCase> {
+class PeerCurveTest : public test::EcFormTest {
 protected:
     Bytes pointOf(const EC_POINT* point) {
         Bytes out(curve_.pointBytes());
@@ -65,19 +78,10 @@ protected:
     }
     const EC_GROUP* group() const { return EC_KEY_get0_group(key_.get()); }
 
-    const EcCurve& curve_ = ecCurve(GetParam().id);
-    Owned<EC_KEY> key_{EC_KEY_new_by_curve_name(GetParam().nid)};
+    Owned<EC_KEY> key_{EC_KEY_new_by_curve_name(nidOf(GetParam().id))};
 };
-INSTANTIATE_TEST_SUITE_P(
-    Curves, PeerCurveTest,
-    testing::Values(CurveCase{"secp256r1", EcCurveId::kSecp256r1, NID_X9_62_prime256v1},
-                    CurveCase{"secp384r1", EcCurveId::kSecp384r1, NID_secp384r1},
-                    CurveCase{"secp521r1", EcCurveId::kSecp521r1, NID_secp521r1},
-                    CurveCase{"brainpoolP256r1", EcCurveId::kBrainpoolP256r1, NID_brainpoolP256r1},
-                    CurveCase{"brainpoolP384r1", EcCurveId::kBrainpoolP384r1, NID_brainpoolP384r1},
-                    CurveCase{"brainpoolP512r1", EcCurveId::kBrainpoolP512r1,
-                              NID_brainpoolP512r1}),
-    [](const auto& c) { return std::string(c.param.name); });
+INSTANTIATE_TEST_SUITE_P(Curves, PeerCurveTest, testing::ValuesIn(test::ecCases()),
+                         test::ecCaseName);
 
 TEST_P(PeerCurveTest, MultipliesAlike) {
     test::SeededRandom random(11);
@@ -91,7 +95,7 @@ TEST_P(PeerCurveTest, MultipliesAlike) {
             // Few bits, long runs of ones and zeros, or none of that.
             if (i % 4 == 1) std::fill(scalar.begin(), scalar.end() - 3, uint8_t{0});
             if (i % 4 == 2) std::fill(scalar.begin() + 1, scalar.end() - 9, uint8_t{0xff});
-            if (GetParam().nid == NID_secp521r1) scalar[0] &= 1;
+            if (GetParam().id == EcCurveId::kSecp521r1) scalar[0] &= 1;
         } while (!ours.setPrivate(scalar));
         const Owned<BIGNUM> number = numberOf(scalar);
         EC_POINT_mul(group(), point.get(), number.get(), nullptr, nullptr, nullptr);
@@ -147,6 +151,47 @@ TEST_P(PeerCurveTest, VerifiesItsSignatures) {
     }
 }
 
+// Sums in which equal or opposite points meet, or infinity comes out.
+TEST_P(PeerCurveTest, SumsOfRelatedPoints) {
+    const BIGNUM* order = EC_GROUP_get0_order(group());
+    const Owned<BN_CTX> context(BN_CTX_new());
+    const Owned<BIGNUM> k(BN_new()), a(BN_new()), b(BN_new()), r(BN_new()), e(BN_new());
+    const Owned<EC_POINT> point(EC_POINT_new(group())), total(EC_POINT_new(group()));
+    const size_t size = curve_.fieldBytes();
+    int infinities = 0;
+    for (int factor = -40; factor <= 40; ++factor) {
+        if (factor == 0) continue;
+        // The signer's point is factor * base point; u1 and u2 are small.
+        BN_set_word(k.get(), static_cast<BN_ULONG>(std::abs(factor)));
+        if (factor < 0) BN_sub(k.get(), order, k.get());
+        EC_POINT_mul(group(), point.get(), k.get(), nullptr, nullptr, context.get());
+        for (unsigned u1 = 1; u1 < 6; ++u1) {
+            for (unsigned u2 = 1; u2 < 4; ++u2) {
+                BN_set_word(a.get(), u1);
+                BN_set_word(b.get(), u2);
+                EC_POINT_mul(group(), total.get(), a.get(), point.get(), b.get(), context.get());
+                // With s = r / u2 and e = s u1 the two factors come out as u1 and u2.
+                const bool infinity = EC_POINT_is_at_infinity(group(), total.get()) == 1;
+                infinities += infinity;
+                BN_one(r.get());
+                if (!infinity) {
+                    EC_POINT_get_affine_coordinates(group(), total.get(), r.get(), nullptr,
+                                                    context.get());
+                    BN_nnmod(r.get(), r.get(), order, context.get());
+                }
+                BN_mod_inverse(b.get(), b.get(), order, context.get());
+                BN_mod_mul(b.get(), b.get(), r.get(), order, context.get());
+                BN_mod_mul(e.get(), b.get(), a.get(), order, context.get());
+                EXPECT_EQ(!infinity,
+                          curve_.verify(bytesOfNumber(r.get(), size), bytesOfNumber(b.get(), size),
+                                        bytesOfNumber(e.get(), size), pointOf(point.get())))
+                    << factor << " " << u1 << " " << u2;
+            }
+        }
+    }
+    EXPECT_GT(infinities, 0);
+}
+
 TEST(PeerRsaTest, VerifiesAndEncrypts) {
     test::SeededRandom random(13);
     const Owned<BIGNUM> e(BN_new());
@@ -162,8 +207,8 @@ TEST(PeerRsaTest, VerifiesAndEncrypts) {
             const Bytes digest = randomOf(random, 20);
             Bytes signature(size), message(size), clear(size);
             unsigned length = 0;
-            ASSERT_EQ(1, RSA_sign(NID_sha1, digest.data(), 20, signature.data(), &length,
-                                  rsa.get()));
+            ASSERT_EQ(1,
+                      RSA_sign(NID_sha1, digest.data(), 20, signature.data(), &length, rsa.get()));
             EXPECT_TRUE(key.verifyPkcs1(HashId::kSha1, digest, signature)) << bits << exponent;
 
             const Bytes secret = randomOf(random, 48);

@@ -26,7 +26,9 @@ Value valueOf(std::span<const uint8_t> bytes) {
     return value;
 }
 
-Value valueOfHex(std::string_view hex) { return valueOf(bytesOfHex(hex)); }
+Value valueOfHex(std::string_view hex) {
+    return valueOf(bytesOfHex(hex));
+}
 
 class X25519Test : public test::FormTest<X25519Form> {};
 TV_FOR_EACH_FORM(X25519Test, X25519Form);
@@ -89,8 +91,8 @@ TEST_P(X25519Test, TwoKeysAgree) {
 }
 
 TEST_P(X25519Test, Wycheproof) {
-    const auto count = test::forEachWycheproof(
-        "x25519_test.json", [](const Json& /*group*/, const Json& test) {
+    const auto count =
+        test::forEachWycheproof("x25519_test.json", [](const Json& /*group*/, const Json& test) {
             const Value secret = valueOf(hexOf(test, "private"));
             const Value expected = valueOf(hexOf(test, "shared"));
             Value out;

@@ -14,7 +14,7 @@ EVP_PKEY* makeKey(const std::string& kind) {
 
 // Keys take long to make: one of each kind for the whole program.
 EVP_PKEY* keyOf(const std::string& kind) {
-    static std::map<std::string, EVP_PKEY*> keys;
+    static auto& keys = *new std::map<std::string, EVP_PKEY*>;  // until the process ends
     EVP_PKEY*& key = keys[kind];
     if (!key) key = makeKey(kind);
     return key;

@@ -32,7 +32,7 @@ struct Spec {
 };
 
 EVP_PKEY* keyNamed(const std::string& name) {
-    static std::map<std::string, EVP_PKEY*> keys;
+    static auto& keys = *new std::map<std::string, EVP_PKEY*>;  // until the process ends
     EVP_PKEY*& key = keys[name];
     if (!key) {
         key = name.rfind("rsa512", 0) == 0 ? EVP_RSA_gen(512)
