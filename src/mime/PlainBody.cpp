@@ -3,6 +3,27 @@
 #include <algorithm>
 
 namespace tv {
+namespace {
+
+// Finds line ends from left to right with the library's fast search for one character.
+class LineEnds {
+public:
+    explicit LineEnds(std::string_view text) : text_(text) {}
+
+    // The next CR or LF at or behind the position, or the end. Positions only grow.
+    size_t next(size_t at) {
+        if (!searched_ || lineFeed_ < at) lineFeed_ = std::min(text_.find('\n', at), text_.size());
+        searched_ = true;
+        return at + std::min(text_.substr(at, lineFeed_ - at).find('\r'), lineFeed_ - at);
+    }
+
+private:
+    std::string_view text_;
+    size_t lineFeed_ = 0;
+    bool searched_ = false;
+};
+
+}  // namespace
 
 bool writePlainBody(std::string_view text, bool repairLineEnds, bool dotStuffing,
                     OutputStream& out) {
@@ -13,8 +34,13 @@ bool writePlainBody(std::string_view text, bool repairLineEnds, bool dotStuffing
         return good;
     };
     bool lineStart = true;
+    LineEnds ends(text);
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
+        if (!lineStart && c != '\r' && c != '\n') {
+            i = ends.next(i) - 1;
+            continue;
+        }
         if (lineStart && dotStuffing && c == '.' && !writeUpTo(i, ".")) return false;
         lineStart = c == '\n';
         if (!repairLineEnds || (c != '\r' && c != '\n')) continue;
@@ -32,8 +58,9 @@ bool writePlainBody(std::string_view text, bool repairLineEnds, bool dotStuffing
 size_t longestLine(std::string_view text) {
     size_t longest = 0;
     size_t start = 0;
+    LineEnds ends(text);
     while (start <= text.size()) {
-        const size_t end = std::min(text.find_first_of("\r\n", start), text.size());
+        const size_t end = ends.next(start);
         longest = std::max(longest, end - start);
         start = end + 1;
     }
