@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "tests/unit/mail/MailDialogue.h"
+#include "tests/fixtures/TestData.h"
 
 namespace tv::test {
 namespace {
@@ -307,7 +308,7 @@ std::string document() {
 }
 
 TEST(FaultTable, isTheDocument) {
-    const std::string path = std::string(TV_TEST_DATA) + "/../../docs/faults.md";
+    const std::string path = testDataPath("../../docs/faults.md");
     const std::string wanted = document();
     if (std::getenv("TV_WRITE_FAULTS")) {
         std::FILE* file = std::fopen(path.c_str(), "wb");

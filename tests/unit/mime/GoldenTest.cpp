@@ -6,6 +6,7 @@
 
 #include "mime/TvEmail.h"
 #include "tests/unit/mime/MimeSupport.h"
+#include "tests/fixtures/TestData.h"
 
 namespace tv::test {
 namespace {
@@ -110,7 +111,7 @@ TEST_P(Golden, IsWhatGoesOut) {
     Host host;
     GetParam().make(host);
     const std::string message = renderSent(host.email.impl());
-    const std::string path = std::string(TV_TEST_DATA) + "/golden/" + GetParam().name + ".eml";
+    const std::string path = testDataPath(std::string("golden/") + GetParam().name + ".eml");
     if (std::getenv("TV_WRITE_GOLDEN")) {
         std::ofstream(path, std::ios::binary) << message;
         GTEST_SKIP() << "written: " << path;

@@ -12,6 +12,7 @@
 #include "tests/fixtures/FakeNet.h"
 #include "tests/fixtures/FakeSystem.h"
 #include "tests/fixtures/hosts/odd_call.h"
+#include "tests/fixtures/TestData.h"
 
 namespace tv {
 namespace {
@@ -100,7 +101,7 @@ TEST_P(StackAlignmentTest, AMessageGoesOutAtEveryOffset) {
         EXPECT_EQ(call1(::setRecipient, "reader@example.test", offset), 1u);
         call1(::setBody, body.c_str(), offset);
         call1(::setLogo, "", offset);
-        call1(::setAttachment, TV_TEST_DATA "/windows7_imports.txt", offset);
+        call1(::setAttachment, testDataPath("windows7_imports.txt").c_str(), offset);
         EXPECT_EQ(call0(::szBrisko, offset), 1u) << ::getLastError();
         EXPECT_NE(link.fromClient.find("xxxxxxxx=\r\n"), std::string::npos) << offset;
         EXPECT_NE(link.fromClient.find("filename=\"windows7_imports.txt\""), std::string::npos);

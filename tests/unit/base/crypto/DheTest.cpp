@@ -8,6 +8,7 @@
 #include "base/Hex.h"
 #include "tests/fixtures/HexBytes.h"
 #include "tests/fixtures/Wycheproof.h"
+#include "tests/fixtures/TestData.h"
 
 namespace tv::crypto {
 namespace {
@@ -16,7 +17,7 @@ using test::hexOf;
 using test::Json;
 
 const std::vector<Json>& exchanges() {
-    static const Json data = *Json::load(std::string(TV_TEST_DATA) + "/crypto/dhe.json");
+    static const Json data = *Json::load(testDataPath("crypto/dhe.json"));
     return data["exchanges"].items();
 }
 

@@ -8,6 +8,7 @@
 #include "base/Hex.h"
 #include "tests/fixtures/HexBytes.h"
 #include "tests/fixtures/Wycheproof.h"
+#include "tests/fixtures/TestData.h"
 #include "tests/unit/base/crypto/Peer.h"
 #include "tests/unit/base/crypto/RandomForTests.h"
 
@@ -51,7 +52,7 @@ struct Signed {
 };
 
 const Json& dataFile() {
-    static const Json data = *Json::load(std::string(TV_TEST_DATA) + "/crypto/rsa.json");
+    static const Json data = *Json::load(testDataPath("crypto/rsa.json"));
     return data;
 }
 
