@@ -33,7 +33,7 @@ std::unique_ptr<tv::SaslMechanism> mechanismOf(uint8_t number) {
         case 2:
             return std::make_unique<tv::SaslCramMd5>("user", secret());
         case 3:
-            return std::make_unique<tv::SaslXoauth2>("user", secret());
+            return std::make_unique<tv::SaslXoauth2>("user", secret(), nullptr);
         default:
             return std::make_unique<tv::SaslNtlm>(tv::XString("user"), tv::XString("hidden"),
                                                   tv::XString("DOMAIN"));

@@ -1,8 +1,8 @@
 #include "mail/SaslXoauth2.h"
 
-#include "base/Ascii.h"
 #include "base/Base64.h"
 #include "base/CodePage.h"
+#include "mail/OAuth2Messages.h"
 
 namespace tv {
 namespace {
@@ -14,29 +14,24 @@ bool sendable(std::string_view text) {
     return saslSendable(text) && text.find(kSeparator) == std::string_view::npos;
 }
 
-// A description of how to get a token, not a token.
-bool isTokenRequest(std::string_view token) {
-    const std::string_view text = trimmed(token);
-    return text.starts_with('{') && text.ends_with('}');
-}
-
 }  // namespace
 
-SaslXoauth2::SaslXoauth2(std::string user, SecureBuffer token)
+SaslXoauth2::SaslXoauth2(std::string user, SecureBuffer token, TokenSource source)
     : SaslMechanism({"XOAUTH2", "xoauth2", "auth_xoauth2", {}}),
       user_(std::move(user)),
-      token_(std::move(token)) {}
+      token_(std::move(token)),
+      source_(std::move(source)) {}
 
 SaslResult SaslXoauth2::begin(SaslTurn& turn, LogBase& log) {
-    const std::string_view token = saslText(token_);
-    if (user_.empty() || token.empty()) {
+    if (user_.empty() || token_.empty()) {
         log.logError("Username and/or access token is empty");
         return SaslResult::NoCredentials;
     }
-    if (isTokenRequest(token)) {
+    if (isOAuth2Description(saslText(token_)) && !source_(token_, log)) {
         log.logError("Failed to get SMTP OAuth2 access token by client credentials.");
         return SaslResult::Failed;
     }
+    const std::string_view token = saslText(token_);
     if (!sendable(user_) || !sendable(token)) return SaslResult::NoCredentials;
     log.logData("username", user_);
     SecureBuffer message;

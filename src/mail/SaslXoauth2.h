@@ -1,7 +1,9 @@
 // XOAUTH2: an OAuth2 access token in the initial response. A refusal may come as a challenge that
-// holds the server's account of the error.
+// holds the server's account of the error. In place of the token a description of how to get one
+// may be given.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "mail/Sasl.h"
@@ -10,7 +12,10 @@ namespace tv {
 
 class SaslXoauth2 final : public SaslMechanism {
 public:
-    SaslXoauth2(std::string user, SecureBuffer token);
+    // Gets the token that a description stands for; the reason of a failure is in the log.
+    using TokenSource = std::function<bool(SecureBuffer& token, LogBase& log)>;
+
+    SaslXoauth2(std::string user, SecureBuffer token, TokenSource source);
 
     SaslResult begin(SaslTurn& turn, LogBase& log) override;
     SaslResult respond(std::string_view challenge, SaslTurn& turn, LogBase& log) override;
@@ -18,6 +23,7 @@ public:
 private:
     std::string user_;
     SecureBuffer token_;
+    TokenSource source_;
 };
 
 }  // namespace tv

@@ -137,6 +137,7 @@ private:
     std::unique_ptr<SaslMechanism> make(AuthMechanism mechanism) const;
     std::unique_ptr<SaslMechanism> makeNtlm() const;
     bool mayRetryOverTls(const SaslOutcome& outcome) const;
+    bool mayRetryWithNewToken(const SaslOutcome& outcome) const;
     bool loginInstead(AuthMechanism mechanism);
     std::string userBytes() const;
     SecureBuffer secretBytes(const XString& secret) const;
@@ -162,6 +163,12 @@ bool LoginAttempt::run(AuthMechanism mechanism) {
         connection_.outcome().clear();
         outcome = runSasl(*make(mechanism), connection_, params_, log_);
     }
+    if (!outcome.success && mechanism == AuthMechanism::Xoauth2 && mayRetryWithNewToken(outcome)) {
+        log_.logInfo("The kept access token was refused: one more try with a new one.");
+        connection_.outcome().clear();
+        outcome = runSasl(*make(mechanism), connection_, params_, log_);
+        if (!outcome.success) connection_.oauth2TokenRefused();
+    }
     if (outcome.success) return true;
     if (outcome.unavailable) return loginInstead(mechanism);
     log_.logError(texts.refusal);
@@ -171,6 +178,11 @@ bool LoginAttempt::run(AuthMechanism mechanism) {
 bool LoginAttempt::mayRetryOverTls(const SaslOutcome& outcome) const {
     return connection_.isConnected() && !connection_.isTls() && !connection_.settings.startTls &&
            findIgnoreCase(outcome.firstReplyLine, "STARTTLS") != std::string_view::npos;
+}
+
+bool LoginAttempt::mayRetryWithNewToken(const SaslOutcome& outcome) const {
+    return !outcome.firstReplyLine.empty() && connection_.oauth2TokenRefused() &&
+           connection_.isConnected();
 }
 
 bool LoginAttempt::loginInstead(AuthMechanism mechanism) {
@@ -183,7 +195,10 @@ std::unique_ptr<SaslMechanism> LoginAttempt::make(AuthMechanism mechanism) const
     const SmtpSettings& settings = connection_.settings;
     switch (mechanism) {
         case AuthMechanism::Xoauth2:
-            return std::make_unique<SaslXoauth2>(userBytes(), secretBytes(login_.token));
+            return std::make_unique<SaslXoauth2>(
+                userBytes(), secretBytes(login_.token), [this](SecureBuffer& token, LogBase& log) {
+                    return connection_.oauth2AccessToken(token, params_, log);
+                });
         case AuthMechanism::Login:
             return std::make_unique<SaslLogin>(userBytes(), secretBytes(login_.password),
                                                std::string(settings.smtpHost.utf8()));

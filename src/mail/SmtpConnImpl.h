@@ -10,6 +10,7 @@
 
 #include "base/DataBuffer.h"
 #include "log/LogBase.h"
+#include "mail/OAuth2ClientCredentials.h"
 #include "mail/SmtpCapabilities.h"
 #include "mail/SmtpResponse.h"
 #include "mail/SmtpSessionLog.h"
@@ -77,6 +78,10 @@ public:
     bool upgradeForLogin(SocketParams& params, LogBase& log);
     bool isAuthenticated() const { return authenticated_; }
     void setAuthenticated(bool authenticated);
+    // The access token that the OAuth2 description of the settings stands for.
+    bool oauth2AccessToken(SecureBuffer& token, SocketParams& params, LogBase& log);
+    // The server refused it. True if that was a kept one: the next may serve.
+    bool oauth2TokenRefused();
     const SmtpCapabilities& capabilities() const { return capabilities_; }
     IoFailure ioFailure() const { return ioFailure_; }
     // False while the last queued commands did not leave completely.
@@ -124,6 +129,7 @@ private:
 
     std::unique_ptr<Socket2> socket_;
     std::shared_ptr<TlsSessionSlot> tlsSessions_ = std::make_shared<TlsSessionSlot>();
+    std::unique_ptr<OAuth2ClientCredentials> tokenSource_;
     SmtpSettings made_;  // those of the open connection
     SmtpCapabilities capabilities_;
     bool authenticated_ = false;

@@ -164,6 +164,24 @@ bool SmtpConnImpl::smtpGreeting(SocketParams& params, LogBase& log) {
     return false;
 }
 
+bool SmtpConnImpl::oauth2AccessToken(SecureBuffer& token, SocketParams& params, LogBase& log) {
+    if (!tokenSource_ || tokenSource_->description() != settings.oauth2Token) {
+        tokenSource_ = std::make_unique<OAuth2ClientCredentials>(settings.oauth2Token);
+    }
+    OAuth2Transport transport;
+    transport.connectTimeoutMs = settings.connectTimeoutMs;
+    transport.idleTimeoutMs = settings.idleTimeoutMs;
+    transport.tlsProtocol = settings.tlsProtocol.utf8();
+    transport.trustAnchorsFile = settings.trustAnchorsFile.utf8();
+    transport.plainAllowed = settings.oauth2PlainHttp;
+    return tokenSource_->accessToken(transport, token, log, params);
+}
+
+bool SmtpConnImpl::oauth2TokenRefused() {
+    return tokenSource_ && tokenSource_->description() == settings.oauth2Token &&
+           tokenSource_->tokenRefused();
+}
+
 void SmtpConnImpl::closeSmtpConnection(LogBase& log, SocketParams& params) {
     unsettled_ = false;
     authenticated_ = false;

@@ -33,7 +33,8 @@ struct SmtpSettings {
     XString userName;
     XString password;
     XString loginDomain;
-    XString oauth2Token;
+    XString oauth2Token;           // or the description of how to get one
+    bool oauth2PlainHttp = false;  // no property reaches it: for tests alone
 
     bool autoMessageId = true;
     bool pipelining = true;

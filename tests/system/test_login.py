@@ -1,6 +1,10 @@
 """Logins at a Postfix with Cyrus SASL, through the exports alone: accepted, refused, nothing shown."""
 import base64
 import contextlib
+import copy
+import hmac
+import pathlib
+import re
 import socket
 import threading
 
@@ -8,7 +12,9 @@ import pytest
 
 import sasl
 from postfix import PostfixMissing
+from probes import SendProbe
 from products import Host
+from programs import run
 
 WRONG = "pa55-wrong hidden"
 
@@ -156,6 +162,50 @@ def test_without_a_login_nothing_is_taken(product, tmp_path, server):
     assert "554 5.7.1" in error
 
 
+def test_a_login_by_the_companion_program(product, tmp_path, server):
+    (tmp_path / "secret").write_text(sasl.PASSWORD + "\n")
+    for password, code in ((tmp_path / "secret", 0), (tmp_path / "wrong", 1)):
+        (tmp_path / "wrong").write_text(WRONG)
+        before = len(server.messages(0))
+        done = run(product, product.program, "--host", "127.0.0.1", "--port", server.port,
+                   "--auth", "NTLM", "--domain", "EXAMPLE", "--user", sasl.USER,
+                   "--password-file", product.path(password), "--from", "anna@example.test",
+                   "--to", "bela@example.test", "--subject", "login")
+        assert done.code == code, done.err
+        assert len(server.messages(before + 1 - code)) == before + 1 - code
+        for word in (sasl.PASSWORD, WRONG):
+            assert_hidden(done.out + done.err, sasl.USER, word)
+    assert "535 5.7.8" in done.err
+
+
+def test_the_security_package_with_given_credentials(dll, server):
+    probe = dll.probe("login_probe")
+    done = run(dll, probe, server.port, sasl.USER, sasl.PASSWORD, "")
+    assert done.code == 0, done.out
+    assert "smtpAuth.ntlmImpl: microsoftSspi" in done.out and "235 2.7.0" in done.out
+    refused = run(dll, probe, server.port, sasl.USER, WRONG, "")
+    assert refused.code == 1
+    assert "Logon denied.  Check username, password, and domain" in refused.out
+    for word in (sasl.PASSWORD, WRONG):
+        assert_hidden(done.out + refused.out, sasl.USER, word)
+
+
+def test_without_the_security_package_the_logged_on_user_is_asked_by_login(dll, tmp_path, server):
+    """Wine's package is a program that it looks for in the path."""
+    (tmp_path / "bin").mkdir()
+    for program in pathlib.Path("/usr/bin").iterdir():
+        if program.name != "ntlm_auth":
+            (tmp_path / "bin" / program.name).symlink_to(program)
+    bare = copy.copy(dll)
+    bare.env = {**dll.env, "PATH": str(tmp_path / "bin")}
+    (tmp_path / "host").mkdir()
+    error = send(bare, tmp_path / "host", server, "NTLM", "default", user="default")
+    commands = [line for line in error.splitlines() if line.endswith("<CRLF>")]
+    first = commands.index("AUTH NTLM<CRLF>")
+    assert commands[first + 1:first + 3] == ["*<CRLF>", "AUTH LOGIN<CRLF>"]
+    assert "alt_login_method: LOGIN" in error and "535 5.7.8" in error
+
+
 def test_the_logged_on_user_goes_through_the_security_package(product, tmp_path, server):
     error = send(product, tmp_path, server, "NTLM", "default", user="default")
     commands = [line for line in error.splitlines() if line.endswith("<CRLF>")]
@@ -168,3 +218,35 @@ def test_the_logged_on_user_goes_through_the_security_package(product, tmp_path,
     else:
         assert commands[first + 1:first + 3] == ["*<CRLF>", "AUTH LOGIN<CRLF>"]
         assert error.splitlines()[-1].startswith("535 5.7.8")
+
+
+@pytest.mark.parametrize("method", sasl.MECHANISMS)
+@pytest.mark.parametrize("password", [sasl.PASSWORD, WRONG], ids=["right", "wrong"])
+def test_no_text_and_no_file_holds_what_was_sent_in_secret(product, tmp_path, server, method, password):
+    files = {"DebugLogFilePath": "debug", "SentMailLogFile": "sent"}
+    with SendProbe(product, SmtpHost="127.0.0.1", SmtpPort=server.port, SmtpUsername=sasl.USER,
+                   SmtpPassword=password, SmtpAuthMethod=method, VerboseLogging=1, log=1,
+                   **{key: product.path(tmp_path / name) for key, name in files.items()}) as probe:
+        sent = probe.send()
+    assert sent["sent"] == (password == sasl.PASSWORD)
+    written = {name: (tmp_path / name).read_bytes().decode("utf-8", "replace")
+               for name in files.values() if (tmp_path / name).exists()}
+    assert "AUTH" in written["debug"]
+    for text in [sent["log"], sent["transcript"], *written.values()]:
+        assert "{PasswordOrCredentials}" in text or text is written.get("sent")
+        for secret in secrets_of(password, sent["log"]):
+            assert secret not in text
+
+
+def secrets_of(password, log):
+    """The password in its forms, and the beginnings of the lines that were computed from it."""
+    for word in (password.encode(), password.encode("utf-16-le")):
+        for shift in range(3):  # base64 of it at any place in a longer text
+            yield base64.b64encode(b"\0" * shift + word)[4 * bool(shift):-4].decode()
+    yield password
+    yield "TlRMTVNTUAAD"  # NTLM's last message
+    challenge = re.search(r"334 (PD\S+)", log)  # CRAM-MD5's
+    if challenge:
+        digest = hmac.new(password.encode(), base64.b64decode(challenge[1]), "md5").hexdigest()
+        yield digest
+        yield base64.b64encode(f"{sasl.USER} {digest}".encode()).decode()

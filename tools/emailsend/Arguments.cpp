@@ -18,7 +18,7 @@ Server
   --tls none             never encrypted; without --tls as the server offers it
   --user NAME            log in; the password comes from --password-file
   --password-file FILE   or else from the environment, EMAILSEND_PASSWORD
-  --auth METHOD          LOGIN, PLAIN, CRAM-MD5, NTLM, XOAUTH2 or NONE
+  --auth METHOD          LOGIN, PLAIN, CRAM-MD5, NTLM or NONE
   --domain DOMAIN        Windows domain for NTLM
   --ntlm-version N       1 or 2 (2)
 

@@ -1,39 +1,11 @@
 #include "tests/unit/net/tls/peer/OpenSslPeer.h"
 
 #include <algorithm>
-#include <map>
+
+#include "tests/unit/net/tls/peer/LibCrypto.h"
 
 namespace tv::tls::test {
 namespace {
-
-EVP_PKEY* makeKey(const std::string& kind) {
-    return kind.rfind("RSA-", 0) == 0
-               ? EVP_RSA_gen(static_cast<unsigned>(std::stoul(kind.substr(4))))
-               : EVP_EC_gen(kind.c_str());
-}
-
-// Keys take long to make: one of each kind for the whole program.
-EVP_PKEY* keyOf(const std::string& kind) {
-    static auto& keys = *new std::map<std::string, EVP_PKEY*>;  // until the process ends
-    EVP_PKEY*& key = keys[kind];
-    if (!key) key = makeKey(kind);
-    return key;
-}
-
-X509* makeCertificate(EVP_PKEY* key) {
-    X509* cert = X509_new();
-    X509_set_version(cert, 2);
-    ASN1_INTEGER_set(X509_get_serialNumber(cert), 1);
-    X509_gmtime_adj(X509_getm_notBefore(cert), -3600);
-    X509_gmtime_adj(X509_getm_notAfter(cert), 86400);
-    X509_set_pubkey(cert, key);
-    X509_NAME* name = X509_get_subject_name(cert);
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
-                               reinterpret_cast<const unsigned char*>("server.test"), -1, -1, 0);
-    X509_set_issuer_name(cert, name);
-    X509_sign(cert, key, EVP_sha256());
-    return cert;
-}
 
 int acceptAnything(int, X509_STORE_CTX*) {
     return 1;
@@ -52,10 +24,9 @@ OpenSslServer::OpenSslServer(const ServerOptions& o)
     if (!o.groups.empty()) SSL_CTX_set1_groups_list(ctx, o.groups.c_str());
     SSL_CTX_set_dh_auto(ctx, 1);
     EVP_PKEY* key = keyOf(o.key);
-    X509* cert = makeCertificate(key);
-    SSL_CTX_use_certificate(ctx, cert);
+    const Bytes cert = certificateOf(key);
+    SSL_CTX_use_certificate_ASN1(ctx, static_cast<int>(cert.size()), cert.data());
     SSL_CTX_use_PrivateKey(ctx, key);
-    X509_free(cert);
     const unsigned char id[] = "test";
     SSL_CTX_set_session_id_context(ctx, id, sizeof id);
     SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_SERVER);

@@ -1,0 +1,67 @@
+// JSON objects: what is read of them and what is none.
+#include "base/Json.h"
+
+#include <gtest/gtest.h>
+
+namespace tv {
+namespace {
+
+TEST(Json, membersAreReadInOrder) {
+    const auto members = readJsonObject(
+        " {\"a\" : \"x\\\"\\\\\\/\\b\\f\\n\\r\\t\", \"b\":-1.5e+3,\"c\":true,\r\n\t\"d\":null,"
+        "\"e\":{\"a\":[{}]}, \"f\":[1, \"]\"],\"\\u00e4\\ud83d\\ude00\":\"\\u0041\",\"\":0} ");
+    ASSERT_TRUE(members);
+    std::string all;
+    for (const JsonMember& member : *members) {
+        all += member.name + "=" + std::string(member.text()) + ";";
+    }
+    EXPECT_EQ(all,
+              "a=x\"\\/\b\f\n\r\t;b=-1.5e+3;c=true;d=null;e={\"a\":[{}]};f=[1, \"]\"];"
+              "\xC3\xA4\xF0\x9F\x98\x80=A;=0;");
+    EXPECT_EQ(findMember(*members, "c")->kind, JsonMember::Kind::Bool);
+    EXPECT_EQ(findMember(*members, "g"), nullptr);
+}
+
+TEST(Json, whatIsNoObject) {
+    const auto nested = [](size_t depth) {
+        return std::string("{\"a\":") + std::string(depth - 1, '[') + std::string(depth - 1, ']') +
+               "}";
+    };
+    EXPECT_TRUE(readJsonObject(nested(kMaxJsonDepth)));
+    const std::string whole = "{\"a\":[1,{\"b\":\"\\u00e4\"}],\"c\":false}";
+    ASSERT_TRUE(readJsonObject(whole));
+    for (size_t i = 0; i < whole.size(); ++i) {
+        EXPECT_FALSE(readJsonObject(whole.substr(0, i))) << i;
+    }
+    for (const std::string& text : {std::string("[]"),
+                                    std::string("1"),
+                                    std::string("{} {}"),
+                                    std::string("{,}"),
+                                    std::string("{\"a\":1,}"),
+                                    std::string("{\"a\":1 \"b\":2}"),
+                                    std::string("{a:1}"),
+                                    std::string("{\"a\":01}"),
+                                    std::string("{\"a\":1.}"),
+                                    std::string("{\"a\":.5}"),
+                                    std::string("{\"a\":+1}"),
+                                    std::string("{\"a\":1e}"),
+                                    std::string("{\"a\":tru}"),
+                                    std::string("{\"a\":'x'}"),
+                                    std::string("{\"a\":\"\n\"}"),
+                                    std::string("{\"a\":\"\\x\"}"),
+                                    std::string("{\"a\":\"\\u12g4\"}"),
+                                    std::string("{\"a\":\"\\ud83d\"}"),
+                                    std::string("{\"a\":\"\\ude00\"}"),
+                                    std::string("{\"a\":\"\\ud83d\\u0041\"}"),
+                                    std::string("{\"a\":[1,]}"),
+                                    std::string("{\"a\":\"\xFF\"}"),
+                                    std::string("{\"a\":\"\0\"}", 9),
+                                    std::string("{\"a\":1,\"\\u0061\":2}"),
+                                    nested(kMaxJsonDepth + 1),
+                                    nested(60000)}) {
+        EXPECT_FALSE(readJsonObject(text)) << text.substr(0, 40);
+    }
+}
+
+}  // namespace
+}  // namespace tv
