@@ -178,12 +178,15 @@ def test_a_login_by_the_companion_program(product, tmp_path, server):
     assert "535 5.7.8" in done.err
 
 
-def test_the_security_package_with_given_credentials(dll, server):
+def test_the_security_package_with_given_credentials(dll, tmp_path, server):
+    """Wine's package answers by NTLMv2 alone unless told otherwise, and Cyrus SASL has no target information."""
+    (tmp_path / "smb.conf").write_text("[global]\nclient ntlmv2 auth = no\n")
+    env = {"SMB_CONF_PATH": str(tmp_path / "smb.conf")}
     probe = dll.probe("login_probe")
-    done = run(dll, probe, server.port, sasl.USER, sasl.PASSWORD, "")
+    done = run(dll, probe, server.port, sasl.USER, sasl.PASSWORD, "", env=env)
     assert done.code == 0, done.out
     assert "smtpAuth.ntlmImpl: microsoftSspi" in done.out and "235 2.7.0" in done.out
-    refused = run(dll, probe, server.port, sasl.USER, WRONG, "")
+    refused = run(dll, probe, server.port, sasl.USER, WRONG, "", env=env)
     assert refused.code == 1
     assert "Logon denied.  Check username, password, and domain" in refused.out
     for word in (sasl.PASSWORD, WRONG):
@@ -203,7 +206,7 @@ def test_without_the_security_package_the_logged_on_user_is_asked_by_login(dll, 
     commands = [line for line in error.splitlines() if line.endswith("<CRLF>")]
     first = commands.index("AUTH NTLM<CRLF>")
     assert commands[first + 1:first + 3] == ["*<CRLF>", "AUTH LOGIN<CRLF>"]
-    assert "alt_login_method: LOGIN" in error and "535 5.7.8" in error
+    assert error.splitlines()[-1].startswith("535 5.7.8")
 
 
 def test_the_logged_on_user_goes_through_the_security_package(product, tmp_path, server):
