@@ -117,9 +117,11 @@ bool connectSocket_v2(TolvaneSocket& socket, const ConnectTarget& target, LogBas
     log.logData("domainOrIpAddress", target.host);
     log.logDataLong("port", target.port);
     log.logDataLong("connectTimeoutMs", target.connectTimeoutMs);
-    const uint32_t limitMs =
-        target.connectTimeoutMs == 0 ? TolvaneSocket::kEndlessConnectMs : target.connectTimeoutMs;
-    Attempt attempt{target, socket, Deadline(limitMs), log, params};
+    Attempt attempt{target, socket,
+                    target.connectTimeoutMs == 0
+                        ? Deadline::unlimited(TolvaneSocket::kEndlessConnectMs)
+                        : Deadline(target.connectTimeoutMs),
+                    log, params};
     const std::string host = normalizeHost(target.host);
     if (host.empty()) {
         return fail(attempt, "Cannot connect, hostname is zero length",

@@ -12,6 +12,13 @@ class Deadline {
 public:
     explicit Deadline(uint64_t limitMs)
         : startNs_(plat::sysClock().monotonicNs()), limitNs_(limitMs * 1000000) {}
+    // For callers who set no limit: a time so long that only steps with limits of their own count.
+    static Deadline unlimited(uint64_t mostMs) {
+        Deadline deadline(mostMs);
+        deadline.isLimited_ = false;
+        return deadline;
+    }
+    bool isLimited() const { return isLimited_; }
 
     // Milliseconds left, rounded up; 0 once the time is over, or when the clock has gone back.
     uint64_t leftMs() const {
@@ -29,6 +36,7 @@ public:
 private:
     uint64_t startNs_;
     uint64_t limitNs_;
+    bool isLimited_ = true;
 };
 
 }  // namespace tv

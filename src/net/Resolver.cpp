@@ -4,7 +4,10 @@
 
 #include "base/Ascii.h"
 #include "log/LogContextExitor.h"
+#include "net/DnsClient.h"
 #include "net/HostName.h"
+#include "net/NameServers.h"
+#include "net/ResolverState.h"
 #include "net/SocketError.h"
 #include "net/SocketLibrary.h"
 #include "platform/SysSocket.h"
@@ -16,6 +19,11 @@ using plat::AddressFamily;
 using plat::NetCode;
 
 constexpr uint64_t kLeastTimeMs = 1000;
+
+// The form under which a name is remembered: "host.tld." and "host.tld" are the same.
+std::string_view withoutDot(std::string_view name) {
+    return name.substr(0, name.size() - (name.back() == '.' ? 1 : 0));
+}
 
 bool failLookup(ConnectFailReason reason, SocketParams& params) {
     params.connectFailReason = reason;
@@ -42,6 +50,73 @@ bool isJustMissing(const plat::NetError& error) {
     return error.is(NetCode::NoData) || error.is(NetCode::HostNotFound);
 }
 
+// The last resort where the application names no servers of its own.
+bool askSystemInstead(const std::string& name, const Deadline& deadline,
+                      std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
+    const size_t ownServers = resolverState().ownNameServers.size();
+    log.logDataLong("num_app_defined_ns", static_cast<int64_t>(ownServers));
+    return ownServers == 0 && getAddressInfo(name, false, deadline, addresses, log, params);
+}
+
+// Whom to ask; empty where only the system's resolver may be.
+std::vector<plat::IpAddress> serversFor(const std::string& name, LogBase& log) {
+    ResolverState& state = resolverState();
+    std::vector<plat::IpAddress> servers = state.ownNameServers;
+    if (servers.empty()) {
+        NameServers system = systemNameServers(log);
+        servers = std::move(system.addresses);
+        if (servers.empty() && system.hasOthers) {
+            log.logError("No DNS nameservers have been defined.");
+        } else if (servers.empty() && system.isInside(name)) {
+            log.logInfo("Names of the local network are left to the system's resolver.");
+        } else if (servers.empty()) {
+            servers = publicNameServers();
+            log.logInfo("The system lists no nameservers: using 8.8.8.8 and 1.1.1.1.");
+        }
+    }
+    if (servers.size() > NameServers::kMost) servers.resize(NameServers::kMost);
+    state.order(servers, plat::sysClock().tickMs());
+    return servers;
+}
+
+// Asks name servers and remembers what they said, and which of them did not.
+bool queryServers(const std::string& name, const std::vector<plat::IpAddress>& servers,
+                  const Deadline& deadline, DnsOutcome& outcome, LogBase& log,
+                  SocketParams& params) {
+    ResolverState& state = resolverState();
+    const bool answered =
+        doDnsQuery(name, servers, state.requireTls, deadline, outcome, log, params);
+    const uint64_t nowMs = plat::sysClock().tickMs();
+    for (const plat::IpAddress& server : outcome.silent) {
+        state.noteServer(server, false, nowMs);
+    }
+    if (outcome.server) state.noteServer(*outcome.server, true, nowMs);
+    return answered;
+}
+
+bool resolveByQuery(const std::string& name, const Deadline& deadline,
+                    std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
+    const std::vector<plat::IpAddress> servers = serversFor(name, log);
+    if (servers.empty()) return getAddressInfo(name, false, deadline, addresses, log, params);
+    DnsOutcome outcome;
+    const bool answered = queryServers(name, servers, deadline, outcome, log, params);
+    if (params.aborted) return failLookup(ConnectFailReason::Aborted, params);
+    if (answered && outcome.reply.kind == dns::ReplyKind::Addresses) {
+        resolverState().keep(withoutDot(name), outcome.reply, plat::sysClock().tickMs());
+        addresses = outcome.reply.addresses;
+        return true;
+    }
+    const bool nothingUsable = answered && outcome.reply.kind == dns::ReplyKind::NoAddress;
+    if (nothingUsable) log.logInfo("retry");
+    if (askSystemInstead(name, deadline, addresses, log, params)) return true;
+    if (params.aborted) return failLookup(ConnectFailReason::Aborted, params);
+    log.logError(nothingUsable ? "No valid DNS answer.." : "DNS resolution failed.");
+    const bool timedOut = outcome.timedOut || deadline.hasPassed();
+    return failLookup(timedOut ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed,
+                      params);
+}
+
+// tvDnsResolveDomainIPv4_n
 bool resolveByName(std::string_view domain, const Deadline& deadline,
                    std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
     std::string name;
@@ -49,11 +124,25 @@ bool resolveByName(std::string_view domain, const Deadline& deadline,
         log.logError("Invalid domain for resolving domain to IP address.");
         return failLookup(ConnectFailReason::DnsFailed, params);
     }
-    if (!getAddressInfo(name, false, deadline, addresses, log, params)) return false;
-    if (name.find('.') == std::string::npos) {
-        log.logData("sbIp_gethostbyname", plat::toText(addresses.front()));
+    ResolverState& state = resolverState();
+    if (!state.isUsable()) {
+        log.logError("DNS cache is either finalized or invalid.");
+        return failLookup(ConnectFailReason::DnsFailed, params);
     }
-    return true;
+    if (state.findInHosts(withoutDot(name), addresses)) {
+        log.logData("ip_from_hosts_file", plat::toText(addresses.front()));
+        return true;
+    }
+    if (name.find('.') == std::string::npos) {
+        if (!getAddressInfo(name, false, deadline, addresses, log, params)) return false;
+        log.logData("sbIp_gethostbyname", plat::toText(addresses.front()));
+        return true;
+    }
+    if (state.findInCache(withoutDot(name), plat::sysClock().tickMs(), addresses)) {
+        log.logData("ip_from_dns_cache", plat::toText(addresses.front()));
+        return true;
+    }
+    return resolveByQuery(name, deadline, addresses, log, params);
 }
 
 }  // namespace

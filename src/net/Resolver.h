@@ -12,7 +12,9 @@
 namespace tv {
 
 // The IPv4 addresses of a name, a numeric address itself, or, where a name has none, its IPv6
-// addresses; in the order to be tried. Failure sets params.connectFailReason.
+// addresses; in the order to be tried. A name is looked for in the hosts file, the cache and at the
+// name servers; the system's resolver is asked for single labels and where that all has failed.
+// Failure sets params.connectFailReason.
 bool dnsLookup(std::string_view domain, const Deadline& deadline,
                std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params);
 

@@ -2,6 +2,7 @@
 // progress monitor, and why an operation ended early.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "net/ProgressMonitor.h"
@@ -34,6 +35,12 @@ struct SocketParams {
     bool timedOut = false;  // set by the transport when a wait ran out
     ConnectFailReason connectFailReason = ConnectFailReason::None;
 
+    // The longest that a wait may go without looking for an abort.
+    uint32_t sliceMs() const {
+        constexpr uint32_t kLeastHeartbeat = 50, kFine = 66, kUsual = 333;
+        if (heartbeatMs > 0) return std::max(heartbeatMs, kLeastHeartbeat);
+        return fineSlices ? kFine : kUsual;
+    }
     // Asks the monitor and remembers a yes.
     bool checkAbort() {
         if (monitor && monitor->abortRequested()) aborted = true;

@@ -9,15 +9,7 @@ namespace {
 
 using plat::NetCode;
 
-constexpr uint32_t kSliceMs = 333;
-constexpr uint32_t kFineSliceMs = 66;
-constexpr uint32_t kMinHeartbeatMs = 50;
 constexpr size_t kMaxTransfer = 1048576;  // of one system call
-
-uint32_t sliceOf(const SocketParams& params) {
-    if (params.heartbeatMs > 0) return std::max(params.heartbeatMs, kMinHeartbeatMs);
-    return params.fineSlices ? kFineSliceMs : kSliceMs;
-}
 
 Deadline idleDeadline(uint32_t maxIdleMs) {
     if (maxIdleMs == TolvaneSocket::kPoll) return Deadline(1);
@@ -65,7 +57,8 @@ TolvaneSocket::Waited TolvaneSocket::wait(plat::WaitFor what, const Deadline& de
         const uint64_t left = deadline.leftMs();
         if (left == 0) break;
         bool ready = false;
-        const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, sliceOf(params)));
+        const uint32_t sliceMs =
+            static_cast<uint32_t>(std::min<uint64_t>(left, params.sliceMs()));
         const plat::NetError error = plat::sysNet().wait(handle_, what, sliceMs, ready);
         if (mustStop()) {
             log.logError("Another thread is closing this socket.");

@@ -41,6 +41,18 @@ private:
 // True if the path names an existing regular file.
 bool isRegularFile(std::string_view utf8Path);
 
+// What changes when a file is written anew: its size and the system's time of the last change.
+struct FileStamp {
+    uint64_t size = 0;
+    uint64_t modified = 0;
+    bool operator==(const FileStamp& other) const = default;
+};
+// False where there is no such file.
+bool fileStamp(std::string_view utf8Path, FileStamp& out);
+
+// The first most bytes of a regular file; false where it cannot be read.
+bool readFileStart(std::string_view utf8Path, size_t most, std::string& out);
+
 // The current directory as UTF-8, without a trailing separator unless it is a root.
 std::string currentDirectory();
 

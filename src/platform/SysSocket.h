@@ -81,6 +81,10 @@ public:
 
     // A stream socket, closed to child processes. Protocol 0, or TCP by name with explicitProtocol.
     virtual NetError openTcp(AddressFamily family, bool explicitProtocol, SocketHandle& socket) = 0;
+    // A datagram socket, closed to child processes. Once it is connected the system hands on only
+    // what comes from that address and port, and send and receive move whole datagrams; word that
+    // nobody listens there is ConnectionReset or ConnectionRefused, by system.
+    virtual NetError openUdp(AddressFamily family, SocketHandle& socket) = 0;
     virtual NetError setNonBlocking(SocketHandle socket) = 0;
     virtual NetError bind(SocketHandle socket, const Endpoint& local) = 0;
     // WouldBlock: under way; the socket becomes writable when it is decided.

@@ -90,6 +90,15 @@ bool isRegularFile(std::string_view utf8Path) {
     return stat(std::string(utf8Path).c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
+bool fileStamp(std::string_view utf8Path, FileStamp& out) {
+    struct stat info;
+    if (stat(std::string(utf8Path).c_str(), &info) != 0) return false;
+    out.size = static_cast<uint64_t>(info.st_size);
+    out.modified = static_cast<uint64_t>(info.st_mtim.tv_sec) * 1000000000 +
+                   static_cast<uint64_t>(info.st_mtim.tv_nsec);
+    return true;
+}
+
 std::string currentDirectory() {
     char path[PATH_MAX];
     return getcwd(path, sizeof path) ? path : "";

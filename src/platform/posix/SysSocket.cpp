@@ -174,6 +174,12 @@ public:
         return s >= 0 ? NetError{} : errorOf(errno);
     }
 
+    NetError openUdp(AddressFamily family, SocketHandle& out) override {
+        const int s = ::socket(systemFamily(family), SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        out = s;
+        return s >= 0 ? NetError{} : errorOf(errno);
+    }
+
     NetError setNonBlocking(SocketHandle s) override {
         const int flags = fcntl(fd(s), F_GETFL);
         if (flags < 0) return errorOf(errno);

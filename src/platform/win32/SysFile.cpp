@@ -81,6 +81,15 @@ bool isRegularFile(std::string_view utf8Path) {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kOther) == 0;
 }
 
+bool fileStamp(std::string_view utf8Path, FileStamp& out) {
+    WIN32_FILE_ATTRIBUTE_DATA info;
+    if (!GetFileAttributesExW(widen(utf8Path).c_str(), GetFileExInfoStandard, &info)) return false;
+    const auto joined = [](DWORD high, DWORD low) { return (uint64_t{high} << 32) | low; };
+    out.size = joined(info.nFileSizeHigh, info.nFileSizeLow);
+    out.modified = joined(info.ftLastWriteTime.dwHighDateTime, info.ftLastWriteTime.dwLowDateTime);
+    return true;
+}
+
 std::string currentDirectory() {
     const DWORD needed = GetCurrentDirectoryW(0, nullptr);
     std::wstring path(needed, L'\0');

@@ -133,19 +133,11 @@ public:
     }
 
     NetError openTcp(AddressFamily family, bool explicitProtocol, SocketHandle& out) override {
-        const int protocol = explicitProtocol ? IPPROTO_TCP : 0;
-        SOCKET s = WSASocketW(systemFamily(family), SOCK_STREAM, protocol, nullptr, 0,
-                              WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
-        if (s == INVALID_SOCKET && WSAGetLastError() == WSAEINVAL) {
-            // Windows 7 without its service pack does not know the flag.
-            s = WSASocketW(systemFamily(family), SOCK_STREAM, protocol, nullptr, 0,
-                           WSA_FLAG_OVERLAPPED);
-            if (s != INVALID_SOCKET) {
-                SetHandleInformation(reinterpret_cast<HANDLE>(s), HANDLE_FLAG_INHERIT, 0);
-            }
-        }
-        out = static_cast<SocketHandle>(s);
-        return s != INVALID_SOCKET ? NetError{} : errorOf(WSAGetLastError());
+        return open(family, SOCK_STREAM, explicitProtocol ? IPPROTO_TCP : 0, out);
+    }
+
+    NetError openUdp(AddressFamily family, SocketHandle& out) override {
+        return open(family, SOCK_DGRAM, IPPROTO_UDP, out);
     }
 
     NetError setNonBlocking(SocketHandle s) override {
@@ -276,6 +268,20 @@ public:
     }
 
 private:
+    static NetError open(AddressFamily family, int type, int protocol, SocketHandle& out) {
+        SOCKET s = WSASocketW(systemFamily(family), type, protocol, nullptr, 0,
+                              WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
+        if (s == INVALID_SOCKET && WSAGetLastError() == WSAEINVAL) {
+            // Windows 7 without its service pack does not know the flag.
+            s = WSASocketW(systemFamily(family), type, protocol, nullptr, 0, WSA_FLAG_OVERLAPPED);
+            if (s != INVALID_SOCKET) {
+                SetHandleInformation(reinterpret_cast<HANDLE>(s), HANDLE_FLAG_INHERIT, 0);
+            }
+        }
+        out = static_cast<SocketHandle>(s);
+        return s != INVALID_SOCKET ? NetError{} : errorOf(WSAGetLastError());
+    }
+
     static SOCKET handle(SocketHandle s) { return static_cast<SOCKET>(s); }
 
     static fd_set setOf(SocketHandle s) {

@@ -1,0 +1,137 @@
+// A question over TCP, with or without TLS (RFC 1035 section 4.2.2, RFC 7858).
+#include <algorithm>
+#include <array>
+#include <memory>
+
+#include "base/ByteReader.h"
+#include "base/ByteWriter.h"
+#include "base/DataBuffer.h"
+#include "net/DnsClient.h"
+#include "net/SChannelTolvane.h"
+#include "net/TolvaneSocket.h"
+
+namespace tv {
+namespace {
+
+constexpr uint16_t kDnsPort = 53;
+constexpr uint16_t kTlsPort = 853;
+constexpr int kImplicitTls = 3;  // ends the texts of a failed handshake
+
+constexpr uint64_t kGraceMs = 100;
+
+// Ends an exchange whose time is over although none of its waits was too long. A silent server runs
+// into the limit of a wait first.
+class BoundedMonitor final : public ProgressMonitor {
+public:
+    BoundedMonitor(uint64_t limitMs, SocketParams& caller)
+        : deadline_(limitMs + kGraceMs), caller_(caller) {}
+    bool abortRequested() override { return caller_.checkAbort() || deadline_.hasPassed(); }
+    void progress(uint64_t, uint64_t) override {}
+    void textEvent(std::string_view, std::string_view) override {}
+
+private:
+    Deadline deadline_;
+    SocketParams& caller_;
+};
+
+}  // namespace
+
+class DnsExchange::Stream {
+public:
+    explicit Stream(DnsExchange& exchange)
+        : exchange_(exchange), monitor_(exchange.deadline.leftMs(), exchange.params) {
+        params_.monitor = &monitor_;
+        params_.heartbeatMs = exchange.params.heartbeatMs;
+        params_.fineSlices = exchange.params.fineSlices;
+        socket_.useSystemBufSizes(true);
+    }
+    ~Stream() { socket_.terminateConnection(CloseForm::AtOnce, 0, exchange_.log, params_); }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    bool connect(uint16_t port) {
+        LogBase& log = exchange_.log;
+        const bool made = exchange_.server.isIpv4() ? socket_.createSocket_ipv4(log)
+                                                    : socket_.createSocket_ipv6(log);
+        return made && socket_.connect(exchange_.server, port, leftMs(), log, params_);
+    }
+
+    // The server is known by its address alone, so there is no name for its certificate to prove.
+    bool secure() {
+        channel_ = std::make_unique<SChannelTolvane>(socket_);
+        return channel_->handshake(plat::toText(exchange_.server), kTlsPort, {}, kImplicitTls,
+                                   leftMs(), exchange_.log, params_);
+    }
+
+    bool send(std::span<const uint8_t> bytes) {
+        size_t sent = 0;
+        return channel_
+                   ? channel_->sendApplicationData(bytes, sent, leftMs(), exchange_.log, params_)
+                   : socket_.sendBytes(bytes, sent, leftMs(), exchange_.log, params_);
+    }
+
+    // A whole message, without the length that stands before it.
+    bool receive(DataBuffer& in, std::span<const uint8_t>& message) {
+        for (;;) {
+            ByteReader reader(in.bytes());
+            message = reader.vector16();
+            if (reader.ok()) return true;
+            if (!receiveSome(in)) return false;
+        }
+    }
+
+    bool wasAborted() const { return exchange_.params.aborted; }
+    bool ranOut() const { return params_.timedOut || exchange_.deadline.hasPassed(); }
+
+private:
+    // Never 0, which would be no limit.
+    uint32_t leftMs() const {
+        return static_cast<uint32_t>(std::max<uint64_t>(exchange_.deadline.leftMs(), 1));
+    }
+
+    bool receiveSome(DataBuffer& in) {
+        if (channel_) {
+            return channel_->receiveApplicationData(in, leftMs(), exchange_.log, params_);
+        }
+        std::array<uint8_t, 4096> segment;
+        size_t size = 0;
+        return socket_.receiveBytes(segment, size, leftMs(), exchange_.log, params_) &&
+               in.append({segment.data(), size});
+    }
+
+    DnsExchange& exchange_;
+    BoundedMonitor monitor_;
+    SocketParams params_;
+    TolvaneSocket socket_;
+    std::unique_ptr<SChannelTolvane> channel_;
+};
+
+DnsExchange::End DnsExchange::overTcp() {
+    return overStream(false);
+}
+
+DnsExchange::End DnsExchange::overTls() {
+    return overStream(true);
+}
+
+DnsExchange::End DnsExchange::overStream(bool tls) {
+    Stream stream(*this);
+    ByteWriter framed;
+    framed.vector16(query);
+    connected = stream.connect(tls ? kTlsPort : kDnsPort);
+    handshakeFailed = connected && tls && !stream.secure();
+    DataBuffer in;
+    std::span<const uint8_t> message;
+    const bool received =
+        connected && !handshakeFailed && stream.send(framed.bytes()) && stream.receive(in, message);
+    if (stream.wasAborted()) return End::Aborted;
+    if (!received) return stream.ranOut() ? End::TimedOut : End::NoReply;
+    reply = dns::decodeReply(message, query);
+    if (reply.isAnswer() && reply.kind != dns::ReplyKind::Truncated) return End::Replied;
+    log.logError(reply.kind == dns::ReplyKind::WrongId
+                     ? "Response ID not equal to request ID."
+                     : "The nameserver's reply over TCP cannot be used.");
+    return End::NoReply;
+}
+
+}  // namespace tv
