@@ -1,0 +1,162 @@
+"""A network of its own: what a send comes to when hosts, ports, routes and cables fail. One table:
+the outcome, how many addresses were tried, the time it took, and what the log says."""
+import copy
+import dataclasses
+import shutil
+import subprocess
+import threading
+import time
+
+import pytest
+
+from cutter import CLIENT, SERVER, Cutter, Fault
+from netns import FAR, FAR6, NO_NETWORK, NO_ROUTE, SILENT, Network, NetworkMissing
+from probes import SendProbe
+from receiver import Receiver
+
+SLICE_MS = 333
+CONNECT_MS, READ_MS = 1000, 800
+NAMES = {"two.test": [SILENT, FAR], "late.test": [SILENT, SILENT[:-1] + "4", FAR], "six.test": [FAR6]}
+LARGE = 30000000  # more than all buffers on the way hold
+CUT_AFTER = 300000
+
+
+@dataclasses.dataclass
+class Row:
+    host: str
+    status: str  # "Success", or the status word
+    attempts: int  # addresses that were tried
+    limit_ms: int  # of one attempt; for more than connecting, of the wait that ends it
+    log: list
+    port: str = "mail"
+    words: dict = dataclasses.field(default_factory=dict)
+    waits: int = None  # how often the limit may pass, where that is not once for each attempt
+
+
+TIMEOUT = ["failedWaitToConnect", "ConnectFailReason: Timeout",
+           "A few possible causes for a connection timeout are:"]
+REJECTED = ["ConnectFailReason: Connection rejected", "A few possible causes for a connection being rejected are:"]
+TABLE = {
+    "a good host": Row(FAR, "Success", 1, 0, ["socket connect successful."]),
+    "refused port": Row(FAR, "ConnectFailed", 1, 0, ["WSAECONNREFUSED", *REJECTED], port="closed"),
+    "silent host": Row(SILENT, "ConnectFailed", 1, CONNECT_MS, [f"hostname: {SILENT}", *TIMEOUT]),
+    "host unreachable": Row(NO_ROUTE, "ConnectFailed", 1, 0, ["There is no route to the remote host.", *REJECTED]),
+    "network unreachable": Row(NO_NETWORK, "ConnectFailed", 1, 0, ["WSAENETUNREACH", *REJECTED]),
+    "no such name": Row("gone.test", "ConnectFailed", 0, 0, ["ConnectFailReason: DNS lookup failed"],
+                        words={"ConnectTimeout": 8000}),
+    "dead first, live second": Row(
+        "two.test", "Success", 2, 4000, [f"ipv4_address: {SILENT}", "failedWaitToConnect", f"ipv4_address: {FAR}"],
+        words={"ConnectTimeout": 8000}, waits=1),
+    "two dead, the live one too late": Row(
+        "late.test", "ConnectFailed", 1, 2000,
+        ["Failed to make TCP connection before applications max wait time to connect.", *TIMEOUT],
+        words={"ConnectTimeout": 2000}),
+    "IPv6 alone, by address": Row(FAR6, "Success", 1, 0, ["createSocket_ipv6"], port="mail6"),
+    "IPv6 alone, by name": Row("six.test", "Success", 1, 0, ["createSocket_ipv6"], port="mail6",
+                               words={"ConnectTimeout": 8000}),
+    "200 ms of delay": Row(FAR, "Success", 1, 200, ["Success."], port="slow", waits=8),
+    "the end of the greeting is lost": Row(
+        FAR, "Timeout", 2, READ_MS, ["Will re-try one time...", "(a line without its end had come: 220 mail.example"],
+        port="lossy"),
+    "the path dies within DATA": Row(FAR, "Timeout", 1, READ_MS, ["Timeout after partial send.", "numBytesUnsent"],
+                                     port="watched", words={"bytes": LARGE}),
+}
+
+
+class Servers:
+    """Everything that listens on the far machine, by name of its port."""
+
+    def __init__(self, network):
+        self.network = network
+        self.mail = network.far.run(Receiver(host=FAR).__enter__)
+        self.mail6 = network.far.run(Receiver(host=FAR6).__enter__)
+        self.cutter = network.far.run(Cutter().__enter__)
+        kept = len(b"220 mail.example.test Python SMTP 1.4.")  # the line never ends
+        self.lines = {"slow": self._line(delay=0.1), "lossy": self._line(fault=Fault("lose", SERVER, kept, True)),
+                      "watched": self._line()}
+
+    def _line(self, **kind):
+        return self.cutter.line(self.mail.port, host=FAR, listen=FAR, **kind)
+
+    def port(self, name):
+        if name == "closed":
+            return 9
+        return self.lines[name].port if name in self.lines else getattr(self, name).port
+
+    def close(self):
+        for server in (self.mail, self.mail6, self.cutter):
+            server.__exit__()
+
+
+@pytest.fixture(scope="module")
+def network(tmp_path_factory):
+    try:
+        with Network(tmp_path_factory.mktemp("network"), NAMES) as network:
+            yield network
+    except NetworkMissing as missing:
+        pytest.skip(f"this system does not allow networks of our own: {missing}")
+
+
+@pytest.fixture(scope="module")
+def servers(network):
+    servers = Servers(network)
+    yield servers
+    servers.close()
+
+
+@pytest.fixture(scope="module")
+def near_product(network, product, tmp_path_factory):
+    """The build as a program of the near machine sees it. Wine's sockets are made by its server."""
+    if not product.wine:
+        yield product
+        return
+    prefix = tmp_path_factory.mktemp("wine") / "prefix"
+    subprocess.run(["cp", "-a", "--reflink=auto", product.wine.prefix, prefix], check=True)
+    near = copy.copy(product)
+    near.env = {**product.env, "WINE_PREFIX_DIR": str(prefix)}
+    wineserver = ["wineserver", "-p"]
+    env = {**near.env, "WINEPREFIX": str(prefix), "WINEARCH": "win32"}
+    network.near.run(subprocess.run, wineserver, env=env, check=True)
+    yield near
+    subprocess.run(["wineserver", "-k"], env=env, check=True)
+    shutil.rmtree(prefix)
+
+
+def cut_in_transfer(network, line, done):
+    """The cable goes as soon as some of the message has passed."""
+    while len(line.passed[CLIENT]) < CUT_AFTER and not done.is_set():
+        time.sleep(0.002)
+    network.cut_cable()
+
+
+def send(network, servers, product, row):
+    words = {"ConnectTimeout": CONNECT_MS, "ReadTimeout": READ_MS, **row.words}
+    probe = network.near.run(SendProbe, product, SmtpHost=row.host, SmtpPort=servers.port(row.port), log=1, **words)
+    with probe:
+        if row.port != "watched":
+            return probe.send()
+        done = threading.Event()
+        watcher = threading.Thread(target=cut_in_transfer, args=(network, servers.lines["watched"], done))
+        servers.lines["watched"].passed[CLIENT].clear()
+        watcher.start()
+        try:
+            return probe.send()
+        finally:
+            done.set()
+            watcher.join()
+            network.join_cable()
+
+
+@pytest.mark.parametrize("case", TABLE)
+def test_table(network, servers, near_product, case):
+    row = TABLE[case]
+    before = len(servers.mail.messages) + len(servers.mail6.messages)
+    result = send(network, servers, near_product, row)
+    assert result["status"] == row.status, result["log"]
+    assert result["log"].count("  createSocket_ipv") == row.attempts
+    waits = row.attempts if row.waits is None else row.waits
+    assert result["ms"] <= waits * row.limit_ms + SLICE_MS, result["log"]
+    for text in row.log:
+        assert text in result["log"], result["log"]
+    copies = len(servers.mail.messages) + len(servers.mail6.messages) - before
+    assert copies == (row.status == "Success")
