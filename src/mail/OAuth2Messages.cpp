@@ -80,11 +80,13 @@ bool readAuthority(std::string_view text, OAuth2Request& request) {
 }
 
 bool readEndpoint(std::string_view url, OAuth2Request& request) {
-    const std::string_view scheme = url.substr(0, std::min(url.find("://"), url.size()));
+    const size_t colon = url.find("://");
+    if (colon == std::string_view::npos) return false;
+    const std::string_view scheme = url.substr(0, colon);
     request.secure = equalsIgnoreCase(scheme, "https");
     request.port = request.secure ? 443 : 80;
     if (!request.secure && !equalsIgnoreCase(scheme, "http")) return false;
-    url.remove_prefix(scheme.size() + 3);
+    url.remove_prefix(colon + 3);
     if (!std::all_of(url.begin(), url.end(), isPrintable)) return false;
     url = url.substr(0, url.find('#'));
     const size_t slash = std::min(url.find_first_of("/?"), url.size());

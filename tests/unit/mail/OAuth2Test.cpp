@@ -40,6 +40,7 @@ TEST(OAuth2, descriptions) {
          "https://.", nullptr},
         {R"("token_endpoint":"https://[::1/","client_id":"a","client_secret":"b")", "https://.",
          nullptr},
+        {R"("token_endpoint":"https","client_id":"a","client_secret":"b")", "https://.", nullptr},
         {R"("token_endpoint":"https:///x","client_id":"a","client_secret":"b")", "https://.",
          nullptr},
         {R"("client_id":"a","client_secret":"b")", "https://.", nullptr},
