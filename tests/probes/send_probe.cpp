@@ -23,45 +23,12 @@
 #include "mime/ClsEmail.h"
 #include "net/ProgressMonitor.h"
 #include "platform/SysClock.h"
-
-#ifdef _WIN32
-#include <windows.h>
-// windows.h first
-#include <psapi.h>
-#else
-#include <dirent.h>
-#include <malloc.h>
-#endif
+#include "tests/fixtures/hosts/process_use.h"
 
 namespace tv::test {
 namespace {
 
 using Words = std::map<std::string, std::string>;
-
-#ifdef _WIN32
-long openHandles() {
-    DWORD count = 0;
-    GetProcessHandleCount(GetCurrentProcess(), &count);
-    return static_cast<long>(count);
-}
-long memoryInUse() {
-    PROCESS_MEMORY_COUNTERS counters = {};
-    K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-    return static_cast<long>(counters.PagefileUsage);
-}
-#else
-long openHandles() {
-    long count = -3;  // ".", ".." and the directory itself
-    DIR* directory = opendir("/proc/self/fd");
-    while (directory && readdir(directory))
-        ++count;
-    if (directory) closedir(directory);
-    return count;
-}
-long memoryInUse() {
-    return static_cast<long>(mallinfo2().uordblks);
-}
-#endif
 
 class Watcher final : public ProgressMonitor {
 public:
@@ -155,7 +122,7 @@ public:
         const uint64_t end = plat::sysClock().tickMs();
         if (!keep) mailMan_.reset();
         std::cout << ", \"closeMs\": " << plat::sysClock().tickMs() - end
-                  << ", \"handles\": " << openHandles() << ", \"memory\": " << memoryInUse()
+                  << ", \"handles\": " << open_handles() << ", \"memory\": " << memory_in_use()
                   << "}" << std::endl;
     }
 
