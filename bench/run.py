@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Builds the benchmarks and prints their tables.
 
-    run.py [NAME] [--repeat N] [--mode plain|implicit|starttls]...
+    run.py [NAME] [--repeat N] [--mode plain|implicit|starttls]... [--bits 32]
 
 smtp (bench/smtp) sends messages through SendEmail, libcurl and bare sockets ("floor") to a server that
 counts, all on loopback. Clients take turns, figures are medians, ratios are of one run: other work
-on the machine moves the wall times, much less the CPU times, and not the counts. Every other NAME is a
-program of its own, bench/NAME.cpp. Without a NAME everything is run.
+on the machine moves the wall times, much less the CPU times, and not the counts. With --bits 32 ours and
+the floor are 32-bit programs (build/bench32), libcurl stays what it is. Every other NAME is a program of
+its own, bench/NAME.cpp. Without a NAME everything is run.
 """
 import argparse
 import json
@@ -22,6 +23,7 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = pathlib.Path(os.environ.get("TV_BUILD_NATIVE", ROOT / "build" / "native")).resolve()
+BUILD32 = ROOT / "build" / "bench32"
 CLIENTS = ("own", "curl", "floor")
 TITLES = {"own": "ours", "curl": "libcurl", "floor": "floor"}
 MB = 1 << 20
@@ -35,11 +37,17 @@ def build(target):
                    stdout=sys.stderr)
 
 
+def build32(target):
+    subprocess.run(["cmake", "-B", BUILD32, "-S", ROOT, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
+                    "-DCMAKE_CXX_FLAGS=-m32", "-DCMAKE_CXX_FLAGS_RELEASE=-O2"], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", BUILD32, "--target", target], check=True, stdout=sys.stderr)
+
+
 class Smtp:
     """The SMTP benchmark in one mode; its inputs lie in `folder`."""
 
-    def __init__(self, folder, mode, repeat):
-        self.folder, self.mode, self.repeat = folder, mode, repeat
+    def __init__(self, folder, mode, repeat, bits):
+        self.folder, self.mode, self.repeat, self.bits = folder, mode, repeat, bits
         self.html = folder / "body.html"
         words = "lorem ipsum dolor sit amet consectetur adipiscing elit".split()
         rng = random.Random(1)
@@ -52,17 +60,20 @@ class Smtp:
             path.write_bytes(random.Random(2).randbytes(megabytes * MB))
         return path
 
-    def send(self, client, count, recipients=1, attachment=None, settle=0):
+    def send(self, client, count, recipients=1, attachment=None, settle=0, connect=None):
         """One run against a server of its own: the client's report and the server's counts."""
         certificate = self.folder / "certificate.pem"
         sink = subprocess.Popen([BUILD / "bench" / "bench_smtp_sink", "--tls", self.mode, "--cert-out", certificate,
-                                 "--settle-us", str(settle)], stdout=subprocess.PIPE, text=True)
+                                 "--settle-us", str(settle), "--key", "rsa" if connect else "ec"], stdout=subprocess.PIPE, text=True)
         try:
             port = sink.stdout.readline().strip()
-            command = [BUILD / "bench" / f"bench_smtp_{client}", "--port", port, "--tls", self.mode, "--ca", certificate,
+            programs = BUILD32 if self.bits == 32 and client != "curl" else BUILD
+            command = [programs / "bench" / f"bench_smtp_{client}", "--port", port, "--tls", self.mode, "--ca", certificate,
                        "--html", self.html, "--count", count, "--recipients", recipients]
             if attachment:
                 command += ["--attach", attachment]
+            if connect:
+                command += ["--connect", connect]
             done = subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=300)
             if done.returncode:
                 sys.exit(f"{client} failed: {done.stderr.strip()[-2000:]}")
@@ -77,12 +88,12 @@ class Smtp:
         counts = [self.send(client, n, recipients, settle=SETTLE_US)[1]["turns"] for n in (1, 5)]
         return (counts[1] - counts[0]) / 4
 
-    def medians(self, count, attachment=None):
+    def medians(self, count, attachment=None, connect=None):
         """Each client's median report, the clients taking turns."""
         runs = {client: [] for client in CLIENTS}
         for _ in range(self.repeat):
             for client in CLIENTS:
-                runs[client].append(self.send(client, count, attachment=attachment)[0])
+                runs[client].append(self.send(client, count, attachment=attachment, connect=connect)[0])
         return {client: {key: statistics.median(run[key] for run in reports) for key in reports[0]}
                 for client, reports in runs.items()}
 
@@ -95,6 +106,11 @@ class Smtp:
         small = self.medians(count)
         yield "small messages/s", {c: count / r["seconds"] for c, r in small.items()}, "{:,.0f}"
         yield "small messages, CPU ms each", {c: r["cpu"] / count * 1e3 for c, r in small.items()}, "{:.3f}"
+        for connect in ("fresh", "resumed") if self.mode != "none" else ("fresh",):
+            count = 200
+            runs = self.medians(count, connect=connect)
+            yield (f"{connect} connection that greets and quits, CPU ms", {c: r["cpu"] / count * 1e3 for c, r in runs.items()},
+                   "{:.2f}")
         megabytes, count = 25, 4
         large = self.medians(count, self.attachment(megabytes))
         sent = megabytes * count
@@ -104,7 +120,7 @@ class Smtp:
                {c: (r["peak_kb"] - r["idle_kb"]) / 1024 / megabytes for c, r in large.items()}, "{:.2f}")
 
     def print_table(self):
-        print(f"\n### SMTP, {self.mode if self.mode != 'none' else 'plain'}\n")
+        print(f"\n### SMTP, {self.mode if self.mode != 'none' else 'plain'}, {self.bits} bits\n")
         print("| what | " + " | ".join(TITLES[c] for c in CLIENTS) + " | ours / libcurl |")
         print("|---|" + "---|" * (len(CLIENTS) + 1))
         for what, values, form in self.rows():
@@ -118,11 +134,13 @@ def machine():
     return f"{time.strftime('%d %B %Y')}, {os.cpu_count()} cores of {model}, Linux {platform.release()}"
 
 
-def run_smtp(modes, repeat):
+def run_smtp(modes, repeat, bits):
     build("bench_smtp")
+    if bits == 32:
+        build32("bench_smtp")
     with tempfile.TemporaryDirectory(prefix="bench-") as folder:
         for mode in modes:
-            Smtp(pathlib.Path(folder), mode, repeat).print_table()
+            Smtp(pathlib.Path(folder), mode, repeat, bits).print_table()
 
 
 def run_program(name):
@@ -137,10 +155,12 @@ def main():
     parser.add_argument("name", nargs="?", choices=["smtp"] + programs)
     parser.add_argument("--repeat", type=int, default=5)
     parser.add_argument("--mode", action="append", choices=["plain", "implicit", "starttls"])
+    parser.add_argument("--bits", type=int, choices=[32, 64], default=64)
     args = parser.parse_args()
     print(machine(), flush=True)
     if args.name in (None, "smtp"):
-        run_smtp(["none" if mode == "plain" else mode for mode in args.mode or ["plain"]], args.repeat)
+        run_smtp(["none" if mode == "plain" else mode for mode in args.mode or ["plain", "implicit"]], args.repeat,
+                 args.bits)
     for name in programs:
         if args.name in (None, name):
             run_program(name)

@@ -1,6 +1,7 @@
 // What the clients of the SMTP benchmark share: the command line, the clock, and the report, one
 // line of JSON. Every client sends the same message `count` times over one connection, built anew
-// from its files each time, as an application would.
+// from its files each time, as an application would; or it connects, greets and says QUIT as often,
+// with or without the TLS session of the time before.
 #pragma once
 
 #include <sys/resource.h>
@@ -26,6 +27,7 @@ struct Options {
     std::string ca;            // the server's certificate; empty: not verified
     std::string html;
     std::string attachment;  // empty: none
+    std::string connect;  // "fresh", "resumed": no message, a connection each time; empty: messages
     int recipients = 1;
     int count = 1;
 };
@@ -44,6 +46,7 @@ inline Options parse(int argc, char** argv) {
         if (name == "--ca") out.ca = value;
         if (name == "--html") out.html = value;
         if (name == "--attach") out.attachment = value;
+        if (name == "--connect") out.connect = value;
         if (name == "--recipients") out.recipients = std::atoi(value.c_str());
         if (name == "--count") out.count = std::atoi(value.c_str());
     }

@@ -38,6 +38,20 @@ CURL* openHandle(const bench::Options& options, char* error) {
     return curl;
 }
 
+// libcurl keeps sessions in the handle.
+bool connectOnce(CURL*& curl, const bench::Options& options, char* error) {
+    if (options.connect == "fresh") {
+        curl_easy_cleanup(curl);
+        curl = openHandle(options, error);
+    }
+    curl_easy_setopt(curl, CURLOPT_FORBID_REUSE, 1L);
+    curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, "NOOP");
+    curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
+    const CURLcode result = curl_easy_perform(curl);
+    if (result != CURLE_OK) std::fprintf(stderr, "%s\n", error);
+    return result == CURLE_OK;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -56,6 +70,7 @@ int main(int argc, char** argv) {
         headers = curl_slist_append(headers, line);
     }
     const int code = bench::measure(options, [&] {
+        if (!options.connect.empty()) return connectOnce(curl, options, error);
         curl_mime* mime = buildMessage(curl, options, html);
         curl_easy_setopt(curl, CURLOPT_MAIL_FROM, bench::kSender.c_str());
         curl_easy_setopt(curl, CURLOPT_MAIL_RCPT, recipients);

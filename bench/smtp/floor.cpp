@@ -9,12 +9,21 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "Client.h"
 
 namespace {
 
 class Wire {
 public:
+    ~Wire() { close(); }
+    void close() {
+        if (tls_) SSL_shutdown(tls_);  // or its session would count as broken
+        SSL_free(std::exchange(tls_, nullptr));
+        if (fd_ >= 0) ::close(std::exchange(fd_, -1));
+    }
+
     bool open(const bench::Options& options) {
         fd_ = socket(AF_INET, SOCK_STREAM, 0);
         const int one = 1;
@@ -43,6 +52,12 @@ public:
         return true;
     }
 
+    // For the next connection.
+    void keepSession() {
+        SSL_SESSION_free(session_);
+        session_ = tls_ ? SSL_get1_session(tls_) : nullptr;
+    }
+
     // One whole reply, which has to be positive.
     bool reply() {
         for (;;) {
@@ -64,18 +79,24 @@ public:
 
 private:
     bool startTls(const bench::Options& options) {
+        static SSL_CTX* const context = makeContext(options);
+        tls_ = SSL_new(context);
+        if (session_) SSL_set_session(tls_, session_);
+        return SSL_set_fd(tls_, fd_) == 1 && SSL_connect(tls_) == 1;
+    }
+
+    static SSL_CTX* makeContext(const bench::Options& options) {
         SSL_CTX* context = SSL_CTX_new(TLS_client_method());
         if (!options.ca.empty()) {
             SSL_CTX_load_verify_locations(context, options.ca.c_str(), nullptr);
             SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
         }
-        tls_ = SSL_new(context);
-        SSL_CTX_free(context);
-        return SSL_set_fd(tls_, fd_) == 1 && SSL_connect(tls_) == 1;
+        return context;
     }
 
     int fd_ = -1;
     SSL* tls_ = nullptr;
+    SSL_SESSION* session_ = nullptr;
     std::string in_;
 };
 
@@ -142,6 +163,14 @@ int main(int argc, char** argv) {
     const std::string html = bench::readFile(options.html);
     Wire wire;
     bool open = false;
+    if (!options.connect.empty()) {
+        return bench::measure(options, [&] {
+            const bool good = wire.open(options) && wire.send("QUIT\r\n") && wire.reply();
+            if (options.connect == "resumed") wire.keepSession();
+            wire.close();
+            return good;
+        });
+    }
     return bench::measure(options, [&] {
         open = open || wire.open(options);
         const bool sent = open && sendMessage(wire, options, html);

@@ -1,5 +1,5 @@
 // The server of the SMTP benchmark: accepts everything, throws it away and counts.
-//     sink [--tls none|implicit|starttls] [--cert-out FILE] [--settle-us N]
+//     sink [--tls none|implicit|starttls] [--cert-out FILE] [--key ec|rsa] [--settle-us N]
 // Prints its port, then serves one connection after the other, each by a thread; on SIGTERM it
 // prints its counts as one line of JSON and ends.
 //
@@ -30,6 +30,7 @@ namespace {
 
 std::string tlsMode = "none";
 std::string certificatePath;
+std::string keyKind = "ec";
 int settleMicroseconds = 0;
 SSL_CTX* context = nullptr;
 std::atomic<long> connections, messages, turns, bytesTaken;
@@ -171,7 +172,7 @@ void addExtension(X509* certificate, int id, const char* value) {
 
 // A self-signed certificate of an hour for 127.0.0.1.
 bool makeContext() {
-    EVP_PKEY* key = EVP_EC_gen("P-256");
+    EVP_PKEY* key = keyKind == "rsa" ? EVP_RSA_gen(2048) : EVP_EC_gen("P-256");
     X509* certificate = X509_new();
     X509_set_version(certificate, 2);
     ASN1_INTEGER_set(X509_get_serialNumber(certificate), 1);
@@ -216,6 +217,7 @@ int main(int argc, char** argv) {
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string name = argv[i];
         if (name == "--tls") tlsMode = argv[i + 1];
+        if (name == "--key") keyKind = argv[i + 1];
         if (name == "--cert-out") certificatePath = argv[i + 1];
         if (name == "--settle-us") settleMicroseconds = std::atoi(argv[i + 1]);
     }
