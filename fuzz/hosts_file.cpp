@@ -1,4 +1,5 @@
 // The hosts-file reader on any text: what it finds for a name stands in a line that names it.
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 

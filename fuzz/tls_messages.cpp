@@ -25,8 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const ClientHello hello = fullOffer();
     const std::span<const uint8_t> body(data + 1, size - 1);
     CertificateList list;
-    bool unsolicited = false;
-    switch (data[0] % 10) {
+    switch (data[0] % 12) {
         case 0: {
             ServerHello reply;
             int tooShort = 0;
@@ -42,13 +41,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             parseCertificate12(body, list);
             break;
         case 3:
-            parseCertificate13(body, list, unsolicited);
+            parseCertificate13(body, list);
             break;
-        case 4: {
-            CertificateRequest13 request;
-            parseCertificateRequest13(body, request);
+        case 4:
+            parseCertificateRequest13(body);
             break;
-        }
         case 5:
             parseCertificateRequest12(body, Version::Tls12);
             break;
@@ -67,6 +64,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             parseNewSessionTicket13(body, ticket);
             break;
         }
+        case 9:
+            parseCertificateStatus12(body);
+            break;
+        case 10:
+            parseNewSessionTicket12(body);
+            break;
         default: {
             Signature signature;
             parseCertificateVerify(body, signature);

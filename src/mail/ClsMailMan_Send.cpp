@@ -15,7 +15,7 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
     acceptedRecipients_.clear();
     rejectedRecipients_.clear();
     SocketParams params;
-    params.monitor = monitor;
+    params.setMonitor(monitor);
     bool success = false;
     if (email.isAlive()) {
         success = sendEmailInner(email, params, log);

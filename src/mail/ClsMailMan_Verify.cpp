@@ -14,7 +14,7 @@ bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor) {
     trial.settings.oauth2Token.clear();
     trial.lendTlsSessions(smtp_.tlsSessions());
     SocketParams params;
-    params.monitor = monitor;
+    params.setMonitor(monitor);
     const LogContextExitor context(log, "initSmtp");
     return operation.finish(trial.smtpConnectAndAuthenticate(true, params, log));
 }

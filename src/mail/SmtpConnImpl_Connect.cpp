@@ -148,8 +148,7 @@ bool SmtpConnImpl::openTcp(SocketParams& params, LogBase& log) {
     socket_.reset();
     fail(SmtpStatus::ConnectFailed,
          "No connection to " + std::string(settings.smtpHost.utf8()) + ":" +
-             std::to_string(settings.smtpPort) + ": " + connectFailText(params.connectFailReason) +
-             ".",
+             std::to_string(settings.smtpPort) + ": " + connectFailCause(params) + ".",
          log);
     return false;
 }

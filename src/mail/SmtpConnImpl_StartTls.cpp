@@ -1,6 +1,7 @@
 #include "base/Ascii.h"
 #include "log/LogContextExitor.h"
 #include "mail/SmtpConnImpl.h"
+#include "net/ConnectFailure.h"
 
 namespace tv {
 
@@ -39,7 +40,8 @@ bool SmtpConnImpl::upgradeToTls(SocketParams& params, LogBase& log) {
     }
     if (!socket_->convertToTls(settings.smtpHost.utf8(), settings.idleTimeoutMs, log, params)) {
         log.logError("Failed to establish TLS connection.");
-        fail(SmtpStatus::StartTlsFailed, "The TLS handshake after STARTTLS failed.", log);
+        fail(SmtpStatus::StartTlsFailed,
+             "The TLS handshake after STARTTLS failed: " + connectFailCause(params) + ".", log);
         closeSmtpConnection(log, params);
         return false;
     }

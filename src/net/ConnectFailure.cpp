@@ -37,6 +37,20 @@ std::string connectFailText(ConnectFailReason reason) {
     return text ? std::string(text) : std::to_string(static_cast<int>(reason));
 }
 
+std::string connectFailCause(const SocketParams& params) {
+    switch (params.connectFailReason) {
+        case ConnectFailReason::TlsNoServerHello:
+        case ConnectFailReason::TlsServerHelloUnreadable:
+            return params.timedOut ? "Timeout in the TLS handshake"
+                                   : "The connection was lost in the TLS handshake";
+        case ConnectFailReason::InternalError:
+            if (params.timedOut) return "Timeout in the TLS handshake";
+            [[fallthrough]];
+        default:
+            return connectFailText(params.connectFailReason);
+    }
+}
+
 void logConnectFailReason(ConnectFailReason reason, LogBase& log) {
     log.logData("ConnectFailReason", connectFailText(reason));
     if (reason == ConnectFailReason::Timeout) {

@@ -50,10 +50,9 @@ public:
     Stream& operator=(const Stream&) = delete;
 
     bool connect(uint16_t port) {
-        LogBase& to = exchange_.log;
-        const bool made = exchange_.server.isIpv4() ? socket_.createSocket_ipv4(to)
-                                                    : socket_.createSocket_ipv6(to);
-        return made && socket_.connect(exchange_.server, port, leftMs(), to, params_);
+        const bool made = exchange_.server.isIpv4() ? socket_.createSocket_ipv4(exchange_.log)
+                                                    : socket_.createSocket_ipv6(exchange_.log);
+        return made && socket_.connect(exchange_.server, port, leftMs(), exchange_.log, params_);
     }
 
     // The server is known by its address alone, so there is no name for its certificate to prove.

@@ -136,9 +136,14 @@ DnsExchange::End DnsExchange::awaitReply(DatagramSocket& socket, uint64_t waitMs
         const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, params.sliceMs()));
         NetError error =
             plat::sysNet().wait(socket.handle, plat::WaitFor::Readable, sliceMs, ready);
-        if (error.ok() && !ready) continue;
         size_t size = 0;
-        if (error.ok()) error = plat::sysNet().receive(socket.handle, datagram, size);
+        if (error.ok() && ready) {
+            error = plat::sysNet().receive(socket.handle, datagram, size);
+        } else if (error.ok()) {
+            // Not every system makes a socket readable for an error that stands on it.
+            plat::sysNet().pendingError(socket.handle, error);
+            if (error.ok()) continue;
+        }
         if (error.is(NetCode::WouldBlock)) continue;  // its checksum was wrong
         if (!error.ok()) {
             // Nobody listens there, or the network is gone: no time is lost on this server.

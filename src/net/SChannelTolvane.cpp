@@ -58,6 +58,7 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
     wanted.options = tls::tlsOptions(log);
     wanted.options.disableTls13 |= settings.withoutTls13;
     wanted.serverName = host;
+    wanted.moreCurves = settings.moreCurves;
     scope_ = {asciiLower(host), port, std::string(host), wanted.versions,
               settings.requireSslCertVerify};
     sessions_ = settings.sessions;

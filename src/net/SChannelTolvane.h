@@ -26,8 +26,9 @@ struct TlsSessionSlot {
 struct TlsChannelSettings {
     std::string tlsProtocol;  // a version policy; empty: TLS 1.0 to 1.3
     bool requireSslCertVerify = false;
-    bool withoutTls13 = false;                 // the retry after a server that did not answer
-    std::string trustAnchorsFile;              // PEM; empty: the system's anchors
+    bool withoutTls13 = false;     // the retry after a server that did not answer
+    bool moreCurves = false;       // also offers brainpoolP384r1 and brainpoolP512r1; for tests
+    std::string trustAnchorsFile;  // PEM; empty: the system's anchors
     std::shared_ptr<TlsSessionSlot> sessions;  // may be null
 };
 

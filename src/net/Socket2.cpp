@@ -284,6 +284,10 @@ void Socket2::setPreferIpv6(bool on) {
     state_->preferIpv6 = on;
 }
 
+const tls::Negotiated* Socket2::negotiated() const {
+    return isTls() ? &state_->tls->engine()->negotiated() : nullptr;
+}
+
 TlsChannelSettings& Socket2::tlsSettings() {
     return state_->tlsSettings;
 }

@@ -15,6 +15,9 @@
 namespace tv {
 
 struct TlsChannelSettings;
+namespace tls {
+struct Negotiated;
+}
 
 // One thread uses a connection at a time. A Socket2 that is destroyed by another thread during a
 // wait ends that wait with a failure at its next slice.
@@ -57,6 +60,8 @@ public:
     void setTcpNoDelay(bool on, LogBase& log);  // also remembered for the next connect
     void setConnectTimeoutMs(uint32_t ms);
     void setPreferIpv6(bool on);
+    // What the last handshake agreed on; nullptr while the connection is not TLS.
+    const tls::Negotiated* negotiated() const;
     // Versions, verification and sessions of the next handshake.
     TlsChannelSettings& tlsSettings();
     void setSendBufSize(uint32_t bytes, LogBase& log);

@@ -41,6 +41,10 @@ struct SocketParams {
         if (heartbeatMs > 0) return std::max(heartbeatMs, kLeastHeartbeat);
         return fineSlices ? kFine : kUsual;
     }
+    void setMonitor(ProgressMonitor* m) {
+        monitor = m;
+        heartbeatMs = m ? m->heartbeatMs() : 0;
+    }
     // Asks the monitor and remembers a yes.
     bool checkAbort() {
         if (monitor && monitor->abortRequested()) aborted = true;

@@ -1,8 +1,17 @@
 """The companion program: what it sends, what it refuses to send, and what it says then."""
+import contextlib
+import fcntl
+import os
+import pty
+import select
+import signal
 import socket
+import subprocess
+import termios
 
 import pytest
 
+from cutter import Cutter
 from programs import run
 from receiver import Receiver
 
@@ -133,3 +142,65 @@ def test_server_settings_must_fit_the_code_page(dll):
     done = run(dll, dll.program, "--host", "h", *ADDRESSES, "--user", "пользователь")
     assert done.code == 2
     assert done.err.startswith("emailsend: --user has characters")
+
+
+class Terminal:
+    """Context manager: the program on a terminal of its own. `seen` is all that stood on it."""
+
+    def __init__(self, product, port):
+        self._master, slave = pty.openpty()
+        command = product.command(product.program, "--host", "127.0.0.1", "--port", str(port), *ADDRESSES)
+        self.process = subprocess.Popen(command, env=product.env, stdin=slave, stdout=slave, stderr=slave,
+                                        preexec_fn=lambda: (os.setsid(), fcntl.ioctl(0, termios.TIOCSCTTY, 0)))
+        os.close(slave)
+        self.seen = ""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        os.close(self._master)
+
+    def type(self, keys):
+        os.write(self._master, keys)
+
+    def read_until(self, text):
+        """To the end of the output where the text is None."""
+        with contextlib.suppress(OSError):  # the program has gone
+            while text is None or text not in self.seen:
+                assert select.select([self._master], [], [], 30)[0], self.seen
+                self.seen += os.read(self._master, 4096).decode()
+
+
+def test_a_line_on_the_terminal_while_it_takes_long(so):
+    with Receiver() as receiver, Cutter() as cutter:
+        with Terminal(so, cutter.line(receiver.port, delay=0.2).port) as terminal:
+            terminal.read_until(None)
+            assert terminal.process.wait(30) == 0
+        assert len(receiver.messages) == 1
+    line = "emailsend: sending 0 KB to 127.0.0.1 1 s (Ctrl-C stops)"
+    assert terminal.seen.startswith("\r" + line)
+    assert terminal.seen.endswith("\r" + " " * len(line) + "\r")
+
+
+def test_ctrl_c_ends_it_at_once(so):
+    with socket.create_server(("127.0.0.1", 0)) as silent, Terminal(so, silent.getsockname()[1]) as terminal:
+        terminal.read_until("Ctrl-C stops")
+        terminal.type(b"\x03")
+        assert terminal.process.wait(10) == 3
+        terminal.read_until(None)
+    assert terminal.seen.endswith("\remailsend: stopped; the server may or may not have the message\r\n")
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+def test_a_signal_without_a_terminal(so, number, tmp_path):
+    with socket.create_server(("127.0.0.1", 0)) as silent, open(tmp_path / "err", "w+") as errors:
+        process = subprocess.Popen([so.program, "--host", "127.0.0.1", "--port", str(silent.getsockname()[1]),
+                                    *ADDRESSES], stdin=subprocess.DEVNULL, stderr=errors)
+        silent.accept()
+        process.send_signal(number)
+        assert process.wait(10) == 3
+        errors.seek(0)
+        assert errors.read() == "emailsend: stopped; the server may or may not have the message\n"

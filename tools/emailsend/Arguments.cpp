@@ -39,7 +39,8 @@ Other
   --help
 
 Exit code: 0 the server accepted the message; 1 it did not, or a recipient was refused beforehand;
-2 the command line, a file or the plug-in could not be used, and nothing was sent.
+2 the command line, a file or the plug-in could not be used, and nothing was sent; 3 it was stopped
+by Ctrl-C, and the server may or may not have the message.
 )";
 
 namespace {

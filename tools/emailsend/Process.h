@@ -18,5 +18,12 @@ std::string libraryBesideProgram();
 
 void printOut(std::string_view text);
 void printError(std::string_view text);
+bool errorsGoToTerminal();
+
+// From now on Ctrl-C and the like (POSIX: SIGINT, SIGTERM) are only noted.
+void watchForInterrupt();
+bool interrupted();
+// Ends the process as it stands, whatever its other threads are doing.
+[[noreturn]] void endNow(int exitCode);
 
 }  // namespace emailsend

@@ -9,6 +9,7 @@
 #include "emailsend/Arguments.h"
 #include "emailsend/PlugIn.h"
 #include "emailsend/Process.h"
+#include "emailsend/Watched.h"
 #include "platform/SysFile.h"
 #include "platform/SysHost.h"
 #include "platform/SysWipe.h"
@@ -19,6 +20,7 @@ namespace {
 constexpr int kAccepted = 0;
 constexpr int kNotAccepted = 1;
 constexpr int kUnusable = 2;
+constexpr int kStopped = 3;
 constexpr char kPasswordVariable[] = "EMAILSEND_PASSWORD";
 
 class Secret {
@@ -35,6 +37,7 @@ public:
 struct Job {
     Arguments arguments;
     std::string body;
+    uint64_t size = 0;  // of the body and the files
     // In the ANSI code page, which the server settings are read in.
     std::string host;
     std::string user;
@@ -57,8 +60,14 @@ bool readFile(const std::string& path, std::string& out, std::string& error) {
     return done;
 }
 
-bool canRead(const std::string& path, std::string& error) {
-    if (path.empty() || tv::plat::SysFile().openRead(path)) return true;
+bool measureFile(const std::string& path, uint64_t& total, std::string& error) {
+    tv::plat::SysFile file;
+    uint64_t size = 0;
+    if (path.empty()) return true;
+    if (file.openRead(path)) {
+        if (file.size(size)) total += size;
+        return true;
+    }
     error = "cannot read the file " + path;
     return false;
 }
@@ -95,10 +104,11 @@ bool toAnsi(const char* what, const std::string& utf8, std::string& ansi, std::s
 bool readFiles(Job& job, std::string& error) {
     const Arguments& arguments = job.arguments;
     if (!readBody(arguments.htmlFile, job.body, error)) return false;
-    if (!canRead(arguments.logoFile, error)) return false;
+    job.size = job.body.size();
+    if (!measureFile(arguments.logoFile, job.size, error)) return false;
     for (const std::string& path : arguments.attachments) {
         if (path.empty()) error = "--attach names no file";
-        if (path.empty() || !canRead(path, error)) return false;
+        if (path.empty() || !measureFile(path, job.size, error)) return false;
     }
     return true;
 }
@@ -169,7 +179,13 @@ int send(const PlugIn& plugIn, const Job& job) {
     plugIn.Initialise();
     setServer(plugIn, job);
     if (!setMessage(plugIn, job, error)) return report(kNotAccepted, error);
-    if (plugIn.szBrisko()) return kAccepted;
+    bool accepted = false;
+    const std::string what = "emailsend: sending " + std::to_string((job.size + 1023) / 1024) +
+                             " KB to " + job.arguments.host;
+    if (!runWatched(what, [&] { accepted = plugIn.szBrisko() != 0; })) {
+        endNow(report(kStopped, "stopped; the server may or may not have the message"));
+    }
+    if (accepted) return kAccepted;
     const tv::XString reason = tv::XString::fromHost(plugIn.getLastError(), false);
     return report(kNotAccepted, "the message was not accepted\n" + std::string(reason.utf8()));
 }

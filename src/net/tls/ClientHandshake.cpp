@@ -73,7 +73,10 @@ TlsFailure ClientHandshake::prepareHello(const Negotiated* established, LogBase&
     if (shared_.sessionOffered && settings_.session->isTls13()) {
         log.logVerbose("Using same cipher suite ID for TLS 1.3 session resumption.");
         const CipherSuite* suite = findCipherSuite(settings_.session->suite);
-        if (!hello.offersSuite(suite->id)) hello.suites.insert(hello.suites.begin(), suite);
+        // First: a server that takes the client's order would drop the session for a suite with
+        // another hash.
+        std::erase(hello.suites, suite);
+        hello.suites.insert(hello.suites.begin(), suite);
     }
     return TlsFailure::None;
 }
@@ -182,6 +185,7 @@ TlsFailure ClientHandshake::onMessage(const HandshakeMessage& message, bool atBo
 
 TlsFailure ClientHandshake::onChangeCipherSpec() {
     if (!flow_ || !flow_->next().allowsChangeCipherSpec()) return TlsFailure::UnexpectedCcs;
+    readKeysChanged_ = true;
     return flow_->onChangeCipherSpec();
 }
 

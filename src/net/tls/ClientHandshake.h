@@ -23,6 +23,9 @@ public:
     // Until the version is known this is the highest one offered.
     Version version() const { return shared_.result.version; }
     bool serverHelloSeen() const { return flow_ != nullptr; }
+    // TLS 1.2 and before: the server's records are under the new keys, and only its Finished may
+    // follow.
+    bool readKeysChanged() const { return readKeysChanged_; }
     bool usesCompatibilityMode() const { return offersTls13_; }
 
     Handshake& shared() { return shared_; }
@@ -50,6 +53,7 @@ private:
     Handshake shared_;
     VersionRange offered_;
     bool offersTls13_ = false;
+    bool readKeysChanged_ = false;
     const Negotiated* established_ = nullptr;  // in a renegotiation
     std::vector<uint8_t> cookie_;
     std::vector<ExtensionType> extensionOrder_;

@@ -73,6 +73,7 @@ TlsFailure ClientHandshake12::judgeSession(const ServerHello& reply) {
 TlsFailure ClientHandshake12::beginResumed(LogBase& log) {
     log.logVerbose("The server resumes the session.");
     master_ = shared_.settings.session->secret;
+    shared_.result.leaf = shared_.settings.session->leaf;
     if (!makeCiphers()) return TlsFailure::Internal;
     next_ = beforeServerFinished();
     return TlsFailure::None;
@@ -96,7 +97,8 @@ TlsFailure ClientHandshake12::onMessage(const HandshakeMessage& message, bool at
         case HandshakeType::CertificateStatus:
             statusAnnounced_ = false;  // read and not used: no revocation is checked
             next_ = afterCertificate();
-            failure = TlsFailure::None;
+            failure =
+                parseCertificateStatus12(message.body) ? TlsFailure::None : TlsFailure::DecodeError;
             break;
         case HandshakeType::ServerKeyExchange:
             failure = onServerKeyExchange(message.body, log);
@@ -114,7 +116,8 @@ TlsFailure ClientHandshake12::onMessage(const HandshakeMessage& message, bool at
         case HandshakeType::NewSessionTicket:
             log.logVerbose("Ignoring because this is not TLS 1.3.");
             next_ = NextMessages::changeCipherSpec();
-            failure = TlsFailure::None;
+            failure =
+                parseNewSessionTicket12(message.body) ? TlsFailure::None : TlsFailure::DecodeError;
             break;
         case HandshakeType::Finished:
             return onFinished(message, atBoundary, log);
@@ -142,10 +145,10 @@ TlsFailure ClientHandshake12::onCertificate(std::span<const uint8_t> body) {
     CertificateList list;
     if (!parseCertificate12(body, list)) return TlsFailure::DecodeError;
     if (list.empty()) return TlsFailure::CertificateMissing;
-    if (established_ && !established_->chain.empty() &&
-        !same(list.front(), established_->chain.front())) {
+    if (established_ && !same(list.front(), established_->leaf)) {
         return TlsFailure::CertificateChanged;
     }
+    shared_.result.leaf.assign(list.front().begin(), list.front().end());
     for (const auto& certificate : list) {
         shared_.result.chain.emplace_back(certificate.begin(), certificate.end());
     }
@@ -153,11 +156,20 @@ TlsFailure ClientHandshake12::onCertificate(std::span<const uint8_t> body) {
         return TlsFailure::CertificateUnreadable;
     }
     const bool wantsEc = shared_.result.suite->keyExchange == KeyExchangeKind::EcdheEcdsa;
-    if (serverKey_.kind != (wantsEc ? x509::KeyKind::Ec : x509::KeyKind::Rsa)) {
-        return TlsFailure::BadServerKey;
-    }
+    const bool fits = wantsEc ? serverKey_.kind == x509::KeyKind::Ec &&
+                                    offersGroup(groupOf(serverKey_.curve))  // RFC 8422, 5.3
+                              : serverKey_.kind == x509::KeyKind::Rsa;
+    if (!fits) return TlsFailure::BadServerKey;
     next_ = afterCertificate();
     return TlsFailure::None;
+}
+
+bool ClientHandshake12::offersGroup(Group group) const {
+    HelloParameters offer;
+    offer.options = shared_.settings.options;
+    offer.moreCurves = shared_.settings.moreCurves;
+    const std::vector<Group> groups = offeredGroups(offer);
+    return std::find(groups.begin(), groups.end(), group) != groups.end();
 }
 
 TlsFailure ClientHandshake12::onServerKeyExchange(std::span<const uint8_t> body, LogBase& log) {
@@ -168,15 +180,12 @@ TlsFailure ClientHandshake12::onServerKeyExchange(std::span<const uint8_t> body,
 TlsFailure ClientHandshake12::onEcdhe(std::span<const uint8_t> body, LogBase& log) {
     EcdheParameters p;
     if (!parseServerKeyExchange(body, shared_.result.version, p)) return TlsFailure::DecodeError;
-    HelloParameters offer;
-    offer.options = shared_.settings.options;
-    offer.moreCurves = shared_.settings.moreCurves;
-    const std::vector<Group> groups = offeredGroups(offer);
-    if (std::find(groups.begin(), groups.end(), p.group) == groups.end()) {
+    if (!offersGroup(p.group)) {
         log.logError("Unsupported named curve.");
         return TlsFailure::GroupNotOffered;
     }
-    if (!isSigned(p.parameters, p.signature)) return TlsFailure::BadSignature;
+    const TlsFailure failure = judgeSignature(p.parameters, p.signature);
+    if (failure != TlsFailure::None) return failure;
     log.logVerbose("Verified server key exchange.");
     const std::unique_ptr<KeyShare> share = makeKeyShare(p.group, shared_.randomSource());
     if (!share) return TlsFailure::RandomFailed;
@@ -202,7 +211,8 @@ TlsFailure ClientHandshake12::onDhe(std::span<const uint8_t> body, LogBase& log)
         case crypto::Dhe::Check::BadPeerKey:
             return TlsFailure::BadKeyShare;
     }
-    if (!isSigned(p.parameters, p.signature)) return TlsFailure::BadSignature;
+    const TlsFailure failure = judgeSignature(p.parameters, p.signature);
+    if (failure != TlsFailure::None) return failure;
     log.logVerbose("Verified server key exchange.");
     if (dhe.bits() < crypto::Dhe::kSafeBits) {
         log.logInfo("Warning: the server's Diffie-Hellman group has only " +
@@ -216,21 +226,24 @@ TlsFailure ClientHandshake12::onDhe(std::span<const uint8_t> body, LogBase& log)
     return TlsFailure::None;
 }
 
-bool ClientHandshake12::isSigned(std::span<const uint8_t> parameters,
-                                 const Signature& signature) const {
+TlsFailure ClientHandshake12::judgeSignature(std::span<const uint8_t> parameters,
+                                             const Signature& signature) const {
     if (shared_.result.version >= Version::Tls12) {
         const std::vector<SignatureScheme> offered =
             offeredSignatures({Version::Tls10, shared_.result.version});
         const bool known =
             std::find(offered.begin(), offered.end(), signature.scheme) != offered.end();
-        if (!known) return false;
+        if (!known || !schemeFits12(signature.scheme, serverKey_)) {
+            return TlsFailure::SchemeNotAllowed;
+        }
     }
     ByteWriter data;
     data.append(shared_.hello.random);
     data.append(shared_.serverRandom);
     data.append(parameters);
-    return verifyServerSignature12(shared_.result.version, signature.scheme, serverKey_,
-                                   data.bytes(), signature.bytes);
+    const bool right = verifyServerSignature12(shared_.result.version, signature.scheme, serverKey_,
+                                               data.bytes(), signature.bytes);
+    return right ? TlsFailure::None : TlsFailure::BadSignature;
 }
 
 TlsFailure ClientHandshake12::onServerHelloDone(std::span<const uint8_t> body, LogBase& log) {
@@ -344,6 +357,7 @@ TlsFailure ClientHandshake12::onFinished(const HandshakeMessage& message, bool a
     session.secret = std::move(master_);
     session.id = std::move(sessionId_);
     session.receivedAtMs = shared_.environment.wallClockMs();
+    session.leaf = shared_.result.leaf;
     session.extendedMasterSecret = shared_.result.extendedMasterSecret;
     // A resumed session keeps the age of its first handshake.
     if (shared_.result.resumed) session.receivedAtMs = shared_.settings.session->receivedAtMs;

@@ -27,10 +27,12 @@ private:
     TlsFailure beginResumed(LogBase& log);
     NextMessages afterCertificate() const;
     TlsFailure onCertificate(std::span<const uint8_t> body);
+    bool offersGroup(Group group) const;
     TlsFailure onServerKeyExchange(std::span<const uint8_t> body, LogBase& log);
     TlsFailure onEcdhe(std::span<const uint8_t> body, LogBase& log);
     TlsFailure onDhe(std::span<const uint8_t> body, LogBase& log);
-    bool isSigned(std::span<const uint8_t> parameters, const Signature& signature) const;
+    TlsFailure judgeSignature(std::span<const uint8_t> parameters,
+                              const Signature& signature) const;
     TlsFailure onServerHelloDone(std::span<const uint8_t> body, LogBase& log);
     TlsFailure makeRsaPremaster();
     TlsFailure sendKeyExchange();

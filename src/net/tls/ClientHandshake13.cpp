@@ -108,20 +108,15 @@ TlsFailure ClientHandshake13::onEncryptedExtensions(std::span<const uint8_t> bod
 }
 
 TlsFailure ClientHandshake13::onCertificateRequest(std::span<const uint8_t> body) {
-    CertificateRequest13 request;
-    if (!parseCertificateRequest13(body, request)) return TlsFailure::DecodeError;
-    if (!request.context.empty()) return TlsFailure::IllegalParameter;  // RFC 8446, 4.3.2
-    if (!request.hasSignatureAlgorithms) return TlsFailure::MissingExtension;
     clientCertificateAsked_ = true;
     next_ = {HandshakeType::Certificate};
-    return TlsFailure::None;
+    return parseCertificateRequest13(body);
 }
 
 TlsFailure ClientHandshake13::onCertificate(std::span<const uint8_t> body) {
     CertificateList list;
-    bool unsolicited = false;
-    if (!parseCertificate13(body, list, unsolicited)) return TlsFailure::DecodeError;
-    if (unsolicited) return TlsFailure::UnsupportedExtension;
+    const TlsFailure failure = parseCertificate13(body, list);
+    if (failure != TlsFailure::None) return failure;
     if (list.empty()) return TlsFailure::CertificateMissing;
     for (const auto& certificate : list) {
         shared_.result.chain.emplace_back(certificate.begin(), certificate.end());
@@ -138,8 +133,9 @@ TlsFailure ClientHandshake13::onCertificateVerify(std::span<const uint8_t> body)
     if (!parseCertificateVerify(body, signature)) return TlsFailure::DecodeError;
     const std::vector<SignatureScheme> offered =
         offeredSignatures({Version::Tls13, Version::Tls13});
-    if (std::find(offered.begin(), offered.end(), signature.scheme) == offered.end()) {
-        return TlsFailure::IllegalParameter;
+    if (std::find(offered.begin(), offered.end(), signature.scheme) == offered.end() ||
+        !schemeFits13(signature.scheme, serverKey_)) {
+        return TlsFailure::SchemeNotAllowed;
     }
     if (!verifyServerSignature13(signature.scheme, serverKey_, shared_.transcript.hash(),
                                  signature.bytes)) {

@@ -57,6 +57,7 @@ struct Negotiated {
     bool resumed = false;
     bool extendedMasterSecret = false;
     std::vector<std::vector<uint8_t>> chain;  // DER, the server's own certificate first
+    std::vector<uint8_t> leaf;                // that certificate; of a resumed session, too
     RenegotiationState renegotiation;
 };
 

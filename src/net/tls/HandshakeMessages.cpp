@@ -2,6 +2,7 @@
 
 #include "base/ByteReader.h"
 #include "base/ByteWriter.h"
+#include "net/tls/ExtensionBlock.h"
 
 namespace tv::tls {
 namespace {
@@ -13,16 +14,19 @@ Signature readSignature(ByteReader& r, Version version) {
     return signature;
 }
 
-// A list of (type, length, body); true if well-formed.
-template <class Visit>
-bool walkExtensions(std::span<const uint8_t> block, Visit visit) {
-    ByteReader r(block);
-    while (r.ok() && !r.atEnd()) {
-        const ExtensionType type = static_cast<ExtensionType>(r.u16());
-        r.vector16();
-        if (r.ok()) visit(type);
-    }
-    return r.complete();
+// The status of a certificate: an OCSP response, which nobody reads (RFC 6066, 8).
+bool isCertificateStatus(std::span<const uint8_t> body) {
+    ByteReader r(body);
+    const bool ocsp = r.u8() == 1;
+    const bool empty = r.vector24().empty();
+    return r.complete() && ocsp && !empty;
+}
+
+// Pairs of bytes, at least one.
+bool isSchemeList(std::span<const uint8_t> body) {
+    ByteReader r(body);
+    const size_t size = r.vector16().size();
+    return r.complete() && size != 0 && size % 2 == 0;
 }
 
 }  // namespace
@@ -39,23 +43,28 @@ bool parseCertificate12(std::span<const uint8_t> body, CertificateList& out) {
     return list.complete();
 }
 
-bool parseCertificate13(std::span<const uint8_t> body, CertificateList& out, bool& unsolicited) {
-    unsolicited = false;
+TlsFailure parseCertificate13(std::span<const uint8_t> body, CertificateList& out) {
     ByteReader outer(body);
     const std::span<const uint8_t> context = outer.vector8();
     ByteReader list(outer.vector24());
-    if (!outer.complete() || !context.empty()) return false;
+    if (!outer.complete()) return TlsFailure::DecodeError;
+    if (!context.empty()) return TlsFailure::IllegalParameter;
     while (list.ok() && !list.atEnd()) {
         const std::span<const uint8_t> certificate = list.vector24();
         const std::span<const uint8_t> extensions = list.vector16();
-        if (certificate.empty() || out.size() == kMaxCertificates) return false;
-        const bool wellFormed = walkExtensions(extensions, [&](ExtensionType type) {
-            unsolicited |= type != ExtensionType::StatusRequest;
+        if (certificate.empty() || out.size() == kMaxCertificates) return TlsFailure::DecodeError;
+        const TlsFailure failure = walkExtensions(extensions, [](ExtensionType type, auto status) {
+            if (type != ExtensionType::StatusRequest) return TlsFailure::UnsupportedExtension;
+            return isCertificateStatus(status) ? TlsFailure::None : TlsFailure::DecodeError;
         });
-        if (!wellFormed) return false;
+        if (failure != TlsFailure::None) return failure;
         out.push_back(certificate);
     }
-    return list.complete();
+    return list.complete() ? TlsFailure::None : TlsFailure::DecodeError;
+}
+
+bool parseCertificateStatus12(std::span<const uint8_t> body) {
+    return isCertificateStatus(body);
 }
 
 bool parseCertificateRequest12(std::span<const uint8_t> body, Version version) {
@@ -66,13 +75,20 @@ bool parseCertificateRequest12(std::span<const uint8_t> body, Version version) {
     return r.complete() && hasTypes;
 }
 
-bool parseCertificateRequest13(std::span<const uint8_t> body, CertificateRequest13& out) {
+TlsFailure parseCertificateRequest13(std::span<const uint8_t> body) {
     ByteReader r(body);
-    out.context = r.vector8();
+    const std::span<const uint8_t> context = r.vector8();
     const std::span<const uint8_t> extensions = r.vector16();
-    return r.complete() && walkExtensions(extensions, [&](ExtensionType type) {
-               out.hasSignatureAlgorithms |= type == ExtensionType::SignatureAlgorithms;
-           });
+    if (!r.complete()) return TlsFailure::DecodeError;
+    if (!context.empty()) return TlsFailure::IllegalParameter;  // RFC 8446, 4.3.2
+    bool hasSchemes = false;
+    const TlsFailure failure = walkExtensions(extensions, [&](ExtensionType type, auto list) {
+        if (type != ExtensionType::SignatureAlgorithms) return TlsFailure::None;
+        hasSchemes = isSchemeList(list);
+        return hasSchemes ? TlsFailure::None : TlsFailure::DecodeError;
+    });
+    if (failure != TlsFailure::None) return failure;
+    return hasSchemes ? TlsFailure::None : TlsFailure::MissingExtension;
 }
 
 bool parseCertificateVerify(std::span<const uint8_t> body, Signature& out) {
@@ -103,14 +119,22 @@ bool parseServerKeyExchange(std::span<const uint8_t> body, Version version, DheP
     return r.complete() && !out.p.empty() && !out.g.empty() && !out.publicKey.empty();
 }
 
-bool parseNewSessionTicket13(std::span<const uint8_t> body, NewSessionTicket13& out) {
+TlsFailure parseNewSessionTicket13(std::span<const uint8_t> body, NewSessionTicket13& out) {
     ByteReader r(body);
     out.lifetimeSeconds = r.u32();
     out.ageAdd = r.u32();
     out.nonce = r.vector8();
     out.ticket = r.vector16();
     const std::span<const uint8_t> extensions = r.vector16();
-    return r.complete() && !out.ticket.empty() && walkExtensions(extensions, [](ExtensionType) {});
+    if (!r.complete() || out.ticket.empty()) return TlsFailure::DecodeError;
+    return walkExtensions(extensions, [](ExtensionType, auto) { return TlsFailure::None; });
+}
+
+bool parseNewSessionTicket12(std::span<const uint8_t> body) {
+    ByteReader r(body);
+    r.u32();  // a lifetime; the ticket behind it is not kept
+    r.vector16();
+    return r.complete();
 }
 
 std::vector<uint8_t> handshakeMessage(HandshakeType type, std::span<const uint8_t> body) {

@@ -5,12 +5,13 @@
 #include <span>
 #include <vector>
 
+#include "net/tls/TlsFailure.h"
 #include "net/tls/TlsTypes.h"
 
 namespace tv::tls {
 
 // Views in these records point into the message body they were read from. Every reader answers
-// false where the body is malformed or something is left over.
+// false, or which rule was broken, where the body is malformed or something is left over.
 
 using CertificateList = std::vector<std::span<const uint8_t>>;  // DER, the server's own first
 
@@ -18,15 +19,12 @@ constexpr size_t kMaxCertificates = 16;
 
 bool parseCertificate12(std::span<const uint8_t> body, CertificateList& out);
 // The context must be empty in the handshake; extensions of entries must have been asked for
-// (status_request). unsolicited tells of one that was not.
-bool parseCertificate13(std::span<const uint8_t> body, CertificateList& out, bool& unsolicited);
+// (status_request).
+TlsFailure parseCertificate13(std::span<const uint8_t> body, CertificateList& out);
+bool parseCertificateStatus12(std::span<const uint8_t> body);
 
-struct CertificateRequest13 {
-    std::span<const uint8_t> context;
-    bool hasSignatureAlgorithms = false;
-};
 bool parseCertificateRequest12(std::span<const uint8_t> body, Version version);
-bool parseCertificateRequest13(std::span<const uint8_t> body, CertificateRequest13& out);
+TlsFailure parseCertificateRequest13(std::span<const uint8_t> body);
 
 struct Signature {
     SignatureScheme scheme = SignatureScheme::None;  // None before TLS 1.2
@@ -55,7 +53,8 @@ struct NewSessionTicket13 {
     std::span<const uint8_t> nonce;
     std::span<const uint8_t> ticket;
 };
-bool parseNewSessionTicket13(std::span<const uint8_t> body, NewSessionTicket13& out);
+TlsFailure parseNewSessionTicket13(std::span<const uint8_t> body, NewSessionTicket13& out);
+bool parseNewSessionTicket12(std::span<const uint8_t> body);
 
 // A handshake message: type, three bytes of length, body.
 std::vector<uint8_t> handshakeMessage(HandshakeType type, std::span<const uint8_t> body);

@@ -89,6 +89,13 @@ std::unique_ptr<KeyShare> makeKeyShare(Group group, const crypto::RandomSource& 
     return generated(std::make_unique<CurveShare>(group, *row->curve), random);
 }
 
+Group groupOf(crypto::EcCurveId curve) {
+    for (const NamedGroup& row : kGroups) {
+        if (row.curve == curve) return row.group;
+    }
+    return Group::None;
+}
+
 std::string_view groupName(Group group) {
     const NamedGroup* row = findGroup(group);
     return row ? row->name : "unknown group";

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/SecureBuffer.h"
+#include "base/crypto/EcCurve.h"
 #include "base/crypto/RandomSource.h"
 #include "net/tls/TlsTypes.h"
 
@@ -25,6 +26,8 @@ public:
 
 // A fresh key. nullptr for an unknown group or where the random source fails.
 std::unique_ptr<KeyShare> makeKeyShare(Group group, const crypto::RandomSource& random);
+
+Group groupOf(crypto::EcCurveId curve);
 
 // The log's word for a group: "x25519", "secp256r1", ...
 std::string_view groupName(Group group);

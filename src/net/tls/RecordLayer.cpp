@@ -39,6 +39,9 @@ RecordLayer::Next RecordLayer::next(Record& out, TlsFailure& failure) {
     if (static_cast<uint16_t>(header.version) >> 8 != 3) return failed(TlsFailure::RecordVersion);
     const bool opens = reader_ && !(isTls13_ && header.type == ContentType::ChangeCipherSpec);
     if (length > (opens ? maxBody_ : kMaxPlaintext)) return failed(TlsFailure::RecordOverflow);
+    if (opens && isTls13_ && header.type != ContentType::ApplicationData) {
+        return failed(TlsFailure::UnprotectedRecord);
+    }
     if (r.left() < length) return Next::NeedMore;
 
     uint8_t* body = inbox_.data() + taken_ + kRecordHeaderSize;
@@ -49,13 +52,17 @@ RecordLayer::Next RecordLayer::next(Record& out, TlsFailure& failure) {
     }
     if (out.plaintext.size() > kMaxPlaintext) return failed(TlsFailure::RecordOverflow);
     if (!isKnownType(header.type)) return failed(TlsFailure::RecordType);
+    if (opens && isTls13_ && header.type == ContentType::ChangeCipherSpec) {
+        return failed(TlsFailure::UnexpectedCcs);  // RFC 8446, 5: never protected
+    }
     out.type = header.type;
     return Next::Record;
 }
 
 size_t RecordLayer::largestPlaintext() const {
-    if (peerLimit_ == 0 || !writer_) return kMaxPlaintext;
-    return std::min(kMaxPlaintext, peerLimit_ - writer_->innerOverhead());
+    if (peerLimit_ == 0) return kMaxPlaintext;
+    // Unprotected records keep to it, too: there are servers that measure them.
+    return std::min(kMaxPlaintext, peerLimit_ - (writer_ ? writer_->innerOverhead() : 0));
 }
 
 bool RecordLayer::sendOne(ContentType type, std::span<const uint8_t> fragment) {

@@ -1,10 +1,10 @@
 #include "net/tls/ServerHello.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "base/ByteReader.h"
+#include "net/tls/ExtensionBlock.h"
 
 namespace tv::tls {
 namespace {
@@ -13,8 +13,6 @@ namespace {
 constexpr uint8_t kRetryRandom[kRandomSize] = {
     0xCF, 0x21, 0xAD, 0x74, 0xE5, 0x9A, 0x61, 0x11, 0xBE, 0x1D, 0x8C, 0x02, 0x1E, 0x65, 0xB8, 0x91,
     0xC2, 0xA2, 0x11, 0x16, 0x7A, 0xBB, 0x8C, 0x5E, 0x07, 0x9E, 0x09, 0xE2, 0xC8, 0xA8, 0x33, 0x9C};
-
-constexpr size_t kMaxExtensions = 64;
 
 struct Place {
     ExtensionType type;
@@ -77,9 +75,9 @@ void readKeyShare(ByteReader& r, HelloKind kind, ServerExtensions& out) {
     if (out.keyShare.empty()) r.fail();
 }
 
-// Reads one body into out; false where it is malformed.
-bool readExtension(ExtensionType type, std::span<const uint8_t> body, HelloKind kind,
-                   ServerExtensions& out) {
+// Reads one body into out.
+TlsFailure readExtension(ExtensionType type, std::span<const uint8_t> body, HelloKind kind,
+                         ServerExtensions& out) {
     ByteReader r(body);
     switch (type) {
         case ExtensionType::SupportedVersions:
@@ -112,7 +110,10 @@ bool readExtension(ExtensionType type, std::span<const uint8_t> body, HelloKind 
             break;
         case ExtensionType::EcPointFormats: {
             const auto formats = r.vector8();
-            if (std::find(formats.begin(), formats.end(), 0) == formats.end()) r.fail();
+            if (formats.empty()) r.fail();
+            // Without uncompressed points there is nothing in common (RFC 8422, 5.1.2).
+            const bool common = std::find(formats.begin(), formats.end(), 0) != formats.end();
+            if (r.complete() && !common) return TlsFailure::IllegalParameter;
             break;
         }
         case ExtensionType::SupportedGroups: {
@@ -123,28 +124,15 @@ bool readExtension(ExtensionType type, std::span<const uint8_t> body, HelloKind 
         default:
             break;  // server_name: empty
     }
-    return r.complete();
+    return r.complete() ? TlsFailure::None : TlsFailure::DecodeError;
 }
 
 TlsFailure readExtensions(std::span<const uint8_t> block, HelloKind kind,
                           const ClientHello& offered, ServerExtensions& out) {
-    std::array<uint16_t, kMaxExtensions> seen{};
-    size_t count = 0;
-    ByteReader r(block);
-    while (r.ok() && !r.atEnd()) {
-        const uint16_t number = r.u16();
-        const std::span<const uint8_t> body = r.vector16();
-        if (!r.ok() || count == kMaxExtensions) return TlsFailure::DecodeError;
-        if (std::find(seen.begin(), seen.begin() + count, number) != seen.begin() + count) {
-            return TlsFailure::IllegalParameter;
-        }
-        seen[count++] = number;
-        const ExtensionType type = static_cast<ExtensionType>(number);
+    return walkExtensions(block, [&](ExtensionType type, std::span<const uint8_t> body) {
         const TlsFailure failure = checkPlace(type, kind, offered);
-        if (failure != TlsFailure::None) return failure;
-        if (!readExtension(type, body, kind, out)) return TlsFailure::DecodeError;
-    }
-    return r.complete() ? TlsFailure::None : TlsFailure::DecodeError;
+        return failure == TlsFailure::None ? readExtension(type, body, kind, out) : failure;
+    });
 }
 
 // The version that supported_versions selects, found before the extensions are judged by it.

@@ -78,6 +78,7 @@ TlsFailure TlsProtocol::onChangeCipherSpec(std::span<const uint8_t> body) {
 }
 
 TlsFailure TlsProtocol::onAlert(std::span<const uint8_t> body, LogBase& log) {
+    if (body.empty()) return TlsFailure::UnexpectedMessage;  // RFC 8446, 5.4
     if (body.size() != 2) return TlsFailure::DecodeError;
     const AlertLevel level = static_cast<AlertLevel>(body[0]);
     const Alert alert = static_cast<Alert>(body[1]);
@@ -156,7 +157,8 @@ void TlsProtocol::finishHandshake() {
 
 TlsFailure TlsProtocol::onApplicationData(std::span<const uint8_t> bytes) {
     // In a renegotiation it may come until the keys change.
-    if (!established_) return TlsFailure::UnexpectedMessage;
+    const bool allowed = established_ && !(handshake_ && handshake_->readKeysChanged());
+    if (!allowed) return TlsFailure::UnexpectedMessage;
     if (bytes.empty()) return countIdle() ? TlsFailure::None : TlsFailure::TooManyIdleRecords;
     idleRecords_ = 0;
     return input_.append(bytes) ? TlsFailure::None : TlsFailure::OutOfMemory;
@@ -191,7 +193,8 @@ TlsFailure TlsProtocol::onHelloRequest(std::span<const uint8_t> body, LogBase& l
 
 TlsFailure TlsProtocol::onNewSessionTicket(std::span<const uint8_t> body, LogBase& log) {
     NewSessionTicket13 ticket;
-    if (!parseNewSessionTicket13(body, ticket)) return TlsFailure::DecodeError;
+    const TlsFailure failure = parseNewSessionTicket13(body, ticket);
+    if (failure != TlsFailure::None) return failure;
     log.logDataVerbose("ticket_lifetime", std::to_string(ticket.lifetimeSeconds));
     log.logDataVerbose("ticket_age_add", std::to_string(ticket.ageAdd));
     if (ticket.lifetimeSeconds == 0) return TlsFailure::None;  // to be dropped at once

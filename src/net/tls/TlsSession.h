@@ -36,6 +36,7 @@ struct TlsSession {
     uint32_t ageAdd = 0;        // TLS 1.3
     uint64_t receivedAtMs = 0;  // wall clock
     bool extendedMasterSecret = false;
+    std::vector<uint8_t> leaf;  // TLS 1.2 and before: the server's certificate, for renegotiations
     bool chainVerified = false;
     SessionScope scope;
 

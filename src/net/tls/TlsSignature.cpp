@@ -73,14 +73,24 @@ bool verifyLegacy(const x509::PublicKey& key, std::span<const uint8_t> data,
 
 }  // namespace
 
+bool schemeFits13(SignatureScheme scheme, const x509::PublicKey& key) {
+    const Scheme* row = findScheme(scheme);
+    if (!row) return false;
+    if (row->kind == Kind::RsaPss) return key.kind == x509::KeyKind::Rsa;
+    return row->kind == Kind::Ecdsa && row->curve && key.kind == x509::KeyKind::Ec &&
+           key.curve == *row->curve;
+}
+
+bool schemeFits12(SignatureScheme scheme, const x509::PublicKey& key) {
+    const Scheme* row = findScheme(scheme);
+    if (!row) return false;
+    return key.kind == (row->kind == Kind::Ecdsa ? x509::KeyKind::Ec : x509::KeyKind::Rsa);
+}
+
 bool verifyServerSignature13(SignatureScheme scheme, const x509::PublicKey& key,
                              std::span<const uint8_t> transcriptHash,
                              std::span<const uint8_t> signature) {
-    const Scheme* row = findScheme(scheme);
-    const bool allowed =
-        row && (row->kind == Kind::RsaPss ||
-                (row->kind == Kind::Ecdsa && row->curve && key.curve == *row->curve));
-    if (!allowed) return false;
+    if (!schemeFits13(scheme, key)) return false;
     ByteWriter data;  // RFC 8446, 4.4.3
     for (int i = 0; i < 64; ++i) {
         data.u8(0x20);
@@ -88,7 +98,7 @@ bool verifyServerSignature13(SignatureScheme scheme, const x509::PublicKey& key,
     data.append("TLS 1.3, server CertificateVerify");
     data.u8(0);
     data.append(transcriptHash);
-    return verify(*row, key, data.bytes(), signature);
+    return verify(*findScheme(scheme), key, data.bytes(), signature);
 }
 
 bool verifyServerSignature12(Version version, SignatureScheme scheme, const x509::PublicKey& key,

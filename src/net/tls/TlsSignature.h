@@ -9,8 +9,12 @@
 
 namespace tv::tls {
 
-// TLS 1.3, CertificateVerify: the scheme must be one of those that TLS 1.3 allows (PSS, or ECDSA
-// with the curve that the scheme names) and fit the key (RFC 8446, 4.2.3, 4.4.3).
+// TLS 1.3 allows PSS, and ECDSA with the curve that the scheme names (RFC 8446, 4.2.3, 4.4.3);
+// TLS 1.2 every scheme but MD5, and its hash does not bind the curve.
+bool schemeFits13(SignatureScheme scheme, const x509::PublicKey& key);
+bool schemeFits12(SignatureScheme scheme, const x509::PublicKey& key);
+
+// TLS 1.3, CertificateVerify: the scheme must fit the key.
 bool verifyServerSignature13(SignatureScheme scheme, const x509::PublicKey& key,
                              std::span<const uint8_t> transcriptHash,
                              std::span<const uint8_t> signature);

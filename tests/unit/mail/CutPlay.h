@@ -83,7 +83,7 @@ inline void playCut(const Road& road, const Cut& cut, const CutSizes& sizes) {
         EXPECT_FALSE(transcript.empty());
         EXPECT_NE(world.word(), "Success");
         EXPECT_NE(world.word(), "Failed") << transcript;
-        EXPECT_FALSE(contains(transcript, "250 taken")) << "the last word had arrived";
+        EXPECT_FALSE(contains(transcript, "\r\n250 taken\r\n")) << "the last word had arrived";
         EXPECT_TRUE(road.vary || cut.ofClient || cut.bytes < sizes.server) << "everything had";
     }
     const bool retried = !world.clock.sleeps.empty();
@@ -100,6 +100,61 @@ inline void playCutsAtEveryByte(const Road& road, std::initializer_list<Ending> 
             playCut(road, {false, at, ending}, sizes);
         for (size_t at = 1; at <= sizes.client; ++at)
             playCut(road, {true, at, ending}, sizes);
+    }
+}
+
+// Says stop once the clock has come so far.
+class StopsAt final : public ProgressMonitor {
+public:
+    StopsAt(FakeClock& clock, uint64_t afterMs)
+        : clock_(clock), stopNs_(clock.nowNs + afterMs * 1000000) {}
+    bool abortRequested() override { return clock_.nowNs >= stopNs_; }
+    void progress(uint64_t, uint64_t) override {}
+    void textEvent(std::string_view, std::string_view) override {}
+    uint32_t heartbeatMs() const override { return heartbeat; }
+
+    uint32_t heartbeat = 0;
+
+private:
+    FakeClock& clock_;
+    uint64_t stopNs_;
+};
+
+// The server falls silent at a byte, and a second later the application says stop: the send ends at
+// the next slice, wherever it stands.
+inline void playAbort(const Road& road, const Cut& cut, uint32_t heartbeatMs) {
+    SCOPED_TRACE(std::string(road.name) + (cut.ofClient ? ": client byte " : ": server byte ") +
+                 std::to_string(cut.bytes) + ", heartbeat " + std::to_string(heartbeatMs));
+    MailWorld world(road.properties);
+    world.compose();
+    const CutServer server = road.serve(world);
+    server.link->mayEndEarly = true;
+    server.link->cut = Ending::Stall;
+    (cut.ofClient ? server.link->cutAfterClientBytes : server.link->cutAfterServerBytes) = cut.bytes;
+    StopsAt monitor(world.clock, 1000);
+    monitor.heartbeat = heartbeatMs;
+    const uint64_t startNs = world.clock.nowNs;
+    const bool sent = world.mailMan.SendEmail(world.email, &monitor);
+    const uint64_t elapsedMs = (world.clock.nowNs - startNs) / 1000000;
+    EXPECT_LE(elapsedMs, 1000 + (heartbeatMs ? heartbeatMs : 333));
+    EXPECT_EQ(world.net.connects.size(), 1u);
+    EXPECT_TRUE(world.clock.sleeps.empty()) << "no second try";
+    if (sent) {
+        EXPECT_TRUE(server.hasMessage());
+    } else {
+        EXPECT_TRUE(contains(world.transcript(), "stopped the send") ||
+                    contains(world.transcript(), "App aborted"))
+            << world.transcript();
+    }
+}
+
+inline void playAbortsAtEveryByte(const Road& road) {
+    const CutSizes sizes = measureRoad(road);
+    for (const uint32_t heartbeatMs : {0u, 50u}) {
+        for (size_t at = 0; at < sizes.server - road.vary; ++at)
+            playAbort(road, {false, at, Ending::Stall}, heartbeatMs);
+        for (size_t at = 0; at < sizes.client - road.vary; ++at)
+            playAbort(road, {true, at, Ending::Stall}, heartbeatMs);
     }
 }
 

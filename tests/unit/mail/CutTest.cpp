@@ -19,6 +19,17 @@ TEST(Cut, atEveryByte) {
         playCutsAtEveryByte(road, {Ending::Eof, Ending::Reset, Ending::Stall});
 }
 
+TEST(Cut, abortsAtEveryByte) {
+    for (const Road& road : kRoads)
+        playAbortsAtEveryByte(road);
+    MailWorld world;
+    world.compose();
+    world.net.silent(kServer, 25);
+    StopsAt monitor(world.clock, 1000);
+    EXPECT_FALSE(world.mailMan.SendEmail(world.email, &monitor));
+    EXPECT_TRUE(contains(world.transcript(), "App aborted in event callback"));
+}
+
 TEST(Cut, piecesOfAnySizeGiveTheSameDialogue) {
     for (const Road& road : kRoads)
         playPiecesOfAnySize(road);

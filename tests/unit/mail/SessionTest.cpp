@@ -102,7 +102,8 @@ TEST(StartTls, aFailedHandshakeEndsTheSession) {
     EXPECT_EQ(world.word(), "StartTlsFailed");
     EXPECT_TRUE(contains(world.logText(), "Failed to establish TLS connection."));
     EXPECT_TRUE(world.transcript().ends_with(
-        "220 go\r\nStartTlsFailed: The TLS handshake after STARTTLS failed.\r\n"));
+        "220 go\r\nStartTlsFailed: The TLS handshake after STARTTLS failed: Timeout in the TLS "
+        "handshake.\r\n"));
     EXPECT_TRUE(link.closedByClient);
     EXPECT_FALSE(contains(link.fromClient, "MAIL FROM"));
 }

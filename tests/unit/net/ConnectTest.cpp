@@ -251,13 +251,6 @@ TEST_F(Connect, ClockThatGoesBackEndsTheAttempts) {
     expectLogged(log, "Connect timeout.");
 }
 
-TEST_F(Connect, TimeoutZeroIsSixHoursForOneAddress) {
-    net.silent("10.0.0.1", 25);
-    EXPECT_FALSE(connect("10.0.0.1", 25, 0));
-    EXPECT_EQ(elapsedMs(), 21600000U);
-    expectLogged(log, "connectTimeoutMs: 21600000");
-}
-
 TEST_F(Connect, TheSystemsOwnTwentyOneSecondsAreExplained) {
     const std::string explanation = "The default settings result in an overall 21 second timeout.";
     net.connectFails("10.0.0.1", 25, NetCode::TimedOut, 21100);

@@ -166,6 +166,7 @@ TEST_F(DnsClientTest, FaultsOfTheSystemLoseNoTime) {
         const char* found;
         uint64_t elapsedMs;
         std::vector<const char*> texts;
+        bool silent = false;
     } kCases[] = {
         {"nobody listens", nullptr, {}, "10.9.9.9", 0, {"WSAECONNRESET"}},
         {"no socket",
@@ -192,6 +193,13 @@ TEST_F(DnsClientTest, FaultsOfTheSystemLoseNoTime) {
          "10.9.9.9",
          0,
          {"WSAECONNREFUSED"}},
+        {"an error that only stands there",
+         &FakeUdp::pendingErrors,
+         {NetCode::ConnectionRefused},
+         "10.9.9.9",
+         333,
+         {"WSAECONNREFUSED"},
+         true},
         {"a full queue is a lost datagram",
          &FakeUdp::sendErrors,
          {NetCode::WouldBlock},
@@ -208,7 +216,7 @@ TEST_F(DnsClientTest, FaultsOfTheSystemLoseNoTime) {
     };
     serve(kSecond, isAt("10.9.9.9"));
     for (const auto& c : kCases) {
-        if (c.where) serve(kFirst, isAt("10.0.0.9"));
+        if (c.where) serve(kFirst, c.silent ? DnsAnswers(silence) : isAt("10.0.0.9"));
         if (c.where) net.udp.*c.where = c.errors;
         EXPECT_TRUE(ask({kFirst, kSecond}, Deadline(30000))) << c.what;
         EXPECT_EQ(found(), c.found) << c.what;

@@ -1,5 +1,6 @@
 #include "emailsend/Process.h"
 
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -12,6 +13,12 @@ namespace {
 // A locale other than UTF-8 gives words in its own charset.
 std::string asUtf8(const char* text) {
     return std::string(tv::XString::fromHost(text, true).utf8());
+}
+
+volatile sig_atomic_t signals = 0;
+
+void noteSignal(int) {
+    signals = 1;
 }
 
 }  // namespace
@@ -40,6 +47,26 @@ void printOut(std::string_view text) {
 
 void printError(std::string_view text) {
     fwrite(text.data(), 1, text.size(), stderr);
+}
+
+bool errorsGoToTerminal() {
+    return isatty(STDERR_FILENO) == 1;
+}
+
+void watchForInterrupt() {
+    struct sigaction action = {};
+    action.sa_handler = noteSignal;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+bool interrupted() {
+    return signals != 0;
+}
+
+void endNow(int exitCode) {
+    fflush(stdout);
+    _exit(exitCode);
 }
 
 }  // namespace emailsend

@@ -4,6 +4,8 @@
 // windows.h first
 #include <shellapi.h>
 
+#include <atomic>
+
 #include "base/CodePage.h"
 
 namespace emailsend {
@@ -24,6 +26,13 @@ void print(DWORD which, std::string_view text) {
     } else {
         WriteFile(stream, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
     }
+}
+
+std::atomic<bool> stopWanted{false};
+
+BOOL WINAPI noteControl(DWORD) {
+    stopWanted = true;
+    return TRUE;
 }
 
 }  // namespace
@@ -60,6 +69,24 @@ void printOut(std::string_view text) {
 
 void printError(std::string_view text) {
     print(STD_ERROR_HANDLE, text);
+}
+
+bool errorsGoToTerminal() {
+    DWORD mode = 0;
+    return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode);
+}
+
+void watchForInterrupt() {
+    SetConsoleCtrlHandler(noteControl, TRUE);
+}
+
+bool interrupted() {
+    return stopWanted;
+}
+
+void endNow(int exitCode) {
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
+    __builtin_unreachable();
 }
 
 }  // namespace emailsend

@@ -109,6 +109,10 @@ TEST_P(CutTls, atEveryByte) {
     playCutsAtEveryByte(GetParam(), {Ending::Eof, Ending::Reset, Ending::Stall});
 }
 
+TEST_P(CutTls, abortsAtEveryByte) {
+    playAbortsAtEveryByte(GetParam());
+}
+
 TEST_P(CutTls, piecesOfAnySizeGiveTheSameDialogue) {
     playPiecesOfAnySize(GetParam());
 }

@@ -128,7 +128,8 @@ protected:
     void exchangeData(const TrafficSecrets13& secrets) {
         const Record ticketRecord = open("serverTicket");
         NewSessionTicket13 ticket;
-        ASSERT_TRUE(parseNewSessionTicket13(ticketRecord.plaintext.subspan(4), ticket));
+        ASSERT_EQ(parseNewSessionTicket13(ticketRecord.plaintext.subspan(4), ticket),
+                  TlsFailure::None);
         expect("ticketNonce", ticket.nonce);
         expect("ticketKey",
                ticketKey13(suite().hash, secrets.resumption.bytes(), ticket.nonce).bytes());

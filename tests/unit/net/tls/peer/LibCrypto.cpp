@@ -186,8 +186,8 @@ Pkey groupKey(uint16_t group) {
     static const std::map<uint16_t, const char*> names = {
         {23, "P-256"},           {24, "P-384"},           {25, "P-521"},
         {26, "brainpoolP256r1"}, {27, "brainpoolP384r1"}, {28, "brainpoolP512r1"}};
-    EVP_PKEY* key = group == 29 ? EVP_PKEY_Q_keygen(nullptr, nullptr, "X25519")
-                                : EVP_EC_gen(names.at(group));
+    EVP_PKEY* key =
+        group == 29 ? EVP_PKEY_Q_keygen(nullptr, nullptr, "X25519") : EVP_EC_gen(names.at(group));
     return {key, EVP_PKEY_free};
 }
 
