@@ -43,9 +43,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         case 3:
             parseCertificate13(body, list);
             break;
-        case 4:
-            parseCertificateRequest13(body);
+        case 4: {
+            std::span<const uint8_t> context;
+            parseCertificateRequest13(body, context);
             break;
+        }
         case 5:
             parseCertificateRequest12(body, Version::Tls12);
             break;

@@ -2,6 +2,7 @@
 // open between sends and is used again while nothing that matters has changed.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -114,6 +115,7 @@ private:
 
     bool startTls(bool ehloFirst, bool& serverRefused, SocketParams& params, LogBase& log);
     bool upgradeToTls(SocketParams& params, LogBase& log);
+    bool againWithoutTls13(const std::function<bool()>& attempt, LogBase& log);
     bool upgradeIfPossible(SocketParams& params, LogBase& log);
 
     bool noConnection(std::string_view wanted, LogBase& log);
@@ -134,6 +136,8 @@ private:
     SmtpCapabilities capabilities_;
     bool authenticated_ = false;
     bool unsettled_ = false;
+    bool withoutTls13_ = false;     // this attempt offers no TLS 1.3
+    bool helloUnanswered_ = false;  // the last one did, and nothing came back
     uint64_t lastActivityTickMs_ = 0;
 
     struct QueuedCommand {

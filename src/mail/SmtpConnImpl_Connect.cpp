@@ -42,7 +42,9 @@ bool SmtpConnImpl::smtpConnect(SocketParams& params, LogBase& log) {
         return true;
     }
     closeSmtpConnection(log, params);
-    if (openSession(params, log)) return true;
+    helloUnanswered_ = false;
+    const auto open = [&] { return openSession(params, log); };
+    if (open() || againWithoutTls13(open, log)) return true;
     closeSmtpConnection(log, params);
     return false;
 }
@@ -141,6 +143,7 @@ bool SmtpConnImpl::openTcp(SocketParams& params, LogBase& log) {
     tls.requireSslCertVerify = settings.requireSslCertVerify;
     tls.trustAnchorsFile = settings.trustAnchorsFile.utf8();
     tls.sessions = tlsSessions_;
+    tls.withoutTls13 = withoutTls13_;
     if (socket_->connect2(settings.smtpHost.utf8(), settings.smtpPort, settings.smtpSsl, log,
                           params)) {
         return true;

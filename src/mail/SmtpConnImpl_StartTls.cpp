@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "base/Ascii.h"
 #include "log/LogContextExitor.h"
 #include "mail/SmtpConnImpl.h"
@@ -40,6 +42,7 @@ bool SmtpConnImpl::upgradeToTls(SocketParams& params, LogBase& log) {
     }
     if (!socket_->convertToTls(settings.smtpHost.utf8(), settings.idleTimeoutMs, log, params)) {
         log.logError("Failed to establish TLS connection.");
+        helloUnanswered_ = socket_->mayRetryWithoutTls13(log, params);
         fail(SmtpStatus::StartTlsFailed,
              "The TLS handshake after STARTTLS failed: " + connectFailCause(params) + ".", log);
         closeSmtpConnection(log, params);
@@ -54,7 +57,23 @@ bool SmtpConnImpl::upgradeToTls(SocketParams& params, LogBase& log) {
 
 bool SmtpConnImpl::upgradeForLogin(SocketParams& params, LogBase& log) {
     bool serverRefused = false;
-    return startTls(true, serverRefused, params, log) && ehloOrHelo(params, log);
+    const auto upgrade = [&] {
+        return startTls(true, serverRefused, params, log) && ehloOrHelo(params, log);
+    };
+    return upgrade() ||
+           againWithoutTls13([&] { return openSession(params, log) && upgrade(); }, log);
+}
+
+// A server that does not answer a hello with TLS 1.3 may answer one without it; what went before on
+// the connection has to be said again, too.
+bool SmtpConnImpl::againWithoutTls13(const std::function<bool()>& attempt, LogBase& log) {
+    if (!std::exchange(helloUnanswered_, false)) return false;
+    log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
+    outcome_.clear();
+    withoutTls13_ = true;
+    const bool success = attempt();
+    withoutTls13_ = false;
+    return success;
 }
 
 // Goes on in clear only where the server itself said no.

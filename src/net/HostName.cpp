@@ -23,9 +23,8 @@ void cutAt(std::string& text, char stop) {
     text.resize(std::min(text.find(stop), text.size()));
 }
 
-}  // namespace
-
-std::string normalizeHost(std::string_view host) {
+// Without a user part, scheme, path, white space and the brackets of an IPv6 literal.
+std::string bareHost(std::string_view host) {
     std::string text(host.substr(host.find('@') + 1));  // npos + 1 is 0
     for (const std::string_view scheme : {"ftp://", "http://", "https://"}) {
         text = without(text, scheme);
@@ -39,7 +38,22 @@ std::string normalizeHost(std::string_view host) {
         cutAt(text, ']');  // a port behind it is not part of the address
         text.erase(0, 1);
     }
+    return text;
+}
+
+}  // namespace
+
+std::string normalizeHost(std::string_view host) {
+    std::string text = bareHost(host);
     return equalsIgnoreCase(text, "localhost") ? "127.0.0.1" : text;
+}
+
+std::string serverName(std::string_view host) {
+    std::string text = bareHost(host);
+    if (std::count(text.begin(), text.end(), ':') == 1) cutAt(text, ':');
+    if (text.ends_with('.')) text.pop_back();
+    std::string ascii;
+    return domainToAscii(text, ascii) ? ascii : text;
 }
 
 bool normalizeDomain(std::string_view domain, std::string& out) {

@@ -10,6 +10,10 @@ namespace tv {
 // IPv6 literal; "localhost" as its address. Empty where nothing remains.
 std::string normalizeHost(std::string_view host);
 
+// What a TLS server of that host is called, and has to be certified for: the same as far as it goes
+// ("localhost" stays a name), without a port and the dot of an absolute name, in ASCII.
+std::string serverName(std::string_view host);
+
 // The name to look up: lower-case ASCII (other letters by IDNA), without scheme, path and port.
 // False where that is no name a resolver could know.
 bool normalizeDomain(std::string_view domain, std::string& out);

@@ -50,12 +50,17 @@ bool isJustMissing(const plat::NetError& error) {
     return error.is(NetCode::NoData) || error.is(NetCode::HostNotFound);
 }
 
-// The last resort where the application names no servers of its own.
+// The last resort, unless the application wants others kept out of it.
 bool askSystemInstead(const std::string& name, const Deadline& deadline,
                       std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
-    const size_t ownServers = resolverState().ownNameServers.size();
-    log.logDataLong("num_app_defined_ns", static_cast<int64_t>(ownServers));
-    return ownServers == 0 && getAddressInfo(name, false, deadline, addresses, log, params);
+    const ResolverState& state = resolverState();
+    log.logDataLong("num_app_defined_ns", static_cast<int64_t>(state.ownNameServers.size()));
+    if (!state.ownNameServers.empty()) return false;
+    if (state.requireTls) {
+        log.logInfo("The system's resolver is not asked: it may not use TLS.");
+        return false;
+    }
+    return getAddressInfo(name, false, deadline, addresses, log, params);
 }
 
 // Whom to ask; empty where only the system's resolver may be.

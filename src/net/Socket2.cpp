@@ -88,7 +88,7 @@ struct Socket2::State {
     // A handshake over the open TCP connection. A failure closes it.
     bool secure(int road, uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
         tls = std::make_unique<SChannelTolvane>(tcp);
-        if (tls->handshake(normalizeHost(host), port, tlsSettings, road, maxIdleMs, log, params) &&
+        if (tls->handshake(serverName(host), port, tlsSettings, road, maxIdleMs, log, params) &&
             alive == kAlive) {
             type = ConnectionType::Tls;
             return true;
@@ -114,20 +114,23 @@ Socket2::~Socket2() {
     state_->tcp.terminateConnection(CloseForm::AtOnce, 0, log, params);
 }
 
+bool Socket2::mayRetryWithoutTls13(const LogBase& log, const SocketParams& params) const {
+    const TlsChannelSettings& settings = state_->tlsSettings;
+    const bool unread = params.connectFailReason == ConnectFailReason::TlsNoServerHello ||
+                        params.connectFailReason == ConnectFailReason::TlsServerHelloUnreadable;
+    return unread && !settings.withoutTls13 && !tls::tlsOptions(log).disableTls13 &&
+           tls::versionRange(settings.tlsProtocol).contains(tls::Version::Tls13);
+}
+
 // A server that falls silent or hangs up at a hello with TLS 1.3 is asked once more without it.
 bool Socket2::connectTls(LogBase& log, SocketParams& params) {
     const auto state = state_;
-    const bool offersTls13 =
-        tls::versionRange(state->tlsSettings.tlsProtocol).contains(tls::Version::Tls13) &&
-        !tls::tlsOptions(log).disableTls13;
     if (!connectTcp(log, params)) {
         log.logError("pmConnect failed.");
         return false;
     }
     if (state->secure(kImplicitRoad, state->connectTimeoutMs, log, params)) return true;
-    const bool unread = params.connectFailReason == ConnectFailReason::TlsNoServerHello ||
-                        params.connectFailReason == ConnectFailReason::TlsServerHelloUnreadable;
-    if (!unread || !offersTls13 || state->tlsSettings.withoutTls13) return false;
+    if (!mayRetryWithoutTls13(log, params)) return false;
     log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
     state->tlsSettings.withoutTls13 = true;
     params.timedOut = false;

@@ -35,6 +35,9 @@ public:
     // Runs the TLS handshake over the open plain connection. Failure closes the connection.
     bool convertToTls(std::string_view hostname, uint32_t maxIdleMs, LogBase& log,
                       SocketParams& params);
+    // True where the handshake that failed had offered TLS 1.3 and the server answered nothing: the
+    // owner of a conversion then makes the whole connection again without it (withoutTls13).
+    bool mayRetryWithoutTls13(const LogBase& log, const SocketParams& params) const;
     bool isTls() const;
     // "Unencrypted TCP/IP", "SSL/TLS", or empty while not connected.
     std::string_view connectionType() const;

@@ -14,6 +14,14 @@ void logFirewallHint(LogBase& log) {
         "filtering.");
 }
 
+void logTwentyOneSeconds(uint64_t waitedMs, LogBase& log) {
+    if (waitedMs < 20000 || waitedMs > 23000) return;
+    log.logInfo(
+        "The Windows TCP/IP stack has a system wide retry delay and retry count for the initial "
+        "connection.");
+    log.logInfo("The default settings result in an overall 21 second timeout.");
+}
+
 }  // namespace
 
 bool TolvaneSocket::connect(const plat::IpAddress& address, uint16_t port,
@@ -50,7 +58,10 @@ bool TolvaneSocket::awaitConnect(uint32_t timeoutMs, LogBase& log, SocketParams&
     const Waited waited = wait(plat::WaitFor::Writable, watch, log, params);
     if (waited != Waited::Ready) {
         log.logError("failedWaitToConnect");
-        if (waited == Waited::TimedOut) logFirewallHint(log);
+        if (waited == Waited::TimedOut) {
+            logFirewallHint(log);
+            logTwentyOneSeconds(watch.elapsedMs(), log);
+        }
         return connectFailed(waited == Waited::Aborted    ? ConnectFailReason::Aborted
                              : waited == Waited::TimedOut ? ConnectFailReason::Timeout
                                                           : ConnectFailReason::Rejected,
@@ -72,12 +83,7 @@ void TolvaneSocket::explainConnectError(const plat::NetError& error, uint64_t wa
     logSocketError(error, log);
     if (!error.is(NetCode::ConnectionRefused) && !error.is(NetCode::TimedOut)) return;
     logFirewallHint(log);
-    const bool isSystemLimit = waitedMs >= 20000 && waitedMs <= 23000;
-    if (!error.is(NetCode::TimedOut) || !isSystemLimit) return;
-    log.logInfo(
-        "The Windows TCP/IP stack has a system wide retry delay and retry count for the initial "
-        "connection.");
-    log.logInfo("The default settings result in an overall 21 second timeout.");
+    if (error.is(NetCode::TimedOut)) logTwentyOneSeconds(waitedMs, log);
 }
 
 bool TolvaneSocket::connectFailed(ConnectFailReason reason, LogBase& log, SocketParams& params) {

@@ -1,6 +1,9 @@
 #include "plugin/PluginState.h"
 
+#include <algorithm>
+
 #include "base/XString.h"
+#include "mail/ClsMailMan.h"
 #include "platform/Replaceable.h"
 #include "platform/SysDialog.h"
 #include "platform/SysFile.h"
@@ -10,6 +13,9 @@ namespace tv {
 namespace {
 
 constexpr size_t kLongestDirectory = 260;
+// How long a connection that is dropped waits for each of its good-byes. A host does not expect a
+// call that only resets things to wait for a server.
+constexpr uint32_t kFarewellMs = 500;
 constexpr char kSentMailLog[] = "emailsending.log";
 // Room for any reason of an exception: reporting one must not need memory.
 constexpr size_t kReservedForReason = 255;
@@ -50,6 +56,10 @@ void PluginState::initialise() {
     auto mailMan = std::make_unique<TvMailMan>();
     auto email = std::make_unique<TvEmail>();
     email->put_Utf8(true);
+    if (mailMan_) {
+        uint32_t& limit = mailMan_->impl().settings().idleTimeoutMs;
+        limit = limit == 0 ? kFarewellMs : std::min(limit, kFarewellMs);
+    }
     mailMan_ = std::move(mailMan);
     email_ = std::move(email);
 }

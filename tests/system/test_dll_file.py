@@ -6,7 +6,7 @@ import pytest
 
 from products import ROOT
 
-MAX_DLL_BYTES = 2_700_000  # half of it vectorised curve arithmetic
+MAX_DLL_BYTES = 1_200_000
 SYSTEM_LIBRARIES = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}
 
 

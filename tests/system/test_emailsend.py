@@ -185,13 +185,15 @@ def test_a_line_on_the_terminal_while_it_takes_long(so):
     assert terminal.seen.endswith("\r" + " " * len(line) + "\r")
 
 
-def test_ctrl_c_ends_it_at_once(so):
-    with socket.create_server(("127.0.0.1", 0)) as silent, Terminal(so, silent.getsockname()[1]) as terminal:
+def test_ctrl_c_ends_it_at_once(product):
+    with socket.create_server(("127.0.0.1", 0)) as silent, Terminal(product, silent.getsockname()[1]) as terminal:
         terminal.read_until("Ctrl-C stops")
         terminal.type(b"\x03")
         assert terminal.process.wait(10) == 3
         terminal.read_until(None)
-    assert terminal.seen.endswith("\remailsend: stopped; the server may or may not have the message\r\n")
+    # Wine's console writes control sequences of its own.
+    assert "emailsend: sending 0 KB to 127.0.0.1" in terminal.seen
+    assert "emailsend: stopped; the server may or may not have the message\r" in terminal.seen
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "base/crypto/Dispatch.h"
+#include "base/crypto/Weierstrass.h"
 
 namespace tv::crypto {
 
@@ -11,13 +12,14 @@ namespace tv::crypto {
 // lie on the curve; scalars are in 1 .. order - 1.
 struct EcOps {
     // out = scalar * point and scalar * base point. Constant time.
-    void (*multiply)(uint8_t* out, const uint8_t* scalar, const uint8_t* point);
-    void (*multiplyBase)(uint8_t* out, const uint8_t* scalar);
+    void (*multiply)(const Weierstrass& curve, uint8_t* out, const uint8_t* scalar,
+                     const uint8_t* point);
+    void (*multiplyBase)(const Weierstrass& curve, uint8_t* out, const uint8_t* scalar);
     // x and zz with x / zz the x coordinate of baseFactor * base point + factor * point. Takes time
     // by its input, which is public; baseFactor may be 0. False if the form cannot tell, for points
     // that meet on the way or for infinity: then another form is to be asked.
-    bool (*sum)(uint8_t* x, uint8_t* zz, const uint8_t* baseFactor, const uint8_t* factor,
-                const uint8_t* point);
+    bool (*sum)(const Weierstrass& curve, uint8_t* x, uint8_t* zz, const uint8_t* baseFactor,
+                const uint8_t* factor, const uint8_t* point);
 };
 
 struct EcForm {
@@ -25,11 +27,11 @@ struct EcForm {
     bool (*usable)();
     const EcOps* secp256r1;
     const EcOps* secp384r1;
-    const EcOps* secp521r1;
 };
 
 extern const EcForm kEcAvx2, kEcSse2;  // on x86 only
 extern const EcForm kEcPortable;
+extern const EcOps kEcPortableOps;  // for every curve
 extern Dispatch<EcForm> ecForms;
 
 }  // namespace tv::crypto

@@ -5,14 +5,11 @@
 // Comments name the content of lanes in order; "." is a lane that nobody reads.
 #pragma once
 
-#include <memory>
+#include <algorithm>
 #include <vector>
 
-#include "base/Hex.h"
 #include "base/crypto/EcForms.h"
-#include "base/crypto/EcParams.h"
 #include "base/crypto/FieldLanes.h"
-#include "base/crypto/MontField.h"
 #include "base/crypto/SignedDigits.h"
 #include "platform/SysWipe.h"
 
@@ -22,19 +19,11 @@ namespace {
 struct Secp256r1Lanes {
     static constexpr size_t kLimbs = 10, kBytes = 32;
     static constexpr SignedPower kPlusOne[] = {{256, 1}, {224, -1}, {192, 1}, {96, 1}};
-    static const EcParams& params() { return kSecp256r1; }
 };
 
 struct Secp384r1Lanes {
     static constexpr size_t kLimbs = 15, kBytes = 48;
     static constexpr SignedPower kPlusOne[] = {{384, 1}, {128, -1}, {96, -1}, {32, 1}};
-    static const EcParams& params() { return kSecp384r1; }
-};
-
-struct Secp521r1Lanes {
-    static constexpr size_t kLimbs = 20, kBytes = 66;
-    static constexpr SignedPower kPlusOne[] = {{521, 1}};
-    static const EcParams& params() { return kSecp521r1; }
 };
 
 template <class V, class Curve>
@@ -42,7 +31,6 @@ class EcLanes {
     using Field = FieldLanes<V, Curve>;
     static constexpr size_t kLimbs = Curve::kLimbs;
     static constexpr size_t kBytes = Curve::kBytes;
-    using Scalar = std::array<Limb, limbsForBits(8 * kBytes)>;
 
     // A point of a table, tight: first (., Y, Z^2, Z^3), second (X, T, Z, .) in the high halves.
     struct Entry {
@@ -63,32 +51,36 @@ class EcLanes {
     using OddTable = std::vector<Entry>;
 
 public:
-    TV_LANES_TARGET static void multiply(uint8_t* out, const uint8_t* scalar,
-                                         const uint8_t* point) {
-        const EcLanes& curve = instance();
+    TV_LANES_TARGET static void multiply(const Weierstrass& curve, uint8_t* out,
+                                         const uint8_t* scalar, const uint8_t* point) {
+        const EcLanes& lanes = instance(curve);
         Table table;
-        curve.fillTable(table, curve.enter(point));
-        curve.multiplyTables(out, scalar, &table, 1);
+        lanes.fillTable(table, lanes.enter(point));
+        lanes.multiplyTables(out, scalar, &table, 1);
     }
 
-    TV_LANES_TARGET static void multiplyBase(uint8_t* out, const uint8_t* scalar) {
-        static const BaseTables& tables = *new BaseTables(instance());
-        instance().multiplyTables(out, scalar, tables.parts.data(), kParts);
+    TV_LANES_TARGET static void multiplyBase(const Weierstrass& curve, uint8_t* out,
+                                             const uint8_t* scalar) {
+        const EcLanes& lanes = instance(curve);
+        static const BaseTables& tables = *new BaseTables(lanes);
+        lanes.multiplyTables(out, scalar, tables.parts.data(), kParts);
     }
 
-    TV_LANES_TARGET static bool sum(uint8_t* x, uint8_t* zz, const uint8_t* baseFactor,
-                                    const uint8_t* factor, const uint8_t* point) {
+    TV_LANES_TARGET static bool sum(const Weierstrass& curve, uint8_t* x, uint8_t* zz,
+                                    const uint8_t* baseFactor, const uint8_t* factor,
+                                    const uint8_t* point) {
+        const EcLanes& lanes = instance(curve);
         static const OddTable& baseTable =
-            *new OddTable(instance().oddMultiples(kBasePoint(), kBaseWidth));
-        return instance().sumOf(x, zz, baseTable, baseFactor, factor, point);
+            *new OddTable(lanes.oddMultiples(curve.base(), kBaseWidth));
+        return lanes.sumOf(x, zz, baseTable, baseFactor, factor, point);
     }
 
 private:
     struct BaseTables {
-        TV_LANES_TARGET explicit BaseTables(const EcLanes& curve) {
-            Field p = curve.enter(kBasePoint());
+        TV_LANES_TARGET explicit BaseTables(const EcLanes& lanes) {
+            Field p = lanes.enter(lanes.curve_.base());
             for (Table& part : parts) {
-                curve.fillTable(part, p);
+                lanes.fillTable(part, p);
                 for (size_t i = 0; i < kPartWindows * kWindow; ++i) {
                     p = twice(p);
                 }
@@ -99,41 +91,30 @@ private:
 
     struct Secrets {
         ~Secrets() { plat::wipe(static_cast<void*>(this), sizeof *this); }
-        Scalar even;
+        EcNumber even;
         Field sum, first, second;
         uint64_t limbs[kLimbs][4];
     };
 
     // Made on first use, never destroyed.
-    TV_LANES_TARGET static const EcLanes& instance() {
-        static const EcLanes& curve = *new EcLanes;
-        return curve;
+    TV_LANES_TARGET static const EcLanes& instance(const Weierstrass& curve) {
+        static const EcLanes& lanes = *new EcLanes(curve);
+        return lanes;
     }
 
-    static const uint8_t* kBasePoint() {
-        static const std::vector<uint8_t>& bytes = *new std::vector<uint8_t>(
-            *hexDecode(std::string(Curve::params().gx) + Curve::params().gy));
-        return bytes.data();
-    }
-
-    TV_LANES_TARGET EcLanes() {
-        const MontField<limbsForBits(8 * kBytes)> field(*hexDecode(Curve::params().p));
+    TV_LANES_TARGET explicit EcLanes(const Weierstrass& curve) : curve_(curve) {
         // R and R^2 modulo p, by doubling 1.
-        auto power = field.enter({1});
+        const MontField& field = curve.field();
+        EcNumber power{1};
         uint8_t bytes[kBytes];
-        for (size_t i = 0; i < 2 * kLimbs * kLaneBits; ++i) {
-            if (i == kLimbs * kLaneBits) {
-                const auto plain = field.leave(power);
-                limbsToBytes(bytes, plain.data(), plain.size());
-                laneLimbsFromBytes<kLimbs>(one_, bytes, kBytes);
+        for (size_t i = 0; i <= 2 * kLimbs * kLaneBits; ++i) {
+            if (i == kLimbs * kLaneBits || i == 2 * kLimbs * kLaneBits) {
+                curve.put(bytes, power);
+                laneLimbsFromBytes<kLimbs>(i == kLimbs * kLaneBits ? one_ : squared_, bytes,
+                                           kBytes);
             }
             power = field.add(power, power);
         }
-        const auto plain = field.leave(power);
-        limbsToBytes(bytes, plain.data(), plain.size());
-        laneLimbsFromBytes<kLimbs>(squared_, bytes, kBytes);
-        const std::vector<uint8_t> order = *hexDecode(Curve::params().n);
-        limbsFromBytes(order_.data(), order_.size(), order);
     }
 
     TV_LANES_TARGET static V lanesOf(uint64_t a, uint64_t b, uint64_t c, uint64_t d) {
@@ -286,8 +267,8 @@ private:
     TV_LANES_TARGET void multiplyTables(uint8_t* out, const uint8_t* scalar, const Table* tables,
                                         size_t parts) const {
         Secrets s;
-        limbsFromBytes(s.even.data(), s.even.size(), {scalar, kBytes});
-        const Limb odd = makeEven(s.even, order_);
+        s.even = curve_.number(scalar);
+        const Limb odd = makeEven(s.even, curve_.order().modulus());
         s.sum = Field::zero();
         uint64_t none = ~uint64_t{0};  // all ones as long as the sum is infinity
         const size_t windows = kWindows / parts;
@@ -329,15 +310,16 @@ private:
 
     // a ^ (p - 2), which is 1 / a, in each lane.
     TV_LANES_TARGET Field invert(const Field& a) const {
-        std::vector<uint8_t> exponent = *hexDecode(Curve::params().p);
-        exponent.back() = static_cast<uint8_t>(exponent.back() - 2);  // p ends in ff
+        uint8_t exponent[kBytes];
+        curve_.put(exponent, curve_.field().modulus());
+        exponent[kBytes - 1] = static_cast<uint8_t>(exponent[kBytes - 1] - 2);  // p ends in ff
         Field power[16];
         power[0] = everywhere(one_);
         for (size_t i = 1; i < 16; ++i) {
             power[i] = power[i - 1] * a;
         }
         Field r = power[0];
-        for (size_t i = 0; i < 2 * exponent.size(); ++i) {
+        for (size_t i = 0; i < 2 * kBytes; ++i) {
             for (int k = 0; k < 4; ++k) {
                 r = r * r;
             }
@@ -390,11 +372,8 @@ private:
     TV_LANES_TARGET bool sumOf(uint8_t* x, uint8_t* zz, const OddTable& baseTable,
                                const uint8_t* baseFactor, const uint8_t* factor,
                                const uint8_t* point) const {
-        Scalar u1, u2;
-        limbsFromBytes(u1.data(), u1.size(), {baseFactor, kBytes});
-        limbsFromBytes(u2.data(), u2.size(), {factor, kBytes});
-        const std::vector<int8_t> baseDigits = signedDigits(u1, kBaseWidth);
-        const std::vector<int8_t> digits = signedDigits(u2, kWidth);
+        const std::vector<int8_t> baseDigits = signedDigits(curve_.number(baseFactor), kBaseWidth);
+        const std::vector<int8_t> digits = signedDigits(curve_.number(factor), kWidth);
         const OddTable table = oddMultiples(point, kWidth);
         Field total = Field::zero();
         bool none = true, distinct = true;
@@ -440,8 +419,8 @@ private:
         return differenceToZero == 0 || differenceToPrime == 0;
     }
 
+    const Weierstrass& curve_;
     uint64_t one_[kLimbs], squared_[kLimbs];  // R and R^2
-    Scalar order_;
 };
 
 template <class V, class Curve>

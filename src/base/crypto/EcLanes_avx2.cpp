@@ -1,9 +1,7 @@
-// The NIST curves in 256-bit vectors.
+// secp256r1 and secp384r1 in 256-bit vectors.
 #include "base/crypto/EcForms.h"
 
 #if defined(__x86_64__) || defined(__i386__)
-
-#include <algorithm>
 
 #include "base/CpuFeatures.h"
 #include "base/crypto/Lanes_x86.h"
@@ -21,8 +19,7 @@ bool usable() {
 }  // namespace
 
 constinit const EcForm kEcAvx2 = {"avx2", usable, &kEcLanesOps<Avx2Lanes, Secp256r1Lanes>,
-                                  &kEcLanesOps<Avx2Lanes, Secp384r1Lanes>,
-                                  &kEcLanesOps<Avx2Lanes, Secp521r1Lanes>};
+                                  &kEcLanesOps<Avx2Lanes, Secp384r1Lanes>};
 
 }  // namespace tv::crypto
 

@@ -1,9 +1,7 @@
-// The NIST curves in 128-bit vectors.
+// secp256r1 in 128-bit vectors.
 #include "base/crypto/EcForms.h"
 
-#if defined(__x86_64__) || defined(__i386__)
-
-#include <algorithm>
+#if defined(__i386__)
 
 #include "base/CpuFeatures.h"
 #include "base/crypto/Lanes_x86.h"
@@ -20,9 +18,9 @@ bool usable() {
 
 }  // namespace
 
+// The larger curve is fast enough without vectors for the machines that get this form.
 constinit const EcForm kEcSse2 = {"sse2", usable, &kEcLanesOps<Sse2Lanes, Secp256r1Lanes>,
-                                  &kEcLanesOps<Sse2Lanes, Secp384r1Lanes>,
-                                  &kEcLanesOps<Sse2Lanes, Secp521r1Lanes>};
+                                  &kEcPortableOps};
 
 }  // namespace tv::crypto
 

@@ -81,7 +81,9 @@ public:
         return r;
     }
 
-    TV_LANES_TARGET friend FieldLanes operator*(const FieldLanes& a, const FieldLanes& b) {
+    // Not inline: a point formula has up to five, of thousands of bytes each.
+    TV_LANES_TARGET __attribute__((noinline)) friend FieldLanes operator*(const FieldLanes& a,
+                                                                          const FieldLanes& b) {
         return product(a, b, std::make_index_sequence<2 * kLimbs - 1>());
     }
 

@@ -79,18 +79,17 @@ void compressPortable(std::array<typename Size::Word, 8>& state, const uint8_t* 
     Word s[8];
     for (; count != 0; --count, blocks += sizeof words) {
         std::copy(state.begin(), state.end(), s);
-        const Word* constants = Size::constants();
-#pragma GCC unroll 16
-        for (size_t i = 0; i < 16; ++i) {
-            words[i] = loadBe<Word>(blocks + sizeof(Word) * i);
-            step<Size>(s, i, words[i] + constants[i]);
-        }
-        for (size_t t = 16; t < Size::kSteps; t += 16) {
-#pragma GCC unroll 16
-            for (size_t i = 0; i < 16; ++i) {
-                words[i] += Size::sigma1(words[(i + 14) % 16]) + words[(i + 9) % 16] +
-                            Size::sigma0(words[(i + 1) % 16]);
-                step<Size>(s, i, words[i] + constants[t + i]);
+        for (size_t t = 0; t < Size::kSteps; t += 8) {
+#pragma GCC unroll 8
+            for (size_t i = 0; i < 8; ++i) {
+                Word& word = words[(t + i) % 16];
+                if (t < 16) {
+                    word = loadBe<Word>(blocks + sizeof(Word) * (t + i));
+                } else {
+                    word += Size::sigma1(words[(t + i + 14) % 16]) + words[(t + i + 9) % 16] +
+                            Size::sigma0(words[(t + i + 1) % 16]);
+                }
+                step<Size>(s, i, word + Size::constants()[t + i]);
             }
         }
         for (size_t i = 0; i < 8; ++i) {

@@ -228,14 +228,8 @@ TlsFailure ClientHandshake12::onDhe(std::span<const uint8_t> body, LogBase& log)
 
 TlsFailure ClientHandshake12::judgeSignature(std::span<const uint8_t> parameters,
                                              const Signature& signature) const {
-    if (shared_.result.version >= Version::Tls12) {
-        const std::vector<SignatureScheme> offered =
-            offeredSignatures({Version::Tls10, shared_.result.version});
-        const bool known =
-            std::find(offered.begin(), offered.end(), signature.scheme) != offered.end();
-        if (!known || !schemeFits12(signature.scheme, serverKey_)) {
-            return TlsFailure::SchemeNotAllowed;
-        }
+    if (shared_.result.version >= Version::Tls12 && !schemeFits12(signature.scheme, serverKey_)) {
+        return TlsFailure::SchemeNotAllowed;
     }
     ByteWriter data;
     data.append(shared_.hello.random);

@@ -1,7 +1,5 @@
 #include "net/tls/ClientHandshake13.h"
 
-#include <algorithm>
-
 #include "base/ConstTime.h"
 #include "net/tls/TlsSignature.h"
 
@@ -108,9 +106,13 @@ TlsFailure ClientHandshake13::onEncryptedExtensions(std::span<const uint8_t> bod
 }
 
 TlsFailure ClientHandshake13::onCertificateRequest(std::span<const uint8_t> body) {
+    std::span<const uint8_t> context;
+    const TlsFailure failure = parseCertificateRequest13(body, context);
+    if (failure != TlsFailure::None) return failure;
+    if (!context.empty()) return TlsFailure::IllegalParameter;  // RFC 8446, 4.3.2
     clientCertificateAsked_ = true;
     next_ = {HandshakeType::Certificate};
-    return parseCertificateRequest13(body);
+    return TlsFailure::None;
 }
 
 TlsFailure ClientHandshake13::onCertificate(std::span<const uint8_t> body) {
@@ -131,12 +133,7 @@ TlsFailure ClientHandshake13::onCertificate(std::span<const uint8_t> body) {
 TlsFailure ClientHandshake13::onCertificateVerify(std::span<const uint8_t> body) {
     Signature signature;
     if (!parseCertificateVerify(body, signature)) return TlsFailure::DecodeError;
-    const std::vector<SignatureScheme> offered =
-        offeredSignatures({Version::Tls13, Version::Tls13});
-    if (std::find(offered.begin(), offered.end(), signature.scheme) == offered.end() ||
-        !schemeFits13(signature.scheme, serverKey_)) {
-        return TlsFailure::SchemeNotAllowed;
-    }
+    if (!schemeFits13(signature.scheme, serverKey_)) return TlsFailure::SchemeNotAllowed;
     if (!verifyServerSignature13(signature.scheme, serverKey_, shared_.transcript.hash(),
                                  signature.bytes)) {
         return TlsFailure::BadSignature;

@@ -75,12 +75,12 @@ bool parseCertificateRequest12(std::span<const uint8_t> body, Version version) {
     return r.complete() && hasTypes;
 }
 
-TlsFailure parseCertificateRequest13(std::span<const uint8_t> body) {
+TlsFailure parseCertificateRequest13(std::span<const uint8_t> body,
+                                     std::span<const uint8_t>& context) {
     ByteReader r(body);
-    const std::span<const uint8_t> context = r.vector8();
+    context = r.vector8();
     const std::span<const uint8_t> extensions = r.vector16();
     if (!r.complete()) return TlsFailure::DecodeError;
-    if (!context.empty()) return TlsFailure::IllegalParameter;  // RFC 8446, 4.3.2
     bool hasSchemes = false;
     const TlsFailure failure = walkExtensions(extensions, [&](ExtensionType type, auto list) {
         if (type != ExtensionType::SignatureAlgorithms) return TlsFailure::None;

@@ -24,7 +24,9 @@ TlsFailure parseCertificate13(std::span<const uint8_t> body, CertificateList& ou
 bool parseCertificateStatus12(std::span<const uint8_t> body);
 
 bool parseCertificateRequest12(std::span<const uint8_t> body, Version version);
-TlsFailure parseCertificateRequest13(std::span<const uint8_t> body);
+// The context is empty in the handshake and names the request after it.
+TlsFailure parseCertificateRequest13(std::span<const uint8_t> body,
+                                     std::span<const uint8_t>& context);
 
 struct Signature {
     SignatureScheme scheme = SignatureScheme::None;  // None before TLS 1.2

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "base/ByteWriter.h"
+
 namespace tv::tls {
 
 TlsProtocol::TlsProtocol(TlsSettings settings, TlsEnvironment& environment)
@@ -149,6 +151,7 @@ void TlsProtocol::finishHandshake() {
     if (shared.newSession) session_ = std::move(shared.newSession);
     if (negotiated_.version == Version::Tls13) {
         traffic_ = static_cast<ClientHandshake13*>(handshake_->flow())->takeSecrets();
+        handshakeTranscript_ = std::move(shared.transcript);
     }
     established_ = true;
     handshake_.reset();
@@ -171,6 +174,7 @@ TlsFailure TlsProtocol::onPostHandshake(const HandshakeMessage& message, LogBase
             return onNewSessionTicket(message.body, log);
         }
         if (message.type == HandshakeType::KeyUpdate) return onKeyUpdate(message.body, log);
+        if (message.type == HandshakeType::CertificateRequest) return onCertificateRequest(message);
         return TlsFailure::UnexpectedMessage;
     }
     if (message.type == HandshakeType::HelloRequest) return onHelloRequest(message.body, log);
@@ -209,6 +213,27 @@ TlsFailure TlsProtocol::onNewSessionTicket(std::span<const uint8_t> body, LogBas
     session.receivedAtMs = environment_.wallClockMs();
     session_ = std::move(session);
     return TlsFailure::None;
+}
+
+// Only where post_handshake_auth was offered; answered with no certificate (RFC 8446, 4.6.2).
+TlsFailure TlsProtocol::onCertificateRequest(const HandshakeMessage& message) {
+    if (!settings_.options.postHandshakeAuth) return TlsFailure::UnexpectedMessage;
+    std::span<const uint8_t> context;
+    const TlsFailure failure = parseCertificateRequest13(message.body, context);
+    if (failure != TlsFailure::None) return failure;
+    ByteWriter body;
+    body.vector8(context);
+    body.u24(0);
+    const std::vector<uint8_t> none = handshakeMessage(HandshakeType::Certificate, body.bytes());
+    Transcript transcript = handshakeTranscript_;
+    transcript.add(message.whole);
+    transcript.add(none);
+    const std::vector<uint8_t> verify =
+        finishedMac13(negotiated_.suite->hash, traffic_.client.bytes(), transcript.hash());
+    const bool sent =
+        records_.send(ContentType::Handshake, none) &&
+        records_.send(ContentType::Handshake, handshakeMessage(HandshakeType::Finished, verify));
+    return sent ? TlsFailure::None : TlsFailure::OutOfMemory;
 }
 
 // Moves a traffic secret on and makes the cipher of the new one.

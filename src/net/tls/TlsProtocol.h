@@ -58,6 +58,7 @@ private:
     TlsFailure onMessage(const HandshakeMessage& message, LogBase& log);
     TlsFailure onPostHandshake(const HandshakeMessage& message, LogBase& log);
     TlsFailure onHelloRequest(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onCertificateRequest(const HandshakeMessage& message);
     TlsFailure onNewSessionTicket(std::span<const uint8_t> body, LogBase& log);
     TlsFailure onKeyUpdate(std::span<const uint8_t> body, LogBase& log);
     std::unique_ptr<RecordCipher> renewedCipher(SecureBuffer& secret);
@@ -76,6 +77,7 @@ private:
     std::unique_ptr<ClientHandshake> handshake_;
     Negotiated negotiated_;
     TrafficSecrets13 traffic_;
+    Transcript handshakeTranscript_;  // of TLS 1.3, for certificate requests after the handshake
     std::optional<TlsSession> session_;
     TlsFailure failure_ = TlsFailure::None;
     std::optional<Alert> peerAlert_;

@@ -19,6 +19,7 @@ struct Scheme {
     std::optional<crypto::EcCurveId> curve;  // that TLS 1.3 binds the scheme to
 };
 
+// What every hello offers, each where its version allows it; MD5 is offered and never taken.
 constexpr Scheme kSchemes[] = {
     {SignatureScheme::RsaPkcs1Sha1, Kind::RsaPkcs1, crypto::HashId::kSha1, {}},
     {SignatureScheme::RsaPkcs1Sha256, Kind::RsaPkcs1, crypto::HashId::kSha256, {}},

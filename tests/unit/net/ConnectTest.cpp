@@ -262,6 +262,10 @@ TEST_F(Connect, TheSystemsOwnTwentyOneSecondsAreExplained) {
     net.connectFails("10.0.0.1", 25, NetCode::TimedOut, 5000);
     EXPECT_FALSE(connect("10.0.0.1"));
     EXPECT_EQ(textOf(log).find(explanation), std::string::npos);
+    net.silent("10.0.0.1", 25);
+    EXPECT_FALSE(connect("10.0.0.1", 25, 21000));
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Timeout);
+    expectLogged(log, explanation);
 }
 
 TEST_F(Connect, AbortEndsTheWaitAtTheNextSlice) {
@@ -420,6 +424,47 @@ TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
         EXPECT_NE(first.find(kSupportedVersions), std::string::npos);
         EXPECT_EQ(second.find(kSupportedVersions), std::string::npos);
         EXPECT_EQ(second.substr(0, 2), "\x16\x03");
+    }
+}
+
+// server_name names the host as the user called it, never an address.
+TEST_F(Connect, WhatTheHelloCallsTheServer) {
+    net.name("mail.test", {"127.0.0.1"});
+    const struct {
+        const char* host;
+        const char* options;
+        const char* sent;  // empty: no server_name
+    } kCases[] = {
+        {"mail.test", "", "mail.test"},
+        {"mail.test:465", "", "mail.test"},
+        {"anna@https://mail.test/x", "", "mail.test"},
+        {"mail.test", "x NO_TLS_SNI", ""},
+        {"127.0.0.1", "TlsAllowSniLocalhost", ""},
+        {"[::1]", "", ""},
+        {"localhost", "", ""},
+        {"localhost", "TlsAllowSniLocalhost", "localhost"},
+    };
+    for (const auto& c : kCases) {
+        std::string hello;
+        const char* address = c.host[0] == '[' ? "::1" : "127.0.0.1";
+        net.servePeer(address, 465, std::make_unique<HelloPeer>("no TLS", Ending::None, hello));
+        log.setOptions(c.options);
+        EXPECT_FALSE(socket.connect2(c.host, 465, true, log, params));
+        const std::string_view name = c.sent;
+        for (const std::string_view text : {"mail.test", "localhost", "127.0.0.1", "::1"}) {
+            EXPECT_EQ(hello.find(text) != std::string::npos, text == name) << c.host << text;
+        }
+        const char header[] = {0,
+                               0,
+                               0,
+                               static_cast<char>(name.size() + 5),
+                               0,
+                               static_cast<char>(name.size() + 3),
+                               0,
+                               0,
+                               static_cast<char>(name.size())};
+        const std::string extension = std::string(header, sizeof header) + std::string(name);
+        EXPECT_EQ(hello.find(extension) != std::string::npos, !name.empty()) << c.host;
     }
 }
 

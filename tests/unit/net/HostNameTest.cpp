@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "base/Ascii.h"
+
 namespace tv {
 namespace {
 
@@ -32,6 +34,28 @@ TEST(HostName, Normalised) {
     };
     for (const auto& c : kCases)
         EXPECT_EQ(normalizeHost(c.host), c.expected) << c.host;
+}
+
+TEST(HostName, OfATlsServer) {
+    const struct {
+        const char* host;
+        const char* expected;
+    } kCases[] = {
+        {"mail.example", "mail.example"},
+        {"anna@https://Mail.Example/x", "mail.example"},
+        {"mail.example:465", "mail.example"},
+        {"mail.example.", "mail.example"},
+        {"localhost", "localhost"},
+        {"LocalHost", "localhost"},
+        {"10.0.0.1:25", "10.0.0.1"},
+        {"[2001:db8::5]:587", "2001:db8::5"},
+        {"b\xC3\xBC"
+         "cher.example",
+         "xn--bcher-kva.example"},
+        {"", ""},
+    };
+    for (const auto& c : kCases)
+        EXPECT_EQ(asciiLower(serverName(c.host)), c.expected) << c.host;
 }
 
 TEST(HostName, NormalisedForLookUp) {

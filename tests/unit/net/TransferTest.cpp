@@ -261,6 +261,17 @@ TEST_F(Transfer, SessionLogHasOneHeaderPerRun) {
     EXPECT_NE(socket.sessionLog(), nullptr);  // memory is used all the same
 }
 
+#ifndef _WIN32
+TEST_F(Transfer, SessionLogFileThatFillsUpIsLeftAlone) {
+    LoggedSocket2 sessionLog;
+    ASSERT_TRUE(sessionLog.openFile("/dev/full"));
+    sessionLog.sent(bytesFrom("MAIL\r\n"));
+    EXPECT_FALSE(sessionLog.hasFile());
+    sessionLog.sent(bytesFrom("RCPT\r\n"));
+    EXPECT_EQ(sessionLog.text(), "\r\n---- Sending ----\r\nMAIL\r\nRCPT\r\n");
+}
+#endif
+
 // A Socket2 destroyed while it waits: the wait ends, nothing is touched that is gone.
 TEST_F(Transfer, DestroyedDuringAWait) {
     for (const bool sending : {false, true}) {

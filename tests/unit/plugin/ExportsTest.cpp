@@ -234,6 +234,20 @@ TEST_F(ExportsTest, InitialiseStartsAnewButKeepsTheStatesStrings) {
     EXPECT_EQ(state.logDirectory, directory);
 }
 
+TEST_F(ExportsTest, InitialiseWaitsNoLongerForAServerThatFellSilent) {
+    ::Initialise();
+    prepareMessage();
+    serveTrial();
+    FakeLink& link = serveMessage();
+    EXPECT_EQ(::szBrisko(), 1);
+    link.latencyMs = 60000;
+    const uint64_t start = clock.nowNs;
+    ::Initialise();
+    EXPECT_EQ((clock.nowNs - start) / 1000000, 500u);
+    EXPECT_TRUE(link.fromClient.ends_with("QUIT\r\n"));
+    EXPECT_TRUE(link.closedByClient);
+}
+
 TEST_F(ExportsTest, AMissingAttachmentIsShownAndNothingElse) {
     ::Initialise();
     state.lastError = "as before";

@@ -26,7 +26,7 @@ inline std::vector<EcCase> ecCases() {
     const EcCase curves[] = {
         {"secp256r1", EcCurveId::kSecp256r1, HashId::kSha256, &EcForm::secp256r1, nullptr},
         {"secp384r1", EcCurveId::kSecp384r1, HashId::kSha384, &EcForm::secp384r1, nullptr},
-        {"secp521r1", EcCurveId::kSecp521r1, HashId::kSha512, &EcForm::secp521r1, nullptr},
+        {"secp521r1", EcCurveId::kSecp521r1, HashId::kSha512, nullptr, &kEcPortable},
         {"brainpoolP256r1", EcCurveId::kBrainpoolP256r1, HashId::kSha256, nullptr, &kEcPortable},
         {"brainpoolP384r1", EcCurveId::kBrainpoolP384r1, HashId::kSha384, nullptr, &kEcPortable},
         {"brainpoolP512r1", EcCurveId::kBrainpoolP512r1, HashId::kSha512, nullptr, &kEcPortable},
@@ -74,17 +74,19 @@ private:
     static inline int calls_;
     static inline const crypto::EcOps* inner_;
     static constexpr crypto::EcOps kCountedOps = {
-        [](uint8_t* out, const uint8_t* scalar, const uint8_t* point) {
+        [](const crypto::Weierstrass& curve, uint8_t* out, const uint8_t* scalar,
+           const uint8_t* point) {
             ++calls_;
-            inner_->multiply(out, scalar, point);
+            inner_->multiply(curve, out, scalar, point);
         },
-        [](uint8_t* out, const uint8_t* scalar) {
+        [](const crypto::Weierstrass& curve, uint8_t* out, const uint8_t* scalar) {
             ++calls_;
-            inner_->multiplyBase(out, scalar);
+            inner_->multiplyBase(curve, out, scalar);
         },
-        [](uint8_t* x, uint8_t* zz, const uint8_t* u1, const uint8_t* u2, const uint8_t* point) {
+        [](const crypto::Weierstrass& curve, uint8_t* x, uint8_t* zz, const uint8_t* u1,
+           const uint8_t* u2, const uint8_t* point) {
             ++calls_;
-            return inner_->sum(x, zz, u1, u2, point);
+            return inner_->sum(curve, x, zz, u1, u2, point);
         }};
 
     crypto::EcForm counted_{};

@@ -300,7 +300,8 @@ TEST(ScriptedTls12, ForeignMessagesAreRefused) {
         asks, withFlight({ChangeCipherSpec, Finished}), [](Step step, int type, bool own) {
             // An own ServerHelloDone is right, and the one behind it comes too late. A HelloRequest
             // is ignored, but not by this server's transcript.
-            if (type == 0) return step == Finished ? kLegal : kServerEnds;
+            if (type == 0 && step == Finished) return kLegal;
+            if (type == 0) return step == ChangeCipherSpec ? Alert::DecryptError : kServerEnds;
             return own && step != ServerHelloDone ? Alert::DecodeError : Alert::UnexpectedMessage;
         });
 }

@@ -106,10 +106,10 @@ const Row kRows[] = {
     {"retry.legal", retry, HelloRetry, nullptr, kLegal},
     {"retry.cookieOnly", cookieOnly, HelloRetry, nullptr, kLegal},
     {"retry.cookieAndGroup", cookieAndGroup, HelloRetry, nullptr, kLegal},
-    {"retry.nothingNew", retry, HelloRetry, EDIT(m.drop(51)), Alert::IllegalParameter},
+    {"retry.nothingNew", [](ServerSetup& s) { s.retry = true, s.retryForGroup = false; }, HelloRetry, nullptr, Alert::IllegalParameter},
     {"retry.emptyCookie", cookieAndGroup, HelloRetry, EDIT(m.ext(44) = {0, 0}), Alert::DecodeError},
-    {"retry.groupHadShare", retry, HelloRetry, EDIT(m.ext(51) = {0, 29}), Alert::IllegalParameter},
-    {"retry.groupNotOffered", retry, HelloRetry, EDIT(m.ext(51) = {0, 26}), Alert::IllegalParameter},
+    {"retry.groupHadShare", [](ServerSetup& s) { s.retry = true; }, HelloRetry, nullptr, Alert::IllegalParameter},
+    {"retry.groupNotOffered", [](ServerSetup& s) { s.retry = true, s.group = 26; }, HelloRetry, nullptr, Alert::IllegalParameter},
     {"retry.groupUnknown", retry, HelloRetry, EDIT(m.ext(51) = {0x2A, 0x2A}), Alert::IllegalParameter},
     {"retry.groupTrailing", retry, HelloRetry, EDIT(m.ext(51).push_back(0)), Alert::DecodeError},
     {"retry.twice", twoRetries, HelloRetry, nullptr, Alert::UnexpectedMessage},
@@ -291,7 +291,7 @@ TEST(ScriptedTls13, ForeignMessagesAreRefused) {
 
 TEST(ScriptedTls13, NoChangedByteOnTheWayIsBelieved) {
     expectNothingBelieved(asks, kFlight);
-    expectNothingBelieved(cookieAndGroup, {HelloRetry, ServerHello});
+    expectNothingBelieved(cookieOnly, {HelloRetry, ServerHello});
 }
 
 // ---- after the handshake
@@ -349,6 +349,17 @@ TEST(ScriptedTls13, WhatMayFollowTheHandshake) {
     }
 }
 
+TEST(ScriptedTls13, RequestAfterTheHandshakeIsAnsweredWhereItWasOffered) {
+    TlsSettings settings = namedSettings();
+    settings.options.postHandshakeAuth = true;
+    Talk talk({}, settings);
+    ASSERT_EQ(talk.pump().verdict(), kLegal);
+    edited(talk.server, CertificateRequest, EDIT(m.body = {2, 'i', 'd'}));
+    EXPECT_EQ(talk.pump().verdict(), kLegal) << talk.logText();
+    EXPECT_EQ(talk.server.clientFinished, 2);
+    EXPECT_EQ(talk.server.clientCertificate, (Bytes{2, 'i', 'd', 0, 0, 0}));
+}
+
 // ---- how it arrives
 
 TEST(ScriptedTls13, PiecesOfEverySizeMakeNoDifference) {
@@ -357,7 +368,7 @@ TEST(ScriptedTls13, PiecesOfEverySizeMakeNoDifference) {
 
 TEST(ScriptedTls13, CutAnywhereNothingIsEstablished) {
     expectCuts(plain);
-    expectCuts(cookieAndGroup);
+    expectCuts(cookieOnly);
 }
 
 TEST(ScriptedTls13, SecondHelloKeepsWhatItMustKeep) {

@@ -271,7 +271,7 @@ void ScriptedTlsServer::onMessage(uint8_t type, View body, View whole) {
         read_ = trafficKeys(expandLabel(hash(), read_->secret, "traffic upd", {}, 32));
         return;
     }
-    if (type == 11) clientCertificateEmpty = body.size() <= 4;
+    if (type == 11) clientCertificate = bytesIn(body);
     transcript_ = joined({transcript_, whole});
     if (type == 16) onClientKeyExchange(body);
 }
@@ -358,6 +358,7 @@ void ScriptedTlsServer::onFinished(View body, View whole) {
         must(bytesIn(body) == hmacOf(hash(), key, transcriptHash()), "Finished");
         transcript_ = joined({transcript_, whole});
         ++clientFinished;
+        if (!nextRead_) return;  // an answer to a request after the handshake
         read_ = std::exchange(nextRead_, std::nullopt);
         if (setup.ticket) emit(Step::NewSessionTicket);
         return;

@@ -109,7 +109,7 @@ public:
     bool resumed = false;
     int round = 0;
     bool binderRight = false;
-    bool clientCertificateEmpty = false;
+    Bytes clientCertificate;  // its message
     // For a later connection.
     Bytes sessionId, sessionSecret;
     ServerSetup setup;

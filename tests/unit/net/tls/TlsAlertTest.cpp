@@ -1,0 +1,92 @@
+// What the log says about an alert, and about records that nothing can be made of.
+#include <gtest/gtest.h>
+
+#include "log/tvLogger.h"
+#include "net/tls/TlsProtocol.h"
+#include "tests/fixtures/HexBytes.h"
+#include "tests/unit/net/tls/TestEnvironment.h"
+
+namespace tv::tls::test {
+namespace {
+
+// The log of a client whose hello is answered with these bytes.
+std::string logOf(std::string_view hex, TlsFailure expected) {
+    TestEnvironment environment;
+    TlsProtocol engine({}, environment);
+    _tvLogger log;
+    EXPECT_TRUE(engine.start(log));
+    engine.output().clear();
+    engine.receive(tv::test::bytesOfHex(hex), log);
+    EXPECT_EQ(engine.failure(), expected) << hex;
+    std::string text;
+    log.getText(text);
+    return text;
+}
+
+bool has(const std::string& text, const std::string& words) {
+    return text.find(" " + words + "\r\n") != std::string::npos;
+}
+
+TEST(TlsAlert, EveryNumberHasItsWords) {
+    const std::pair<const char*, const char*> rows[] = {{"0a", "unexpected message"},
+                                                        {"14", "bad record mac"},
+                                                        {"15", "decryption failed"},
+                                                        {"16", "record overflow"},
+                                                        {"1e", "decompression failure"},
+                                                        {"28", "handshake failure"},
+                                                        {"2a", "bad certificate"},
+                                                        {"2b", "unsupported certificate"},
+                                                        {"2c", "certificate revoked"},
+                                                        {"2d", "certificate expired"},
+                                                        {"2e", "certificate unknown"},
+                                                        {"2f", "illegal parameter"},
+                                                        {"30", "unknown certificate authority"},
+                                                        {"31", "access denied"},
+                                                        {"32", "decode error"},
+                                                        {"33", "decrypt error"},
+                                                        {"3c", "export restriction"},
+                                                        {"46", "protocol version"},
+                                                        {"47", "insufficient security"},
+                                                        {"50", "internal error"},
+                                                        {"5a", "user canceled"},
+                                                        {"64", "no renegotiation"},
+                                                        {"70", "SNI unrecognized name"},
+                                                        {"00", "close notify"}};
+    for (const auto& [number, words] : rows) {
+        const std::string text =
+            logOf(std::string("1503010002 02") + number, TlsFailure::PeerAlert);
+        EXPECT_TRUE(has(text, "TlsAlert:")) << text;
+        EXPECT_TRUE(has(text, "level: fatal")) << text;
+        EXPECT_TRUE(has(text, std::string("descrip: ") + words)) << text;
+        EXPECT_TRUE(has(text, "Aborting handshake because of fatal alert.")) << text;
+        EXPECT_TRUE(has(text, "Closing connection in response to fatal SSL/TLS alert.")) << text;
+    }
+    EXPECT_TRUE(has(logOf("1503010002 0170", TlsFailure::None), "level: warning"));
+}
+
+TEST(TlsAlert, OtherAnswersAreNamed) {
+    const struct {
+        const char* bytes;
+        TlsFailure failure;
+        const char* words;
+    } rows[] = {
+        {"1403010001 02", TlsFailure::UnexpectedCcs,
+         "Sending fatal alert because we received a ChangeCipherSpec before more handshake "
+         "messages.."},
+        {"3232302072656164790d0a", TlsFailure::RecordType,
+         "The peer does not speak TLS on this connection (bad record type)."},
+        {"1602000005 0102030405", TlsFailure::RecordVersion,
+         "The peer does not speak TLS on this connection (bad record version)."},
+        {"1603014001", TlsFailure::RecordOverflow, "A received record is too long."},
+        {"1603010004 02000000", TlsFailure::ServerHelloTooShort, "ServerHello too short (1)"},
+        {"1603010004 0b000000", TlsFailure::UnexpectedMessage,
+         "Received a handshake message that is not allowed at this point."},
+    };
+    for (const auto& row : rows) {
+        const std::string text = logOf(row.bytes, row.failure);
+        EXPECT_TRUE(has(text, row.words)) << row.bytes << "\n" << text;
+    }
+}
+
+}  // namespace
+}  // namespace tv::tls::test
