@@ -43,7 +43,10 @@ bool SmtpConnImpl::smtpConnect(SocketParams& params, LogBase& log) {
     }
     closeSmtpConnection(log, params);
     helloUnanswered_ = false;
-    const auto open = [&] { return openSession(params, log); };
+    const auto open = [&] {
+        outcome_.clear();
+        return openSession(params, log);
+    };
     if (open() || againWithoutTls13(open, log)) return true;
     closeSmtpConnection(log, params);
     return false;

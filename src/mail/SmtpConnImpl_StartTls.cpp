@@ -69,7 +69,6 @@ bool SmtpConnImpl::upgradeForLogin(SocketParams& params, LogBase& log) {
 bool SmtpConnImpl::againWithoutTls13(const std::function<bool()>& attempt, LogBase& log) {
     if (!std::exchange(helloUnanswered_, false)) return false;
     log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
-    outcome_.clear();
     withoutTls13_ = true;
     const bool success = attempt();
     withoutTls13_ = false;

@@ -71,11 +71,10 @@ void HostsFile::refresh(const std::string& path) {
         table_.reset();
         return;
     }
-    if (table_ && path == path_ && stamp == stamp_) return;
+    if (table_ && stamp == stamp_) return;
     std::string text;
     plat::readFileStart(path, kMaxFile, text);
     table_ = std::make_unique<HostsTable>(std::move(text));
-    path_ = path;
     stamp_ = stamp;
     ++timesParsed_;
 }

@@ -38,7 +38,7 @@ private:
     std::vector<Entry> entries_;  // by name, then in the order of the lines
 };
 
-// The file at a path, parsed again only when its size or time has changed.
+// The file, always at the same path, parsed again only when its size or time has changed.
 class HostsFile {
 public:
     bool find(const std::string& path, std::string_view name, std::vector<plat::IpAddress>& out);
@@ -48,7 +48,6 @@ public:
 private:
     void refresh(const std::string& path);
 
-    std::string path_;
     plat::FileStamp stamp_;
     std::unique_ptr<HostsTable> table_;
     size_t timesParsed_ = 0;

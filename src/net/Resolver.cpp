@@ -102,9 +102,9 @@ bool queryServers(const std::string& name, const std::vector<plat::IpAddress>& s
 bool resolveByQuery(const std::string& name, const Deadline& deadline,
                     std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
     const std::vector<plat::IpAddress> servers = serversFor(name, log);
-    if (servers.empty()) return getAddressInfo(name, false, deadline, addresses, log, params);
     DnsOutcome outcome;
-    const bool answered = queryServers(name, servers, deadline, outcome, log, params);
+    const bool answered =
+        !servers.empty() && queryServers(name, servers, deadline, outcome, log, params);
     if (params.aborted) return failLookup(ConnectFailReason::Aborted, params);
     if (answered && outcome.reply.kind == dns::ReplyKind::Addresses) {
         resolverState().keep(withoutDot(name), outcome.reply, plat::sysClock().tickMs());
@@ -116,14 +116,16 @@ bool resolveByQuery(const std::string& name, const Deadline& deadline,
     if (askSystemInstead(name, deadline, addresses, log, params)) return true;
     if (params.aborted) return failLookup(ConnectFailReason::Aborted, params);
     log.logError(nothingUsable ? "No valid DNS answer.." : "DNS resolution failed.");
-    const bool timedOut = outcome.timedOut || deadline.hasPassed();
+    // The system's resolver has named its reason.
+    const bool timedOut = (!answered && outcome.timedOut) ||
+                          params.connectFailReason == ConnectFailReason::DnsTimeout;
     return failLookup(timedOut ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed,
                       params);
 }
 
-// tvDnsResolveDomainIPv4_n
-bool resolveByName(std::string_view domain, const Deadline& deadline,
-                   std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
+bool tvDnsResolveDomainIPv4_n(std::string_view domain, const Deadline& deadline,
+                              std::vector<plat::IpAddress>& addresses, LogBase& log,
+                              SocketParams& params) {
     std::string name;
     if (!normalizeDomain(domain, name)) {
         log.logError("Invalid domain for resolving domain to IP address.");
@@ -156,6 +158,7 @@ bool dnsLookup(std::string_view domain, const Deadline& deadline,
                std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
     const LogContextExitor context(log, "dnsLookup");
     addresses.clear();
+    params.connectFailReason = ConnectFailReason::None;
     const std::string_view name = trimmed(domain);
     log.logData("domain", name);
     if (name.empty()) {
@@ -169,7 +172,7 @@ bool dnsLookup(std::string_view domain, const Deadline& deadline,
         addresses.push_back(*numeric);
         return true;
     }
-    if (resolveByName(name, deadline, addresses, log, params)) return true;
+    if (tvDnsResolveDomainIPv4_n(name, deadline, addresses, log, params)) return true;
     log.logError("DNS lookup failed");
     log.logData("domain", name);
     return false;

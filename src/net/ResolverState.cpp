@@ -13,7 +13,7 @@ bool ResolverState::isUsable() const {
 bool ResolverState::findInHosts(std::string_view name, std::vector<plat::IpAddress>& out) {
     const std::string path = plat::sysNameServers().hostsPath();
     const std::lock_guard guard(lock_);
-    return !finalised_ && !path.empty() && hosts_.find(path, name, out);
+    return !finalised_ && hosts_.find(path, name, out);
 }
 
 bool ResolverState::findInCache(std::string_view name, uint64_t nowMs,

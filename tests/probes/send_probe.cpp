@@ -2,8 +2,9 @@
 //
 //     send_probe [NAME=VALUE...]
 //
-// The arguments hold for every send. Each line of stdin is one send, with more of them, parted by tabs;
-// it is answered with one JSON object. NAME is a property of the mail manager or one of these:
+// The arguments hold for every send. Each line of stdin is one send, with more of them, parted by
+// tabs; it is answered with one JSON object. NAME is a property of the mail manager or one of
+// these:
 //
 //     trial=1      the trial connection goes first, as it does in the send export
 //     keep=1       with the mail manager, and so the connection, of the line before
@@ -116,8 +117,8 @@ public:
                   << quoted(tried ? statusWord(mailMan_->lastSendStatus()) : "TrialFailed")
                   << ", \"ms\": " << elapsed << ", \"attempts\": " << watcher.attempts
                   << ", \"asked\": " << watcher.asked << ", \"done\": " << watcher.done
-                  << ", \"total\": " << watcher.total << ", \"transcript\": "
-                  << quoted(mailMan_->SmtpSessionLog().utf8());
+                  << ", \"total\": " << watcher.total
+                  << ", \"transcript\": " << quoted(mailMan_->SmtpSessionLog().utf8());
         if (withLog) std::cout << ", \"log\": " << quoted(mailMan_->lastErrorText().utf8());
         const uint64_t end = plat::sysClock().tickMs();
         if (!keep) mailMan_.reset();

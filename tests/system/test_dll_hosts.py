@@ -7,7 +7,7 @@ import pytest
 from products import Host
 from programs import host_program, run, start
 from receiver import Receiver
-from silent import SilentServer
+from scripted import silent_server
 
 LEAVING_SECONDS = 5  # far below any time-out of a connection
 IMAGE = bytes(range(256)) * 300  # enough for every path of the encoders
@@ -60,22 +60,22 @@ def test_linked_host(product, tmp_path):
 
 
 def test_unloading_with_a_connection_open_to_a_silent_server(product, tmp_path):
-    with SilentServer() as server:
+    with silent_server() as server:
         done = run_host(product, "leaving_host", library(product), server.port, "unload", cwd=tmp_path)
     assert (done.code, done.err) == (0, "")
     milliseconds, last = done.out.split()
     assert int(milliseconds) < 1000 * LEAVING_SECONDS and last == "leaving"
-    assert server.accepted == 2
+    assert len(server.accepted) == 2
 
 
 def test_exit_with_a_connection_open_to_a_silent_server(product, tmp_path):
     program = host_program(product, "leaving_host")
-    with SilentServer() as server:
+    with silent_server() as server:
         with start(product, program, library(product), server.port, "exit", cwd=tmp_path,
                    stdout=subprocess.PIPE) as process:
             assert process.stdout.readline().strip() == b"leaving"
             assert process.wait(LEAVING_SECONDS) == 0
-        assert server.accepted == 1
+        assert len(server.accepted) == 1
 
 
 def facts(done):

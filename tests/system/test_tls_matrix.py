@@ -158,6 +158,29 @@ def test_cells(bench, row):
     assert not faults, f"{len(faults)} faults\n" + "\n".join(faults)
 
 
+def windows_cells():
+    """Each suite of each version with each feature, and each group of each version, once."""
+    seen = set()
+    for cell in (cell for row in CELLS.values() for cell in row):
+        marks = {(cell.version, cell.suite, cell.feature), (cell.version, cell.group)}
+        if not marks <= seen:
+            seen |= marks
+            yield cell
+
+
+def test_cells_of_the_windows_build(wine_session, tmp_path, capsys):
+    program = products.build_folder("win32") / "tests" / "probes" / "tls_probe.exe"
+    assert program.exists(), "not built"
+    cells = list(windows_cells())
+    with contextlib.closing(Bench(tmp_path, wine_session.command(program), wine_session.env)) as bench:
+        for peer in PEERS:
+            bench.knows(peer)
+        faults = bench.fill(cells)
+    with capsys.disabled():
+        print(f"\n{len(cells) - len(faults)} of {len(cells)} cells of TLS servers were filled from Windows")
+    assert not faults, f"{len(faults)} faults\n" + "\n".join(faults)
+
+
 def test_all_cells_were_filled(bench, capsys, request):
     wanted = sum(map(len, CELLS.values()))
     with capsys.disabled():

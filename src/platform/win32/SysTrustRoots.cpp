@@ -78,6 +78,20 @@ HCERTSTORE storeOfExtras(const DerList& chain) {
     return store;
 }
 
+// Of any chain that the system built, its anchor included.
+bool holdsDisallowed(const CERT_CHAIN_CONTEXT& built) {
+    const DerList refused = certificatesIn(L"Disallowed");
+    for (DWORD i = 0; i < built.cChain; ++i) {
+        const CERT_SIMPLE_CHAIN& chain = *built.rgpChain[i];
+        for (DWORD k = 0; k < chain.cElement; ++k) {
+            const CERT_CONTEXT& c = *chain.rgpElement[k]->pCertContext;
+            const std::vector<uint8_t> der(c.pbCertEncoded, c.pbCertEncoded + c.cbCertEncoded);
+            if (std::find(refused.begin(), refused.end(), der) != refused.end()) return true;
+        }
+    }
+    return false;
+}
+
 bool judge(PCCERT_CONTEXT leaf, HCERTSTORE extras, uint32_t timeoutMs, std::string& reason) {
     const Crypt32& c = crypt32();
     CERT_CHAIN_PARA parameters = {};
@@ -89,7 +103,12 @@ bool judge(PCCERT_CONTEXT leaf, HCERTSTORE extras, uint32_t timeoutMs, std::stri
         return false;
     }
     const DWORD errors = built->TrustStatus.dwErrorStatus;
+    const bool disallowed = holdsDisallowed(*built);
     c.freeChain(built);
+    if (disallowed) {
+        reason = "The system disallows a certificate of the chain.";
+        return false;
+    }
     if (errors == CERT_TRUST_NO_ERROR) return true;
     reason = "The system does not trust the chain (status " + std::to_string(errors) + ").";
     return false;

@@ -4,12 +4,14 @@
 #include <cstdlib>
 #include <new>
 
+#include "base/Ascii.h"
 #include "log/ClsBase.h"
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
 #include "log/tvLogger.h"
 #include "platform/SysFile.h"
 #include "tests/fixtures/FakeSystem.h"
+#include "tests/fixtures/TestData.h"
 
 namespace {
 
@@ -32,10 +34,20 @@ void operator delete(void* block, std::size_t) noexcept {
 namespace tv {
 namespace {
 
-std::string textOf(LogBase& log) {
+// The text of a log between its first and its last line, with plain line ends.
+std::string entriesOf(std::string_view all) {
+    constexpr std::string_view kFirst = "TolvaneLog:\r\n";
+    constexpr std::string_view kLast = "--TolvaneLog\r\n";
+    EXPECT_TRUE(all.starts_with(kFirst) && all.ends_with(kLast)) << all;
+    all = all.substr(kFirst.size(), all.size() - kFirst.size() - kLast.size());
+    const std::string text = replaceAll(all, "\r\n", "\n");
+    EXPECT_EQ(replaceAll(text, "\n", "\r\n"), all);
+    return text;
+}
+std::string entriesOf(LogBase& log) {
     std::string text;
     log.getText(text);
-    return text;
+    return entriesOf(text);
 }
 
 TEST(Log, RendersTheTree) {
@@ -55,24 +67,22 @@ TEST(Log, RendersTheTree) {
     log.logDataBool("flag", true);
     const uint8_t bytes[] = {0x0A, 0xFF};
     log.logDataHex("bytes", bytes);
-    EXPECT_EQ(textOf(log),
-              "TolvaneLog:\r\n"
-              "  outer:\r\n"
-              "    name: value\r\n"
-              "    inner:\r\n"
-              "      an error\r\n"
-              "    --inner\r\n"
-              "    empty:\r\n"
-              "    --empty\r\n"
-              "    information\r\n"
-              "    text\r\n"
-              "  --outer\r\n"
-              "  number: -7\r\n"
-              "  flag: 1\r\n"
-              "  bytes: 0AFF\r\n"
-              "--TolvaneLog\r\n");
+    EXPECT_EQ(entriesOf(log), R"(  outer:
+    name: value
+    inner:
+      an error
+    --inner
+    empty:
+    --empty
+    information
+    text
+  --outer
+  number: -7
+  flag: 1
+  bytes: 0AFF
+)");
     log.clearLog();
-    EXPECT_EQ(textOf(log), "TolvaneLog:\r\n--TolvaneLog\r\n");
+    EXPECT_EQ(entriesOf(log), "");
 }
 
 TEST(Log, SkipsEntriesThatSayNothing) {
@@ -84,15 +94,14 @@ TEST(Log, SkipsEntriesThatSayNothing) {
     log.enterContext("", 1);
     log.logInfo("below a context without a name");
     log.leaveContext();
-    EXPECT_EQ(textOf(log), "TolvaneLog:\r\n--TolvaneLog\r\n");
+    EXPECT_EQ(entriesOf(log), "");
 }
 
 TEST(Log, OpenContextsAreShownClosed) {
     _tvLogger log;
     log.enterContext("running", 1);
     log.logInfo("so far");
-    EXPECT_EQ(textOf(log),
-              "TolvaneLog:\r\n  running:\r\n    so far\r\n  --running\r\n--TolvaneLog\r\n");
+    EXPECT_EQ(entriesOf(log), "  running:\n    so far\n  --running\n");
 }
 
 TEST(Log, LeavingWithNothingOpenKeepsTheDepthAtZero) {
@@ -106,7 +115,7 @@ TEST(Log, LeavingWithNothingOpenKeepsTheDepthAtZero) {
     log.clearLog();
     EXPECT_EQ(log.depth(), 0);
     log.logInfo("at the root again");
-    EXPECT_EQ(textOf(log), "TolvaneLog:\r\n  at the root again\r\n--TolvaneLog\r\n");
+    EXPECT_EQ(entriesOf(log), "  at the root again\n");
 }
 
 TEST(Log, ShowsElapsedTimeOnlyWhenVerboseAndNotZero) {
@@ -117,10 +126,10 @@ TEST(Log, ShowsElapsedTimeOnlyWhenVerboseAndNotZero) {
         uint32_t ms;
         const char* head;
     } rows[] = {
-        {"measured", true, 1, 42, "  c(42ms):\r\n"},
-        {"nothing elapsed", true, 1, 0, "  c:\r\n"},
-        {"not verbose", false, 1, 42, "  c:\r\n"},
-        {"not to be shown", true, 0, 42, "  c:\r\n"},
+        {"measured", true, 1, 42, "  c(42ms):\n"},
+        {"nothing elapsed", true, 1, 0, "  c:\n"},
+        {"not verbose", false, 1, 42, "  c:\n"},
+        {"not to be shown", true, 0, 42, "  c:\n"},
     };
     for (const auto& row : rows) {
         test::FakeClock clock;
@@ -129,9 +138,7 @@ TEST(Log, ShowsElapsedTimeOnlyWhenVerboseAndNotZero) {
         log.enterContext("c", row.show);
         clock.advanceMs(row.ms);
         log.leaveContext();
-        EXPECT_EQ(textOf(log),
-                  "TolvaneLog:\r\n" + std::string(row.head) + "  --c\r\n--TolvaneLog\r\n")
-            << row.name;
+        EXPECT_EQ(entriesOf(log), std::string(row.head) + "  --c\n") << row.name;
     }
 }
 
@@ -142,7 +149,7 @@ TEST(Log, VerboseEntriesNeedAVerboseLog) {
     log.setVerbose(true);
     log.logVerbose("shown");
     log.logDataVerbose("name", "shown");
-    EXPECT_EQ(textOf(log), "TolvaneLog:\r\n  shown\r\n  name: shown\r\n--TolvaneLog\r\n");
+    EXPECT_EQ(entriesOf(log), "  shown\n  name: shown\n");
 }
 
 TEST(Log, ElapsedEntriesLeaveOutImplausibleTimes) {
@@ -152,9 +159,9 @@ TEST(Log, ElapsedEntriesLeaveOutImplausibleTimes) {
         uint64_t now;
         const char* line;
     } rows[] = {
-        {"some time", 1000, 1250, "  t: Elapsed time: 250 millisec\r\n"},
-        {"none", 1000, 1000, "  t: Elapsed time: 0 millisec\r\n"},
-        {"longest", 5, 900000004, "  t: Elapsed time: 899999999 millisec\r\n"},
+        {"some time", 1000, 1250, "  t: Elapsed time: 250 millisec\n"},
+        {"none", 1000, 1000, "  t: Elapsed time: 0 millisec\n"},
+        {"longest", 5, 900000004, "  t: Elapsed time: 899999999 millisec\n"},
         {"too long", 5, 900000005, ""},
         {"backwards", 1000, 999, ""},
     };
@@ -162,8 +169,7 @@ TEST(Log, ElapsedEntriesLeaveOutImplausibleTimes) {
         const test::FakeClock clock(row.now);
         _tvLogger log;
         log.logElapsed("t", row.start);
-        EXPECT_EQ(textOf(log), "TolvaneLog:\r\n" + std::string(row.line) + "--TolvaneLog\r\n")
-            << row.name;
+        EXPECT_EQ(entriesOf(log), row.line) << row.name;
     }
 }
 
@@ -173,9 +179,7 @@ TEST(Log, NeverShowsASecret) {
     log.logDataX("user", XString("me"));
     password.markSecret();
     log.logDataX("password", password);
-    EXPECT_EQ(
-        textOf(log),
-        "TolvaneLog:\r\n  user: me\r\n  password: {PasswordOrCredentials}\r\n--TolvaneLog\r\n");
+    EXPECT_EQ(entriesOf(log), "  user: me\n  password: {PasswordOrCredentials}\n");
 }
 
 TEST(Log, FindsOptionsBySubstring) {
@@ -201,8 +205,7 @@ TEST(Log, NoMemoryDropsEntriesAndKeepsTheContextsPaired) {
     log.logInfo("still inside");
     log.leaveContext();
     EXPECT_EQ(log.depth(), 0);
-    EXPECT_EQ(textOf(log),
-              "TolvaneLog:\r\n  outer:\r\n    still inside\r\n  --outer\r\n--TolvaneLog\r\n");
+    EXPECT_EQ(entriesOf(log), "  outer:\n    still inside\n  --outer\n");
 }
 
 TEST(LogNull, SwallowsEverything) {
@@ -211,7 +214,9 @@ TEST(LogNull, SwallowsEverything) {
     EXPECT_TRUE(log.enterContext("c", 1) && log.logError("e") && log.logInfo("i"));
     EXPECT_TRUE(log.logData("n", "v") && log.logDataLong("n", 1) && log.logElapsed("n", 0));
     EXPECT_TRUE(log.leaveContext() && log.leaveContext());
-    EXPECT_EQ(textOf(log), "");
+    std::string text = "as before";
+    log.getText(text);
+    EXPECT_EQ(text, "");
 }
 
 class DebugFile : public testing::Test {
@@ -219,14 +224,7 @@ protected:
     DebugFile() { std::remove(path_.c_str()); }
     ~DebugFile() override { std::remove(path_.c_str()); }
 
-    std::string content() const {
-        plat::SysFile file;
-        std::string text(4096, '\0');
-        size_t got = 0;
-        if (!file.openRead(path_) || !file.read(text.data(), text.size(), got)) return "(no file)";
-        text.resize(got);
-        return text;
-    }
+    std::string content() const { return fileText(path_); }
 
     std::string path_ = testing::TempDir() + "tv_debug_log_test.txt";
 };
@@ -270,7 +268,7 @@ TEST_F(DebugFile, APathThatCannotBeOpenedIsSkipped) {
         _tvLogger log;
         log.setDebugLogPath(path);
         EXPECT_TRUE(log.logInfo("kept in the tree")) << path;
-        EXPECT_EQ(textOf(log), "TolvaneLog:\r\n  kept in the tree\r\n--TolvaneLog\r\n");
+        EXPECT_EQ(entriesOf(log), "  kept in the tree\n");
         EXPECT_FALSE(plat::isRegularFile(path));
     }
 }
@@ -288,31 +286,27 @@ public:
     }
 };
 
-std::string expectedAccount(const char* verbose, const char* closing) {
+std::string expectedEntries(const char* verbose, const char* closing) {
     const std::string bits = sizeof(void*) == 8 ? "64" : "32";
-    return "TolvaneLog:\r\n"
-           "  Act:\r\n"
-           "    DllDate: Mar 29 2024\r\n"
-           "    TolvaneVersion: 9.5.0.98\r\n"
-           "    Architecture: Little Endian; " +
-           bits +
-           "-bit\r\n"
-           "    Language: C\r\n"
-           "    VerboseLogging: " +
-           verbose + "\r\n    at work\r\n    " + closing + "\r\n  --Act\r\n--TolvaneLog\r\n";
+    return R"(  Act:
+    DllDate: Mar 29 2024
+    TolvaneVersion: 9.5.0.98
+    Architecture: Little Endian; )" +
+           bits + "-bit\n    Language: C\n    VerboseLogging: " + verbose + "\n    at work\n    " +
+           closing + "\n  --Act\n";
 }
 
 TEST(ClsBase, GivesTheAccountOfTheLastOperation) {
     const test::FakeClock clock;
     Thing thing;
     EXPECT_TRUE(thing.act(true));
-    EXPECT_EQ(thing.lastErrorText().utf8(), expectedAccount("0", "Success."));
+    EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), expectedEntries("0", "Success."));
     EXPECT_FALSE(thing.act(false));
-    EXPECT_EQ(thing.lastErrorText().utf8(), expectedAccount("0", "Failed."));
+    EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), expectedEntries("0", "Failed."));
     thing.setVerboseLogging(true);
     EXPECT_TRUE(thing.verboseLogging());
     thing.act(true);
-    EXPECT_EQ(thing.lastErrorText().utf8(), expectedAccount("1", "Success."));
+    EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), expectedEntries("1", "Success."));
 }
 
 TEST(ClsBase, AnExceptionLeavesAClosedAndFailedAccount) {

@@ -10,7 +10,7 @@ namespace tv::test {
 namespace {
 
 // Domain "Dom" and workstation "TESTHOST" in OEM text.
-const char* const kType1 = "TlRMTVNTUAABAAAAB7IIAAMAAwAgAAAACAAIACMAAABEb21URVNUSE9TVA==\r\n";
+const std::string kType1 = "'TlRMTVNTUAABAAAAB7IIAAMAAwAgAAAACAAIACMAAABEb21URVNUSE9TVA==' ";
 
 std::string type2() {
     NtlmChallenge challenge;
@@ -22,9 +22,8 @@ std::string type2() {
 
 const Properties kNtlm = withPassword({{"SmtpAuthMethod", "ntlm"}, {"LoginDomain", "Dom"}});
 
-Turns upToType3(const std::string& challenge) {
-    return offering("NTLM") +
-           Turns{turn("AUTH NTLM\r\n", "334\r\n"), turn(kType1, "334 " + challenge + "\r\n")};
+std::string upToType3(const std::string& challenge) {
+    return "ntlm; " + kType1 + "334 " + challenge + "; ";
 }
 
 TEST(LoginNtlm, theThirdMessageProvesThePassword) {
@@ -33,8 +32,8 @@ TEST(LoginNtlm, theThirdMessageProvesThePassword) {
         MailWorld world(kNtlm);
         world.compose();
         FakeLink& link =
-            world.serve(upToType3(type2()) + Turns{upTo("\r\n", "235 ok\r\n")} + delivered());
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email)) << world.logText();
+            world.serve(offering("NTLM") + script(upToType3(type2()) + "any 235 ok; delivered"));
+        EXPECT_TRUE(world.send()) << world.logText();
         std::string line = link.turnBytes.at(4);
         line.resize(line.size() - 2);
         const auto bytes = base64Decode(line, 10000);
@@ -72,43 +71,33 @@ TEST(LoginNtlm, theThirdMessageProvesThePassword) {
 }
 
 TEST(LoginNtlm, refusals) {
-    const Turn cancelled = turn("*\r\n", "501 cancelled\r\n");
+    const char* const noType2 = "Expected TYPE2 message to begin with NTLMSSP.";
     const struct {
         const char* what;
-        Turns turns;
-        const char* word;
+        std::string steps;
         const char* logged;
     } rows[] = {
-        {"command", offering("NTLM") + Turns{turn("AUTH NTLM\r\n", "504 no\r\n")}, "AuthFailure",
-         "AUTH NTLM failed"},
-        {"235 at once", offering("NTLM") + Turns{turn("AUTH NTLM\r\n", "235 hm\r\n")},
-         "AuthFailure", "AUTH NTLM failed"},
-        {"type 1",
-         offering("NTLM") +
-             Turns{turn("AUTH NTLM\r\n", "334 \r\n"), turn(kType1, "501 bad message\r\n")},
-         "AuthFailure", "Failed to get NTLM successful TYPE1 response from SMTP server."},
-        {"an empty type 2", upToType3("") + Turns{cancelled}, "AuthFailure",
-         "Expected TYPE2 message to begin with NTLMSSP."},
-        {"no base64", upToType3("%%") + Turns{cancelled}, "AuthFailure",
-         "Failed to decode TYPE2 input message."},
-        {"another message", upToType3("TlRMTVNTUAABAAAA") + Turns{cancelled}, "AuthFailure",
+        {"command", "ntlm 504 no", "AUTH NTLM failed"},
+        {"235 at once", "ntlm 235 hm", "AUTH NTLM failed"},
+        {"type 1", "ntlm; " + kType1 + "501 bad message",
+         "Failed to get NTLM successful TYPE1 response from SMTP server."},
+        {"an empty type 2", upToType3("|~") + "cancel", noType2},
+        {"no base64", upToType3("%%") + "cancel", "Failed to decode TYPE2 input message."},
+        {"another message", upToType3("TlRMTVNTUAABAAAA") + "cancel",
          "TYPE2 message type not equal to 2"},
-        {"64 KiB", upToType3(std::string(65000, 'A')) + Turns{cancelled}, "AuthFailure",
-         "Expected TYPE2 message to begin with NTLMSSP."},
-        {"type 3", upToType3(type2()) + Turns{upTo("\r\n", "535 wrong\r\n")}, "AuthFailure",
+        {"64 KiB", upToType3(std::string(65000, 'A')) + "cancel", noType2},
+        {"type 3", upToType3(type2()) + "any 535 wrong",
          "Logon denied.  Check username, password, and domain"},
-        {"250 is not enough", upToType3(type2()) + Turns{upTo("\r\n", "250 ok\r\n")}, "AuthFailure",
-         "response: 250 ok"},
-        {"a challenge more", upToType3(type2()) + Turns{upTo("\r\n", "334 \r\n"), cancelled},
-         "AuthFailure", "smtpAuth.statusCode: 334"},
+        {"250 is not enough", upToType3(type2()) + "any 250 ok", "response: 250 ok"},
+        {"a challenge more", upToType3(type2()) + "any 334 |~; cancel", "smtpAuth.statusCode: 334"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         MailWorld world(kNtlm);
         world.compose();
-        world.serve(row.turns + Turns{quit()});
-        EXPECT_FALSE(world.mailMan.SendEmail(world.email));
-        EXPECT_EQ(world.word(), row.word);
+        world.serve(offering("NTLM") + script(row.steps + "; quit"));
+        EXPECT_FALSE(world.send());
+        EXPECT_EQ(world.word(), "AuthFailure");
         EXPECT_TRUE(contains(world.logText(), row.logged)) << row.logged << world.logText();
         EXPECT_TRUE(contains(world.logText(), "NTLM authentication failed"));
         EXPECT_TRUE(contains(world.logText(), "Failed to login using NTLM method"));
@@ -117,17 +106,13 @@ TEST(LoginNtlm, refusals) {
 }
 
 TEST(LoginNtlm, closedAtEachStep) {
-    for (const size_t at : {0u, 1u, 2u}) {
-        Turns login = {turn("AUTH NTLM\r\n", "334 \r\n"), turn(kType1, "334 " + type2() + "\r\n"),
-                       upTo("\r\n", "235 ok\r\n")};
-        login.resize(at + 1);
-        login.back().reply.clear();
-        login.back().after = Ending::Eof;
+    for (const std::string& steps : {std::string("ntlm -!close"), "ntlm; " + kType1 + "-!close",
+                                     upToType3(type2()) + "any -!close"}) {
         MailWorld world(kNtlm);
         world.compose();
-        world.serve(offering("NTLM") + login);
-        EXPECT_FALSE(world.mailMan.SendEmail(world.email));
-        EXPECT_EQ(world.word(), "ConnectionLost") << at;
+        world.serve(offering("NTLM") + script(steps));
+        EXPECT_FALSE(world.send());
+        EXPECT_EQ(world.word(), "ConnectionLost") << steps;
         EXPECT_TRUE(contains(world.logText(), "NTLM authentication failed"));
     }
 }
@@ -139,19 +124,16 @@ TEST(LoginNtlm, theLoggedOnUserNeedsThePackage) {
         {{"SmtpUsername", " default "}, {"SmtpPassword", "x"}, {"SmtpAuthMethod", "ntlm"}},
         {{"SmtpAuthMethod", "ntlm"}},
     };
-    const char* const users[] = {"RGVmYXVsdA==", "IGRlZmF1bHQg", "ZGVmYXVsdA=="};
-    const char* const passwords[] = {"REVGQVVMVA==", "eA==", "ZGVmYXVsdA=="};
+    const char* const logins[] = {"'RGVmYXVsdA==' 334; 'REVGQVVMVA=='",
+                                  "'IGRlZmF1bHQg' 334; 'eA=='",
+                                  "'ZGVmYXVsdA==' 334; 'ZGVmYXVsdA=='"};
     for (size_t i = 0; i < 3; ++i) {
         FakeSecurity security;
         MailWorld world(settings[i]);
         world.compose();
-        world.serve(offering("NTLM") +
-                    Turns{turn("AUTH NTLM\r\n", "334 \r\n"), turn("*\r\n", "501 cancelled\r\n"),
-                          turn("AUTH LOGIN\r\n", "334 \r\n"),
-                          turn(std::string(users[i]) + "\r\n", "334 \r\n"),
-                          turn(std::string(passwords[i]) + "\r\n", "235 ok\r\n")} +
-                    delivered());
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email)) << world.logText();
+        world.serve(offering("NTLM") + script("ntlm; cancel; login 334; " + std::string(logins[i]) +
+                                              " 235 ok; delivered"));
+        EXPECT_TRUE(world.send()) << world.logText();
         EXPECT_TRUE(contains(world.logText(), "Using Microsoft SSPI NTLM."));
         EXPECT_TRUE(contains(world.logText(), "alt_login_method: LOGIN"));
         EXPECT_EQ(contains(world.logText(),
@@ -163,52 +145,34 @@ TEST(LoginNtlm, theLoggedOnUserNeedsThePackage) {
 }
 
 TEST(LoginNtlm, tokensOfThePackage) {
-    const Turn command = turn("AUTH NTLM\r\n", "334 \r\n");
-    const Turn first = turn("b25l\r\n", "334 " + base64Encode(std::string_view("two")) + "\r\n");
+    const std::string begun = "ntlm; 'b25l' 334 dHdv; 'dGhyZWU=' ";
+    const char* const denied = "Logon denied.  Check username, password, and domain";
     const struct {
         const char* what;
-        Turns login;
-        bool fails;
-        const char* word;
+        std::string login;
         const char* logged;
+        const char* word = "AuthFailure";
     } rows[] = {
-        {"accepted",
-         {command, first, turn("dGhyZWU=\r\n", "235 ok\r\n")},
-         false,
-         "Success",
-         "smtpAuth.ntlmImpl: microsoftSspi"},
-        {"denied",
-         {command, first, turn("dGhyZWU=\r\n", "535 no\r\n")},
-         false,
-         "AuthFailure",
-         "Logon denied.  Check username, password, and domain"},
-        {"first token refused",
-         {command, turn("b25l\r\n", "501 no\r\n")},
-         false,
-         "AuthFailure",
+        {"accepted", begun + "235 ok", "smtpAuth.ntlmImpl: microsoftSspi", "Success"},
+        {"denied", begun + "535 no", denied},
+        {"first token refused", "ntlm; 'b25l' 501 no",
          "exchangePackage: failed to get success response"},
-        {"no base64",
-         {command, turn("b25l\r\n", "334 ?\r\n"), turn("*\r\n", "501 no\r\n")},
-         false,
-         "AuthFailure",
+        {"no base64", "ntlm; 'b25l' 334 ?; cancel",
          "The challenge of the server is no base64 text."},
-        {"no logon",
-         {command, first, turn("dGhyZWU=\r\n", "334 AAAA\r\n"), turn("*\r\n", "501 no\r\n")},
-         true,
-         "AuthFailure",
-         "NTLM authentication failed"},
+        {"no logon", begun + "334 AAAA; cancel", "NTLM authentication failed"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         FakeSecurity security;
         security.available = "NTLM";
         security.tokens = {"one", "three"};
-        security.fails = row.fails;
+        security.fails = std::string_view(row.what) == "no logon";
         MailWorld world(Properties{{"SmtpUsername", "default"}, {"SmtpPassword", "default"}});
         world.compose();
         const bool sent = std::string_view(row.word) == "Success";
-        world.serve(offering("NTLM LOGIN") + row.login + (sent ? delivered() : Turns{quit()}));
-        EXPECT_EQ(world.mailMan.SendEmail(world.email), sent);
+        world.serve(offering("NTLM LOGIN") + script(row.login) +
+                    script(sent ? "delivered" : "quit"));
+        EXPECT_EQ(world.send(), sent);
         EXPECT_EQ(world.word(), row.word);
         EXPECT_TRUE(contains(world.logText(), row.logged)) << world.logText();
         EXPECT_TRUE(contains(world.logText(), "sspiAuthenticate:"));
@@ -225,10 +189,8 @@ TEST(LoginNtlm, msn) {
     MailWorld world(withPassword());
     world.compose();
     world.serve(offering("MSN CRAM-MD5") +
-                Turns{turn("AUTH MSN\r\n", "334 \r\n"), turn("b25l\r\n", "334 dHdv\r\n"),
-                      turn("dGhyZWU=\r\n", "235 ok\r\n")} +
-                delivered());
-    EXPECT_TRUE(world.mailMan.SendEmail(world.email)) << world.logText();
+                script("'AUTH MSN' 334; 'b25l' 334 dHdv; 'dGhyZWU=' 235 ok; delivered"));
+    EXPECT_TRUE(world.send()) << world.logText();
     EXPECT_EQ(security.users, std::vector<std::string>{"tester"});
     EXPECT_EQ(security.challenges, (std::vector<std::string>{"", "two"}));
     EXPECT_TRUE(contains(world.logText(), "smtpAuth.method: msn"));

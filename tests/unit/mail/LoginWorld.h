@@ -23,26 +23,7 @@ inline Properties withToken(const Properties& more = {}) {
 }
 
 inline Turns offering(const std::string& mechanisms) {
-    return {greeting(), ehlo("250-mail.test\r\n250 AUTH " + mechanisms + "\r\n")};
-}
-inline Turns delivered() {
-    return {mailFrom(), rcptTo(), data(), message(), quit()};
-}
-
-inline Turns loginTurns() {
-    return {turn("AUTH LOGIN\r\n", "334 VXNlcm5hbWU6\r\n"),
-            turn("dGVzdGVy\r\n", "334 UGFzc3dvcmQ6\r\n"),
-            turn("aGlkZGVuLXdvcmQ=\r\n", "235 welcome\r\n")};
-}
-inline Turn plainTurn(const std::string& reply = "235 welcome\r\n") {
-    return turn("AUTH PLAIN dGVzdGVyAHRlc3RlcgBoaWRkZW4td29yZA==\r\n", reply);
-}
-inline Turns cramTurns() {
-    return {turn("AUTH CRAM-MD5\r\n", "334 PDQyQG14LnRlc3Q+\r\n"),
-            turn("dGVzdGVyIDMzN2YxNTc5OGFiMzc1ZDJmM2YyZGM3ZjIyMDQ1NGMx\r\n", "235 welcome\r\n")};
-}
-inline Turn xoauth2Turn(const std::string& reply = "235 welcome\r\n") {
-    return turn("AUTH XOAUTH2 dXNlcj10ZXN0ZXIBYXV0aD1CZWFyZXIgaGlkZGVuLXRva2VuAQE=\r\n", reply);
+    return script("greet; ehlo 250-mail.test|250 AUTH " + mechanisms);
 }
 
 // Neither the secrets nor what travels of them; every test of a login ends with this.

@@ -4,7 +4,6 @@
 #include "mail/AutoFix.h"
 #include "mail/ClsMailMan.h"
 #include "mail/MailManText.h"
-#include "mail/NtlmVersion.h"
 #include "mail/SmtpStatus.h"
 #include "tests/fixtures/FakeSystem.h"
 
@@ -174,13 +173,6 @@ TEST(SmtpOutcome, firstFailureNamesIt) {
     EXPECT_EQ(statusWord(outcome.status()), "Success");
     outcome.settle(false);
     EXPECT_EQ(statusWord(outcome.status()), "Failed");
-}
-
-TEST(NtlmVersion, isStoredUnchecked) {
-    EXPECT_EQ(defaultNtlmVersion(), 2);
-    setDefaultNtlmVersion(-7);
-    EXPECT_EQ(defaultNtlmVersion(), -7);
-    setDefaultNtlmVersion(2);
 }
 
 }  // namespace

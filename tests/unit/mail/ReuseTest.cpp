@@ -1,23 +1,17 @@
 // When an open connection serves the next send, and what makes a new one.
-#include <functional>
-
 #include "tests/unit/mail/MailDialogue.h"
 
 namespace tv::test {
 namespace {
 
-Turns transaction() {
-    return {mailFrom(), rcptTo(), data(), message()};
-}
-
 TEST(Reuse, secondSendNeedsNoGreeting) {
     MailWorld world;
     world.compose();
-    world.serve(opened() + transaction() + transaction() + Turns{quit()});
-    EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+    world.serve("open; transaction; transaction; quit");
+    EXPECT_TRUE(world.send());
     world.mailMan.ClearSmtpSessionLog();
     world.clock.advanceMs(59999);
-    EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+    EXPECT_TRUE(world.send());
     EXPECT_TRUE(contains(world.logText(), "Using existing/open SMTP connection to send email."));
     EXPECT_TRUE(world.transcript().starts_with("MAIL FROM:"));
     EXPECT_EQ(world.net.connects.size(), 1u);
@@ -26,63 +20,56 @@ TEST(Reuse, secondSendNeedsNoGreeting) {
 TEST(Reuse, refusedTransactionLeavesTheConnection) {
     MailWorld world;
     world.compose();
-    world.serve(opened() + Turns{mailFrom("550 no\r\n"), rset()} + transaction() + Turns{quit()});
-    EXPECT_FALSE(world.mailMan.SendEmail(world.email));
-    EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+    world.serve("open; mail 550 no; rset; transaction; quit");
+    EXPECT_FALSE(world.send());
+    EXPECT_TRUE(world.send());
 }
 
 TEST(Reuse, refusedMessageDoesNot) {
     MailWorld world;
     world.compose();
-    world.serve(opened() + Turns{mailFrom(), rcptTo(), data(), message("554 no\r\n")});
-    world.serve(wholeSend());
-    EXPECT_FALSE(world.mailMan.SendEmail(world.email));
-    EXPECT_TRUE(world.mailMan.SendEmail(world.email));
-}
-
-struct Change {
-    const char* name;
-    std::function<void(MailWorld&)> make;
-    const char* logged;  // nullptr: the connection is used again
-};
-
-void set(MailWorld& world, const char* name, const char* value) {
-    world.mailMan.setProperty(name, XString(value));
+    world.serve("open; mail; rcpt; data; text 554 no");
+    world.serve("whole");
+    EXPECT_FALSE(world.send());
+    EXPECT_TRUE(world.send());
 }
 
 TEST(Reuse, changesThatMatter) {
-    const Change rows[] = {
-        {"nothing", [](MailWorld&) {}, nullptr},
-        {"port", [](MailWorld& w) { set(w, "SmtpPort", "2525"); }, "SMTP port changed."},
-        {"host", [](MailWorld& w) { set(w, "SmtpHost", "mail.test"); }, "SMTP host changed."},
-        {"host in capitals", [](MailWorld& w) { set(w, "SmtpHost", " HTTP://10.0.0.1/ "); },
-         nullptr},
-        {"method", [](MailWorld& w) { set(w, "SmtpAuthMethod", "login"); },
-         "SMTP auth method changed."},
-        {"user", [](MailWorld& w) { set(w, "SmtpUsername", "u"); }, "SMTP username changed."},
-        {"password", [](MailWorld& w) { set(w, "SmtpPassword", "p"); }, "SMTP password changed."},
-        {"token", [](MailWorld& w) { set(w, "OAuth2AccessToken", "t"); },
-         "SMTP OAuth2 access token changed."},
-        {"domain", [](MailWorld& w) { set(w, "LoginDomain", "d"); }, "SMTP login domain changed."},
-        {"idle", [](MailWorld& w) { w.clock.advanceMs(60000); },
-         "Reconnecting because the connection has been idle for too long."},
+    const struct {
+        const char* property;  // nullptr: time passes
+        const char* value;
+        const char* logged;  // nullptr: the connection is used again
+    } rows[] = {
+        {"SmtpPort", "25", nullptr},
+        {"SmtpPort", "2525", "SMTP port changed."},
+        {"SmtpHost", "mail.test", "SMTP host changed."},
+        {"SmtpHost", " HTTP://10.0.0.1/ ", nullptr},
+        {"SmtpAuthMethod", "login", "SMTP auth method changed."},
+        {"SmtpUsername", "u", "SMTP username changed."},
+        {"SmtpPassword", "p", "SMTP password changed."},
+        {"OAuth2AccessToken", "t", "SMTP OAuth2 access token changed."},
+        {"LoginDomain", "d", "SMTP login domain changed."},
+        {nullptr, "60000", "Reconnecting because the connection has been idle for too long."},
     };
-    for (const Change& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value);
         MailWorld world;
         world.net.name("mail.test", {kServer});
         world.compose();
-        const Turns again = transaction() + Turns{quit()};
-        FakeLink& first = world.serve(opened() + transaction() + again);
+        FakeLink& first = world.serve("open; transaction; transaction; quit");
         first.mayEndEarly = true;
         FakeLink* second = nullptr;
         if (row.logged) {
-            const int port = std::string_view(row.name) == "port" ? 2525 : 25;
-            second = &world.serve(wholeSend(), port);
+            const int port = std::string_view(row.value) == "2525" ? 2525 : 25;
+            second = &world.serve("whole", port);
         }
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
-        row.make(world);
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email)) << world.logText();
+        EXPECT_TRUE(world.send());
+        if (row.property) {
+            world.set(row.property, row.value);
+        } else {
+            world.clock.advanceMs(60000);
+        }
+        EXPECT_TRUE(world.send()) << world.logText();
         if (row.logged) {
             EXPECT_TRUE(contains(world.logText(), row.logged)) << world.logText();
             EXPECT_TRUE(first.closedByClient);
@@ -99,17 +86,12 @@ TEST(Reuse, tlsFlagsNeverKeepThePlainConnection) {
         SCOPED_TRACE(flag);
         MailWorld world(Properties{{"SmtpPort", "2525"}});
         world.compose();
-        world.serve(opened() + transaction(), 2525);
+        world.serve("open; transaction", 2525);
         const bool startTls = std::string_view(flag) == "StartTLS";
-        if (startTls) {
-            world.serve({greeting(), ehlo("250 STARTTLS\r\n"), turn("STARTTLS\r\n", "454 no\r\n")},
-                        2525);
-        } else {
-            world.serve({silence()}, 2525);
-        }
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+        world.serve(startTls ? "greet; ehlo 250 STARTTLS; 'STARTTLS' 454 no" : "silence", 2525);
+        EXPECT_TRUE(world.send());
         world.mailMan.setProperty(flag, 1);
-        EXPECT_FALSE(world.mailMan.SendEmail(world.email));
+        EXPECT_FALSE(world.send());
         EXPECT_TRUE(contains(world.logText(), "SMTP TLS settings changed."));
         EXPECT_EQ(world.word(), startTls ? "StartTlsFailed" : "ConnectFailed");
     }
@@ -118,21 +100,21 @@ TEST(Reuse, tlsFlagsNeverKeepThePlainConnection) {
 TEST(Reuse, aConnectionThatIsNoLongerQuietIsDropped) {
     struct {
         const char* name;
-        Turn last;
+        const char* last;
     } const rows[] = {
-        {"closed", message().thenClose()},
-        {"reset", message().thenReset()},
-        {"a word out of turn", message("250 taken\r\n421 timeout\r\n")},
-        {"half a word", message("250 taken\r\n4")},
+        {"closed", "text !close"},
+        {"reset", "text !reset"},
+        {"a word out of turn", "text 250 taken|421 timeout"},
+        {"half a word", "text 250 taken|4~"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         MailWorld world;
         world.compose();
-        world.serve(opened() + Turns{mailFrom(), rcptTo(), data(), row.last});
-        world.serve(wholeSend());
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+        world.serve(script("open; mail; rcpt; data") + script(row.last));
+        world.serve("whole");
+        EXPECT_TRUE(world.send());
+        EXPECT_TRUE(world.send());
         EXPECT_TRUE(contains(world.logText(), "No connection, need new SMTP connection."));
         EXPECT_TRUE(world.clock.sleeps.empty()) << "found before anything was sent";
     }
@@ -141,32 +123,25 @@ TEST(Reuse, aConnectionThatIsNoLongerQuietIsDropped) {
 TEST(Reuse, aConnectionThatDiesAtTheSecondSendIsRetried) {
     MailWorld world;
     world.compose();
-    world.serve(opened() + transaction() + Turns{mailFrom("").thenClose()});
-    FakeLink& second = world.serve(wholeSend());
-    EXPECT_TRUE(world.mailMan.SendEmail(world.email));
-    EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+    world.serve("open; transaction; mail -!close");
+    FakeLink& second = world.serve("whole");
+    EXPECT_TRUE(world.send());
+    EXPECT_TRUE(world.send());
     EXPECT_EQ(world.clock.sleeps, std::vector<uint32_t>{500});
     EXPECT_FALSE(messageOf(second).empty());
 }
 
 TEST(Reuse, automaticReset) {
-    const struct {
-        Turn answer;
-        bool reused;
-    } rows[] = {{rset(), true}, {rset("500 what\r\n"), false}, {rset("").thenClose(), false}};
-    for (const auto& row : rows) {
+    for (const char* answer : {"rset", "rset 500 what", "rset -!close"}) {
+        const bool reused = std::string_view(answer) == "rset";
         MailWorld world(Properties{{"AutoSmtpRset", "1"}});
         world.compose();
-        const Turns start = opened() + transaction() + Turns{row.answer};
-        if (row.reused) {
-            world.serve(start + transaction() + Turns{quit()});
-        } else {
-            world.serve(start);
-            world.serve(wholeSend());
-        }
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
-        EXPECT_EQ(contains(world.logText(), "Non-success RSET response."), !row.reused);
+        const Turns start = script("open; transaction") + script(answer);
+        world.serve(reused ? start + script("delivered") : start);
+        if (!reused) world.serve("whole");
+        EXPECT_TRUE(world.send());
+        EXPECT_TRUE(world.send());
+        EXPECT_EQ(contains(world.logText(), "Non-success RSET response."), !reused);
     }
 }
 
@@ -180,17 +155,11 @@ TEST(Reuse, eachSendHasItsOwnIdentifierAndARetryKeepsIt) {
             world.random.bytes.push_back(static_cast<uint8_t>(i));
         }
         world.compose();
-        const Turns begin = opened() + transaction();
-        FakeLink* first = nullptr;
-        FakeLink* second = nullptr;
-        if (retried) {
-            first = &world.serve(begin + Turns{mailFrom(), rcptTo(), data("").thenClose()});
-            second = &world.serve(wholeSend());
-        } else {
-            first = second = &world.serve(begin + transaction() + Turns{quit()});
-        }
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+        FakeLink* first = &world.serve(retried ? "open; transaction; mail; rcpt; data -!close"
+                                               : "open; transaction; transaction; quit");
+        FakeLink* second = retried ? &world.serve("whole") : first;
+        EXPECT_TRUE(world.send());
+        EXPECT_TRUE(world.send());
         drawn[retried] = world.random.given;
         if (retried) {
             EXPECT_TRUE(contains(messageOf(*second), "Message-ID:"));
@@ -208,7 +177,7 @@ TEST(Reuse, destructionSaysQuitAndWaitsAtMostFiveSeconds) {
         mailMan->setProperty("SmtpHost", XString(kServer));
         mailMan->setProperty("ReadTimeout", XString(timeout));
         world.compose();
-        world.serve(opened() + transaction() + Turns{turn("QUIT\r\n", ""), silence()});
+        world.serve("open; transaction; 'QUIT' -; silence");
         EXPECT_TRUE(mailMan->SendEmail(world.email));
         const uint64_t before = world.clock.nowNs;
         mailMan.reset();

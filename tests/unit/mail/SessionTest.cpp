@@ -1,5 +1,7 @@
 // What surrounds the transaction: the trial connection, STARTTLS, and host texts that try
 // to speak SMTP themselves.
+#include <algorithm>
+
 #include "tests/unit/mail/MailDialogue.h"
 
 namespace tv::test {
@@ -7,7 +9,7 @@ namespace {
 
 TEST(Verify, greetsAndLeaves) {
     MailWorld world(Properties{{"SmtpUsername", "u"}, {"SmtpPassword", "wrong"}});
-    world.serve({greeting(), ehlo("250-x\r\n250 AUTH LOGIN\r\n"), quit()});
+    world.serve("greet; ehlo 250-x|250 AUTH LOGIN; quit");
     EXPECT_TRUE(world.mailMan.VerifySmtpConnection());
     EXPECT_TRUE(contains(world.logText(), "initSmtp:"));
     EXPECT_TRUE(contains(world.logText(), "Success."));
@@ -18,18 +20,17 @@ TEST(Verify, greetsAndLeaves) {
 TEST(Verify, leavesTheOpenConnectionAlone) {
     MailWorld world;
     world.compose();
-    FakeLink& own = world.serve(opened() + Turns{mailFrom(), rcptTo(), data(), message(),
-                                                 mailFrom(), rcptTo(), data(), message(), quit()});
-    world.serve(trialTurns());
-    EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+    FakeLink& own = world.serve("open; transaction; transaction; quit");
+    world.serve("trial");
+    EXPECT_TRUE(world.send());
     EXPECT_TRUE(world.mailMan.VerifySmtpConnection());
     EXPECT_FALSE(own.closedByClient);
-    EXPECT_TRUE(world.mailMan.SendEmail(world.email));
+    EXPECT_TRUE(world.send());
 }
 
 TEST(Verify, correctsSettingsForGood) {
     MailWorld world(Properties{{"SmtpPort", "110"}, {"SmtpSsl", "1"}});
-    world.serve(trialTurns());
+    world.serve("trial");
     EXPECT_TRUE(world.mailMan.VerifySmtpConnection());
     EXPECT_EQ(world.mailMan.settings().smtpPort, 25);
     EXPECT_FALSE(world.mailMan.settings().smtpSsl);
@@ -38,7 +39,7 @@ TEST(Verify, correctsSettingsForGood) {
 
     MailWorld unfixed(
         Properties{{"SmtpPort", "2525"}, {"AutoFix", "0"}, {"SmtpSsl", "1"}, {"StartTLS", "1"}});
-    unfixed.serve({greeting(), ehlo(), turn("STARTTLS\r\n", "502 no\r\n")}, 2525);
+    unfixed.serve("open; 'STARTTLS' 502 no", 2525);
     EXPECT_FALSE(unfixed.mailMan.VerifySmtpConnection());
     EXPECT_FALSE(unfixed.mailMan.settings().smtpSsl) << "both flags: STARTTLS was meant";
 }
@@ -53,95 +54,79 @@ TEST(Verify, failureIsInTheLog) {
     EXPECT_EQ(world.transcript(), "");
 }
 
-TEST(StartTls, refusalEndsTheSendAndNeverGoesOnInClear) {
-    const struct {
-        const char* reply;
-        const char* logged;
-    } rows[] = {
-        {"454 not now\r\n", "The server refused STARTTLS: 454 not now"},
-        {"503 bad sequence\r\n", "The solution is to enable STARTTLS on the mail server."},
-    };
-    for (const auto& row : rows) {
-        MailWorld world(Properties{{"StartTLS", "1"}});
-        world.compose();
-        FakeLink& link = world.serve({greeting(), ehlo(), turn("STARTTLS\r\n", row.reply)});
-        EXPECT_FALSE(world.mailMan.SendEmail(world.email));
-        EXPECT_EQ(world.word(), "StartTlsFailed");
-        EXPECT_TRUE(contains(world.logText(), "Non-success STARTTLS response."));
-        EXPECT_TRUE(contains(world.logText(), row.logged)) << world.logText();
-        EXPECT_TRUE(world.transcript().ends_with(row.reply));
-        EXPECT_TRUE(link.closedByClient);
-    }
-}
-
-TEST(StartTls, ehloBeforeItMayFail) {
-    MailWorld world(Properties{{"StartTLS", "1"}});
-    world.compose();
-    world.serve({greeting(), ehlo("502 what\r\n")});
-    EXPECT_FALSE(world.mailMan.SendEmail(world.email));
-    EXPECT_EQ(world.word(), "GreetingError");
-}
-
 // An attacker's words may stand between the reply and the handshake.
 TEST(StartTls, clearTextAfterTheReplyIsRefused) {
     MailWorld world(Properties{{"StartTLS", "1"}});
     world.compose();
-    world.serve({greeting(), ehlo(), turn("STARTTLS\r\n", "220 go\r\n250 injected\r\n")});
-    EXPECT_FALSE(world.mailMan.SendEmail(world.email));
+    world.serve("open; 'STARTTLS' 220 go|250 injected");
+    EXPECT_FALSE(world.send());
     EXPECT_EQ(world.word(), "StartTlsFailed");
     EXPECT_TRUE(world.transcript().ends_with(
         "StartTlsFailed: The server sent unencrypted data after its reply to STARTTLS.\r\n"));
 }
 
-TEST(StartTls, aFailedHandshakeEndsTheSession) {
-    MailWorld world(Properties{{"StartTLS", "1"}, {"ReadTimeout", "1000"}});
-    world.compose();
-    FakeLink& link =
-        world.serve({greeting(), ehlo(), turn("STARTTLS\r\n", "220 go\r\n"), silence()});
-    EXPECT_FALSE(world.mailMan.SendEmail(world.email));
-    EXPECT_EQ(world.word(), "StartTlsFailed");
-    EXPECT_TRUE(contains(world.logText(), "Failed to establish TLS connection."));
-    EXPECT_TRUE(world.transcript().ends_with(
-        "220 go\r\nStartTlsFailed: The TLS handshake after STARTTLS failed: Timeout in the TLS "
-        "handshake.\r\n"));
-    EXPECT_TRUE(link.closedByClient);
-    EXPECT_FALSE(contains(link.fromClient, "MAIL FROM"));
-}
-
-// Offered but not demanded: a refusal goes on in clear, and a host may say it wants none of it.
-TEST(StartTls, ifPossible) {
-    for (const bool wanted : {true, false}) {
-        MailWorld world;
-        if (!wanted) world.mailMan.setProperty("StartTLSifPossible", XString("0"));
+// Nobody answers the hello: everything is said again, the second hello is without TLS 1.3.
+TEST(StartTls, anUnansweredHelloIsRepeatedWithoutTls13) {
+    constexpr std::string_view kSupportedVersions("\x00\x2b\x00\x09\x08\x03\x04", 7);
+    const struct {
+        const char* name;
+        const char* steps;
+        const char* cause;
+        const char* policy;
+        size_t connections;
+    } kRows[] = {
+        {"silence", "open; 'STARTTLS' 220 go; silence", "Timeout in the TLS handshake", "", 2},
+        {"end of stream", "open; 'STARTTLS' 220 go !close", "", "", 2},
+        {"no TLS 1.3 wanted", "open; 'STARTTLS' 220 go !close", "", "TLS 1.2 or lower", 1},
+    };
+    for (const auto& row : kRows) {
+        MailWorld world(Properties{{"StartTLS", "1"}, {"ReadTimeout", "1000"}});
+        world.set("TlsProtocol", row.policy);
         world.compose();
-        Turns turns = {greeting(), ehlo("250-x\r\n250 STARTTLS\r\n")};
-        if (wanted) turns.push_back(turn("STARTTLS\r\n", "503 bad sequence\r\n"));
-        world.serve(turns + Turns{mailFrom(), rcptTo(), data(), message(), quit()});
-        EXPECT_TRUE(world.mailMan.SendEmail(world.email));
-        EXPECT_EQ(contains(world.logText(), "Automatically doing STARTTLS..."), wanted);
+        std::vector<FakeLink*> links;
+        for (size_t i = 0; i < row.connections; ++i) {
+            links.push_back(&world.serve(row.steps));
+        }
+        EXPECT_FALSE(world.send());
+        EXPECT_EQ(world.net.connects.size(), row.connections) << row.name;
+        EXPECT_EQ(world.word(), "StartTlsFailed") << row.name;
+        EXPECT_TRUE(contains(world.logText(), "Failed to establish TLS connection."));
+        EXPECT_EQ(contains(world.logText(),
+                           "Failed to read the TLS server hello.  Retry without TLS 1.3"),
+                  row.connections == 2);
+        EXPECT_TRUE(contains(world.transcript(),
+                             "220 go\r\nStartTlsFailed: The TLS handshake after STARTTLS failed: " +
+                                 std::string(row.cause)))
+            << world.transcript();
+        for (const FakeLink* link : links) {
+            EXPECT_TRUE(contains(link->fromClient, "STARTTLS\r\n\x16\x03")) << row.name;
+            EXPECT_EQ(contains(link->fromClient, kSupportedVersions),
+                      link == links.front() && row.connections == 2)
+                << row.name;
+            EXPECT_TRUE(link->closedByClient);
+            EXPECT_FALSE(contains(link->fromClient, "MAIL FROM"));
+        }
     }
 }
 
 TEST(Injection, noSetterAddsACommandOrAHeader) {
     const std::string evil = "\r\nRSET\r\nMAIL FROM:<evil@evil.test>\r\nX-Evil: 1\n\rBcc: evil";
-    const std::vector<std::string> setters = {
-        "HeloHostname",
-        "SmtpUsername",
-        "SmtpPassword",
-        "SmtpAuthMethod",
-        "LoginDomain",
-        "DsnRet",
-        "DsnEnvid",
-        "DsnNotify",
-        "OAuth2AccessToken",
-        "SmtpHost",
-        "from",
-        "to",
-        "cc",
-        "bcc",
-        "subject",
-        "displayName",
-    };
+    const std::vector<std::string> setters = {"HeloHostname",
+                                              "SmtpUsername",
+                                              "SmtpPassword",
+                                              "SmtpAuthMethod",
+                                              "LoginDomain",
+                                              "DsnRet",
+                                              "DsnEnvid",
+                                              "DsnNotify",
+                                              "OAuth2AccessToken",
+                                              "SmtpHost",
+                                              "from",
+                                              "to",
+                                              "cc",
+                                              "bcc",
+                                              "subject",
+                                              "displayName"};
     for (const std::string& setter : setters) {
         SCOPED_TRACE(setter);
         MailWorld world;
@@ -157,10 +142,9 @@ TEST(Injection, noSetterAddsACommandOrAHeader) {
         world.mailMan.setProperty(setter, XString((setter == "SmtpHost" ? kServer : "x") + evil));
 
         // Whatever comes is answered line by line, as a real server would.
-        Turns turns = {greeting(), upTo("\r\n", "250-x\r\n250 DSN\r\n"), upTo("\r\n", "250 ok\r\n"),
-                       upTo("\r\n", "250 ok\r\n")};
-        if (setter == "cc" || setter == "bcc") turns.push_back(upTo("\r\n", "250 ok\r\n"));
-        turns = turns + Turns{data(), message(), quit()};
+        const bool copied = setter == "cc" || setter == "bcc";
+        const Turns turns = script("greet; any 250-x|250 DSN; any; any") +
+                            script(copied ? "any; data; text; quit" : "data; text; quit");
         FakeLink& link = world.serve(turns);
         link.mayEndEarly = setter == "SmtpHost" || setter == "to" || setter == "from";
         const bool sent = world.mailMan.SendEmail(email);
@@ -168,16 +152,12 @@ TEST(Injection, noSetterAddsACommandOrAHeader) {
             // Refusing the address is as good an answer.
             EXPECT_TRUE(setter == "to" || setter == "from" || setter == "cc") << world.transcript();
         }
-        size_t commands = 0;
         const std::string client = link.fromClient.substr(0, link.fromClient.find("DATA\r\n"));
-        for (size_t at = 0; (at = client.find('\n', at)) != std::string::npos; ++at) {
-            ++commands;
-        }
+        const auto commands = static_cast<size_t>(std::count(client.begin(), client.end(), '\n'));
         EXPECT_EQ(commands, link.fromClient.empty() ? 0u : turns.size() - 4);
-        EXPECT_FALSE(contains(link.fromClient, "\nX-Evil")) << link.fromClient;
-        EXPECT_FALSE(contains(link.fromClient, "\nBcc: evil")) << link.fromClient;
-        EXPECT_FALSE(contains(link.fromClient, "\rBcc: evil")) << link.fromClient;
-        EXPECT_FALSE(contains(link.fromClient, "\nRSET")) << link.fromClient;
+        for (const char* line : {"\nX-Evil", "\nBcc: evil", "\rBcc: evil", "\nRSET"}) {
+            EXPECT_FALSE(contains(link.fromClient, line)) << link.fromClient;
+        }
     }
 }
 

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "mail/SmtpAuth.h"
-
 namespace tv {
 namespace {
 
@@ -74,57 +72,6 @@ TEST(SmtpCapabilities, onlyGrow) {
     smtp::addEhloReply({"EHLO", 250, {"250-AUTH NTLM\r\n", "250 DSN\r\n"}}, found);
     smtp::addEhloReply({"EHLO", 250, {"250 AUTH PLAIN\r\n"}}, found);
     EXPECT_EQ(shown(found), "dsn plain ntlm");
-}
-
-TEST(AuthMechanisms, configuredMethodReplacesTheAnnounced) {
-    struct {
-        const char* method;
-        const char* left;
-    } const rows[] = {
-        {"", "cram login"},       {"LOGIN", "login"}, {"PLAIN", "plain"},     {"CRAM-MD5", "cram"},
-        {"NTLM", "ntlm"},         {"MSN", "msn"},     {"XOAUTH2", "xoauth2"}, {"OAUTH2", "xoauth2"},
-        {"DIGEST", "cram login"}, {"NONE", ""},
-    };
-    AuthMechanisms announced;
-    announced.cramMd5 = announced.login = true;
-    for (const auto& row : rows) {
-        SmtpCapabilities left;
-        left.auth = smtp::restrictedTo(row.method, announced);
-        EXPECT_EQ(shown(left), row.left) << row.method;
-    }
-}
-
-TEST(AuthMechanisms, areChosenInOrder) {
-    // Each row takes away the mechanism that the row before chose.
-    struct {
-        bool AuthMechanisms::*without;
-        AuthMechanism chosen;
-    } const rows[] = {
-        {nullptr, AuthMechanism::Login},
-        {&AuthMechanisms::login, AuthMechanism::Ntlm},
-        {&AuthMechanisms::ntlm, AuthMechanism::Msn},
-        {&AuthMechanisms::msn, AuthMechanism::CramMd5},
-        {&AuthMechanisms::cramMd5, AuthMechanism::Plain},
-        {&AuthMechanisms::plain, AuthMechanism::DigestMd5},
-        {&AuthMechanisms::digestMd5, AuthMechanism::Gssapi},
-        {&AuthMechanisms::gssapi, AuthMechanism::KerberosV4},
-        {&AuthMechanisms::kerberosV4, AuthMechanism::Anonymous},
-        {&AuthMechanisms::anonymous, AuthMechanism::None},
-    };
-    AuthMechanisms offered;
-    offered.login = offered.ntlm = offered.msn = offered.cramMd5 = offered.plain = true;
-    offered.digestMd5 = offered.gssapi = offered.kerberosV4 = offered.anonymous = true;
-    for (const auto& row : rows) {
-        if (row.without) offered.*row.without = false;
-        EXPECT_EQ(smtp::chooseMechanism(offered, true, false), row.chosen);
-        EXPECT_EQ(smtp::chooseMechanism(offered, false, false), AuthMechanism::None);
-    }
-    AuthMechanisms loginOnly;
-    loginOnly.login = true;
-    EXPECT_EQ(smtp::chooseMechanism(loginOnly, true, true), AuthMechanism::Xoauth2);
-    AuthMechanisms plainOnly;
-    plainOnly.plain = true;
-    EXPECT_EQ(smtp::chooseMechanism(plainOnly, true, true), AuthMechanism::Plain);
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 // The message on its way: dots, blocks, sizes, the sent-mail log, and what a broken render does.
+#include <algorithm>
 #include <cstdio>
 
 #include "log/tvLogger.h"
 #include "mail/SmtpTransfer.h"
+#include "tests/fixtures/TestData.h"
 #include "tests/unit/mail/MailDialogue.h"
 
 namespace tv::test {
@@ -24,6 +26,7 @@ struct TransferWorld {
         send.recipients = {kFirst};
     }
 
+    FakeLink& serve(std::string_view steps) { return net.serve(kServer, 25, script(steps)); }
     bool transfer() {
         EXPECT_TRUE(connection.smtpConnectAndAuthenticate(false, params, log));
         EXPECT_TRUE(send.measure(log));
@@ -49,7 +52,7 @@ TEST(Transfer, stuffsDotsOnTheWay) {
             TransferWorld world;
             world.connection.settings.sendChunkSize = chunk;
             world.send.mimeData.append(row.given);
-            FakeLink& link = world.net.serve(kServer, 25, wholeSend());
+            FakeLink& link = world.serve("whole");
             EXPECT_TRUE(world.transfer());
             EXPECT_EQ(messageOf(link), row.sent);
             const std::string size = std::to_string(std::string_view(row.sent).size());
@@ -75,7 +78,7 @@ TEST(Transfer, largeMessagesGoInBlocksWithoutNoDelay) {
     for (const auto& row : rows) {
         TransferWorld world;
         world.send.mimeData.append(lines(row.lineCount));
-        FakeLink& link = world.net.serve(kServer, 25, wholeSend());
+        FakeLink& link = world.serve("whole");
         const size_t before = world.net.sockets;
         EXPECT_TRUE(world.transfer());
         EXPECT_EQ(world.net.sockets, before + 1);
@@ -93,7 +96,7 @@ TEST(Transfer, recipientsWithoutAnAddressAreNone) {
     TransferWorld world;
     world.send.mimeData.append("A: b\r\n\r\n");
     world.send.recipients = {"", "<>", " ; ", "\r\n"};
-    world.net.serve(kServer, 25, opened() + Turns{quit()});
+    world.serve("open; quit");
     EXPECT_FALSE(world.transfer());
     EXPECT_EQ(world.word(), "NoValidRecipients");
 }
@@ -101,15 +104,15 @@ TEST(Transfer, recipientsWithoutAnAddressAreNone) {
 TEST(Transfer, aFlightLeavesInOneWrite) {
     TransferWorld world;
     world.send.mimeData.append("A: b\r\n\r\n");
-    Turns turns = openedPiped() + Turns{mailFrom()};
+    std::string steps = "open-piped; mail; ";
     world.send.recipients.clear();
     for (int i = 0; i < 300; ++i) {
         const std::string address = "r" + std::to_string(i) + "@to.test";
         world.send.recipients.push_back(address);
         world.send.recipients.emplace_back();  // empty entries are passed over
-        turns.push_back(rcptTo("250 ok\r\n", address));
+        steps += "'RCPT TO:<" + address + ">' 250 ok; ";
     }
-    FakeLink& link = world.net.serve(kServer, 25, turns + Turns{data(), message(), quit()});
+    FakeLink& link = world.serve(steps + "data; text; quit");
     EXPECT_TRUE(world.transfer());
     EXPECT_EQ(link.sends, 4u) << "EHLO, the flight, the message, the terminator";
     EXPECT_EQ(world.send.acceptedCount, 300);
@@ -122,11 +125,11 @@ TEST(Transfer, thousandsOfRecipientsGoInSeveralFlights) {
         TransferWorld world;
         world.send.mimeData.append("A: b\r\n\r\n");
         world.send.recipients.assign(2500, kFirst);
-        Turns turns = openedPiped() + Turns{mailFrom(refused ? "550 no\r\n" : "250 ok\r\n")};
-        const Turn answer = rcptTo(refused ? "503 x\r\n" : "250 ok\r\n");
-        turns.insert(turns.end(), refused ? 1000 : 2500, answer);
-        turns = turns + (refused ? Turns{rset(), quit()} : Turns{data(), message(), quit()});
-        FakeLink& link = world.net.serve(kServer, 25, turns);
+        std::string steps = refused ? "open-piped; mail 550 no; " : "open-piped; mail; ";
+        for (int i = 0; i < (refused ? 1000 : 2500); ++i) {
+            steps += refused ? "rcpt 503 x; " : "rcpt; ";
+        }
+        FakeLink& link = world.serve(steps + (refused ? "rset; quit" : "data; text; quit"));
         EXPECT_EQ(world.transfer(), !refused);
         EXPECT_EQ(link.sends, refused ? 3u : 6u);
         EXPECT_EQ(world.word(), refused ? "FromFailure" : "Success");
@@ -136,9 +139,7 @@ TEST(Transfer, thousandsOfRecipientsGoInSeveralFlights) {
 TEST(Transfer, noopKeepsAConnectionThatAnswers) {
     for (const bool answers : {true, false}) {
         TransferWorld world;
-        const Turn noop = turn("NOOP\r\n", answers ? "250 ok\r\n" : "");
-        world.net.serve(kServer, 25,
-                        opened() + (answers ? Turns{noop, quit()} : Turns{noop.thenClose()}));
+        world.serve(answers ? "open; 'NOOP' 250 ok; quit" : "open; 'NOOP' -!close");
         EXPECT_TRUE(world.connection.smtpConnect(world.params, world.log));
         EXPECT_EQ(world.connection.smtpNoop(world.log, world.params), answers);
         EXPECT_EQ(world.connection.isConnected(), answers);
@@ -151,35 +152,11 @@ TEST(Transfer, recipientsOnly) {
         world.send.mimeData.append("A: b\r\n\r\n");
         world.send.checkRecipientsOnly = true;
         world.send.recipients = {kFirst, kSecond};
-        world.net.serve(
-            kServer, 25,
-            (piped ? openedPiped() : opened()) +
-                Turns{mailFrom(), rcptTo(), rcptTo("550 no\r\n", kSecond), rset(), quit()});
+        world.serve(std::string(piped ? "open-piped" : "open") +
+                    "; mail; rcpt; rcpt2 550 no; rset; quit");
         EXPECT_TRUE(world.transfer());
         EXPECT_EQ(world.send.goodRecipients, std::vector<std::string>{kFirst});
         EXPECT_EQ(world.send.badRecipients, std::vector<std::string>{kSecond});
-    }
-}
-
-TEST(Transfer, dsnParametersOnlyWhereAnnounced) {
-    for (const bool announced : {false, true}) {
-        TransferWorld world;
-        world.send.mimeData.append("A: b\r\n\r\n");
-        world.connection.settings.dsnRet.setUtf8("HDRS");
-        world.connection.settings.dsnNotify.setUtf8("FAILURE");
-        const Turns turns = {greeting(),
-                             ehlo(announced ? "250 DSN\r\n" : "250 x\r\n"),
-                             turn(announced ? "MAIL FROM:<anna@from.test> RET=HDRS\r\n"
-                                            : "MAIL FROM:<anna@from.test>\r\n",
-                                  "250 ok\r\n"),
-                             turn(announced ? "RCPT TO:<bela@to.test> NOTIFY=FAILURE\r\n"
-                                            : "RCPT TO:<bela@to.test>\r\n",
-                                  "250 ok\r\n"),
-                             data(),
-                             message(),
-                             quit()};
-        world.net.serve(kServer, 25, turns);
-        EXPECT_TRUE(world.transfer());
     }
 }
 
@@ -202,8 +179,7 @@ TEST(Transfer, aMessageThatBreaksOffNeverGetsItsTerminator) {
             if (++renders == 1) return out.write("A: b\r\n\r\nbody\r\n");
             return out.write(row.later) && row.succeeds;
         };
-        FakeLink& link =
-            world.net.serve(kServer, 25, opened() + Turns{mailFrom(), rcptTo(), data(), silence()});
+        FakeLink& link = world.serve("open; mail; rcpt; data; silence");
         link.mayEndEarly = true;
         EXPECT_FALSE(world.transfer());
         EXPECT_EQ(world.word(), "RenderFailed");
@@ -223,23 +199,11 @@ TEST(Transfer, anExceptionLeavesNoConnectionToUseAgain) {
         if (++renders > 1) throw std::bad_alloc();
         return out.write("A: b\r\n\r\n");
     };
-    FakeLink& first = world.net.serve(kServer, 25, opened() + Turns{mailFrom(), rcptTo(), data()});
+    FakeLink& first = world.serve("open; mail; rcpt; data");
     EXPECT_THROW(world.transfer(), std::bad_alloc);
-    world.net.serve(kServer, 25, trialTurns());
+    world.serve("trial");
     EXPECT_TRUE(world.connection.smtpConnect(world.params, world.log));
     EXPECT_TRUE(first.closedByClient);
-}
-
-std::string fileText(const std::string& path) {
-    std::string text;
-    if (std::FILE* file = std::fopen(path.c_str(), "rb")) {
-        char buffer[4096];
-        for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, file)) > 0;) {
-            text.append(buffer, got);
-        }
-        std::fclose(file);
-    }
-    return text;
 }
 
 TEST(SentMailLog, holdsTheStuffedMessageBeforeItGoesOut) {
@@ -248,18 +212,16 @@ TEST(SentMailLog, holdsTheStuffedMessageBeforeItGoesOut) {
     const std::string entry =
         "--BEGIN SENT TOLVANE EMAIL--\nA: b\r\n\r\n..x\r\n\n--END SENT TOLVANE EMAIL--\n";
     // Accepted, refused at the end, lost in the middle: each was transferred.
-    const Turns first = opened() + Turns{mailFrom(), rcptTo()};
-    const std::vector<Turns> dialogues = {
-        wholeSend(), first + Turns{data(), message("554 no\r\n")},
-        first + Turns{data().thenReset()},
-        first + Turns{data("554 no\r\n"), rset(), quit()},  // never transferred
+    const char* const dialogues[] = {
+        "whole", "open; mail; rcpt; data; text 554 no", "open; mail; rcpt; data !reset",
+        "open; mail; rcpt; data 554 no; rset; quit",  // never transferred
     };
     std::string wanted;
-    for (size_t i = 0; i < dialogues.size(); ++i) {
+    for (size_t i = 0; i < std::size(dialogues); ++i) {
         TransferWorld world;
         world.connection.settings.sentMailLogFile.setUtf8(path);
         world.send.mimeData.append("A: b\r\n\r\n.x\r\n");
-        world.net.serve(kServer, 25, dialogues[i]);
+        world.serve(dialogues[i]);
         EXPECT_EQ(world.transfer(), i == 0);
         if (i < 3) wanted += entry;
         EXPECT_EQ(fileText(path), wanted) << i;
@@ -272,7 +234,7 @@ TEST(SentMailLog, thatCannotBeWrittenStopsNothing) {
         TransferWorld world;
         world.connection.settings.sentMailLogFile.setUtf8(path);
         world.send.mimeData.append("A: b\r\n\r\n");
-        world.net.serve(kServer, 25, wholeSend());
+        world.serve("whole");
         EXPECT_TRUE(world.transfer()) << path;
     }
 }
@@ -302,7 +264,7 @@ private:
 TEST(Progress, eventsTellTheDialogue) {
     MailWorld world;
     world.compose();
-    world.serve(wholeSend());
+    world.serve("whole");
     Watcher watcher;
     EXPECT_TRUE(world.mailMan.SendEmail(world.email, &watcher));
     const auto has = [&](const char* event) {

@@ -18,66 +18,48 @@ protected:
     XString out_;
 };
 
-TEST_F(ClsEmailTest, FreshMessageHasTheseFieldsInThisOrder) {
-    EXPECT_EQ(renderSent(email_),
-              "MIME-Version: 1.0\r\n"
-              "Date: Sat, 14 Nov 2026 09:05:07 +0100\r\n"
-              "Message-ID: <0405060700010203040506070001020304050607@TESTHOST>\r\n"
-              "Content-Type: text/plain; charset=us-ascii\r\n"
-              "Content-Transfer-Encoding: 7bit\r\n"
-              "X-Priority: 3 (Normal)\r\n"
-              "\r\n");
+std::string joined(const std::vector<std::string>& texts) {
+    std::string out;
+    for (const std::string& one : texts) {
+        out += (out.empty() ? "" : " ") + one;
+    }
+    return out;
 }
 
-struct AddCase {
-    const char* name;
-    std::string displayName;
-    std::string address;
-    bool success;
-    const char* field;
-    std::vector<std::string> envelope;
-};
-
-class AddRecipient : public ClsEmailTest, public testing::WithParamInterface<AddCase> {};
-
-TEST_P(AddRecipient, ToAndCc) {
-    const AddCase& c = GetParam();
-    EXPECT_EQ(email_.AddTo(text(c.displayName), text(c.address)), c.success);
-    EXPECT_EQ(sentField("To"), c.field);
-    EXPECT_EQ(email_.getAllRecipientAddressesA(), c.envelope);
-    email_.ClearTo();
-    EXPECT_EQ(email_.AddCC(text(c.displayName), text(c.address)), c.success);
-    EXPECT_EQ(sentField("Cc"), c.field);
-    EXPECT_EQ(sentField("To"), "(none)");
-    EXPECT_EQ(email_.getAllRecipientAddressesA(), c.envelope);
+TEST_F(ClsEmailTest, ToAndCc) {
+    const struct {
+        const char* name;
+        std::string address;
+        const char* field;  // "(none)": refused
+        const char* envelope;
+    } rows[] = {
+        {"", "a@b", "a@b", "a@b"},
+        {"a@b", " a@b ", "a@b", "a@b"},
+        {"Doe, John", "a@b", "\"Doe, John\" <a@b>", "a@b"},
+        {"", "Anna <a@b.c>", "Anna <a@b.c>", "a@b.c"},
+        {"Bea", "Anna <a@b.c>", "Bea <a@b.c>", "a@b.c"},
+        {"", "a@x; b@y, \"C, D\" <c@z>", "a@x, b@y, \"C, D\" <c@z>", "a@x b@y c@z"},
+        {"José", "a@b", "=?iso-8859-1?Q?Jos=E9?= <a@b>", "a@b"},
+        {"", "a@Müller.de", "a@xn--mller-kva.de", "a@xn--mller-kva.de"},
+        {"", "nobody", "nobody", "nobody"},
+        {"Anna", " \t", "(none)", ""},
+        {"", "<>;", "(none)", ""},
+        {"", std::string(701, 'a') + "@b", "(none)", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.address);
+        ClsEmail email;
+        const bool taken = row.field != std::string_view("(none)");
+        EXPECT_EQ(email.AddTo(text(row.name), text(row.address)), taken);
+        EXPECT_EQ(fieldOf(renderSent(email), "To"), row.field);
+        EXPECT_EQ(joined(email.getAllRecipientAddressesA()), row.envelope);
+        email.ClearTo();
+        EXPECT_EQ(email.AddCC(text(row.name), text(row.address)), taken);
+        EXPECT_EQ(fieldOf(renderSent(email), "Cc"), row.field);
+        EXPECT_EQ(fieldOf(renderSent(email), "To"), "(none)");
+        EXPECT_EQ(joined(email.getAllRecipientAddressesA()), row.envelope);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, AddRecipient,
-    testing::Values(
-        AddCase{"bare", "", "a@b", true, "a@b", {"a@b"}},
-        AddCase{"name_equal_to_address", "a@b", " a@b ", true, "a@b", {"a@b"}},
-        AddCase{"comma_in_name", "Doe, John", "a@b", true, "\"Doe, John\" <a@b>", {"a@b"}},
-        AddCase{"name_in_address", "", "Anna <a@b.c>", true, "Anna <a@b.c>", {"a@b.c"}},
-        AddCase{"given_name_wins", "Bea", "Anna <a@b.c>", true, "Bea <a@b.c>", {"a@b.c"}},
-        AddCase{"several",
-                "",
-                "a@x; b@y, \"C, D\" <c@z>",
-                true,
-                "a@x, b@y, \"C, D\" <c@z>",
-                {"a@x", "b@y", "c@z"}},
-        AddCase{"eight_bit_name", "José", "a@b", true, "=?iso-8859-1?Q?Jos=E9?= <a@b>", {"a@b"}},
-        AddCase{"foreign_domain",
-                "",
-                "a@Müller.de",
-                true,
-                "a@xn--mller-kva.de",
-                {"a@xn--mller-kva.de"}},
-        AddCase{"no_syntax_check", "", "nobody", true, "nobody", {"nobody"}},
-        AddCase{"empty", "Anna", " \t", false, "(none)", {}},
-        AddCase{"brackets_only", "", "<>;", false, "(none)", {}},
-        AddCase{"too_long_for_any_line", "", std::string(701, 'a') + "@b", false, "(none)", {}}),
-    CaseName{});
 
 TEST_F(ClsEmailTest, FailedAddSaysWhyAndChangesNothing) {
     EXPECT_FALSE(email_.AddTo(text("José"), text("")));
@@ -103,7 +85,7 @@ TEST_F(ClsEmailTest, BccStaysInTheEnvelope) {
     EXPECT_FALSE(email_.AddBcc(text(""), text("")));
     EXPECT_EQ(sentField("Bcc"), "(none)");
     EXPECT_EQ(sentField("Content-Type"), "text/plain; charset=us-ascii");
-    EXPECT_EQ(email_.getAllRecipientAddressesA(), (std::vector<std::string>{"a@b", "c@d"}));
+    EXPECT_EQ(joined(email_.getAllRecipientAddressesA()), "a@b c@d");
 
     email_.setUncommonOptions(text("x,UseBccHeader"));
     EXPECT_TRUE(email_.AddBcc(text(""), text("e@f")));
@@ -118,8 +100,7 @@ TEST_F(ClsEmailTest, EnvelopeIsToThenCcThenBcc) {
     email_.AddCC(text(""), text("2@b"));
     email_.AddTo(text(""), text("3@b"));
     email_.AddTo(text(""), text("4@b"));
-    EXPECT_EQ(email_.getAllRecipientAddressesA(),
-              (std::vector<std::string>{"3@b", "4@b", "2@b", "1@b"}));
+    EXPECT_EQ(joined(email_.getAllRecipientAddressesA()), "3@b 4@b 2@b 1@b");
 }
 
 TEST_F(ClsEmailTest, From) {
@@ -208,24 +189,15 @@ TEST_F(ClsEmailTest, AttachmentTypesAndEncodings) {
         const char* fileName;
         const char* content;
         const char* type;
-        const char* header;
+        const char* charset;
         const char* encoded;
+        const char* encoding = "quoted-printable";
     } cases[] = {
-        {"report.TXT", "a=b", "text/plain",
-         "Content-Type: text/plain; charset=us-ascii; name=\"report.TXT\"\r\n"
-         "Content-Transfer-Encoding: quoted-printable\r\n"
-         "Content-Disposition: attachment; filename=\"report.TXT\"\r\n",
-         "a=3Db"},
-        {"u.csv", "\xC5\x91", "text/csv",
-         "Content-Type: text/csv; charset=utf-8; name=\"u.csv\"\r\n"
-         "Content-Transfer-Encoding: quoted-printable\r\n",
-         "=C5=91"},
-        {"ansi.csv", "\xF5", "text/csv", "charset=windows-1252; name=\"ansi.csv\"\r\n", "=F5"},
-        {"photo", "\x01\x02\x03", "application/octet-stream",
-         "Content-Type: application/octet-stream; name=\"photo\"\r\n"
-         "Content-Transfer-Encoding: base64\r\n",
-         "AQID"},
-        {"empty.bin", "", "application/octet-stream", "Content-Transfer-Encoding: base64\r\n", ""},
+        {"report.TXT", "a=b", "text/plain", " charset=us-ascii;", "a=3Db"},
+        {"u.csv", "\xC5\x91", "text/csv", " charset=utf-8;", "=C5=91"},
+        {"ansi.csv", "\xF5", "text/csv", " charset=windows-1252;", "=F5"},
+        {"photo", "\x01\x02\x03", "application/octet-stream", "", "AQID", "base64"},
+        {"empty.bin", "", "application/octet-stream", "", "", "base64"},
     };
     for (const auto& c : cases) {
         const TempFile file(c.fileName, c.content);
@@ -234,10 +206,12 @@ TEST_F(ClsEmailTest, AttachmentTypesAndEncodings) {
         EXPECT_TRUE(email.AddFileAttachment(text(file.path()), out_)) << c.fileName;
         EXPECT_EQ(out_.utf8(), c.type);
         const std::string message = renderSent(email);
-        EXPECT_NE(message.find(c.header), std::string::npos) << message;
-        EXPECT_NE(message.find("\r\n\r\n" + std::string(c.encoded) + "\r\n------"),
-                  std::string::npos)
-            << message;
+        const std::string name = "name=\"" + std::string(c.fileName) + "\"\r\n";
+        const std::string part = "Content-Type: " + std::string(c.type) + ";" + c.charset + " " +
+                                 name + "Content-Transfer-Encoding: " + c.encoding +
+                                 "\r\nContent-Disposition: attachment; file" + name + "\r\n" +
+                                 c.encoded + "\r\n------";
+        EXPECT_NE(message.find(part), std::string::npos) << part << "is not in\n" << message;
     }
 }
 

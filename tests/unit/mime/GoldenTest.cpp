@@ -5,8 +5,8 @@
 #include <sstream>
 
 #include "mime/TvEmail.h"
-#include "tests/unit/mime/MimeSupport.h"
 #include "tests/fixtures/TestData.h"
+#include "tests/unit/mime/MimeSupport.h"
 
 namespace tv::test {
 namespace {

@@ -20,9 +20,7 @@ TEST(EncodedWord, EachByteInQ) {
 TEST(EncodedWord, Frames) {
     EXPECT_EQ(encodedWordB("Jos\xC3\xA9", "utf-8"), "=?utf-8?B?Sm9zw6k=?=");
     EXPECT_EQ(encodedWordQ("a", ""), "=?utf-8?Q?a?=");
-    EXPECT_EQ(encodedWordB("", ""),
-              "=?utf-8?B?"
-              "?=");
+    EXPECT_EQ(encodedWordB("", ""), std::string("=?utf-8?B?") + "?=");
 }
 
 TEST(EncodedWord, BOrQByCodePage) {
@@ -36,36 +34,30 @@ TEST(EncodedWord, BOrQByCodePage) {
     }
 }
 
-struct WordCase {
-    const char* name;
-    const char* text;
-    uint32_t codePage;
-    WordPlace place;
-    const char* words;
-};
-
-class EncodedWords : public testing::TestWithParam<WordCase> {};
-
-TEST_P(EncodedWords, AreWritten) {
-    const WordCase& c = GetParam();
-    EXPECT_EQ(encodedWords(c.text, c.codePage, c.place), c.words);
+TEST(EncodedWords, AreWritten) {
+    constexpr auto kText = WordPlace::Text;
+    constexpr auto kPhrase = WordPlace::Phrase;
+    const struct {
+        const char* text;
+        uint32_t codePage;
+        WordPlace place;
+        const char* words;
+    } rows[] = {
+        {"José", 65001, kPhrase, "=?utf-8?Q?Jos=C3=A9?="},
+        {"José", 28591, kText, "=?iso-8859-1?Q?Jos=E9?="},
+        {"Győr", 28592, kText, "=?iso-8859-2?Q?Gy=F5r?="},
+        {"あ", 932, kText, "=?shift_jis?B?gqA=?="},
+        {"ő", 28591, kText, "=?utf-8?Q?=C5=91?="},
+        {"é", 0, kText, "=?utf-8?Q?=C3=A9?="},
+        {"é", 20127, kText, "=?utf-8?Q?=C3=A9?="},
+        {"é", 65000, kText, "=?utf-8?Q?=C3=A9?="},
+        {"é, (b)", 65001, kText, "=?utf-8?Q?=C3=A9,_(b)?="},
+        {"é, (b) \"c\"", 65001, kPhrase, "=?utf-8?Q?=C3=A9=2C_=28b=29_=22c=22?="},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(encodedWords(row.text, row.codePage, row.place), row.words);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, EncodedWords,
-    testing::Values(
-        WordCase{"utf8_q", "José", 65001, WordPlace::Phrase, "=?utf-8?Q?Jos=C3=A9?="},
-        WordCase{"latin1_q", "José", 28591, WordPlace::Text, "=?iso-8859-1?Q?Jos=E9?="},
-        WordCase{"latin2_q", "Győr", 28592, WordPlace::Text, "=?iso-8859-2?Q?Gy=F5r?="},
-        WordCase{"japanese_b", "あ", 932, WordPlace::Text, "=?shift_jis?B?gqA=?="},
-        WordCase{"falls_back_to_utf8", "ő", 28591, WordPlace::Text, "=?utf-8?Q?=C5=91?="},
-        WordCase{"no_page_yet", "é", 0, WordPlace::Text, "=?utf-8?Q?=C3=A9?="},
-        WordCase{"ascii_page", "é", 20127, WordPlace::Text, "=?utf-8?Q?=C3=A9?="},
-        WordCase{"utf7_counts_as_utf8", "é", 65000, WordPlace::Text, "=?utf-8?Q?=C3=A9?="},
-        WordCase{"specials_in_text", "é, (b)", 65001, WordPlace::Text, "=?utf-8?Q?=C3=A9,_(b)?="},
-        WordCase{"specials_in_phrase", "é, (b) \"c\"", 65001, WordPlace::Phrase,
-                 "=?utf-8?Q?=C3=A9=2C_=28b=29_=22c=22?="}),
-    CaseName{});
 
 // Texts of every mixture of character widths, written at every column, in pages of each kind.
 TEST(EncodedWords, KeepWithinTheLineAndNeverCutACharacter) {
@@ -99,38 +91,27 @@ TEST(HeaderText, MalformedUtf8StillEnds) {
     }
 }
 
-struct FoldCase {
-    const char* name;
-    std::string value;
-    std::vector<std::string> lines;  // behind "Subject: "
-};
-
-class Folding : public testing::TestWithParam<FoldCase> {};
-
-TEST_P(Folding, AtWhiteSpace) {
-    std::string out;
-    appendHeaderText(GetParam().value, 65001, 9, out);
-    EXPECT_EQ(linesOf(out), GetParam().lines);
+TEST(HeaderText, FoldsAtWhiteSpace) {
+    const std::string x60(60, 'x');
+    const std::string x200(200, 'x');
+    const struct {
+        std::string value;
+        std::string lines;  // behind "Subject: "
+    } rows[] = {
+        {"Hello", "Hello"},
+        {x60 + " 123456", x60 + " 123456"},
+        {x60 + " 1234567", x60 + "\r\n 1234567"},
+        {x200, x200},
+        {"a " + x200, "a\r\n " + x200},
+        {x60 + "123456   y\tz", x60 + "123456\r\n   y\tz"},
+        {"=?utf-8?Q?a?=", "=?utf-8?Q?a?="},
+    };
+    for (const auto& row : rows) {
+        std::string out;
+        appendHeaderText(row.value, 65001, 9, out);
+        EXPECT_EQ(out, row.lines);
+    }
 }
-
-const std::string kTen = "123456789 ";
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, Folding,
-    testing::Values(
-        FoldCase{"short", "Hello", {"Hello"}},
-        FoldCase{
-            "exactly_full", std::string(60, 'x') + " 123456", {std::string(60, 'x') + " 123456"}},
-        FoldCase{"one_over", std::string(60, 'x') + " 1234567", {std::string(60, 'x'), " 1234567"}},
-        FoldCase{"long_word_stays_whole", std::string(200, 'x'), {std::string(200, 'x')}},
-        FoldCase{"long_word_behind_short",
-                 "a " + std::string(200, 'x'),
-                 {"a", " " + std::string(200, 'x')}},
-        FoldCase{"several_blanks_stay",
-                 std::string(66, 'x') + "   y\tz",
-                 {std::string(66, 'x'), "   y\tz"}},
-        FoldCase{"looks_encoded", "=?utf-8?Q?a?=", {"=?utf-8?Q?a?="}}),
-    CaseName{});
 
 TEST(HeaderText, WhatCannotBeFoldedIsEncoded) {
     for (const std::string& value : {std::string(990, 'x'), "a" + std::string(1500, ' ') + "b",

@@ -2,7 +2,11 @@
 // as functions.
 #pragma once
 
+#include <cstdio>
+#include <fstream>
+
 #include "net/ResolverState.h"
+#include "net/SocketParams.h"
 #include "tests/fixtures/DnsMessages.h"
 #include "tests/unit/net/NetTestKit.h"
 
@@ -53,7 +57,11 @@ private:
 class DnsWorld : public testing::Test {
 protected:
     DnsWorld() { replaceResolverState(&state); }
-    ~DnsWorld() override { replaceResolverState(nullptr); }
+    ~DnsWorld() override {
+        replaceResolverState(nullptr);
+        for (const std::string& path : files_)
+            std::remove(path.c_str());
+    }
 
     static std::string textOf(const std::vector<plat::IpAddress>& addresses) {
         std::string text;
@@ -87,6 +95,14 @@ protected:
         }
     }
 
+    // A file with this text, gone at the end of the test.
+    std::string file(const std::string& name, const std::string& text) {
+        const std::string path = testing::TempDir() + "tv_dns_" + name;
+        std::ofstream(path, std::ios::binary) << text;
+        files_.push_back(path);
+        return path;
+    }
+
     FakeClock clock;
     FakeNet net{clock};
     ResolverState state;
@@ -94,6 +110,9 @@ protected:
     Monitor monitor;
     SocketParams params;
     uint64_t startMs = 1000;
+
+private:
+    std::vector<std::string> files_;
 };
 
 }  // namespace tv::test

@@ -1,9 +1,6 @@
 // The order in which a name is looked for, what is remembered, and whom a name is shown to.
 #include "net/Resolver.h"
 
-#include <cstdio>
-#include <fstream>
-
 #include "net/ConnectHost.h"
 #include "net/NameServers.h"
 #include "tests/unit/net/DnsKit.h"
@@ -18,10 +15,6 @@ using plat::NetCode;
 class Resolver : public DnsWorld {
 protected:
     Resolver() { net.nameServers.servers = {"10.0.0.1"}; }
-    ~Resolver() override {
-        for (const std::string& path : files_)
-            std::remove(path.c_str());
-    }
 
     bool lookUp(const std::string& name, uint64_t limitMs = 30000) {
         begin();
@@ -34,17 +27,7 @@ protected:
     void serve(const std::string& ip, DnsAnswers answers) {
         net.udp.serve(ip, 53, std::move(answers));
     }
-    std::string file(const std::string& name, const std::string& text) {
-        const std::string path = testing::TempDir() + "tv_resolver_" + name;
-        std::ofstream(path, std::ios::binary) << text;
-        files_.push_back(path);
-        return path;
-    }
-
     std::vector<plat::IpAddress> addresses;
-
-private:
-    std::vector<std::string> files_;
 };
 
 TEST_F(Resolver, WhereANameIsLookedFor) {
@@ -105,6 +88,7 @@ TEST_F(Resolver, WhereANameIsLookedFor) {
 TEST_F(Resolver, WhenTheServersDoNotHelp) {
     net.name("mail.example", {"192.0.2.3"});
     net.name("slow.example", {"192.0.2.4"}, 40000);
+    net.nameFails("late.example", NetCode::TryAgain, 40000);
     using R = ConnectFailReason;
     const struct {
         const char* what;
@@ -180,6 +164,15 @@ TEST_F(Resolver, WhenTheServersDoNotHelp) {
          R::DnsTimeout,
          2000,
          {}},
+        {"the system is slow, too, and fails",
+         "late.example",
+         answersWith({}, kNxDomain),
+         30000,
+         false,
+         "",
+         R::DnsTimeout,
+         40000,
+         {"DNS resolution failed."}},
         {"the system is slow",
          "slow.example",
          answersWith({}, kNxDomain),
@@ -203,6 +196,15 @@ TEST_F(Resolver, WhenTheServersDoNotHelp) {
     }
 }
 
+TEST_F(Resolver, AServersNoCountsMoreThanAnothersSilence) {
+    net.nameServers.servers = {"10.0.0.1", "10.0.0.2"};
+    serve("10.0.0.1", silence);
+    serve("10.0.0.2", answersWith({}, kNxDomain));
+    EXPECT_FALSE(lookUp("mail.example"));
+    EXPECT_EQ(params.connectFailReason, ConnectFailReason::DnsFailed);
+    EXPECT_FALSE(params.timedOut);
+}
+
 TEST_F(Resolver, WhereTlsIsRequiredNobodyIsAskedInTheClear) {
     net.name("mail.example", {"192.0.2.3"});
     serve("10.0.0.1", isAt("192.0.2.4"));
@@ -211,6 +213,9 @@ TEST_F(Resolver, WhereTlsIsRequiredNobodyIsAskedInTheClear) {
     EXPECT_TRUE(net.udp.sent.empty());
     EXPECT_TRUE(net.lookups.empty());
     EXPECT_EQ(net.connects, std::vector<std::string>{"10.0.0.1:853"});
+    net.nameServers.servers.clear();
+    EXPECT_FALSE(lookUp("mail.local"));
+    EXPECT_TRUE(net.lookups.empty());
 }
 
 TEST_F(Resolver, AFirstConnectCostsTwoRoundTrips) {
@@ -224,6 +229,25 @@ TEST_F(Resolver, AFirstConnectCostsTwoRoundTrips) {
         EXPECT_TRUE(connectSocket_v2(socket, {"mail.example", 25, 30000}, log, params));
         EXPECT_EQ(elapsedMs(), elapsed);
     }
+}
+
+TEST_F(Resolver, AConnectWithoutALimitGivesEachServerTwoSeconds) {
+    net.name("mail.example", {"192.0.2.1"});
+    serve("10.0.0.1", silence);
+    begin();
+    TolvaneSocket socket;
+    net.serve("192.0.2.1", 25, {});
+    EXPECT_TRUE(connectSocket_v2(socket, {"mail.example", 25, 0}, log, params));
+    EXPECT_EQ(elapsedMs(), 2000U);
+}
+
+TEST_F(Resolver, NoMoreThan32ServersAreAsked) {
+    for (int i = 1; i <= 40; ++i) {
+        state.ownNameServers.push_back(*plat::parseIp("10.0.2." + std::to_string(i)));
+    }
+    EXPECT_FALSE(lookUp("mail.example"));
+    EXPECT_EQ(net.udp.sent.size(), 32U);
+    EXPECT_EQ(net.udp.sent.back().place, "10.0.2.32:53");
 }
 
 TEST_F(Resolver, RememberedAsLongAsTheAnswerSays) {
@@ -367,62 +391,13 @@ TEST_F(Resolver, OnceFinalisedNothingIsLookedUp) {
         expectTexts(name, {"DNS cache is either finalized or invalid."});
         EXPECT_EQ(params.connectFailReason, ConnectFailReason::DnsFailed);
     }
-    state.keep("mail.example", {}, 0);
-    std::vector<plat::IpAddress> out;
-    EXPECT_FALSE(state.findInCache("mail.example", clock.nowNs / 1000000, out));
+    dns::Reply late;  // of a look-up that was under way
+    late.addresses = addresses = {*plat::parseIp("192.0.2.1")};
+    state.keep("mail.example", late, 0);
+    EXPECT_FALSE(state.findInCache("mail.example", 0, addresses));
+    net.nameServers.hosts = file("finalised", "192.0.2.1 mail.example\n");
+    EXPECT_FALSE(state.findInHosts("mail.example", addresses));
     EXPECT_TRUE(lookUp("10.0.0.1"));  // no look-up
-}
-
-TEST_F(Resolver, HostsFileForms) {
-    const HostsTable table(
-        "\xEF\xBB\xBF# a comment\r\n"
-        "192.0.2.1\tone.example  ONE  alias.example. # and a comment\r\n"
-        "   192.0.2.2 two.example\n"
-        "fd00::1 one.example six.example\n"
-        "192.0.2.300 wrong.example\n"
-        "192.0.2.3\n"
-        "no address here\r"
-        "192.0.2.4 one.example one.example\n"
-        "192.0.2.5 #one.example\n"
-        "192.0.2.6 last.example");
-    const struct {
-        const char* name;
-        const char* found;
-    } kCases[] = {
-        {"one.example", "192.0.2.1 192.0.2.4"},
-        {"one", "192.0.2.1"},
-        {"alias.example", "192.0.2.1"},
-        {"two.example", "192.0.2.2"},
-        {"last.example", "192.0.2.6"},
-        {"six.example", ""},
-        {"wrong.example", ""},
-        {"here", ""},
-        {"one.exampl", ""},
-        {"", ""},
-    };
-    for (const auto& c : kCases) {
-        std::vector<plat::IpAddress> out;
-        EXPECT_EQ(table.find(c.name, out), *c.found != 0) << c.name;
-        EXPECT_EQ(textOf(out), c.found) << c.name;
-    }
-}
-
-TEST_F(Resolver, HostsFileIsReadAgainWhenItChanged) {
-    HostsFile hosts;
-    std::vector<plat::IpAddress> out;
-    const std::string path = file("hosts", "192.0.2.1 a.example\n");
-    EXPECT_TRUE(hosts.find(path, "a.example", out));
-    EXPECT_FALSE(hosts.find(path, "b.example", out));
-    EXPECT_EQ(hosts.timesParsed(), 1U);
-    file("hosts", "192.0.2.1 a.example\n192.0.2.2 b.example\n");
-    EXPECT_TRUE(hosts.find(path, "b.example", out));
-    EXPECT_TRUE(hosts.find(path, "a.example", out));
-    EXPECT_EQ(hosts.timesParsed(), 2U);
-    std::remove(path.c_str());
-    EXPECT_FALSE(hosts.find(path, "a.example", out));
-    const std::string other = file("hosts2", "192.0.2.3 a.example\n");
-    EXPECT_TRUE(hosts.find(other, "a.example", out));
-    EXPECT_EQ(textOf(out), "192.0.2.3");
 }
 
 }  // namespace

@@ -9,21 +9,14 @@
 #include "mail/NtlmVersion.h"
 #include "platform/SysDialog.h"
 #include "plugin/PluginState.h"
+#include "tests/fixtures/Dialogue.h"
 #include "tests/fixtures/FakeNet.h"
 #include "tests/fixtures/FakeSystem.h"
 
 namespace tv {
 namespace {
 
-using test::FakeClock;
-using test::FakeHost;
-using test::FakeLink;
-using test::FakeNet;
-using test::FakeRandom;
-using test::say;
-using test::Turn;
-using test::turn;
-using test::upTo;
+using namespace test;
 
 // Keeps what the user would have been shown.
 class FakeDialog final : public plat::SysDialog {
@@ -60,30 +53,20 @@ protected:
     void prepareMessage() {
         ::setSmtpHost(kServer);
         ::setSmtpPort(kPort);
-        ::setFromAddress("host@example.test");
-        EXPECT_EQ(::setRecipient("reader@example.test"), 1);
+        ::setFromAddress("anna@from.test");
+        EXPECT_EQ(::setRecipient("bela@to.test"), 1);
         ::setSubject("Subject of it");
         ::setBody("<p>Body of it</p>{LOGO}");
         ::setLogo("");
     }
 
-    // One connection that greets, plays the turns and takes the farewell.
-    FakeLink& serve(std::vector<Turn> turns) {
-        std::vector<Turn> dialogue = {say("220 mail.test\r\n"), upTo("\r\n", "250 mail.test\r\n")};
-        dialogue.insert(dialogue.end(), turns.begin(), turns.end());
-        dialogue.push_back(turn("QUIT\r\n", "221 bye\r\n"));
-        FakeLink& link = net.serve(kServer, kPort, dialogue);
+    FakeLink& serve(std::string_view steps) {
+        FakeLink& link = net.serve(kServer, kPort, script(steps));
         link.mayEndEarly = true;
         return link;
     }
-
-    FakeLink& serveTrial() { return serve({}); }
-
-    FakeLink& serveMessage() {
-        return serve({turn("MAIL FROM:<host@example.test>\r\n", "250 ok\r\n"),
-                      turn("RCPT TO:<reader@example.test>\r\n", "250 ok\r\n"),
-                      turn("DATA\r\n", "354 go\r\n"), upTo("\r\n.\r\n", "250 taken\r\n")});
-    }
+    FakeLink& serveTrial() { return serve("trial"); }
+    FakeLink& serveMessage() { return serve("whole"); }
 
     FakeClock clock;
     FakeRandom random;
@@ -139,11 +122,10 @@ TEST_F(ExportsTest, NullIsTheEmptyString) {
     ::Initialise();
     callAll("old@example.test", 7);
     callAll(nullptr, 0);
-    EXPECT_TRUE(settings().smtpHost.empty());
-    EXPECT_TRUE(settings().userName.empty());
-    EXPECT_TRUE(settings().password.empty());
-    EXPECT_TRUE(settings().authMethod.empty());
-    EXPECT_TRUE(settings().loginDomain.empty());
+    const SmtpSettings& s = settings();
+    for (const XString& text : {s.smtpHost, s.userName, s.password, s.authMethod, s.loginDomain}) {
+        EXPECT_TRUE(text.empty()) << text.utf8();
+    }
     EXPECT_EQ(state.body, "");
     EXPECT_EQ(::setRecipient(nullptr), 0);
     EXPECT_EQ(::setCC(nullptr), 0);
@@ -171,38 +153,33 @@ TEST_F(ExportsTest, SettingsReachTheMailManager) {
 
 TEST_F(ExportsTest, PortZeroIsIgnored) {
     ::Initialise();
-    ::setSmtpPort(0);
-    EXPECT_EQ(settings().smtpPort, 25);
-    ::setSmtpPort(-1);
-    EXPECT_EQ(settings().smtpPort, -1);
-    ::setSmtpPort(0);
-    EXPECT_EQ(settings().smtpPort, -1);
+    const std::pair<int, int> steps[] = {{0, 25}, {-1, -1}, {0, -1}};
+    for (const auto& [given, port] : steps) {
+        ::setSmtpPort(given);
+        EXPECT_EQ(settings().smtpPort, port);
+    }
 }
 
 TEST_F(ExportsTest, OfAFlagTheLowestByteCounts) {
-    const struct {
-        int flag;
-        bool on;
-    } cases[] = {{1, true},  {0, false},    {256, false}, {257, true},
-                 {-1, true}, {-256, false}, {128, true}};
+    const std::pair<int, bool> cases[] = {{1, true},  {0, false},    {256, false}, {257, true},
+                                          {-1, true}, {-256, false}, {128, true}};
     ::Initialise();
-    for (const auto& c : cases) {
-        ::setUseSSL(c.flag);
-        ::setStartTls(c.flag);
-        EXPECT_EQ(settings().smtpSsl, c.on) << c.flag;
-        EXPECT_EQ(settings().startTls, c.on) << c.flag;
+    for (const auto& [flag, on] : cases) {
+        ::setUseSSL(flag);
+        ::setStartTls(flag);
+        EXPECT_EQ(settings().smtpSsl, on) << flag;
+        EXPECT_EQ(settings().startTls, on) << flag;
     }
 }
 
 TEST_F(ExportsTest, AHostThatSaysNoToStartTlsMeansItUntilInitialise) {
     ::Initialise();
     EXPECT_TRUE(settings().startTlsIfPossible);
-    ::setStartTls(1);
-    EXPECT_TRUE(settings().startTlsIfPossible);
-    ::setStartTls(256);
-    EXPECT_FALSE(settings().startTlsIfPossible);
-    ::setStartTls(1);
-    EXPECT_FALSE(settings().startTlsIfPossible);
+    const std::pair<int, bool> steps[] = {{1, true}, {256, false}, {1, false}};
+    for (const auto& [flag, ifPossible] : steps) {
+        ::setStartTls(flag);
+        EXPECT_EQ(settings().startTlsIfPossible, ifPossible);
+    }
     ::Initialise();
     EXPECT_TRUE(settings().startTlsIfPossible);
 }
@@ -254,8 +231,8 @@ TEST_F(ExportsTest, AMissingAttachmentIsShownAndNothingElse) {
     ::setAttachment("no-such-f\xC3\xADle.txt");
     ASSERT_EQ(dialog.texts.size(), 1u);
     EXPECT_EQ(dialog.titles[0], "\x48\x69\x62\x61\x20\x74\xF6\x72\x74\xE9\x6E\x74");
-    EXPECT_NE(dialog.texts[0].find("AddFileAttachment"), std::string::npos);
-    EXPECT_NE(dialog.texts[0].find("no-such-f\xC3\xADle.txt"), std::string::npos);
+    EXPECT_TRUE(contains(dialog.texts[0], "AddFileAttachment"));
+    EXPECT_TRUE(contains(dialog.texts[0], "no-such-f\xC3\xADle.txt"));
     EXPECT_STREQ(::getLastError(), "as before");
 }
 
@@ -272,32 +249,29 @@ TEST_F(ExportsTest, AFailedTrialKeepsTheMessageForALaterSend) {
     prepareMessage();
     net.refuse(kServer, kPort);
     EXPECT_EQ(::szBrisko(), 0);
-    EXPECT_NE(std::string(::getLastError()).find("VerifySmtpConnection"), std::string::npos);
+    EXPECT_TRUE(contains(::getLastError(), "VerifySmtpConnection"));
 
     serveTrial();
     const FakeLink& link = serveMessage();
     EXPECT_EQ(::szBrisko(), 1);
     EXPECT_STREQ(::getLastError(), "");
-    EXPECT_NE(link.fromClient.find("Subject: Subject of it\r\n"), std::string::npos);
-    EXPECT_NE(link.fromClient.find("<p>Body of it</p>"), std::string::npos);
+    EXPECT_TRUE(contains(link.fromClient, "Subject: Subject of it\r\n"));
+    EXPECT_TRUE(contains(link.fromClient, "<p>Body of it</p>"));
 }
 
 TEST_F(ExportsTest, ARefusedMessageLeavesTheTranscriptAndIsGone) {
     ::Initialise();
     prepareMessage();
     serveTrial();
-    serve({turn("MAIL FROM:<host@example.test>\r\n", "250 ok\r\n"),
-           turn("RCPT TO:<reader@example.test>\r\n", "550 no such user\r\n"),
-           turn("RSET\r\n", "250 ok\r\n"),
-           // the next message goes over the same connection
-           turn("MAIL FROM:<second@example.test>\r\n", "250 ok\r\n"),
-           turn("RCPT TO:<other@example.test>\r\n", "250 ok\r\n"), turn("DATA\r\n", "354 go\r\n"),
-           upTo("\r\n.\r\n", "250 taken\r\n")});
+    // The next message goes over the same connection.
+    serve(
+        "open; mail; rcpt 550 no such user; rset; 'MAIL FROM:<second@example.test>' 250 ok; "
+        "'RCPT TO:<other@example.test>' 250 ok; data; text; quit");
     EXPECT_EQ(::szBrisko(), 0);
     const std::string transcript = ::getLastError();
-    EXPECT_NE(transcript.find("RCPT TO:<reader@example.test>"), std::string::npos);
-    EXPECT_NE(transcript.find("550 no such user"), std::string::npos);
-    EXPECT_EQ(transcript.find("VerifySmtpConnection"), std::string::npos);
+    EXPECT_TRUE(contains(transcript, "RCPT TO:<bela@to.test>"));
+    EXPECT_TRUE(contains(transcript, "550 no such user"));
+    EXPECT_FALSE(contains(transcript, "VerifySmtpConnection"));
 
     ::setFromAddress("second@example.test");
     EXPECT_EQ(::setRecipient("other@example.test"), 1);
@@ -310,24 +284,18 @@ TEST_F(ExportsTest, AfterASendTheMessageIsEmptyButTheBodyTextStays) {
     ::Initialise();
     prepareMessage();
     serveTrial();
-    const FakeLink& link =
-        serve({turn("MAIL FROM:<host@example.test>\r\n", "250 ok\r\n"),
-               turn("RCPT TO:<reader@example.test>\r\n", "250 ok\r\n"),
-               turn("DATA\r\n", "354 go\r\n"), upTo("\r\n.\r\n", "250 taken\r\n"),
-               turn("MAIL FROM:<host@example.test>\r\n", "250 ok\r\n"),
-               turn("RCPT TO:<reader@example.test>\r\n", "250 ok\r\n"),
-               turn("DATA\r\n", "354 go\r\n"), upTo("\r\n.\r\n", "250 taken\r\n")});
+    const FakeLink& link = serve("open; transaction; delivered");
     EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
     EXPECT_EQ(state.body, "<p>Body of it</p>");
 
-    ::setFromAddress("host@example.test");
-    EXPECT_EQ(::setRecipient("reader@example.test"), 1);
+    ::setFromAddress("anna@from.test");
+    EXPECT_EQ(::setRecipient("bela@to.test"), 1);
     serveTrial();
     EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
     const std::string& all = link.fromClient;
     const std::string second = all.substr(all.rfind("MAIL FROM"));
-    EXPECT_EQ(second.find("Body of it"), std::string::npos);  // there was no setLogo
-    EXPECT_EQ(second.find("Subject of it"), std::string::npos);
+    EXPECT_FALSE(contains(second, "Body of it"));  // there was no setLogo
+    EXPECT_FALSE(contains(second, "Subject of it"));
 }
 
 TEST_F(ExportsTest, ResetEmailDropsTheMessageAndKeepsTheServer) {
@@ -341,8 +309,8 @@ TEST_F(ExportsTest, ResetEmailDropsTheMessageAndKeepsTheServer) {
     serveTrial();
     const FakeLink& link = serveMessage();
     EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
-    EXPECT_EQ(link.fromClient.find("copy@"), std::string::npos);
-    EXPECT_EQ(link.fromClient.find("blind@"), std::string::npos);
+    EXPECT_FALSE(contains(link.fromClient, "copy@"));
+    EXPECT_FALSE(contains(link.fromClient, "blind@"));
 }
 
 // Memory runs out while the library waits for the server: in the trial, then in the send.

@@ -9,16 +9,16 @@
 #include "platform/SysDialog.h"
 #include "plugin/PluginState.h"
 #include "tests/fixtures/CpuForms.h"
+#include "tests/fixtures/Dialogue.h"
 #include "tests/fixtures/FakeNet.h"
 #include "tests/fixtures/FakeSystem.h"
-#include "tests/fixtures/hosts/odd_call.h"
 #include "tests/fixtures/TestData.h"
+#include "tests/fixtures/hosts/odd_call.h"
 
 namespace tv {
 namespace {
 
-using test::say;
-using test::upTo;
+using test::script;
 
 template <class Result>
 uint32_t call0(Result(EMAILSENDING_CALL* function)(), uint32_t offset) {
@@ -68,18 +68,6 @@ private:
     PluginState* before_ = PluginState::replaceInstance(&state);
 };
 
-std::vector<test::Turn> trial() {
-    return {say("220 mail.test\r\n"), upTo("\r\n", "250 mail.test\r\n"),
-            upTo("\r\n", "221 bye\r\n")};
-}
-
-std::vector<test::Turn> message() {
-    return {say("220 mail.test\r\n"),   upTo("\r\n", "250 mail.test\r\n"),
-            upTo("\r\n", "250 ok\r\n"), upTo("\r\n", "250 ok\r\n"),
-            upTo("\r\n", "354 go\r\n"), upTo("\r\n.\r\n", "250 taken\r\n"),
-            upTo("\r\n", "221 bye\r\n")};
-}
-
 TEST_P(StackAlignmentTest, TheStackIsAlignedBelowAnExport) {
     for (const uint32_t offset : {0u, 4u, 8u, 12u}) {
         ProbeDialog dialog;
@@ -93,12 +81,12 @@ TEST_P(StackAlignmentTest, TheStackIsAlignedBelowAnExport) {
 TEST_P(StackAlignmentTest, AMessageGoesOutAtEveryOffset) {
     const std::string body = "<p>" + std::string(3000, 'x') + "\xC3\xA1</p>";
     for (const uint32_t offset : {0u, 4u, 8u, 12u}) {
-        net.serve("10.0.0.1", 25, trial());
-        const test::FakeLink& link = net.serve("10.0.0.1", 25, message());
+        net.serve("10.0.0.1", 25, script("trial"));
+        const test::FakeLink& link = net.serve("10.0.0.1", 25, script("whole"));
         call0(::Initialise, offset);
         call1(::setSmtpHost, "10.0.0.1", offset);
-        call1(::setFromAddress, "host@example.test", offset);
-        EXPECT_EQ(call1(::setRecipient, "reader@example.test", offset), 1u);
+        call1(::setFromAddress, "anna@from.test", offset);
+        EXPECT_EQ(call1(::setRecipient, "bela@to.test", offset), 1u);
         call1(::setBody, body.c_str(), offset);
         call1(::setLogo, "", offset);
         call1(::setAttachment, testDataPath("windows7_imports.txt").c_str(), offset);

@@ -8,8 +8,8 @@
 #include <span>
 #include <vector>
 
-#include "tests/fixtures/Wycheproof.h"
 #include "tests/unit/base/crypto/Peer.h"
+#include "tests/unit/base/crypto/Vectors.h"
 
 namespace tv::test {
 
@@ -77,22 +77,31 @@ void checkEveryBitCounts(size_t keySize) {
     }
 }
 
+inline AeadCase aeadCase(const Json& v, const char* additional, const char* plain,
+                         const char* cipher, const char* nonce) {
+    return {hexOf(v, "key"), hexOf(v, nonce),  hexOf(v, additional),
+            hexOf(v, plain), hexOf(v, cipher), hexOf(v, "tag")};
+}
+
+template <class Aead>
+void checkAeadExamples(const char* primitive) {
+    forEachVector(primitive, [](const Json& v) {
+        checkAead<Aead>(aeadCase(v, "additional", "plain", "cipher", "nonce"));
+    });
+}
+
 template <class Aead>
 void checkAeadFile(const char* file, const char* form) {
-    const auto count = forEachWycheproof(file, [&](const Json& group, const Json& test) {
+    runWycheproof(file, form, [&](const Json& group, const Json& test) {
         EXPECT_EQ(128, group["tagSize"].number());
-        const AeadCase c = {hexOf(test, "key"), hexOf(test, "iv"), hexOf(test, "aad"),
-                            hexOf(test, "msg"), hexOf(test, "ct"), hexOf(test, "tag")};
-        if (test["result"].text() == "valid") {
+        const AeadCase c = aeadCase(test, "aad", "msg", "ct", "iv");
+        if (isValid(test)) {
             checkAead<Aead>(c);
         } else {
             Bytes data;
             EXPECT_FALSE(openInPlace(Aead(c.key), c, data));
         }
-        return true;
     });
-    if (!count) GTEST_SKIP() << "no Wycheproof vectors here";
-    printCount(std::string(file) + " " + form, *count);
 }
 
 #ifdef TV_HAVE_LIBCRYPTO

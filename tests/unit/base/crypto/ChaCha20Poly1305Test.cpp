@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "base/CpuFeatures.h"
 #include "base/Hex.h"
+#include "base/crypto/Endian.h"
 #include "tests/unit/base/crypto/AeadChecks.h"
-#include "tests/unit/base/crypto/ChaChaForms.h"
+#include "tests/unit/base/crypto/FormTest.h"
 #include "tests/unit/base/crypto/Peer.h"
 
 namespace tv::crypto {
@@ -13,81 +13,41 @@ namespace {
 
 using test::AeadCase;
 using test::Bytes;
-using test::bytesOf;
-using test::bytesOfHex;
+using test::hexOf;
+using test::Json;
 
 class ChaChaTest : public test::FormTest<ChaChaForm> {};
 TV_FOR_EACH_FORM(ChaChaTest, ChaChaForm);
 
-TEST_P(ChaChaTest, KeyStreamOfRfc8439) {  // 2.4.2
-    ChaChaState state = {0x61707865, 0x3320646e, 0x79622d32, 0x6b206574, 0x03020100, 0x07060504,
-                         0x0b0a0908, 0x0f0e0d0c, 0x13121110, 0x17161514, 0x1b1a1918, 0x1f1e1d1c,
-                         1,          0,          0x4a000000, 0};
-    Bytes text = bytesOf(
-        "Ladies and Gentlemen of the class of '99: If I could offer you only one tip for the "
-        "future, "
-        "sunscreen would be it.");
-    const size_t size = text.size();
-    text.resize(128);
-    chaChaForms.get().apply(state, text.data(), text.data(), 2);
-    text.resize(size);
-    EXPECT_EQ(3u, state[12]);
-    EXPECT_EQ(
-        "6e2e359a2568f98041ba0728dd0d6981e97e7aec1d4360c20a27afccfd9fae0bf91b65c5524733ab8f593dabcd"
-        "62"
-        "b3571639d624e65152ab8f530c359f0861d807ca0dbf500d6a6156a38e088a22b65e52bc514d16ccf806818ce9"
-        "1a"
-        "b77937365af90bbf74a35be6b40b8eedf2785e42874d",
-        hexLower(text));
-}
-
-TEST_P(ChaChaTest, AeadOfRfc8439) {  // 2.8.2
-    test::checkAead<ChaCha20Poly1305>(
-        {bytesOfHex("808182838485868788898a8b8c8d8e8f909192939495969798999a9b9c9d9e9f"),
-         bytesOfHex("070000004041424344454647"), bytesOfHex("50515253c0c1c2c3c4c5c6c7"),
-         bytesOf("Ladies and Gentlemen of the class of '99: If I could offer you only one tip for "
-                 "the future, sunscreen would be it."),
-         bytesOfHex(
-             "d31a8d34648e60db7b86afbc53ef7ec2a4aded51296e08fea9e2b5a736ee62d63dbea45e8ca9671282"
-             "fafb69da92728b1a71de0a9e060b2905d6a5b67ecd3b3692ddbd7f2d778b8c9803aee328091b58fab3"
-             "24e4fad675945585808b4831d7bc3ff4def08e4b7a9de576d26586cec64b6116"),
-         bytesOfHex("1ae10b594f09e26a7e902ecbd0600691")});
-}
-
-// RFC 8439 A.3: sums at the edges of the modulus, where a carry is easily lost.
-TEST_P(ChaChaTest, Poly1305OfRfc8439) {
-    struct {
-        int number;
-        const char *key, *text, *tag;
-    } const cases[] = {
-        {7, "0200000000000000000000000000000000000000000000000000000000000000",
-         "ffffffffffffffffffffffffffffffff", "03000000000000000000000000000000"},
-        {8, "02000000000000000000000000000000ffffffffffffffffffffffffffffffff",
-         "02000000000000000000000000000000", "03000000000000000000000000000000"},
-        {9, "0100000000000000000000000000000000000000000000000000000000000000",
-         "fffffffffffffffffffffffffffffffff0ffffffffffffffffffffffffffffff"
-         "11000000000000000000000000000000",
-         "05000000000000000000000000000000"},
-        {10, "0100000000000000000000000000000000000000000000000000000000000000",
-         "fffffffffffffffffffffffffffffffffbfefefefefefefefefefefefefefefe"
-         "01010101010101010101010101010101",
-         "00000000000000000000000000000000"},
-        {11, "0200000000000000000000000000000000000000000000000000000000000000",
-         "fdffffffffffffffffffffffffffffff", "faffffffffffffffffffffffffffffff"},
-        {12, "0100000000000000040000000000000000000000000000000000000000000000",
-         "e33594d7505e43b900000000000000003394d7505e4379cd0100000000000000"
-         "0000000000000000000000000000000001000000000000000000000000000000",
-         "14000000000000005500000000000000"},
-    };
-    for (const auto& c : cases) {
-        const Bytes text = bytesOfHex(c.text);
+TEST_P(ChaChaTest, PublishedExamples) {
+    test::checkAeadExamples<ChaCha20Poly1305>("chacha20-poly1305");
+    test::forEachVector("chacha20", [](const Json& v) {
+        ChaChaState state = {0x61707865, 0x3320646e, 0x79622d32, 0x6b206574};
+        const Bytes key = hexOf(v, "key"), nonce = hexOf(v, "nonce");
+        for (size_t i = 0; i < 8; ++i) {
+            state[4 + i] = loadLe<uint32_t>(key.data() + 4 * i);
+        }
+        state[12] = static_cast<uint32_t>(v["counter"].number());
+        for (size_t i = 0; i < 3; ++i) {
+            state[13 + i] = loadLe<uint32_t>(nonce.data() + 4 * i);
+        }
+        Bytes text = hexOf(v, "plain");
+        const size_t size = text.size();
+        text.resize(128);
+        chaChaForms.get().apply(state, text.data(), text.data(), 2);
+        text.resize(size);
+        EXPECT_EQ(3u, state[12]);
+        EXPECT_EQ(v["cipher"].text(), hexLower(text));
+    });
+    test::forEachVector("poly1305", [](const Json& v) {
+        const Bytes text = hexOf(v, "text");
         Poly1305State state;
         Bytes tag(16);
-        startPoly1305(state, bytesOfHex(c.key).data());
+        startPoly1305(state, hexOf(v, "key").data());
         chaChaForms.get().absorb(state, text.data(), text.size() / 16);
         finishPoly1305(state, tag.data());
-        EXPECT_EQ(c.tag, hexLower(tag)) << c.number;
-    }
+        EXPECT_EQ(v["tag"].text(), hexLower(tag));
+    });
 }
 
 // Forms that take many blocks at once against the one that takes them singly: extreme limbs, all
@@ -136,22 +96,6 @@ TEST_P(ChaChaTest, Wycheproof) {
 
 TEST_P(ChaChaTest, EveryBitCounts) {
     test::checkEveryBitCounts<ChaCha20Poly1305>(32);
-}
-
-TEST(ChaChaChoice, TheFastestFormTheMachineRunsIsChosen) {
-    const CpuFeatures all = detectedCpuFeatures();
-    limitCpuFeatures({});
-    EXPECT_STREQ("portable", chaChaForms.get().name);
-    CpuFeatures some;
-    some.sse2 = some.avx = some.avx2 = true;
-    limitCpuFeatures(some);
-    if (all.avx2) {
-        EXPECT_STREQ("avx2", chaChaForms.get().name);
-    }
-    unlimitCpuFeatures();
-    if (all.avx512) {
-        EXPECT_STREQ("avx512", chaChaForms.get().name);
-    }
 }
 
 #ifdef TV_HAVE_LIBCRYPTO

@@ -10,6 +10,7 @@
 #include "base/crypto/EcCurve.h"
 #include "base/crypto/EcForms.h"
 #include "base/crypto/Hash.h"
+#include "tests/unit/base/crypto/FormTest.h"
 
 namespace tv::test {
 
@@ -46,6 +47,8 @@ inline std::string ecCaseName(const testing::TestParamInfo<EcCase>& info) {
     return std::string(info.param.name) + "_" + info.param.form->name;
 }
 
+using crypto::EcOps;
+
 class EcFormTest : public testing::TestWithParam<EcCase> {
 protected:
     void SetUp() override {
@@ -54,41 +57,24 @@ protected:
             GTEST_SKIP() << "this machine cannot run the form " << c.form->name;
         }
         if (!c.member) return;
-        calls_ = 0;
-        inner_ = c.form->*c.member;
+        countedOps_ =
+            counting<&EcOps::multiply, &EcOps::multiplyBase, &EcOps::sum>(*(c.form->*c.member));
         counted_ = *c.form;
-        counted_.*c.member = &kCountedOps;
+        counted_.*c.member = &countedOps_;
         crypto::ecForms.force(&counted_);
     }
 
     void TearDown() override {
         crypto::ecForms.force(nullptr);
         if (GetParam().member && !IsSkipped()) {
-            EXPECT_GT(calls_, 0) << "another form did the work";
+            EXPECT_GT(Calls<EcOps>::count, 0) << "another form did the work";
         }
     }
 
     const crypto::EcCurve& curve_ = crypto::ecCurve(GetParam().id);
 
 private:
-    static inline int calls_;
-    static inline const crypto::EcOps* inner_;
-    static constexpr crypto::EcOps kCountedOps = {
-        [](const crypto::Weierstrass& curve, uint8_t* out, const uint8_t* scalar,
-           const uint8_t* point) {
-            ++calls_;
-            inner_->multiply(curve, out, scalar, point);
-        },
-        [](const crypto::Weierstrass& curve, uint8_t* out, const uint8_t* scalar) {
-            ++calls_;
-            inner_->multiplyBase(curve, out, scalar);
-        },
-        [](const crypto::Weierstrass& curve, uint8_t* x, uint8_t* zz, const uint8_t* u1,
-           const uint8_t* u2, const uint8_t* point) {
-            ++calls_;
-            return inner_->sum(curve, x, zz, u1, u2, point);
-        }};
-
+    EcOps countedOps_{};
     crypto::EcForm counted_{};
 };
 

@@ -8,93 +8,44 @@
 #include "base/CpuFeatures.h"
 #include "base/Hex.h"
 #include "base/crypto/Md4.h"
-#include "tests/fixtures/HexBytes.h"
-#include "tests/unit/base/crypto/HashForms.h"
+#include "tests/unit/base/crypto/FormTest.h"
 #include "tests/unit/base/crypto/Peer.h"
+#include "tests/unit/base/crypto/Vectors.h"
 
 namespace tv::crypto {
 namespace {
 
 using test::bytesOf;
 
-const std::string kAlphabet = "abcdefghijklmnopqrstuvwxyz";
-const std::string kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ" + kAlphabet + "0123456789";
-const std::string kTwoBlocks = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
-const std::string kTwoWideBlocks =
-    "abcdefghbcdefghicdefghijdefghijkefghijklfghijklmghijklmnhijklmnoijklmnopjklmnopqklmnopqr"
-    "lmnopqrsmnopqrstnopqrstu";
-
-template <class Digest>
-std::string hexOfDigest(const std::string& message) {
-    return hexLower(Digest::of(bytesOf(message)));
-}
-
-TEST(Md4, Rfc1320) {
-    EXPECT_EQ("31d6cfe0d16ae931b73c59d7e0c089c0", hexOfDigest<Md4>(""));
-    EXPECT_EQ("bde52cb31de33e46245e05fbdbd6fb24", hexOfDigest<Md4>("a"));
-    EXPECT_EQ("a448017aaf21d8525fc10ae87aa6729d", hexOfDigest<Md4>("abc"));
-    EXPECT_EQ("d9130a8164549fe818874806e1c7014b", hexOfDigest<Md4>("message digest"));
-    EXPECT_EQ("d79e1c308aa5bbcdeea8ed63df412da9", hexOfDigest<Md4>(kAlphabet));
-    EXPECT_EQ("043f8582f241db351ce627e153e7f0e4", hexOfDigest<Md4>(kLetters));
-}
-
-TEST(Md5, Rfc1321) {
-    EXPECT_EQ("d41d8cd98f00b204e9800998ecf8427e", hexOfDigest<Md5>(""));
-    EXPECT_EQ("0cc175b9c0f1b6a831c399e269772661", hexOfDigest<Md5>("a"));
-    EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72", hexOfDigest<Md5>("abc"));
-    EXPECT_EQ("f96b697d7cb7938d525a2f31aaf161d0", hexOfDigest<Md5>("message digest"));
-    EXPECT_EQ("c3fcd3d76192e4007dfb496cca67e13b", hexOfDigest<Md5>(kAlphabet));
-    EXPECT_EQ("d174ab98d277d9f5a5611c2c9f419d9f", hexOfDigest<Md5>(kLetters));
-}
-
 class Sha1Test : public test::FormTest<Sha1Form> {};
 class Sha256Test : public test::FormTest<Sha256Form> {};
 TV_FOR_EACH_FORM(Sha1Test, Sha1Form);
 TV_FOR_EACH_FORM(Sha256Test, Sha256Form);
 
+template <class Digest>
+void checkExamples(const std::string& name) {
+    int run = 0;
+    test::forEachVector("hash", [&](const test::Json& v) {
+        if (v["hash"].text() != name) return;
+        std::string text = v["text"].text();
+        if (v.has("times")) text.assign(static_cast<size_t>(v["times"].number()), text[0]);
+        EXPECT_EQ(v["digest"].text(), hexLower(Digest::of(bytesOf(text))));
+        ++run;
+    });
+    EXPECT_GT(run, 0);
+}
+
 TEST_P(Sha1Test, PublishedExamples) {
-    EXPECT_EQ("da39a3ee5e6b4b0d3255bfef95601890afd80709", hexOfDigest<Sha1>(""));
-    EXPECT_EQ("a9993e364706816aba3e25717850c26c9cd0d89d", hexOfDigest<Sha1>("abc"));
-    EXPECT_EQ("84983e441c3bd26ebaae4aa1f95129e5e54670f1", hexOfDigest<Sha1>(kTwoBlocks));
-    EXPECT_EQ("34aa973cd4c4daa4f61eeb2bdbad27316534016f",
-              hexOfDigest<Sha1>(std::string(1000000, 'a')));
+    checkExamples<Sha1>("sha1");
 }
-
 TEST_P(Sha256Test, PublishedExamples) {
-    EXPECT_EQ("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855",
-              hexOfDigest<Sha256>(""));
-    EXPECT_EQ("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad",
-              hexOfDigest<Sha256>("abc"));
-    EXPECT_EQ("248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1",
-              hexOfDigest<Sha256>(kTwoBlocks));
-    EXPECT_EQ("cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0",
-              hexOfDigest<Sha256>(std::string(1000000, 'a')));
+    checkExamples<Sha256>("sha256");
 }
-
-TEST(Sha384, PublishedExamples) {
-    EXPECT_EQ(
-        "38b060a751ac96384cd9327eb1b1e36a21fdb71114be07434c0cc7bf63f6e1da274edebfe76f65fbd51ad2f1"
-        "4898b95b",
-        hexOfDigest<Sha384>(""));
-    EXPECT_EQ(
-        "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed8086072ba1e7cc2358baeca1"
-        "34c825a7",
-        hexOfDigest<Sha384>("abc"));
-    EXPECT_EQ(
-        "09330c33f71147e83d192fc782cd1b4753111b173b3b05d22fa08086e3b0f712fcc7c71a557e2db966c3e9fa"
-        "91746039",
-        hexOfDigest<Sha384>(kTwoWideBlocks));
-}
-
-TEST(Sha512, PublishedExamples) {
-    EXPECT_EQ(
-        "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a2192992a274fc1a836ba3c23"
-        "a3feebbd454d4423643ce80e2a9ac94fa54ca49f",
-        hexOfDigest<Sha512>("abc"));
-    EXPECT_EQ(
-        "8e959b75dae313da8cf4f72814fc143f8f7779c6eb9f7fa17299aeadb6889018501d289e4900f7e4331b99de"
-        "c4b5433ac7d329eeb6dd26545e96e55b874be909",
-        hexOfDigest<Sha512>(kTwoWideBlocks));
+TEST(Hashes, PublishedExamples) {
+    checkExamples<Md4>("md4");
+    checkExamples<Md5>("md5");
+    checkExamples<Sha384>("sha384");
+    checkExamples<Sha512>("sha512");
 }
 
 // Cutting the input anywhere, and copying the state there, changes nothing.
@@ -143,15 +94,24 @@ TEST(Hashes, ByName) {
     EXPECT_EQ(128u, hashBlockSize(HashId::kSha384));
 }
 
-TEST(Hashes, TheFastestFormTheMachineRunsIsChosen) {
-    limitCpuFeatures({});
-    EXPECT_STREQ("portable", sha1Forms.get().name);
-    EXPECT_STREQ("portable", sha256Forms.get().name);
-    unlimitCpuFeatures();
-    if (detectedCpuFeatures().shaNi) {
-        EXPECT_STREQ("sha-ni", sha1Forms.get().name);
-        EXPECT_STREQ("sha-ni", sha256Forms.get().name);
+TEST(FormChoice, TheFastestThatTheMachineRuns) {
+    const auto chosen = [](const CpuFeatures& allowed) {
+        limitCpuFeatures(allowed);
+        const std::string names = std::string(sha1Forms.get().name) + " " + sha256Forms.get().name +
+                                  " " + aesForms.get().name + " " + gcmForms.get().name + " " +
+                                  chaChaForms.get().name;
+        unlimitCpuFeatures();
+        return names;
+    };
+    EXPECT_EQ("portable portable portable portable portable", chosen({}));
+    const CpuFeatures all = detectedCpuFeatures();
+    if (!all.shaNi || !all.aesNi || !all.pclmul || !all.avx512 || !all.vaes || !all.vpclmul) {
+        GTEST_SKIP() << "this machine cannot run every form";
     }
+    CpuFeatures some = all;
+    some.avx512 = some.vaes = false;
+    EXPECT_EQ("sha-ni sha-ni aes-ni aes-ni avx2", chosen(some));
+    EXPECT_EQ("sha-ni sha-ni aes-ni vaes-avx512 avx512", chosen(all));
 }
 
 #ifdef TV_HAVE_LIBCRYPTO
@@ -178,16 +138,10 @@ TEST_P(Sha1Test, LikeThePeer) {
 TEST_P(Sha256Test, LikeThePeer) {
     compareWithPeer<Sha256>(SHA256);
 }
-TEST(Sha384, LikeThePeer) {
+TEST(Hashes, LikeThePeer) {
     compareWithPeer<Sha384>(SHA384);
-}
-TEST(Sha512, LikeThePeer) {
     compareWithPeer<Sha512>(SHA512);
-}
-TEST(Md5, LikeThePeer) {
     compareWithPeer<Md5>(MD5);
-}
-TEST(Md4, LikeThePeer) {
     compareWithPeer<Md4>(MD4);
 }
 

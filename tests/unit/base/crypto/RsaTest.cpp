@@ -6,28 +6,17 @@
 #include <string>
 
 #include "base/Hex.h"
-#include "tests/fixtures/HexBytes.h"
-#include "tests/fixtures/Wycheproof.h"
-#include "tests/fixtures/TestData.h"
-#include "tests/unit/base/crypto/Peer.h"
 #include "tests/unit/base/crypto/RandomForTests.h"
+#include "tests/unit/base/crypto/Vectors.h"
 
 namespace tv::crypto {
 namespace {
 
 using test::bytesOf;
 using test::bytesOfHex;
+using test::hashNamed;
 using test::hexOf;
 using test::Json;
-
-HashId hashNamed(std::string_view name) {
-    if (name == "md5") return HashId::kMd5;
-    if (name == "sha1") return HashId::kSha1;
-    if (name == "sha256" || name == "SHA-256") return HashId::kSha256;
-    if (name == "sha384" || name == "SHA-384") return HashId::kSha384;
-    EXPECT_TRUE(name == "sha512" || name == "SHA-512") << name;
-    return HashId::kSha512;
-}
 
 RsaPublicKey keyOf(std::span<const uint8_t> modulus, std::span<const uint8_t> exponent) {
     RsaPublicKey key;
@@ -167,7 +156,8 @@ TEST(RsaTest, EncryptionRefuses) {
     EXPECT_FALSE(rsa.encryptPkcs1(message, test::SeededRandom(1), shortOut));
     message.push_back(0);
     EXPECT_FALSE(rsa.encryptPkcs1(message, test::SeededRandom(1), out));
-    EXPECT_FALSE(rsa.encryptPkcs1({}, [](std::span<uint8_t>) { return false; }, out));
+    EXPECT_FALSE(rsa.encryptPkcs1(
+        {}, [](std::span<uint8_t>) { return false; }, out));
     const auto zeros = [](std::span<uint8_t> bytes) {
         std::ranges::fill(bytes, 0);
         return true;
@@ -221,38 +211,25 @@ TEST(RsaTest, LimitsOfKeys) {
     EXPECT_FALSE(none.verifyPss(HashId::kSha256, std::vector<uint8_t>(32), 32, {}));
 }
 
-TEST(RsaTest, WycheproofPkcs1) {
+TEST(RsaTest, Wycheproof) {
     for (const char* file :
-         {"rsa_signature_2048_sha256_test.json", "rsa_signature_4096_sha512_test.json"}) {
-        const auto count = test::forEachWycheproof(file, [](const Json& group, const Json& t) {
+         {"rsa_signature_2048_sha256_test.json", "rsa_signature_4096_sha512_test.json",
+          "rsa_pss_2048_sha256_mgf1_32_test.json"}) {
+        test::runWycheproof(file, "portable", [](const Json& group, const Json& t) {
             const HashId hash = hashNamed(group["sha"].text());
             const Json& k = group["publicKey"];
             const RsaPublicKey key = keyOf(hexOf(k, "modulus"), hexOf(k, "publicExponent"));
+            const DigestBytes digest = Hash::of(hash, hexOf(t, "msg"));
+            const std::vector<uint8_t> signature = hexOf(t, "sig");
             // "Acceptable" there are names of the hash without its NULL, which are refused here.
-            EXPECT_EQ(t["result"].text() == "valid",
-                      key.verifyPkcs1(hash, Hash::of(hash, hexOf(t, "msg")), hexOf(t, "sig")))
-                << t["comment"].text();
-            return true;
+            const bool taken =
+                group.has("sLen")
+                    ? key.verifyPss(hash, digest, static_cast<size_t>(group["sLen"].number()),
+                                    signature)
+                    : key.verifyPkcs1(hash, digest, signature);
+            EXPECT_EQ(test::isValid(t), taken) << t["comment"].text();
         });
-        if (!count) GTEST_SKIP() << "no vectors beside the repository";
-        test::printCount(file, *count);
     }
-}
-
-TEST(RsaTest, WycheproofPss) {
-    const char* file = "rsa_pss_2048_sha256_mgf1_32_test.json";
-    const auto count = test::forEachWycheproof(file, [](const Json& group, const Json& t) {
-        const HashId hash = hashNamed(group["sha"].text());
-        const Json& k = group["publicKey"];
-        const RsaPublicKey key = keyOf(hexOf(k, "modulus"), hexOf(k, "publicExponent"));
-        const auto saltSize = static_cast<size_t>(group["sLen"].number());
-        EXPECT_EQ(t["result"].text() == "valid",
-                  key.verifyPss(hash, Hash::of(hash, hexOf(t, "msg")), saltSize, hexOf(t, "sig")))
-            << t["comment"].text();
-        return true;
-    });
-    if (!count) GTEST_SKIP() << "no vectors beside the repository";
-    test::printCount(file, *count);
 }
 
 }  // namespace

@@ -91,8 +91,10 @@ Road tlsRoad(const char* name, int version, bool implicit, size_t connects) {
     tls::test::ServerOptions options;
     options.minVersion = options.maxVersion = version;
     const auto server = std::make_shared<tls::test::OpenSslServer>(options);
-    const Properties properties{{"SmtpSsl", implicit ? "1" : "0"}, {"SmtpPort", "465"},
-                                {"AutoFix", "0"}, {"StartTLS", implicit ? "0" : "1"}};
+    const Properties properties{{"SmtpSsl", implicit ? "1" : "0"},
+                                {"SmtpPort", "465"},
+                                {"AutoFix", "0"},
+                                {"StartTLS", implicit ? "0" : "1"}};
     return {name, properties,
             [server, implicit](MailWorld& world) {
                 auto peer = std::make_unique<TlsMailPeer>(server->context(), implicit);

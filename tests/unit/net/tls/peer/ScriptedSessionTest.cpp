@@ -111,7 +111,7 @@ const ResumeRow kResumeRows[] = {
     {"id.noCcs", tls12, [](First& f) { f.again.flight = {ServerHello, Finished}; }, ServerHello, nullptr, Alert::UnexpectedMessage, false},
     {"id.certificate", tls12, [](First& f) { f.again.flight = {ServerHello, Certificate}; }, ServerHello, nullptr, Alert::UnexpectedMessage, false},
     {"id.finished", tls12, nothing, Finished, EDIT(m.body[11] ^= 1), Alert::DecryptError, false},
-    {"id.leftover", tls12, nothing, Finished, EDIT(m.tail = {0}), Alert::UnexpectedMessage, false},
+    {"id.leftover", tls12, nothing, Finished, EDIT(m.tail = {0, 0, 0, 0}), Alert::UnexpectedMessage, false},
 };
 
 // clang-format on

@@ -34,7 +34,6 @@ class Talk {
 public:
     explicit Talk(ServerSetup setup, TlsSettings settings = namedSettings())
         : server(std::move(setup)), engine(std::move(settings), environment) {
-        log.setVerbose(true);
         engine.start(log);
     }
 

@@ -125,7 +125,7 @@ const Row kRows[] = {
     {"certificate.odd", ecdhe, Certificate, EDIT(m.body = {0, 0, 5, 0, 0, 2, 0x30, 0}), Alert::BadCertificate},
     {"certificate.sixteen", ecdhe, Certificate, EDIT(chain(m, 15)), kLegal},
     {"certificate.seventeen", ecdhe, Certificate, EDIT(chain(m, 16)), Alert::DecodeError},
-    {"certificate.otherKind", [](ServerSetup& s) { ecdhe(s); s.certificate = certificateOf(keyOf("RSA-2048")); }, Certificate, nullptr, Alert::IllegalParameter},
+    {"certificate.otherKind", [](ServerSetup& s) { ecdheRsa(s), s.suite = 0xC02B; }, Certificate, nullptr, Alert::IllegalParameter},
     {"certificate.otherKey", [](ServerSetup& s) { ecdhe(s); s.certificate = certificateOf(keyOf("P-384")); }, Certificate, nullptr, Alert::DecryptError},
     {"certificate.curveNotOffered", [](ServerSetup& s) { ecdhe(s); s.key = "brainpoolP384r1"; }, Certificate, nullptr, Alert::IllegalParameter},
     {"certificate.long", ecdhe, Certificate, EDIT(m.length = 128 * 1024 + 1), Alert::IllegalParameter},
@@ -136,8 +136,8 @@ const Row kRows[] = {
     {"status.otherType", status, CertificateStatus, EDIT(m.body[0] = 2), Alert::DecodeError},
 
     {"exchange.explicitCurve", ecdhe, ServerKeyParams, EDIT(m.body[0] = 1), Alert::IllegalParameter},
-    {"exchange.curveNotOffered", ecdhe, ServerKeyParams, EDIT(m.body[2] = 26), Alert::IllegalParameter},
-    {"exchange.curveBehindSeam", ecdhe, ServerKeyParams, EDIT(m.body[2] = 27), Alert::IllegalParameter},
+    {"exchange.curveNotOffered", [](ServerSetup& s) { ecdhe(s), s.group = 26; }, ServerHello, nullptr, Alert::IllegalParameter},
+    {"exchange.curveBehindSeam", [](ServerSetup& s) { ecdhe(s), s.group = 27; }, ServerHello, nullptr, Alert::IllegalParameter},
     {"exchange.curveUnknown", ecdhe, ServerKeyParams, EDIT(m.body[1] = 1), Alert::IllegalParameter},
     {"exchange.zero", ecdhe, ServerKeyParams, EDIT(point(m, Bytes(32))), Alert::IllegalParameter},
     {"exchange.short", ecdhe, ServerKeyParams, EDIT(point(m, Bytes(31, 9))), Alert::IllegalParameter},
@@ -215,7 +215,7 @@ const Row kRows[] = {
 
     {"finished.short", ecdhe, Finished, EDIT(m.body.pop_back()), Alert::DecodeError},
     {"finished.long", ecdhe, Finished, EDIT(m.body.push_back(0)), Alert::DecodeError},
-    {"finished.leftover", ecdhe, Finished, EDIT(m.tail = {0}), Alert::UnexpectedMessage},
+    {"finished.leftover", ecdhe, Finished, EDIT(m.tail = {0, 0, 0, 0}), Alert::UnexpectedMessage},
     {"finished.tls10", tls10, Finished, EDIT(m.body[0] ^= 1), Alert::DecryptError},
 
     {"record.dataBeforeHello", ecdhe, ServerHello, EDIT(before(all, record(23, {1}))), Alert::UnexpectedMessage},
@@ -336,6 +336,40 @@ TEST(ScriptedTls12, DowngradeMarksAreJudgedByTheHelloJustSent) {
     EXPECT_EQ(verdict(0, Version::Tls13), Alert::IllegalParameter);
     EXPECT_EQ(verdict(0, Version::Tls12), Alert::IllegalParameter);
     EXPECT_NE(verdict(0, Version::Tls11), Alert::IllegalParameter);
+}
+
+TEST(ScriptedTls12, SuiteLeftOutByKeywordIsRefused) {
+    for (const bool of13 : {false, true}) {
+        ServerSetup setup;
+        if (!of13) ecdhe(setup);
+        TlsSettings settings = namedSettings();
+        settings.options.gcm = false;
+        Talk talk(setup, settings);
+        EXPECT_EQ(talk.pump().verdict(), Alert::IllegalParameter) << of13;
+    }
+}
+
+TEST(ScriptedTls12, FailingRandomSourceEndsTheHandshake) {
+    for (const Prepare prepare : {Prepare{ecdhe}, Prepare{dhe}, Prepare{plainRsa},
+                                  Prepare{[](ServerSetup& s) { s.retry = true, s.group = 24; }}}) {
+        ServerSetup setup;
+        prepare(setup);
+        Talk talk(setup);
+        talk.environment.randomWorks = false;  // from the first hello on
+        EXPECT_EQ(talk.pump().verdict(), Alert::InternalError) << talk.logText();
+        EXPECT_EQ(talk.engine.failure(), TlsFailure::RandomFailed);
+    }
+}
+
+// What follows a chaining value that is known must not be chosen by anybody.
+TEST(ScriptedTls12, FirstByteGoesAloneInCbcRecordsOfTls10) {
+    for (const Prepare prepare : {tls10, tls11}) {
+        ServerSetup setup;
+        prepare(setup);
+        Talk talk(setup);
+        ASSERT_EQ(talk.pump().verdict(), kLegal);
+        EXPECT_EQ(talk.server.recordSizes.at(0), prepare == tls10 ? size_t{1} : size_t{16384});
+    }
 }
 
 TEST(ScriptedTls12, WeakDhGroupIsWarnedOf) {

@@ -51,6 +51,8 @@ void certificates(Item& m, std::initializer_list<Bytes> entries) {
                            static_cast<uint8_t>(list.size())},
                      list});
 }
+// A whole NewSessionTicket, which would be welcome in a record of its own.
+const Bytes kTicket = {4, 0, 0, 15, 0, 0, 14, 16, 0, 0, 0, 7, 1, 1, 0, 1, 7, 0, 0};
 Bytes ours() { return certificateOf(keyOf("P-256")); }
 void chain(Item& m, size_t more) {
     Bytes list = entry(ours(), {});
@@ -121,6 +123,7 @@ const Row kRows[] = {
     {"retry.legacyVersion", retry, HelloRetry, EDIT(m.body[1] = 2), Alert::IllegalParameter},
     {"retry.compression", retry, HelloRetry, EDIT(m.body.back() = 1), Alert::IllegalParameter},
     {"retry.selects12", retry, HelloRetry, EDIT(m.ext(43) = {3, 3}), Alert::IllegalParameter},
+    {"retry.of12", [](ServerSetup& s) { retry(s); s.edits.emplace(ServerHello, EDIT(m.exts.clear(); m.body[40] ^= 1; put(m, 67, {0xC0, 0x2B}))); }, HelloRetry, EDIT(m.drop(43); put(m, 67, {0xC0, 0x2B})), Alert::IllegalParameter},
     {"retry.noVersion", retry, HelloRetry, EDIT(m.drop(43)), Alert::IllegalParameter},
     {"retry.twoGroups", retry, HelloRetry, EDIT(add(m, 51, {0, 24})), Alert::IllegalParameter},
     {"retry.unknownExtension", retry, HelloRetry, EDIT(add(m, 0x1234)), Alert::UnsupportedExtension},
@@ -187,7 +190,7 @@ const Row kRows[] = {
     {"finished.short", plain, Finished, EDIT(m.body.pop_back()), Alert::DecodeError},
     {"finished.long", plain, Finished, EDIT(m.body.push_back(0)), Alert::DecodeError},
     {"finished.empty", plain, Finished, EDIT(m.body.clear()), Alert::DecodeError},
-    {"finished.leftover", plain, Finished, EDIT(m.tail = {4}), Alert::UnexpectedMessage},
+    {"finished.leftover", plain, Finished, EDIT(m.tail = kTicket), Alert::UnexpectedMessage},
 
     {"ccs.beforeHello", plain, ServerHello, EDIT(before(all, ccs({1}))), kLegal},
     {"ccs.afterHello", plain, EncryptedExtensions, EDIT(before(all, ccs({1}))), kLegal},
@@ -319,7 +322,7 @@ const PostRow kPostRows[] = {
     {"update.otherValue", [](ScriptedTlsServer& s) { edited(s, KeyUpdate, EDIT(m.body = {2})); }, Alert::IllegalParameter},
     {"update.empty", [](ScriptedTlsServer& s) { edited(s, KeyUpdate, EDIT(m.body = {})); }, Alert::DecodeError},
     {"update.long", [](ScriptedTlsServer& s) { edited(s, KeyUpdate, EDIT(m.body = {0, 0})); }, Alert::DecodeError},
-    {"update.leftover", [](ScriptedTlsServer& s) { edited(s, KeyUpdate, EDIT(m.tail = {4})); }, Alert::UnexpectedMessage},
+    {"update.leftover", [](ScriptedTlsServer& s) { edited(s, KeyUpdate, EDIT(m.tail = kTicket)); }, Alert::UnexpectedMessage},
     {"request", [](ScriptedTlsServer& s) { s.emit(CertificateRequest); }, Alert::UnexpectedMessage},
     {"finished", [](ScriptedTlsServer& s) { s.emit(Finished); }, Alert::UnexpectedMessage},
     {"helloRequest", [](ScriptedTlsServer& s) { s.emit(HelloRequest); }, Alert::UnexpectedMessage},

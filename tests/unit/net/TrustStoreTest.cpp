@@ -1,0 +1,185 @@
+// Where trust anchors come from: a given PEM file, the distribution's bundle, the Windows stores.
+#include "net/TrustStore.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "net/x509/Pem.h"
+#include "platform/SysFile.h"
+#include "platform/SysTrustRoots.h"
+#include "tests/unit/net/NetTestKit.h"
+
+#ifdef _WIN32
+#include <windows.h>
+// wincrypt.h needs windows.h before it
+#include <wincrypt.h>
+#endif
+
+namespace tv {
+namespace {
+
+using namespace tv::test;
+using x509::ChainRule;
+
+// Signed by itself, for anchor.trust.test, from 2000 to 2100.
+constexpr char kPem[] =
+    "-----BEGIN CERTIFICATE-----\n"
+    "MIIBeTCCAR+gAwIBAgIBATAKBggqhkjOPQQDAjAcMRowGAYDVQQDDBFhbmNob3Iu\n"
+    "dHJ1c3QudGVzdDAgFw0wMDAxMDEwMDAwMDBaGA8yMTAwMDEwMTAwMDAwMFowHDEa\n"
+    "MBgGA1UEAwwRYW5jaG9yLnRydXN0LnRlc3QwWTATBgcqhkjOPQIBBggqhkjOPQMB\n"
+    "BwNCAASv6IXiSc3Yk3D16ajN5HwCKG9a/tWIlKRf1imHEtvEvT94BQ0G0UhNSG0q\n"
+    "4lb1g8eZ4zPdsx/slLreYt/3OUtSo1AwTjAPBgNVHRMBAf8EBTADAQH/MBwGA1Ud\n"
+    "EQQVMBOCEWFuY2hvci50cnVzdC50ZXN0MB0GA1UdDgQWBBQs5HXon8M/SimPkQSE\n"
+    "kMvHBKWGlzAKBggqhkjOPQQDAgNIADBFAiBn4P1y7jiwqT0cyELlrvQXRPBFdtgb\n"
+    "qv3MaIReVPCLsgIhAPoQaJD3EhKUepD7qBmX/ZUa2o3JZXbUIdq0tfzkKX2S\n"
+    "-----END CERTIFICATE-----\n";
+constexpr char kHost[] = "anchor.trust.test";
+constexpr int64_t kNow = 1795254300;  // 2026-11-21
+
+plat::DerList chainOfOne() {
+    return x509::pemCertificates(kPem, 1);
+}
+
+TEST(TrustStore, AnchorsFromAFile) {
+    const std::string whole = kPem;
+    const std::string wanting = "Failed to read the file of trust anchors.";
+    const struct {
+        const char* name;
+        std::string text;  // of the file; "-": there is none
+        const char* host;
+        int64_t now;
+        ChainRule broken;
+    } kCases[] = {
+        {"trusted", whole, kHost, kNow, ChainRule::None},
+        {"between other things", "x\r\n" + whole + whole + "y", kHost, kNow, ChainRule::None},
+        {"another host", whole, "other.trust.test", kNow, ChainRule::HostMismatch},
+        {"too late", whole, kHost, 4102444801, ChainRule::Expired},
+        {"too early", whole, kHost, 946684799, ChainRule::NotYetValid},
+        {"empty file", "", kHost, kNow, ChainRule::UnknownIssuer},
+        {"cut certificate", whole.substr(0, 300), kHost, kNow, ChainRule::UnknownIssuer},
+        {"no file", "-", kHost, kNow, ChainRule::UnknownIssuer},
+    };
+    const std::string path = "trust-store-test.pem";
+    for (const auto& c : kCases) {
+        std::remove(path.c_str());
+        if (c.text != "-") {
+            std::FILE* file = std::fopen(path.c_str(), "wb");
+            ASSERT_NE(file, nullptr);
+            std::fwrite(c.text.data(), 1, c.text.size(), file);
+            std::fclose(file);
+        }
+        _tvLogger log;
+        EXPECT_EQ(verifyServerChain(chainOfOne(), c.host, c.now, path, log).broken, c.broken)
+            << c.name;
+        expectLogged(log, "trustAnchors: " + path);
+        EXPECT_EQ(textOf(log).find(wanting) != std::string::npos, c.text == "-") << c.name;
+    }
+    std::remove(path.c_str());
+}
+
+#ifdef _WIN32
+
+// Puts a certificate into a store of this user as long as it lives; through crypt32 itself.
+class StoreEntry {
+public:
+    StoreEntry(const wchar_t* store, const std::vector<uint8_t>& der) {
+        const HMODULE library = LoadLibraryW(L"crypt32.dll");
+        close_ = entry<decltype(close_)>(library, "CertCloseStore");
+        remove_ = entry<decltype(remove_)>(library, "CertDeleteCertificateFromStore");
+        const auto open = entry<decltype(&CertOpenStore)>(library, "CertOpenStore");
+        const auto add = entry<decltype(&CertAddEncodedCertificateToStore)>(
+            library, "CertAddEncodedCertificateToStore");
+        store_ =
+            open(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, store);
+        const auto control = entry<decltype(&CertControlStore)>(library, "CertControlStore");
+        EXPECT_TRUE(store_ &&
+                    add(store_, X509_ASN_ENCODING, der.data(), static_cast<DWORD>(der.size()),
+                        CERT_STORE_ADD_ALWAYS, &context_) &&
+                    control(store_, 0, CERT_STORE_CTRL_COMMIT, nullptr));
+    }
+    ~StoreEntry() {
+        if (context_) remove_(context_);
+        if (store_) close_(store_, 0);
+    }
+    StoreEntry(const StoreEntry&) = delete;
+    StoreEntry& operator=(const StoreEntry&) = delete;
+
+private:
+    template <class Function>
+    static Function entry(HMODULE library, const char* name) {
+        return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+    }
+
+    decltype(&CertCloseStore) close_ = nullptr;
+    decltype(&CertDeleteCertificateFromStore) remove_ = nullptr;
+    HCERTSTORE store_ = nullptr;
+    PCCERT_CONTEXT context_ = nullptr;
+};
+
+TEST(TrustStore, WindowsStores) {
+    const auto verdict = [](const plat::DerList& chain, const char* host, std::string& text) {
+        _tvLogger log;
+        const ChainRule broken = verifyServerChain(chain, host, kNow, "", log).broken;
+        text = textOf(log);
+        return broken;
+    };
+    const auto isAnchor = [](const std::vector<uint8_t>& der) {
+        const plat::DerList anchors = plat::systemTrustAnchors();
+        return std::find(anchors.begin(), anchors.end(), der) != anchors.end();
+    };
+    const plat::DerList chain = chainOfOne();
+    std::string text;
+    EXPECT_TRUE(plat::trustAnchorFiles().empty());
+    EXPECT_FALSE(isAnchor(chain[0]));
+    {
+        // The system reads its stores when it is asked first, so this comes first.
+        const StoreEntry root(L"ROOT", chain[0]);
+        EXPECT_TRUE(plat::systemTrustsChain(chain, 1000, text)) << text;
+        EXPECT_TRUE(isAnchor(chain[0]));
+        EXPECT_EQ(verdict(chain, kHost, text), ChainRule::None) << text;
+        EXPECT_EQ(verdict(chain, "other.trust.test", text), ChainRule::HostMismatch);
+
+        const StoreEntry refused(L"Disallowed", chain[0]);
+        EXPECT_FALSE(isAnchor(chain[0]));
+        EXPECT_EQ(verdict(chain, kHost, text), ChainRule::UnknownIssuer);
+        EXPECT_NE(text.find("The system disallows a certificate of the chain."), std::string::npos)
+            << text;
+    }
+    EXPECT_FALSE(isAnchor(chain[0]));
+
+    plat::DerList stranger = chain;
+    const std::string_view name = "anchor.trust.test";
+    for (auto at = stranger[0].begin();;) {
+        at = std::search(at, stranger[0].end(), name.begin(), name.end());
+        if (at == stranger[0].end()) break;
+        *at = 'b';
+    }
+    EXPECT_EQ(verdict(stranger, "bnchor.trust.test", text), ChainRule::UnknownIssuer);
+    EXPECT_NE(text.find("The system does not trust the chain (status "), std::string::npos) << text;
+    EXPECT_FALSE(plat::systemTrustsChain({{0x30, 0x03, 1, 1, 1}}, 1000, text));
+    EXPECT_EQ(text, "The system cannot read the certificate.");
+    EXPECT_FALSE(plat::systemTrustsChain({}, 1000, text));
+    EXPECT_EQ(text, "The system has no opinion on certificates.");
+}
+
+#else
+
+// The first bundle that exists counts, and it holds what it should.
+TEST(TrustStore, BundleOfTheDistribution) {
+    _tvLogger log;
+    EXPECT_TRUE(plat::systemTrustAnchors().empty());
+    EXPECT_EQ(verifyServerChain(chainOfOne(), kHost, kNow, "", log).broken,
+              ChainRule::UnknownIssuer);
+    expectLogged(log, "The system has no opinion on certificates.");
+    for (const std::string& path : plat::trustAnchorFiles()) {
+        if (!plat::isRegularFile(path)) continue;
+        expectLogged(log, "trustAnchors: " + path);
+        return;
+    }
+    GTEST_SKIP() << "this machine has no bundle of trust anchors";
+}
+
+#endif
+
+}  // namespace
+}  // namespace tv
