@@ -1,5 +1,6 @@
 #include "net/Resolver.h"
 
+#include <algorithm>
 #include <string>
 
 #include "base/Ascii.h"
@@ -19,6 +20,7 @@ using plat::AddressFamily;
 using plat::NetCode;
 
 constexpr uint64_t kLeastTimeMs = 1000;
+constexpr uint64_t kMostForSystemMs = 5000;
 
 // The form under which a name is remembered: "host.tld." and "host.tld" are the same.
 std::string_view withoutDot(std::string_view name) {
@@ -84,13 +86,22 @@ std::vector<plat::IpAddress> serversFor(const std::string& name, LogBase& log) {
     return servers;
 }
 
+// Silent servers must not use up the time of the system's resolver, which may reach others.
+Deadline withoutLastResort(const Deadline& deadline, const ResolverState& state) {
+    const uint64_t left = deadline.leftMs();
+    const uint64_t kept = std::min(left / 4, kMostForSystemMs);
+    const bool isAlone = state.requireTls || !state.ownNameServers.empty();
+    if (isAlone || !deadline.isLimited() || kept < kLeastTimeMs) return deadline;
+    return Deadline(left - kept);
+}
+
 // Asks name servers and remembers what they said, and which of them did not.
 bool queryServers(const std::string& name, const std::vector<plat::IpAddress>& servers,
                   const Deadline& deadline, DnsOutcome& outcome, LogBase& log,
                   SocketParams& params) {
     ResolverState& state = resolverState();
-    const bool answered =
-        doDnsQuery(name, servers, state.requireTls, deadline, outcome, log, params);
+    const bool answered = doDnsQuery(name, servers, state.requireTls,
+                                     withoutLastResort(deadline, state), outcome, log, params);
     const uint64_t nowMs = plat::sysClock().tickMs();
     for (const plat::IpAddress& server : outcome.silent) {
         state.noteServer(server, false, nowMs);

@@ -137,14 +137,23 @@ TEST_F(Resolver, WhenTheServersDoNotHelp) {
          R::DnsFailed,
          0,
          {"num_app_defined_ns: 1", "DNS resolution failed."}},
-        {"silent until the end",
+        {"silent, and the system's resolver knows",
          "mail.example",
          silence,
          30000,
          false,
+         "192.0.2.3",
+         R::None,
+         25000,
+         {"num_app_defined_ns: 0"}},
+        {"silent until the end",
+         "mail.example",
+         silence,
+         3999,
+         false,
          "",
          R::DnsTimeout,
-         30000,
+         3999,
          {"Less than a second is left", "DNS resolution failed."}},
         {"silent without a limit",
          "mail.example",
@@ -354,7 +363,7 @@ TEST_F(Resolver, SilentServersAreAskedLast) {
     net.nameServers.servers = {"10.0.0.1", "10.0.0.2"};
     serve("10.0.0.1", silence);
     serve("10.0.0.2", isAt("192.0.2.1", 0));  // never remembered
-    const char* const kBoth = "10.0.0.1@0 10.0.0.1@1500 10.0.0.1@3500 10.0.0.1@4500 10.0.0.2@15000";
+    const char* const kBoth = "10.0.0.1@0 10.0.0.1@1500 10.0.0.1@3500 10.0.0.1@4500 10.0.0.2@12500";
     const struct {
         uint64_t afterMs;
         const char* sent;
