@@ -98,7 +98,7 @@ bool SChannelTolvane::exchange(uint32_t maxIdleMs, LogBase& log, SocketParams& p
 bool SChannelTolvane::handshakeFailed(int road, LogBase& log, SocketParams& params) {
     if (params.aborted) {
         params.connectFailReason = ConnectFailReason::Aborted;
-    } else if (readFailed_ && !engine_->serverHelloSeen()) {
+    } else if (readFailed_ && !engine_->serverAnswered()) {
         params.connectFailReason = params.timedOut ? ConnectFailReason::TlsServerHelloUnreadable
                                                    : ConnectFailReason::TlsNoServerHello;
     } else if (engine_->failure() == tls::TlsFailure::CertificateMissing) {

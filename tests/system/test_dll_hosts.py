@@ -44,9 +44,35 @@ def test_odd_entry(dll, tmp_path, entry):
     assert files == [IMAGE, IMAGE]
 
 
-def test_null_everywhere_and_calls_before_initialise(product, tmp_path):
-    done = run_host(product, "null_host", library(product), cwd=tmp_path)
-    assert done.code == 0, done.err
+TEXT_SETTERS = ("setSmtpHost", "setSmtpUser", "setSmtpPassword", "setSmtpAuthMethod", "setLoginDomain",
+                "setFromAddress", "setSubject", "setBody", "setLogo")
+NUMBER_SETTERS = ("setSmtpPort", "setUseSSL", "setStartTls")
+
+
+def call_all_with_null(host):
+    for name in TEXT_SETTERS:
+        assert host.call(name) is None
+    for name in NUMBER_SETTERS:
+        assert host.call(name, 0) is None
+    for name in ("setRecipient", "setCC", "setBCC"):
+        assert host.call(name) == 0
+    assert (host.setDefaultNtlmVersion(-7), host.setDefaultNtlmVersion(2)) == (-7, 2)
+    assert host.setNoopCount(-3) == -3
+    host.setVerboseLogging()
+    host.ResetEmail()
+
+
+def test_null_everywhere_and_calls_before_initialise(host):
+    assert host.error() == ""
+    call_all_with_null(host)
+    host.setLogging()
+    host.setAttachment()
+    assert host.setRecipient("reader@example.test") == 0
+    assert host.szBrisko() == 0 and "Initialise" in host.error()
+    assert host.Initialise() == 0 and "Initialise" in host.error()  # the state's strings stay
+    call_all_with_null(host)
+    assert host.setRecipient("reader@example.test") == 1
+    assert host.szBrisko() == 0 and "VerifySmtpConnection" in host.error()  # no host name
 
 
 def test_linked_host(product, tmp_path):

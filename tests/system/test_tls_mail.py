@@ -19,8 +19,10 @@ SERVICE = """127.0.0.1:{port} inet n - n - - smtpd
   -o smtpd_tls_chain_files={chain}
 """
 SETTINGS = {"smtpd_tls_loglevel": "1", "smtpd_tls_ciphers": "medium", "smtpd_tls_mandatory_ciphers": "medium",
-            "tls_medium_cipherlist": "ALL:@SECLEVEL=0", "smtpd_tls_session_cache_database": "btree:${data_directory}/tls",
-            "import_environment": "OPENSSL_CONF=/dev/null"}
+            "tls_medium_cipherlist": "ALL:@SECLEVEL=0",
+            "smtpd_tls_session_cache_database": "btree:${data_directory}/tls",
+            "import_environment": "MAIL_CONFIG MAIL_DEBUG MAIL_LOGTAG TZ LANG=C POSTLOG_SERVICE POSTLOG_HOSTNAME "
+                                  "OPENSSL_CONF=/dev/null"}
 
 
 @pytest.fixture(scope="module")
@@ -63,7 +65,12 @@ def test_a_mail_goes_through(product, tmp_path, server, version, kind, road):
         assert host.szBrisko(), host.error()
     message = server.messages(before + 1)[-1]
     assert f"over TLS {version}".encode() in message and len(message) > 200000
-    found = re.findall(r"TLS connection established from .*: (TLSv[\d.]+) with cipher (\S+)", server.log()[read:])
-    assert [name for name, _ in found] == [NAMES[version]] * 2  # the trial connection and the send
-    if version != "1.3" and found[0][1].startswith("ECDHE-"):
+    found = re.findall(r"TLS connection established from .*: (TLSv[\d.]+) with cipher (\S+)(.*)", server.log()[read:])
+    # The trial connection and the send, which uses its session.
+    assert [name for name, _, _ in found] == [NAMES[version]] * 2
+    assert found[0][1] == found[1][1]
+    if version == "1.3":
+        assert ("server-signature RSA" if kind == "rsa" else "server-signature ECDSA") in found[0][2]
+        assert ["server-digest" in rest for _, _, rest in found] == [True, False]
+    elif found[0][1].startswith("ECDHE-"):
         assert found[0][1].startswith("ECDHE-RSA-" if kind == "rsa" else "ECDHE-ECDSA-")

@@ -159,6 +159,14 @@ def test_sessions_stay_among_their_kind(chain, probe):
     assert text in results[2]["log"] and text not in results[1]["log"]
 
 
+def test_a_session_is_taken_whatever_the_order_of_the_suites(chain, probe):
+    """The server takes the client's first suite, and a session only with a suite of the same hash."""
+    with TrustServer(chain, "good") as server:
+        results = [probe.run(port=server.port, slot="order", talk="rev", bytes=1000) for _ in range(12)]
+    assert [result["resumed"] for result in results] == [False] + [True] * 11
+    assert {result["version"] for result in results} == {"TLS 1.3"}
+
+
 def test_anchors_of_the_distribution(chain):
     """The bundle is replaced for one process, in a mount namespace of its own."""
     bundle = next(filter(os.path.exists, BUNDLES), None)

@@ -376,38 +376,33 @@ private:
         const std::vector<int8_t> digits = signedDigits(curve_.number(factor), kWidth);
         const OddTable table = oddMultiples(point, kWidth);
         Field total = Field::zero();
-        bool none = true, distinct = true;
+        bool none = true;
         for (size_t i = std::max(baseDigits.size(), digits.size()); i-- != 0;) {
             if (!none) total = twice(total);
-            if (i < digits.size()) distinct &= addPublic(total, none, digits[i], table);
-            if (i < baseDigits.size()) distinct &= addPublic(total, none, baseDigits[i], baseTable);
+            if (i < digits.size()) addPublic(total, none, digits[i], table);
+            if (i < baseDigits.size()) addPublic(total, none, baseDigits[i], baseTable);
         }
-        if (none || !distinct) return false;
         Field plainOne = Field::zero();
         plainOne.v[0] = V::all(1);
         const Field plain = total * plainOne, square = total * total * plainOne;
+        // Once points have met, Z is 0 and stays so.
+        if (none || hasZeroZ(square)) return false;
         putLane(x, plain, 0);
         putLane(zz, square, 2);
         return true;
     }
 
-    // False if the two points had the same x.
-    TV_LANES_TARGET static bool addPublic(Field& total, bool& none, int digit,
+    TV_LANES_TARGET static void addPublic(Field& total, bool& none, int digit,
                                           const OddTable& table) {
-        if (digit == 0) return true;
+        if (digit == 0) return;
         Field first, second;
         split(table[static_cast<size_t>(digit < 0 ? -digit : digit) / 2].lanes, first, second);
         if (digit < 0) first = negateY(first);
-        if (none) {
-            total = pointOf(first, second).carried();
-            none = false;
-            return true;
-        }
-        total = addDistinct(total, first, second);
-        return !hasZeroZ(total);
+        total = none ? pointOf(first, second).carried() : addDistinct(total, first, second);
+        none = false;
     }
 
-    // Z of a sum is a product with its limbs in order: 0 or p if it is 0.
+    // For a product, whose limbs are in order: 0 or p if it is 0.
     TV_LANES_TARGET static bool hasZeroZ(const Field& p) {
         uint64_t differenceToZero = 0, differenceToPrime = 0;
         for (size_t i = 0; i < kLimbs; ++i) {

@@ -29,7 +29,7 @@ TlsFailure ClientHandshake12::begin(const ServerHello& reply, LogBase& log) {
     sessionId_.assign(reply.sessionId.begin(), reply.sessionId.end());
     shared_.records.setPeerLimit(0);
     if (answer.recordSizeLimit) {
-        failure = applyRecordSizeLimit(shared_.records, reply.version, *answer.recordSizeLimit);
+        failure = applyRecordSizeLimit(shared_.records, *answer.recordSizeLimit);
         if (failure != TlsFailure::None) return failure;
     }
     if (shared_.result.resumed) return beginResumed(log);

@@ -95,7 +95,7 @@ TlsFailure ClientHandshake13::onEncryptedExtensions(std::span<const uint8_t> bod
     ServerExtensions answer;
     TlsFailure failure = parseEncryptedExtensions(body, shared_.hello, answer);
     if (failure == TlsFailure::None && answer.recordSizeLimit) {
-        failure = applyRecordSizeLimit(shared_.records, Version::Tls13, *answer.recordSizeLimit);
+        failure = applyRecordSizeLimit(shared_.records, *answer.recordSizeLimit);
     }
     if (shared_.result.resumed) {
         next_ = {HandshakeType::Finished};

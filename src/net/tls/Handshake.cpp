@@ -1,7 +1,5 @@
 #include "net/tls/Handshake.h"
 
-#include <algorithm>
-
 namespace tv::tls {
 
 bool Handshake::send(std::span<const uint8_t> message) {
@@ -16,12 +14,10 @@ bool Handshake::sendCompatibilityCcs() {
     return records.send(ContentType::ChangeCipherSpec, kBody);
 }
 
-TlsFailure applyRecordSizeLimit(RecordLayer& records, Version version, uint16_t limit) {
+TlsFailure applyRecordSizeLimit(RecordLayer& records, uint16_t limit) {
     constexpr uint16_t kSmallest = 64;
     if (limit < kSmallest) return TlsFailure::IllegalParameter;
-    // In TLS 1.3 the limit counts the content type, too.
-    const size_t largest = version >= Version::Tls13 ? kMaxPlaintext + 1 : kMaxPlaintext;
-    records.setPeerLimit(std::min<size_t>(limit, largest));
+    records.setPeerLimit(limit);
     return TlsFailure::None;
 }
 

@@ -133,7 +133,8 @@ public:
     virtual bool done() const = 0;
 };
 
-// record_size_limit of the peer (RFC 8449, 4): too small is refused, too large is capped.
-TlsFailure applyRecordSizeLimit(RecordLayer& records, Version version, uint16_t limit);
+// record_size_limit of the peer (RFC 8449, 4): too small is refused; the record layer caps a large
+// one.
+TlsFailure applyRecordSizeLimit(RecordLayer& records, uint16_t limit);
 
 }  // namespace tv::tls

@@ -90,6 +90,7 @@ TlsFailure TlsProtocol::onAlert(std::span<const uint8_t> body, LogBase& log) {
         log.logData("descrip", alertName(alert));
     }
     peerAlert_ = alert;
+    serverAnswered_ = true;
     if (alert == Alert::CloseNotify) {
         closeNotifyReceived_ = true;
         if (!handshake_) return TlsFailure::None;
@@ -128,6 +129,7 @@ TlsFailure TlsProtocol::onHandshake(std::span<const uint8_t> fragment, LogBase& 
 }
 
 TlsFailure TlsProtocol::onMessage(const HandshakeMessage& message, LogBase& log) {
+    serverAnswered_ |= message.type == HandshakeType::ServerHello;
     if (!handshake_) return onPostHandshake(message, log);
     // A HelloRequest during a handshake is ignored (RFC 5246, 7.4.1.1).
     if (message.type == HandshakeType::HelloRequest && negotiated_.version != Version::Tls13) {

@@ -40,7 +40,8 @@ public:
     bool isEstablished() const { return established_ && failure_ == TlsFailure::None; }
     // A renegotiation is under way: application data waits until it is over.
     bool isHandshaking() const { return handshake_ != nullptr; }
-    bool serverHelloSeen() const { return serverHelloSeen_; }
+    // A whole ServerHello (a HelloRetryRequest is one) or an alert has come.
+    bool serverAnswered() const { return serverAnswered_; }
     bool closeNotifyReceived() const { return closeNotifyReceived_; }
     TlsFailure failure() const { return failure_; }
     std::optional<Alert> peerAlert() const { return peerAlert_; }
@@ -86,6 +87,7 @@ private:
     bool started_ = false;
     bool established_ = false;
     bool serverHelloSeen_ = false;
+    bool serverAnswered_ = false;
     bool ccsDropped_ = false;
     bool closeNotifyReceived_ = false;
     bool closeNotifySent_ = false;

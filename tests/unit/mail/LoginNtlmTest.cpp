@@ -9,22 +9,7 @@
 namespace tv::test {
 namespace {
 
-// Domain "Dom" and workstation "TESTHOST" in OEM text.
-const std::string kType1 = "'TlRMTVNTUAABAAAAB7IIAAMAAwAgAAAACAAIACMAAABEb21URVNUSE9TVA==' ";
-
-std::string type2() {
-    NtlmChallenge challenge;
-    challenge.flags = 0x00088207;
-    challenge.challenge = {1, 2, 3, 4, 5, 6, 7, 8};
-    challenge.targetInfo = bytesOfHex("010004005300310000000000");
-    return base64Encode(*challenge.encode());
-}
-
 const Properties kNtlm = withPassword({{"SmtpAuthMethod", "ntlm"}, {"LoginDomain", "Dom"}});
-
-std::string upToType3(const std::string& challenge) {
-    return "ntlm; " + kType1 + "334 " + challenge + "; ";
-}
 
 TEST(LoginNtlm, theThirdMessageProvesThePassword) {
     for (const int version : {1, 2}) {
@@ -32,7 +17,7 @@ TEST(LoginNtlm, theThirdMessageProvesThePassword) {
         MailWorld world(kNtlm);
         world.compose();
         FakeLink& link =
-            world.serve(offering("NTLM") + script(upToType3(type2()) + "any 235 ok; delivered"));
+            world.serve(offering("NTLM") + script("ntlm; type1; any 235 ok; delivered"));
         EXPECT_TRUE(world.send()) << world.logText();
         std::string line = link.turnBytes.at(4);
         line.resize(line.size() - 2);
@@ -70,51 +55,14 @@ TEST(LoginNtlm, theThirdMessageProvesThePassword) {
     setDefaultNtlmVersion(2);
 }
 
-TEST(LoginNtlm, refusals) {
-    const char* const noType2 = "Expected TYPE2 message to begin with NTLMSSP.";
-    const struct {
-        const char* what;
-        std::string steps;
-        const char* logged;
-    } rows[] = {
-        {"command", "ntlm 504 no", "AUTH NTLM failed"},
-        {"235 at once", "ntlm 235 hm", "AUTH NTLM failed"},
-        {"type 1", "ntlm; " + kType1 + "501 bad message",
-         "Failed to get NTLM successful TYPE1 response from SMTP server."},
-        {"an empty type 2", upToType3("|~") + "cancel", noType2},
-        {"no base64", upToType3("%%") + "cancel", "Failed to decode TYPE2 input message."},
-        {"another message", upToType3("TlRMTVNTUAABAAAA") + "cancel",
-         "TYPE2 message type not equal to 2"},
-        {"64 KiB", upToType3(std::string(65000, 'A')) + "cancel", noType2},
-        {"type 3", upToType3(type2()) + "any 535 wrong",
-         "Logon denied.  Check username, password, and domain"},
-        {"250 is not enough", upToType3(type2()) + "any 250 ok", "response: 250 ok"},
-        {"a challenge more", upToType3(type2()) + "any 334 |~; cancel", "smtpAuth.statusCode: 334"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        MailWorld world(kNtlm);
-        world.compose();
-        world.serve(offering("NTLM") + script(row.steps + "; quit"));
-        EXPECT_FALSE(world.send());
-        EXPECT_EQ(world.word(), "AuthFailure");
-        EXPECT_TRUE(contains(world.logText(), row.logged)) << row.logged << world.logText();
-        EXPECT_TRUE(contains(world.logText(), "NTLM authentication failed"));
-        EXPECT_TRUE(contains(world.logText(), "Failed to login using NTLM method"));
-        expectNothingShown(world);
-    }
-}
-
-TEST(LoginNtlm, closedAtEachStep) {
-    for (const std::string& steps : {std::string("ntlm -!close"), "ntlm; " + kType1 + "-!close",
-                                     upToType3(type2()) + "any -!close"}) {
-        MailWorld world(kNtlm);
-        world.compose();
-        world.serve(offering("NTLM") + script(steps));
-        EXPECT_FALSE(world.send());
-        EXPECT_EQ(world.word(), "ConnectionLost") << steps;
-        EXPECT_TRUE(contains(world.logText(), "NTLM authentication failed"));
-    }
+TEST(LoginNtlm, aLongChallenge) {
+    MailWorld world(kNtlm);
+    world.compose();
+    world.serve(offering("NTLM") +
+                script("ntlm; type1 334 " + std::string(65000, 'A') + "; cancel; quit"));
+    EXPECT_FALSE(world.send());
+    EXPECT_EQ(world.word(), "AuthFailure");
+    EXPECT_TRUE(contains(world.logText(), "Expected TYPE2 message to begin with NTLMSSP."));
 }
 
 // A system without the package: the exchange ends politely and LOGIN is tried.

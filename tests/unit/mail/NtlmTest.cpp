@@ -14,6 +14,7 @@
 #include "platform/SysVersion.h"
 #include "tests/fixtures/FakeSystem.h"
 #include "tests/fixtures/HexBytes.h"
+#include "tests/fixtures/TestData.h"
 
 namespace tv::test {
 namespace {
@@ -67,58 +68,40 @@ TEST(NtlmPublished, responses) {
                     "00000000"));
 }
 
-const char* const kChallenges[] = {
-    "4e544c4d53535000 02000000 0c000c0038000000 338202e2 0123456789abcdef 0000000000000000"
-    "0000000000000000 060070170000000f 530065007200760065007200",
-    "4e544c4d53535000 02000000 0c000c0038000000 33820a82 0123456789abcdef 0000000000000000"
-    "0000000000000000 060070170000000f 530065007200760065007200",
-    "4e544c4d53535000 02000000 0c000c0038000000 33828ae2 0123456789abcdef 0000000000000000"
-    "2400240044000000 060070170000000f 530065007200760065007200"
-    "02000c0044006f006d00610069006e00 01000c00530065007200760065007200 00000000",
-};
-const char* const kAuthenticates[] = {
-    // version 1
-    "4e544c4d53535000 03000000 180018006c000000 1800180084000000 0c000c0048000000"
-    "0800080054000000 100010005c000000 100010009c000000 358280e2 0501280a0000000f"
-    "44006f006d00610069006e00 5500730065007200 43004f004d0050005500540045005200"
-    "98def7b87f88aa5dafe2df779688a172def11c7d5ccdef13"
-    "67c43011f30298a2ad35ece64f16331c44bdbed927841f94 518822b1b3f350c8958682ecbb3e3cb7",
-    // version 1 with client challenge
-    "4e544c4d53535000 03000000 180018006c000000 1800180084000000 0c000c0048000000"
-    "0800080054000000 100010005c000000 000000009c000000 35820882 0501280a0000000f"
-    "44006f006d00610069006e00 5500730065007200 43004f004d0050005500540045005200"
-    "aaaaaaaaaaaaaaaa00000000000000000000000000000000"
-    "7537f803ae367128ca458204bde7caf81e97ed2683267232",
-    // version 2
-    "4e544c4d53535000 03000000 180018006c000000 5400540084000000 0c000c0048000000"
-    "0800080054000000 100010005c000000 10001000d8000000 358288e2 0501280a0000000f"
-    "44006f006d00610069006e00 5500730065007200 43004f004d0050005500540045005200"
-    "86c35097ac9cec102554764a57cccc19aaaaaaaaaaaaaaaa 68cd0ab851e51c96aabc927bebef6a1c"
-    "01010000000000000000000000000000aaaaaaaaaaaaaaaa00000000"
-    "02000c0044006f006d00610069006e0001000c00530065007200760065007200 00000000 00000000"
-    "c5dad2544fc9799094ce1ce90bc9d03e",
-};
+// The messages of one kind from the file: version 1, version 1 with client challenge, version 2.
+std::vector<Bytes> messagesOf(const std::string& kind) {
+    const std::string text = fileText(testDataPath("mail/ntlm.txt"));
+    std::vector<Bytes> messages;
+    for (size_t at = 0; (at = text.find("\n" + kind + " ", at)) != std::string::npos;) {
+        at += kind.size() + 2;
+        messages.push_back(bytesOfHex(text.substr(at, text.find('\n', at) - at)));
+    }
+    EXPECT_EQ(messages.size(), 3u);
+    return messages;
+}
+const std::vector<Bytes> kChallenges = messagesOf("challenge");
+const std::vector<Bytes> kAuthenticates = messagesOf("authenticate");
 
 TEST(NtlmPublished, messagesDecodeAndEncode) {
-    for (const char* text : kChallenges) {
+    for (const Bytes& bytes : kChallenges) {
         NtlmChallenge message;
-        ASSERT_EQ(message.decode(bytesOfHex(text)), NtlmDefect::None);
+        ASSERT_EQ(message.decode(bytes), NtlmDefect::None);
         EXPECT_EQ(Bytes(message.challenge.begin(), message.challenge.end()), kServerChallenge);
         EXPECT_EQ(message.targetName, bytesOfHex("530065007200760065007200"));
         EXPECT_EQ(message.version, (NtlmOsVersion{6, 0, 6000, 15}));
-        EXPECT_EQ(message.encode(), bytesOfHex(text));
+        EXPECT_EQ(message.encode(), bytes);
         const NtlmTargetNames names = ntlmTargetNames(message.targetInfo);
         EXPECT_EQ(names.nbComputer, message.targetInfo.empty() ? "" : "Server");
         EXPECT_EQ(names.nbDomain, message.targetInfo.empty() ? "" : "Domain");
     }
-    for (const char* text : kAuthenticates) {
+    for (const Bytes& bytes : kAuthenticates) {
         NtlmAuthenticate message;
-        ASSERT_EQ(message.decode(bytesOfHex(text)), NtlmDefect::None);
+        ASSERT_EQ(message.decode(bytes), NtlmDefect::None);
         EXPECT_EQ(hex(message.userName), hexOf("5500730065007200"));
         EXPECT_EQ(message.version, (NtlmOsVersion{5, 1, 2600, 15}));
         const auto again = message.encode();
         ASSERT_TRUE(again);
-        EXPECT_EQ(hex(*again), hexOf(text));
+        EXPECT_EQ(hex(*again), hexLower(bytes));
     }
 }
 
@@ -157,12 +140,12 @@ TEST(ClsNtlm, answersThePublishedChallenge) {
         world.ntlm.put_NtlmVersion(version);
         world.ntlm.put_Flags(0xe2888235);
         NtlmAuthenticate wanted;
-        wanted.decode(bytesOfHex(kAuthenticates[version]));
+        wanted.decode(kAuthenticates[static_cast<size_t>(version)]);
         wanted.sessionKey.reset();
         wanted.flags = 0xe2888235 & (version == 1 ? 0x820a8233 : 0xe28a8233);
         const plat::SystemVersion running = plat::systemVersion();
         wanted.version = {running.major, running.minor, running.build, 15};
-        EXPECT_EQ(world.answer(bytesOfHex(kChallenges[version])), hex(*wanted.encode()));
+        EXPECT_EQ(world.answer(kChallenges[static_cast<size_t>(version)]), hex(*wanted.encode()));
         const std::string log = world.logText();
         for (const char* entry :
              {"genType3:", "TargetName: Server", "Adding version structure to TYPE3 message.",
@@ -243,21 +226,21 @@ TEST(ClsNtlm, oemServerGetsOemText) {
 TEST(ClsNtlm, failsWithoutRandom) {
     NtlmWorld world;
     world.random.failAfter = 4;
-    EXPECT_EQ(world.answer(bytesOfHex(kChallenges[2])), "failed");
+    EXPECT_EQ(world.answer(kChallenges[2]), "failed");
     EXPECT_NE(world.logText().find("The system's random source failed."), std::string::npos);
     world.ntlm.put_ClientChallenge(kServerChallenge);
-    EXPECT_NE(world.answer(bytesOfHex(kChallenges[2])), "failed");
+    EXPECT_NE(world.answer(kChallenges[2]), "failed");
 }
 
 // A whole Type 2 with the numbers at the offset replaced.
 Bytes patched(size_t offset, const char* digits) {
-    Bytes message = bytesOfHex(kChallenges[2]);
+    Bytes message = kChallenges[2];
     const Bytes bytes = bytesOfHex(digits);
     std::copy(bytes.begin(), bytes.end(), message.begin() + static_cast<std::ptrdiff_t>(offset));
     return message;
 }
 Bytes cut(size_t size) {
-    Bytes message = bytesOfHex(kChallenges[2]);
+    Bytes message = kChallenges[2];
     message.resize(size);
     return message;
 }
@@ -328,8 +311,8 @@ TEST(ClsNtlm, type2ThatDoesNotFit) {
 TEST(NtlmMessages, type3ThatIsNone) {
     NtlmAuthenticate read;
     EXPECT_EQ(read.decode({}), NtlmDefect::Signature);
-    EXPECT_EQ(read.decode(bytesOfHex(kChallenges[0])), NtlmDefect::Type);
-    const Bytes whole = bytesOfHex(kAuthenticates[2]);
+    EXPECT_EQ(read.decode(kChallenges[0]), NtlmDefect::Type);
+    const Bytes whole = kAuthenticates[2];
     for (size_t size = 0; size < whole.size(); ++size) {
         EXPECT_NE(read.decode(std::span(whole).first(size)), NtlmDefect::None) << size;
     }

@@ -1,12 +1,13 @@
-// Whole sends as dialogues (tests/data/mail/sends.txt). Each row is played with the server's bytes
-// arriving whole, line by line and byte by byte; the documented ones once more the way the export
-// sends, behind a trial connection. With TV_WRITE_FAULTS set their document is written.
+// Whole sends as dialogues (tests/data/mail/sends.txt and logins.txt). Each row is played with the
+// server's bytes arriving whole, line by line and byte by byte; the documented ones once more the
+// way the export sends, behind a trial connection. With TV_WRITE_FAULTS set their document is
+// written.
 #include <cstdlib>
 #include <fstream>
 
 #include "base/Ascii.h"
 #include "tests/fixtures/TestData.h"
-#include "tests/unit/mail/MailDialogue.h"
+#include "tests/unit/mail/LoginWorld.h"
 
 namespace tv::test {
 namespace {
@@ -54,29 +55,33 @@ void complete(Row& row) {
     row.word = says ? row.lastWord() : "Success";
 }
 
-std::vector<Row> readRows() {
-    const std::string text = fileText(testDataPath("mail/sends.txt"));
+std::vector<Row> readRows(const char* file) {
+    const std::string text = fileText(testDataPath(std::string("mail/") + file));
     std::vector<Row> rows;
-    std::string section;
+    Row common;  // what stands above the first row of a section
+    Row* row = &common;
     for (size_t at = 0; at < text.size(); at = text.find('\n', at) + 1) {
         const std::string line = text.substr(at, text.find('\n', at) - at);
         if (line.starts_with("  ")) {
             const size_t value = line[3] == '>' ? 3 : 4;
-            addLine(rows.back(), line[2], replaceAll(line.substr(value), "\\n", "\n"));
+            addLine(*row, line[2], replaceAll(line.substr(value), "\\n", "\n"));
         } else if (line.starts_with('[')) {
-            section = line.substr(1, line.size() - 2);
+            common = {};
+            common.section = line.substr(1, line.size() - 2);
+            row = &common;
         } else if (!line.empty() && line[0] != '#') {
-            rows.push_back({section, line, {}, {}, {}, {}, {}, {}});
+            row = &rows.emplace_back(common);
+            row->name = line;
         }
     }
-    for (Row& row : rows) {
-        complete(row);
+    for (Row& each : rows) {
+        complete(each);
     }
     return rows;
 }
 
 const std::vector<Row>& allRows() {
-    static const std::vector<Row> rows = readRows();
+    static const std::vector<Row> rows = readRows("sends.txt");
     return rows;
 }
 
@@ -128,15 +133,30 @@ void play(const Row& row, Delivery delivery) {
     EXPECT_EQ(world.clock.sleeps,
               row.retried ? std::vector<uint32_t>{500} : std::vector<uint32_t>());
     EXPECT_EQ(world.net.connects.size(), row.links.size());
+    const bool spokeOfLogin =
+        contains(transcript, "\nAUTH ") || contains(transcript, "{PasswordOrCredentials}");
+    EXPECT_EQ(contains(log, "not encrypted"), spokeOfLogin) << log;
+    const bool refused = row.word == "AuthFailure";
+    EXPECT_EQ(contains(log, "smtpAuth.error: AuthFailure"), refused) << log;
+    EXPECT_TRUE(!refused || contains(log, "smtpAuth.success: 0")) << log;
+    expectNothingShown(world);
 }
 
-TEST(SendDialogue, table) {
-    EXPECT_GT(allRows().size(), 90u);
-    for (const Row& row : allRows()) {
+void playAll(const std::vector<Row>& rows) {
+    EXPECT_GT(rows.size(), 70u);
+    for (const Row& row : rows) {
         play(row, Delivery::Whole);
         play(row, Delivery::Lines);
         play(row, Delivery::Bytes);
     }
+}
+
+TEST(SendDialogue, table) {
+    playAll(allRows());
+}
+
+TEST(SendDialogue, logins) {
+    playAll(readRows("logins.txt"));
 }
 
 // What the host reads of a fault: of a trial a line of the log, else the end of the transcript.

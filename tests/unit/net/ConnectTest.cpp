@@ -1,5 +1,8 @@
 // Connecting: names, addresses, time, refusals, aborts, and what the log says of them.
 #include "net/Socket2.h"
+
+#include <utility>
+
 #include "tests/unit/net/NetTestKit.h"
 
 namespace tv {
@@ -410,6 +413,42 @@ TEST_F(Connect, AServerThatSpeaksNoTlsIsLeft) {
     expectLogged(log, "The peer does not speak TLS on this connection (bad record type).");
     expectLogged(log, "Client handshake failed. (3)");
     EXPECT_EQ(net.connects.size(), 1U);  // that was an answer: no second try
+}
+
+// Who asks for another hello, or sends an alert, has answered, whatever comes next.
+TEST_F(Connect, AServerThatAnsweredIsNotAskedWithoutTls13) {
+    class Peer final : public FakePeer {
+    public:
+        explicit Peer(bool retry) : retry_(retry) {}
+        void onBytes(std::string_view bytes, std::string& out) override {
+            if (std::exchange(answered_, true)) return;
+            constexpr std::string_view kRetry(
+                "\xCF\x21\xAD\x74\xE5\x9A\x61\x11\xBE\x1D\x8C\x02\x1E\x65\xB8\x91"
+                "\xC2\xA2\x11\x16\x7A\xBB\x8C\x5E\x07\x9E\x09\xE2\xC8\xA8\x33\x9C");
+            constexpr std::string_view kExtensions(
+                "\x00\x0C\x00\x2B\x00\x02\x03\x04\x00\x33\x00\x02\x00\x18", 14);
+            using namespace std::string_literals;
+            const std::string sessionId(bytes.substr(5 + 4 + 2 + 32, 33));
+            out = retry_ ? "\x16\x03\x03\x00\x58\x02\x00\x00\x54\x03\x03"s + std::string(kRetry) +
+                               sessionId + "\x13\x01\x00"s + std::string(kExtensions)
+                         : "\x15\x03\x03\x00\x02\x01\x70"s;
+        }
+        Ending ending() const override { return answered_ ? Ending::Eof : Ending::None; }
+
+    private:
+        bool retry_;
+        bool answered_ = false;
+    };
+    for (const bool retry : {true, false}) {
+        net.servePeer("10.0.0.1", 465, std::make_unique<Peer>(retry));
+        log.clearLog();
+        const size_t before = net.connects.size();
+        EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
+        EXPECT_EQ(net.connects.size() - before, 1U);
+        EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
+        expectLogged(log,
+                     retry ? "serverRequestedKeyShareGroup: secp384r1" : "SNI unrecognized name");
+    }
 }
 
 TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {

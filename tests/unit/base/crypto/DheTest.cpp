@@ -7,8 +7,8 @@
 
 #include "base/Hex.h"
 #include "tests/fixtures/HexBytes.h"
-#include "tests/fixtures/Wycheproof.h"
 #include "tests/fixtures/TestData.h"
+#include "tests/fixtures/Wycheproof.h"
 
 namespace tv::crypto {
 namespace {

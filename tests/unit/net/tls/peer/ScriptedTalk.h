@@ -127,6 +127,7 @@ inline void mark(Item& m, uint8_t last) {
 inline Item record(uint8_t type, Bytes body, bool plain = false) {
     Item item;
     item.record = type;
+    item.raw = true;
     item.body = std::move(body);
     item.plain = plain;
     return item;
@@ -177,8 +178,8 @@ void expectTruncations(Prepare prepare, const std::vector<Step>& flight,
 // unexpected_message, but without the optional one all is well, and without the last one nothing
 // happens.
 void expectOrders(Prepare prepare, const std::vector<Step>& flight, Step optional);
-// A message of every type, without a body, before each message: unexpected_message, or what
-// expected says; own: the type is that of the message due.
+// A message of every type that has or could have a meaning, without a body, before each message:
+// unexpected_message, or what expected says; own: the type is that of the message due.
 void expectForeign(Prepare prepare, const std::vector<Step>& flight,
                    const std::function<Alert(Step, int type, bool own)>& expected);
 // Each byte changed on the way, the server's transcript and signatures being those of the message

@@ -82,7 +82,7 @@ Bytes Item::content() const {
 
 Bytes Item::encode() const {
     const Bytes all = content();
-    if (record != kHandshake) return all;
+    if (record != kHandshake || raw) return all;
     ByteWriter w;
     w.u8(type);
     w.u24(length.value_or(all.size()));
@@ -395,7 +395,7 @@ void ScriptedTlsServer::emit(Step step) {
     const bool afterwards = step == Step::HelloRequest || step == Step::KeyUpdate ||
                             (step == Step::NewSessionTicket && is13());
     const auto hashed = [&](const Item& item) {
-        if (item.record == kHandshake && !afterwards) {
+        if (item.record == kHandshake && !item.raw && !afterwards) {
             transcript_ = joined({transcript_, item.encode()});
         }
     };

@@ -41,6 +41,7 @@ struct Item {
     std::vector<Extension> exts;  // written behind the body if hasExts
     bool hasExts = false;
     uint8_t record = 22;           // content type
+    bool raw = false;              // the body is all there is: no message, nothing to be hashed
     bool plain = false;            // unprotected even where there are keys
     Bytes tail;                    // stands behind the message in its record, part of nothing
     std::optional<size_t> length;  // announced in place of the true one
