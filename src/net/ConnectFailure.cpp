@@ -45,6 +45,7 @@ std::string connectFailCause(const SocketParams& params) {
                                    : "The connection was lost in the TLS handshake";
         case ConnectFailReason::InternalError:
             if (params.timedOut) return "Timeout in the TLS handshake";
+            if (!params.handshakeFailure.empty()) return params.handshakeFailure;
             [[fallthrough]];
         default:
             return connectFailText(params.connectFailReason);

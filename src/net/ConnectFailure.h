@@ -11,7 +11,7 @@ namespace tv {
 // The reason's text; its number where it has none.
 std::string connectFailText(ConnectFailReason reason);
 
-// The same for a host that asks what went wrong: no bare number for a handshake that broke off.
+// The same for a host that asks what went wrong: words for a handshake that broke off or was refused.
 std::string connectFailCause(const SocketParams& params);
 
 // Writes the reason under "ConnectFailReason", with the usual causes of some.

@@ -31,6 +31,19 @@ std::string withRoad(std::string_view text, int road) {
     return std::string(text) + " (" + std::to_string(road) + ")";
 }
 
+// What went wrong in the handshake, for a sentence of the host's.
+std::string failureClause(const tls::TlsProtocol& engine) {
+    if (engine.failure() == tls::TlsFailure::PeerAlert && engine.peerAlert()) {
+        return "The server ended the TLS handshake with the alert \"" +
+               std::string(tls::alertName(*engine.peerAlert())) + "\"";
+    }
+    if (engine.failure() == tls::TlsFailure::None) {
+        return "The connection was lost in the TLS handshake";
+    }
+    const std::string_view text = tls::textOf(engine.failure());
+    return std::string(text.substr(0, text.find_last_not_of('.') + 1));
+}
+
 }  // namespace
 
 class SChannelTolvane::Environment final : public tls::TlsEnvironment {
@@ -105,6 +118,7 @@ bool SChannelTolvane::handshakeFailed(int road, LogBase& log, SocketParams& para
         params.connectFailReason = ConnectFailReason::NoServerCertificate;
     } else {
         params.connectFailReason = ConnectFailReason::InternalError;
+        params.handshakeFailure = failureClause(*engine_);
     }
     log.logError(withRoad("Client handshake failed.", road));
     return false;
