@@ -13,19 +13,12 @@
 #include "net/Resolver.h"
 #include "net/ResolverState.h"
 #include "platform/SysClock.h"
+#include "tests/probes/JsonText.h"
 
 namespace tv {
 namespace {
 
-std::string quoted(std::string_view text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') out += '\\';
-        if (c == '\n') out += "\\n";
-        if (static_cast<unsigned char>(c) >= ' ') out += c;
-    }
-    return out + '"';
-}
+using test::quoted;
 
 void resolve(const std::string& name, uint32_t timeoutMs, bool six) {
     _tvLogger log;

@@ -25,6 +25,7 @@
 #include "net/ProgressMonitor.h"
 #include "platform/SysClock.h"
 #include "tests/fixtures/hosts/process_use.h"
+#include "tests/probes/JsonText.h"
 
 namespace tv::test {
 namespace {
@@ -64,22 +65,6 @@ std::string take(Words& words, const char* name, const char* otherwise = "") {
     const std::string value = entry->second;
     words.erase(entry);
     return value;
-}
-
-std::string quoted(std::string_view text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        char code[8];
-        if (c == '"' || c == '\\') {
-            (out += '\\') += c;
-        } else if (static_cast<unsigned char>(c) < ' ') {
-            std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(c));
-            out += code;
-        } else {
-            out += c;
-        }
-    }
-    return out + '"';
 }
 
 std::string bodyOf(size_t size) {

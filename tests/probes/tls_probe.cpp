@@ -26,9 +26,12 @@
 #include "net/Socket2.h"
 #include "net/tls/CipherSuites.h"
 #include "net/tls/KeyShare.h"
+#include "tests/probes/JsonText.h"
 
 namespace tv {
 namespace {
+
+using test::quoted;
 
 constexpr uint32_t kIdleMs = 20000;
 constexpr size_t kLine = 8000;
@@ -177,19 +180,6 @@ bool Probe::words(Socket2& socket) {
         if (!send(socket, std::string(line.text()))) return false;
     } while (line.text() != "end\n");
     return true;
-}
-
-std::string quoted(std::string_view text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') out += '\\';
-        if (static_cast<unsigned char>(c) >= ' ') {
-            out += c;
-        } else if (c == '\n') {
-            out += "\\n";
-        }
-    }
-    return out + '"';
 }
 
 std::string Probe::report(bool success, const Socket2& socket) {
