@@ -25,13 +25,13 @@
  * Numbers are 32 bits. Results that are flags are int and exactly 0 or 1. Of a flag that is passed
  * in, the lowest byte counts: 256 is false.
  *
- * A host may call with any floating-point control word and, on i386, with a stack that is aligned to
- * 4 bytes; the library sets and restores what it needs. No C++ exception leaves a function. The
- * library starts no thread, and several threads may not call it at the same time. It may be unloaded
- * at any time; an open connection is then dropped.
+ * A host may call with any floating-point control word and, on i386, with a stack that is aligned
+ * to 4 bytes; the library sets and restores what it needs. No C++ exception leaves a function. The
+ * library starts no thread, and several threads may not call it at the same time. It may be
+ * unloaded at any time; an open connection is then dropped.
  *
- * Before the first Initialise, a function that works on the server's settings or on the message does
- * nothing and returns 0.
+ * Before the first Initialise, a function that works on the server's settings or on the message
+ * does nothing and returns 0.
  */
 #ifndef EMAILSENDING_H
 #define EMAILSENDING_H
@@ -47,23 +47,24 @@ extern "C" {
 #endif
 
 /*
- * Makes the server's settings and the message anew, with their defaults; what an earlier call made is
- * dropped, an open connection with it. The body of setBody and the last error stay. Returns 0.
+ * Makes the server's settings and the message anew, with their defaults; what an earlier call made
+ * is dropped, an open connection with it. The body of setBody and the last error stay. Returns 0.
  */
 int EMAILSENDING_CALL Initialise(void);
 
 /* ---- The server. These settings hold until the next Initialise; none of them can fail. ---- */
 
 /*
- * Name or address of the mail server. Letters are made lower-case, "http://", "https://" and "/" are
- * removed, and so is white space at both ends. ANSI. A name that does not exist shows in szBrisko.
+ * Name or address of the mail server. Letters are made lower-case, "http://", "https://" and "/"
+ * are removed, and so is white space at both ends. ANSI. A name that does not exist shows in
+ * szBrisko.
  */
 void EMAILSENDING_CALL setSmtpHost(const char* host);
 
 /*
  * Port of the mail server, 25 at first. 0 is ignored; any other value is kept as it is. The usual
- * ports correct the encryption when a message is sent: 465 is encrypted from the first byte, 25 never
- * is, 110 and 143 become 25.
+ * ports correct the encryption when a message is sent: 465 is encrypted from the first byte, 25
+ * never is, 110 and 143 become 25.
  */
 void EMAILSENDING_CALL setSmtpPort(int port);
 
@@ -78,8 +79,8 @@ void EMAILSENDING_CALL setSmtpPassword(const char* password);
 
 /*
  * Login method: "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "XOAUTH2" or "NONE" in any letter case; empty
- * (the default) takes the best that the server offers. A text of several words counts as the first of
- * LOGIN, PLAIN and NTLM that it contains. ANSI.
+ * (the default) takes the best that the server offers. A text of several words counts as the first
+ * of LOGIN, PLAIN and NTLM that it contains. ANSI.
  */
 void EMAILSENDING_CALL setSmtpAuthMethod(const char* method);
 
@@ -96,8 +97,8 @@ int EMAILSENDING_CALL setDefaultNtlmVersion(int version);
 void EMAILSENDING_CALL setUseSSL(int flag);
 
 /*
- * TLS by STARTTLS after the greeting; a server that does not offer it is then not used. Off at first,
- * when TLS is still used with a server that offers it; setStartTls(0) says no to that too.
+ * TLS by STARTTLS after the greeting; a server that does not offer it is then not used. Off at
+ * first, when TLS is still used with a server that offers it; setStartTls(0) says no to that too.
  */
 void EMAILSENDING_CALL setStartTls(int flag);
 
@@ -150,9 +151,10 @@ void EMAILSENDING_CALL setLogo(const char* path);
 
 /*
  * One more file to go with the message. path is UTF-8. A file that cannot be read is not attached,
- * the message stays as it is, and the user is told: by a message box that waits for OK; as a line to
- * the debugger where the process has no visible desktop (a service); on Linux as a line on stderr.
- * There is no result and getLastError does not change: a host that has to know checks the file first.
+ * the message stays as it is, and the user is told: by a message box that waits for OK; as a line
+ * to the debugger where the process has no visible desktop (a service); on Linux as a line on
+ * stderr. There is no result and getLastError does not change: a host that has to know checks the
+ * file first.
  */
 void EMAILSENDING_CALL setAttachment(const char* path);
 
@@ -163,10 +165,10 @@ void EMAILSENDING_CALL ResetEmail(void);
 /* ---- Sending. ---- */
 
 /*
- * Connects to the server for a trial, then sends the message. Returns 1 when the server has accepted
- * it, and 0 when not; then getLastError tells why:
- *  - the trial failed (no server, no greeting, no encryption): the account of the trial. The message
- *    is kept, a later szBrisko may send it.
+ * Connects to the server for a trial, then sends the message. Returns 1 when the server has
+ * accepted it, and 0 when not; then getLastError tells why:
+ *  - the trial failed (no server, no greeting, no encryption): the account of the trial. The
+ * message is kept, a later szBrisko may send it.
  *  - the message was refused or the connection lost: the dialogue with the server. The message is
  *    dropped, as after a success.
  *  - Initialise has not been called: a sentence that says so.

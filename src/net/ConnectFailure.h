@@ -11,7 +11,8 @@ namespace tv {
 // The reason's text; its number where it has none.
 std::string connectFailText(ConnectFailReason reason);
 
-// The same for a host that asks what went wrong: words for a handshake that broke off or was refused.
+// The same for a host that asks what went wrong: words for a handshake that broke off or was
+// refused.
 std::string connectFailCause(const SocketParams& params);
 
 // Writes the reason under "ConnectFailReason", with the usual causes of some.

@@ -35,7 +35,8 @@ struct SocketParams {
     bool aborted = false;   // set by the transport when the monitor asked to stop
     bool timedOut = false;  // set by the transport when a wait ran out
     ConnectFailReason connectFailReason = ConnectFailReason::None;
-    std::string handshakeFailure;  // what went wrong in a TLS handshake, as a clause; empty: nothing
+    std::string
+        handshakeFailure;  // what went wrong in a TLS handshake, as a clause; empty: nothing
 
     // The longest that a wait may go without looking for an abort.
     uint32_t sliceMs() const {

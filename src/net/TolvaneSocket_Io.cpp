@@ -57,8 +57,7 @@ TolvaneSocket::Waited TolvaneSocket::wait(plat::WaitFor what, const Deadline& de
         const uint64_t left = deadline.leftMs();
         if (left == 0) break;
         bool ready = false;
-        const uint32_t sliceMs =
-            static_cast<uint32_t>(std::min<uint64_t>(left, params.sliceMs()));
+        const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, params.sliceMs()));
         const plat::NetError error = plat::sysNet().wait(handle_, what, sliceMs, ready);
         if (mustStop()) {
             log.logError("Another thread is closing this socket.");

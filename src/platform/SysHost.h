@@ -9,7 +9,8 @@ namespace tv::plat {
 class SysHost {
 public:
     virtual ~SysHost() = default;
-    // The computer name (Windows: the NetBIOS name; POSIX: the host name up to the first dot), UTF-8.
+    // The computer name (Windows: the NetBIOS name; POSIX: the host name up to the first dot),
+    // UTF-8, as it was when it was first asked for.
     virtual std::string computerName() = 0;
     // The ANSI code page. POSIX: 65001 unless LC_ALL, LC_CTYPE or LANG names another charset.
     virtual uint32_t ansiCodePage() = 0;

@@ -51,8 +51,12 @@ private:
 
 }  // namespace
 
-SysClock& sysClock() { return Replaceable<SysClock>::get<PosixClock>(); }
+SysClock& sysClock() {
+    return Replaceable<SysClock>::get<PosixClock>();
+}
 
-SysClock* replaceSysClock(SysClock* clock) { return Replaceable<SysClock>::replace(clock); }
+SysClock* replaceSysClock(SysClock* clock) {
+    return Replaceable<SysClock>::replace(clock);
+}
 
 }  // namespace tv::plat

@@ -9,7 +9,9 @@
 namespace tv::plat {
 namespace {
 
-int descriptor(intptr_t handle) { return static_cast<int>(handle); }
+int descriptor(intptr_t handle) {
+    return static_cast<int>(handle);
+}
 
 int openRetrying(const std::string& path, int flags) {
     int fd;

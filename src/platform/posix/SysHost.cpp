@@ -8,13 +8,18 @@
 namespace tv::plat {
 namespace {
 
+std::string readComputerName() {
+    char name[256] = {};
+    if (gethostname(name, sizeof name - 1) != 0) return {};
+    const std::string full = name;
+    return full.substr(0, full.find('.'));
+}
+
 class PosixHost final : public SysHost {
 public:
     std::string computerName() override {
-        char name[256] = {};
-        if (gethostname(name, sizeof name - 1) != 0) return {};
-        const std::string full = name;
-        return full.substr(0, full.find('.'));
+        static const std::string& name = *new std::string(readComputerName());
+        return name;
     }
 
     uint32_t ansiCodePage() override {
@@ -30,8 +35,12 @@ public:
 
 }  // namespace
 
-SysHost& sysHost() { return Replaceable<SysHost>::get<PosixHost>(); }
+SysHost& sysHost() {
+    return Replaceable<SysHost>::get<PosixHost>();
+}
 
-SysHost* replaceSysHost(SysHost* host) { return Replaceable<SysHost>::replace(host); }
+SysHost* replaceSysHost(SysHost* host) {
+    return Replaceable<SysHost>::replace(host);
+}
 
 }  // namespace tv::plat

@@ -26,8 +26,7 @@ public:
         GetLocalTime(&local);
         TIME_ZONE_INFORMATION zone;
         const DWORD season = GetTimeZoneInformation(&zone);
-        const LONG extra =
-            season == TIME_ZONE_ID_DAYLIGHT ? zone.DaylightBias : zone.StandardBias;
+        const LONG extra = season == TIME_ZONE_ID_DAYLIGHT ? zone.DaylightBias : zone.StandardBias;
         CivilTime t;
         t.year = local.wYear;
         t.month = local.wMonth;
@@ -51,8 +50,12 @@ public:
 
 }  // namespace
 
-SysClock& sysClock() { return Replaceable<SysClock>::get<WindowsClock>(); }
+SysClock& sysClock() {
+    return Replaceable<SysClock>::get<WindowsClock>();
+}
 
-SysClock* replaceSysClock(SysClock* clock) { return Replaceable<SysClock>::replace(clock); }
+SysClock* replaceSysClock(SysClock* clock) {
+    return Replaceable<SysClock>::replace(clock);
+}
 
 }  // namespace tv::plat

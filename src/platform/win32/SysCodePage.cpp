@@ -34,7 +34,8 @@ bool systemFromUtf16(uint32_t codePage, std::u16string_view text, std::string& o
     if (size <= 0) return false;
     out.resize(static_cast<size_t>(size));
     WideCharToMultiByte(codePage, 0, wide, length, out.data(), size, nullptr, nullptr);
-    // The converter replaces what it cannot carry by a look-alike and reports success: read it back.
+    // The converter replaces what it cannot carry by a look-alike and reports success: read it
+    // back.
     std::u16string back;
     return systemToUtf16(codePage, out, back) && back == text;
 }

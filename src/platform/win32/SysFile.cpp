@@ -10,9 +10,13 @@ namespace {
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kLargestStep = 1u << 20;
 
-HANDLE asHandle(intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+HANDLE asHandle(intptr_t handle) {
+    return reinterpret_cast<HANDLE>(handle);
+}
 
-DWORD stepOf(size_t size) { return size > kLargestStep ? kLargestStep : static_cast<DWORD>(size); }
+DWORD stepOf(size_t size) {
+    return size > kLargestStep ? kLargestStep : static_cast<DWORD>(size);
+}
 
 }  // namespace
 

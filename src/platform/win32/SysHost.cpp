@@ -8,13 +8,18 @@
 namespace tv::plat {
 namespace {
 
+std::string readComputerName() {
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1];
+    DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
+    if (!GetComputerNameW(name, &size)) return {};
+    return narrow(std::wstring_view(name, size));
+}
+
 class WindowsHost final : public SysHost {
 public:
     std::string computerName() override {
-        wchar_t name[MAX_COMPUTERNAME_LENGTH + 1];
-        DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
-        if (!GetComputerNameW(name, &size)) return {};
-        return narrow(std::wstring_view(name, size));
+        static const std::string& name = *new std::string(readComputerName());
+        return name;
     }
     uint32_t ansiCodePage() override { return GetACP(); }
     uint32_t oemCodePage() override { return GetOEMCP(); }
@@ -22,8 +27,12 @@ public:
 
 }  // namespace
 
-SysHost& sysHost() { return Replaceable<SysHost>::get<WindowsHost>(); }
+SysHost& sysHost() {
+    return Replaceable<SysHost>::get<WindowsHost>();
+}
 
-SysHost* replaceSysHost(SysHost* host) { return Replaceable<SysHost>::replace(host); }
+SysHost* replaceSysHost(SysHost* host) {
+    return Replaceable<SysHost>::replace(host);
+}
 
 }  // namespace tv::plat

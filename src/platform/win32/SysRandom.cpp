@@ -26,8 +26,12 @@ public:
 
 }  // namespace
 
-SysRandom& sysRandom() { return Replaceable<SysRandom>::get<WindowsRandom>(); }
+SysRandom& sysRandom() {
+    return Replaceable<SysRandom>::get<WindowsRandom>();
+}
 
-SysRandom* replaceSysRandom(SysRandom* source) { return Replaceable<SysRandom>::replace(source); }
+SysRandom* replaceSysRandom(SysRandom* source) {
+    return Replaceable<SysRandom>::replace(source);
+}
 
 }  // namespace tv::plat
