@@ -28,6 +28,31 @@ ByteClass classOf(uint8_t byte) {
     return static_cast<ByteClass>(kClasses.classes[byte]);
 }
 
+constexpr size_t kCodedSize = 3;
+
+// What a byte becomes wherever it stands; no size where that depends on what follows it.
+struct Item {
+    char text[4];
+    uint8_t size;
+};
+
+struct ItemTable {
+    Item items[256];
+    constexpr ItemTable() : items() {
+        constexpr char kDigits[] = "0123456789ABCDEF";
+        for (unsigned i = 0; i < 256; ++i) {
+            const bool plain = kClasses.classes[i] == kPlain;
+            const bool coded = kClasses.classes[i] == kCoded;
+            items[i] = {{'=', kDigits[i >> 4], kDigits[i & 15], 0},
+                        static_cast<uint8_t>(coded   ? kCodedSize
+                                             : plain ? 1
+                                                     : 0)};
+            if (plain) items[i].text[0] = static_cast<char>(i);
+        }
+    }
+};
+constexpr ItemTable kItems;
+
 // Writes the three characters of a coded byte.
 void writeCoded(uint8_t byte, char* out) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
@@ -97,17 +122,23 @@ size_t QuotedPrintableEncoder::copyPlainRun(const uint8_t* in, size_t size) {
     return run;
 }
 
-// Codes bytes that are coded wherever they stand, as long as the line has room for more.
+// Plain and coded bytes in any mixture without a branch on which is which, as long as the line has
+// room for a coded one.
 size_t QuotedPrintableEncoder::codeRun(const uint8_t* in, size_t size) {
-    const size_t room = column_ < kFullColumn ? (kFullColumn - column_) / 3 : 0;
-    const size_t limit = std::min(size, room);
+    if (column_ == 0 && isUnsafeLineStart(in, size)) return 0;
+    char* const from = stage_.data() + staged_;
+    char* out = from;
+    char* const end = from + (kFullColumn - std::min(column_, kFullColumn));
     size_t run = 0;
-    while (run < limit && classOf(in[run]) == kCoded) {
-        writeCoded(in[run], stage_.data() + staged_ + 3 * run);
+    while (run < size && end - out >= static_cast<ptrdiff_t>(kCodedSize)) {
+        const Item& item = kItems.items[in[run]];
+        if (item.size == 0) break;
+        std::memcpy(out, item.text, sizeof item.text);
+        out += item.size;
         ++run;
     }
-    staged_ += 3 * run;
-    column_ += 3 * run;
+    staged_ += static_cast<size_t>(out - from);
+    column_ += static_cast<size_t>(out - from);
     return run;
 }
 
@@ -125,15 +156,15 @@ size_t QuotedPrintableEncoder::encodeItem(const uint8_t* in, size_t size) {
                (column_ == 0 && isUnsafeLineStart(in, size));
     };
     // Only an item that ends its line may use the last place.
-    const size_t width = isCoded() ? 3 : 1;
+    const size_t width = isCoded() ? kCodedSize : 1;
     if (column_ >= kFullColumn || column_ + width > (lastOfLine ? kMaxLine : kFullColumn)) {
         stage("=\r\n");
         column_ = 0;
     }
     if (isCoded()) {
         writeCoded(in[0], stage_.data() + staged_);
-        staged_ += 3;
-        column_ += 3;
+        staged_ += kCodedSize;
+        column_ += kCodedSize;
     } else {
         stage({reinterpret_cast<const char*>(in), 1});
         ++column_;
