@@ -1,6 +1,5 @@
 #include "net/TrustStore.h"
 
-#include "base/DataBuffer.h"
 #include "log/LogContextExitor.h"
 #include "net/x509/Pem.h"
 #include "platform/SysFile.h"
@@ -10,7 +9,7 @@ namespace tv {
 namespace {
 
 constexpr size_t kMaxAnchors = 1000;
-constexpr uint64_t kMaxAnchorsFile = 16 * 1024 * 1024;
+constexpr size_t kMaxAnchorsFile = 16 * 1024 * 1024;
 constexpr uint32_t kSystemChainMs = 15000;
 
 class Anchors final : public x509::AnchorSource {
@@ -34,28 +33,14 @@ private:
     plat::DerList certificates_;
 };
 
-bool readFile(const std::string& path, DataBuffer& out) {
-    plat::SysFile file;
-    uint64_t size = 0;
-    if (!file.openRead(path) || !file.size(size) || size > kMaxAnchorsFile) return false;
-    if (!out.resize(static_cast<size_t>(size))) return false;
-    size_t have = 0;
-    size_t got = 1;
-    while (have < out.size() && got != 0) {
-        if (!file.read(out.data() + have, out.size() - have, got)) return false;
-        have += got;
-    }
-    return out.resize(have);
-}
-
 plat::DerList anchorsOfFile(const std::string& path, LogBase& log) {
-    DataBuffer text;
+    std::string text;
     log.logData("trustAnchors", path);
-    if (!readFile(path, text)) {
+    if (!plat::readFileStart(path, kMaxAnchorsFile + 1, text) || text.size() > kMaxAnchorsFile) {
         log.logError("Failed to read the file of trust anchors.");
         return {};
     }
-    return x509::pemCertificates(text.text(), kMaxAnchors);
+    return x509::pemCertificates(text, kMaxAnchors);
 }
 
 plat::DerList systemAnchors(LogBase& log) {
