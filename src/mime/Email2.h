@@ -26,6 +26,7 @@ struct RenderOptions {
     std::string_view excludedPrefix;  // fields whose name begins with it stay out; empty for none
     bool dotStuffing = false;         // of bodies without a transfer encoding
     bool sevenBitOnly = false;        // 8bit parts become quoted-printable
+    bool utf8Headers = false;         // addresses and names stand in UTF-8 (RFC 6532)
 };
 
 class Email2 {
