@@ -1,7 +1,8 @@
+// How commands are put together: nothing of a text of the host gets into a line but the value it
+// stands for, and no value ends a line.
 #include "mail/SmtpCommand.h"
 
 #include "base/Ascii.h"
-#include "base/CodePage.h"
 #include "base/Punycode.h"
 
 namespace tv::smtp {
@@ -44,19 +45,6 @@ std::string asciiDomain(std::string_view address) {
     return std::string(address.substr(0, at + 1)) + domain;
 }
 
-std::u32string codePointsOf(std::string_view utf8) {
-    std::u32string out;
-    const std::u16string text = utf8ToUtf16(utf8);
-    for (size_t i = 0; i < text.size(); ++i) {
-        char32_t code = text[i];
-        if (code >= 0xD800 && code < 0xDC00 && i + 1 < text.size()) {
-            code = 0x10000 + ((code - 0xD800) << 10) + (text[++i] - 0xDC00u);
-        }
-        out += code;
-    }
-    return out;
-}
-
 void appendParameter(std::string& command, std::string_view name, std::string_view value) {
     const std::string clean = withoutLineBreaks(value);
     if (clean.empty()) return;
@@ -93,20 +81,14 @@ std::string bareAddress(std::string_view address) {
 }
 
 std::string recipientAddress(std::string_view address) {
-    const std::string bare = bareAddress(address);
-    if (isAscii(bare)) return bare;
-    const size_t at = bare.rfind('@');
-    const std::string_view local = std::string_view(bare).substr(0, at);
-    std::string coded;
-    if (isAscii(local) || !punycodeEncode(codePointsOf(local), coded)) return bare;
-    if (at == std::string::npos) return "xn--" + coded;
-    return coded + bare.substr(at);
+    return bareAddress(address);
 }
 
 std::string mailFromCommand(std::string_view sender, const FromParameters& parameters) {
     std::string command = "MAIL FROM:<" + bareAddress(sender) + ">";
     appendParameter(command, " RET=", parameters.ret);
     appendParameter(command, " ENVID=", parameters.envid);
+    if (parameters.smtpUtf8) command += " BODY=8BITMIME SMTPUTF8";
     return command + "\r\n";
 }
 

@@ -17,16 +17,20 @@ std::string greetingCommand(std::string_view verb, std::string_view hostName);
 // The address that stands between the brackets of a path: without display name, brackets,
 // semicolons and blanks around it, its domain in ASCII.
 std::string bareAddress(std::string_view address);
-// As bareAddress; a local part outside ASCII becomes Punycode as well.
+// The same of a recipient. A local part outside ASCII stays as it is: it has no other form, and any
+// that one could make up is somebody else's mailbox (RFC 6531 section 3.2).
 std::string recipientAddress(std::string_view address);
 
-// Parameters of the DSN extension (RFC 3461); empty ones are left out.
+// What follows the path: the parameters of the DSN extension (RFC 3461), left out where empty, and
+// those of a transaction with addresses or header text in UTF-8 (RFC 6531 section 3.4).
 struct FromParameters {
-    std::string_view ret;
-    std::string_view envid;
+    std::string_view ret = {};
+    std::string_view envid = {};
+    bool smtpUtf8 = false;
 };
 
-// RFC 5321 section 3.3: no blanks inside. Only ASCII domains leave this place.
+// RFC 5321 section 3.3: no blanks inside. Domains leave this place in ASCII; only with smtpUtf8 may
+// the sender's local part have other letters.
 std::string mailFromCommand(std::string_view sender, const FromParameters& parameters);
 // address is one that recipientAddress gave.
 std::string rcptToCommand(std::string_view address, std::string_view notify);

@@ -49,10 +49,12 @@ TEST(SmtpCommand, recipientIsTheBareAddress) {
         {"a@example.xn--p1ai", "a@example.xn--p1ai"},
         {"b\xC3\xBC"
          "cher@example.test",
-         "bcher-kva@example.test"},
+         "b\xC3\xBC"
+         "cher@example.test"},
         {"b\xC3\xBC"
          "cher",
-         "xn--bcher-kva"},
+         "b\xC3\xBC"
+         "cher"},
         {"", ""},
         {"<>", ""},
     };
@@ -79,7 +81,9 @@ TEST(SmtpCommand, senderGoesIntoThePath) {
     }
 }
 
-TEST(SmtpCommand, dsnParametersFollowThePath) {
+TEST(SmtpCommand, parametersFollowThePath) {
+    EXPECT_EQ(mailFromCommand("\xC3\xBC@b", {.ret = "FULL", .smtpUtf8 = true}),
+              "MAIL FROM:<\xC3\xBC@b> RET=FULL BODY=8BITMIME SMTPUTF8\r\n");
     EXPECT_EQ(mailFromCommand("a@b", {"HDRS", "id1"}), "MAIL FROM:<a@b> RET=HDRS ENVID=id1\r\n");
     EXPECT_EQ(mailFromCommand("a@b", {"", "id\r\nDATA"}), "MAIL FROM:<a@b> ENVID=idDATA\r\n");
     EXPECT_EQ(mailFromCommand("a@b", {"\r\n", "\n"}), "MAIL FROM:<a@b>\r\n");
