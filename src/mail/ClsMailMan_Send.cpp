@@ -1,3 +1,5 @@
+// The send of one message: preparation, session, the transaction and its one second try, and what
+// the transcript says at the end.
 #include "log/LogContextExitor.h"
 #include "mail/ClsMailMan.h"
 #include "mail/SmtpTransfer.h"

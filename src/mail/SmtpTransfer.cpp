@@ -1,3 +1,5 @@
+// The envelope of a transaction, one command after the other or in flights (RFC 2920), up to the
+// reply to DATA.
 #include "mail/SmtpTransfer.h"
 
 #include <algorithm>
@@ -288,15 +290,21 @@ bool SmtpTransfer::readPipelinedDataReply(bool mailRefused) {
         log_.logError("Non-success DATA response.");
         return refuse(SmtpStatus::DataFailure, "DATA");
     }
-    // Now a next command would be swallowed as text. With a server that is closing anyway, a
-    // message for nobody is not worth sending either.
-    if (mailRefused || (send_.acceptedCount == 0 && send_.retryAllowed)) {
-        connection_.outcome().fail(SmtpStatus::NoValidRecipients,
-                                   "No recipient was accepted. " + lastRefusal_);
-        close();
-        return false;
-    }
-    return true;
+    if (send_.acceptedCount == 0) return endEmptyMessage();
+    if (!mailRefused) return true;
+    close();  // somebody would get the message of a refused sender
+    return false;
+}
+
+// The server waits for a message that nobody would get: the dot alone ends it (RFC 2920 section
+// 3.1). Its reply changes nothing.
+bool SmtpTransfer::endEmptyMessage() {
+    connection_.fail(SmtpStatus::NoValidRecipients, "No recipient was accepted. " + lastRefusal_,
+                     log_);
+    const auto reply = connection_.smtpSendGet2(".\r\n", params_, log_);
+    const bool over = reply && (reply->isSuccess() || reply->statusCode >= 400);
+    if (!over || reply->statusCode == kServiceClosing) close();
+    return false;
 }
 
 bool SmtpTransfer::refuse(SmtpStatus status, const std::string& what) {

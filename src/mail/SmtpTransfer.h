@@ -38,6 +38,7 @@ private:
     Mail readPipelinedMailReply();
     bool readFlightReplies(size_t first, size_t end);
     bool readPipelinedDataReply(bool mailRefused);
+    bool endEmptyMessage();
     bool strange354(SmtpStatus status);
 
     bool smtpMailFrom();
@@ -51,7 +52,6 @@ private:
     bool answeredTooEarly();
     bool finishMessage();
     bool judgeFinalReply(const SmtpResponse& reply);
-    bool noRecipientTookIt();
 
     bool refuse(SmtpStatus status, const std::string& what);
     bool noValidRecipients();

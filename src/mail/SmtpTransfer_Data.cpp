@@ -1,3 +1,5 @@
+// The message of a transaction and its end. Once the terminator has begun to leave, the server may
+// have the message whatever comes after.
 #include "log/LogContextExitor.h"
 #include "mail/ChunkStream.h"
 #include "mail/SentMailLog.h"
@@ -28,16 +30,8 @@ bool SmtpTransfer::transferMessage() {
         close();
         return false;
     }
-    if (!finishMessage()) {
-        close();
-        return false;
-    }
-    return send_.acceptedCount != 0 || noRecipientTookIt();
-}
-
-bool SmtpTransfer::noRecipientTookIt() {
-    connection_.fail(SmtpStatus::NoValidRecipients, "No recipient was accepted. " + lastRefusal_,
-                     log_);
+    if (finishMessage()) return true;
+    close();
     return false;
 }
 

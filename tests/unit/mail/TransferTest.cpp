@@ -215,6 +215,7 @@ TEST(SentMailLog, holdsTheStuffedMessageBeforeItGoesOut) {
     const char* const dialogues[] = {
         "whole", "open; mail; rcpt; data; text 554 no", "open; mail; rcpt; data !reset",
         "open; mail; rcpt; data 554 no; rset; quit",  // never transferred
+        "open-piped; mail; rcpt 550 no; data; '.' 250 taken; quit",
     };
     std::string wanted;
     for (size_t i = 0; i < std::size(dialogues); ++i) {
