@@ -1,3 +1,6 @@
+// STARTTLS: where the host wants it, where the server offers it, where a login asks for it, and
+// once more without TLS 1.3 where a hello was not answered.
+#include <string_view>
 #include <utility>
 
 #include "base/Ascii.h"
@@ -6,6 +9,14 @@
 #include "net/ConnectFailure.h"
 
 namespace tv {
+namespace {
+
+// Nothing that the host sets keeps an offer from being taken: the remedy is at the server.
+constexpr std::string_view kUnaskedFor =
+    " STARTTLS was used because the server offers it: repair TLS on the server, or let it stop "
+    "offering STARTTLS.";
+
+}  // namespace
 
 bool SmtpConnImpl::startTls(bool ehloFirst, bool& serverRefused, SocketParams& params,
                             LogBase& log) {
@@ -44,7 +55,9 @@ bool SmtpConnImpl::upgradeToTls(SocketParams& params, LogBase& log) {
         log.logError("Failed to establish TLS connection.");
         helloUnanswered_ = socket_->mayRetryWithoutTls13(log, params);
         fail(SmtpStatus::StartTlsFailed,
-             "The TLS handshake after STARTTLS failed: " + connectFailCause(params) + ".", log);
+             "The TLS handshake after STARTTLS failed: " + connectFailCause(params) + "." +
+                 std::string(settings.startTls ? "" : kUnaskedFor),
+             log);
         closeSmtpConnection(log, params);
         return false;
     }

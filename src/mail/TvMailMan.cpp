@@ -45,10 +45,6 @@ void TvMailMan::put_StartTLS(bool on) {
     impl_->setProperty("StartTLS", on);
 }
 
-void TvMailMan::put_StartTLSifPossible(bool on) {
-    impl_->setProperty("StartTLSifPossible", on);
-}
-
 void TvMailMan::put_VerboseLogging(bool on) {
     impl_->setProperty("VerboseLogging", on);
 }

@@ -30,7 +30,6 @@ public:
     void put_LoginDomain(const char* domain);
     void put_SmtpSsl(bool on);
     void put_StartTLS(bool on);
-    void put_StartTLSifPossible(bool on);
     void put_VerboseLogging(bool on);
     void put_DebugLogFilePath(const char* path);
     void put_SentMailLogFile(const char* path);

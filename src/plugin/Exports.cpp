@@ -90,11 +90,9 @@ TV_EXPORT void EMAILSENDING_CALL setUseSSL(int flag) {
 }
 
 TV_EXPORT void EMAILSENDING_CALL setStartTls(int flag) {
-    onMailMan([=](TvMailMan& mailMan) {
-        mailMan.put_StartTLS(isSet(flag));
-        // A host that says no means it: no encryption on the server's offer either.
-        if (!isSet(flag)) mailMan.put_StartTLSifPossible(false);
-    });
+    // StartTLS and nothing else: a host that means "TLS from the first byte instead" or that meets
+    // a server with an offer must not send its password in clear because of this.
+    onMailMan([=](TvMailMan& mailMan) { mailMan.put_StartTLS(isSet(flag)); });
 }
 
 TV_EXPORT void EMAILSENDING_CALL setLogging() {

@@ -15,7 +15,8 @@ Server
   --port PORT            its port (25)
   --tls implicit         encrypted from the first byte (port 465)
   --tls starttls         encrypted by STARTTLS, or not at all
-  --tls none             never encrypted; without --tls as the server offers it
+  --tls none             encryption is not asked for, but STARTTLS is used where the server
+                         offers it, as without --tls
   --user NAME            log in; the password comes from --password-file
   --password-file FILE   or else from the environment, EMAILSEND_PASSWORD
   --auth METHOD          LOGIN, PLAIN, CRAM-MD5, NTLM or NONE
