@@ -118,7 +118,10 @@ void EMAILSENDING_CALL setLogging(void);
 /* Makes the text of getLastError say more when the server cannot be reached. */
 void EMAILSENDING_CALL setVerboseLogging(void);
 
-/* ---- The message. It is empty after Initialise, after ResetEmail and after each send. ---- */
+/*
+ * ---- The message. It is empty after Initialise. After ResetEmail and after each send it is empty
+ * but for the sender, which stays until another is named. ----
+ */
 
 /*
  * Sender, "me@example.com" or "My Name <me@example.com>". UTF-8. A text without "@" is ignored; a
@@ -161,8 +164,8 @@ void EMAILSENDING_CALL setLogo(const char* path);
  */
 void EMAILSENDING_CALL setAttachment(const char* path);
 
-/* Drops the message: recipients, sender, subject, body, logo, attachments. The text of setBody and
- * the server's settings stay. */
+/* Drops the message: recipients, subject, body, logo, attachments. The sender, the text of setBody
+ * and the server's settings stay. */
 void EMAILSENDING_CALL ResetEmail(void);
 
 /* ---- Sending. ---- */

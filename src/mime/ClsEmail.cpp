@@ -1,3 +1,5 @@
+// The message object itself: its root, its subject, and what the mail manager asks it for: envelope
+// and prepared copy.
 #include "mime/ClsEmail.h"
 
 #include "mime/CharsetChoice.h"
@@ -26,18 +28,19 @@ void ClsEmail::put_Subject(const XString& subject) {
     if (!message) return;
     message->header().set("Subject", subject.utf8());
     chooseCharset(*message, subject.utf8(), operation.log());
-    startAfreshIfEmpty(*message);
+    startAfreshIfEmpty(*message, operation.log());
     operation.finish(true);
 }
 
-// An emptied message is a new one: its charset is chosen by what comes next, not by what was there.
-void ClsEmail::startAfreshIfEmpty(Email2& root) {
+// An emptied message is a new one: its charset is chosen by its sender and by what comes next, not
+// by what was there.
+void ClsEmail::startAfreshIfEmpty(Email2& root, LogBase& log) {
     using enum Email2::Recipients;
-    const bool addressed = !root.from().empty() || !root.recipients(To).empty() ||
-                           !root.recipients(Cc).empty() || !root.recipients(Bcc).empty();
-    if (!addressed && root.isPlaceholder() && !root.header().has("Subject")) {
-        root.common().codePage = 0;
-    }
+    const bool addressed = !root.recipients(To).empty() || !root.recipients(Cc).empty() ||
+                           !root.recipients(Bcc).empty();
+    if (addressed || !root.isPlaceholder() || root.header().has("Subject")) return;
+    root.common().codePage = 0;
+    chooseCharset(root, root.from().name(), log);
 }
 
 std::string ClsEmail::getSmtpReversePath(LogBase& log) const {

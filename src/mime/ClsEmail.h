@@ -37,8 +37,9 @@ public:
     // Removes the plain-text and the HTML body; what is left renders without one.
     void RemovePlainTextAlternative();
     void RemoveHtmlAlternative();
-    // Clears the sender, which put_FromAddress with an empty text does not.
-    void ClearFrom();
+    // The sender stays for the next message, too; who is named from now on takes its place with
+    // address and name. Hosts name their sender once and send many messages.
+    void KeepFrom();
 
     // For the mail manager, which logs into a log of its own.
 
@@ -61,12 +62,13 @@ private:
     bool setHtmlBody(Email2& root, std::string_view utf8, LogBase& log);
     bool addFileAttachment(Email2& root, std::string_view path, XString& contentType, LogBase& log);
     bool addRelatedFile(Email2& root, std::string_view path, XString& contentId, LogBase& log);
-    void startAfreshIfEmpty(Email2& root);
+    void startAfreshIfEmpty(Email2& root, LogBase& log);
     template <class Change>
     void change(std::string_view operation, Change change);
 
     uint32_t alive_ = kAlive;
     std::unique_ptr<Email2> root_;
+    bool fromIsKept_ = false;  // named for an earlier message: its name is of no other address
 };
 
 }  // namespace tv

@@ -81,7 +81,8 @@ void ClsEmail::put_FromAddress(const XString& address) {
         operation.finish(false);
         sender = {};  // a message from nobody is refused, one from somebody else is not
     }
-    if (sender.name().empty()) sender.setName(message->from().name());
+    if (sender.name().empty() && !fromIsKept_) sender.setName(message->from().name());
+    fromIsKept_ = false;
     message->from() = std::move(sender);
     chooseCharset(*message, message->from().name(), operation.log());
     message->rebuildFromField();
@@ -93,7 +94,7 @@ void ClsEmail::change(std::string_view name, Change change) {
     Email2* message = root(operation.log());
     if (!message) return;
     change(*message);
-    startAfreshIfEmpty(*message);
+    startAfreshIfEmpty(*message, operation.log());
     operation.finish(true);
 }
 
@@ -114,11 +115,8 @@ void ClsEmail::ClearBcc() {
     clearRecipients(Bcc, "ClearBcc");
 }
 
-void ClsEmail::ClearFrom() {
-    change("ClearFrom", [](Email2& message) {
-        message.from() = {};
-        message.rebuildFromField();
-    });
+void ClsEmail::KeepFrom() {
+    change("KeepFrom", [this](Email2&) { fromIsKept_ = true; });
 }
 
 void ClsEmail::DropAttachments() {

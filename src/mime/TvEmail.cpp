@@ -1,3 +1,5 @@
+// The facade of the e-mail object: each call becomes one of the object behind it, as long as that is
+// alive.
 #include "mime/TvEmail.h"
 
 #include "mime/ClsEmail.h"
@@ -55,8 +57,8 @@ void TvEmail::ClearTo() {
     if (impl_->isAlive()) impl_->ClearTo();
 }
 
-void TvEmail::ClearFrom() {
-    if (impl_->isAlive()) impl_->ClearFrom();
+void TvEmail::KeepFrom() {
+    if (impl_->isAlive()) impl_->KeepFrom();
 }
 
 void TvEmail::RemovePlainTextAlternative() {

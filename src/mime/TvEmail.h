@@ -28,11 +28,12 @@ public:
     bool AddFileAttachment(const char* path);
     // The Content-ID without angle brackets; false on failure.
     bool AddRelatedFile(const char* path, TvString& contentId);
-    // Everything that makes up one message, ready for the next.
+    // Everything that makes up one message, ready for the next, which has the same sender until
+    // another is named.
     void ClearBcc();
     void ClearCC();
     void ClearTo();
-    void ClearFrom();
+    void KeepFrom();
     void RemovePlainTextAlternative();
     void RemoveHtmlAlternative();
     void DropAttachments();

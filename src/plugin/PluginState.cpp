@@ -107,7 +107,7 @@ void PluginState::resetEmail() {
     email_->ClearBcc();
     email_->ClearCC();
     email_->ClearTo();
-    email_->ClearFrom();
+    email_->KeepFrom();
     email_->put_Subject("");
     email_->RemovePlainTextAlternative();
     email_->RemoveHtmlAlternative();

@@ -315,7 +315,7 @@ void reset(TvEmail& email) {
     email.ClearBcc();
     email.ClearCC();
     email.ClearTo();
-    email.ClearFrom();
+    email.KeepFrom();
     email.put_Subject("");
     email.RemovePlainTextAlternative();
     email.RemoveHtmlAlternative();
@@ -329,6 +329,7 @@ TEST_F(ClsEmailTest, AResetMessageIsAFreshOne) {
     for (int order = 0; order < 16; ++order) {
         TvEmail email;
         email.put_Utf8(true);
+        email.put_From("s@b");
         random_.given = 40;
         const std::string fresh = renderSent(email.impl());
         TvString id;
@@ -337,7 +338,6 @@ TEST_F(ClsEmailTest, AResetMessageIsAFreshOne) {
         if (order & 4) email.SetHtmlBody("<p>漢");
         if (order & 8) email.AddRelatedFile(logo.path().c_str(), id);
         email.AddFileAttachment(attachment.path().c_str());
-        email.put_From("Anna <a@b>");
         email.put_Subject("漢");
         email.AddTo("", "a@b");
         email.AddCC("", "a@b");
@@ -350,6 +350,20 @@ TEST_F(ClsEmailTest, AResetMessageIsAFreshOne) {
         email.SetHtmlBody("<p>é");
         EXPECT_EQ(fieldOf(renderSent(email.impl()), "Content-Type"),
                   "text/html; charset=iso-8859-1");
+    }
+}
+
+TEST_F(ClsEmailTest, TheSenderSurvivesAResetUntilAnotherIsNamed) {
+    TvEmail email;
+    email.put_Utf8(true);
+    email.put_From("Ő <a@b>");
+    for (const char* next : {"", "nobody", "c@d", "e@f"}) {
+        email.put_Subject("漢");
+        reset(email);
+        email.put_From(next);
+        const std::string message = renderSent(email.impl());
+        const bool other = *next == 'c' || *next == 'e';
+        EXPECT_EQ(fieldOf(message, "From"), other ? next : "=?iso-8859-2?Q?=D5?= <a@b>") << next;
     }
 }
 

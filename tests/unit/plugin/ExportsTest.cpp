@@ -288,7 +288,6 @@ TEST_F(ExportsTest, AfterASendTheMessageIsEmptyButTheBodyTextStays) {
     EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
     EXPECT_EQ(state.body, "<p>Body of it</p>");
 
-    ::setFromAddress("anna@from.test");
     EXPECT_EQ(::setRecipient("bela@to.test"), 1);
     serveTrial();
     EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
@@ -296,6 +295,8 @@ TEST_F(ExportsTest, AfterASendTheMessageIsEmptyButTheBodyTextStays) {
     const std::string second = all.substr(all.rfind("MAIL FROM"));
     EXPECT_FALSE(contains(second, "Body of it"));  // there was no setLogo
     EXPECT_FALSE(contains(second, "Subject of it"));
+    EXPECT_TRUE(contains(second, "MAIL FROM:<anna@from.test>\r\n"));
+    EXPECT_TRUE(contains(second, "\r\nFrom: anna@from.test\r\n"));
 }
 
 TEST_F(ExportsTest, ResetEmailDropsTheMessageAndKeepsTheServer) {
