@@ -1,3 +1,5 @@
+// The one exchange with the token endpoint, bounded in time and size, and how long the token that
+// it gives is kept.
 #include "mail/OAuth2ClientCredentials.h"
 
 #include <utility>
@@ -5,9 +7,9 @@
 #include "base/Ascii.h"
 #include "base/DataBuffer.h"
 #include "log/LogContextExitor.h"
-#include "net/Deadline.h"
 #include "net/SChannelTolvane.h"
 #include "net/Socket2.h"
+#include "net/WholeLimit.h"
 #include "platform/SysClock.h"
 #include "platform/SysWipe.h"
 
@@ -15,7 +17,7 @@ namespace tv {
 namespace {
 
 constexpr size_t kMaxReply = 65536;
-constexpr uint32_t kNoTimeoutMs = 300000;  // for an answer, where the settings name no limit
+constexpr uint32_t kNoTimeoutMs = 300000;  // for the exchange, where the settings name no limit
 constexpr uint32_t kMarginSeconds = 60;    // a token is not used in the last minute of its life
 
 // What comes from the endpoint is secret until it is known to be an error.
@@ -28,11 +30,9 @@ struct ReplyBytes {
 bool readReply(Socket2& socket, uint32_t limitMs, HttpReply& reply, LogBase& log,
                SocketParams& params) {
     ReplyBytes received;
-    const Deadline deadline(limitMs);
     for (;;) {
-        const auto left = static_cast<uint32_t>(deadline.leftMs());
-        const bool more = left > 0 && socket.receiveBytes(received.data, left, log, params);
-        const bool closed = !more && !params.timedOut && !params.aborted && left > 0;
+        const bool more = socket.receiveBytes(received.data, limitMs, log, params);
+        const bool closed = !more && !params.timedOut && !params.aborted;
         if (!more && !closed) {
             log.logError("The token endpoint did not answer in time.");
             return false;
@@ -64,6 +64,7 @@ bool post(const OAuth2Request& request, const OAuth2Transport& transport, HttpRe
     if (!socket.connect2(request.host, request.port, request.secure, log, params)) return false;
     const uint32_t limitMs = transport.idleTimeoutMs ? transport.idleTimeoutMs : kNoTimeoutMs;
     const SecureBuffer bytes = oauth2HttpRequest(request);
+    const WholeLimit limit(params, limitMs);
     const bool answered = socket.sendBytes(bytes.bytes(), limitMs, log, params) &&
                           readReply(socket, limitMs, reply, log, params);
     socket.close(true, 0, log, params);

@@ -15,7 +15,7 @@ namespace tv {
 // client's secret.
 struct OAuth2Transport {
     uint32_t connectTimeoutMs = 30000;
-    uint32_t idleTimeoutMs = 30000;  // also for the whole answer
+    uint32_t idleTimeoutMs = 30000;  // also for request and answer as a whole
     std::string tlsProtocol;         // a version policy; empty: TLS 1.0 to 1.3
     std::string trustAnchorsFile;    // PEM; empty: the system's anchors
     bool plainAllowed = false;       // "http" endpoints, for tests

@@ -1,3 +1,5 @@
+// The session's input and output: commands out, replies in, message data; and, where one of them
+// does not get through, why.
 #include "mail/SmtpConnImpl.h"
 
 #include <algorithm>
@@ -9,6 +11,7 @@
 #include "log/LogNull.h"
 #include "mail/ReplyHints.h"
 #include "mail/SmtpCommand.h"
+#include "net/WholeLimit.h"
 #include "platform/SysClock.h"
 #include "platform/SysWipe.h"
 
@@ -16,6 +19,12 @@ namespace tv {
 namespace {
 
 constexpr uint32_t kQuitTimeoutMs = 5000;
+// However much moves: a whole reply, that to the message itself (RFC 5321 section 4.5.3.2.6), and
+// so many bytes sent.
+constexpr uint64_t kReplyLimitMs = 300000;
+constexpr uint64_t kFinalReplyLimitMs = 600000;
+constexpr uint64_t kSendLimitMs = 300000;
+constexpr size_t kSendLimitBytes = 65536;
 constexpr std::string_view kSecret = "{PasswordOrCredentials}";
 
 // Servers answer in any encoding; the log and the transcript are UTF-8.
@@ -27,6 +36,10 @@ std::string readable(std::string_view line) {
 std::string stepName(std::string_view command) {
     const std::string_view name = trimmed(command);
     return name == "." ? "the end of the message data" : std::string(name);
+}
+
+uint64_t sendLimitMs(size_t bytes) {
+    return (bytes / kSendLimitBytes + 1) * kSendLimitMs;
 }
 
 std::string awaited(std::string_view command) {
@@ -42,6 +55,7 @@ SmtpConnImpl::~SmtpConnImpl() {
         SocketParams params;
         const uint32_t idle = settings.idleTimeoutMs;
         settings.idleTimeoutMs = idle == 0 ? kQuitTimeoutMs : std::min(idle, kQuitTimeoutMs);
+        const WholeLimit limit(params, settings.idleTimeoutMs);
         smtpQuit(log, params);
         closeSmtpConnection(log, params);
     } catch (...) {  // no memory left to say goodbye
@@ -74,6 +88,7 @@ bool SmtpConnImpl::sendQueued(LogBase& log, SocketParams& params) {
     if (!socket_) return noConnection(commands.front().name, log);
     params.timedOut = false;
     ioFailure_ = IoFailure::None;
+    const WholeLimit limit(params, sendLimitMs(queuedBytes_.size()), settings.idleTimeoutMs);
     const bool sent = socket_->sendBytes(queuedBytes_.bytes(), settings.idleTimeoutMs, log, params);
     lastSendComplete_ = sent;
     if (std::exchange(queuedSecret_, false)) plat::wipe(queuedBytes_.data(), queuedBytes_.size());
@@ -97,6 +112,8 @@ std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(std::string_view comm
     const LogContextExitor context(log, "readSmtpResponse");
     lastReplyCode_ = 0;
     ioFailure_ = IoFailure::None;
+    const WholeLimit limit(params, command == "." ? kFinalReplyLimitMs : kReplyLimitMs,
+                           settings.idleTimeoutMs);
     SmtpReplyReader reader(command);
     DataBuffer line;
     while (socket_) {
@@ -196,6 +213,7 @@ void SmtpConnImpl::smtpQuit(LogBase& log, SocketParams& params) {
 bool SmtpConnImpl::sendData(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log) {
     if (!socket_) return noConnection("the message data", log);
     params.timedOut = false;
+    const WholeLimit limit(params, sendLimitMs(bytes.size()), settings.idleTimeoutMs);
     if (socket_->sendBytes(bytes, settings.idleTimeoutMs, log, params)) return true;
     failIo("while sending the message data", params, log);
     return false;
@@ -228,6 +246,13 @@ bool SmtpConnImpl::noConnection(std::string_view wanted, LogBase& log) {
     return false;
 }
 
+std::string SmtpConnImpl::timeoutText(const SocketParams& params) const {
+    if (params.overranMs > 0) {
+        return "The server was too slow: " + durationText(params.overranMs) + " were over";
+    }
+    return "Nothing moved for " + std::to_string(settings.idleTimeoutMs) + " ms";
+}
+
 void SmtpConnImpl::failIo(const std::string& step, SocketParams& params, LogBase& log) {
     const bool timedOut = params.timedOut;
     const bool aborted = params.aborted;
@@ -235,9 +260,7 @@ void SmtpConnImpl::failIo(const std::string& step, SocketParams& params, LogBase
     if (timedOut) {
         ioFailure_ = IoFailure::Timeout;
         log.logDataLong("idleTimeoutMs", settings.idleTimeoutMs);
-        fail(SmtpStatus::Timeout,
-             "Nothing moved for " + std::to_string(settings.idleTimeoutMs) + " ms " + step + ".",
-             log);
+        fail(SmtpStatus::Timeout, timeoutText(params) + " " + step + ".", log);
     } else if (aborted) {
         ioFailure_ = IoFailure::Aborted;
         fail(SmtpStatus::Aborted, "The application stopped the send " + step + ".", log);

@@ -126,6 +126,7 @@ private:
     void unrecognised(std::string_view command, std::string_view line, SocketParams& params,
                       LogBase& log);
     std::optional<SmtpResponse> acceptReply(SmtpResponse& reply, LogBase& log);
+    std::string timeoutText(const SocketParams& params) const;
     void failIo(const std::string& step, SocketParams& params, LogBase& log);
     void touch();
 

@@ -1,4 +1,8 @@
+// The texts of the reasons, the causes that usually stand behind them, and what a host reads of a
+// handshake that failed.
 #include "net/ConnectFailure.h"
+
+#include "net/WholeLimit.h"
 
 namespace tv {
 namespace {
@@ -30,6 +34,11 @@ const char* textOf(ConnectFailReason reason) {
     }
 }
 
+std::string handshakeTimeout(const SocketParams& params) {
+    if (params.overranMs == 0) return "Timeout in the TLS handshake";
+    return "The TLS handshake took more than " + durationText(params.overranMs);
+}
+
 }  // namespace
 
 std::string connectFailText(ConnectFailReason reason) {
@@ -41,10 +50,10 @@ std::string connectFailCause(const SocketParams& params) {
     switch (params.connectFailReason) {
         case ConnectFailReason::TlsNoServerHello:
         case ConnectFailReason::TlsServerHelloUnreadable:
-            return params.timedOut ? "Timeout in the TLS handshake"
+            return params.timedOut ? handshakeTimeout(params)
                                    : "The connection was lost in the TLS handshake";
         case ConnectFailReason::InternalError:
-            if (params.timedOut) return "Timeout in the TLS handshake";
+            if (params.timedOut) return handshakeTimeout(params);
             if (!params.handshakeFailure.empty()) return params.handshakeFailure;
             [[fallthrough]];
         default:

@@ -19,6 +19,7 @@ public:
         return deadline;
     }
     bool isLimited() const { return isLimited_; }
+    uint64_t limitMs() const { return limitNs_ / 1000000; }
 
     // Milliseconds left, rounded up; 0 once the time is over, or when the clock has gone back.
     uint64_t leftMs() const {

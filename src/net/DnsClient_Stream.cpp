@@ -17,32 +17,15 @@ constexpr uint16_t kDnsPort = 53;
 constexpr uint16_t kTlsPort = 853;
 constexpr int kImplicitTls = 3;  // ends the texts of a failed handshake
 
-constexpr uint64_t kGraceMs = 100;
-
-// Ends an exchange whose time is over although none of its waits was too long. A silent server runs
-// into the limit of a wait first.
-class BoundedMonitor final : public ProgressMonitor {
-public:
-    BoundedMonitor(uint64_t limitMs, SocketParams& caller)
-        : deadline_(limitMs + kGraceMs), caller_(caller) {}
-    bool abortRequested() override { return caller_.checkAbort() || deadline_.hasPassed(); }
-    void progress(uint64_t, uint64_t) override {}
-    void textEvent(std::string_view, std::string_view) override {}
-
-private:
-    Deadline deadline_;
-    SocketParams& caller_;
-};
-
 }  // namespace
 
 class DnsExchange::Stream {
 public:
-    explicit Stream(DnsExchange& exchange)
-        : exchange_(exchange), monitor_(exchange.deadline.leftMs(), exchange.params) {
-        params_.monitor = &monitor_;
+    explicit Stream(DnsExchange& exchange) : exchange_(exchange) {
+        params_.monitor = exchange.params.monitor;
         params_.heartbeatMs = exchange.params.heartbeatMs;
         params_.fineSlices = exchange.params.fineSlices;
+        params_.whole = exchange.deadline;
         socket_.useSystemBufSizes(true);
     }
     ~Stream() { socket_.terminateConnection(CloseForm::AtOnce, 0, exchange_.log, params_); }
@@ -79,8 +62,8 @@ public:
         }
     }
 
-    bool wasAborted() const { return exchange_.params.aborted; }
-    bool ranOut() const { return params_.timedOut || exchange_.deadline.hasPassed(); }
+    bool wasAborted() const { return params_.aborted; }
+    bool ranOut() const { return params_.timedOut; }
 
 private:
     // Never 0, which would be no limit.
@@ -99,7 +82,6 @@ private:
     }
 
     DnsExchange& exchange_;
-    BoundedMonitor monitor_;
     SocketParams params_;
     TolvaneSocket socket_;
     std::unique_ptr<SChannelTolvane> channel_;
@@ -123,7 +105,8 @@ DnsExchange::End DnsExchange::overStream(bool tls) {
     std::span<const uint8_t> message;
     const bool received =
         connected && !handshakeFailed && stream.send(framed.bytes()) && stream.receive(in, message);
-    if (stream.wasAborted()) return End::Aborted;
+    params.aborted = stream.wasAborted();
+    if (params.aborted) return End::Aborted;
     if (!received) return stream.ranOut() ? End::TimedOut : End::NoReply;
     reply = dns::decodeReply(message, query);
     if (reply.isAnswer() && reply.kind != dns::ReplyKind::Truncated) return End::Replied;

@@ -1,3 +1,5 @@
+// Moving bytes between the engine and the socket: in the handshake, which ends with the verdict on
+// the server's certificate, for the text, and at the good-bye.
 #include "net/SChannelTolvane.h"
 
 #include <algorithm>
@@ -9,8 +11,8 @@
 #include "base/ShuffleRandom.h"
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
-#include "net/Deadline.h"
 #include "net/TrustStore.h"
+#include "net/WholeLimit.h"
 #include "net/x509/X509Chain.h"
 #include "platform/SysClock.h"
 
@@ -20,6 +22,7 @@ namespace {
 constexpr size_t kSegment = 16384 + 512;
 constexpr size_t kSendBatch = 4 * tls::kMaxPlaintext;
 constexpr size_t kMaxKeptInput = 65536;  // beyond it, what arrives during a send stays unread
+constexpr uint64_t kMaxHandshakeMs = 300000;
 constexpr uint32_t kMaxGoodbyeMs = 1000;
 constexpr uint64_t kFileTimeOf1970 = 116444736000000000;
 
@@ -102,6 +105,7 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
 
 // Moves bytes both ways until the handshake is over.
 bool SChannelTolvane::exchange(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    const WholeLimit limit(params, kMaxHandshakeMs, maxIdleMs);
     while (!engine_->isEstablished()) {
         if (!flush(maxIdleMs, log, params) || !readMore(maxIdleMs, log, params)) return false;
     }
@@ -195,6 +199,7 @@ bool SChannelTolvane::takeArrived(LogBase& log, SocketParams& params) {
     if (!socket_.receiveReady(segment, size)) return socket_.isConnected();
     const bool success = engine_->receive({segment.data(), size}, log);
     keepSession();
+    const WholeLimit limit(params, kMaxGoodbyeMs);
     return flush(kMaxGoodbyeMs, log, params) && success;
 }
 
@@ -259,13 +264,13 @@ void SChannelTolvane::closeNotify(uint32_t maxIdleMs, LogBase& log, SocketParams
     if (!engine_ || !engine_->isEstablished() || readFailed_ || params.aborted) return;
     engine_->sendCloseNotify();
     const uint32_t limit = maxIdleMs == 0 ? kMaxGoodbyeMs : std::min(maxIdleMs, kMaxGoodbyeMs);
-    const Deadline deadline(limit);
     LogNull quiet;  // whatever fails from here on is of no interest
     SocketParams own;
     own.monitor = params.monitor;
+    const WholeLimit whole(own, limit);
     bool reading = flush(limit, quiet, own);
-    while (reading && !engine_->closeNotifyReceived() && !deadline.hasPassed()) {
-        reading = readMore(static_cast<uint32_t>(deadline.leftMs()), quiet, own);
+    while (reading && !engine_->closeNotifyReceived()) {
+        reading = readMore(limit, quiet, own);
         engine_->input().clear();
     }
     keepSession();

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "net/Deadline.h"
 #include "net/ProgressMonitor.h"
 
 namespace tv {
@@ -29,11 +31,13 @@ enum class ConnectFailReason : int {
 
 struct SocketParams {
     ProgressMonitor* monitor = nullptr;  // not owned; may be null
-    uint32_t heartbeatMs = 0;  // how often a wait returns to look for an abort; 0: default
-    bool fineSlices = false;   // look more often than that
+    uint32_t heartbeatMs = 0;       // how often a wait returns to look for an abort; 0: default
+    bool fineSlices = false;        // look more often than that
+    std::optional<Deadline> whole;  // ends the operation whatever still moves; see WholeLimit
 
-    bool aborted = false;   // set by the transport when the monitor asked to stop
-    bool timedOut = false;  // set by the transport when a wait ran out
+    bool aborted = false;    // set by the transport when the monitor asked to stop
+    bool timedOut = false;   // set by the transport when a wait ran out
+    uint64_t overranMs = 0;  // with timedOut: the whole limit that ended it; 0: nothing moved
     ConnectFailReason connectFailReason = ConnectFailReason::None;
     std::string
         handshakeFailure;  // what went wrong in a TLS handshake, as a clause; empty: nothing
@@ -55,6 +59,7 @@ struct SocketParams {
     }
     void clearOutcome() {
         aborted = timedOut = false;
+        overranMs = 0;
         connectFailReason = ConnectFailReason::None;
         handshakeFailure.clear();
     }

@@ -30,6 +30,11 @@ public:
     // What a time-out of 0 stands for.
     static constexpr uint32_t kEndlessReadMs = 201600000;    // 56 hours
     static constexpr uint32_t kEndlessConnectMs = 21600000;  // 6 hours
+    // What a limit on one wait for bytes comes down to.
+    static constexpr uint64_t longestWaitMs(uint32_t maxIdleMs) {
+        if (maxIdleMs == kPoll) return 1;
+        return maxIdleMs == 0 ? kEndlessReadMs : maxIdleMs;
+    }
 
     TolvaneSocket();
     ~TolvaneSocket();
@@ -46,7 +51,7 @@ public:
                  LogBase& log, SocketParams& params);
 
     // All bytes or failure; sent says how many were taken. Waits only when the socket takes no
-    // more, then at most maxIdleMs (0: 56 hours) each time.
+    // more, then at most maxIdleMs (0: 56 hours) each time, and no longer than params.whole.
     bool sendBytes(std::span<const uint8_t> bytes, size_t& sent, uint32_t maxIdleMs, LogBase& log,
                    SocketParams& params);
     // At least one byte and what else has arrived. At the end of the stream the socket counts as

@@ -1,4 +1,5 @@
-// Waiting, sending and receiving.
+// Waiting in slices, sending and receiving. Every wait has two limits: its own, which starts anew
+// with each byte that moves, and that of the operation as a whole.
 #include <algorithm>
 
 #include "net/SocketError.h"
@@ -12,8 +13,7 @@ using plat::NetCode;
 constexpr size_t kMaxTransfer = 1048576;  // of one system call
 
 Deadline idleDeadline(uint32_t maxIdleMs) {
-    if (maxIdleMs == TolvaneSocket::kPoll) return Deadline(1);
-    return Deadline(maxIdleMs == 0 ? TolvaneSocket::kEndlessReadMs : maxIdleMs);
+    return Deadline(TolvaneSocket::longestWaitMs(maxIdleMs));
 }
 
 class FlagWhile {
@@ -54,8 +54,13 @@ TolvaneSocket::Waited TolvaneSocket::wait(plat::WaitFor what, const Deadline& de
     }
     for (;;) {
         if (params.checkAbort()) return Waited::Aborted;
-        const uint64_t left = deadline.leftMs();
-        if (left == 0) break;
+        const uint64_t idle = deadline.leftMs();
+        const uint64_t left = params.whole ? std::min(idle, params.whole->leftMs()) : idle;
+        if (left == 0) {
+            params.timedOut = true;
+            params.overranMs = idle == 0 ? 0 : params.whole->limitMs();
+            return Waited::TimedOut;
+        }
         bool ready = false;
         const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, params.sliceMs()));
         const plat::NetError error = plat::sysNet().wait(handle_, what, sliceMs, ready);
@@ -69,8 +74,6 @@ TolvaneSocket::Waited TolvaneSocket::wait(plat::WaitFor what, const Deadline& de
         }
         if (ready) return Waited::Ready;
     }
-    params.timedOut = true;
-    return Waited::TimedOut;
 }
 
 bool TolvaneSocket::waitReadableSocket(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {

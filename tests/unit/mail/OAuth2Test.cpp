@@ -218,6 +218,7 @@ TEST(OAuth2, whatTheEndpointMayDo) {
         {"is no HTTP server", {upTo(kForm, "220 mail.test\r\n\r\n")}, "is not one of HTTP"},
         {"closes", {upTo(kForm, "").thenClose()}, "is not one of HTTP"},
         {"says nothing", {upTo(kForm, "").thenStall()}, "did not answer in time"},
+        {"drips", {upTo(kForm, "HTTP/1.1 200 OK").drippedBy(29000)}, "did not answer in time"},
         {"says too much", {upTo(kForm, std::string(70000, 'x'))}, "larger than 64 KiB"},
     };
     for (const Row& row : rows) {

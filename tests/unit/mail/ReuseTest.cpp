@@ -177,7 +177,8 @@ TEST(Reuse, destructionSaysQuitAndWaitsAtMostFiveSeconds) {
         mailMan->setProperty("SmtpHost", XString(kServer));
         mailMan->setProperty("ReadTimeout", XString(timeout));
         world.compose();
-        world.serve("open; transaction; 'QUIT' -; silence");
+        world.serve(script("open; transaction") +
+                    Turns{turn("QUIT\r\n", "221 byte by byte\r\n").drippedBy(900)});
         EXPECT_TRUE(mailMan->SendEmail(world.email));
         const uint64_t before = world.clock.nowNs;
         mailMan.reset();

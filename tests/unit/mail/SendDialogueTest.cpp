@@ -87,7 +87,7 @@ const std::vector<Row>& allRows() {
 
 void arrange(MailWorld& world, const Row& row, Delivery delivery) {
     for (const auto& [name, value] : row.settings) {
-        if (name != "to" && name != "from") world.set(name.c_str(), value);
+        if (name != "to" && name != "from" && name != "takes") world.set(name.c_str(), value);
     }
     const std::vector<std::string> recipients = {kFirst, kSecond};
     const auto count = std::stoi(row.setting("to", "1"));
@@ -101,7 +101,10 @@ void arrange(MailWorld& world, const Row& row, Delivery delivery) {
         } else if (link == "unreachable") {
             world.net.unreachable(kServer, 25);
         } else {
-            world.serve(script(link)).delivery = delivery;
+            FakeLink& served = world.serve(script(link));
+            served.delivery = delivery;
+            served.sendWindow = std::stoul(row.setting("takes", "1000000000"));
+            served.drainMs = 29000;
         }
     }
 }
