@@ -1,3 +1,5 @@
+// Reading EHLO lines: one table of extensions, one of login mechanisms, one of the methods that a
+// host may have configured.
 #include "mail/SmtpCapabilities.h"
 
 #include "base/Ascii.h"
@@ -31,7 +33,8 @@ struct Mechanism {
     bool AuthMechanisms::*flag;
 };
 
-// Searched for anywhere in an AUTH line. Old servers write "AUTH=LOGIN", before RFC 2554.
+// Searched for anywhere in an AUTH line, in any case of letters (RFC 5321 section 2.4, RFC 4422
+// section 3.1 asks for capitals, and not all servers listen). Old ones write "AUTH=LOGIN".
 constexpr Mechanism kMechanisms[] = {
     {" LOGIN", &AuthMechanisms::login},
     {"=LOGIN", &AuthMechanisms::login},
@@ -48,7 +51,9 @@ constexpr Mechanism kMechanisms[] = {
 
 void addAuthLine(std::string_view line, AuthMechanisms& found) {
     for (const Mechanism& mechanism : kMechanisms) {
-        if (line.find(mechanism.mark) != std::string_view::npos) found.*mechanism.flag = true;
+        if (findIgnoreCase(line, mechanism.mark) != std::string_view::npos) {
+            found.*mechanism.flag = true;
+        }
     }
 }
 

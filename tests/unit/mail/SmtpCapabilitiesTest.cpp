@@ -53,7 +53,12 @@ TEST(SmtpCapabilities, readEhloReplies) {
          "cram plain login digest gssapi ntlm msn"},
         {{"250 AUTH ANONYMOUS XOAUTH2 KERBEROS_V4\r\n"}, "anon kerberos xoauth2"},
         {{"250 AUTH=PLAIN\r\n"}, ""},
-        {{"250 auth login\r\n"}, ""},  // mechanisms are written in capitals
+        {{"250-x\r\n", "250-auth login\r\n", "250-Auth=Login Plain\r\n",
+          "250 aUTH ntlm msn gssapi anonymous cram-md5 Digest-md5 xoauth2 Kerberos_v4\r\n"},
+         "cram anon plain login digest gssapi kerberos ntlm msn xoauth2"},
+        {{"250-8bitMime\r\n", "250-EnhancedStatusCodes\r\n", "250-starttls\r\n",
+          "250-pipelining\r\n", "250-chunking\r\n", "250-smtputf8\r\n", "250 dsn\r\n"},
+         "8bit codes tls pipe chunk utf8 dsn"},
         {{"250 auth LOGIN\r\n"}, "login"},
         {{"250 AUTHX LOGIN\r\n"}, ""},
         {{"250 AUTH\r\n"}, "noauth"},
