@@ -34,8 +34,21 @@ std::string withRoad(std::string_view text, int road) {
     return std::string(text) + " (" + std::to_string(road) + ")";
 }
 
+// The server says that it can do more than the repetition without TLS 1.3 offers.
+bool refusesFallback(const tls::TlsProtocol& engine) {
+    return engine.failure() == tls::TlsFailure::Downgrade ||
+           (engine.failure() == tls::TlsFailure::PeerAlert &&
+            engine.peerAlert() == tls::Alert::InappropriateFallback);
+}
+
 // What went wrong in the handshake, for a sentence of the host's.
-std::string failureClause(const tls::TlsProtocol& engine) {
+std::string failureClause(const tls::TlsProtocol& engine, bool isFallback) {
+    if (isFallback && refusesFallback(engine)) {
+        return "The server speaks TLS 1.3, but the connection broke off when TLS 1.3 was offered; "
+               "a firewall, a proxy or an attacker on the way may have cut it. Let TLS 1.3 pass to "
+               "the server, or set TlsProtocol to \"TLS 1.2 or lower\" where the network is "
+               "trusted";
+    }
     if (engine.failure() == tls::TlsFailure::PeerAlert && engine.peerAlert()) {
         return "The server ended the TLS handshake with the alert \"" +
                std::string(tls::alertName(*engine.peerAlert())) + "\"";
@@ -73,6 +86,7 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
     wanted.versions = tls::versionRange(settings.tlsProtocol);
     wanted.options = tls::tlsOptions(log);
     wanted.options.disableTls13 |= settings.withoutTls13;
+    wanted.fallback = settings.withoutTls13 && settings.requireSslCertVerify;
     wanted.serverName = host;
     wanted.moreCurves = settings.moreCurves;
     scope_ = {asciiLower(host), port, std::string(host), wanted.versions,
@@ -85,6 +99,7 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
                           (!settings.requireSslCertVerify || kept->chainVerified);
         if (fits) wanted.session = std::move(kept);
     }
+    isFallback_ = wanted.fallback;
     const bool keptWasVerified = wanted.session && wanted.session->chainVerified;
     engine_ = std::make_unique<tls::TlsProtocol>(std::move(wanted), *environment_);
     readFailed_ = false;
@@ -122,7 +137,7 @@ bool SChannelTolvane::handshakeFailed(int road, LogBase& log, SocketParams& para
         params.connectFailReason = ConnectFailReason::NoServerCertificate;
     } else {
         params.connectFailReason = ConnectFailReason::InternalError;
-        params.handshakeFailure = failureClause(*engine_);
+        params.handshakeFailure = failureClause(*engine_, isFallback_);
     }
     log.logError(withRoad("Client handshake failed.", road));
     return false;

@@ -26,7 +26,9 @@ struct TlsSessionSlot {
 struct TlsChannelSettings {
     std::string tlsProtocol;  // a version policy; empty: TLS 1.0 to 1.3
     bool requireSslCertVerify = false;
-    bool withoutTls13 = false;     // the retry after a server that did not answer
+    // The retry after a server that did not answer. Where the certificate is verified, it carries
+    // the mark of a fallback: who cuts the first try must not get a lower version.
+    bool withoutTls13 = false;
     bool moreCurves = false;       // also offers brainpoolP384r1 and brainpoolP512r1; for tests
     std::string trustAnchorsFile;  // PEM; empty: the system's anchors
     std::shared_ptr<TlsSessionSlot> sessions;  // may be null
@@ -78,6 +80,7 @@ private:
     std::unique_ptr<tls::TlsProtocol> engine_;
     std::shared_ptr<TlsSessionSlot> sessions_;
     tls::SessionScope scope_;
+    bool isFallback_ = false;
     bool chainVerified_ = false;
     bool readFailed_ = false;
 };

@@ -118,8 +118,9 @@ bool Socket2::mayRetryWithoutTls13(const LogBase& log, const SocketParams& param
     const TlsChannelSettings& settings = state_->tlsSettings;
     const bool unread = params.connectFailReason == ConnectFailReason::TlsNoServerHello ||
                         params.connectFailReason == ConnectFailReason::TlsServerHelloUnreadable;
+    const tls::VersionRange range = tls::versionRange(settings.tlsProtocol);
     return unread && !settings.withoutTls13 && !tls::tlsOptions(log).disableTls13 &&
-           tls::versionRange(settings.tlsProtocol).contains(tls::Version::Tls13);
+           range.contains(tls::Version::Tls13) && range.contains(tls::Version::Tls12);
 }
 
 // A server that falls silent or hangs up at a hello with TLS 1.3 is asked once more without it.

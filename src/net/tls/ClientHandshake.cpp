@@ -53,8 +53,10 @@ TlsFailure ClientHandshake::prepareHello(const Negotiated* established, LogBase&
     ClientHello& hello = shared_.hello;
     shared_.result.version = offered_.highest;
     hello.legacyVersion = std::min(offered_.highest, Version::Tls12);
+    hello.fallback = settings_.fallback && !established;
     if (!shared_.environment.random(hello.random)) return TlsFailure::RandomFailed;
-    if (!established) offerSession(log);
+    // RFC 7507, 4: what resumes a session is no fallback, and the other way round.
+    if (!established && !hello.fallback) offerSession(log);
     if (offersTls13_) {
         if (hello.sessionId.empty()) {
             log.logVerbose("MiddleBoxCompatibilityMode");
@@ -168,6 +170,7 @@ void ClientHandshake::logHello(LogBase& log) const {
     for (const CipherSuite* suite : hello.suites) {
         log.logData("cipherSuite", suite->name);
     }
+    if (hello.fallback) log.logData("cipherSuite", "TLS_FALLBACK_SCSV");
     log.logDataLong("numCipherSuites", static_cast<int64_t>(hello.suites.size()));
     log.logDataLong("numCompressionMethods", 1);
     if (hello.offers(ExtensionType::ServerName)) log.logData("SNI_hostname", settings_.serverName);
@@ -224,8 +227,9 @@ TlsFailure ClientHandshake::judgeVersion(const ServerHello& reply, LogBase& log)
     } else {
         log.logInfo("TLS 1.3 server is negotiating TLS 1.2...");
     }
-    const bool lowered = offersTls13_ || (mark == DowngradeMark::ToTls11OrBelow &&
-                                          offered_.highest >= Version::Tls12);
+    const bool lowered =
+        offersTls13_ || shared_.hello.fallback ||
+        (mark == DowngradeMark::ToTls11OrBelow && offered_.highest >= Version::Tls12);
     return lowered ? TlsFailure::Downgrade : TlsFailure::None;
 }
 

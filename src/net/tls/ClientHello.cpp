@@ -10,6 +10,7 @@ namespace tv::tls {
 namespace {
 
 constexpr uint16_t kRecordSizeLimit = 16385;  // RFC 8449: with the content type of TLS 1.3
+constexpr uint16_t kFallbackScsv = 0x5600;    // RFC 7507, 2: a signal, no suite
 
 std::vector<uint8_t> statusRequest() {
     return {1, 0, 0, 0, 0};  // OCSP, no responders, no request extensions (RFC 6066, 8)
@@ -176,6 +177,7 @@ std::vector<uint8_t> ClientHello::encode() const {
             for (const CipherSuite* suite : suites) {
                 w.u16(suite->id);
             }
+            if (fallback) w.u16(kFallbackScsv);
         });
         w.u8(1);  // compression methods: null alone
         w.u8(0);

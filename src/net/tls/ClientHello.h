@@ -48,6 +48,7 @@ struct ClientHello {
     std::array<uint8_t, kRandomSize> random{};
     std::vector<uint8_t> sessionId;
     std::vector<const CipherSuite*> suites;
+    bool fallback = false;  // TLS_FALLBACK_SCSV stands behind the suites
     std::vector<HelloExtension> extensions;
 
     bool offers(ExtensionType type) const;

@@ -40,6 +40,9 @@ struct TlsSettings {
     std::string serverName;
     bool moreCurves = false;            // see HelloParameters
     std::optional<TlsSession> session;  // offered once, if it is usable
+    // A repetition with less than we can: the hello says so (RFC 7507), and a server that marks its
+    // random as able to do better is not believed.
+    bool fallback = false;
 };
 
 // What both Finished messages said, for a later renegotiation (RFC 5746, 3.1).

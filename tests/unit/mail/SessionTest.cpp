@@ -68,20 +68,24 @@ TEST(StartTls, clearTextAfterTheReplyIsRefused) {
 // Nobody answers the hello: everything is said again, the second hello is without TLS 1.3.
 TEST(StartTls, anUnansweredHelloIsRepeatedWithoutTls13) {
     constexpr std::string_view kSupportedVersions("\x00\x2b\x00\x09\x08\x03\x04", 7);
+    constexpr std::string_view kFallback("\x56\x00\x01\x00", 4);
     const struct {
         const char* name;
         const char* steps;
         const char* cause;
         const char* policy;
         size_t connections;
+        const char* verify = "0";
     } kRows[] = {
         {"silence", "open; 'STARTTLS' 220 go; silence", "Timeout in the TLS handshake", "", 2},
         {"end of stream", "open; 'STARTTLS' 220 go !close", "", "", 2},
-        {"no TLS 1.3 wanted", "open; 'STARTTLS' 220 go !close", "", "TLS 1.2 or lower", 1},
+        {"verified", "open; 'STARTTLS' 220 go !close", "", "", 2, "1"},
+        {"no TLS 1.3 wanted", "open; 'STARTTLS' 220 go !close", "", "TLS 1.2 or lower", 1, "1"},
     };
     for (const auto& row : kRows) {
         MailWorld world(Properties{{"StartTLS", "1"}, {"ReadTimeout", "1000"}});
         world.set("TlsProtocol", row.policy);
+        world.set("RequireSslCertVerify", row.verify);
         world.compose();
         std::vector<FakeLink*> links;
         for (size_t i = 0; i < row.connections; ++i) {
@@ -102,6 +106,9 @@ TEST(StartTls, anUnansweredHelloIsRepeatedWithoutTls13) {
             EXPECT_TRUE(contains(link->fromClient, "STARTTLS\r\n\x16\x03")) << row.name;
             EXPECT_EQ(contains(link->fromClient, kSupportedVersions),
                       link == links.front() && row.connections == 2)
+                << row.name;
+            EXPECT_EQ(contains(link->fromClient, kFallback),
+                      link != links.front() && row.verify == std::string_view("1"))
                 << row.name;
             EXPECT_TRUE(link->closedByClient);
             EXPECT_FALSE(contains(link->fromClient, "MAIL FROM"));

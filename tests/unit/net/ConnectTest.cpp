@@ -1,4 +1,5 @@
 // Connecting: names, addresses, time, refusals, aborts, and what the log says of them.
+#include "net/SChannelTolvane.h"
 #include "net/Socket2.h"
 
 #include <utility>
@@ -453,16 +454,52 @@ TEST_F(Connect, AServerThatAnsweredIsNotAskedWithoutTls13) {
 
 TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
     constexpr std::string_view kSupportedVersions("\x00\x2b\x00\x09\x08\x03\x04", 7);
-    for (const Ending ending : {Ending::Eof, Ending::Reset}) {
+    constexpr std::string_view kFallback("\x56\x00\x01\x00", 4);  // with the compression behind it
+    const std::string refusal("\x15\x03\x03\x00\x02\x02\x56", 7);
+    using enum ConnectFailReason;
+    const struct {
+        const char* policy;
+        bool verify;
+        Ending ending;
+        std::string answer;  // to the second hello
+        size_t connects;
+        ConnectFailReason reason;
+        const char* failure;
+    } kRows[] = {
+        {"", false, Ending::Eof, "", 2, TlsNoServerHello, ""},
+        {"", false, Ending::Reset, "", 2, TlsNoServerHello, ""},
+        {"", true, Ending::Eof, "", 2, TlsNoServerHello, ""},
+        {"", true, Ending::Eof, refusal, 2, InternalError,
+         "set TlsProtocol to \"TLS 1.2 or lower\""},
+        {"", false, Ending::Eof, refusal, 2, InternalError, "the alert \"inappropriate fallback\""},
+        {"TLS 1.2 or lower", true, Ending::Eof, "", 1, TlsNoServerHello, ""},
+        {"TLS 1.3 exact", false, Ending::Eof, "", 1, TlsNoServerHello, ""},
+    };
+    for (const auto& row : kRows) {
         std::string first, second;
-        net.servePeer("10.0.0.1", 465, std::make_unique<HelloPeer>("", ending, first));
-        net.servePeer("10.0.0.1", 465, std::make_unique<HelloPeer>("", ending, second));
+        log.clearLog();
+        params = {};
+        const size_t before = net.connects.size();
+        const bool again = row.connects == 2;
+        socket.tlsSettings().tlsProtocol = row.policy;
+        socket.tlsSettings().requireSslCertVerify = row.verify;
+        net.servePeer("10.0.0.1", 465, std::make_unique<HelloPeer>("", row.ending, first));
+        if (again) {
+            net.servePeer("10.0.0.1", 465,
+                          std::make_unique<HelloPeer>(row.answer, row.ending, second));
+        }
         EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
-        EXPECT_EQ(params.connectFailReason, ConnectFailReason::TlsNoServerHello);
+        EXPECT_EQ(net.connects.size() - before, row.connects) << row.policy;
+        EXPECT_EQ(params.connectFailReason, row.reason) << textOf(log);
+        EXPECT_NE(params.handshakeFailure.find(row.failure), std::string::npos)
+            << params.handshakeFailure;
+        EXPECT_EQ(first.find(kFallback), std::string::npos) << row.policy;
+        if (!again) continue;
         expectLogged(log, "Failed to read the TLS server hello.  Retry without TLS 1.3");
         EXPECT_NE(first.find(kSupportedVersions), std::string::npos);
         EXPECT_EQ(second.find(kSupportedVersions), std::string::npos);
         EXPECT_EQ(second.substr(0, 2), "\x16\x03");
+        EXPECT_EQ(second.find(kFallback) != std::string::npos, row.verify);
     }
 }
 

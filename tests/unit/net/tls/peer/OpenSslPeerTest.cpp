@@ -176,6 +176,22 @@ TEST(OpenSslPeer, ServerMayRenegotiateThreeTimes) {
     }
 }
 
+TEST(OpenSslPeer, FallbackIsTakenWhereTheServerCanDoNoMore) {
+    for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+        ServerOptions options;
+        options.maxVersion = version;
+        const OpenSslServer server(options);
+        TestEnvironment environment;
+        TlsSettings settings = plainSettings();
+        settings.versions.highest = Version::Tls12;
+        settings.fallback = true;
+        Connection c(server, settings, environment);
+        const bool noMore = version == TLS1_2_VERSION;
+        EXPECT_EQ(c.handshake(), noMore) << c.logText();
+        EXPECT_EQ(c.engine.peerAlert() == Alert::InappropriateFallback, !noMore);
+    }
+}
+
 TEST(OpenSslPeer, KeyUpdatesOfTheServerAreFollowed) {
     ServerOptions options;
     options.minVersion = TLS1_3_VERSION;

@@ -321,18 +321,23 @@ TEST(ScriptedTls12, CutAnywhereNothingIsEstablished) {
 }
 
 TEST(ScriptedTls12, DowngradeMarksAreJudgedByTheHelloJustSent) {
-    const auto verdict = [](uint8_t last, Version highest) {
+    const auto verdict = [](uint8_t last, Version highest, bool fallback = false) {
         ServerSetup setup;
         tls11(setup);
         if (last == 1) ecdhe(setup);
         setup.edits.emplace(ServerHello, [last](Item& m, Items&) { mark(m, last); });
         TlsSettings settings = namedSettings();
         settings.versions.highest = highest;
+        settings.fallback = fallback;
         Talk talk(setup, settings);
-        return talk.pump().verdict();
+        const Alert said = talk.pump().verdict();
+        EXPECT_EQ(talk.server.hellos.at(0).suites.back() == 0x5600, fallback);
+        return said;
     };
     EXPECT_EQ(verdict(1, Version::Tls13), Alert::IllegalParameter);
     EXPECT_NE(verdict(1, Version::Tls12), Alert::IllegalParameter);  // only logged
+    EXPECT_EQ(verdict(1, Version::Tls12, true), Alert::IllegalParameter);
+    EXPECT_EQ(verdict(2, Version::Tls12, true), kLegal);
     EXPECT_EQ(verdict(0, Version::Tls13), Alert::IllegalParameter);
     EXPECT_EQ(verdict(0, Version::Tls12), Alert::IllegalParameter);
     EXPECT_NE(verdict(0, Version::Tls11), Alert::IllegalParameter);
