@@ -13,6 +13,7 @@
 #include "log/LogNull.h"
 #include "net/TrustStore.h"
 #include "net/WholeLimit.h"
+#include "net/x509/X509Cert.h"
 #include "net/x509/X509Chain.h"
 #include "platform/SysClock.h"
 
@@ -32,6 +33,30 @@ uint64_t wallClockMs() {
 
 std::string withRoad(std::string_view text, int road) {
     return std::string(text) + " (" + std::to_string(road) + ")";
+}
+
+tls::SessionScope scopeOf(std::string_view host, int port, const tls::TlsSettings& wanted,
+                          const TlsChannelSettings& settings) {
+    tls::SessionScope scope;
+    scope.host = asciiLower(host);
+    scope.port = port;
+    scope.serverName = host;
+    scope.versions = wanted.versions;
+    scope.options = wanted.options;
+    scope.requireVerify = settings.requireSslCertVerify;
+    if (scope.requireVerify) scope.anchors = anchorsIdentity(settings.trustAnchorsFile);
+    return scope;
+}
+
+// How long sessions may spare the verification of a chain that was verified now: its certificate
+// must last, and revocations, removed anchors and new rules count after a week at the latest,
+// however often the server renews its tickets.
+uint64_t endOfTrustMs(x509::Bytes leaf, uint64_t nowMs) {
+    constexpr uint64_t kWeekMs = uint64_t{7} * 24 * 3600 * 1000;
+    x509::Certificate certificate;
+    if (!x509::parseCertificate(leaf, certificate) || certificate.notAfter < 0) return 0;
+    const uint64_t expiresMs = (static_cast<uint64_t>(certificate.notAfter) + 1) * 1000;
+    return std::min(expiresMs, nowMs + kWeekMs);
 }
 
 // The server says that it can do more than the repetition without TLS 1.3 offers.
@@ -85,29 +110,26 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
     tls::TlsSettings wanted;
     wanted.versions = tls::versionRange(settings.tlsProtocol);
     wanted.options = tls::tlsOptions(log);
+    scope_ = scopeOf(host, port, wanted, settings);
     wanted.options.disableTls13 |= settings.withoutTls13;
     wanted.fallback = settings.withoutTls13 && settings.requireSslCertVerify;
     wanted.serverName = host;
     wanted.moreCurves = settings.moreCurves;
-    scope_ = {asciiLower(host), port, std::string(host), wanted.versions,
-              settings.requireSslCertVerify};
     sessions_ = settings.sessions;
     if (sessions_) {
         // Used once, whatever comes of it.
         std::optional<tls::TlsSession> kept = std::exchange(sessions_->session, std::nullopt);
-        const bool fits = kept && kept->scope == scope_ &&
-                          (!settings.requireSslCertVerify || kept->chainVerified);
-        if (fits) wanted.session = std::move(kept);
+        if (kept && kept->scope == scope_) wanted.session = std::move(kept);
     }
     isFallback_ = wanted.fallback;
-    const bool keptWasVerified = wanted.session && wanted.session->chainVerified;
+    const uint64_t keptUntilMs = wanted.session ? wanted.session->verifiedUntilMs : 0;
     engine_ = std::make_unique<tls::TlsProtocol>(std::move(wanted), *environment_);
     readFailed_ = false;
 
     if (!engine_->start(log) || !exchange(maxIdleMs, log, params)) {
         return handshakeFailed(road, log, params);
     }
-    chainVerified_ = keptWasVerified && engine_->negotiated().resumed;
+    verifiedUntilMs_ = engine_->negotiated().resumed ? keptUntilMs : 0;
     if (!checkServerCert(host, settings, log, params)) {
         log.logError(withRoad("Server certificate verification failed.", road));
         return false;
@@ -183,10 +205,11 @@ bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSet
         return false;
     }
     log.logInfo("Verifying server certificate...");
+    const uint64_t nowMs = wallClockMs();
     const x509::ChainVerdict verdict = verifyServerChain(
-        chain, host, static_cast<int64_t>(wallClockMs() / 1000), settings.trustAnchorsFile, log);
+        chain, host, static_cast<int64_t>(nowMs / 1000), settings.trustAnchorsFile, log);
     if (verdict.trusted()) {
-        chainVerified_ = true;
+        verifiedUntilMs_ = endOfTrustMs(chain.front(), nowMs);
         log.logInfo("Server certificate is verified.");
         log.logInfo("Whether it has been revoked is not checked.");
         return true;
@@ -204,7 +227,7 @@ void SChannelTolvane::keepSession() {
     std::optional<tls::TlsSession> fresh = engine_->takeSession();
     if (!fresh || !sessions_) return;
     fresh->scope = scope_;
-    fresh->chainVerified = chainVerified_;
+    fresh->verifiedUntilMs = verifiedUntilMs_;
     sessions_->session = std::move(fresh);
 }
 

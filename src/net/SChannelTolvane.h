@@ -81,7 +81,7 @@ private:
     std::shared_ptr<TlsSessionSlot> sessions_;
     tls::SessionScope scope_;
     bool isFallback_ = false;
-    bool chainVerified_ = false;
+    uint64_t verifiedUntilMs_ = 0;  // as in TlsSession
     bool readFailed_ = false;
 };
 

@@ -72,4 +72,14 @@ x509::ChainVerdict verifyServerChain(const std::vector<std::vector<uint8_t>>& ch
     return verdict;
 }
 
+std::string anchorsIdentity(const std::string& anchorsFile) {
+    std::string path = anchorsFile;
+    for (const std::string& bundle : plat::trustAnchorFiles()) {
+        if (path.empty() && plat::isRegularFile(bundle)) path = bundle;
+    }
+    plat::FileStamp stamp;
+    if (!plat::fileStamp(path, stamp)) return path;
+    return path + ' ' + std::to_string(stamp.size) + ' ' + std::to_string(stamp.modified);
+}
+
 }  // namespace tv

@@ -18,4 +18,8 @@ x509::ChainVerdict verifyServerChain(const std::vector<std::vector<uint8_t>>& ch
                                      std::string_view host, int64_t nowSeconds,
                                      const std::string& anchorsFile, LogBase& log);
 
+// What tells these anchors from others: it changes with their file. The stores of Windows are taken
+// as one and the same.
+std::string anchorsIdentity(const std::string& anchorsFile);
+
 }  // namespace tv

@@ -7,6 +7,7 @@
 //   policy      the version policy; options: keywords; morecurves=1: two more brainpool curves
 //   slot        jobs with the same word share the place where a session waits for the next connect
 //   anchors     PEM file: the server is verified by it; "system": by the system's anchors
+//   later       seconds by which the clock is ahead
 //   talk        echo, rev (each line comes back reversed), http (one request, the answer is read to
 //               its end), words (each line that comes is sent back until "end"); none by default
 //   bytes       how many to send and receive
@@ -26,6 +27,7 @@
 #include "net/Socket2.h"
 #include "net/tls/CipherSuites.h"
 #include "net/tls/KeyShare.h"
+#include "platform/SysClock.h"
 #include "tests/probes/JsonText.h"
 
 namespace tv {
@@ -42,6 +44,22 @@ using Job = std::map<std::string, std::string>;
 std::span<const uint8_t> bytesFrom(const std::string& text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
+
+// The system's, but ahead of it.
+class LaterClock final : public plat::SysClock {
+public:
+    LaterClock() { plat::replaceSysClock(this); }
+    ~LaterClock() override { plat::replaceSysClock(nullptr); }
+    uint64_t monotonicNs() override { return real_.monotonicNs(); }
+    plat::CivilTime localTime() override { return real_.localTime(); }
+    uint64_t fileTimeUtc() override { return real_.fileTimeUtc() + seconds * 10000000; }
+    void sleepMs(uint32_t ms) override { real_.sleepMs(ms); }
+
+    uint64_t seconds = 0;
+
+private:
+    plat::SysClock& real_ = plat::sysClock();
+};
 
 class Probe {
 public:
@@ -68,6 +86,7 @@ private:
 
     const Job* job_ = nullptr;
     std::map<std::string, std::shared_ptr<TlsSessionSlot>> slots_;
+    LaterClock clock_;
     _tvLogger log_;
     SocketParams params_;
     size_t received_ = 0;
@@ -91,6 +110,7 @@ std::string Probe::run(const Job& job) {
     if (!value("list").empty()) return offered();
     params_ = {};
     received_ = 0;
+    clock_.seconds = std::strtoull(value("later").c_str(), nullptr, 10);
     log_.setVerbose(true);
     log_.setOptions(value("options"));
     log_.clearLog();

@@ -2,7 +2,9 @@
 unverified connections, and what a server said in clear before STARTTLS."""
 import contextlib
 import os
+import shutil
 import ssl
+import time
 
 import pytest
 
@@ -33,7 +35,8 @@ subjectAltName = {names}
 BUNDLES = ["/etc/ssl/certs/ca-certificates.crt", "/etc/pki/ca-trust/extracted/pem/tls-ca-bundle.pem",
            "/etc/ssl/ca-bundle.pem", "/etc/ssl/cert.pem"]
 YEARS = {"now": ("20200101000000Z", "21000101000000Z"), "past": ("20000101000000Z", "20010101000000Z"),
-         "future": ("20990101000000Z", "21000101000000Z")}
+         "future": ("20990101000000Z", "21000101000000Z"),
+         "soon": ("20200101000000Z", time.strftime("%Y%m%d%H%M%SZ", time.gmtime(time.time() + 3000)))}
 
 
 class Chain:
@@ -48,7 +51,8 @@ class Chain:
         self.issue("between", "root", "authority")
         for leaf, names, years in (("good", "DNS:localhost,IP:127.0.0.1", "now"),
                                    ("other", "DNS:other.test,DNS:*.localhost", "now"),
-                                   ("expired", "DNS:localhost", "past"), ("early", "DNS:localhost", "future")):
+                                   ("expired", "DNS:localhost", "past"), ("early", "DNS:localhost", "future"),
+                                   ("ending", "DNS:localhost", "soon")):
             self.issue(leaf, "between", "leaf", names, years)
         self.issue("lonely", "lonely", "leaf", "DNS:localhost")
 
@@ -157,6 +161,34 @@ def test_sessions_stay_among_their_kind(chain, probe):
     assert [result["resumed"] for result in results] == [False, False, True, False]
     text = "Not verifying server certificate because this TLS session is a resumption."
     assert text in results[2]["log"] and text not in results[1]["log"]
+
+
+def test_a_session_stays_with_its_anchors_and_rules(chain, probe, tmp_path):
+    anchors = tmp_path / "anchors.pem"
+    shutil.copy(chain.path("root"), anchors)
+    other = {"anchors": probe.path(chain.path("root"))}
+    steps = [({}, False), ({}, True), (other, False), (other, True), ({}, False), ({"options": "TLS_NO_GCM"}, False),
+             ({}, False), ({}, True), ("rewritten", None), ({}, False), ({}, True)]
+    with TrustServer(chain, "good") as server:
+        for number, (more, resumed) in enumerate(steps):
+            if more == "rewritten":
+                anchors.write_text(chain.path("stranger").read_text() + chain.path("root").read_text())
+                continue
+            job = {"anchors": probe.path(anchors), "slot": "rules", "talk": "rev", "bytes": 1000, **more}
+            result = probe.run(port=server.port, host="localhost", **job)
+            assert result["ok"] and result["resumed"] == resumed, (number, result)
+
+
+def test_a_session_ends_in_time(chain, probe):
+    """With its certificate; and after a week, though each ticket is a new one and lasts two hours."""
+    job = {"host": "localhost", "anchors": probe.path(chain.path("root")), "talk": "rev", "bytes": 1000}
+    with TrustServer(chain, "ending") as server:
+        before, at_end = (probe.run(port=server.port, slot="ending", later=later, **job) for later in (0, 3600))
+    assert before["ok"] and not at_end["ok"] and EXPIRED in at_end["log"], at_end
+    with TrustServer(chain, "good") as server:
+        results = [probe.run(port=server.port, slot="week", later=7100 * hop, **job) for hop in range(87)]
+    assert all(result["ok"] for result in results)
+    assert [result["resumed"] for result in results] == [False] + [True] * 85 + [False]
 
 
 def test_a_session_is_taken_whatever_the_order_of_the_suites(chain, probe):

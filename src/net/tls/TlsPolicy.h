@@ -35,6 +35,8 @@ struct TlsOptions {
     bool reuseSessions = true;       // TlsNoReuseSession clears it
     bool sniLocalhost = false;       // TlsAllowSniLocalhost
     bool disableTls13 = false;       // DisableTls13, unless EnableTls13 stands there too
+
+    bool operator==(const TlsOptions&) const = default;
 };
 
 TlsOptions tlsOptions(const LogBase& log);

@@ -37,6 +37,9 @@ bool sessionIsUsable(const TlsSession& session, uint64_t nowMs, LogBase& log) {
     if (nowMs - session.receivedAtMs >= limit * 1000) {
         return log.logInfo("Session ticket is too old."), false;
     }
+    if (session.scope.requireVerify && nowMs >= session.verifiedUntilMs) {
+        return log.logInfo("The certificate of the session has to be verified again."), false;
+    }
     log.logInfo("Session contains valid info...");
     return true;
 }

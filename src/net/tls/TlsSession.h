@@ -16,13 +16,16 @@ class LogBase;
 
 namespace tv::tls {
 
-// Whom a session may be offered to: exactly the same peer under the same rules.
+// Whom a session may be offered to: exactly the same peer under the same rules, verified by the
+// same anchors.
 struct SessionScope {
     std::string host;
     int port = 0;
     std::string serverName;
     VersionRange versions;
+    TlsOptions options;
     bool requireVerify = false;
+    std::string anchors;  // what tells one set of anchors from another
 
     bool operator==(const SessionScope&) const = default;
 };
@@ -37,7 +40,9 @@ struct TlsSession {
     uint64_t receivedAtMs = 0;  // wall clock
     bool extendedMasterSecret = false;
     std::vector<uint8_t> leaf;  // TLS 1.2 and before: the server's certificate, for renegotiations
-    bool chainVerified = false;
+    // Wall clock: from then on the server's chain has to be verified anew; 0: it never was. Handed
+    // on to every session that resumes this one.
+    uint64_t verifiedUntilMs = 0;
     SessionScope scope;
 
     bool isTls13() const { return version == Version::Tls13; }

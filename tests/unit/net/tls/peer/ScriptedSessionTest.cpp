@@ -165,6 +165,11 @@ struct OfferRow {
     const char* words;  // of the log
 };
 
+void verified(First& f, uint64_t msLeft) {
+    f.settings.session->scope.requireVerify = true;
+    f.settings.session->verifiedUntilMs = f.now + msLeft;
+}
+
 const OfferRow kOfferRows[] = {
     {"ticket.atOnce", tls13, nothing, 0, true, "Session contains valid info..."},
     {"ticket.beforeItsEnd", tls13, nothing, kHour - 1, true, "Session contains valid info..."},
@@ -174,6 +179,8 @@ const OfferRow kOfferRows[] = {
     {"ticket.fromTheFuture", tls13, [](First& f) { f.settings.session->receivedAtMs += 1; }, 0, false, "Session ticket arrived after the current time."},
     {"ticket.noSecret", tls13, [](First& f) { f.settings.session->secret.clear(); }, 0, false, "Missing the TLS 1.3 resumption secret..."},
     {"ticket.noTicket", tls13, [](First& f) { f.settings.session->id.clear(); }, 0, false, "Missing the TLS 1.3 session ticket..."},
+    {"ticket.verified", tls13, [](First& f) { verified(f, 1); }, 0, true, "Session contains valid info..."},
+    {"ticket.verifiedTooLongAgo", tls13, [](First& f) { verified(f, 0); }, 0, false, "The certificate of the session has to be verified again."},
     {"ticket.not13", tls13, [](First& f) { f.settings.versions.highest = Version::Tls12; }, 0, false, ""},
     {"ticket.disabled13", tls13, [](First& f) { f.settings.options.disableTls13 = true; }, 0, false, ""},
     {"ticket.noReuse", tls13, [](First& f) { f.settings.options.reuseSessions = false; }, 0, false, ""},
@@ -183,6 +190,7 @@ const OfferRow kOfferRows[] = {
     {"id.fromTheFuture", tls12, [](First& f) { f.settings.session->receivedAtMs += 1; }, 0, false, "Session ticket arrived after the current time."},
     {"id.noSecret", tls12, [](First& f) { f.settings.session->secret.clear(); }, 0, false, "masterSecret is empty."},
     {"id.noId", tls12, [](First& f) { f.settings.session->id.clear(); }, 0, false, "sessionId is empty."},
+    {"id.verifiedTooLongAgo", tls12, [](First& f) { verified(f, 0); }, 0, false, "The certificate of the session has to be verified again."},
     {"id.only13", tls12, [](First& f) { f.settings.versions.lowest = Version::Tls13; }, 0, false, ""},
     {"id.noReuse", tls12, [](First& f) { f.settings.options.reuseSessions = false; }, 0, false, ""},
 };
