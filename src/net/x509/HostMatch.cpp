@@ -1,3 +1,5 @@
+// Host names and addresses held against those of a certificate and its constraints; the texts come
+// from outside and are taken as bytes.
 #include "net/x509/HostMatch.h"
 
 #include <algorithm>
@@ -115,17 +117,16 @@ bool matchesHost(const Certificate& certificate, std::string_view host) {
     const std::vector<uint8_t> address = addressBytes(host);
     const GeneralName::Kind wanted =
         address.empty() ? GeneralName::Kind::Dns : GeneralName::Kind::Ip;
-    bool hasKind = false;
     for (const GeneralName& name : certificate.altNames) {
         if (name.kind != wanted) continue;
-        hasKind = true;
         const bool matches = wanted == GeneralName::Kind::Ip
                                  ? sameBytes(name.value, address)
                                  : matchesDnsPattern(textOf(name.value), host);
         if (matches) return true;
     }
-    // An address never matches a common name (RFC 6125, 1.7.2).
-    if (hasKind || wanted == GeneralName::Kind::Ip) return false;
+    // An address never matches a common name (RFC 6125, 1.7.2), and beside alternative names of
+    // whatever kind a common name is no host: the constraints of the issuer do not see it then.
+    if (certificate.hasAltNames || wanted == GeneralName::Kind::Ip) return false;
     return matchesDnsPattern(textOf(commonName(certificate.subject)), host);
 }
 

@@ -9,7 +9,7 @@
 namespace tv::x509 {
 
 // host is a name in ASCII form or an address in text form. Names in SubjectAltName decide; the
-// common name counts only where there is no name of the host's kind in it at all.
+// common name counts only in a certificate without that extension.
 bool matchesHost(const Certificate& certificate, std::string_view host);
 
 // "*.example.com" matches exactly one label in the place of the asterisk, which must be the whole

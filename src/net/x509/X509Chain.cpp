@@ -1,3 +1,4 @@
+// The search for a path and the rules that each certificate on it must keep.
 #include "net/x509/X509Chain.h"
 
 #include <algorithm>
@@ -39,6 +40,7 @@ ChainVerdict checkKey(const Certificate& certificate) {
 
 std::string namesOf(const Certificate& certificate) {
     std::string names;
+    if (!certificate.hasAltNames) return nameText(certificate.subject);
     for (const GeneralName& name : certificate.altNames) {
         if (name.kind != GeneralName::Kind::Dns) continue;
         if (!names.empty()) names += ", ";
@@ -66,19 +68,21 @@ ChainVerdict judgeLeaf(const Certificate& leaf, std::string_view host, int64_t n
     return {};
 }
 
-// Every name that the certificate speaks for, as the constraints of those above it see them.
-std::vector<GeneralName> constrainedNames(const Certificate& certificate) {
+// Every name that the certificate speaks for, as the constraints of those above it see them. A
+// common name is a host's where matchesHost would take it for one: in a leaf without other names.
+std::vector<GeneralName> constrainedNames(const Certificate& certificate, bool isLeaf) {
     std::vector<GeneralName> names = certificate.altNames;
     DerReader subject = DerReader(certificate.subject).sequence();
     if (!subject.atEnd()) names.push_back({GeneralName::Kind::Directory, certificate.subject});
-    if (!certificate.hasAltNames) {
+    if (isLeaf && !certificate.hasAltNames) {
         names.push_back({GeneralName::Kind::Dns, commonName(certificate.subject)});
     }
     return names;
 }
 
-bool satisfiesConstraints(const Certificate& certificate, const Certificate& authority) {
-    for (const GeneralName& name : constrainedNames(certificate)) {
+bool satisfiesConstraints(const Certificate& certificate, bool isLeaf,
+                          const Certificate& authority) {
+    for (const GeneralName& name : constrainedNames(certificate, isLeaf)) {
         bool limited = false;
         bool inside = false;
         for (const GeneralName& base : authority.permitted) {
@@ -192,8 +196,9 @@ private:
         }
         if (!issuer.hasNameConstraints) return {};
         for (const Certificate* certificate : path_) {
-            const bool exempt = certificate != path_.front() && certificate->isSelfIssued();
-            if (!exempt && !satisfiesConstraints(*certificate, issuer)) {
+            const bool isLeaf = certificate == path_.front();
+            const bool exempt = !isLeaf && certificate->isSelfIssued();
+            if (!exempt && !satisfiesConstraints(*certificate, isLeaf, issuer)) {
                 return broken(ChainRule::NameConstraint, *certificate, nameText(issuer.subject));
             }
         }

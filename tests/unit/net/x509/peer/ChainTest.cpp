@@ -1,7 +1,9 @@
-// Chains that OpenSSL made, each with one thing wrong, and the rule that must catch it.
+// Chains that OpenSSL made, each with one thing wrong, and the rule that must catch it. OpenSSL's
+// own verdict stands beside ours.
 #include "net/x509/X509Chain.h"
 
 #include <gtest/gtest.h>
+#include <openssl/conf.h>
 #include <openssl/evp.h>
 #include <openssl/x509v3.h>
 
@@ -22,9 +24,10 @@ using Der = std::vector<uint8_t>;
 struct Spec {
     std::string subject;
     std::string issuer;
-    std::string key;                                      // of the certificate, by name
-    std::string signer;                                   // key that signs, by name
-    std::vector<std::pair<int, std::string>> extensions;  // NID and value as in a config file
+    std::string key;     // of the certificate, by name
+    std::string signer;  // key that signs, by name
+    // NID and value as in a config file, sections of it that the value names behind a line break
+    std::vector<std::pair<int, std::string>> extensions;
     int64_t notBefore = kNow - kDay;
     int64_t notAfter = kNow + kDay;
     const EVP_MD* digest = EVP_sha256();
@@ -48,8 +51,27 @@ void setName(X509_NAME* name, const std::string& text) {
                                reinterpret_cast<const unsigned char*>(text.c_str()), -1, -1, 0);
 }
 
+using CertificateOwner = std::unique_ptr<X509, decltype(&X509_free)>;
+
+X509_EXTENSION* makeExtension(X509* cert, int nid, const std::string& text) {
+    const size_t lineEnd = text.find('\n');
+    const std::string sections = lineEnd == std::string::npos ? "" : text.substr(lineEnd + 1);
+    CONF* config = NCONF_new(nullptr);
+    BIO* bio = BIO_new_mem_buf(sections.data(), static_cast<int>(sections.size()));
+    NCONF_load_bio(config, bio, nullptr);
+    X509V3_CTX context;
+    X509V3_set_ctx(&context, cert, cert, nullptr, nullptr, 0);
+    X509V3_set_nconf(&context, config);
+    X509_EXTENSION* made =
+        X509V3_EXT_nconf_nid(config, &context, nid, text.substr(0, lineEnd).c_str());
+    BIO_free(bio);
+    NCONF_free(config);
+    EXPECT_NE(made, nullptr) << text;
+    return made;
+}
+
 Der make(const Spec& s) {
-    std::unique_ptr<X509, decltype(&X509_free)> cert(X509_new(), X509_free);
+    const CertificateOwner cert(X509_new(), X509_free);
     X509_set_version(cert.get(), 2);
     ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), 7);
     ASN1_TIME_set(X509_getm_notBefore(cert.get()), s.notBefore);
@@ -57,11 +79,8 @@ Der make(const Spec& s) {
     setName(X509_get_subject_name(cert.get()), s.subject);
     setName(X509_get_issuer_name(cert.get()), s.issuer);
     X509_set_pubkey(cert.get(), keyNamed(s.key));
-    X509V3_CTX context;
-    X509V3_set_ctx(&context, cert.get(), cert.get(), nullptr, nullptr, 0);
     for (const auto& [nid, value] : s.extensions) {
-        X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str());
-        EXPECT_NE(extension, nullptr) << value;
+        X509_EXTENSION* extension = makeExtension(cert.get(), nid, value);
         X509_add_ext(cert.get(), extension, -1);
         X509_EXTENSION_free(extension);
     }
@@ -91,6 +110,38 @@ public:
     }
 };
 
+// What OpenSSL says of it.
+bool peerTrusts(const std::vector<Der>& chain, const std::vector<Der>& roots,
+                const std::string& host) {
+    const auto read = [](const Der& der) {
+        const unsigned char* at = der.data();
+        return CertificateOwner(d2i_X509(nullptr, &at, static_cast<long>(der.size())), X509_free);
+    };
+    X509_STORE* store = X509_STORE_new();
+    for (const Der& der : roots) {
+        X509_STORE_add_cert(store, read(der).get());
+    }
+    STACK_OF(X509)* sent = sk_X509_new_null();
+    for (const Der& der : chain) {
+        if (CertificateOwner c = read(der)) sk_X509_push(sent, c.release());
+    }
+    X509_STORE_CTX* context = X509_STORE_CTX_new();
+    X509_STORE_CTX_init(context, store, sk_X509_value(sent, 0), sent);
+    X509_VERIFY_PARAM* rules = X509_STORE_CTX_get0_param(context);
+    X509_VERIFY_PARAM_set_time(rules, kNow);
+    X509_VERIFY_PARAM_set_purpose(rules, X509_PURPOSE_SSL_SERVER);
+    X509_VERIFY_PARAM_set_auth_level(rules, 1);
+    X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_PARTIAL_CHAIN);
+    if (X509_VERIFY_PARAM_set1_ip_asc(rules, host.c_str()) != 1) {
+        X509_VERIFY_PARAM_set1_host(rules, host.data(), host.size());
+    }
+    const bool trusted = X509_verify_cert(context) == 1;
+    X509_STORE_CTX_free(context);
+    sk_X509_pop_free(sent, X509_free);
+    X509_STORE_free(store);
+    return trusted;
+}
+
 // A good chain of three, to be spoilt.
 struct Chain {
     Spec root{
@@ -118,12 +169,15 @@ struct Chain {
     bool sendMiddle = true;
     bool trustRoot = true;
 
-    ChainVerdict judge() const {
+    std::vector<Der> sent() const {
         std::vector<Der> ders = {make(leaf)};
         for (const Spec& extra : extras) {
             ders.push_back(make(extra));
         }
         if (sendMiddle) ders.push_back(make(middle));
+        return ders;
+    }
+    ChainVerdict judge(const std::vector<Der>& ders) const {
         Anchors anchors;
         if (trustRoot) anchors.ders.push_back(make(root));
         const std::vector<Bytes> views(ders.begin(), ders.end());
@@ -141,16 +195,22 @@ struct Case {
     const char* name;
     ChainRule expected;
     std::function<void(Chain&)> spoil;
+    bool peerAgrees = true;
 };
+constexpr bool kPeerDiffers = false;
 
 class Chains : public testing::TestWithParam<Case> {};
 
 TEST_P(Chains, AreJudgedByTheRule) {
     Chain chain;
     GetParam().spoil(chain);
-    const ChainVerdict verdict = chain.judge();
+    const std::vector<Der> sent = chain.sent();
+    const ChainVerdict verdict = chain.judge(sent);
     EXPECT_EQ(verdict.broken, GetParam().expected)
         << ruleText(verdict.broken) << " " << verdict.subject << " " << verdict.detail;
+    std::vector<Der> roots;
+    if (chain.trustRoot) roots.push_back(make(chain.root));
+    EXPECT_EQ(peerTrusts(sent, roots, chain.host) == verdict.trusted(), GetParam().peerAgrees);
 }
 
 const Case kCases[] = {
@@ -167,7 +227,8 @@ const Case kCases[] = {
          cross.issuer = "Unknown Root";
          cross.signer = "unknown";
          c.extras = {cross};
-     }},
+     },
+     kPeerDiffers},  // which tries one issuer and no other
     {"GoodPss", ChainRule::None,
      [](Chain& c) {
          c.root.key = c.root.signer = "rsaroot";
@@ -185,6 +246,16 @@ const Case kCases[] = {
     {"OtherAddress", ChainRule::HostMismatch, [](Chain& c) { c.host = "127.0.0.2"; }},
     {"CommonNameDoesNotCount", ChainRule::HostMismatch,
      [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "DNS:other.example.com"); }},
+    {"CommonNameBesideEmail", ChainRule::HostMismatch,
+     [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "email:anna@example.com"); },
+     kPeerDiffers},  // which looks at the common name where no name is of the host's kind
+    {"CommonNameBesideAddress", ChainRule::HostMismatch,
+     [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "IP:127.0.0.1"); }, kPeerDiffers},
+    {"CommonNameBesideUri", ChainRule::HostMismatch,
+     [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "URI:https://other.test/"); },
+     kPeerDiffers},
+    {"CommonNameBesideDirectory", ChainRule::HostMismatch,
+     [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "dirName:d\n[d]\nCN=x"); }, kPeerDiffers},
     {"ClientOnly", ChainRule::NotForServers,
      [](Chain& c) { replace(c.leaf, NID_ext_key_usage, "clientAuth"); }},
     {"LeafMayOnlySignCertificates", ChainRule::NotForServers,
@@ -210,6 +281,16 @@ const Case kCases[] = {
      [](Chain& c) {
          c.middle.extensions.push_back({NID_name_constraints, "permitted;DNS:example.org"});
      }},
+    {"CommonNameOutsidePermitted", ChainRule::NameConstraint,
+     [](Chain& c) {
+         c.leaf.extensions.erase(c.leaf.extensions.begin());
+         c.root.extensions.push_back({NID_name_constraints, "permitted;DNS:example.org"});
+     }},
+    {"NameOfAnIntermediateIsNoHost", ChainRule::None,
+     [](Chain& c) {
+         c.middle.subject = c.leaf.issuer = "Issuing CA 1";
+         c.root.extensions.push_back({NID_name_constraints, "permitted;DNS:example.com"});
+     }},
     {"InsideExcluded", ChainRule::NameConstraint,
      [](Chain& c) {
          c.root.extensions.push_back({NID_name_constraints, "critical,excluded;DNS:example.com"});
@@ -222,7 +303,8 @@ const Case kCases[] = {
     {"UnknownCritical", ChainRule::UnknownCritical,
      [](Chain& c) {
          c.leaf.extensions.push_back({NID_inhibit_any_policy, "critical,0"});
-     }},
+     },
+     kPeerDiffers},  // which understands it
     {"UnknownNotCritical", ChainRule::None,
      [](Chain& c) {
          c.leaf.extensions.push_back({NID_netscape_comment, "harmless"});
@@ -267,7 +349,7 @@ TEST(Chains, LoopsOfIssuersEnd) {
         s.signer = i % 2 ? "rootkey" : "p384middle";
         chain.extras.push_back(s);
     }
-    EXPECT_FALSE(chain.judge().trusted());
+    EXPECT_FALSE(chain.judge(chain.sent()).trusted());
 }
 
 TEST(Chains, NamesAreShown) {
