@@ -33,8 +33,10 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
 void ClsMailMan::closeOutcome(bool success) {
     SmtpOutcome& outcome = smtp_.outcome();
     outcome.settle(success);
-    if (success || smtp_.sessionLog().endsInRefusal()) return;
-    smtp_.sessionLog().addRemark(statusWord(outcome.status()), outcome.reason());
+    const SmtpStatus status = outcome.status();
+    const bool broke = status == SmtpStatus::ConnectionLost || status == SmtpStatus::Timeout;
+    if (success || (smtp_.sessionLog().endsInRefusal() && !broke)) return;
+    smtp_.sessionLog().addRemark(statusWord(status), outcome.reason());
 }
 
 bool ClsMailMan::sendEmailInner(const ClsEmail& email, SocketParams& params, LogBase& log) {

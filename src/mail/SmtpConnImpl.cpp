@@ -1,5 +1,5 @@
-// The session's input and output: commands out, replies in, message data; and, where one of them
-// does not get through, why.
+// Commands, replies and message data on the open connection, and why they did not go through.
+// Connecting and greeting stand in the sources beside this one.
 #include "mail/SmtpConnImpl.h"
 
 #include <algorithm>
@@ -68,7 +68,7 @@ bool SmtpConnImpl::sendCmdToSmtp(std::string_view command, bool secret, LogBase&
 }
 
 bool SmtpConnImpl::queueCommand(std::string_view command, bool secret, LogBase& log) {
-    lastSendComplete_ = false;
+    lastSent_ = Sent::Nothing;
     if (!socket_) return noConnection(secret ? kSecret : command, log);
     if (!queuedBytes_.append(command)) {
         fail(SmtpStatus::Failed, "No memory for a command.", log);
@@ -90,7 +90,7 @@ bool SmtpConnImpl::sendQueued(LogBase& log, SocketParams& params) {
     ioFailure_ = IoFailure::None;
     const WholeLimit limit(params, sendLimitMs(queuedBytes_.size()), settings.idleTimeoutMs);
     const bool sent = socket_->sendBytes(queuedBytes_.bytes(), settings.idleTimeoutMs, log, params);
-    lastSendComplete_ = sent;
+    lastSent_ = sent ? Sent::All : params.anySent ? Sent::Part : Sent::Nothing;
     if (std::exchange(queuedSecret_, false)) plat::wipe(queuedBytes_.data(), queuedBytes_.size());
     queuedBytes_.clear();
     if (sent && params.checkAbort()) {

@@ -85,8 +85,9 @@ public:
     bool oauth2TokenRefused();
     const SmtpCapabilities& capabilities() const { return capabilities_; }
     IoFailure ioFailure() const { return ioFailure_; }
-    // False while the last queued commands did not leave completely.
-    bool lastSendComplete() const { return lastSendComplete_; }
+    // How much of the last queued commands may have left.
+    enum class Sent : uint8_t { Nothing, Part, All };
+    Sent lastSent() const { return lastSent_; }
     int32_t lastReplyCode() const { return lastReplyCode_; }
     int32_t lastStatus() const { return lastStatus_; }
     const std::string& lastReply() const { return lastReply_; }
@@ -148,7 +149,7 @@ private:
     std::vector<QueuedCommand> queue_;
     DataBuffer queuedBytes_;
     bool queuedSecret_ = false;
-    bool lastSendComplete_ = false;
+    Sent lastSent_ = Sent::Nothing;
 
     int32_t lastStatus_ = 0;
     int32_t lastReplyCode_ = 0;

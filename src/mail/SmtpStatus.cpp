@@ -1,3 +1,5 @@
+// The status words, in the order of their enumerators, and the rule that the first failure of an
+// attempt names its outcome.
 #include "mail/SmtpStatus.h"
 
 #include <utility>
@@ -39,6 +41,11 @@ void SmtpOutcome::fail(SmtpStatus status, std::string reason) {
     if (status_ != SmtpStatus::Success && status_ != SmtpStatus::NoFrom) return;
     status_ = status;
     reason_ = std::move(reason);
+}
+
+void SmtpOutcome::addToReason(std::string_view sentence) {
+    if (!reason_.empty()) reason_ += ' ';
+    reason_ += sentence;
 }
 
 void SmtpOutcome::settle(bool success) {

@@ -37,6 +37,8 @@ class SmtpOutcome {
 public:
     void clear();
     void fail(SmtpStatus status, std::string reason);
+    // What else is to be said of the failure, as a sentence of its own.
+    void addToReason(std::string_view sentence);
     // A send that ended without naming a reason is "Failed"; one that succeeded is "Success".
     void settle(bool success);
 

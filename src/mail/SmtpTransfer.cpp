@@ -321,8 +321,13 @@ bool SmtpTransfer::noValidRecipients() {
     return false;
 }
 
-// Nothing of the message has been sent yet: a lost connection allows another try.
+// Nothing of the message has been sent yet: a lost connection allows another try. A recipient
+// refused just before may be why it was lost.
 bool SmtpTransfer::noteLostCommand() {
+    if (!lastRefusal_.empty()) {
+        connection_.outcome().addToReason("Before that, " + lastRefusal_);
+        log_.logError("Before that, " + lastRefusal_);
+    }
     if (connection_.ioFailure() == SmtpConnImpl::IoFailure::Lost) send_.retryAllowed = true;
     return false;
 }

@@ -11,6 +11,9 @@ namespace {
 // Above this the bytes are better left to the system's own packing.
 constexpr uint64_t kLargeTransfer = 10000;
 
+constexpr std::string_view kOutcomeUnknown =
+    "The server may have the message: sending it again may deliver it twice.";
+
 }  // namespace
 
 // The server waits for the message. From here on no second try is allowed: what breaks off after
@@ -81,19 +84,20 @@ bool SmtpTransfer::answeredTooEarly() {
 bool SmtpTransfer::finishMessage() {
     if (answeredTooEarly()) return false;
     const bool sent = connection_.sendCmdToSmtp("\r\n.\r\n", false, log_, params_);
-    const bool left = connection_.lastSendComplete();
-    if (!sent && !params_.aborted) {
-        log_.logError("SMTP failed when sending DATA terminator.");
-        return false;
-    }
+    const SmtpConnImpl::Sent left = connection_.lastSent();
     const auto reply = sent ? connection_.readSmtpResponse(".", params_, log_) : std::nullopt;
     if (reply) return judgeFinalReply(*reply);
+    if (left != SmtpConnImpl::Sent::Nothing) {
+        connection_.outcome().addToReason(kOutcomeUnknown);
+        log_.logError(kOutcomeUnknown);
+    }
     if (params_.aborted) {
         log_.logError("Aborted by application callback at DATA terminator.");
         close();
-        return left;  // then the message is with the server
+        return left == SmtpConnImpl::Sent::All;  // then the message is with the server
     }
-    log_.logError("SMTP failed when receiving the DATA terminator response.");
+    log_.logError(sent ? "SMTP failed when receiving the DATA terminator response."
+                       : "SMTP failed when sending DATA terminator.");
     return false;
 }
 

@@ -1,3 +1,5 @@
+// The connection under the SMTP session: which socket the bytes go through, and the buffer of
+// what has come and was not asked for yet.
 #include "net/Socket2.h"
 
 #include <array>
@@ -219,6 +221,7 @@ bool Socket2::isQuiet() {
 bool Socket2::sendBytes(std::span<const uint8_t> bytes, uint32_t maxIdleMs, LogBase& log,
                         SocketParams& params) {
     const auto state = state_;
+    params.anySent = false;
     if (!state->isUsable(log)) return false;
     if (params.checkAbort()) {
         log.logError("Socket SendBytes aborted by application.");
@@ -228,6 +231,7 @@ bool Socket2::sendBytes(std::span<const uint8_t> bytes, uint32_t maxIdleMs, LogB
     const bool success = state->tls
                              ? state->tls->sendApplicationData(bytes, sent, maxIdleMs, log, params)
                              : state->tcp.sendBytes(bytes, sent, maxIdleMs, log, params);
+    params.anySent = sent > 0 || state->tls;  // TLS counts whole records alone
     if (state->sessionLog && sent > 0) state->sessionLog->sent(bytes.first(sent));
     if (success && state->alive == kAlive) return true;
     if (params.aborted) log.logError("Socket SendBytes2 aborted by application.");

@@ -38,6 +38,7 @@ struct SocketParams {
     bool aborted = false;    // set by the transport when the monitor asked to stop
     bool timedOut = false;   // set by the transport when a wait ran out
     uint64_t overranMs = 0;  // with timedOut: the whole limit that ended it; 0: nothing moved
+    bool anySent = false;    // some of what was sent last may have left, all of it or not
     ConnectFailReason connectFailReason = ConnectFailReason::None;
     std::string
         handshakeFailure;  // what went wrong in a TLS handshake, as a clause; empty: nothing

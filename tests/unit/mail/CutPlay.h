@@ -85,6 +85,9 @@ inline void playCut(const Road& road, const Cut& cut, const CutSizes& sizes) {
         EXPECT_NE(world.word(), "Failed") << transcript;
         EXPECT_FALSE(contains(transcript, "\r\n250 taken\r\n")) << "the last word had arrived";
         EXPECT_TRUE(road.vary || cut.ofClient || cut.bytes < sizes.server) << "everything had";
+        const bool warned = contains(transcript, "may deliver it twice");
+        EXPECT_TRUE(warned || copies == 0) << transcript;
+        EXPECT_TRUE(road.vary || warned == contains(first.fromClient, "</p>\r")) << transcript;
     }
     const bool retried = !world.clock.sleeps.empty();
     EXPECT_TRUE(!retried || world.clock.sleeps == std::vector<uint32_t>{500});

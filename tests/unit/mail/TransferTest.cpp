@@ -213,7 +213,9 @@ TEST(SentMailLog, holdsTheStuffedMessageBeforeItGoesOut) {
         "--BEGIN SENT TOLVANE EMAIL--\nA: b\r\n\r\n..x\r\n\n--END SENT TOLVANE EMAIL--\n";
     // Accepted, refused at the end, lost in the middle: each was transferred.
     const char* const dialogues[] = {
-        "whole", "open; mail; rcpt; data; text 554 no", "open; mail; rcpt; data !reset",
+        "whole",
+        "open; mail; rcpt; data; text 554 no",
+        "open; mail; rcpt; data !reset",
         "open; mail; rcpt; data 554 no; rset; quit",  // never transferred
         "open-piped; mail; rcpt 550 no; data; '.' 250 taken; quit",
     };
@@ -307,6 +309,7 @@ TEST(Progress, anAbortIsNeverAFalseSuccess) {
             }
             // With the whole terminator out the message is with the server.
             EXPECT_EQ(sent, !messageOf(link).empty());
+            EXPECT_EQ(sent, contains(world.logText(), "may deliver it twice"));
             const bool begun = contains(link.fromClient, "MAIL FROM");
             EXPECT_TRUE(!begun || link.closedByClient);
             if (!sent && link.connected) {
