@@ -13,7 +13,7 @@ namespace {
 
 class NoAnchors final : public AnchorSource {
 public:
-    std::vector<Bytes> findBySubject(Bytes) const override { return {}; }
+    std::vector<Bytes> findBySubject(const std::string&) const override { return {}; }
 };
 
 }  // namespace

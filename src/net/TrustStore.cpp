@@ -17,12 +17,11 @@ public:
     explicit Anchors(plat::DerList certificates) : certificates_(std::move(certificates)) {}
 
     bool empty() const { return certificates_.empty(); }
-    std::vector<x509::Bytes> findBySubject(x509::Bytes subject) const override {
+    std::vector<x509::Bytes> findBySubject(const std::string& subject) const override {
         std::vector<x509::Bytes> found;
         for (const auto& der : certificates_) {
             x509::Certificate certificate;
-            if (x509::parseCertificate(der, certificate) &&
-                x509::sameBytes(certificate.subject, subject)) {
+            if (x509::parseCertificate(der, certificate) && certificate.subjectName == subject) {
                 found.push_back(der);
             }
         }

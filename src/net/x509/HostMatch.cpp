@@ -1,5 +1,5 @@
-// Host names and addresses held against those of a certificate and its constraints; the texts come
-// from outside and are taken as bytes.
+// Host names and addresses held against those of a certificate; the texts come from outside and
+// are taken as bytes.
 #include "net/x509/HostMatch.h"
 
 #include <algorithm>
@@ -13,21 +13,6 @@ namespace {
 
 std::string_view textOf(Bytes bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
-std::string_view withoutFinalDot(std::string_view name) {
-    if (!name.empty() && name.back() == '.') name.remove_suffix(1);
-    return name;
-}
-
-// Letters, digits, hyphens, underscores and dots, no empty label.
-bool isDnsName(std::string_view name) {
-    char before = '.';
-    for (const char c : name) {
-        if (c == '.' ? before == '.' : !(isAsciiAlnum(c) || c == '-' || c == '_')) return false;
-        before = c;
-    }
-    return !name.empty() && before != '.';
 }
 
 std::vector<uint8_t> ipv4Bytes(std::string_view text) {
@@ -130,39 +115,18 @@ bool matchesHost(const Certificate& certificate, std::string_view host) {
     return matchesDnsPattern(textOf(commonName(certificate.subject)), host);
 }
 
-bool liesWithin(const GeneralName& name, const GeneralName& constraint) {
-    if (name.kind != constraint.kind) return false;
-    switch (name.kind) {
-        case GeneralName::Kind::Dns: {
-            std::string_view text = withoutFinalDot(textOf(name.value));
-            std::string_view base = textOf(constraint.value);
-            if (!base.empty() && base.front() == '.') base.remove_prefix(1);
-            if (base.empty() || equalsIgnoreCase(text, base)) return true;
-            return text.size() > base.size() && text[text.size() - base.size() - 1] == '.' &&
-                   equalsIgnoreCase(text.substr(text.size() - base.size()), base);
-        }
-        case GeneralName::Kind::Ip: {
-            const size_t size = name.value.size();
-            if (constraint.value.size() != 2 * size) return false;
-            for (size_t i = 0; i < size; ++i) {
-                const uint8_t mask = constraint.value[size + i];
-                if (((name.value[i] ^ constraint.value[i]) & mask) != 0) return false;
-            }
-            return true;
-        }
-        case GeneralName::Kind::Directory: {
-            // One RDN sequence is the beginning of the other.
-            DerReader nameOuter(name.value);
-            DerReader baseOuter(constraint.value);
-            const Bytes whole = nameOuter.content(der::kSequence);
-            const Bytes base = baseOuter.content(der::kSequence);
-            return nameOuter.ok() && baseOuter.ok() && base.size() <= whole.size() &&
-                   sameBytes(whole.first(base.size()), base);
-        }
-        case GeneralName::Kind::Other:
-            return true;  // cannot be judged: an excluded one excludes, see the chain's rule
+std::string_view withoutFinalDot(std::string_view name) {
+    if (!name.empty() && name.back() == '.') name.remove_suffix(1);
+    return name;
+}
+
+bool isDnsName(std::string_view name) {
+    char before = '.';
+    for (const char c : name) {
+        if (c == '.' ? before == '.' : !(isAsciiAlnum(c) || c == '-' || c == '_')) return false;
+        before = c;
     }
-    return false;
+    return !name.empty() && before != '.';
 }
 
 }  // namespace tv::x509

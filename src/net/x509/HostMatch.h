@@ -1,5 +1,5 @@
-// Does a certificate speak for a host (RFC 6125, RFC 9525), and does a name lie within a constraint
-// (RFC 5280, 4.2.1.10).
+// Does a certificate speak for a host (RFC 6125, RFC 9525)?
+// Names are taken as bytes; nothing but letters, digits, "-", "_" and "." is a name of a host.
 #pragma once
 
 #include <string_view>
@@ -19,7 +19,9 @@ bool matchesDnsPattern(std::string_view pattern, std::string_view host);
 // Bytes of an address in text form (4 or 16); empty for anything else.
 std::vector<uint8_t> addressBytes(std::string_view text);
 
-// Whether a name falls under a constraint of the same kind.
-bool liesWithin(const GeneralName& name, const GeneralName& constraint);
+// Letters, digits, hyphens, underscores and dots, no empty label, no dot at the end.
+bool isDnsName(std::string_view name);
+
+std::string_view withoutFinalDot(std::string_view name);
 
 }  // namespace tv::x509

@@ -1,8 +1,10 @@
+// The certificate's own fields and its signature algorithm; extensions stand in a file of theirs.
 #include "net/x509/X509Cert.h"
 
 #include <algorithm>
 
 #include "net/x509/X509Extensions.h"
+#include "net/x509/X509Name.h"
 #include "net/x509/X509Time.h"
 
 namespace tv::x509 {
@@ -125,6 +127,8 @@ bool readTbs(DerReader tbs, Bytes outerAlgorithm, Certificate& out) {
     out.subjectPublicKeyInfo = tbs.item(der::kSequence).whole;
     // RFC 5280, 4.1.1.2: the signature algorithm stands in the signed part, too.
     if (!tbs.ok() || !sameBytes(innerAlgorithm.whole, outerAlgorithm)) return false;
+    if (!canonicalName(out.issuer, out.issuerName)) return false;
+    if (!canonicalName(out.subject, out.subjectName)) return false;
     if (!readValidity(validity, out)) return false;
     if (!parsePublicKey(out.subjectPublicKeyInfo, out.key)) return false;
     tbs.optional(der::context(1));  // unique identifiers

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -26,11 +27,23 @@ constexpr uint16_t kKeyEncipherment = 1 << 2;
 constexpr uint16_t kKeyCertSign = 1 << 5;
 
 // One name of a SubjectAltName or of a name constraint; an address constraint holds address and
-// mask. Other kinds of names are kept as Other.
+// mask.
 struct GeneralName {
-    enum class Kind : uint8_t { Dns, Ip, Directory, Other };
+    // The numbers of the tags (RFC 5280, 4.2.1.6).
+    enum class Kind : uint8_t {
+        Other = 0,
+        Email = 1,
+        Dns = 2,
+        X400 = 3,
+        Directory = 4,
+        EdiParty = 5,
+        Uri = 6,
+        Ip = 7,
+        RegisteredId = 8,
+    };
     Kind kind = Kind::Other;
     Bytes value;
+    std::string directory;  // in canonical form
 };
 
 // All views point into the DER that was parsed.
@@ -40,6 +53,8 @@ struct Certificate {
     Bytes serial;
     Bytes issuer;  // names with tag and length
     Bytes subject;
+    std::string issuerName;  // in the form in which names are compared
+    std::string subjectName;
     int64_t notBefore = 0;  // seconds since 1970-01-01 UTC
     int64_t notAfter = 0;
     Bytes subjectPublicKeyInfo;
@@ -55,13 +70,14 @@ struct Certificate {
     bool hasAltNames = false;
     std::vector<GeneralName> altNames;
     bool hasNameConstraints = false;
+    bool hasBadConstraints = false;  // empty, or of a form that RFC 5280 rules out
     std::vector<GeneralName> permitted;
     std::vector<GeneralName> excluded;
     Bytes subjectKeyId;
     Bytes authorityKeyId;
     bool hasUnknownCritical = false;
 
-    bool isSelfIssued() const { return sameBytes(issuer, subject); }
+    bool isSelfIssued() const { return issuerName == subjectName; }
 };
 
 // False where anything but the values of unknown extensions is malformed.

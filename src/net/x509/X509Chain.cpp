@@ -6,6 +6,7 @@
 #include "base/crypto/Ecdsa.h"
 #include "base/crypto/Rsa.h"
 #include "net/x509/HostMatch.h"
+#include "net/x509/NameConstraints.h"
 #include "net/x509/X509Name.h"
 #include "net/x509/X509Time.h"
 
@@ -55,6 +56,7 @@ ChainVerdict judgeLeaf(const Certificate& leaf, std::string_view host, int64_t n
     if (verdict.trusted()) verdict = checkKey(leaf);
     if (!verdict.trusted()) return verdict;
     if (leaf.hasUnknownCritical) return broken(ChainRule::UnknownCritical, leaf);
+    if (leaf.hasNameConstraints) return broken(ChainRule::BadConstraints, leaf);
     if (leaf.limitsExtendedUsage && !leaf.allowsServerAuth) {
         return broken(ChainRule::NotForServers, leaf);
     }
@@ -68,35 +70,6 @@ ChainVerdict judgeLeaf(const Certificate& leaf, std::string_view host, int64_t n
     return {};
 }
 
-// Every name that the certificate speaks for, as the constraints of those above it see them. A
-// common name is a host's where matchesHost would take it for one: in a leaf without other names.
-std::vector<GeneralName> constrainedNames(const Certificate& certificate, bool isLeaf) {
-    std::vector<GeneralName> names = certificate.altNames;
-    DerReader subject = DerReader(certificate.subject).sequence();
-    if (!subject.atEnd()) names.push_back({GeneralName::Kind::Directory, certificate.subject});
-    if (isLeaf && !certificate.hasAltNames) {
-        names.push_back({GeneralName::Kind::Dns, commonName(certificate.subject)});
-    }
-    return names;
-}
-
-bool satisfiesConstraints(const Certificate& certificate, bool isLeaf,
-                          const Certificate& authority) {
-    for (const GeneralName& name : constrainedNames(certificate, isLeaf)) {
-        bool limited = false;
-        bool inside = false;
-        for (const GeneralName& base : authority.permitted) {
-            limited |= base.kind == name.kind;
-            inside |= liesWithin(name, base);
-        }
-        if (limited && !inside) return false;
-        for (const GeneralName& base : authority.excluded) {
-            if (liesWithin(name, base)) return false;
-        }
-    }
-    return true;
-}
-
 bool keyIdsFit(const Certificate& certificate, const Certificate& issuer) {
     return certificate.authorityKeyId.empty() || issuer.subjectKeyId.empty() ||
            sameBytes(certificate.authorityKeyId, issuer.subjectKeyId);
@@ -106,8 +79,9 @@ bool keyIdsFit(const Certificate& certificate, const Certificate& issuer) {
 // fault met is the one that is told, unless some path holds.
 class PathBuilder {
 public:
-    PathBuilder(std::vector<Certificate> sent, int64_t now, const AnchorSource& anchors)
-        : sent_(std::move(sent)), now_(now), anchors_(anchors) {}
+    PathBuilder(std::vector<Certificate> sent, std::string_view host, int64_t now,
+                const AnchorSource& anchors)
+        : sent_(std::move(sent)), host_(host), now_(now), anchors_(anchors) {}
 
     ChainVerdict build() {
         path_.push_back(&sent_.front());
@@ -133,7 +107,7 @@ private:
         bool anyIssuer = false;
         for (const Certificate& candidate : sent_) {
             const bool used = std::find(path_.begin(), path_.end(), &candidate) != path_.end();
-            if (used || !sameBytes(candidate.subject, last.issuer)) continue;
+            if (used || candidate.subjectName != last.issuerName) continue;
             if (!keyIdsFit(last, candidate)) continue;
             anyIssuer = true;
             if (!mayIssue(candidate) || !isSignedBy(last, candidate.key)) continue;
@@ -150,11 +124,11 @@ private:
 
     bool endsAtAnchor(const Certificate& last) {
         // The server may show the anchor itself, or be one.
-        for (const Bytes der : anchors_.findBySubject(last.subject)) {
+        for (const Bytes der : anchors_.findBySubject(last.subjectName)) {
             if (sameBytes(der, last.whole)) return true;
         }
         anchorSeen_ = false;
-        for (const Bytes der : anchors_.findBySubject(last.issuer)) {
+        for (const Bytes der : anchors_.findBySubject(last.issuerName)) {
             Certificate anchor;
             if (!parseCertificate(der, anchor)) continue;
             anchorSeen_ = true;
@@ -194,11 +168,12 @@ private:
         if (issuer.pathLength && static_cast<size_t>(below) > *issuer.pathLength) {
             return broken(ChainRule::PathTooLong, issuer);
         }
+        if (issuer.hasBadConstraints) return broken(ChainRule::BadConstraints, issuer);
         if (!issuer.hasNameConstraints) return {};
         for (const Certificate* certificate : path_) {
             const bool isLeaf = certificate == path_.front();
             const bool exempt = !isLeaf && certificate->isSelfIssued();
-            if (!exempt && !satisfiesConstraints(*certificate, isLeaf, issuer)) {
+            if (!exempt && !mayName(issuer, *certificate, isLeaf ? host_ : std::string_view())) {
                 return broken(ChainRule::NameConstraint, *certificate, nameText(issuer.subject));
             }
         }
@@ -217,6 +192,7 @@ private:
     }
 
     std::vector<Certificate> sent_;
+    std::string_view host_;
     int64_t now_;
     const AnchorSource& anchors_;
     std::vector<const Certificate*> path_;
@@ -256,6 +232,8 @@ std::string_view ruleText(ChainRule rule) {
             return "The chain of certificates is longer than allowed.";
         case ChainRule::NameConstraint:
             return "The certificate's name lies outside what its issuer may name.";
+        case ChainRule::BadConstraints:
+            return "The certificate's constraints on names are empty, malformed or out of place.";
         case ChainRule::BadSignature:
             return "The certificate's signature is wrong.";
         case ChainRule::UnknownIssuer:
@@ -309,7 +287,7 @@ ChainVerdict verifyChain(std::span<const Bytes> chain, std::string_view host, in
     if (sent.empty()) return {ChainRule::Unreadable, {}, {}, {}};
     const ChainVerdict leaf = judgeLeaf(sent.front(), host, nowSeconds);
     if (!leaf.trusted()) return leaf;
-    return PathBuilder(std::move(sent), nowSeconds, anchors).build();
+    return PathBuilder(std::move(sent), host, nowSeconds, anchors).build();
 }
 
 }  // namespace tv::x509

@@ -25,6 +25,7 @@ enum class ChainRule : uint8_t {
     MayNotSign,
     PathTooLong,
     NameConstraint,
+    BadConstraints,
     BadSignature,
     UnknownIssuer,
     TooManyChecks,
@@ -37,8 +38,9 @@ std::string_view ruleText(ChainRule rule);
 class AnchorSource {
 public:
     virtual ~AnchorSource() = default;
-    // DER of every anchor with this subject; the views live as long as the source.
-    virtual std::vector<Bytes> findBySubject(Bytes subject) const = 0;
+    // DER of every anchor with this subject, a name in canonical form; the views live as long as
+    // the source.
+    virtual std::vector<Bytes> findBySubject(const std::string& subjectName) const = 0;
 };
 
 struct ChainVerdict {

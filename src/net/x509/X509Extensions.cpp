@@ -1,6 +1,9 @@
+// One reader for each extension that is known, and the list of them.
 #include "net/x509/X509Extensions.h"
 
 #include <algorithm>
+
+#include "net/x509/X509Name.h"
 
 namespace tv::x509 {
 namespace {
@@ -63,17 +66,18 @@ bool readExtendedKeyUsage(Bytes value, Certificate& out) {
     return outer.complete() && r.complete();
 }
 
-GeneralName generalName(const DerItem& item) {
-    switch (item.tag) {
-        case der::context(2):
-            return {GeneralName::Kind::Dns, item.content};
-        case der::context(7):
-            return {GeneralName::Kind::Ip, item.content};
-        case der::contextConstructed(4):
-            return {GeneralName::Kind::Directory, item.content};
-        default:
-            return {GeneralName::Kind::Other, item.content};
+// False for what is no name: another class of tags, text where a structure belongs, or vice versa.
+bool readGeneralName(const DerItem& item, GeneralName& out) {
+    using Kind = GeneralName::Kind;
+    const uint8_t number = item.tag & 0x1F;
+    if (number > static_cast<uint8_t>(Kind::RegisteredId)) return false;
+    out = {static_cast<Kind>(number), item.content, {}};
+    const bool isStructure = out.kind == Kind::Other || out.kind == Kind::X400 ||
+                             out.kind == Kind::Directory || out.kind == Kind::EdiParty;
+    if (item.tag != (isStructure ? der::contextConstructed(number) : der::context(number))) {
+        return false;
     }
+    return out.kind != Kind::Directory || canonicalName(out.value, out.directory);
 }
 
 bool readAltNames(Bytes value, Certificate& out) {
@@ -81,17 +85,22 @@ bool readAltNames(Bytes value, Certificate& out) {
     DerReader r = outer.sequence();
     out.hasAltNames = true;
     while (r.ok() && !r.atEnd() && out.altNames.size() < kMaxNames) {
-        out.altNames.push_back(generalName(r.any()));
+        if (!readGeneralName(r.any(), out.altNames.emplace_back())) return false;
     }
     return outer.complete() && r.complete() && !out.altNames.empty();
 }
 
-bool readSubtrees(Bytes content, std::vector<GeneralName>& out) {
+bool readSubtrees(Bytes content, std::vector<GeneralName>& names, Certificate& out) {
     DerReader r(content);
-    while (r.ok() && !r.atEnd() && out.size() < kMaxNames) {
+    out.hasBadConstraints |= r.atEnd();
+    while (r.ok() && !r.atEnd() && names.size() < kMaxNames) {
         DerReader subtree = r.sequence();
-        out.push_back(generalName(subtree.any()));
-        // RFC 5280, 4.2.1.10: minimum is zero and left out, maximum is absent.
+        if (!readGeneralName(subtree.any(), names.emplace_back())) return false;
+        // RFC 5280, 4.2.1.10: minimum is zero, which is its default, and maximum is absent.
+        const std::optional<Bytes> minimum = subtree.optional(der::context(0));
+        const uint8_t kZero[] = {0};
+        out.hasBadConstraints |= minimum && !sameBytes(*minimum, kZero);
+        out.hasBadConstraints |= subtree.optional(der::context(1)).has_value();
         if (!subtree.complete()) return false;
     }
     return r.complete();
@@ -103,9 +112,10 @@ bool readNameConstraints(Bytes value, Certificate& out) {
     out.hasNameConstraints = true;
     const auto permitted = r.optional(der::contextConstructed(0));
     const auto excluded = r.optional(der::contextConstructed(1));
+    out.hasBadConstraints |= !permitted && !excluded;
     return outer.complete() && r.complete() &&
-           (!permitted || readSubtrees(*permitted, out.permitted)) &&
-           (!excluded || readSubtrees(*excluded, out.excluded));
+           (!permitted || readSubtrees(*permitted, out.permitted, out)) &&
+           (!excluded || readSubtrees(*excluded, out.excluded, out));
 }
 
 bool readAuthorityKeyId(Bytes value, Certificate& out) {

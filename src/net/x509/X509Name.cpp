@@ -1,10 +1,19 @@
+// Walks the attributes of a name: for its canonical form, its text and single attributes.
 #include "net/x509/X509Name.h"
+
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+#include "base/CodePage.h"
+#include "base/Punycode.h"
 
 namespace tv::x509 {
 namespace {
 
 // Object identifiers 2.5.4.n have the content 55 04 n.
 constexpr uint8_t kCommonName = 3;
+constexpr uint8_t kEmailAddress[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x01};
 
 struct AttributeLabel {
     uint8_t number;
@@ -14,9 +23,9 @@ struct AttributeLabel {
 constexpr AttributeLabel kLabels[] = {{kCommonName, "CN"}, {6, "C"},  {7, "L"},
                                       {8, "ST"},           {10, "O"}, {11, "OU"}};
 
-constexpr size_t kMaxAttributes = 64;
+constexpr size_t kMaxAttributes = 64;  // that are shown
 
-// Calls visit(number of 2.5.4.n or 0, value) for each attribute.
+// Calls visit(object identifier, value) for each attribute.
 template <class Visit>
 void walkName(Bytes name, Visit visit) {
     DerReader sets = DerReader(name).sequence();
@@ -27,10 +36,14 @@ void walkName(Bytes name, Visit visit) {
             const Bytes oid = attribute.content(der::kOid);
             const DerItem value = attribute.any();
             if (!attribute.ok()) return;
-            const bool known = oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x04;
-            visit(known ? oid[2] : uint8_t{0}, value);
+            visit(oid, value);
         }
     }
+}
+
+// n of 2.5.4.n, or 0.
+uint8_t attributeNumber(Bytes oid) {
+    return oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x04 ? oid[2] : uint8_t{0};
 }
 
 std::string shown(const DerItem& value) {
@@ -42,14 +55,112 @@ std::string shown(const DerItem& value) {
     return text;
 }
 
+// The text of a value as UTF-16; nothing where it is no text or malformed. Teletex strings hold
+// Latin-1 in practice.
+std::optional<std::u16string> textOf(const DerItem& value) {
+    const Bytes bytes = value.content;
+    switch (value.tag) {
+        case der::kUtf8String: {
+            const std::string_view utf8(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+            if (!isValidUtf8(utf8)) return std::nullopt;
+            return utf8ToUtf16(utf8);
+        }
+        case der::kPrintableString:
+        case der::kT61String:
+        case der::kIa5String:
+            return std::u16string(bytes.begin(), bytes.end());
+        case der::kBmpString: {
+            if (bytes.size() % 2 != 0) return std::nullopt;
+            std::u16string text;
+            for (size_t i = 0; i < bytes.size(); i += 2) {
+                text += static_cast<char16_t>(bytes[i] << 8 | bytes[i + 1]);
+            }
+            return text;
+        }
+        default:
+            return std::nullopt;
+    }
+}
+
+bool isSpace(char16_t c) {
+    return c == u' ' || (c >= u'\t' && c <= u'\r') || c == u'\u00A0';
+}
+
+// Lower case, one blank for many, none at the ends.
+std::u16string folded(std::u16string_view text) {
+    std::u16string out;
+    for (const char16_t c : text) {
+        if (!isSpace(c)) {
+            out += static_cast<char16_t>(lowerCodePoint(c));
+        } else if (!out.empty() && out.back() != u' ') {
+            out += u' ';
+        }
+    }
+    if (!out.empty() && out.back() == u' ') out.pop_back();
+    return out;
+}
+
+// With its length in front, so that what follows cannot be taken for a part of it.
+void appendCounted(std::string& out, std::string_view text) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        out += static_cast<char>(text.size() >> shift);
+    }
+    out += text;
+}
+
+void appendCounted(std::string& out, Bytes bytes) {
+    appendCounted(out, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+// False where the content of the SEQUENCE is no type and value.
+bool canonicalAttribute(DerReader attribute, std::string& out) {
+    const Bytes oid = attribute.content(der::kOid);
+    const DerItem value = attribute.any();
+    if (!attribute.complete()) return false;
+    appendCounted(out, oid);
+    const std::optional<std::u16string> text = textOf(value);
+    if (!text) {
+        appendCounted(out, value.whole);
+        return true;
+    }
+    std::string units(1, '\0');  // no tag of a value
+    for (const char16_t unit : folded(*text)) {
+        units += static_cast<char>(unit >> 8);
+        units += static_cast<char>(unit & 0xFF);
+    }
+    appendCounted(out, units);
+    return true;
+}
+
 }  // namespace
+
+bool canonicalName(Bytes name, std::string& out) {
+    out.clear();
+    DerReader outer(name);
+    DerReader sets = outer.sequence();
+    while (sets.ok() && !sets.atEnd()) {
+        DerReader set = sets.into(der::kSet);
+        std::vector<std::string> attributes;
+        while (set.ok() && !set.atEnd()) {
+            if (!canonicalAttribute(set.sequence(), attributes.emplace_back())) return false;
+        }
+        if (!set.ok() || attributes.empty()) return false;
+        std::sort(attributes.begin(), attributes.end());
+        std::string rdn;
+        for (const std::string& attribute : attributes) {
+            appendCounted(rdn, attribute);
+        }
+        appendCounted(out, rdn);
+    }
+    return outer.complete() && sets.complete();
+}
 
 std::string nameText(Bytes name) {
     std::string text;
-    walkName(name, [&](uint8_t number, const DerItem& value) {
+    walkName(name, [&](Bytes oid, const DerItem& value) {
         const char* label = "OID";
         for (const AttributeLabel& row : kLabels) {
-            if (row.number == number) label = row.label;
+            if (row.number == attributeNumber(oid)) label = row.label;
         }
         if (!text.empty()) text += ", ";
         text += std::string(label) + "=" + shown(value);
@@ -59,8 +170,16 @@ std::string nameText(Bytes name) {
 
 Bytes commonName(Bytes name) {
     Bytes found;
-    walkName(name, [&](uint8_t number, const DerItem& value) {
-        if (number == kCommonName) found = value.content;
+    walkName(name, [&](Bytes oid, const DerItem& value) {
+        if (attributeNumber(oid) == kCommonName) found = value.content;
+    });
+    return found;
+}
+
+Bytes emailAddress(Bytes name) {
+    Bytes found;
+    walkName(name, [&](Bytes oid, const DerItem& value) {
+        if (sameBytes(oid, kEmailAddress)) found = value.content;
     });
     return found;
 }

@@ -1,8 +1,10 @@
+// Names of hosts: patterns, addresses as text, what a constraint on names covers.
 #include "net/x509/HostMatch.h"
 
 #include <gtest/gtest.h>
 
 #include "base/Hex.h"
+#include "net/x509/NameConstraints.h"
 
 namespace tv::x509 {
 namespace {
@@ -75,26 +77,58 @@ Bytes bytesOfText(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
-TEST(HostMatch, NameConstraints) {
+TEST(NameConstraints, CoverWhatTheirKindSays) {
+    using Kind = GeneralName::Kind;
+    const Coverage inside = Coverage::Inside, outside = Coverage::Outside;
+    const Coverage unjudged = Coverage::Unjudged;
     const struct {
+        Kind kind;
         const char* name;
         const char* base;
-        bool inside;
+        Coverage coverage;
     } cases[] = {
-        {"mail.example.com", "example.com", true},       {"example.com", "example.com", true},
-        {"mail.EXAMPLE.com", ".example.com", true},      {"badexample.com", "example.com", false},
-        {"example.com.evil.test", "example.com", false}, {"anything.test", "", true},
+        {Kind::Dns, "mail.example.com", "example.com", inside},
+        {Kind::Dns, "example.com", "example.com", inside},
+        {Kind::Dns, "mail.EXAMPLE.com", ".example.com", inside},
+        {Kind::Dns, "example.com", ".example.com", outside},
+        {Kind::Dns, "badexample.com", "example.com", outside},
+        {Kind::Dns, "badexample.com", ".example.com", outside},
+        {Kind::Dns, "example.com.evil.test", "example.com", outside},
+        {Kind::Dns, "mail.example.com.", "example.com", inside},
+        {Kind::Dns, "*.example.com", "example.com", inside},
+        {Kind::Dns, "anything.test", "", inside},
+        {Kind::Dns, "anything.test", ".", unjudged},
+        {Kind::Dns, "mail.example.com", "example.com.", unjudged},
+        {Kind::Email, "Anna@Example.com", "Anna@example.com", inside},
+        {Kind::Email, "Anna@example.com", "anna@example.com", outside},
+        {Kind::Email, "a@example.com", "example.com", inside},
+        {Kind::Email, "a@mail.example.com", "example.com", outside},
+        {Kind::Email, "a@mail.example.com", ".example.com", inside},
+        {Kind::Email, "a@example.com", ".example.com", outside},
+        {Kind::Email, "\"b@other.test\"@example.com", "other.test", outside},
+        {Kind::Email, "example.com", "example.com", unjudged},
+        {Kind::Uri, "https://u@Mail.example.com:8/x", ".example.com", inside},
+        {Kind::Uri, "ldap://example.com?x@evil.test", "example.com", inside},
+        {Kind::Uri, "https://example.com:1@evil.test", "example.com", outside},
+        {Kind::Uri, "https://mail.example.com", "example.com", outside},
+        {Kind::Uri, "https://10.0.0.1/", "10.0.0.1", unjudged},
+        {Kind::Uri, "https://[::1]/", "example.com", unjudged},
+        {Kind::Uri, "urn:example.com", "example.com", unjudged},
+        {Kind::RegisteredId, "x", "x", unjudged},
     };
     for (const auto& c : cases) {
-        const GeneralName name{GeneralName::Kind::Dns, bytesOfText(c.name)};
-        const GeneralName base{GeneralName::Kind::Dns, bytesOfText(c.base)};
-        EXPECT_EQ(liesWithin(name, base), c.inside) << c.name << " " << c.base;
+        const GeneralName name{c.kind, bytesOfText(c.name), {}};
+        const GeneralName base{c.kind, bytesOfText(c.base), {}};
+        EXPECT_EQ(coverageOf(name, base), c.coverage) << c.name << " " << c.base;
     }
-    const uint8_t inNet[] = {10, 1, 2, 3}, outside[] = {11, 1, 2, 3};
+    const uint8_t inNet[] = {10, 1, 2, 3}, outsideNet[] = {11, 1, 2, 3};
     const uint8_t net[] = {10, 0, 0, 0, 255, 0, 0, 0};
-    EXPECT_TRUE(liesWithin({GeneralName::Kind::Ip, inNet}, {GeneralName::Kind::Ip, net}));
-    EXPECT_FALSE(liesWithin({GeneralName::Kind::Ip, outside}, {GeneralName::Kind::Ip, net}));
-    EXPECT_FALSE(liesWithin({GeneralName::Kind::Ip, inNet}, {GeneralName::Kind::Ip, inNet}));
+    const GeneralName base{Kind::Ip, net, {}}, noNet{Kind::Ip, inNet, {}};
+    EXPECT_EQ(coverageOf({Kind::Ip, inNet, {}}, base), inside);
+    EXPECT_EQ(coverageOf({Kind::Ip, outsideNet, {}}, base), outside);
+    EXPECT_EQ(coverageOf({Kind::Ip, net, {}}, base), outside);
+    EXPECT_EQ(coverageOf({Kind::Ip, inNet, {}}, noNet), unjudged);
+    EXPECT_EQ(coverageOf({Kind::Email, net, {}}, base), outside);
 }
 
 }  // namespace

@@ -46,9 +46,13 @@ EVP_PKEY* keyNamed(const std::string& name) {
     return key;
 }
 
+// "T61:" in front asks for that string type, else it is UTF8String.
 void setName(X509_NAME* name, const std::string& text) {
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
-                               reinterpret_cast<const unsigned char*>(text.c_str()), -1, -1, 0);
+    const bool isT61 = text.rfind("T61:", 0) == 0;
+    const std::string value = isT61 ? text.substr(4) : text;
+    X509_NAME_add_entry_by_txt(name, "CN", isT61 ? V_ASN1_T61STRING : V_ASN1_UTF8STRING,
+                               reinterpret_cast<const unsigned char*>(value.data()),
+                               static_cast<int>(value.size()), -1, 0);
 }
 
 using CertificateOwner = std::unique_ptr<X509, decltype(&X509_free)>;
@@ -100,11 +104,11 @@ Der make(const Spec& s) {
 class Anchors final : public AnchorSource {
 public:
     std::vector<Der> ders;
-    std::vector<Bytes> findBySubject(Bytes subject) const override {
+    std::vector<Bytes> findBySubject(const std::string& subject) const override {
         std::vector<Bytes> found;
         for (const Der& der : ders) {
             Certificate c;
-            if (parseCertificate(der, c) && sameBytes(c.subject, subject)) found.push_back(der);
+            if (parseCertificate(der, c) && c.subjectName == subject) found.push_back(der);
         }
         return found;
     }
@@ -189,6 +193,10 @@ void replace(Spec& spec, int nid, const std::string& value) {
     for (auto& extension : spec.extensions) {
         if (extension.first == nid) extension.second = value;
     }
+}
+
+void constrain(Spec& spec, const std::string& names) {
+    spec.extensions.push_back({NID_name_constraints, names});
 }
 
 struct Case {
@@ -278,28 +286,87 @@ const Case kCases[] = {
          c.leaf.signer = c.leaf.key;
      }},
     {"OutsidePermitted", ChainRule::NameConstraint,
-     [](Chain& c) {
-         c.middle.extensions.push_back({NID_name_constraints, "permitted;DNS:example.org"});
-     }},
+     [](Chain& c) { constrain(c.middle, "permitted;DNS:example.org"); }},
     {"CommonNameOutsidePermitted", ChainRule::NameConstraint,
      [](Chain& c) {
          c.leaf.extensions.erase(c.leaf.extensions.begin());
-         c.root.extensions.push_back({NID_name_constraints, "permitted;DNS:example.org"});
+         constrain(c.root, "permitted;DNS:example.org");
      }},
     {"NameOfAnIntermediateIsNoHost", ChainRule::None,
      [](Chain& c) {
          c.middle.subject = c.leaf.issuer = "Issuing CA 1";
-         c.root.extensions.push_back({NID_name_constraints, "permitted;DNS:example.com"});
+         constrain(c.root, "permitted;DNS:example.com");
      }},
     {"InsideExcluded", ChainRule::NameConstraint,
-     [](Chain& c) {
-         c.root.extensions.push_back({NID_name_constraints, "critical,excluded;DNS:example.com"});
-     }},
+     [](Chain& c) { constrain(c.root, "critical,excluded;DNS:example.com"); }},
     {"InsidePermitted", ChainRule::None,
+     [](Chain& c) { constrain(c.middle, "critical,permitted;DNS:example.com"); }},
+    {"HostExcludedBehindAWildcard", ChainRule::NameConstraint,
      [](Chain& c) {
-         c.middle.extensions.push_back(
-             {NID_name_constraints, "critical,permitted;DNS:example.com"});
+         c.host = "secret.example.com";
+         replace(c.leaf, NID_subject_alt_name, "DNS:*.example.com");
+         constrain(c.root, "excluded;DNS:secret.example.com");
+     },
+     kPeerDiffers},  // which looks at the names of the certificate alone
+    {"HostBehindAWildcardBesideAnExcludedOne", ChainRule::None,
+     [](Chain& c) {
+         c.host = "open.example.com";
+         replace(c.leaf, NID_subject_alt_name, "DNS:*.example.com");
+         constrain(c.root, "excluded;DNS:secret.example.com");
      }},
+    {"SubdomainsOnly", ChainRule::NameConstraint,
+     [](Chain& c) { constrain(c.middle, "permitted;DNS:.mail.example.com"); }},
+    {"PermittedBaseThatIsNoName", ChainRule::NameConstraint,
+     [](Chain& c) { constrain(c.middle, "permitted;DNS:*.example.com"); }},
+    {"ExcludedBaseThatIsNoName", ChainRule::NameConstraint,
+     [](Chain& c) { constrain(c.middle, "excluded;DNS:*.other.test"); }, kPeerDiffers},
+    {"IssuerInOtherLetters", ChainRule::None,
+     [](Chain& c) {
+         c.middle.subject = "K\u00f6z\u00e9p  Ny\u00edl";
+         c.leaf.issuer = "T61: k\xf6Z\xe9p NY\xedL ";
+     }},
+    {"ExcludedDirectoryInOtherLetters", ChainRule::NameConstraint,
+     [](Chain& c) { constrain(c.middle, "excluded;dirName:d\n[d]\nCN=MAIL.Example.com "); }},
+    {"PermittedDirectoryInOtherLetters", ChainRule::None,
+     [](Chain& c) { constrain(c.middle, "permitted;dirName:d\n[d]\nCN=MAIL.Example.com "); }},
+    {"EmailOutsidePermitted", ChainRule::NameConstraint,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name, "DNS:mail.example.com,email:a@b.test");
+         constrain(c.middle, "permitted;email:example.com");
+     }},
+    {"EmailInsidePermitted", ChainRule::None,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name, "DNS:mail.example.com,email:a@Example.com");
+         constrain(c.middle, "permitted;email:example.com");
+     }},
+    {"UriUnderEmailConstraint", ChainRule::None,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name, "DNS:mail.example.com,URI:https://b.test/");
+         constrain(c.middle, "excluded;email:b.test");
+     }},
+    {"UriInsideExcluded", ChainRule::NameConstraint,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name, "DNS:mail.example.com,URI:https://B.test:8/");
+         constrain(c.middle, "excluded;URI:b.test");
+     }},
+    {"KindThatCannotBeJudged", ChainRule::NameConstraint,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name, "DNS:mail.example.com,otherName:1.2.3;UTF8:x");
+         constrain(c.middle, "excluded;otherName:1.2.3;UTF8:y");
+     }},
+    {"KindThatCannotBeJudgedAndIsNotThere", ChainRule::None,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name, "DNS:mail.example.com,RID:1.2.3");
+         constrain(c.middle, "excluded;otherName:1.2.3;UTF8:y");
+     }},
+    {"ConstraintsInALeaf", ChainRule::BadConstraints,
+     [](Chain& c) { constrain(c.leaf, "permitted;DNS:example.com"); }, kPeerDiffers},
+    {"EmptyConstraints", ChainRule::BadConstraints,
+     [](Chain& c) { constrain(c.middle, "DER:30:00"); }, kPeerDiffers},
+    {"EmptyListOfConstraints", ChainRule::BadConstraints,
+     [](Chain& c) { constrain(c.middle, "DER:30:02:A0:00"); }, kPeerDiffers},
+    {"ExplicitMinimumOfConstraints", ChainRule::None,
+     [](Chain& c) { constrain(c.middle, "DER:30:0C:A0:0A:30:08:82:03:63:6F:6D:80:01:00"); }},
     {"UnknownCritical", ChainRule::UnknownCritical,
      [](Chain& c) {
          c.leaf.extensions.push_back({NID_inhibit_any_policy, "critical,0"});
