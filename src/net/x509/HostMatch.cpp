@@ -87,10 +87,10 @@ std::vector<uint8_t> addressBytes(std::string_view text) {
 }
 
 bool matchesDnsPattern(std::string_view pattern, std::string_view host) {
-    pattern = withoutFinalDot(pattern);
     host = withoutFinalDot(host);
     if (!isDnsName(host)) return false;
     constexpr std::string_view kWildcard = "*.";
+    // With a dot at its end it is no name of a host (RFC 5280, 4.2.1.6), and equals none here.
     if (pattern.substr(0, kWildcard.size()) != kWildcard) return equalsIgnoreCase(pattern, host);
     const std::string_view parent = pattern.substr(kWildcard.size());
     const size_t dot = host.find('.');

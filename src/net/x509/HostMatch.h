@@ -13,7 +13,7 @@ namespace tv::x509 {
 bool matchesHost(const Certificate& certificate, std::string_view host);
 
 // "*.example.com" matches exactly one label in the place of the asterisk, which must be the whole
-// first label and must have at least two labels behind it.
+// first label and must have at least two labels behind it. A dot that ends the host does not count.
 bool matchesDnsPattern(std::string_view pattern, std::string_view host);
 
 // Bytes of an address in text form (4 or 16); empty for anything else.

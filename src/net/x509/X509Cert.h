@@ -7,19 +7,11 @@
 #include <string_view>
 #include <vector>
 
-#include "base/crypto/Hash.h"
 #include "net/x509/DerReader.h"
+#include "net/x509/X509Algorithm.h"
 #include "net/x509/X509Key.h"
 
 namespace tv::x509 {
-
-enum class SignatureKind : uint8_t { Unknown, RsaPkcs1, RsaPss, Ecdsa };
-
-struct SignatureAlgorithm {
-    SignatureKind kind = SignatureKind::Unknown;
-    crypto::HashId hash = crypto::HashId::kSha256;
-    uint32_t saltSize = 0;  // PSS
-};
 
 // Bits of KeyUsage, counted from the first (RFC 5280, 4.2.1.3).
 constexpr uint16_t kDigitalSignature = 1 << 0;

@@ -32,9 +32,10 @@ ChainVerdict checkTime(const Certificate& certificate, int64_t now) {
 
 ChainVerdict checkKey(const Certificate& certificate) {
     const PublicKey& key = certificate.key;
-    const bool weak = key.kind == KeyKind::Unknown ||
-                      (key.kind != KeyKind::Ec && key.modulus.size() * 8 < kMinRsaBits);
-    if (!weak) return {};
+    if (key.kind == KeyKind::Unknown) {
+        return broken(ChainRule::WeakKey, certificate, "of a kind or with parameters not known");
+    }
+    if (key.kind == KeyKind::Ec || key.modulus.size() * 8 >= kMinRsaBits) return {};
     return broken(ChainRule::WeakKey, certificate,
                   std::to_string(key.modulus.size() * 8) + " bits");
 }
@@ -202,6 +203,15 @@ private:
     bool anchorSeen_ = false;  // for the last certificate of the path
 };
 
+// Whether an RSA key makes signatures of this algorithm. One for RSASSA-PSS alone may name the hash
+// and the least salt (RFC 4055, 3.3).
+bool mayUse(const PublicKey& key, const SignatureAlgorithm& algorithm) {
+    if (key.kind == KeyKind::Rsa) return true;
+    if (key.kind != KeyKind::RsaPss || algorithm.kind != SignatureKind::RsaPss) return false;
+    return !key.bound ||
+           (key.bound->hash == algorithm.hash && algorithm.saltSize >= key.bound->saltSize);
+}
+
 }  // namespace
 
 std::string_view ruleText(ChainRule rule) {
@@ -258,10 +268,8 @@ ChainRule checkSignature(const Certificate& certificate, const PublicKey& issuer
     } else {
         crypto::RsaPublicKey rsa;
         const bool pss = algorithm.kind == SignatureKind::RsaPss;
-        const bool fits =
-            issuerKey.kind == KeyKind::Rsa || (pss && issuerKey.kind == KeyKind::RsaPss);
         good =
-            fits && rsa.set(issuerKey.modulus, issuerKey.exponent) &&
+            mayUse(issuerKey, algorithm) && rsa.set(issuerKey.modulus, issuerKey.exponent) &&
             (pss ? rsa.verifyPss(algorithm.hash, digest, algorithm.saltSize, certificate.signature)
                  : rsa.verifyPkcs1(algorithm.hash, digest, certificate.signature));
     }

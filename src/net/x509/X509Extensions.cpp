@@ -18,23 +18,23 @@ enum class Known : uint8_t {
     SubjectAltName = 17,
     BasicConstraints = 19,
     NameConstraints = 30,
+    CertificatePolicies = 32,
     AuthorityKeyId = 35,
     ExtendedKeyUsage = 37,
 };
 
 constexpr uint8_t kServerAuth[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x03, 0x01};
 constexpr uint8_t kAnyUsage[] = {0x55, 0x1D, 0x25, 0x00};
+constexpr uint8_t kStatement[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x02, 0x01};
+constexpr uint8_t kUserNotice[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x02, 0x02};
 
 bool readBasicConstraints(Bytes value, Certificate& out) {
     DerReader outer(value);
     DerReader r = outer.sequence();
     if (!r.atEnd() && r.ok()) {
-        // cA is left out where it is false (DEFAULT FALSE), so a number may stand first.
+        // cA should be left out where it is false (DEFAULT FALSE); then a number may stand first.
         DerReader copy = r;
-        if (copy.any().tag == der::kBoolean) {
-            out.isCa = r.boolean();
-            if (!out.isCa) return false;
-        }
+        if (copy.any().tag == der::kBoolean) out.isCa = r.boolean();
     }
     if (!r.atEnd()) {
         out.pathLength = r.smallInteger();
@@ -118,6 +118,25 @@ bool readNameConstraints(Bytes value, Certificate& out) {
            (!excluded || readSubtrees(*excluded, out.excluded, out));
 }
 
+// No policy is asked for here, so that any will do. A critical one must be understood with its
+// qualifiers (RFC 5280, 4.2.1.4): a statement's address and a notice to be shown.
+bool readPolicies(Bytes value, bool critical, Certificate& out) {
+    DerReader outer(value);
+    DerReader r = outer.sequence();
+    while (r.ok() && !r.atEnd()) {
+        DerReader policy = r.sequence();
+        policy.content(der::kOid);
+        DerReader qualifiers = policy.atEnd() ? DerReader({}) : policy.sequence();
+        while (qualifiers.ok() && !qualifiers.atEnd()) {
+            const Bytes oid = qualifiers.sequence().content(der::kOid);
+            const bool known = sameBytes(oid, kStatement) || sameBytes(oid, kUserNotice);
+            out.hasUnknownCritical |= critical && !known;
+        }
+        if (!policy.complete() || !qualifiers.ok()) return false;
+    }
+    return outer.complete() && r.complete();
+}
+
 bool readAuthorityKeyId(Bytes value, Certificate& out) {
     DerReader outer(value);
     DerReader r = outer.sequence();
@@ -144,6 +163,8 @@ bool readKnown(Bytes oid, bool critical, Bytes value, Certificate& out) {
             return readBasicConstraints(value, out);
         case Known::NameConstraints:
             return readNameConstraints(value, out);
+        case Known::CertificatePolicies:
+            return readPolicies(value, critical, out);
         case Known::AuthorityKeyId:
             return readAuthorityKeyId(value, out);
         case Known::ExtendedKeyUsage:

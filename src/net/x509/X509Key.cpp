@@ -1,3 +1,5 @@
+// SubjectPublicKeyInfo of RSA and EC keys (RFC 3279, RFC 4055, RFC 5480).
+// Every other kind of key is read as Unknown.
 #include "net/x509/X509Key.h"
 
 #include <optional>
@@ -53,9 +55,14 @@ bool parsePublicKey(Bytes subjectPublicKeyInfo, PublicKey& out) {
     const Bytes oid = algorithm.content(der::kOid);
     if (!outer.complete() || !info.complete() || !algorithm.ok()) return false;
 
-    const bool plainRsa = sameBytes(oid, kRsaEncryption);
-    if (plainRsa || sameBytes(oid, kRsassaPss)) {
-        out.kind = plainRsa ? KeyKind::Rsa : KeyKind::RsaPss;
+    if (sameBytes(oid, kRsaEncryption)) {
+        out.kind = KeyKind::Rsa;
+        return readRsa(bits, out);
+    }
+    if (sameBytes(oid, kRsassaPss)) {
+        if (!algorithm.atEnd()) out.bound = readPssParameters(algorithm);
+        const bool known = !out.bound || out.bound->kind == SignatureKind::RsaPss;
+        if (known) out.kind = KeyKind::RsaPss;
         return readRsa(bits, out);
     }
     if (sameBytes(oid, kEcPublicKey)) {

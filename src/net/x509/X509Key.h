@@ -1,10 +1,13 @@
-// The public key in a certificate.
+// The public key in a certificate, and what its owner binds it to.
+// Read whole with the certificate, or found alone where nobody verifies.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "base/crypto/EcCurve.h"
 #include "net/x509/DerReader.h"
+#include "net/x509/X509Algorithm.h"
 
 namespace tv::x509 {
 
@@ -15,6 +18,8 @@ struct PublicKey {
     KeyKind kind = KeyKind::Unknown;
     Bytes modulus;   // RSA, big-endian, without a leading zero
     Bytes exponent;  // RSA
+    // RsaPss: the hash of every signature and its least salt, where the key names them.
+    std::optional<SignatureAlgorithm> bound;
     crypto::EcCurveId curve = crypto::EcCurveId::kSecp256r1;  // EC
     Bytes point;                                              // EC, as it stands
 };

@@ -17,7 +17,9 @@ TEST(HostMatch, DnsPatterns) {
     } cases[] = {
         {"mail.example.com", "mail.example.com", true},
         {"Mail.Example.COM", "mail.example.com", true},
-        {"mail.example.com.", "mail.example.com", true},
+        {"mail.example.com.", "mail.example.com", false},
+        {"mail.example.com.", "mail.example.com.", false},
+        {"*.example.com.", "mail.example.com", false},
         {"mail.example.com", "mail.example.com.", true},
         {"mail.example.com", "smtp.example.com", false},
         {"mail.example.com", "a.mail.example.com", false},

@@ -32,6 +32,7 @@ struct Spec {
     int64_t notAfter = kNow + kDay;
     const EVP_MD* digest = EVP_sha256();
     bool pss = false;
+    Der pssKey = {};  // the key is named one for RSASSA-PSS, with these parameters
 };
 
 EVP_PKEY* keyNamed(const std::string& name) {
@@ -83,6 +84,14 @@ Der make(const Spec& s) {
     setName(X509_get_subject_name(cert.get()), s.subject);
     setName(X509_get_issuer_name(cert.get()), s.issuer);
     X509_set_pubkey(cert.get(), keyNamed(s.key));
+    if (!s.pssKey.empty()) {
+        X509_ALGOR* algorithm = nullptr;
+        X509_PUBKEY_get0_param(nullptr, nullptr, nullptr, &algorithm,
+                               X509_get_X509_PUBKEY(cert.get()));
+        ASN1_STRING* value = ASN1_STRING_new();
+        ASN1_STRING_set(value, s.pssKey.data(), static_cast<int>(s.pssKey.size()));
+        X509_ALGOR_set0(algorithm, OBJ_nid2obj(NID_rsassaPss), V_ASN1_SEQUENCE, value);
+    }
     for (const auto& [nid, value] : s.extensions) {
         X509_EXTENSION* extension = makeExtension(cert.get(), nid, value);
         X509_add_ext(cert.get(), extension, -1);
@@ -91,7 +100,10 @@ Der make(const Spec& s) {
     EVP_MD_CTX* md = EVP_MD_CTX_new();
     EVP_PKEY_CTX* parameters = nullptr;
     EVP_DigestSignInit(md, &parameters, s.digest, nullptr, keyNamed(s.signer));
-    if (s.pss) EVP_PKEY_CTX_set_rsa_padding(parameters, RSA_PKCS1_PSS_PADDING);
+    if (s.pss) {
+        EVP_PKEY_CTX_set_rsa_padding(parameters, RSA_PKCS1_PSS_PADDING);
+        EVP_PKEY_CTX_set_rsa_pss_saltlen(parameters, RSA_PSS_SALTLEN_DIGEST);
+    }
     EXPECT_GT(X509_sign_ctx(cert.get(), md), 0);
     EVP_MD_CTX_free(md);
     unsigned char* out = nullptr;
@@ -195,6 +207,18 @@ void replace(Spec& spec, int nid, const std::string& value) {
     }
 }
 
+// The root's key says that it signs with one hash (the last byte of its identifier) and at least so
+// much salt; the signature has SHA-256 and 32 bytes.
+void bindRootKey(Chain& c, uint8_t hash, uint8_t salt) {
+    c.root.key = c.root.signer = c.middle.signer = "rsaroot";
+    c.root.pss = c.middle.pss = true;
+    c.root.pssKey = {0x30, 0x34, 0xA0, 0x0F, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48,
+                     0x01, 0x65, 0x03, 0x04, 0x02, hash, 0x05, 0x00, 0xA1, 0x1C, 0x30,
+                     0x1A, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01,
+                     0x08, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03,
+                     0x04, 0x02, hash, 0x05, 0x00, 0xA2, 0x03, 0x02, 0x01, salt};
+}
+
 void constrain(Spec& spec, const std::string& names) {
     spec.extensions.push_back({NID_name_constraints, names});
 }
@@ -243,6 +267,10 @@ const Case kCases[] = {
          c.middle.signer = "rsaroot";
          c.middle.pss = true;
      }},
+    {"GoodPssKey", ChainRule::None, [](Chain& c) { bindRootKey(c, 1, 32); }},
+    {"PssKeyForAnotherHash", ChainRule::BadSignature, [](Chain& c) { bindRootKey(c, 2, 32); }},
+    {"PssKeyForMoreSalt", ChainRule::BadSignature, [](Chain& c) { bindRootKey(c, 1, 33); }},
+    {"PssKeyOfUnknownHash", ChainRule::WeakKey, [](Chain& c) { bindRootKey(c, 9, 32); }},
     {"GoodSha1AnchorSelfSignature", ChainRule::None, [](Chain& c) { c.root.digest = EVP_sha1(); }},
     {"GoodCommonName", ChainRule::None,
      [](Chain& c) { c.leaf.extensions.erase(c.leaf.extensions.begin()); }},
@@ -372,6 +400,23 @@ const Case kCases[] = {
          c.leaf.extensions.push_back({NID_inhibit_any_policy, "critical,0"});
      },
      kPeerDiffers},  // which understands it
+    {"ExplicitlyNoAuthority", ChainRule::None,
+     [](Chain& c) {
+         c.leaf.extensions.push_back({NID_basic_constraints, "critical,DER:30:03:01:01:00"});
+     }},
+    {"CriticalPolicies", ChainRule::None,
+     [](Chain& c) {
+         c.leaf.extensions.push_back(
+             {NID_certificate_policies,
+              "critical,1.2.3,@p\n[p]\npolicyIdentifier=1.2.4\nCPS.1=https://x.test/"});
+     }},
+    {"CriticalPoliciesWithUnknownQualifier", ChainRule::UnknownCritical,
+     [](Chain& c) {
+         c.leaf.extensions.push_back(
+             {NID_certificate_policies,
+              "critical,DER:30:0E:30:0C:06:01:2A:30:07:30:05:06:01:2B:05:00"});
+     },
+     kPeerDiffers},  // which looks at no qualifier
     {"UnknownNotCritical", ChainRule::None,
      [](Chain& c) {
          c.leaf.extensions.push_back({NID_netscape_comment, "harmless"});
