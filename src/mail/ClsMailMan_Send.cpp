@@ -1,5 +1,5 @@
-// The send of one message: preparation, session, the transaction and its one second try, and what
-// the transcript says at the end.
+// One send from the prepared message to its outcome: session, transaction, the one second try, and
+// the last lines of the transcript.
 #include "log/LogContextExitor.h"
 #include "mail/ClsMailMan.h"
 #include "mail/SmtpTransfer.h"
@@ -33,10 +33,14 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
 void ClsMailMan::closeOutcome(bool success) {
     SmtpOutcome& outcome = smtp_.outcome();
     outcome.settle(success);
+    if (success) return;
     const SmtpStatus status = outcome.status();
     const bool broke = status == SmtpStatus::ConnectionLost || status == SmtpStatus::Timeout;
-    if (success || (smtp_.sessionLog().endsInRefusal() && !broke)) return;
-    smtp_.sessionLog().addRemark(statusWord(status), outcome.reason());
+    auto& transcript = smtp_.sessionLog();
+    if (broke || !transcript.endsInRefusal()) {
+        transcript.addRemark(statusWord(status), outcome.reason());
+    }
+    if (!outcome.remark().empty()) transcript.addRemark(outcome.remark(), {});
 }
 
 bool ClsMailMan::sendEmailInner(const ClsEmail& email, SocketParams& params, LogBase& log) {

@@ -1,3 +1,5 @@
+// From the settings and what the server offers to one mechanism, its exchange and second tries; or
+// to the reason why there is none.
 #include "mail/SmtpAuth.h"
 
 #include <memory>
@@ -89,6 +91,34 @@ void noteUnlistedMechanisms(AuthMechanisms& offered, LogBase& log) {
     }
     log.logInfo("Perhaps this server controls access by IP address.");
     log.logInfo("Defaulting to no explicit authentication...");
+}
+
+std::string offerOf(const SmtpConnImpl& connection) {
+    std::string names;
+    for (const std::string& name : connection.capabilities().authNames) {
+        names += (names.empty() ? "" : ", ") + name;
+    }
+    if (!names.empty()) return "the server offers " + names + ".";
+    return connection.isTls() ? "the server offers no login."
+                              : "the server offers no login on this connection; over TLS it may.";
+}
+
+// Why a login that somebody set a user or a secret for does not take place.
+void noteNoLogin(SmtpConnImpl& connection, const Login& login, LogBase& log) {
+    if (login.user.empty() && login.password.empty() && login.token.empty()) return;
+    const std::string method(connection.settings.authMethod.utf8());
+    const std::string secret = login.havePassword() ? "a password" : "an access token";
+    std::string why;
+    if (login.user.empty()) {
+        why = "the user name is empty; ";
+    } else if (login.password.empty() && login.token.empty()) {
+        why = "the password is empty; ";
+    } else if (smtp::restrictedTo(method, {}).any()) {
+        why = "the method " + method + " does not work with " + secret + "; ";
+    } else if (!connection.capabilities().authNames.empty()) {
+        why = "no mechanism of the server works here with " + secret + "; ";
+    }
+    connection.noteNoLogin(why + offerOf(connection), log);
 }
 
 struct MechanismTexts {
@@ -264,17 +294,19 @@ bool smtpAuthenticate(SmtpConnImpl& connection, SocketParams& params, LogBase& l
     if (login.method == "NONE") {
         log.logInfo("Not authenticating because SmtpAuthMethod is NONE");
         log.logData("smtpAuth.method", "none");
+        noteNoLogin(connection, login, log);
         return true;
     }
     AuthMechanisms offered = smtp::restrictedTo(login.method, connection.capabilities().auth);
     if (!offered.any() && login.havePassword()) noteUnlistedMechanisms(offered, log);
     const AuthMechanism mechanism =
         smtp::chooseMechanism(offered, login.havePassword(), login.haveToken());
+    const std::string_view name = textsOf(mechanism).name;
+    if (name.empty()) noteNoLogin(connection, login, log);
     if (mechanism == AuthMechanism::None) {
         log.logData("login_method", "NONE or already authenticated");
         return true;
     }
-    const std::string_view name = textsOf(mechanism).name;
     if (!name.empty()) log.logData("login_method", name);
     if (!name.empty() && !connection.isTls()) {
         log.logInfo("The connection is not encrypted: others on its way can read this login.");

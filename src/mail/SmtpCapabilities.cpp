@@ -2,6 +2,8 @@
 // host may have configured.
 #include "mail/SmtpCapabilities.h"
 
+#include <algorithm>
+
 #include "base/Ascii.h"
 
 namespace tv {
@@ -57,6 +59,29 @@ void addAuthLine(std::string_view line, AuthMechanisms& found) {
     }
 }
 
+constexpr size_t kMaxAuthNames = 20;
+
+// RFC 4422 section 3.1: at most 20 letters, digits, hyphens and underscores.
+bool isMechanismName(std::string_view word) {
+    return !word.empty() && word.size() <= 20 && std::all_of(word.begin(), word.end(), [](char c) {
+        return isAsciiAlnum(c) || c == '-' || c == '_';
+    });
+}
+
+void addAuthNames(std::string_view words, std::vector<std::string>& names) {
+    while (!words.empty()) {
+        const size_t end = std::min(words.find(' '), words.size());
+        const std::string_view word = words.substr(0, end);
+        const bool isKnown = std::any_of(names.begin(), names.end(), [word](const auto& name) {
+            return equalsIgnoreCase(name, word);
+        });
+        if (isMechanismName(word) && !isKnown && names.size() < kMaxAuthNames) {
+            names.emplace_back(word);
+        }
+        words.remove_prefix(std::min(end + 1, words.size()));
+    }
+}
+
 void addLine(std::string_view text, SmtpCapabilities& found) {
     if (equalsIgnoreCase(text, "AUTH")) {
         found.authWithoutMechanisms = true;
@@ -64,6 +89,7 @@ void addLine(std::string_view text, SmtpCapabilities& found) {
     }
     if (startsWithIgnoreCase(text, "AUTH ") || startsWithIgnoreCase(text, "AUTH=")) {
         addAuthLine(text, found.auth);
+        addAuthNames(text.substr(std::string_view("AUTH ").size()), found.authNames);
         return;
     }
     for (const Extension& extension : kExtensions) {

@@ -1,6 +1,7 @@
 // What a server says it can do: the extensions and login mechanisms of its EHLO reply.
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -34,6 +35,7 @@ struct SmtpCapabilities {
     bool hasDsn = false;
     bool authWithoutMechanisms = false;  // "AUTH" alone: the server takes no login
     AuthMechanisms auth;
+    std::vector<std::string> authNames;  // all that stand behind AUTH, for people; 20 at most
 
     bool operator==(const SmtpCapabilities&) const = default;
 };

@@ -234,6 +234,11 @@ void SmtpConnImpl::setAuthenticated(bool authenticated) {
     touch();
 }
 
+void SmtpConnImpl::noteNoLogin(const std::string& why, LogBase& log) {
+    noLogin_ = "No login was made: " + why;
+    log.logInfo(noLogin_);
+}
+
 void SmtpConnImpl::fail(SmtpStatus status, const std::string& reason, LogBase& log) {
     log.logError(reason);
     outcome_.fail(status, reason);

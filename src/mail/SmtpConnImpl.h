@@ -79,6 +79,8 @@ public:
     bool upgradeForLogin(SocketParams& params, LogBase& log);
     bool isAuthenticated() const { return authenticated_; }
     void setAuthenticated(bool authenticated);
+    // A login that the settings ask for does not take place on this connection: why, in sentences.
+    void noteNoLogin(const std::string& why, LogBase& log);
     // The access token that the OAuth2 description of the settings stands for.
     bool oauth2AccessToken(SecureBuffer& token, SocketParams& params, LogBase& log);
     // The server refused it. True if that was a kept one: the next may serve.
@@ -103,6 +105,7 @@ private:
     std::string_view changedSetting() const;
     bool connectionIsReady(SocketParams& params, LogBase& log);
     bool automaticReset(SocketParams& params, LogBase& log);
+    bool logIn(SocketParams& params, LogBase& log);
     bool openSession(SocketParams& params, LogBase& log);
     bool openAndGreet(SocketParams& params, LogBase& log);
     bool openTcp(SocketParams& params, LogBase& log);
@@ -137,6 +140,7 @@ private:
     SmtpSettings made_;  // those of the open connection
     SmtpCapabilities capabilities_;
     bool authenticated_ = false;
+    std::string noLogin_;
     bool unsettled_ = false;
     bool withoutTls13_ = false;     // this attempt offers no TLS 1.3
     bool helloUnanswered_ = false;  // the last one did, and nothing came back

@@ -1,3 +1,5 @@
+// From nothing to a session that is greeted and logged in: the open one if it still serves, else a
+// new one.
 #include "base/Ascii.h"
 #include "log/LogContextExitor.h"
 #include "mail/SmtpAuth.h"
@@ -17,9 +19,14 @@ constexpr uint32_t kLongWaitMs = 21600000;
 bool SmtpConnImpl::smtpConnectAndAuthenticate(bool skipAuthentication, SocketParams& params,
                                               LogBase& log) {
     if (!smtpConnect(params, log)) return false;
-    if (skipAuthentication || authenticated_ || settings.authMethod.equalsIgnoreCase("NONE")) {
-        return true;
-    }
+    if (skipAuthentication || settings.authMethod.equalsIgnoreCase("NONE")) return true;
+    const bool success = authenticated_ || logIn(params, log);
+    outcome_.setRemark(noLogin_);
+    return success;
+}
+
+bool SmtpConnImpl::logIn(SocketParams& params, LogBase& log) {
+    noLogin_.clear();
     unsettled_ = true;
     const bool success = smtpAuthenticate(*this, params, log);
     unsettled_ = false;
@@ -136,6 +143,7 @@ bool SmtpConnImpl::openTcp(SocketParams& params, LogBase& log) {
     params.clearOutcome();
     sessionLog_.startAnew();
     capabilities_ = {};
+    noLogin_.clear();
     made_ = settings;
     unsettled_ = true;
     socket_ = std::make_unique<Socket2>();

@@ -35,6 +35,7 @@ std::string_view statusWord(SmtpStatus status) {
 void SmtpOutcome::clear() {
     status_ = SmtpStatus::Success;
     reason_.clear();
+    remark_.clear();
 }
 
 void SmtpOutcome::fail(SmtpStatus status, std::string reason) {

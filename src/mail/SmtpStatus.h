@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tv {
 
@@ -41,13 +42,17 @@ public:
     void addToReason(std::string_view sentence);
     // A send that ended without naming a reason is "Failed"; one that succeeded is "Success".
     void settle(bool success);
+    // What may explain any failure and goes last wherever one is told.
+    void setRemark(std::string remark) { remark_ = std::move(remark); }
 
     SmtpStatus status() const { return status_; }
     const std::string& reason() const { return reason_; }
+    const std::string& remark() const { return remark_; }
 
 private:
     SmtpStatus status_ = SmtpStatus::Success;
     std::string reason_;
+    std::string remark_;
 };
 
 }  // namespace tv

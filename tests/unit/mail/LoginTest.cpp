@@ -155,5 +155,19 @@ TEST(Login, onceForAllMessages) {
     EXPECT_TRUE(world.send());
 }
 
+// What explains the failures on a connection, used again or not, explains none beyond it.
+TEST(Login, theReasonForNoneGoesWithTheConnection) {
+    MailWorld world(Properties{{"SmtpUsername", "tester"}});
+    world.compose();
+    world.serve(offering("LOGIN") + script("transaction; mail 530 no; rset; quit"));
+    EXPECT_TRUE(world.send());
+    EXPECT_FALSE(world.send());
+    const std::string reason = "the password is empty; the server offers LOGIN.\r\n";
+    EXPECT_TRUE(world.transcript().ends_with(reason)) << world.transcript();
+    world.set("SmtpHost", "");
+    EXPECT_FALSE(world.send());
+    EXPECT_FALSE(world.transcript().ends_with(reason)) << world.transcript();
+}
+
 }  // namespace
 }  // namespace tv::test
