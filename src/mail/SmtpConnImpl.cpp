@@ -11,6 +11,8 @@
 #include "log/LogNull.h"
 #include "mail/ReplyHints.h"
 #include "mail/SmtpCommand.h"
+#include "net/Deadline.h"
+#include "net/LineBuffer.h"
 #include "net/WholeLimit.h"
 #include "platform/SysClock.h"
 #include "platform/SysWipe.h"
@@ -25,6 +27,7 @@ constexpr uint64_t kReplyLimitMs = 300000;
 constexpr uint64_t kFinalReplyLimitMs = 600000;
 constexpr uint64_t kSendLimitMs = 300000;
 constexpr size_t kSendLimitBytes = 65536;
+constexpr uint32_t kLastWordsMs = 1000;
 constexpr std::string_view kSecret = "{PasswordOrCredentials}";
 
 // Servers answer in any encoding; the log and the transcript are UTF-8.
@@ -88,8 +91,8 @@ bool SmtpConnImpl::sendQueued(LogBase& log, SocketParams& params) {
     if (!socket_) return noConnection(commands.front().name, log);
     params.timedOut = false;
     ioFailure_ = IoFailure::None;
-    const WholeLimit limit(params, sendLimitMs(queuedBytes_.size()), settings.idleTimeoutMs);
-    const bool sent = socket_->sendBytes(queuedBytes_.bytes(), settings.idleTimeoutMs, log, params);
+    lastReplyCode_ = 0;
+    const bool sent = sendBytes(queuedBytes_.bytes(), params, log);
     lastSent_ = sent ? Sent::All : params.anySent ? Sent::Part : Sent::Nothing;
     if (std::exchange(queuedSecret_, false)) plat::wipe(queuedBytes_.data(), queuedBytes_.size());
     queuedBytes_.clear();
@@ -103,8 +106,11 @@ bool SmtpConnImpl::sendQueued(LogBase& log, SocketParams& params) {
         if (params.monitor) params.monitor->textEvent(event, command.shown);
         log.logData(event, command.shown);
     }
-    if (!sent) failIo("while sending " + commands.front().name, params, log);
-    return sent;
+    if (sent) return true;
+    const bool refused = heardLastWords(params, log) && lastReplyCode_ >= 400;
+    failIo("while sending " + commands.front().name, params, log);
+    if (refused) outcome_.addToReason("The server's last words: " + lastReply_);
+    return false;
 }
 
 std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(std::string_view command,
@@ -213,10 +219,51 @@ void SmtpConnImpl::smtpQuit(LogBase& log, SocketParams& params) {
 bool SmtpConnImpl::sendData(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log) {
     if (!socket_) return noConnection("the message data", log);
     params.timedOut = false;
-    const WholeLimit limit(params, sendLimitMs(bytes.size()), settings.idleTimeoutMs);
-    if (socket_->sendBytes(bytes, settings.idleTimeoutMs, log, params)) return true;
+    if (sendBytes(bytes, params, log)) return true;
+    if (heardLastWords(params, log)) failEarly(log);
     failIo("while sending the message data", params, log);
     return false;
+}
+
+bool SmtpConnImpl::sendBytes(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log) {
+    const WholeLimit limit(params, sendLimitMs(bytes.size()), settings.idleTimeoutMs);
+    return socket_->sendBytes(bytes, settings.idleTimeoutMs, log, params);
+}
+
+// Systems exist that drop what has come when a reset follows, and a server that refuses often says
+// why and resets: after a write that failed, what is still there to be read counts.
+bool SmtpConnImpl::heardLastWords(SocketParams& params, LogBase& log) {
+    if (params.aborted) return false;
+    const uint32_t idleMs = settings.idleTimeoutMs;
+    const Deadline limit(idleMs == 0 ? kLastWordsMs : std::min(idleMs, kLastWordsMs));
+    const bool timedOut = params.timedOut;
+    const uint64_t overranMs = params.overranMs;
+    LineBuffer arrived;
+    const auto receive = [&] {
+        DataBuffer bytes;
+        const uint32_t leftMs = static_cast<uint32_t>(limit.leftMs());
+        return leftMs > 0 && socket_->receiveBytes(bytes, leftMs, log, params) &&
+               arrived.append(bytes.bytes());
+    };
+    SmtpReplyReader reader("message data");
+    ReplyState state = ReplyState::NeedMore;
+    while (state == ReplyState::NeedMore) {
+        DataBuffer line;
+        const LineBuffer::Take take = arrived.takeUntil("\r\n", kMaxReplyLine, line);
+        if (take == LineBuffer::Take::Found) {
+            noteReplyLine(line.text(), params, log);
+            state = reader.addLine(line.text());
+        } else if (take != LineBuffer::Take::NeedMore || !receive()) {
+            break;
+        }
+    }
+    params.timedOut = timedOut;
+    params.overranMs = overranMs;
+    return state == ReplyState::Complete && acceptReply(reader.reply(), log);
+}
+
+void SmtpConnImpl::failEarly(LogBase& log) {
+    fail(SmtpStatus::DataFailure, "A reply came before the end of the message: " + lastReply_, log);
 }
 
 void SmtpConnImpl::setTcpNoDelay(bool on, LogBase& log) {

@@ -62,7 +62,8 @@ public:
     void smtpQuit(LogBase& log, SocketParams& params);
     void closeSmtpConnection(LogBase& log, SocketParams& params);
 
-    // Bytes of message data; the transcript does not see them. Failure leaves its reason.
+    // Bytes of message data; the transcript does not see them. Failure leaves its reason: the last
+    // words of the server, where there are any.
     bool sendData(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log);
     void setTcpNoDelay(bool on, LogBase& log);
 
@@ -71,6 +72,10 @@ public:
     void setUnsettled(bool unsettled) { unsettled_ = unsettled; }
     // Nothing unread has come and the connection stands; looks once, without waiting.
     bool isQuiet() { return socket_ && socket_->isQuiet(); }
+    // Something has come that no reply was made of yet.
+    bool hasInput() const { return socket_ && socket_->hasBufferedInput(); }
+    // The reply just read came before the end of the message.
+    void failEarly(LogBase& log);
 
     bool isConnected() const { return socket_ && socket_->isConnected(); }
     bool isTls() const { return socket_ && socket_->isTls(); }
@@ -131,6 +136,8 @@ private:
                       LogBase& log);
     std::optional<SmtpResponse> acceptReply(SmtpResponse& reply, LogBase& log);
     std::string timeoutText(const SocketParams& params) const;
+    bool sendBytes(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log);
+    bool heardLastWords(SocketParams& params, LogBase& log);
     void failIo(const std::string& step, SocketParams& params, LogBase& log);
     void touch();
 

@@ -49,6 +49,7 @@ private:
     bool transferMessage();
     bool sendDataToSmtp();
     bool streamMessage();
+    bool hasWords();
     bool answeredTooEarly();
     bool finishMessage();
     bool judgeFinalReply(const SmtpResponse& reply);

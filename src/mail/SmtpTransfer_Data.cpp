@@ -53,6 +53,7 @@ bool SmtpTransfer::sendDataToSmtp() {
 
 bool SmtpTransfer::streamMessage() {
     ChunkStream chunks(connection_.settings.sendChunkSize, [&](std::span<const uint8_t> chunk) {
+        if (hasWords()) return false;
         if (!connection_.sendData(chunk, params_, log_)) return false;
         advance(chunk.size());
         return true;
@@ -67,17 +68,20 @@ bool SmtpTransfer::streamMessage() {
     return false;
 }
 
-// Whatever has come by now does not answer the message: its end is not out yet.
+// A reply that comes before the end of the message is no reply to it. Most often the server
+// refuses what it has seen so far, and nothing more is worth sending.
+bool SmtpTransfer::hasWords() {
+    if (connection_.isQuiet() || !connection_.hasInput()) return false;
+    if (connection_.readSmtpResponse(".", params_, log_)) connection_.failEarly(log_);
+    close();
+    return true;
+}
+
 bool SmtpTransfer::answeredTooEarly() {
-    if (connection_.isQuiet()) return false;
-    if (!connection_.isConnected()) {
-        connection_.fail(SmtpStatus::ConnectionLost,
-                         "The server closed the connection before the end of the message.", log_);
-    } else if (connection_.readSmtpResponse(".", params_, log_)) {
-        connection_.fail(SmtpStatus::DataFailure,
-                         "A reply came before the end of the message: " + connection_.lastReply(),
-                         log_);
-    }
+    if (hasWords()) return true;
+    if (connection_.isConnected()) return false;
+    connection_.fail(SmtpStatus::ConnectionLost,
+                     "The server closed the connection before the end of the message.", log_);
     return true;
 }
 
@@ -87,7 +91,8 @@ bool SmtpTransfer::finishMessage() {
     const SmtpConnImpl::Sent left = connection_.lastSent();
     const auto reply = sent ? connection_.readSmtpResponse(".", params_, log_) : std::nullopt;
     if (reply) return judgeFinalReply(*reply);
-    if (left != SmtpConnImpl::Sent::Nothing) {
+    const bool refused = connection_.lastReplyCode() >= 400;  // by the last words
+    if (left != SmtpConnImpl::Sent::Nothing && !refused) {
         connection_.outcome().addToReason(kOutcomeUnknown);
         log_.logError(kOutcomeUnknown);
     }

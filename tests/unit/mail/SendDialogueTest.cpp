@@ -87,7 +87,8 @@ const std::vector<Row>& allRows() {
 
 void arrange(MailWorld& world, const Row& row, Delivery delivery) {
     for (const auto& [name, value] : row.settings) {
-        if (name != "to" && name != "from" && name != "takes") world.set(name.c_str(), value);
+        // The names of properties begin with a capital, those of the row's own settings do not.
+        if (isAsciiUpper(name[0])) world.set(name.c_str(), value);
     }
     const std::vector<std::string> recipients = {kFirst, kSecond};
     const auto count = std::stoi(row.setting("to", "1"));
@@ -105,6 +106,7 @@ void arrange(MailWorld& world, const Row& row, Delivery delivery) {
             served.delivery = delivery;
             served.sendWindow = std::stoul(row.setting("takes", "1000000000"));
             served.drainMs = 29000;
+            served.maxSend = std::stoul(row.setting("pieces", "1000000"));
         }
     }
 }

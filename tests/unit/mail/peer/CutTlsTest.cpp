@@ -33,6 +33,8 @@ public:
     Ending ending() const override { return closing_ ? Ending::Eof : Ending::None; }
     bool hasMessage() const { return hasMessage_; }
 
+    bool refusesEarly = false;  // with a word and a good-bye in one segment
+
 private:
     void pass(std::string& out) {
         if (!secure_) {
@@ -49,6 +51,8 @@ private:
         if (SSL_is_init_finished(ssl_.get()) && !reply_.empty()) {
             SSL_write(ssl_.get(), reply_.data(), static_cast<int>(reply_.size()));
             reply_.clear();
+            if (refusesEarly && inMessage_ && !text_.empty())
+                closing_ = SSL_shutdown(ssl_.get()) == 0;
         }
         while ((size = BIO_read(fromSsl_, bytes, sizeof bytes)) > 0)
             out.append(bytes, static_cast<size_t>(size));
@@ -62,6 +66,7 @@ private:
             text_.erase(0, end + (inMessage_ ? 5 : 2));
             reply_ += answer(line);
         }
+        if (refusesEarly && inMessage_ && !text_.empty()) reply_ = "552 too big\r\n";
     }
 
     std::string answer(const std::string& line) {
@@ -117,6 +122,19 @@ TEST_P(CutTls, abortsAtEveryByte) {
 
 TEST_P(CutTls, piecesOfAnySizeGiveTheSameDialogue) {
     playPiecesOfAnySize(GetParam());
+}
+
+TEST(CutTlsOnce, aRefusalInTheMiddleOfTheMessageEndsItAtOnce) {
+    MailWorld world({{"SmtpSsl", "1"}, {"SmtpPort", "465"}, {"SendChunkSize", "19"}});
+    world.compose();
+    const tls::test::OpenSslServer server{tls::test::ServerOptions()};
+    auto peer = std::make_unique<TlsMailPeer>(server.context(), true);
+    peer->refusesEarly = true;
+    world.net.servePeer(kServer, 465, std::move(peer));
+    EXPECT_FALSE(world.send());
+    EXPECT_EQ(world.word(), "DataFailure");
+    EXPECT_TRUE(world.transcript().ends_with("552 too big\r\n")) << world.transcript();
+    EXPECT_TRUE(contains(world.logText(), "numBytesSent: 19\r\n")) << world.logText();
 }
 
 // A handshake with TLS 1.3 that gets no answer is made once more without it, so that one cut can
