@@ -1,7 +1,7 @@
 /*
  * Sends e-mail: the 24 functions of the plug-in, for C and C++ hosts on Windows and Linux.
  *
- * One message at a time, from one thread:
+ * One message at a time:
  *
  *     Initialise();
  *     setSmtpHost("mail.example.com");
@@ -27,8 +27,24 @@
  *
  * A host may call with any floating-point control word and, on i386, with a stack that is aligned
  * to 4 bytes; the library sets and restores what it needs. No C++ exception leaves a function. The
- * library starts no thread, and several threads may not call it at the same time. It may be
- * unloaded at any time; an open connection is then dropped.
+ * library starts no thread. It may be unloaded whenever none of its functions runs; an open
+ * connection is then dropped.
+ *
+ * Every function may be called from any thread at any time. All threads share one set of server
+ * settings and one message, and one call at a time works on them: while szBrisko runs, another
+ * szBrisko, ResetEmail and whatever sets something in the settings or in the message WAIT until it
+ * has ended, for minutes if need be, and then do their work. (Were they refused instead, a message
+ * would go out without its recipient, its subject or its encryption, and nobody would know.) So a
+ * user interface that must not wait for a server calls them from the thread that sends - or calls
+ * Initialise, which does not wait: from then on there are new settings and a new message, which can
+ * be set and sent at once, while the send under way finishes with what it began with. setBody,
+ * setNoopCount, setDefaultNtlmVersion and getLastError do not wait either.
+ *
+ * While setAttachment shows its message box nothing is locked: timers and windows of the host that
+ * run meanwhile may call every function, in the same thread and in others. Where a hook or an
+ * asynchronous procedure call brings host code into a thread in the midst of a function, a call
+ * that would have to wait for that same function does nothing and returns 0; Initialise and those
+ * that do not wait work as ever.
  *
  * Before the first Initialise, a function that works on the server's settings or on the message
  * does nothing and returns 0.
@@ -48,7 +64,8 @@ extern "C" {
 
 /*
  * Makes the server's settings and the message anew, with their defaults; what an earlier call made
- * is dropped, an open connection with it. The body of setBody and the last error stay. Returns 0.
+ * is dropped, an open connection with it (which may take a second). A send that runs in another
+ * thread is not disturbed. The body of setBody and the last error stay. Returns 0.
  */
 int EMAILSENDING_CALL Initialise(void);
 
@@ -183,8 +200,12 @@ void EMAILSENDING_CALL ResetEmail(void);
 int EMAILSENDING_CALL szBrisko(void);
 
 /*
- * What went wrong in the last szBrisko; empty after a success and before the first. ANSI. The text
- * belongs to the library and is valid until the next szBrisko or until the library is unloaded.
+ * What went wrong in the szBrisko that ended last, whichever thread called it; empty after a
+ * success and before the first. ANSI. A host that sends from several threads at once goes by the
+ * result of each szBrisko and asks right after it. The text belongs to the library and stays in
+ * place until the same thread calls getLastError after another szBrisko has ended, whatever other
+ * threads do meanwhile (the library keeps a text for each of the last 64 threads that asked), or
+ * until the library is unloaded.
  */
 const char* EMAILSENDING_CALL getLastError(void);
 

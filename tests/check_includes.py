@@ -12,8 +12,8 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 CPP_LIBRARY = set("""
 algorithm array atomic bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes climits
-cmath compare concepts cstdarg cstddef cstdint cstdio cstdlib cstring ctime deque exception forward_list
-functional initializer_list iterator limits list map memory mutex new numeric optional queue
+cmath compare concepts condition_variable cstdarg cstddef cstdint cstdio cstdlib cstring ctime deque exception
+forward_list functional initializer_list iterator limits list map memory mutex new numeric optional queue
 ranges ratio set shared_mutex span stack stdexcept string string_view tuple type_traits
 unordered_map unordered_set utility variant vector version
 """.split())

@@ -1,3 +1,5 @@
+// What every public object does alike: handing out its account, taking its settings, beginning and
+// ending an operation.
 #include "log/ClsBase.h"
 
 #include <bit>
@@ -10,6 +12,11 @@ XString ClsBase::lastErrorText() {
     std::string text;
     log_.getText(text);
     return XString(text);
+}
+
+bool ClsBase::verboseLogging() const {
+    const std::lock_guard guard(lock_);
+    return verbose_;
 }
 
 void ClsBase::setVerboseLogging(bool verbose) {

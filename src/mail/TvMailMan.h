@@ -1,4 +1,5 @@
 // The mail manager's face to a host: 8-bit strings in, flags out. Utf8 tells how strings are read.
+// Its owner lets one call at a time use it.
 #pragma once
 
 #include <cstdint>

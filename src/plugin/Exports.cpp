@@ -1,4 +1,5 @@
-// The functions that a host calls. Each is one step on the shared state, behind the guard.
+// The functions that a host calls, from whatever thread. Each is one step on the shared state,
+// behind the guard.
 #pragma GCC visibility push(default)
 #include "emailsending.h"
 #pragma GCC visibility pop
@@ -23,6 +24,7 @@ using tv::guarded;
 using tv::PluginState;
 using tv::TvEmail;
 using tv::TvMailMan;
+using Turn = tv::WorkbenchSlot::Turn;
 
 PluginState& state() {
     return PluginState::instance();
@@ -42,14 +44,16 @@ bool isSet(int flag) {
 template <class Step>
 void onMailMan(Step step) {
     guarded([&] {
-        if (TvMailMan* mailMan = state().mailMan()) step(*mailMan);
+        const Turn turn(state().workbench);
+        if (turn) step(turn->mailMan);
     });
 }
 
 template <class Step>
 void onEmail(Step step) {
     guarded([&] {
-        if (TvEmail* email = state().email()) step(*email);
+        const Turn turn(state().workbench);
+        if (turn) step(turn->email);
     });
 }
 
@@ -130,7 +134,7 @@ TV_EXPORT void EMAILSENDING_CALL setLogo(const char* path) {
 }
 
 TV_EXPORT void EMAILSENDING_CALL setBody(const char* body) {
-    guarded([=] { state().body = orEmpty(body); });
+    guarded([=] { state().setBody(orEmpty(body)); });
 }
 
 TV_EXPORT int EMAILSENDING_CALL setRecipient(const char* address) {
@@ -153,15 +157,14 @@ TV_EXPORT int EMAILSENDING_CALL setBCC(const char* address) {
 
 TV_EXPORT int EMAILSENDING_CALL szBrisko() {
     bool sent = false;
-    guarded(
-        [&] { sent = state().send(); },
-        [](const char* reason) { state().lastError.assign("Sending failed: ").append(reason); });
+    guarded([&] { sent = state().send(); },
+            [](const char* reason) { state().lastError.setReason(reason); });
     return sent;
 }
 
 TV_EXPORT const char* EMAILSENDING_CALL getLastError() {
     const char* text = "";
-    guarded([&] { text = state().lastError.c_str(); });
+    guarded([&] { text = state().lastError.text(); });
     return text;
 }
 

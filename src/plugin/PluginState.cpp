@@ -1,9 +1,11 @@
+// The steps of the exports that are more than a single setter: Initialise, the body with its logo,
+// attachments, the send.
 #include "plugin/PluginState.h"
 
-#include <algorithm>
+#include <memory>
+#include <utility>
 
 #include "base/XString.h"
-#include "mail/ClsMailMan.h"
 #include "platform/Replaceable.h"
 #include "platform/SysDialog.h"
 #include "platform/SysFile.h"
@@ -12,28 +14,25 @@
 namespace tv {
 namespace {
 
+using Turn = WorkbenchSlot::Turn;
+
 constexpr size_t kLongestDirectory = 260;
-// How long a connection that is dropped waits for each of its good-byes. A host does not expect a
-// call that only resets things to wait for a server.
-constexpr uint32_t kFarewellMs = 500;
 constexpr char kSentMailLog[] = "emailsending.log";
-// Room for any reason of an exception: reporting one must not need memory.
-constexpr size_t kReservedForReason = 255;
 
 class ResetAfterSend {
 public:
-    explicit ResetAfterSend(PluginState& state) : state_(state) {}
+    explicit ResetAfterSend(Workbench& bench) : bench_(bench) {}
     ~ResetAfterSend() {
         try {
-            state_.resetEmail();
-        } catch (...) {  // what is being reported matters more
+            bench_.resetEmail();
+        } catch (...) {  // what is being reported matters more; the next turn makes up for it
         }
     }
     ResetAfterSend(const ResetAfterSend&) = delete;
     ResetAfterSend& operator=(const ResetAfterSend&) = delete;
 
 private:
-    PluginState& state_;
+    Workbench& bench_;
 };
 
 }  // namespace
@@ -48,71 +47,85 @@ PluginState* PluginState::replaceInstance(PluginState* state) {
     return plat::Replaceable<PluginState>::replace(state);
 }
 
-PluginState::PluginState() {
-    lastError.reserve(kReservedForReason);
-}
-
 void PluginState::initialise() {
-    auto mailMan = std::make_unique<TvMailMan>();
-    auto email = std::make_unique<TvEmail>();
-    email->put_Utf8(true);
-    if (mailMan_) {
-        uint32_t& limit = mailMan_->impl().settings().idleTimeoutMs;
-        limit = limit == 0 ? kFarewellMs : std::min(limit, kFarewellMs);
-    }
-    mailMan_ = std::move(mailMan);
-    email_ = std::move(email);
+    workbench.replace(std::make_shared<Workbench>());
 }
 
 void PluginState::setLogging() {
-    if (!mailMan_) return;
-    logDirectory = XString(plat::currentDirectory()).ansi();
-    if (logDirectory.size() > kLongestDirectory) logDirectory.clear();
-    logDirectory += '\\';
-    mailMan_->put_DebugLogFilePath(logDirectory.c_str());
-    mailMan_->put_SentMailLogFile(kSentMailLog);
+    const Turn turn(workbench);
+    if (!turn) return;
+    std::string directory = XString(plat::currentDirectory()).ansi();
+    if (directory.size() > kLongestDirectory) directory.clear();
+    directory += '\\';
+    turn->mailMan.put_DebugLogFilePath(directory.c_str());
+    turn->mailMan.put_SentMailLogFile(kSentMailLog);
+    const std::lock_guard guard(lock_);
+    logDirectory_ = std::move(directory);
+}
+
+void PluginState::setBody(const char* text) {
+    std::string body(text);
+    const std::lock_guard guard(lock_);
+    body_.swap(body);
 }
 
 void PluginState::setLogo(const char* path) {
-    if (!email_) return;
+    const Turn turn(workbench);
+    if (!turn) return;
     TvString contentId;
-    const bool added = *path && email_->AddRelatedFile(path, contentId);
-    body = added ? bodyWithLogo(body, contentId.bytes()) : bodyWithoutLogo(body);
-    email_->SetHtmlBody(body.c_str());
+    const bool added = *path && turn->email.AddRelatedFile(path, contentId);
+    std::string html;
+    {
+        const std::lock_guard guard(lock_);
+        html = added ? bodyWithLogo(body_, contentId.bytes()) : bodyWithoutLogo(body_);
+        body_ = html;
+    }
+    turn->email.SetHtmlBody(html.c_str());
 }
 
 void PluginState::setAttachment(const char* path) {
-    if (!email_ || email_->AddFileAttachment(path)) return;
-    plat::sysDialog().showError(kErrorTitle, email_->LastErrorText().bytes());
+    TvString reason;
+    {
+        const Turn turn(workbench);
+        if (!turn || turn->email.AddFileAttachment(path)) return;
+        reason = turn->email.LastErrorText();
+    }
+    plat::sysDialog().showError(kErrorTitle, reason.bytes());
 }
 
 bool PluginState::send() {
-    if (!mailMan_ || !email_) {
-        lastError = "Nothing was sent: Initialise has not been called.";
+    const Turn turn(workbench);
+    if (!turn) {
+        lastError.set("Nothing was sent: Initialise has not been called.");
         return false;
     }
-    if (!mailMan_->VerifySmtpConnection()) {
-        lastError = mailMan_->LastErrorText().bytes();
+    TvMailMan& mailMan = turn->mailMan;
+    if (!mailMan.VerifySmtpConnection()) {
+        lastError.set(mailMan.LastErrorText().bytes());
         return false;
     }
-    lastError.clear();
-    mailMan_->ClearSmtpSessionLog();
-    const ResetAfterSend reset(*this);
-    if (!mailMan_->SendEmail(*email_)) lastError = mailMan_->SmtpSessionLog().bytes();
-    return lastError.empty();
+    mailMan.ClearSmtpSessionLog();
+    const ResetAfterSend reset(*turn);
+    std::string failure;
+    if (!mailMan.SendEmail(turn->email)) failure = mailMan.SmtpSessionLog().bytes();
+    const bool sent = failure.empty();
+    lastError.set(std::move(failure));
+    return sent;
 }
 
 void PluginState::resetEmail() {
-    if (!email_) return;
-    email_->ClearBcc();
-    email_->ClearCC();
-    email_->ClearTo();
-    email_->KeepFrom();
-    email_->put_Subject("");
-    email_->RemovePlainTextAlternative();
-    email_->RemoveHtmlAlternative();
-    email_->DropAttachments();
-    email_->DropRelatedItems();
+    const Turn turn(workbench);
+    if (turn) turn->resetEmail();
+}
+
+std::string PluginState::body() const {
+    const std::lock_guard guard(lock_);
+    return body_;
+}
+
+std::string PluginState::logDirectory() const {
+    const std::lock_guard guard(lock_);
+    return logDirectory_;
 }
 
 }  // namespace tv

@@ -1,16 +1,18 @@
 // The one state record that all exports share, and the exports that are more than a single setter.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
-#include <memory>
+#include <mutex>
 #include <string>
 
-#include "mail/TvMailMan.h"
-#include "mime/TvEmail.h"
+#include "plugin/LastError.h"
+#include "plugin/Workbench.h"
 
 namespace tv {
 
-// Used by one host thread; takes no lock.
+// Safe to use from any thread. Nothing is locked while the user looks at a message box: the box
+// runs the host's timers and windows, which may call whatever they like.
 class PluginState {
 public:
     // Made on first use and never destroyed: a host may unload the library or exit at any moment,
@@ -19,16 +21,14 @@ public:
     // For tests: another record in its place (nullptr: the own one again); returns the one before.
     static PluginState* replaceInstance(PluginState* state);
 
-    PluginState();
+    PluginState() = default;
 
-    // Null until initialise.
-    TvMailMan* mailMan() { return mailMan_.get(); }
-    TvEmail* email() { return email_.get(); }
-
-    // Replaces both objects by fresh ones; on an exception the old ones stay.
+    // Puts a fresh workbench in place; on an exception the old one stays. A send under way goes on
+    // with the one that it has.
     void initialise();
     // Names the sent-mail log; the debug log path becomes the current directory itself.
     void setLogging();
+    void setBody(const char* text);
     // Turns the body into the message's HTML body, with the image in it unless path is empty.
     void setLogo(const char* path);
     // The user sees a failure at once; nothing else reports it.
@@ -38,14 +38,17 @@ public:
     bool send();
     void resetEmail();
 
-    int32_t noopCount = 0;  // kept for the host, read by nobody
-    std::string body;       // reaches the e-mail through setLogo alone
-    std::string lastError;  // in the ANSI code page
-    std::string logDirectory;
+    std::string body() const;          // reaches the e-mail through setLogo alone
+    std::string logDirectory() const;  // in the ANSI code page
+
+    std::atomic<int32_t> noopCount = 0;  // kept for the host, read by nobody
+    LastError lastError;                 // in the ANSI code page
+    WorkbenchSlot workbench;             // empty until initialise
 
 private:
-    std::unique_ptr<TvMailMan> mailMan_;
-    std::unique_ptr<TvEmail> email_;
+    mutable std::mutex lock_;  // for the strings below; held for no more than their change
+    std::string body_;
+    std::string logDirectory_;
 };
 
 // "An error occurred", in Hungarian, as the bytes that both Central and Western European code pages

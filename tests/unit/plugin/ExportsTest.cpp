@@ -1,12 +1,16 @@
 // The exports as a host calls them, linked into the test, over a network of data.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "emailsending.h"
 #include "mail/ClsMailMan.h"
 #include "mail/NtlmVersion.h"
+#include "platform/SysClock.h"
 #include "platform/SysDialog.h"
 #include "plugin/PluginState.h"
 #include "tests/fixtures/Dialogue.h"
@@ -29,8 +33,10 @@ public:
     void showError(const char* titleBytes, std::string_view text) override {
         titles.push_back(titleBytes);
         texts.emplace_back(text);
+        if (whileOpen) std::exchange(whileOpen, nullptr)();
     }
 
+    std::function<void()> whileOpen;  // what the host's timers do
     std::vector<std::string> titles;
     std::vector<std::string> texts;
 
@@ -48,7 +54,7 @@ protected:
         tv::setDefaultNtlmVersion(2);
     }
 
-    SmtpSettings& settings() { return state.mailMan()->impl().settings(); }
+    SmtpSettings& settings() { return state.workbench.current()->mailMan.impl().settings(); }
 
     void prepareMessage() {
         ::setSmtpHost(kServer);
@@ -113,9 +119,8 @@ TEST_F(ExportsTest, BeforeInitialiseNothingIsDoneAndSendingSaysWhy) {
         state.lastError.clear();
     }
     EXPECT_TRUE(dialog.texts.empty());
-    EXPECT_EQ(state.logDirectory, "");
-    EXPECT_EQ(state.mailMan(), nullptr);
-    EXPECT_EQ(state.email(), nullptr);
+    EXPECT_EQ(state.logDirectory(), "");
+    EXPECT_EQ(state.workbench.current(), nullptr);
 }
 
 TEST_F(ExportsTest, NullIsTheEmptyString) {
@@ -126,7 +131,7 @@ TEST_F(ExportsTest, NullIsTheEmptyString) {
     for (const XString& text : {s.smtpHost, s.userName, s.password, s.authMethod, s.loginDomain}) {
         EXPECT_TRUE(text.empty()) << text.utf8();
     }
-    EXPECT_EQ(state.body, "");
+    EXPECT_EQ(state.body(), "");
     EXPECT_EQ(::setRecipient(nullptr), 0);
     EXPECT_EQ(::setCC(nullptr), 0);
     EXPECT_EQ(::setBCC(nullptr), 0);
@@ -199,16 +204,16 @@ TEST_F(ExportsTest, InitialiseStartsAnewButKeepsTheStatesStrings) {
     ::setBody("kept {LOGO}");
     ::setLogging();
     ::setVerboseLogging();
-    const std::string directory = state.logDirectory;
+    const std::string directory = state.logDirectory();
     EXPECT_TRUE(directory.size() > 1 && directory.back() == '\\');
     EXPECT_EQ(settings().sentMailLogFile, "emailsending.log");
     EXPECT_EQ(::Initialise(), 0);
     EXPECT_EQ(settings().smtpPort, 25);
     EXPECT_TRUE(settings().smtpHost.empty());
     EXPECT_TRUE(settings().sentMailLogFile.empty());
-    EXPECT_FALSE(state.mailMan()->impl().verboseLogging());
-    EXPECT_EQ(state.body, "kept {LOGO}");
-    EXPECT_EQ(state.logDirectory, directory);
+    EXPECT_FALSE(state.workbench.current()->mailMan.impl().verboseLogging());
+    EXPECT_EQ(state.body(), "kept {LOGO}");
+    EXPECT_EQ(state.logDirectory(), directory);
 }
 
 TEST_F(ExportsTest, InitialiseWaitsNoLongerForAServerThatFellSilent) {
@@ -227,7 +232,7 @@ TEST_F(ExportsTest, InitialiseWaitsNoLongerForAServerThatFellSilent) {
 
 TEST_F(ExportsTest, AMissingAttachmentIsShownAndNothingElse) {
     ::Initialise();
-    state.lastError = "as before";
+    state.lastError.set("as before");
     ::setAttachment("no-such-f\xC3\xADle.txt");
     ASSERT_EQ(dialog.texts.size(), 1u);
     EXPECT_EQ(dialog.titles[0], "\x48\x69\x62\x61\x20\x74\xF6\x72\x74\xE9\x6E\x74");
@@ -236,11 +241,58 @@ TEST_F(ExportsTest, AMissingAttachmentIsShownAndNothingElse) {
     EXPECT_STREQ(::getLastError(), "as before");
 }
 
+TEST_F(ExportsTest, WhileTheMessageBoxIsOpenEveryFunctionWorks) {
+    ::Initialise();
+    prepareMessage();
+    serveTrial();
+    const FakeLink& first = serve("open; mail; rcpt; rcpt2; data; text; quit");
+    dialog.whileOpen = [&] {
+        std::thread([] { EXPECT_EQ(::setCC("cili@to.test"), 1); }).join();
+        ::setAttachment("missing, too");
+        EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
+        ::Initialise();
+        prepareMessage();
+    };
+    ::setAttachment("missing");
+    EXPECT_EQ(dialog.texts.size(), 2u);
+    EXPECT_TRUE(first.finished);
+    serveTrial();
+    serveMessage();
+    EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
+}
+
+TEST_F(ExportsTest, ASendUnderWayFinishesWithWhatItBeganWith) {
+    ::Initialise();
+    prepareMessage();
+    serveTrial();
+    const FakeLink& first = serveMessage();
+    net.onWait = [&] {  // what the system may bring into the thread that sends
+        if (!contains(first.fromClient, "MAIL FROM")) return;
+        net.onWait = nullptr;
+        EXPECT_EQ(::setRecipient("stranger@to.test"), 0);
+        EXPECT_EQ(::szBrisko(), 0);
+        EXPECT_STREQ(::getLastError(),
+                     "Sending failed: A function was called from within another one.");
+        ::Initialise();
+        prepareMessage();
+        ::setSubject("Second");
+    };
+    EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
+    EXPECT_TRUE(contains(first.fromClient, "Subject: Subject of it\r\n"));
+    EXPECT_FALSE(contains(first.fromClient, "stranger"));
+    EXPECT_TRUE(first.closedByClient);  // nothing else holds the old objects
+
+    serveTrial();
+    const FakeLink& second = serveMessage();
+    EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
+    EXPECT_TRUE(contains(second.fromClient, "Subject: Second\r\n"));
+}
+
 TEST_F(ExportsTest, AMissingLogoLeavesOnlyThePlaceholderOut) {
     ::Initialise();
     ::setBody("abc{LOGO}def");
     ::setLogo("no-such-logo.png");
-    EXPECT_EQ(state.body, "abcdef");
+    EXPECT_EQ(state.body(), "abcdef");
     EXPECT_TRUE(dialog.texts.empty());
 }
 
@@ -286,7 +338,7 @@ TEST_F(ExportsTest, AfterASendTheMessageIsEmptyButTheBodyTextStays) {
     serveTrial();
     const FakeLink& link = serve("open; transaction; delivered");
     EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
-    EXPECT_EQ(state.body, "<p>Body of it</p>");
+    EXPECT_EQ(state.body(), "<p>Body of it</p>");
 
     EXPECT_EQ(::setRecipient("bela@to.test"), 1);
     serveTrial();
@@ -357,7 +409,37 @@ TEST_F(ExportsTest, AConnectionThatBrokeOffInMidMessageIsNotUsedAgain) {
     }
 }
 
-TEST_F(ExportsTest, TheErrorTextStaysUntilTheNextSend) {
+struct BrokenClock final : plat::SysClock {
+    uint64_t monotonicNs() override { throw std::runtime_error("no clock"); }
+    plat::CivilTime localTime() override { return {}; }
+    uint64_t fileTimeUtc() override { return 0; }
+    void sleepMs(uint32_t) override {}
+};
+
+// Or the next message goes to the recipients of this one, too.
+TEST_F(ExportsTest, AResetThatFailedIsMadeUpFor) {
+    BrokenClock broken;
+    ::Initialise();
+    prepareMessage();
+    serveTrial();
+    const FakeLink& first = serveMessage();
+    net.onWait = [&] {
+        if (!contains(first.fromClient, "\r\n.\r\n")) return;
+        plat::replaceSysClock(&broken);
+        throw std::bad_alloc();
+    };
+    EXPECT_EQ(::szBrisko(), 0);
+    EXPECT_EQ(::setRecipient("lost@to.test"), 0);
+    plat::replaceSysClock(&clock);
+    net.onWait = nullptr;
+    ::setFromAddress("anna@from.test");
+    EXPECT_EQ(::setRecipient("cili@to.test"), 1);
+    serveTrial();
+    serve("open; mail; rcpt2; data; text; quit");
+    EXPECT_EQ(::szBrisko(), 1) << ::getLastError();
+}
+
+TEST_F(ExportsTest, TheErrorTextStaysWhateverOthersDo) {
     ::Initialise();
     ::setSmtpHost(kServer);
     ::setSmtpPort(kPort);
@@ -368,7 +450,9 @@ TEST_F(ExportsTest, TheErrorTextStaysUntilTheNextSend) {
     callAll("other@example.test", 3);
     ::Initialise();
     EXPECT_EQ(::getLastError(), text);
+    std::thread([] { EXPECT_EQ(::szBrisko(), 0); }).join();
     EXPECT_EQ(copy, text);
+    EXPECT_NE(copy, ::getLastError());
 }
 
 }  // namespace
