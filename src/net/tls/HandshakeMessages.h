@@ -15,7 +15,7 @@ namespace tv::tls {
 
 using CertificateList = std::vector<std::span<const uint8_t>>;  // DER, the server's own first
 
-constexpr size_t kMaxCertificates = 16;
+constexpr size_t kMaxCertificates = 64;
 
 bool parseCertificate12(std::span<const uint8_t> body, CertificateList& out);
 // The context must be empty in the handshake; extensions of entries must have been asked for

@@ -13,7 +13,7 @@
 namespace tv::x509 {
 namespace {
 
-constexpr size_t kMaxSent = 16;
+constexpr size_t kMaxSent = 64;
 constexpr size_t kMaxDepth = 8;
 constexpr int kMaxSignatureChecks = 100;
 constexpr size_t kMinRsaBits = 1024;
@@ -76,8 +76,17 @@ bool keyIdsFit(const Certificate& certificate, const Certificate& issuer) {
            sameBytes(certificate.authorityKeyId, issuer.subjectKeyId);
 }
 
-// Depth first over everything that could have issued the last certificate of the path. The first
-// fault met is the one that is told, unless some path holds.
+// How much a fault tells: the longer the path to it the more, and of two at the same place the one
+// of a certificate that did sign, before one of a namesake, before the want of any issuer.
+size_t weightOf(ChainRule rule, size_t pathSize) {
+    const size_t kind = rule == ChainRule::UnknownIssuer  ? 1
+                        : rule == ChainRule::BadSignature ? 2
+                                                          : 3;
+    return pathSize * 4 + kind;
+}
+
+// Depth first over everything that could have issued the last certificate of the path. Where none
+// holds, the fault of the best path is told.
 class PathBuilder {
 public:
     PathBuilder(std::vector<Certificate> sent, std::string_view host, int64_t now,
@@ -87,15 +96,15 @@ public:
     ChainVerdict build() {
         path_.push_back(&sent_.front());
         if (extend()) return {};
-        if (first_.broken == ChainRule::None) note(broken(ChainRule::UnknownIssuer, *deepest()));
-        return first_;
+        return best_;
     }
 
 private:
-    const Certificate* deepest() const { return deepest_ ? deepest_ : &sent_.front(); }
-
     void note(ChainVerdict verdict) {
-        if (first_.broken == ChainRule::None) first_ = std::move(verdict);
+        const size_t weight = weightOf(verdict.broken, path_.size());
+        if (weight <= bestWeight_) return;
+        bestWeight_ = weight;
+        best_ = std::move(verdict);
     }
 
     bool extend() {
@@ -105,22 +114,23 @@ private:
             note(broken(ChainRule::PathTooLong, last));
             return false;
         }
-        bool anyIssuer = false;
         for (const Certificate& candidate : sent_) {
-            const bool used = std::find(path_.begin(), path_.end(), &candidate) != path_.end();
-            if (used || candidate.subjectName != last.issuerName) continue;
-            if (!keyIdsFit(last, candidate)) continue;
-            anyIssuer = true;
-            if (!mayIssue(candidate) || !isSignedBy(last, candidate.key)) continue;
+            if (candidate.subjectName != last.issuerName || isOnPath(candidate)) continue;
+            if (!keyIdsFit(last, candidate) || !mayIssue(candidate, last)) continue;
             path_.push_back(&candidate);
             if (extend()) return true;
             path_.pop_back();
         }
-        if (!anyIssuer && !anchorSeen_) {
-            deepest_ = &last;
-            note(broken(ChainRule::UnknownIssuer, last));
-        }
+        note(broken(ChainRule::UnknownIssuer, last));
         return false;
+    }
+
+    // The same name with the same key leads nowhere that it has not led to already.
+    bool isOnPath(const Certificate& candidate) const {
+        return std::any_of(path_.begin(), path_.end(), [&](const Certificate* other) {
+            return other->subjectName == candidate.subjectName &&
+                   sameBytes(other->subjectPublicKeyInfo, candidate.subjectPublicKeyInfo);
+        });
     }
 
     bool endsAtAnchor(const Certificate& last) {
@@ -128,26 +138,19 @@ private:
         for (const Bytes der : anchors_.findBySubject(last.subjectName)) {
             if (sameBytes(der, last.whole)) return true;
         }
-        anchorSeen_ = false;
         for (const Bytes der : anchors_.findBySubject(last.issuerName)) {
             Certificate anchor;
-            if (!parseCertificate(der, anchor)) continue;
-            anchorSeen_ = true;
-            const ChainVerdict time = checkTime(anchor, now_);
-            if (!time.trusted()) {
-                note(time);
-                continue;
-            }
-            if (!mayIssue(anchor) || !isSignedBy(last, anchor.key)) continue;
-            return true;
+            if (parseCertificate(der, anchor) && mayIssue(anchor, last)) return true;
         }
         return false;
     }
 
-    // What an issuer of the last certificate must be, given the path below it.
-    bool mayIssue(const Certificate& issuer) {
-        ChainVerdict verdict = checkTime(issuer, now_);
-        if (verdict.trusted()) verdict = checkKey(issuer);
+    // What an issuer of the last certificate must be, given the path below it. Who did not sign is
+    // a namesake, and its other faults tell nothing.
+    bool mayIssue(const Certificate& issuer, const Certificate& last) {
+        ChainVerdict verdict = checkKey(issuer);
+        if (verdict.trusted() && !isSignedBy(last, issuer.key)) return false;
+        if (verdict.trusted()) verdict = checkTime(issuer, now_);
         if (verdict.trusted()) verdict = judgeAuthority(issuer);
         if (verdict.trusted()) return true;
         note(std::move(verdict));
@@ -197,10 +200,9 @@ private:
     int64_t now_;
     const AnchorSource& anchors_;
     std::vector<const Certificate*> path_;
-    const Certificate* deepest_ = nullptr;
-    ChainVerdict first_;
+    ChainVerdict best_;
+    size_t bestWeight_ = 0;
     int checks_ = 0;
-    bool anchorSeen_ = false;  // for the last certificate of the path
 };
 
 // Whether an RSA key makes signatures of this algorithm. One for RSASSA-PSS alone may name the hash

@@ -53,8 +53,9 @@ struct ChainVerdict {
 };
 
 // chain is what the server sent, its own certificate first, the others in any order and with any
-// extras. nowSeconds: seconds since 1970-01-01 UTC. At most 16 certificates, 8 of them in a chain,
-// 100 signatures checked.
+// extras. nowSeconds: seconds since 1970-01-01 UTC. At most 64 certificates, 8 of them in a chain,
+// 100 signatures checked. Where no chain holds, the verdict is the fault of the best one: of the one
+// that came nearest to an anchor.
 ChainVerdict verifyChain(std::span<const Bytes> chain, std::string_view host, int64_t nowSeconds,
                          const AnchorSource& anchors);
 

@@ -308,6 +308,34 @@ const Case kCases[] = {
     {"ShortKey", ChainRule::WeakKey, [](Chain& c) { c.leaf.key = "rsa512"; }},
     {"MissingMiddle", ChainRule::UnknownIssuer, [](Chain& c) { c.sendMiddle = false; }},
     {"NoAnchor", ChainRule::UnknownIssuer, [](Chain& c) { c.trustRoot = false; }},
+    {"ExpiredTwinOfTheMiddle", ChainRule::UnknownIssuer,
+     [](Chain& c) {
+         c.extras = {c.middle};
+         c.extras[0].notAfter = kNow - 1;
+         c.trustRoot = false;
+     }},
+    {"NamesakeOfAnExpiredMiddle", ChainRule::Expired,
+     [](Chain& c) {
+         c.extras = {c.middle};
+         c.extras[0].key = "p384other";
+         c.middle.notAfter = kNow - 1;
+     }},
+    {"NamesakeOfAMiddleFromNobody", ChainRule::UnknownIssuer,
+     [](Chain& c) {
+         c.extras = {c.middle};
+         c.extras[0].key = "p384other";
+         c.trustRoot = false;
+     }},
+    {"ExpiredRootBesideAnUnknownOne", ChainRule::Expired,
+     [](Chain& c) {
+         c.extras = {c.middle};
+         c.extras[0].issuer = "Unknown Root";
+         c.root.notAfter = kNow - 1;
+     }},
+    {"SixtyStrangers", ChainRule::None,
+     [](Chain& c) {
+         c.extras.assign(60, {"Other", "Other", "other", "other", {}});
+     }},
     {"SelfSignedLeaf", ChainRule::UnknownIssuer,
      [](Chain& c) {
          c.leaf.issuer = c.leaf.subject;
