@@ -59,6 +59,31 @@ uint64_t endOfTrustMs(x509::Bytes leaf, uint64_t nowMs) {
     return std::min(expiresMs, nowMs + kWeekMs);
 }
 
+// RFC 8446, 6.2.
+tls::Alert alertOf(x509::ChainRule rule) {
+    using x509::ChainRule;
+    static constexpr std::pair<ChainRule, tls::Alert> kAlerts[] = {
+        {ChainRule::Unreadable, tls::Alert::BadCertificate},
+        {ChainRule::NotYetValid, tls::Alert::CertificateExpired},  // "or is not currently valid"
+        {ChainRule::Expired, tls::Alert::CertificateExpired},
+        {ChainRule::HostMismatch, tls::Alert::BadCertificate},
+        {ChainRule::NotForServers, tls::Alert::UnsupportedCertificate},
+        {ChainRule::UnknownCritical, tls::Alert::UnsupportedCertificate},
+        {ChainRule::WeakSignature, tls::Alert::BadCertificate},
+        {ChainRule::WeakKey, tls::Alert::BadCertificate},
+        {ChainRule::NameConstraint, tls::Alert::BadCertificate},
+        {ChainRule::BadSignature, tls::Alert::BadCertificate},
+        {ChainRule::NotAnAuthority, tls::Alert::UnknownCa},
+        {ChainRule::MayNotSign, tls::Alert::UnknownCa},
+        {ChainRule::PathTooLong, tls::Alert::UnknownCa},
+        {ChainRule::UnknownIssuer, tls::Alert::UnknownCa},
+    };
+    for (const auto& [known, alert] : kAlerts) {
+        if (known == rule) return alert;
+    }
+    return tls::Alert::CertificateUnknown;
+}
+
 // The server says that it can do more than the repetition without TLS 1.3 offers.
 bool refusesFallback(const tls::TlsProtocol& engine) {
     return engine.failure() == tls::TlsFailure::Downgrade ||
@@ -214,12 +239,26 @@ bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSet
         log.logInfo("Whether it has been revoked is not checked.");
         return true;
     }
+    return refuseCertificate(verdict, log, params);
+}
+
+// Tells the log and the server. Whoever looks after the server is to find the reason there, so the
+// alert must not get lost: closing with unread bytes would overtake it.
+bool SChannelTolvane::refuseCertificate(const x509::ChainVerdict& verdict, LogBase& log,
+                                        SocketParams& params) {
     log.logError("SSL server certificate verification failed.");
     log.logError(x509::ruleText(verdict.broken));
     log.logData("certificate", verdict.subject);
     log.logData("issuedBy", verdict.issuer);
     if (!verdict.detail.empty()) log.logData("detail", verdict.detail);
     params.connectFailReason = ConnectFailReason::CertificateInvalid;
+    engine_->refuseCertificate(alertOf(verdict.broken));
+    LogNull quiet;
+    SocketParams own;
+    own.monitor = params.monitor;
+    if (flush(kMaxGoodbyeMs, quiet, own)) {
+        socket_.terminateConnection(CloseForm::Graceful, kMaxGoodbyeMs, quiet, own);
+    }
     return false;
 }
 

@@ -14,6 +14,7 @@
 #include "net/SocketParams.h"
 #include "net/TolvaneSocket.h"
 #include "net/tls/TlsProtocol.h"
+#include "net/x509/X509Chain.h"
 
 namespace tv {
 
@@ -72,6 +73,7 @@ private:
     bool takeArrived(LogBase& log, SocketParams& params);
     bool checkServerCert(std::string_view host, const TlsChannelSettings& settings, LogBase& log,
                          SocketParams& params);
+    bool refuseCertificate(const x509::ChainVerdict& verdict, LogBase& log, SocketParams& params);
     bool handshakeFailed(int road, LogBase& log, SocketParams& params);
     void keepSession();
 

@@ -80,7 +80,7 @@ class TrustServer(tls_servers.Server):
 
     def command(self):
         above = ["-cert_chain", self.chain.path("between")] if self.above else []
-        return ["openssl", "s_server", "-accept", f"127.0.0.1:{self.port}", "-rev", "-cert",
+        return ["openssl", "s_server", "-accept", f"127.0.0.1:{self.port}", "-rev", "-msg", "-cert",
                 self.chain.path(self.leaf), "-key", self.chain.path(self.leaf, "key"), *above]
 
 
@@ -107,29 +107,31 @@ def probe(request):
 EXPIRED, EARLY = "The certificate has expired.", "The certificate is not valid yet."
 OTHER = "The certificate was issued for another host."
 NOBODY = "The issuer of the certificate is not known or not trusted."
-# server, anchor, host, the rule that is broken, whose certificate breaks it, who issued that
+# server, anchor, host, the rule that is broken, whose certificate breaks it, who issued that, the alert
 VERDICTS = {
-    "good": ("good", "root", "localhost", None, None, None),
-    "good by its address": ("good", "root", "127.0.0.1", None, None, None),
-    "the one between is the anchor": ("good", "between", "localhost", None, None, None),
-    "signed by itself and trusted": ("lonely", "lonely", "localhost", None, None, None),
-    "another name": ("other", "root", "localhost", OTHER, "other", "between"),
-    "another address": ("other", "root", "127.0.0.1", OTHER, "other", "between"),
-    "expired": ("expired", "root", "localhost", EXPIRED, "expired", "between"),
-    "not yet valid": ("early", "root", "localhost", EARLY, "early", "between"),
-    "unknown issuer": ("good", "stranger", "localhost", NOBODY, "between", "root"),
-    "nothing between": ("good -", "root", "localhost", NOBODY, "good", "between"),
-    "signed by itself": ("lonely", "root", "localhost", NOBODY, "lonely", "lonely"),
+    "good": ("good", "root", "localhost", None, None, None, None),
+    "good by its address": ("good", "root", "127.0.0.1", None, None, None, None),
+    "the one between is the anchor": ("good", "between", "localhost", None, None, None, None),
+    "signed by itself and trusted": ("lonely", "lonely", "localhost", None, None, None, None),
+    "another name": ("other", "root", "localhost", OTHER, "other", "between", "bad_certificate"),
+    "another address": ("other", "root", "127.0.0.1", OTHER, "other", "between", "bad_certificate"),
+    "expired": ("expired", "root", "localhost", EXPIRED, "expired", "between", "certificate_expired"),
+    "not yet valid": ("early", "root", "localhost", EARLY, "early", "between", "certificate_expired"),
+    "unknown issuer": ("good", "stranger", "localhost", NOBODY, "between", "root", "unknown_ca"),
+    "nothing between": ("good -", "root", "localhost", NOBODY, "good", "between", "unknown_ca"),
+    "signed by itself": ("lonely", "root", "localhost", NOBODY, "lonely", "lonely", "unknown_ca"),
 }
 
 
 @pytest.mark.parametrize("name", VERDICTS)
 def test_a_chain_and_its_anchor(chain, probe, name):
-    server, anchor, host, rule, subject, issuer = VERDICTS[name]
+    server, anchor, host, rule, subject, issuer, alert = VERDICTS[name]
     leaf, _, alone = server.partition(" ")
     with TrustServer(chain, leaf, above=not alone and leaf != "lonely") as server:
         result = probe.run(port=server.port, host=host, anchors=probe.path(chain.path(anchor)), log=1,
                            talk="rev", bytes=1000)
+        if alert:
+            server.wait(f"<<< .* Alert .*, fatal {alert}\n")
     log = result["log"]
     assert result["ok"] == (rule is None), log
     assert "Verifying server certificate..." in log

@@ -20,13 +20,21 @@ bool TlsProtocol::start(LogBase& log) {
 
 // Ends the connection with the alert that goes with the failure. Always false.
 bool TlsProtocol::fail(TlsFailure failure, LogBase& log) {
-    failure_ = failure;
     log.logError(textOf(failure));
-    if (failure != TlsFailure::PeerAlert) sendAlert(AlertLevel::Fatal, alertOf(failure));
+    end(failure, alertOf(failure));
+    return false;
+}
+
+void TlsProtocol::end(TlsFailure failure, Alert alert) {
+    failure_ = failure;
+    if (failure != TlsFailure::PeerAlert) sendAlert(AlertLevel::Fatal, alert);
     handshake_.reset();
     session_.reset();
     traffic_ = {};
-    return false;
+}
+
+void TlsProtocol::refuseCertificate(Alert alert) {
+    if (failure_ == TlsFailure::None) end(TlsFailure::CertificateRefused, alert);
 }
 
 void TlsProtocol::sendAlert(AlertLevel level, Alert alert) {

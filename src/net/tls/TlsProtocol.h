@@ -31,6 +31,8 @@ public:
     // Protects bytes and appends their records to the output. Not during a renegotiation.
     bool sendApplicationData(std::span<const uint8_t> bytes, LogBase& log);
     void sendCloseNotify();
+    // Ends the connection because of the server's certificate, with the alert that says why.
+    void refuseCertificate(Alert alert);
 
     // Bytes for the peer; whoever sends them removes them.
     DataBuffer& output() { return records_.outbox(); }
@@ -51,6 +53,7 @@ public:
 
 private:
     bool fail(TlsFailure failure, LogBase& log);
+    void end(TlsFailure failure, Alert alert);
     TlsFailure process(const Record& record, LogBase& log);
     TlsFailure onChangeCipherSpec(std::span<const uint8_t> body);
     TlsFailure onAlert(std::span<const uint8_t> body, LogBase& log);
