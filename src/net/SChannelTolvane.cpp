@@ -15,6 +15,7 @@
 #include "net/WholeLimit.h"
 #include "net/x509/X509Cert.h"
 #include "net/x509/X509Chain.h"
+#include "net/x509/X509Name.h"
 #include "platform/SysClock.h"
 
 namespace tv {
@@ -48,15 +49,25 @@ tls::SessionScope scopeOf(std::string_view host, int port, const tls::TlsSetting
     return scope;
 }
 
-// How long sessions may spare the verification of a chain that was verified now: its certificate
-// must last, and revocations, removed anchors and new rules count after a week at the latest,
-// however often the server renews its tickets.
-uint64_t endOfTrustMs(x509::Bytes leaf, uint64_t nowMs) {
+// How long sessions may spare the verification of a chain that was verified now: no longer than its
+// certificate lasts, and a week at most, however often the server renews its tickets.
+uint64_t endOfTrustMs(const x509::Certificate& leaf, uint64_t nowMs) {
     constexpr uint64_t kWeekMs = uint64_t{7} * 24 * 3600 * 1000;
-    x509::Certificate certificate;
-    if (!x509::parseCertificate(leaf, certificate) || certificate.notAfter < 0) return 0;
-    const uint64_t expiresMs = (static_cast<uint64_t>(certificate.notAfter) + 1) * 1000;
+    if (leaf.notAfter < 0) return 0;
+    const uint64_t expiresMs = (static_cast<uint64_t>(leaf.notAfter) + 1) * 1000;
     return std::min(expiresMs, nowMs + kWeekMs);
+}
+
+// Whether the server's key may do what the key exchange makes it do: sign, or decrypt a premaster
+// secret (RFC 5246, 7.4.2; RFC 8446, 4.4.2.2).
+x509::ChainVerdict judgeKeyUsage(const x509::Certificate& leaf, const tls::CipherSuite& suite) {
+    const bool signs = suite.keyExchange != tls::KeyExchangeKind::Rsa;
+    const uint16_t needed = signs ? x509::kDigitalSignature : x509::kKeyEncipherment;
+    if (!leaf.keyUsage || (*leaf.keyUsage & needed) != 0) return {};
+    return {x509::ChainRule::NotForServers, x509::nameText(leaf.subject),
+            x509::nameText(leaf.issuer),
+            std::string("its key usage lacks ") + (signs ? "digitalSignature" : "keyEncipherment") +
+                ", which " + std::string(suite.name) + " needs"};
 }
 
 // RFC 8446, 6.2.
@@ -214,16 +225,24 @@ bool SChannelTolvane::readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& p
 bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSettings& settings,
                                       LogBase& log, SocketParams& params) {
     const LogContextExitor context(log, "checkServerCert");
+    const auto& chain = engine_->negotiated().chain;  // empty for a resumed session
+    x509::Certificate leaf;
+    const bool readable = !chain.empty() && x509::parseCertificate(chain.front(), leaf);
+    const x509::ChainVerdict usage =
+        readable ? judgeKeyUsage(leaf, *engine_->negotiated().suite) : x509::ChainVerdict();
     if (!settings.requireSslCertVerify) {
         log.logInfo("Not verifying server certificate...");
         log.logInfo("Set the RequireSslCertVerify property to enable verification.");
+        if (!usage.trusted()) {
+            log.logInfo("Warning: the server's certificate does not fit the key exchange: " +
+                        usage.detail + ".");
+        }
         return true;
     }
     if (engine_->negotiated().resumed) {
         log.logInfo("Not verifying server certificate because this TLS session is a resumption.");
         return true;
     }
-    const auto& chain = engine_->negotiated().chain;
     if (chain.empty()) {
         log.logError("No server certificate is available.");
         params.connectFailReason = ConnectFailReason::NoServerCertificate;
@@ -231,10 +250,11 @@ bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSet
     }
     log.logInfo("Verifying server certificate...");
     const uint64_t nowMs = wallClockMs();
-    const x509::ChainVerdict verdict = verifyServerChain(
-        chain, host, static_cast<int64_t>(nowMs / 1000), settings.trustAnchorsFile, log);
+    x509::ChainVerdict verdict = verifyServerChain(chain, host, static_cast<int64_t>(nowMs / 1000),
+                                                   settings.trustAnchorsFile, log);
+    if (verdict.trusted()) verdict = usage;
     if (verdict.trusted()) {
-        verifiedUntilMs_ = endOfTrustMs(chain.front(), nowMs);
+        verifiedUntilMs_ = endOfTrustMs(leaf, nowMs);
         log.logInfo("Server certificate is verified.");
         log.logInfo("Whether it has been revoked is not checked.");
         return true;

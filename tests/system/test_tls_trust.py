@@ -31,6 +31,12 @@ commonName = supplied
 basicConstraints = critical,CA:TRUE
 [leaf]
 subjectAltName = {names}
+[signing]
+subjectAltName = {names}
+keyUsage = digitalSignature
+[encrypting]
+subjectAltName = {names}
+keyUsage = keyEncipherment
 """
 BUNDLES = ["/etc/ssl/certs/ca-certificates.crt", "/etc/pki/ca-trust/extracted/pem/tls-ca-bundle.pem",
            "/etc/ssl/ca-bundle.pem", "/etc/ssl/cert.pem"]
@@ -55,16 +61,18 @@ class Chain:
                                    ("ending", "DNS:localhost", "soon")):
             self.issue(leaf, "between", "leaf", names, years)
         self.issue("lonely", "lonely", "leaf", "DNS:localhost")
+        for usage in ("signing", "encrypting"):
+            self.issue(usage, "between", usage, "DNS:localhost", key=["rsa:2048"])
 
     def path(self, name, kind="pem"):
         return self.folder / f"{name}.{kind}"
 
-    def issue(self, name, issuer, section, names="DNS:x", years="now"):
+    def issue(self, name, issuer, section, names="DNS:x", years="now",
+              key=("ec", "-pkeyopt", "ec_paramgen_curve:P-256")):
         config = self.folder / "ca.cnf"
         config.write_text(CONFIG.format(folder=self.folder, names=names))
-        tls_servers.run("openssl", "req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
-                        "-nodes", "-subj", f"/CN=the {name} one", "-keyout", self.path(name, "key"), "-out",
-                        self.path(name, "csr"))
+        tls_servers.run("openssl", "req", "-new", "-newkey", *key, "-nodes", "-subj", f"/CN=the {name} one",
+                        "-keyout", self.path(name, "key"), "-out", self.path(name, "csr"))
         how = ["-selfsign"] if name == issuer else ["-cert", self.path(issuer)]
         tls_servers.run("openssl", "ca", "-batch", "-config", config, *how, "-keyfile", self.path(issuer, "key"),
                         "-in", self.path(name, "csr"), "-extensions", section, "-startdate", YEARS[years][0],
@@ -74,14 +82,14 @@ class Chain:
 class TrustServer(tls_servers.Server):
     """s_server with a certificate of the chain and the one above it, unless that is left out."""
 
-    def __init__(self, chain, leaf, above=True):
-        self.chain, self.leaf, self.above = chain, leaf, above
+    def __init__(self, chain, leaf, above=True, words=()):
+        self.chain, self.leaf, self.above, self.words = chain, leaf, above, words
         super().__init__(chain, leaf, None)
 
     def command(self):
         above = ["-cert_chain", self.chain.path("between")] if self.above else []
         return ["openssl", "s_server", "-accept", f"127.0.0.1:{self.port}", "-rev", "-msg", "-cert",
-                self.chain.path(self.leaf), "-key", self.chain.path(self.leaf, "key"), *above]
+                self.chain.path(self.leaf), "-key", self.chain.path(self.leaf, "key"), *above, *self.words]
 
 
 @pytest.fixture(scope="module")
@@ -151,6 +159,26 @@ def test_without_verification_an_expired_certificate_is_taken(chain, probe):
         result = probe.run(port=server.port, log=1, talk="rev", bytes=1000)
     assert result["ok"] and result["received"] == 1000
     assert "Not verifying server certificate...\n" in result["log"]
+
+
+KEY_EXCHANGES = {"TLS 1.3": ("-tls1_3",), "ECDHE": ("-tls1_2", "-cipher", "ECDHE-RSA-AES128-GCM-SHA256"),
+                 "DHE": ("-tls1_2", "-cipher", "DHE-RSA-AES128-GCM-SHA256"),
+                 "RSA": ("-tls1_2", "-cipher", "AES128-GCM-SHA256")}
+
+
+@pytest.mark.parametrize("exchange", KEY_EXCHANGES)
+@pytest.mark.parametrize("usage", ["signing", "encrypting"])
+def test_a_key_does_what_its_usage_says(chain, probe, usage, exchange):
+    fits = (usage == "encrypting") == (exchange == "RSA")
+    with TrustServer(chain, usage, words=KEY_EXCHANGES[exchange]) as server:
+        job = {"port": server.port, "host": "localhost", "talk": "rev", "bytes": 1000, "log": 1}
+        checked, unchecked = probe.run(**job, anchors=probe.path(chain.path("root"))), probe.run(**job)
+        if not fits:
+            server.wait("<<< .* Alert .*, fatal unsupported_certificate\n")
+    assert checked["ok"] == fits and unchecked["ok"], checked["log"]
+    lacking = f"its key usage lacks {'keyEncipherment' if exchange == 'RSA' else 'digitalSignature'}, which TLS_"
+    assert (f"detail: {lacking}" in checked["log"]) != fits
+    assert (f"does not fit the key exchange: {lacking}" in unchecked["log"]) != fits
 
 
 def test_sessions_stay_among_their_kind(chain, probe):
