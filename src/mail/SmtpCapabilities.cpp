@@ -3,6 +3,7 @@
 #include "mail/SmtpCapabilities.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include "base/Ascii.h"
 
@@ -82,6 +83,14 @@ void addAuthNames(std::string_view words, std::vector<std::string>& names) {
     }
 }
 
+// RFC 1870 section 4: "SIZE" alone and 0 set no limit, and what is no number says nothing.
+uint64_t sizeOf(std::string_view digits) {
+    uint64_t size = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto result = std::from_chars(digits.data(), end, size);
+    return result.ec == std::errc() && result.ptr == end ? size : 0;
+}
+
 void addLine(std::string_view text, SmtpCapabilities& found) {
     if (equalsIgnoreCase(text, "AUTH")) {
         found.authWithoutMechanisms = true;
@@ -90,6 +99,10 @@ void addLine(std::string_view text, SmtpCapabilities& found) {
     if (startsWithIgnoreCase(text, "AUTH ") || startsWithIgnoreCase(text, "AUTH=")) {
         addAuthLine(text, found.auth);
         addAuthNames(text.substr(std::string_view("AUTH ").size()), found.authNames);
+        return;
+    }
+    if (equalsIgnoreCase(text, "SIZE") || startsWithIgnoreCase(text, "SIZE ")) {
+        found.sizeLimit = sizeOf(trimmed(text.substr(4)));
         return;
     }
     for (const Extension& extension : kExtensions) {

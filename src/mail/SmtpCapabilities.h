@@ -1,6 +1,7 @@
 // What a server says it can do: the extensions and login mechanisms of its EHLO reply.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,6 +34,7 @@ struct SmtpCapabilities {
     bool hasChunking = false;
     bool hasSmtpUtf8 = false;
     bool hasDsn = false;
+    uint64_t sizeLimit = 0;              // bytes of a message (RFC 1870); 0: none announced
     bool authWithoutMechanisms = false;  // "AUTH" alone: the server takes no login
     AuthMechanisms auth;
     std::vector<std::string> authNames;  // all that stand behind AUTH, for people; 20 at most
@@ -42,7 +44,8 @@ struct SmtpCapabilities {
 
 namespace smtp {
 
-// Adds what the lines announce; nothing is ever taken back. Returns the lines too short to be one.
+// Adds what the lines announce; nothing but the size limit is ever taken back. Returns the lines
+// too short to be one.
 std::vector<std::string_view> addEhloReply(const SmtpResponse& reply, SmtpCapabilities& found);
 
 // The mechanisms that a configured method (upper case) leaves: its own alone, whatever the server

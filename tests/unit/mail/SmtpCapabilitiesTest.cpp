@@ -22,6 +22,7 @@ std::string shown(const SmtpCapabilities& c) {
     add(c.hasChunking, "chunk");
     add(c.hasSmtpUtf8, "utf8");
     add(c.hasDsn, "dsn");
+    add(c.sizeLimit != 0, std::to_string(c.sizeLimit).c_str());
     add(c.authWithoutMechanisms, "noauth");
     add(c.auth.cramMd5, "cram");
     add(c.auth.anonymous, "anon");
@@ -46,7 +47,11 @@ TEST(SmtpCapabilities, readEhloReplies) {
           "250-STARTTLS\r\n", "250-PIPELINING\r\n", "250-CHUNKING\r\n", "250-SMTPUTF8\r\n",
           "250 DSN\r\n"},
          "8bit codes tls pipe chunk utf8 dsn"},
-        {{"250-x\r\n", "250-Pipelining\r\n", "250 size 1000\r\n"}, "pipe"},
+        {{"250-x\r\n", "250-Pipelining\r\n", "250 size 1000\r\n"}, "pipe 1000"},
+        {{"250-SIZE 18446744073709551615\r\n", "250 SIZE  52428800 \r\n"}, "52428800"},
+        {{"250-SIZE 1000\r\n", "250 SIZE\r\n"}, ""},  // the last one counts
+        {{"250-SIZE 1000\r\n", "250 SIZE 0\r\n"}, ""},
+        {{"250-SIZE 18446744073709551616\r\n", "250-SIZE 1k\r\n", "250 SIZES 1000\r\n"}, ""},
         {{"250-x\r\n", "250-XPIPELINING\r\n", "250 X-STARTTLS\r\n"}, ""},
         {{"250-AUTH LOGIN PLAIN\r\n", "250 AUTH=LOGIN\r\n"}, "plain login"},
         {{"250-AUTH=LOGIN PLAIN\r\n", "250 AUTH CRAM-MD5 DIGEST-MD5 GSSAPI NTLM MSN\r\n"},
