@@ -147,8 +147,9 @@ void EMAILSENDING_CALL setVerboseLogging(void);
 void EMAILSENDING_CALL setFromAddress(const char* address);
 
 /*
- * One more recipient of its kind; several in one text are parted by "," or ";". UTF-8. Returns 1 if
- * it was added and 0 if not: there is no address in the text.
+ * One more recipient of its kind, written like the sender; several in one text are parted by ",",
+ * ";" or line breaks. UTF-8. Returns 1 if it was added and 0 if not: there is no address in the
+ * text. A local name without "@" is taken where it is the whole text.
  * Whether the server takes the address shows in szBrisko.
  */
 int EMAILSENDING_CALL setRecipient(const char* address);

@@ -3,47 +3,10 @@
 #include "mail/SmtpCommand.h"
 
 #include "base/Ascii.h"
-#include "base/Punycode.h"
+#include "mime/AddressList.h"
 
 namespace tv::smtp {
 namespace {
-
-// What host texts leave around an address.
-bool isWrapping(char c) {
-    return c == '<' || c == '>' || c == ';' || isBlank(c);
-}
-
-std::string_view unwrapped(std::string_view text) {
-    while (!text.empty() && text.front() != '>' && isWrapping(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && text.back() != '<' && isWrapping(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
-// "Anna <a@b.c>": what stands in the last pair of brackets.
-std::string_view insideBrackets(std::string_view text) {
-    const std::string_view path = trimmed(text);
-    const size_t open = path.rfind('<');
-    const size_t close = path.rfind('>');
-    if (open == std::string_view::npos || close == std::string_view::npos || close < open) {
-        return text;
-    }
-    // A bracket inside a quoted local part opens nothing.
-    return path.find('@', open) < close ? path.substr(open, close - open) : text;
-}
-
-std::string asciiDomain(std::string_view address) {
-    const size_t at = address.rfind('@');
-    std::string domain;
-    if (isAscii(address) || at == std::string_view::npos ||
-        !domainToAscii(address.substr(at + 1), domain)) {
-        return std::string(address);
-    }
-    return std::string(address.substr(0, at + 1)) + domain;
-}
 
 void appendParameter(std::string& command, std::string_view name, std::string_view value) {
     const std::string clean = withoutLineBreaks(value);
@@ -76,8 +39,7 @@ std::string greetingCommand(std::string_view verb, std::string_view hostName) {
 }
 
 std::string bareAddress(std::string_view address) {
-    const std::string clean = withoutLineBreaks(address);
-    return asciiDomain(unwrapped(insideBrackets(clean)));
+    return firstAddress(address);
 }
 
 std::string recipientAddress(std::string_view address) {

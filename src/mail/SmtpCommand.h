@@ -14,8 +14,8 @@ std::string greetingName(std::string_view hostName);
 // verb is "EHLO" or "HELO".
 std::string greetingCommand(std::string_view verb, std::string_view hostName);
 
-// The address that stands between the brackets of a path: without display name, brackets,
-// semicolons and blanks around it, its domain in ASCII.
+// The address that stands between the brackets of a path: the first of the text, as the one parser
+// of addresses reads it; empty where it finds none. Its domain is in ASCII.
 std::string bareAddress(std::string_view address);
 // The same of a recipient. A local part outside ASCII stays as it is: it has no other form, and any
 // that one could make up is somebody else's mailbox (RFC 6531 section 3.2).

@@ -11,9 +11,18 @@
 
 namespace tv {
 
-// The mailboxes of "a@x; Anna <b@y>, \"Doe, John\" <c@z>": split at commas and semicolons outside
-// quotes and brackets. Those that come out without an address are left out.
+// The mailboxes of a text that a host wrote, for the envelope and for the header alike:
+// "a@x; Anna <b@y>, \"Doe, John\" <c@z>". They end at ";", at line breaks and at ">"; at a comma
+// only behind an address, so that "Smith, Anna <a@b>" is one. Outside of quotes "mailto:" and
+// comments count for nothing, and a group ("Team: a@b, c@d;") is its members. A name without "@"
+// is a mailbox where it stands for the whole text, alone or in brackets. What cannot be an address
+// is left out; so is a domain that has no ASCII form.
 std::vector<_tvEmailAddress> parseMailboxes(std::string_view text);
+// leftOut: the pieces of the text that were.
+std::vector<_tvEmailAddress> parseMailboxes(std::string_view text,
+                                            std::vector<std::string_view>& leftOut);
+// The address of the first of them; empty if there is none.
+std::string firstAddress(std::string_view text);
 
 // The value of a To, Cc, Bcc or From field, folded where a line grows long. Names outside ASCII
 // become encoded words of the code page.

@@ -52,11 +52,15 @@ bool ClsEmail::addRecipients(Email2::Recipients kind, const XString& name, const
         log.logError("No Email Address was provided");
         return false;
     }
-    std::vector<_tvEmailAddress> added = parseMailboxes(given);
+    std::vector<std::string_view> leftOut;
+    std::vector<_tvEmailAddress> added = parseMailboxes(given, leftOut);
     if (!allFit(added)) {
         log.logError("invalid email address");
         logBoth();
         return false;
+    }
+    for (const std::string_view piece : leftOut) {
+        log.logData("leftOutAsNoAddress", piece);
     }
     if (!friendly.empty()) added.front().setName(friendly);
     std::vector<_tvEmailAddress>& list = message->recipients(kind);

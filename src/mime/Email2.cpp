@@ -5,7 +5,6 @@
 
 #include "base/DateTime.h"
 #include "base/Random.h"
-#include "mime/AddressList.h"
 #include "mime/Identifiers.h"
 #include "mime/ParameterText.h"
 
@@ -120,12 +119,12 @@ void Email2::setContentId(std::string_view idWithBrackets) {
 
 void Email2::rebuildRecipientField(Recipients kind) {
     constexpr std::string_view kNames[] = {"To", "Cc", "Bcc"};
-    header_.set(kNames[index(kind)], formatAddressList(recipients(kind), common_->codePage));
+    const std::vector<_tvEmailAddress>& list = recipients(kind);
+    header_.set(kNames[index(kind)], list.empty() ? std::string_view() : list.front().address());
 }
 
 void Email2::rebuildFromField() {
-    const bool known = !from_.empty();
-    header_.set("From", known ? formatAddressList({&from_, 1}, common_->codePage) : std::string());
+    header_.set("From", from_.address());
 }
 
 bool Email2::isTextBody() const {

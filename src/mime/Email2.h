@@ -75,7 +75,8 @@ public:
     }
     _tvEmailAddress& from() { return from_; }
     const _tvEmailAddress& from() const { return from_; }
-    // Sets "To", "Cc" or "Bcc" from the list, and "From" from the sender.
+    // Give "To", "Cc" or "Bcc" and "From" their place in the header, or take it from an empty list.
+    // The field's own text stands for nothing: the list itself is written when the header is.
     void rebuildRecipientField(Recipients kind);
     void rebuildFromField();
 

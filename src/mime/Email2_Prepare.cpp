@@ -4,28 +4,14 @@
 #include "mime/Email2.h"
 
 namespace tv {
-namespace {
-
-std::string withoutBrackets(std::string_view text) {
-    std::string out(text);
-    std::erase_if(out, [](char c) { return c == '<' || c == '>'; });
-    return std::string(trimmed(out));
-}
-
-std::string firstAddress(std::string_view list) {
-    const std::vector<_tvEmailAddress> mailboxes = parseMailboxes(list);
-    return mailboxes.empty() ? std::string() : mailboxes.front().address();
-}
-
-}  // namespace
 
 std::string Email2::getSmtpReversePath(LogBase& log) const {
     const struct {
         std::string_view source;
         std::string address;
     } sources[] = {
-        {"fromTvxBounceAddr", withoutBrackets(header_.get("TVX-Bounce-Address"))},
-        {"fromReturnPath", withoutBrackets(header_.get("return-path"))},
+        {"fromTvxBounceAddr", firstAddress(header_.get("TVX-Bounce-Address"))},
+        {"fromReturnPath", firstAddress(header_.get("return-path"))},
         {"fromAddr822", from_.address()},
         {"fromMimeHeader", firstAddress(header_.get("from"))},
         {"fromReplyTo", firstAddress(header_.get("reply-to"))},

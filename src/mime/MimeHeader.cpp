@@ -1,3 +1,4 @@
+// Fields set, found and written.
 #include "mime/MimeHeader.h"
 
 #include <algorithm>
@@ -68,8 +69,9 @@ void MimeHeader::writeField(const Field& field, uint32_t codePage, LogBase& log,
     out += ": ";
     if (isAddressField(field.name) && value.find('@') != std::string_view::npos &&
         value.find("undisclosed-recipients") == std::string_view::npos) {
-        out += formatAddressList(parseMailboxes(value), codePage);
-        return;
+        const std::vector<_tvEmailAddress> list = parseMailboxes(value);
+        out += formatAddressList(list, codePage);
+        if (!list.empty()) return;
     }
     if (!needsEncoding(value)) log.logVerbose("Does not need encoding...");
     appendHeaderText(value, codePage, field.name.size() + 2, out);

@@ -1,5 +1,5 @@
-// The facade of the e-mail object: each call becomes one of the object behind it, as long as that is
-// alive.
+// The facade of the e-mail object: each call becomes one of the object behind it, as long as that
+// is alive.
 #include "mime/TvEmail.h"
 
 #include "mime/ClsEmail.h"

@@ -10,12 +10,9 @@ class _tvEmailAddress {
 public:
     _tvEmailAddress() = default;
     // Both lose what may not stand in a header line (CR, LF, NUL, other control characters) and the
-    // white space at their ends. The address also loses brackets and semicolons at its ends, and a
-    // domain with letters outside ASCII takes its ASCII form (RFC 3490).
+    // white space at their ends. A domain with letters outside ASCII takes its ASCII form (RFC
+    // 3490).
     _tvEmailAddress(std::string_view name, std::string_view address);
-
-    // "Anna <a@b.c>" or "a@b.c". The name loses its outer double quotes.
-    static _tvEmailAddress parse(std::string_view mailbox);
 
     const std::string& name() const { return name_; }
     const std::string& address() const { return address_; }

@@ -37,8 +37,8 @@ TEST(SmtpCommand, recipientIsTheBareAddress) {
         {"Anna <a@b.c>", "a@b.c"},
         {"\"Anna <x@y>\" <a@b.c>;", "a@b.c"},
         {"\"a<b\"@c.d", "\"a<b\"@c.d"},
-        {"a@b.c\r\nRCPT TO:<x@y.z>", "x@y.z"},
-        {"a@b.c\r\nDATA", "a@b.cDATA"},
+        {"a@b.c\r\nRCPT TO:<x@y.z>", "a@b.c"},
+        {"a@b.c\r\nDATA", "a@b.c"},
         {std::string("a@b\0.c", 6), "a@b.c"},
         {"a@b\xC3\xBC"
          "cher.example",
@@ -71,7 +71,7 @@ TEST(SmtpCommand, senderGoesIntoThePath) {
         {"a@b.c", "MAIL FROM:<a@b.c>\r\n"},
         {"", "MAIL FROM:<>\r\n"},
         {"Anna <a@b.c>", "MAIL FROM:<a@b.c>\r\n"},
-        {"a@b.c\r\nRSET", "MAIL FROM:<a@b.cRSET>\r\n"},
+        {"a@b.c\r\nRSET", "MAIL FROM:<a@b.c>\r\n"},
         {"a@b\xC3\xBC"
          "cher.example",
          "MAIL FROM:<a@xn--bcher-kva.example>\r\n"},

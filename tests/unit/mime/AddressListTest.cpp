@@ -15,21 +15,47 @@ TEST(ParseMailboxes, SplitsAndTakesApart) {
         {"no at sign", "root", "|root"},
         {"with name", "Anna <a@b.c>", "Anna|a@b.c"},
         {"quoted name", "\"Doe, John\" <j@d.e>", "Doe, John|j@d.e"},
-        {"escapes stay for the header", "\"A \\\"B\\\" C\" <a@b.c>", "A \\\"B\\\" C|a@b.c"},
-        {"escapes go where a word is written", "\"É \\\"B\\\"\" <a@b.c>", "É \"B\"|a@b.c"},
-        {"escaped quote closes nothing", "\"A \\\"; B\" <a@b>", "A \\\"; B|a@b"},
+        {"escapes go with the quotes", R"("A \"B\" C\\" <a@b.c>)", R"(A "B" C\|a@b.c)"},
+        {"backslash that escapes nothing", R"("DOM\anna" <a@b.c>)", R"(DOM\anna|a@b.c)"},
+        {"escaped quote closes nothing", R"("A \"; B" <a@b>)", R"(A "; B|a@b)"},
+        {"quotes of a part of the name", R"(Kis "B; C" <a@b>)", R"(Kis "B; C"|a@b)"},
+        {"two quoted words", R"("A" "B" <a@b>)", R"("A" "B"|a@b)"},
+        {"quote in a word", "5\" <a@b>; 3\" <c@d>", "5\"|a@b & 3\"|c@d"},
         {"semicolons", "a@x; b@y", "|a@x & |b@y"},
         {"commas", "a@x, b@y,c@z", "|a@x & |b@y & |c@z"},
         {"mixed", "Anna <a@x>; \"B; C\" <b@y>, c@z", "Anna|a@x & B; C|b@y & |c@z"},
-        {"separator in brackets", "A (x, y) <a@b>", "A (x, y)|a@b"},
+        {"separator in a comment", "A (x; y) <a@b>", "A (x; y)|a@b"},
         {"quoted local part", "\"a;b\"@c.d", "|\"a;b\"@c.d"},
+        {"brackets in a quoted local part", "\"a<x>b\"@b.c", "|\"a<x>b\"@b.c"},
+        {"that in brackets", "A <\"a>, <b\".x@b.c>", "A|\"a>, <b\".x@b.c"},
+        {"comma in a name", "Smith, Anna <anna@x.test>", "Smith, Anna|anna@x.test"},
+        {"commas in a name behind others", "a@x, S, A, <b@y>, c@z", "|a@x & S, A,|b@y & |c@z"},
+        {"local name in brackets", "Smith, Anna <anna>", "Smith, Anna|anna"},
+        {"local names among others", "anna; b@y, cili; Dora <dora>", "|b@y"},
+        {"comma before an address", "anna, b@y", "|b@y"},
+        {"line ends part", "a@x\r\nb@y\nC,\rD <d@z>", "|a@x & |b@y & D|d@z"},
+        {"line end in quotes", "\"a\r\nb\" <c@d>", "b\"|c@d"},
+        {"brackets part", "<a@x> B <b@y> c@z", "|a@x & B|b@y & |c@z"},
+        {"comments", "(x) me@x.test (Service (a, b) \\) c) , b@y(", "|me@x.test"},
+        {"comment inside", "a(b)c@d, m(x) <e@f(y)>", "m(x)|e@f"},
+        {"mailto", "mailto:a@b.c, A <MAILTO:d@e>", "|a@b.c & A|d@e"},
+        {"group", "Team: a@b.c, D <d@e.f>;", "|a@b.c & D|d@e.f"},
+        {"groups", "x@y; T: a@b;U:;\"V\":c@d;", "|x@y & |a@b & |c@d"},
+        {"address in numbers", "a@[IPv6:::1], b@[1.2.3.4]", "|a@[IPv6:::1] & |b@[1.2.3.4]"},
+        {"no address: blank", "x y", ""},
+        {"no address: blank in a local part", "x y@z; <x y>; <x@y z>", ""},
+        {"no address: halves", "@; @a; a@; \"\"; \"a b\"", ""},
+        {"no address: two at signs", "a@b@c", ""},
+        {"no address: empty brackets", "<>", ""},
+        {"no address: names", "Smith, Anna", ""},
+        {"no address: domain without ASCII form", "a@ő..hu", ""},
         {"empty pieces", ";; a@x ,;", "|a@x"},
         {"brackets and semicolons in layers", "<<a@b>;>;", "|a@b"},
         {"nothing left", "<;>", ""},
         {"empty", "", ""},
-        {"quote never closes", "a\"b@c, d@e", "|a\"b@c & |d@e"},
+        {"quote never closes", "a\"b@c, \"d@e, f@g", "|f@g"},
         {"bracket never closes", "Anna <a@b, c@d", "Anna|a@b & |c@d"},
-        {"line ends vanish", "a@b\r\nRCPT TO:<x@y>", "a@bRCPT TO:|x@y"},
+        {"line end before a command", "a@b\r\nRCPT TO:<x@y>", "|a@b & |x@y"},
         {"nul vanishes", std::string("a@b\0c", 5), "|a@bc"},
         {"domain to ascii", "a@Bücher.Example", "|a@xn--bcher-kva.example"},
         {"ascii domain as given", "a@B.Example", "|a@B.Example"},
@@ -45,12 +71,12 @@ TEST(ParseMailboxes, SplitsAndTakesApart) {
 }
 
 TEST(ParseMailboxes, UnclosedEverythingIsQuick) {
-    EXPECT_EQ(parseMailboxes(std::string(300000, '"')).size(), 1u);
+    EXPECT_EQ(parseMailboxes(std::string(300000, '"') + "<a@b").size(), 1u);
     std::string opening;
     for (int i = 0; i < 100000; ++i) {
         opening += "(<[";
     }
-    EXPECT_EQ(parseMailboxes(opening + ",a@b").size(), 2u);
+    EXPECT_EQ(parseMailboxes(opening + ",a@b").size(), 1u);
 }
 
 TEST(FormatAddressList, QuotesOrEncodesNames) {
@@ -62,7 +88,7 @@ TEST(FormatAddressList, QuotesOrEncodesNames) {
         {"A.", "\"A.\" <a@b>"},
         {"[A", "\"[A\" <a@b>"},
         {"A-B'c", "A-B'c <a@b>"},
-        {"a\"b", "\"a\"b\" <a@b>"},
+        {"a\"b\\", "\"a\\\"b\\\\\" <a@b>"},
         {"José", "=?utf-8?Q?Jos=C3=A9?= <a@b>"},
     };
     for (const auto& [name, value] : rows) {
