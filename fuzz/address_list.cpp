@@ -18,6 +18,13 @@ bool sameAddresses(const std::vector<tv::_tvEmailAddress>& sent,
                       [](const auto& a, const auto& b) { return a.address() == b.address(); });
 }
 
+// A line break is only ever a fold.
+void requireFoldsOnly(std::string_view field) {
+    for (size_t at = 0; (at = field.find_first_of("\r\n", at)) != std::string::npos; at += 3) {
+        require(field.substr(at).starts_with("\r\n "));
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -32,11 +39,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     for (const uint32_t codePage : {0u, 65001u, 28592u, 932u}) {
         const std::string field = tv::formatAddressList(list, codePage);
-        // a line break is only ever a fold
-        for (size_t at = 0; (at = field.find_first_of("\r\n", at)) != std::string::npos; at += 3) {
-            require(std::string_view(field).substr(at).starts_with("\r\n "));
-        }
-        require(sameAddresses(list, tv::parseMailboxes(tv::replaceAll(field, "\r\n", ""))));
+        require(tv::isAscii(field));
+        requireFoldsOnly(field);
+        const std::string utf8 = tv::formatAddressList(list, codePage, tv::AddressForm::Utf8);
+        requireFoldsOnly(utf8);
+        require(sameAddresses(list, tv::parseMailboxes(tv::replaceAll(utf8, "\r\n", ""))));
     }
     return 0;
 }

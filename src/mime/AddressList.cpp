@@ -1,6 +1,8 @@
 // Lists of mailboxes as header fields carry them.
 #include "mime/AddressList.h"
 
+#include "base/Ascii.h"
+#include "base/CodePage.h"
 #include "mime/HeaderText.h"
 #include "mime/ParameterText.h"
 
@@ -24,18 +26,24 @@ std::string formatName(const std::string& name, uint32_t codePage) {
     return encodedWords(name, codePage, WordPlace::Phrase);
 }
 
-std::string formatItem(const _tvEmailAddress& mailbox, uint32_t codePage) {
-    if (mailbox.name().empty()) return mailbox.address();
-    return formatName(mailbox.name(), codePage) + " <" + mailbox.address() + '>';
+std::string formatItem(const _tvEmailAddress& mailbox, uint32_t codePage, AddressForm form) {
+    const std::string& name = mailbox.name();
+    const std::string& address = mailbox.address();
+    if (form == AddressForm::SevenBit && !isAscii(address)) {
+        const std::string shown = name.empty() ? address : name + ' ' + address;
+        return encodedWords(shown, kCodePageUtf8, WordPlace::Phrase) + " :;";
+    }
+    return name.empty() ? address : formatName(name, codePage) + " <" + address + '>';
 }
 
 }  // namespace
 
-std::string formatAddressList(std::span<const _tvEmailAddress> list, uint32_t codePage) {
+std::string formatAddressList(std::span<const _tvEmailAddress> list, uint32_t codePage,
+                              AddressForm form) {
     std::string out;
     size_t line = 0;
     for (const _tvEmailAddress& mailbox : list) {
-        const std::string item = formatItem(mailbox, codePage);
+        const std::string item = formatItem(mailbox, codePage, form);
         if (!out.empty()) out += ", ";
         if (line != 0 && line + item.size() >= kFoldAt) {
             out.pop_back();

@@ -26,7 +26,7 @@ struct RenderOptions {
     std::string_view excludedPrefix;  // fields whose name begins with it stay out; empty for none
     bool dotStuffing = false;         // of bodies without a transfer encoding
     bool sevenBitOnly = false;        // 8bit parts become quoted-printable
-    bool utf8Headers = false;         // addresses and names stand in UTF-8 (RFC 6532)
+    bool utf8Headers = false;         // addresses stand in UTF-8 (RFC 6532)
 };
 
 class Email2 {
@@ -147,8 +147,8 @@ private:
     bool renderChildren(OutputStream& out, const RenderOptions& options, LogBase& log) const;
     bool renderHeader(const Leaf* leaf, OutputStream& out, const RenderOptions& options,
                       LogBase& log) const;
-    void writeHeaderField(const MimeHeader::Field& field, const Leaf* leaf, std::string& out,
-                          LogBase& log) const;
+    void writeHeaderField(const MimeHeader::Field& field, const Leaf* leaf, AddressForm form,
+                          std::string& out, LogBase& log) const;
     std::span<const _tvEmailAddress> addressesOf(std::string_view field) const;
     Leaf prepareLeaf(const RenderOptions& options, LogBase& log) const;
     void convertText(Leaf& leaf, LogBase& log) const;

@@ -108,9 +108,10 @@ bool Email2::renderHeader(const Leaf* leaf, OutputStream& out, const RenderOptio
                           LogBase& log) const {
     std::string block;
     const std::string_view excluded = options.excludedPrefix;
+    const AddressForm form = options.utf8Headers ? AddressForm::Utf8 : AddressForm::SevenBit;
     for (const MimeHeader::Field& field : header_.fields()) {
         if (!excluded.empty() && startsWithIgnoreCase(field.name, excluded)) continue;
-        writeHeaderField(field, leaf, block, log);
+        writeHeaderField(field, leaf, form, block, log);
         block += "\r\n";
     }
     if (leaf && !leaf->encoding.empty() && !header_.has(kTransferEncoding)) {
@@ -124,8 +125,8 @@ bool Email2::renderHeader(const Leaf* leaf, OutputStream& out, const RenderOptio
 }
 
 // Fields that mirror a record are written from it, the others from their text.
-void Email2::writeHeaderField(const MimeHeader::Field& field, const Leaf* leaf, std::string& out,
-                              LogBase& log) const {
+void Email2::writeHeaderField(const MimeHeader::Field& field, const Leaf* leaf, AddressForm form,
+                              std::string& out, LogBase& log) const {
     const auto is = [&](std::string_view name) { return equalsIgnoreCase(field.name, name); };
     const uint32_t page = common_->codePage;
     const auto write = [&](std::string_view value) {
@@ -141,9 +142,9 @@ void Email2::writeHeaderField(const MimeHeader::Field& field, const Leaf* leaf, 
         write(leaf->encoding);
     } else if (const std::span<const _tvEmailAddress> list = addressesOf(field.name);
                !list.empty()) {
-        write(formatAddressList(list, page));
+        write(formatAddressList(list, page, form));
     } else {
-        MimeHeader::writeField(field, page, log, out);
+        MimeHeader::writeField(field, page, form, log, out);
     }
 }
 

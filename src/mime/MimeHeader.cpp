@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "base/Ascii.h"
-#include "mime/AddressList.h"
 #include "mime/HeaderText.h"
 
 namespace tv {
@@ -63,14 +62,22 @@ bool MimeHeader::isAddressField(std::string_view name) {
                        [name](std::string_view known) { return equalsIgnoreCase(known, name); });
 }
 
-void MimeHeader::writeField(const Field& field, uint32_t codePage, LogBase& log, std::string& out) {
+void MimeHeader::writeField(const Field& field, uint32_t codePage, AddressForm form, LogBase& log,
+                            std::string& out) {
     const std::string_view value = field.value;
     out += field.name;
     out += ": ";
-    if (isAddressField(field.name) && value.find('@') != std::string_view::npos &&
+    // Its address stands in brackets as long as there is a form of it to stand there.
+    const bool receipt = equalsIgnoreCase(field.name, "Disposition-Notification-To");
+    if (receipt && form == AddressForm::Utf8) {
+        out += value;
+        return;
+    }
+    if ((isAddressField(field.name) || (receipt && !isAscii(value))) &&
+        value.find('@') != std::string_view::npos &&
         value.find("undisclosed-recipients") == std::string_view::npos) {
         const std::vector<_tvEmailAddress> list = parseMailboxes(value);
-        out += formatAddressList(list, codePage);
+        out += formatAddressList(list, codePage, form);
         if (!list.empty()) return;
     }
     if (!needsEncoding(value)) log.logVerbose("Does not need encoding...");

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "log/LogBase.h"
+#include "mime/AddressList.h"
 
 namespace tv {
 
@@ -30,8 +31,9 @@ public:
     const std::vector<Field>& fields() const { return fields_; }
 
     // Appends "Name: value" without a line end. Addresses are taken apart and written as an address
-    // list; anything else is written as text, encoded and folded as needed.
-    static void writeField(const Field& field, uint32_t codePage, LogBase& log, std::string& out);
+    // list in the given form; anything else is written as text, encoded and folded as needed.
+    static void writeField(const Field& field, uint32_t codePage, AddressForm form, LogBase& log,
+                           std::string& out);
     // True for From, To, Cc and the like, whose value is a list of addresses.
     static bool isAddressField(std::string_view name);
 

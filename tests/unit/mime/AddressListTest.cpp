@@ -97,6 +97,28 @@ TEST(FormatAddressList, QuotesOrEncodesNames) {
     }
 }
 
+TEST(FormatAddressList, WritesAddressesInTheFormAskedFor) {
+    const struct {
+        const char* name;
+        const char* address;
+        const char* sevenBit;
+        const char* utf8;
+    } rows[] = {
+        {"", "józsef@b.c", "=?utf-8?Q?j=C3=B3zsef=40b.c?= :;", "józsef@b.c"},
+        {"Kis, J", "ó@b.c", "=?utf-8?Q?Kis=2C_J_=C3=B3=40b.c?= :;", "\"Kis, J\" <ó@b.c>"},
+        {"J\xC3\xB3", "a@ő.hu", "=?iso-8859-2?Q?J=F3?= <a@xn--8fa.hu>",
+         "=?iso-8859-2?Q?J=F3?= <a@xn--8fa.hu>"},
+        {"", "\"ó a\"@b", "=?utf-8?Q?=22=C3=B3_a=22=40b?= :;", "\"ó a\"@b"},
+    };
+    for (const auto& row : rows) {
+        const std::vector<_tvEmailAddress> list = {{"", "x@y"}, {row.name, row.address}};
+        const std::string seven = formatAddressList(list, 28592, AddressForm::SevenBit);
+        EXPECT_EQ(seven, "x@y, " + std::string(row.sevenBit));
+        EXPECT_EQ(formatAddressList(list, 28592, AddressForm::Utf8),
+                  "x@y, " + std::string(row.utf8));
+    }
+}
+
 // The item that makes a line 69 characters or more starts the next one.
 TEST(FormatAddressList, FoldsByTheRule) {
     const auto listOf = [](std::initializer_list<size_t> sizes) {

@@ -31,6 +31,9 @@ const std::vector<std::string> kHostile = {
     std::string(250, 'x') + " <" + std::string(690, 'y') + "@z>",
     "x\t\t@y\v\f\b\x7F",
     "\xC3\xA9" + std::string(3000, 'x') + "@y",
+    "Anna <\xC3\xA9" + std::string(690, 'x') + "@y>",
+    std::string(250, '"') + " <" + std::string(690, 'y') + "@z>",
+    "é@ő..hu",
     "\u2028Bcc: v@z",
 };
 
@@ -67,6 +70,7 @@ void expectSoundHeader(const std::string& header, const std::string& what) {
     std::set<std::string> seen;
     for (const std::string& line : linesOf(header)) {
         EXPECT_LE(line.size(), 998u) << what;
+        EXPECT_TRUE(isAscii(line)) << what;
         EXPECT_EQ(line.find_first_of("\r\n" + kNul), std::string::npos) << what;
         EXPECT_LE(longestWord(line), 75u) << what;
         ASSERT_FALSE(line.empty()) << what;

@@ -128,6 +128,28 @@ TEST_F(RenderTest, OtherAddressFieldsAreTakenApart) {
     EXPECT_EQ(fieldOf(message, "Sender"), "nobody");
 }
 
+TEST_F(RenderTest, NoByteOver127UnlessAskedFor) {
+    root_.from().setAddress("ő@b");
+    root_.rebuildFromField();
+    root_.recipients(Email2::Recipients::To).emplace_back("", "é@b");
+    root_.rebuildRecipientField(Email2::Recipients::To);
+    root_.header().set("TVX-ReturnReceipt", "YES");
+    root_.header().set("Reply-To", "A <é@b>");
+    root_.header().set("Sender", "é@ő..b");
+    root_.header().set("X-Mine", "é@b");
+    const auto copy = root_.createForSending(true, log_);
+    const std::string seven = renderTree(*copy);
+    EXPECT_TRUE(isAscii(seven)) << seven;
+    EXPECT_EQ(fieldOf(seven, "From"), "=?utf-8?Q?=C5=91=40b?= :;");
+    EXPECT_EQ(fieldOf(seven, "Disposition-Notification-To"), "=?utf-8?Q?=C5=91=40b?= :;");
+    EXPECT_EQ(fieldOf(seven, "Sender"), "=?utf-8?Q?=C3=A9@=C5=91..b?=");
+    const std::string utf8 = renderTree(*copy, {.excludedPrefix = "TVX-", .utf8Headers = true});
+    EXPECT_EQ(fieldOf(utf8, "From"), "ő@b");
+    EXPECT_EQ(fieldOf(utf8, "To"), "é@b");
+    EXPECT_EQ(fieldOf(utf8, "Reply-To"), "A <é@b>");
+    EXPECT_EQ(fieldOf(utf8, "Disposition-Notification-To"), "<ő@b>");
+}
+
 TEST_F(RenderTest, InternalFieldsAreAppliedBeforeSending) {
     _tvLogger log;
     root_.from().setAddress("a@b");
