@@ -22,6 +22,7 @@ bool ClsEmail::setHtmlBody(Email2& root, std::string_view utf8, LogBase& log) {
         if (correctMetaCharset(utf8, root.common().codePage, prepared, log)) utf8 = prepared;
     }
     if (!root.setBody(utf8, "text/html", log)) return false;
+    // The renderer does the same for what is shorter than this and still too long for mail.
     constexpr size_t kLongLine = 2000;
     Email2* body = root.findBody("text/html");
     if (body && body->transferEncoding() == "7bit" && longestLine(utf8) >= kLongLine) {

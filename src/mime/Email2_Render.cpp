@@ -6,6 +6,7 @@
 #include "mime/AddressList.h"
 #include "mime/ContentCoding.h"
 #include "mime/Email2.h"
+#include "mime/HeaderText.h"
 #include "mime/HtmlMeta.h"
 #include "mime/ParameterText.h"
 #include "mime/PlainBody.h"
@@ -16,6 +17,7 @@ namespace {
 
 constexpr std::string_view kTransferEncoding = "Content-Transfer-Encoding";
 constexpr std::string_view kQuotedPrintable = "quoted-printable";
+constexpr std::string_view kBase64 = "base64";
 
 }  // namespace
 
@@ -76,6 +78,10 @@ Email2::Leaf Email2::prepareLeaf(const RenderOptions& options, LogBase& log) con
     }
     if (options.sevenBitOnly && leaf.encoding == "8bit") leaf.encoding = kQuotedPrintable;
     if (isTextBody()) convertText(leaf, log);
+    const bool coded = equalsIgnoreCase(leaf.encoding, kBase64) ||
+                       equalsIgnoreCase(leaf.encoding, kQuotedPrintable);
+    // RFC 5322 section 2.1.1; there are servers that bounce a longer line, and such that cut it.
+    if (!coded && longestLine(leaf.text()) > kLongestMailLine) leaf.encoding = kQuotedPrintable;
     return leaf;
 }
 
@@ -161,7 +167,7 @@ bool Email2::renderBody(const Leaf& leaf, OutputStream& out, const RenderOptions
     const LogContextExitor context(log, "getEncodedBody");
     const std::string_view text = leaf.text();
     const std::span<const uint8_t> bytes(bytesOf(text), text.size());
-    if (equalsIgnoreCase(leaf.encoding, "base64")) return ContentCoding::encodeBase64(bytes, out);
+    if (equalsIgnoreCase(leaf.encoding, kBase64)) return ContentCoding::encodeBase64(bytes, out);
     if (equalsIgnoreCase(leaf.encoding, kQuotedPrintable)) {
         return ContentCoding::encodeQuotedPrintable(bytes, out);
     }

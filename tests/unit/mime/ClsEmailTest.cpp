@@ -186,12 +186,14 @@ TEST_F(ClsEmailTest, TheCharsetLadderHoldsForTheWholeMessage) {
 }
 
 TEST_F(ClsEmailTest, LongLinesAskForQuotedPrintable) {
-    const std::string line(1999, 'x');
+    const std::string line(998, 'x');
     for (const std::string& html : {line, line + "\r\n" + line, line + "\n" + line}) {
         email_.SetHtmlBody(text(html));
         EXPECT_EQ(sentField("Content-Transfer-Encoding"), "7bit");
+        email_.SetHtmlBody(text(html + "y"));
+        EXPECT_EQ(sentField("Content-Transfer-Encoding"), "quoted-printable");
     }
-    email_.SetHtmlBody(text(line + "y"));
+    email_.SetHtmlBody(text(line + line + "yyyy"));
     EXPECT_TRUE(logHas("because the longest HTML line length is 2000 chars or more."));
     EXPECT_EQ(sentField("Content-Transfer-Encoding"), "quoted-printable");
     email_.SetHtmlBody(text("short again"));

@@ -80,6 +80,23 @@ TEST_F(RenderTest, EightBitPartsBecomeQuotedPrintableOnRequest) {
     EXPECT_TRUE(message.ends_with("\r\n\r\n=C3=A9"));
 }
 
+TEST_F(RenderTest, NoPartHasALineLongerThanMailAllows) {
+    for (const char* encoding : {"", "7bit", "8bit", "binary"}) {
+        for (const char* type : {"text/plain", "image/png", "application/x"}) {
+            const auto bytes = std::make_shared<DataBuffer>();
+            bytes->append(std::string(999, '\xE9'));
+            const auto part = root_.createSubPart();
+            part->setFileContent(type, 0, "f", bytes);
+            part->setTransferEncoding(encoding);
+            const std::string message = renderTree(*part);
+            EXPECT_EQ(fieldOf(message, "Content-Transfer-Encoding"), "quoted-printable");
+            for (const std::string& sent : linesOf(message)) {
+                EXPECT_LE(sent.size(), 998u) << type << encoding;
+            }
+        }
+    }
+}
+
 TEST_F(RenderTest, AMissingEncodingIsNamed) {
     root_.setBody("é", "text/plain", log_);
     root_.setTransferEncoding({});
