@@ -47,6 +47,7 @@ private:
     bool sendMimeInner(SmtpSend& send, SocketParams& params, LogBase& log);
     bool ensureSmtpSession(SocketParams& params, LogBase& log);
     bool sendOverSession(SmtpSend& send, SocketParams& params, LogBase& log);
+    void hintAtSize(const SmtpSend& send, LogBase& log);
     bool reconnectAndSend(SmtpSend& send, SocketParams& params, LogBase& log);
     bool stoppedByApplication(SocketParams& params, LogBase& log);
     void closeOutcome(bool success);

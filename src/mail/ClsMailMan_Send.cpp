@@ -40,7 +40,9 @@ void ClsMailMan::closeOutcome(bool success) {
     if (broke || !transcript.endsInRefusal()) {
         transcript.addRemark(statusWord(status), outcome.reason());
     }
-    if (!outcome.remark().empty()) transcript.addRemark(outcome.remark(), {});
+    for (const std::string& hint : outcome.hints()) {
+        transcript.addRemark(hint, {});
+    }
 }
 
 bool ClsMailMan::sendEmailInner(const ClsEmail& email, SocketParams& params, LogBase& log) {
@@ -91,7 +93,21 @@ bool ClsMailMan::ensureSmtpSession(SocketParams& params, LogBase& log) {
 
 bool ClsMailMan::sendOverSession(SmtpSend& send, SocketParams& params, LogBase& log) {
     if (stoppedByApplication(params, log)) return false;
-    return SmtpTransfer(smtp_, send, params, log).sendSmtpEmail();
+    if (SmtpTransfer(smtp_, send, params, log).sendSmtpEmail()) return true;
+    hintAtSize(send, log);
+    return false;
+}
+
+// The size limit does not stop a send: many servers announce one and take more.
+void ClsMailMan::hintAtSize(const SmtpSend& send, LogBase& log) {
+    const uint64_t limit = smtp_.capabilities().sizeLimit;
+    const uint64_t size = send.mimeSize + 2;  // with its last line end (RFC 1870 section 5)
+    if (limit == 0 || size <= limit) return;
+    const std::string hint = "The message has " + std::to_string(size) +
+                             " bytes; the server takes " + std::to_string(limit) +
+                             " at most, as it announced (SIZE).";
+    log.logError(hint);
+    smtp_.outcome().addHint(hint);
 }
 
 // The one second try. The server cannot have the message: the first never came so far.

@@ -21,7 +21,7 @@ bool SmtpConnImpl::smtpConnectAndAuthenticate(bool skipAuthentication, SocketPar
     if (!smtpConnect(params, log)) return false;
     if (skipAuthentication || settings.authMethod.equalsIgnoreCase("NONE")) return true;
     const bool success = authenticated_ || logIn(params, log);
-    outcome_.setRemark(noLogin_);
+    if (!noLogin_.empty()) outcome_.addHint(noLogin_);
     return success;
 }
 

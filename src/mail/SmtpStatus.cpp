@@ -35,7 +35,7 @@ std::string_view statusWord(SmtpStatus status) {
 void SmtpOutcome::clear() {
     status_ = SmtpStatus::Success;
     reason_.clear();
-    remark_.clear();
+    hints_.clear();
 }
 
 void SmtpOutcome::fail(SmtpStatus status, std::string reason) {
@@ -47,6 +47,10 @@ void SmtpOutcome::fail(SmtpStatus status, std::string reason) {
 void SmtpOutcome::addToReason(std::string_view sentence) {
     if (!reason_.empty()) reason_ += ' ';
     reason_ += sentence;
+}
+
+void SmtpOutcome::addHint(std::string sentence) {
+    hints_.push_back(std::move(sentence));
 }
 
 void SmtpOutcome::settle(bool success) {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <vector>
 
 namespace tv {
 
@@ -40,19 +40,20 @@ public:
     void fail(SmtpStatus status, std::string reason);
     // What else is to be said of the failure, as a sentence of its own.
     void addToReason(std::string_view sentence);
+    // What may lie behind the failure; the last lines of the transcript, one each, also where a
+    // refusal of the server says the rest.
+    void addHint(std::string sentence);
     // A send that ended without naming a reason is "Failed"; one that succeeded is "Success".
     void settle(bool success);
-    // What may explain any failure and goes last wherever one is told.
-    void setRemark(std::string remark) { remark_ = std::move(remark); }
 
     SmtpStatus status() const { return status_; }
     const std::string& reason() const { return reason_; }
-    const std::string& remark() const { return remark_; }
+    const std::vector<std::string>& hints() const { return hints_; }
 
 private:
     SmtpStatus status_ = SmtpStatus::Success;
     std::string reason_;
-    std::string remark_;
+    std::vector<std::string> hints_;
 };
 
 }  // namespace tv
