@@ -2,7 +2,7 @@
 // the last lines of the transcript.
 #include "log/LogContextExitor.h"
 #include "mail/ClsMailMan.h"
-#include "mail/SmtpTransfer.h"
+#include "mail/SmtpDelivery.h"
 #include "mime/ClsEmail.h"
 #include "mime/Email2.h"
 #include "platform/SysClock.h"
@@ -93,7 +93,7 @@ bool ClsMailMan::ensureSmtpSession(SocketParams& params, LogBase& log) {
 
 bool ClsMailMan::sendOverSession(SmtpSend& send, SocketParams& params, LogBase& log) {
     if (stoppedByApplication(params, log)) return false;
-    if (SmtpTransfer(smtp_, send, params, log).sendSmtpEmail()) return true;
+    if (SmtpDelivery(smtp_, send, params, log).deliver()) return true;
     hintAtSize(send, log);
     return false;
 }

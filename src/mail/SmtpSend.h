@@ -29,10 +29,9 @@ struct SmtpSend {
     uint64_t progressTotal = 0;
 
     uint64_t progressDone = 0;
+    // Each recipient that the server was asked about is in one of them.
     std::vector<std::string> goodRecipients;
     std::vector<std::string> badRecipients;
-    int32_t acceptedCount = 0;
-    int32_t sentRcptCount = 0;
     bool retryAllowed = false;  // a reconnect and a second try are worth it, and cannot double
 
     // The share of the progress that each recipient and the rest of the envelope stand for.

@@ -16,6 +16,8 @@ constexpr size_t kFlightRecipients = 1000;
 
 constexpr int32_t kServiceClosing = 421;
 constexpr int32_t kTryAgain = 451;
+constexpr int32_t kTooMany = 452;
+constexpr int32_t kTooManyOfOld = 552;  // by RFC 821
 constexpr int32_t kGoAhead = 354;
 
 }  // namespace
@@ -24,19 +26,6 @@ bool SmtpTransfer::sendSmtpEmail() {
     const LogContextExitor context(log_, "sendSmtpEmail");
     connection_.clearLastReply();
     send_.retryAllowed = false;
-    send_.acceptedCount = send_.sentRcptCount = 0;
-    send_.goodRecipients.clear();
-    send_.badRecipients.clear();
-    if (!cleanRecipients()) {
-        log_.logError("No SMTP recipients.");
-        log_.logError(
-            "You have not added any TO, CC, or BCC recipients.  Make sure to call email.AddTo, "
-            "AddCC, or AddBcc at least once.");
-        connection_.fail(SmtpStatus::NoValidRecipients,
-                         "There is no point in trying to send an email if there are no recipients.",
-                         log_);
-        return false;
-    }
     connection_.setUnsettled(true);
     const bool pipelined = connection_.capabilities().hasPipelining && send_.pipelining;
     if (!(pipelined ? sendWithPipelining() : sendNonPipelining())) {
@@ -55,16 +44,6 @@ bool SmtpTransfer::sendSmtpEmail() {
     }
     connection_.setUnsettled(false);
     return success;
-}
-
-// False if no address is left. Empty entries stay and are passed over.
-bool SmtpTransfer::cleanRecipients() {
-    bool any = false;
-    for (std::string& recipient : send_.recipients) {
-        recipient = smtp::recipientAddress(recipient);
-        any = any || !recipient.empty();
-    }
-    return any;
 }
 
 bool SmtpTransfer::sendNonPipelining() {
@@ -88,7 +67,6 @@ bool SmtpTransfer::smtpMailFrom() {
 
 bool SmtpTransfer::queueMailFrom() {
     const LogContextExitor context(log_, "smtpMailFrom");
-    send_.fromAddress = smtp::bareAddress(send_.fromAddress);
     log_.logData("mailFrom", send_.fromAddress);
     if (send_.fromAddress.empty()) {
         connection_.outcome().fail(SmtpStatus::NoFrom, "The message has no sender.");
@@ -105,8 +83,7 @@ bool SmtpTransfer::queueMailFrom() {
 
 bool SmtpTransfer::sendRecipients() {
     const LogContextExitor context(log_, "rcptTo");
-    for (const std::string& recipient : send_.recipients) {
-        if (recipient.empty()) continue;
+    for (const std::string& recipient : transaction_.recipients) {
         if (!sendRcptTo(recipient)) {
             log_.logError("Failed to send RCPT TO command.");
             return noteLostCommand();
@@ -134,11 +111,7 @@ bool SmtpTransfer::queueRcptTo(const std::string& recipient) {
     const std::string_view notify = connection_.capabilities().hasDsn
                                         ? connection_.settings.dsnNotify.utf8()
                                         : std::string_view();
-    if (!connection_.queueCommand(smtp::rcptToCommand(recipient, notify), false, log_)) {
-        return false;
-    }
-    ++send_.sentRcptCount;
-    return true;
+    return connection_.queueCommand(smtp::rcptToCommand(recipient, notify), false, log_);
 }
 
 bool SmtpTransfer::readRcptTo(const std::string& recipient) {
@@ -153,21 +126,28 @@ bool SmtpTransfer::readRcptTo(const std::string& recipient) {
         return false;
     }
     if (reply->isSuccess()) {
-        ++send_.acceptedCount;
         log_.logData("recipient", recipient);
-        send_.goodRecipients.push_back(recipient);
+        transaction_.accepted.push_back(recipient);
         return true;
     }
     if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
-    log_.logData("bad_address", recipient);
-    send_.badRecipients.push_back(recipient);
     lastRefusal_ = recipientStep(recipient) + " was answered with: " + connection_.lastReply();
+    // RFC 5321 section 4.5.3.1.10: the server has no room for more, but for those it has taken.
+    const bool full = reply->statusCode == kTooMany || reply->statusCode == kTooManyOfOld;
+    if (full && !transaction_.accepted.empty()) {
+        log_.logData("too_many_recipients", recipient);
+        transaction_.tooMany.push_back(recipient);
+        return true;
+    }
+    log_.logData("bad_address", recipient);
+    transaction_.refused.push_back(recipient);
     return true;
 }
 
 bool SmtpTransfer::checkAccepted() {
-    if (send_.acceptedCount == 0) return noValidRecipients();
-    if (send_.acceptedCount < send_.sentRcptCount && connection_.settings.requireAllRecipients) {
+    if (transaction_.accepted.empty()) return noValidRecipients();
+    if (transaction_.accepted.size() < transaction_.recipients.size() &&
+        connection_.settings.requireAllRecipients) {
         connection_.fail(SmtpStatus::SomeBadRecipients,
                          "Not all recipients were accepted. " + lastRefusal_, log_);
         connection_.smtpRset(log_, params_);
@@ -194,10 +174,11 @@ bool SmtpTransfer::sendWithPipelining() {
         const size_t end = queueFlight(first);
         if (!sendFlight()) return false;
         if (withMail) mail = readPipelinedMailReply();
-        if (mail == Mail::Unusable || !readFlightReplies(first, end)) return false;
+        if (mail == Mail::Unusable) return false;
+        if (!readFlightReplies(first, end, mail == Mail::Refused)) return false;
         first = end;
-    } while (first < send_.recipients.size() && mail == Mail::Accepted);
-    if (send_.checkRecipientsOnly || first < send_.recipients.size()) {
+    } while (first < transaction_.recipients.size() && mail == Mail::Accepted);
+    if (send_.checkRecipientsOnly || first < transaction_.recipients.size()) {
         if (mail == Mail::Accepted) return true;
         connection_.smtpRset(log_, params_);
         return false;
@@ -207,13 +188,12 @@ bool SmtpTransfer::sendWithPipelining() {
 
 // Queues the next recipients and, with the last of them, DATA. Returns where the flight ends.
 size_t SmtpTransfer::queueFlight(size_t first) {
-    const size_t end = std::min(send_.recipients.size(), first + kFlightRecipients);
+    const size_t end = std::min(transaction_.recipients.size(), first + kFlightRecipients);
     for (size_t i = first; i < end; ++i) {
-        if (send_.recipients[i].empty()) continue;
         const LogContextExitor context(log_, "sendRcptTo");
-        if (!queueRcptTo(send_.recipients[i])) return end;
+        if (!queueRcptTo(transaction_.recipients[i])) return end;
     }
-    if (end == send_.recipients.size() && !send_.checkRecipientsOnly) {
+    if (end == transaction_.recipients.size() && !send_.checkRecipientsOnly) {
         connection_.queueCommand("DATA\r\n", false, log_);
     }
     return end;
@@ -251,11 +231,9 @@ SmtpTransfer::Mail SmtpTransfer::readPipelinedMailReply() {
     return Mail::Refused;
 }
 
-bool SmtpTransfer::readFlightReplies(size_t first, size_t end) {
-    const bool mailRefused = connection_.outcome().status() == SmtpStatus::FromFailure;
+bool SmtpTransfer::readFlightReplies(size_t first, size_t end, bool mailRefused) {
     for (size_t i = first; i < end; ++i) {
-        const std::string& recipient = send_.recipients[i];
-        if (recipient.empty()) continue;
+        const std::string& recipient = transaction_.recipients[i];
         if (!readRcptTo(recipient)) {
             log_.logError("Failed to read RCPT TO response.");
             if (!mailRefused) noteLostCommand();
@@ -286,11 +264,11 @@ bool SmtpTransfer::readPipelinedDataReply(bool mailRefused) {
     }
     if (reply->statusCode != kGoAhead) {
         if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
-        if (send_.acceptedCount == 0 && !mailRefused) return noValidRecipients();
+        if (transaction_.accepted.empty() && !mailRefused) return noValidRecipients();
         log_.logError("Non-success DATA response.");
         return refuse(SmtpStatus::DataFailure, "DATA");
     }
-    if (send_.acceptedCount == 0) return endEmptyMessage();
+    if (transaction_.accepted.empty()) return endEmptyMessage();
     if (!mailRefused) return true;
     close();  // somebody would get the message of a refused sender
     return false;

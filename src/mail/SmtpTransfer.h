@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "log/LogBase.h"
 #include "mail/SmtpConnImpl.h"
@@ -10,11 +11,26 @@
 
 namespace tv {
 
+// Whom it is for, and what the server said of each.
+struct SmtpTransaction {
+    std::vector<std::string> recipients;  // bare addresses
+    bool isFurther = false;               // the server has the message for others already
+
+    std::vector<std::string> accepted;
+    std::vector<std::string> refused;
+    std::vector<std::string> tooMany;  // no room for them in this one
+};
+
 class SmtpTransfer {
 public:
-    // send has been measured; its counters and result lists start anew.
-    SmtpTransfer(SmtpConnImpl& connection, SmtpSend& send, SocketParams& params, LogBase& log)
-        : connection_(connection), send_(send), params_(params), log_(log) {}
+    // send has been measured.
+    SmtpTransfer(SmtpConnImpl& connection, SmtpSend& send, SmtpTransaction& transaction,
+                 SocketParams& params, LogBase& log)
+        : connection_(connection),
+          send_(send),
+          transaction_(transaction),
+          params_(params),
+          log_(log) {}
 
     // True if the server has taken the message. A refusal leaves the connection open after RSET,
     // everything else that fails closes it. send.retryAllowed is set only where the server cannot
@@ -24,7 +40,6 @@ public:
 private:
     enum class Mail { Accepted, Refused, Unusable };
 
-    bool cleanRecipients();
     // The envelope; true when the server waits for the message (or has the recipients checked).
     bool sendNonPipelining();
     bool sendWithPipelining();
@@ -36,7 +51,7 @@ private:
     bool sendFlight();
     size_t queueFlight(size_t first);
     Mail readPipelinedMailReply();
-    bool readFlightReplies(size_t first, size_t end);
+    bool readFlightReplies(size_t first, size_t end, bool mailRefused);
     bool readPipelinedDataReply(bool mailRefused);
     bool endEmptyMessage();
     bool strange354(SmtpStatus status);
@@ -64,6 +79,7 @@ private:
 
     SmtpConnImpl& connection_;
     SmtpSend& send_;
+    SmtpTransaction& transaction_;
     SocketParams& params_;
     LogBase& log_;
     std::string lastRefusal_;  // of a recipient

@@ -21,7 +21,8 @@ constexpr std::string_view kOutcomeUnknown =
 bool SmtpTransfer::transferMessage() {
     send_.retryAllowed = false;
     const std::string_view sentMailLog = connection_.settings.sentMailLogFile.utf8();
-    const bool logged = sentMailLog.empty() || smtp::appendToSentMailLog(sentMailLog, send_, log_);
+    const bool logged = sentMailLog.empty() || transaction_.isFurther ||
+                        smtp::appendToSentMailLog(sentMailLog, send_, log_);
     log_.logDataLong("mimeDataSize", static_cast<int64_t>(send_.stuffedSize));
     if (!logged) {
         connection_.fail(SmtpStatus::RenderFailed,

@@ -90,7 +90,7 @@ void arrange(MailWorld& world, const Row& row, Delivery delivery) {
         // The names of properties begin with a capital, those of the row's own settings do not.
         if (isAsciiUpper(name[0])) world.set(name.c_str(), value);
     }
-    const std::vector<std::string> recipients = {kFirst, kSecond};
+    const std::vector<std::string> recipients = {kFirst, kSecond, "dora@to.test"};
     const auto count = std::stoi(row.setting("to", "1"));
     world.compose({recipients.begin(), recipients.begin() + count},
                   row.setting("from", "") == "none" ? "" : kSender);

@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "log/tvLogger.h"
-#include "mail/SmtpTransfer.h"
+#include "mail/SmtpDelivery.h"
 #include "tests/fixtures/TestData.h"
 #include "tests/unit/mail/MailDialogue.h"
 
@@ -30,7 +30,7 @@ struct TransferWorld {
     bool transfer() {
         EXPECT_TRUE(connection.smtpConnectAndAuthenticate(false, params, log));
         EXPECT_TRUE(send.measure(log));
-        return SmtpTransfer(connection, send, params, log).sendSmtpEmail();
+        return SmtpDelivery(connection, send, params, log).deliver();
     }
     std::string word() { return std::string(statusWord(connection.outcome().status())); }
 };
@@ -115,8 +115,7 @@ TEST(Transfer, aFlightLeavesInOneWrite) {
     FakeLink& link = world.serve(steps + "data; text; quit");
     EXPECT_TRUE(world.transfer());
     EXPECT_EQ(link.sends, 4u) << "EHLO, the flight, the message, the terminator";
-    EXPECT_EQ(world.send.acceptedCount, 300);
-    EXPECT_EQ(world.send.sentRcptCount, 300);
+    EXPECT_EQ(world.send.goodRecipients.size(), 300u);
 }
 
 // A flight has an end: else both sides could wait for each other with all buffers full.
@@ -134,6 +133,37 @@ TEST(Transfer, thousandsOfRecipientsGoInSeveralFlights) {
         EXPECT_EQ(link.sends, refused ? 3u : 6u);
         EXPECT_EQ(world.word(), refused ? "FromFailure" : "Success");
     }
+}
+
+// A server that takes so many recipients in one transaction: all get the same bytes, each is named
+// once, and the sent-mail log has one entry.
+TEST(Transfer, recipientsAreSpreadOverTransactions) {
+    const std::string path = "unit_mail_spread.log";
+    std::remove(path.c_str());
+    TransferWorld world;
+    world.connection.settings.sentMailLogFile.setUtf8(path);
+    world.send.mimeData.append("A: b\r\n\r\n");
+    world.send.recipients.clear();
+    std::vector<std::string> steps;
+    for (int i = 0; i < 250; ++i) {
+        const std::string address = "r" + std::to_string(i) + "@to.test";
+        world.send.recipients.push_back(address);
+        steps.push_back("'RCPT TO:<" + address + ">' ");
+    }
+    std::string dialogue = "open-piped";
+    for (const size_t first : {0u, 100u, 200u}) {
+        dialogue += "; mail; ";
+        for (size_t i = first; i < (first == 0 ? 250 : std::min<size_t>(first + 100, 250)); ++i) {
+            dialogue += steps[i] + (i < first + 100 ? "250 ok; " : "452 too many; ");
+        }
+        dialogue += "data; 'A: b' -; '' -; '' -; '.' 250 taken";
+    }
+    world.serve(dialogue + "; quit");
+    EXPECT_TRUE(world.transfer());
+    EXPECT_EQ(world.send.goodRecipients, world.send.recipients);
+    EXPECT_TRUE(world.send.badRecipients.empty());
+    EXPECT_EQ(fileText(path).find("--BEGIN"), fileText(path).rfind("--BEGIN"));
+    std::remove(path.c_str());
 }
 
 TEST(Transfer, noopKeepsAConnectionThatAnswers) {

@@ -1,0 +1,41 @@
+// One send on an open session: the transactions it takes until each recipient was asked about.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "log/LogBase.h"
+#include "mail/SmtpConnImpl.h"
+#include "mail/SmtpSend.h"
+#include "mail/SmtpTransfer.h"
+#include "net/SocketParams.h"
+
+namespace tv {
+
+// The first transaction gives the result. Once the server has taken the message for somebody, what
+// fails later stands in the log alone, and nothing allows the whole to be sent again.
+class SmtpDelivery {
+public:
+    // send has been measured; its result lists start anew.
+    SmtpDelivery(SmtpConnImpl& connection, SmtpSend& send, SocketParams& params, LogBase& log)
+        : connection_(connection), send_(send), params_(params), log_(log) {}
+
+    // True if the server has taken the message for at least one recipient. send.retryAllowed is set
+    // only where it cannot have the message.
+    bool deliver();
+
+private:
+    bool noRecipients();
+    void deliverTo(std::vector<std::string> waiting);
+    SmtpTransaction nextOf(std::vector<std::string>& waiting);
+    void giveUp(std::vector<std::string>& recipients);
+
+    SmtpConnImpl& connection_;
+    SmtpSend& send_;
+    SocketParams& params_;
+    LogBase& log_;
+    bool taken_ = false;      // the server has the message for somebody
+    size_t room_ = SIZE_MAX;  // recipients that are tried in one transaction
+};
+
+}  // namespace tv
