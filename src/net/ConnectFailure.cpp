@@ -1,8 +1,6 @@
-// The texts of the reasons, the causes that usually stand behind them, and what a host reads of a
-// handshake that failed.
+// The texts of the reasons and the causes that usually stand behind them. The reasons are few; what
+// really happened stands in front of them.
 #include "net/ConnectFailure.h"
-
-#include "net/WholeLimit.h"
 
 namespace tv {
 namespace {
@@ -34,11 +32,6 @@ const char* textOf(ConnectFailReason reason) {
     }
 }
 
-std::string handshakeTimeout(const SocketParams& params) {
-    if (params.overranMs == 0) return "Timeout in the TLS handshake";
-    return "The TLS handshake took more than " + durationText(params.overranMs);
-}
-
 }  // namespace
 
 std::string connectFailText(ConnectFailReason reason) {
@@ -47,21 +40,12 @@ std::string connectFailText(ConnectFailReason reason) {
 }
 
 std::string connectFailCause(const SocketParams& params) {
-    switch (params.connectFailReason) {
-        case ConnectFailReason::TlsNoServerHello:
-        case ConnectFailReason::TlsServerHelloUnreadable:
-            return params.timedOut ? handshakeTimeout(params)
-                                   : "The connection was lost in the TLS handshake";
-        case ConnectFailReason::InternalError:
-            if (params.timedOut) return handshakeTimeout(params);
-            if (!params.handshakeFailure.empty()) return params.handshakeFailure;
-            [[fallthrough]];
-        default:
-            return connectFailText(params.connectFailReason);
-    }
+    return params.cause.empty() ? connectFailText(params.connectFailReason) : params.cause;
 }
 
-void logConnectFailReason(ConnectFailReason reason, LogBase& log) {
+void logConnectFailReason(const SocketParams& params, LogBase& log) {
+    const ConnectFailReason reason = params.connectFailReason;
+    if (!params.cause.empty()) log.logError(params.cause + ".");
     log.logData("ConnectFailReason", connectFailText(reason));
     if (reason == ConnectFailReason::Timeout) {
         log.logInfo("A few possible causes for a connection timeout are:");

@@ -11,11 +11,11 @@ namespace tv {
 // The reason's text; its number where it has none.
 std::string connectFailText(ConnectFailReason reason);
 
-// The same for a host that asks what went wrong: words for a handshake that broke off or was
-// refused.
+// The same for a host that asks what went wrong: the cause behind the reason, where one is known.
 std::string connectFailCause(const SocketParams& params);
 
-// Writes the reason under "ConnectFailReason", with the usual causes of some.
-void logConnectFailReason(ConnectFailReason reason, LogBase& log);
+// Writes the reason under "ConnectFailReason", the cause before it and the usual causes of some
+// behind it.
+void logConnectFailReason(const SocketParams& params, LogBase& log);
 
 }  // namespace tv

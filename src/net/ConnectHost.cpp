@@ -1,3 +1,5 @@
+// One limit for all of it: the name, each of its addresses in turn with its share of the time, and
+// the text for whatever ends the attempt.
 #include "net/ConnectHost.h"
 
 #include <algorithm>
@@ -26,11 +28,14 @@ bool fail(Attempt& attempt, const char* text, ConnectFailReason reason) {
     attempt.log.logError(text);
     attempt.params.connectFailReason = reason;
     if (reason == ConnectFailReason::Timeout) attempt.params.timedOut = true;
+    attempt.params.cause =
+        reason == ConnectFailReason::InternalError ? "The system gave no socket" : "";
     return false;
 }
 
 // A fresh socket of the address's family, connected within limitMs (0: no limit).
 bool connectAddress(Attempt& attempt, const plat::IpAddress& address, uint64_t limitMs) {
+    attempt.params.cause.clear();
     const bool made = address.isIpv4() ? attempt.socket.createSocket_ipv4(attempt.log)
                                        : attempt.socket.createSocket_ipv6(attempt.log);
     if (!made) {

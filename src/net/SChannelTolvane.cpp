@@ -102,8 +102,14 @@ bool refusesFallback(const tls::TlsProtocol& engine) {
             engine.peerAlert() == tls::Alert::InappropriateFallback);
 }
 
+// A sentence without its full stop.
+std::string clause(std::string_view sentence) {
+    return std::string(sentence.substr(0, sentence.find_last_not_of('.') + 1));
+}
+
 // What went wrong in the handshake, for a sentence of the host's.
-std::string failureClause(const tls::TlsProtocol& engine, bool isFallback) {
+std::string failureClause(const tls::TlsProtocol& engine, bool isFallback,
+                          const SocketParams& params) {
     if (isFallback && refusesFallback(engine)) {
         return "The server speaks TLS 1.3, but the connection broke off when TLS 1.3 was offered; "
                "a firewall, a proxy or an attacker on the way may have cut it. Let TLS 1.3 pass to "
@@ -114,11 +120,10 @@ std::string failureClause(const tls::TlsProtocol& engine, bool isFallback) {
         return "The server ended the TLS handshake with the alert \"" +
                std::string(tls::alertName(*engine.peerAlert())) + "\"";
     }
-    if (engine.failure() == tls::TlsFailure::None) {
-        return "The connection was lost in the TLS handshake";
-    }
-    const std::string_view text = tls::textOf(engine.failure());
-    return std::string(text.substr(0, text.find_last_not_of('.') + 1));
+    if (engine.failure() != tls::TlsFailure::None) return clause(tls::textOf(engine.failure()));
+    if (!params.timedOut) return "The connection was lost in the TLS handshake";
+    if (params.overranMs == 0) return "Timeout in the TLS handshake";
+    return "The TLS handshake took more than " + durationText(params.overranMs);
 }
 
 }  // namespace
@@ -188,14 +193,14 @@ bool SChannelTolvane::exchange(uint32_t maxIdleMs, LogBase& log, SocketParams& p
 bool SChannelTolvane::handshakeFailed(int road, LogBase& log, SocketParams& params) {
     if (params.aborted) {
         params.connectFailReason = ConnectFailReason::Aborted;
-    } else if (readFailed_ && !engine_->serverAnswered()) {
-        params.connectFailReason = params.timedOut ? ConnectFailReason::TlsServerHelloUnreadable
-                                                   : ConnectFailReason::TlsNoServerHello;
     } else if (engine_->failure() == tls::TlsFailure::CertificateMissing) {
         params.connectFailReason = ConnectFailReason::NoServerCertificate;
     } else {
-        params.connectFailReason = ConnectFailReason::InternalError;
-        params.handshakeFailure = failureClause(*engine_, isFallback_);
+        params.connectFailReason = !readFailed_ || engine_->serverAnswered()
+                                       ? ConnectFailReason::InternalError
+                                   : params.timedOut ? ConnectFailReason::TlsServerHelloUnreadable
+                                                     : ConnectFailReason::TlsNoServerHello;
+        params.cause = failureClause(*engine_, isFallback_, params);
     }
     log.logError(withRoad("Client handshake failed.", road));
     return false;
@@ -272,6 +277,7 @@ bool SChannelTolvane::refuseCertificate(const x509::ChainVerdict& verdict, LogBa
     log.logData("issuedBy", verdict.issuer);
     if (!verdict.detail.empty()) log.logData("detail", verdict.detail);
     params.connectFailReason = ConnectFailReason::CertificateInvalid;
+    params.cause = clause(x509::ruleText(verdict.broken));
     engine_->refuseCertificate(alertOf(verdict.broken));
     LogNull quiet;
     SocketParams own;

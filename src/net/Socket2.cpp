@@ -83,7 +83,7 @@ struct Socket2::State {
     }
 
     bool connectionFailed(LogBase& log, SocketParams& params) {
-        logConnectFailReason(params.connectFailReason, log);
+        logConnectFailReason(params, log);
         return false;
     }
 
@@ -138,6 +138,7 @@ bool Socket2::connectTls(LogBase& log, SocketParams& params) {
     state->tlsSettings.withoutTls13 = true;
     params.timedOut = false;
     params.connectFailReason = ConnectFailReason::None;
+    params.cause.clear();
     const bool success = connectTcp(log, params) &&
                          state->secure(kImplicitRoad, state->connectTimeoutMs, log, params);
     state->tlsSettings.withoutTls13 = false;
@@ -165,16 +166,19 @@ bool Socket2::connect2(std::string_view hostname, int port, bool ssl, LogBase& l
     log.logDataBool("ssl", ssl);
     params.timedOut = false;
     params.connectFailReason = ConnectFailReason::None;
+    params.cause.clear();
     state->closeTcp(log, params);
     state->host = hostname;
     state->port = port;
     if (port < 1 || port > 65535) {
         log.logError("Cannot connect, the port is not a number from 1 to 65535.");
         params.connectFailReason = ConnectFailReason::InternalError;
+        params.cause = "The port is not a number from 1 to 65535";
         return state->connectionFailed(log, params);
     }
     if (!ensureSocketLibrary(log)) {
         params.connectFailReason = ConnectFailReason::InternalError;
+        params.cause = "The system's socket library did not start";
         return state->connectionFailed(log, params);
     }
     const bool success = ssl ? connectTls(log, params) : connectTcp(log, params);

@@ -40,8 +40,7 @@ struct SocketParams {
     uint64_t overranMs = 0;  // with timedOut: the whole limit that ended it; 0: nothing moved
     bool anySent = false;    // some of what was sent last may have left, all of it or not
     ConnectFailReason connectFailReason = ConnectFailReason::None;
-    std::string
-        handshakeFailure;  // what went wrong in a TLS handshake, as a clause; empty: nothing
+    std::string cause;  // what stands behind the reason, as a clause; empty: its text says it all
 
     // The longest that a wait may go without looking for an abort.
     uint32_t sliceMs() const {
@@ -62,7 +61,7 @@ struct SocketParams {
         aborted = timedOut = false;
         overranMs = 0;
         connectFailReason = ConnectFailReason::None;
-        handshakeFailure.clear();
+        cause.clear();
     }
 };
 

@@ -37,6 +37,7 @@ bool TolvaneSocket::connect(const plat::IpAddress& address, uint16_t port,
     plat::NetError error = plat::sysNet().setNonBlocking(handle_);
     if (!error.ok()) {
         logSocketError(error, log);
+        params.cause = "The system could not make a socket that does not block";
         return connectFailed(ConnectFailReason::InternalError, log, params);
     }
     error = plat::sysNet().connect(handle_, {address, port});

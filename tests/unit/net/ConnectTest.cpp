@@ -138,7 +138,7 @@ TEST_F(Connect, FailuresNameStepCauseAndAddress) {
          65536,
          ConnectFailReason::InternalError,
          false,
-         {"ConnectFailReason: Internal error"}},
+         {"The port is not a number from 1 to 65535.\r\n    ConnectFailReason: Internal error"}},
     };
     net.silent("10.0.0.2", 26);
     net.unreachable("10.0.0.3", 25);
@@ -384,6 +384,7 @@ TEST_F(Connect, FaultsOfTheSystemOnTheWay) {
     EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
     expectLogged(log, "WSAStartup error: 0x277a");
     expectLogged(log, "startupWSA failed (B)");
+    expectLogged(log, "The system gave no socket.\r\n    ConnectFailReason: Internal error");
 }
 
 // A server that answers a TLS hello with its own words, or hangs up.
@@ -411,7 +412,9 @@ TEST_F(Connect, AServerThatSpeaksNoTlsIsLeft) {
     EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
     EXPECT_FALSE(socket.isConnected());
     EXPECT_EQ(hello.substr(0, 2), "\x16\x03");
-    expectLogged(log, "The peer does not speak TLS on this connection (bad record type).");
+    expectLogged(log,
+                 "The peer does not speak TLS on this connection (bad record type).\r\n"
+                 "    ConnectFailReason: Internal error");
     expectLogged(log, "Client handshake failed. (3)");
     EXPECT_EQ(net.connects.size(), 1U);  // that was an answer: no second try
 }
@@ -496,6 +499,8 @@ TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
         EXPECT_EQ(first.find(kFallback), std::string::npos) << row.policy;
         if (!again) continue;
         expectLogged(log, "Failed to read the TLS server hello.  Retry without TLS 1.3");
+        expectLogged(log,
+                     "The connection was lost in the TLS handshake.\r\n    ConnectFailReason: 103");
         EXPECT_NE(first.find(kSupportedVersions), std::string::npos);
         EXPECT_EQ(second.find(kSupportedVersions), std::string::npos);
         EXPECT_EQ(second.substr(0, 2), "\x16\x03");
