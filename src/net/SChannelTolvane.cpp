@@ -26,6 +26,7 @@ constexpr size_t kSendBatch = 4 * tls::kMaxPlaintext;
 constexpr size_t kMaxKeptInput = 65536;  // beyond it, what arrives during a send stays unread
 constexpr uint64_t kMaxHandshakeMs = 300000;
 constexpr uint32_t kMaxGoodbyeMs = 1000;
+constexpr uint32_t kMaxVerifyMs = 60000;
 constexpr uint64_t kFileTimeOf1970 = 116444736000000000;
 
 uint64_t wallClockMs() {
@@ -171,7 +172,7 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
         return handshakeFailed(road, log, params);
     }
     verifiedUntilMs_ = engine_->negotiated().resumed ? keptUntilMs : 0;
-    if (!checkServerCert(host, settings, log, params)) {
+    if (!checkServerCert(host, settings, maxIdleMs, log, params)) {
         log.logError(withRoad("Server certificate verification failed.", road));
         return false;
     }
@@ -228,7 +229,7 @@ bool SChannelTolvane::readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& p
 }
 
 bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSettings& settings,
-                                      LogBase& log, SocketParams& params) {
+                                      uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
     const LogContextExitor context(log, "checkServerCert");
     const auto& chain = engine_->negotiated().chain;  // empty for a resumed session
     x509::Certificate leaf;
@@ -255,8 +256,10 @@ bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSet
     }
     log.logInfo("Verifying server certificate...");
     const uint64_t nowMs = wallClockMs();
+    const Deadline deadline(maxIdleMs == 0 ? kMaxVerifyMs : maxIdleMs);
+    x509::WorkBudget budget([&] { return params.checkAbort() ? 0 : deadline.leftMs(); });
     x509::ChainVerdict verdict = verifyServerChain(chain, host, static_cast<int64_t>(nowMs / 1000),
-                                                   settings.trustAnchorsFile, log);
+                                                   settings.trustAnchorsFile, budget, log);
     if (verdict.trusted()) verdict = usage;
     if (verdict.trusted()) {
         verifiedUntilMs_ = endOfTrustMs(leaf, nowMs);
@@ -276,7 +279,8 @@ bool SChannelTolvane::refuseCertificate(const x509::ChainVerdict& verdict, LogBa
     log.logData("certificate", verdict.subject);
     log.logData("issuedBy", verdict.issuer);
     if (!verdict.detail.empty()) log.logData("detail", verdict.detail);
-    params.connectFailReason = ConnectFailReason::CertificateInvalid;
+    params.connectFailReason =
+        params.aborted ? ConnectFailReason::Aborted : ConnectFailReason::CertificateInvalid;
     params.cause = clause(x509::ruleText(verdict.broken));
     engine_->refuseCertificate(alertOf(verdict.broken));
     LogNull quiet;

@@ -71,8 +71,8 @@ private:
     bool flush(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
     bool readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
     bool takeArrived(LogBase& log, SocketParams& params);
-    bool checkServerCert(std::string_view host, const TlsChannelSettings& settings, LogBase& log,
-                         SocketParams& params);
+    bool checkServerCert(std::string_view host, const TlsChannelSettings& settings,
+                         uint32_t maxIdleMs, LogBase& log, SocketParams& params);
     bool refuseCertificate(const x509::ChainVerdict& verdict, LogBase& log, SocketParams& params);
     bool handshakeFailed(int road, LogBase& log, SocketParams& params);
     void keepSession();

@@ -1,3 +1,4 @@
+// Chooses the anchors, judges the chain by them and asks the system where that fails.
 #include "net/TrustStore.h"
 
 #include "log/LogContextExitor.h"
@@ -11,26 +12,6 @@ namespace {
 constexpr size_t kMaxAnchors = 1000;
 constexpr size_t kMaxAnchorsFile = 16 * 1024 * 1024;
 constexpr uint32_t kSystemChainMs = 15000;
-
-class Anchors final : public x509::AnchorSource {
-public:
-    explicit Anchors(plat::DerList certificates) : certificates_(std::move(certificates)) {}
-
-    bool empty() const { return certificates_.empty(); }
-    std::vector<x509::Bytes> findBySubject(const std::string& subject) const override {
-        std::vector<x509::Bytes> found;
-        for (const auto& der : certificates_) {
-            x509::Certificate certificate;
-            if (x509::parseCertificate(der, certificate) && certificate.subjectName == subject) {
-                found.push_back(der);
-            }
-        }
-        return found;
-    }
-
-private:
-    plat::DerList certificates_;
-};
 
 plat::DerList anchorsOfFile(const std::string& path, LogBase& log) {
     std::string text;
@@ -53,12 +34,14 @@ plat::DerList systemAnchors(LogBase& log) {
 
 x509::ChainVerdict verifyServerChain(const std::vector<std::vector<uint8_t>>& chain,
                                      std::string_view host, int64_t nowSeconds,
-                                     const std::string& anchorsFile, LogBase& log) {
+                                     const std::string& anchorsFile, x509::WorkBudget& budget,
+                                     LogBase& log) {
     const LogContextExitor context(log, "verifyServerChain");
-    const Anchors anchors(anchorsFile.empty() ? systemAnchors(log)
-                                              : anchorsOfFile(anchorsFile, log));
-    std::vector<x509::Bytes> views(chain.begin(), chain.end());
-    const x509::ChainVerdict verdict = x509::verifyChain(views, host, nowSeconds, anchors);
+    const x509::CertificateSet anchors(anchorsFile.empty() ? systemAnchors(log)
+                                                           : anchorsOfFile(anchorsFile, log));
+    const std::vector<x509::Bytes> views(chain.begin(), chain.end());
+    const x509::ChainVerdict verdict =
+        x509::verifyChain(views, {host, nowSeconds, anchors}, budget);
     if (verdict.broken != x509::ChainRule::UnknownIssuer || !anchorsFile.empty()) return verdict;
 
     // Systems fetch most of their roots only when they are asked about a chain. Name, time and

@@ -94,10 +94,18 @@ std::vector<GeneralName> constrainedNames(const Certificate& certificate, std::s
     return names;
 }
 
-bool mayName(const Certificate& authority, const GeneralName& name, bool isStrict) {
+bool mayCompare(const GeneralName& name, const GeneralName& base, WorkBudget& budget) {
+    constexpr size_t kComparedPerUnit = 32;
+    const size_t size = name.value.size() + base.value.size();
+    return budget.spend(1 + size / kComparedPerUnit);
+}
+
+bool mayName(const Certificate& authority, const GeneralName& name, bool isStrict,
+             WorkBudget& budget) {
     bool limited = false;
     bool inside = false;
     for (const GeneralName& base : authority.permitted) {
+        if (!mayCompare(name, base, budget)) return false;
         if (base.kind != name.kind) continue;
         const Coverage coverage = coverageOf(name, base);
         limited |= coverage != Coverage::Unjudged || isStrict;
@@ -105,6 +113,7 @@ bool mayName(const Certificate& authority, const GeneralName& name, bool isStric
     }
     if (limited && !inside) return false;
     for (const GeneralName& base : authority.excluded) {
+        if (!mayCompare(name, base, budget)) return false;
         if (base.kind != name.kind) continue;
         const Coverage coverage = coverageOf(name, base);
         if (coverage == Coverage::Inside) return false;
@@ -135,9 +144,10 @@ Coverage coverageOf(const GeneralName& name, const GeneralName& base) {
     }
 }
 
-bool mayName(const Certificate& authority, const Certificate& certificate, std::string_view host) {
+bool mayName(const Certificate& authority, const Certificate& certificate, std::string_view host,
+             WorkBudget& budget) {
     for (const GeneralName& name : constrainedNames(certificate, host)) {
-        if (!mayName(authority, name, !host.empty())) return false;
+        if (!mayName(authority, name, !host.empty(), budget)) return false;
     }
     return true;
 }

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "net/x509/WorkBudget.h"
 #include "net/x509/X509Cert.h"
 
 namespace tv::x509 {
@@ -16,7 +17,9 @@ Coverage coverageOf(const GeneralName& name, const GeneralName& base);
 
 // Whether every name that the certificate speaks for is one that authority may name. host is the
 // name that was matched, which stands behind a wildcard perhaps; it is empty for a certificate that
-// is not the server's own, and then names that cannot be judged do no harm.
-bool mayName(const Certificate& authority, const Certificate& certificate, std::string_view host);
+// is not the server's own, and then names that cannot be judged do no harm. False, too, where the
+// budget is over.
+bool mayName(const Certificate& authority, const Certificate& certificate, std::string_view host,
+             WorkBudget& budget);
 
 }  // namespace tv::x509

@@ -23,7 +23,8 @@ struct AttributeLabel {
 constexpr AttributeLabel kLabels[] = {{kCommonName, "CN"}, {6, "C"},  {7, "L"},
                                       {8, "ST"},           {10, "O"}, {11, "OU"}};
 
-constexpr size_t kMaxAttributes = 64;  // that are shown
+constexpr size_t kMaxAttributes = 64;  // that are looked at
+constexpr size_t kMostText = 400;
 
 // Calls visit(object identifier, value) for each attribute.
 template <class Visit>
@@ -162,10 +163,11 @@ std::string nameText(Bytes name) {
         for (const AttributeLabel& row : kLabels) {
             if (row.number == attributeNumber(oid)) label = row.label;
         }
+        if (text.size() > kMostText) return;
         if (!text.empty()) text += ", ";
         text += std::string(label) + "=" + shown(value);
     });
-    return text;
+    return text.size() > kMostText ? text.substr(0, kMostText) + "..." : text;
 }
 
 Bytes commonName(Bytes name) {

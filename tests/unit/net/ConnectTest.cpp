@@ -494,8 +494,7 @@ TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
         EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
         EXPECT_EQ(net.connects.size() - before, row.connects) << row.policy;
         EXPECT_EQ(params.connectFailReason, row.reason) << textOf(log);
-        EXPECT_NE(params.handshakeFailure.find(row.failure), std::string::npos)
-            << params.handshakeFailure;
+        EXPECT_NE(params.cause.find(row.failure), std::string::npos) << params.cause;
         EXPECT_EQ(first.find(kFallback), std::string::npos) << row.policy;
         if (!again) continue;
         expectLogged(log, "Failed to read the TLS server hello.  Retry without TLS 1.3");

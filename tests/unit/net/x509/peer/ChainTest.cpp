@@ -42,6 +42,7 @@ EVP_PKEY* keyNamed(const std::string& name) {
         key = name.rfind("rsa512", 0) == 0 ? EVP_RSA_gen(512)
               : name.rfind("rsa", 0) == 0  ? EVP_RSA_gen(2048)
               : name.rfind("p384", 0) == 0 ? EVP_EC_gen("P-384")
+              : name.rfind("p521", 0) == 0 ? EVP_EC_gen("P-521")
                                            : EVP_EC_gen("P-256");
     }
     return key;
@@ -113,19 +114,6 @@ Der make(const Spec& s) {
     return der;
 }
 
-class Anchors final : public AnchorSource {
-public:
-    std::vector<Der> ders;
-    std::vector<Bytes> findBySubject(const std::string& subject) const override {
-        std::vector<Bytes> found;
-        for (const Der& der : ders) {
-            Certificate c;
-            if (parseCertificate(der, c) && c.subjectName == subject) found.push_back(der);
-        }
-        return found;
-    }
-};
-
 // What OpenSSL says of it.
 bool peerTrusts(const std::vector<Der>& chain, const std::vector<Der>& roots,
                 const std::string& host) {
@@ -193,11 +181,17 @@ struct Chain {
         if (sendMiddle) ders.push_back(make(middle));
         return ders;
     }
-    ChainVerdict judge(const std::vector<Der>& ders) const {
-        Anchors anchors;
-        if (trustRoot) anchors.ders.push_back(make(root));
+    std::vector<Der> roots() const {
+        return trustRoot ? std::vector<Der>{make(root)} : std::vector<Der>{};
+    }
+    ChainVerdict judge(const std::vector<Der>& ders, WorkBudget& budget) const {
         const std::vector<Bytes> views(ders.begin(), ders.end());
-        return verifyChain(views, host, kNow, anchors);
+        const CertificateSet anchors(roots());
+        return verifyChain(views, {host, kNow, anchors}, budget);
+    }
+    ChainVerdict judge() const {
+        WorkBudget budget;
+        return judge(sent(), budget);
     }
 };
 
@@ -237,12 +231,12 @@ TEST_P(Chains, AreJudgedByTheRule) {
     Chain chain;
     GetParam().spoil(chain);
     const std::vector<Der> sent = chain.sent();
-    const ChainVerdict verdict = chain.judge(sent);
+    WorkBudget budget;
+    const ChainVerdict verdict = chain.judge(sent, budget);
     EXPECT_EQ(verdict.broken, GetParam().expected)
         << ruleText(verdict.broken) << " " << verdict.subject << " " << verdict.detail;
-    std::vector<Der> roots;
-    if (chain.trustRoot) roots.push_back(make(chain.root));
-    EXPECT_EQ(peerTrusts(sent, roots, chain.host) == verdict.trusted(), GetParam().peerAgrees);
+    EXPECT_EQ(peerTrusts(sent, chain.roots(), chain.host) == verdict.trusted(),
+              GetParam().peerAgrees);
 }
 
 const Case kCases[] = {
@@ -457,14 +451,14 @@ INSTANTIATE_TEST_SUITE_P(X509, Chains, testing::ValuesIn(kCases),
 TEST(Chains, EveryChangedByteIsNoticed) {
     Chain chain;
     const Der leaf = make(chain.leaf), middle = make(chain.middle);
-    Anchors anchors;
-    anchors.ders.push_back(make(chain.root));
+    const CertificateSet anchors(chain.roots());
     for (size_t i = 0; i < leaf.size(); ++i) {
         for (const int bit : {0x01, 0x80}) {
             Der changed = leaf;
             changed[i] = static_cast<uint8_t>(changed[i] ^ bit);
             const std::vector<Bytes> views = {changed, middle};
-            EXPECT_FALSE(verifyChain(views, chain.host, kNow, anchors).trusted()) << i;
+            WorkBudget budget;
+            EXPECT_FALSE(verifyChain(views, {chain.host, kNow, anchors}, budget).trusted()) << i;
         }
     }
 }
@@ -477,19 +471,77 @@ TEST(Chains, TruncatedCertificatesAreUnreadable) {
     }
 }
 
-TEST(Chains, LoopsOfIssuersEnd) {
-    // Two authorities that issued each other, many times over, and no anchor.
-    Chain chain;
-    chain.trustRoot = false;
-    for (int i = 0; i < 14; ++i) {
-        Spec s = chain.middle;
-        s.issuer = i % 2 ? "Root" : "Middle";
-        s.subject = i % 2 ? "Middle" : "Root";
-        s.key = i % 2 ? "p384middle" : "rootkey";
-        s.signer = i % 2 ? "rootkey" : "p384middle";
-        chain.extras.push_back(s);
+// "DNS:", a number and so on, so many times.
+std::string manyNames(const std::string& start, int count, const std::string& end) {
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+        text += (i ? "," : "") + start + std::to_string(i) + end;
     }
-    EXPECT_FALSE(chain.judge(chain.sent()).trusted());
+    return text;
+}
+
+const struct {
+    const char* name;
+    ChainRule expected;
+    uint64_t mostUnits;
+    void (*spoil)(Chain&);
+} kWork[] = {
+    {"an honest chain", ChainRule::None, 20000, [](Chain&) {}},
+    {"two authorities that issued each other, many times over", ChainRule::UnknownIssuer, 300000,
+     [](Chain& c) {
+         c.trustRoot = false;
+         for (int i = 0; i < 31; ++i) {
+             Spec root = c.root;
+             root.issuer = "Middle";
+             root.signer = "p384middle";
+             root.notAfter += i;
+             c.middle.notAfter += i;
+             c.extras.insert(c.extras.end(), {root, c.middle});
+         }
+     }},
+    {"namesakes with dear keys", ChainRule::TooMuchWork, WorkBudget::kUnits,
+     [](Chain& c) {
+         for (int i = 0; i < 30; ++i) {
+             c.extras.push_back(c.middle);
+             c.extras.back().key = "p521 " + std::to_string(i);
+         }
+     }},
+    {"a forged leaf and many constraints", ChainRule::BadSignature, 20000,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name,
+                 "DNS:mail.example.com," + manyNames("DNS:n", 900, ".example.com"));
+         constrain(c.middle, manyNames("excluded;DNS:x", 900, ".example.com"));
+         c.leaf.signer = "p384other";
+     }},
+    {"many names and many constraints", ChainRule::TooMuchWork, WorkBudget::kUnits,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name,
+                 "DNS:mail.example.com," +
+                     manyNames("DNS:some-forty-letters-and-a-number-", 900, ".example.com"));
+         constrain(c.middle, manyNames("excluded;DNS:other-forty-letters-and-a-number-", 900,
+                                       ".example.com"));
+     }},
+};
+
+TEST(Chains, TakeAsMuchWorkAsIsGranted) {
+    for (const auto& row : kWork) {
+        Chain chain;
+        row.spoil(chain);
+        WorkBudget budget;
+        EXPECT_EQ(chain.judge(chain.sent(), budget).broken, row.expected) << row.name;
+        EXPECT_LE(budget.spent(), row.mostUnits) << row.name;
+    }
+}
+
+TEST(Chains, AreLeftWhenTheCallerHasNoTime) {
+    for (const int questions : {0, 1, 3}) {
+        Chain chain;
+        kWork[2].spoil(chain);
+        int asked = 0;
+        WorkBudget budget([&] { return asked++ < questions ? 1 : 0; });
+        EXPECT_EQ(chain.judge(chain.sent(), budget).broken, ChainRule::Stopped);
+        EXPECT_EQ(asked, questions + 1);
+    }
 }
 
 TEST(Chains, NamesAreShown) {
