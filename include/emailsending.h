@@ -128,7 +128,11 @@ int EMAILSENDING_CALL setNoopCount(int count);
 /*
  * From now on every message that is sent is appended to "emailsending.log" in the directory that is
  * current when it is sent, between "--BEGIN SENT TOLVANE EMAIL--" and "--END SENT TOLVANE EMAIL--".
- * If the file cannot be opened the message is sent all the same.
+ * Each entry is the whole message as it goes over the line, with its attachments, and stands there
+ * whether or not the server accepts it in the end; blind recipients and the login are not in it. On
+ * Linux the file is made for its owner alone; on Windows the directory decides who may read it. Two
+ * processes do not mix their entries: one waits for the other, but no longer than 2 seconds. If the
+ * file cannot be opened the message is sent all the same.
  */
 void EMAILSENDING_CALL setLogging(void);
 

@@ -19,8 +19,8 @@ public:
 
     // Opens an existing regular file; a directory or a device is refused.
     bool openRead(std::string_view utf8Path);
-    // Opens for writing at the end, creating the file if need be. A path that ends in a slash or
-    // backslash names a directory and is refused on every system.
+    // Opens for writing at the end, creating the file if need be (POSIX: for its owner alone). A
+    // path that ends in a slash or backslash names a directory and is refused on every system.
     bool openAppend(std::string_view utf8Path);
     bool isOpen() const { return handle_ != kNone; }
 
@@ -30,12 +30,17 @@ public:
     bool read(void* out, size_t size, size_t& got);
     // Writes all of it or fails.
     bool write(const void* data, size_t size);
+    // Claims a file opened for appending against others that ask, in this process or another; it
+    // hinders no reading or writing. False while somebody else has it; true, too, where the system
+    // keeps no such claims. Ends with close.
+    bool tryLock();
     // False when the system reports that something written did not reach the file.
     bool close();
 
 private:
     static constexpr intptr_t kNone = -1;
     intptr_t handle_ = kNone;
+    bool locked_ = false;
 };
 
 // True if the path names an existing regular file.

@@ -1,4 +1,6 @@
 """What a host asks for with setLogging: the sent-mail log, and no file of an odd name beside it."""
+import stat
+
 import samples
 
 BEGIN, END = b"--BEGIN SENT TOLVANE EMAIL--\n", b"\n--END SENT TOLVANE EMAIL--\n"
@@ -34,7 +36,10 @@ def test_sent_mail_log_holds_each_transferred_message(host, receiver, tmp_path):
         assert host.szBrisko() == 1
     # The debug log is given a directory's name, so there is no debug log.
     assert [path.name for path in folder.iterdir()] == ["emailsending.log"]
-    logged = entries(folder / "emailsending.log")
+    log = folder / "emailsending.log"
+    if not host.product.wine:  # whole messages: for nobody else to read
+        assert stat.S_IMODE(log.stat().st_mode) == 0o600
+    logged = entries(log)
     sent = [message.data for message in receiver.messages[1:]]
     assert [entry.replace(b"\n..", b"\n.").rstrip(b"\r\n") for entry in logged] == [
         data.rstrip(b"\r\n") for data in sent]

@@ -1,8 +1,10 @@
+// Files by their POSIX descriptors.
 #include "platform/SysFile.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,7 +18,8 @@ int descriptor(intptr_t handle) {
 int openRetrying(const std::string& path, int flags) {
     int fd;
     do {
-        fd = ::open(path.c_str(), flags | O_CLOEXEC, 0666);
+        // What is written here are messages and dialogues: nobody else's business.
+        fd = ::open(path.c_str(), flags | O_CLOEXEC, S_IRUSR | S_IWUSR);
     } while (fd < 0 && errno == EINTR);
     return fd;
 }
@@ -80,8 +83,18 @@ bool SysFile::write(const void* data, size_t size) {
     return true;
 }
 
+bool SysFile::tryLock() {
+    int result;
+    do {
+        result = flock(descriptor(handle_), LOCK_EX | LOCK_NB);
+    } while (result != 0 && errno == EINTR);
+    locked_ = result == 0;
+    return locked_ || errno != EWOULDBLOCK;
+}
+
 bool SysFile::close() {
     if (!isOpen()) return true;
+    locked_ = false;  // the descriptor's end is the claim's
     const bool closed = ::close(descriptor(handle_)) == 0;
     handle_ = kNone;
     return closed;

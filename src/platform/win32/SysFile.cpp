@@ -1,3 +1,4 @@
+// Files by their Windows handles.
 #include "platform/SysFile.h"
 
 #include <windows.h>
@@ -12,6 +13,15 @@ constexpr DWORD kLargestStep = 1u << 20;
 
 HANDLE asHandle(intptr_t handle) {
     return reinterpret_cast<HANDLE>(handle);
+}
+
+// A byte far behind the end of any file: Windows keeps others from a claimed range by force, and
+// they are to read and write all there is.
+OVERLAPPED claimedByte() {
+    OVERLAPPED place = {};
+    place.Offset = 0xFFFFFFFE;
+    place.OffsetHigh = 0x7FFFFFFF;
+    return place;
 }
 
 DWORD stepOf(size_t size) {
@@ -36,8 +46,13 @@ bool SysFile::openRead(std::string_view utf8Path) {
 bool SysFile::openAppend(std::string_view utf8Path) {
     close();
     if (utf8Path.empty() || utf8Path.back() == '/' || utf8Path.back() == '\\') return false;
-    const HANDLE file = CreateFileW(widen(utf8Path).c_str(), FILE_APPEND_DATA, kShareAll, nullptr,
-                                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file = INVALID_HANDLE_VALUE;
+    // A claim needs the right to read; others may grant no more than appending.
+    for (const DWORD access : {DWORD{FILE_APPEND_DATA | FILE_READ_DATA}, DWORD{FILE_APPEND_DATA}}) {
+        file = CreateFileW(widen(utf8Path).c_str(), access, kShareAll, nullptr, OPEN_ALWAYS,
+                           FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file != INVALID_HANDLE_VALUE) break;
+    }
     if (file == INVALID_HANDLE_VALUE) return false;
     handle_ = reinterpret_cast<intptr_t>(file);
     return true;
@@ -72,8 +87,19 @@ bool SysFile::write(const void* data, size_t size) {
     return true;
 }
 
+bool SysFile::tryLock() {
+    OVERLAPPED place = claimedByte();
+    constexpr DWORD kHow = LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY;
+    locked_ = LockFileEx(asHandle(handle_), kHow, 0, 1, 0, &place) != 0;
+    return locked_ || GetLastError() != ERROR_LOCK_VIOLATION;
+}
+
 bool SysFile::close() {
     if (!isOpen()) return true;
+    // Closing the handle would end the claim, too, but only when the system finds the time.
+    OVERLAPPED place = claimedByte();
+    if (locked_) UnlockFileEx(asHandle(handle_), 0, 1, 0, &place);
+    locked_ = false;
     const bool closed = CloseHandle(asHandle(handle_)) != 0;
     handle_ = kNone;
     return closed;
