@@ -148,10 +148,12 @@ TEST(Injection, noSetterAddsACommandOrAHeader) {
         if (setter == "bcc") email.AddBcc(XString(), XString(kSecond + evil));
         world.mailMan.setProperty(setter, XString((setter == "SmtpHost" ? kServer : "x") + evil));
 
-        // Whatever comes is answered line by line, as a real server would.
+        // Whatever comes is answered line by line, as a real server would. In a text of recipients
+        // a line break parts two: the evil one is a recipient more, and nothing else.
         const bool copied = setter == "cc" || setter == "bcc";
-        const Turns turns = script("greet; any 250-x|250 DSN; any; any") +
-                            script(copied ? "any; data; text; quit" : "data; text; quit");
+        const Turns turns =
+            script("greet; any 250-x|250 DSN; any; any") + script(copied ? "any" : "") +
+            script(copied || setter == "to" ? "any" : "") + script("data; text; quit");
         FakeLink& link = world.serve(turns);
         link.mayEndEarly = setter == "SmtpHost" || setter == "to" || setter == "from";
         const bool sent = world.mailMan.SendEmail(email);

@@ -1,4 +1,5 @@
 // Connecting: names, addresses, time, refusals, aborts, and what the log says of them.
+#include "net/ConnectFailure.h"
 #include "net/SChannelTolvane.h"
 #include "net/Socket2.h"
 
@@ -458,6 +459,7 @@ TEST_F(Connect, AServerThatAnsweredIsNotAskedWithoutTls13) {
 TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
     constexpr std::string_view kSupportedVersions("\x00\x2b\x00\x09\x08\x03\x04", 7);
     constexpr std::string_view kFallback("\x56\x00\x01\x00", 4);  // with the compression behind it
+    const char* const lost = "The connection was lost in the TLS handshake";
     const std::string refusal("\x15\x03\x03\x00\x02\x02\x56", 7);
     using enum ConnectFailReason;
     const struct {
@@ -469,14 +471,14 @@ TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
         ConnectFailReason reason;
         const char* failure;
     } kRows[] = {
-        {"", false, Ending::Eof, "", 2, TlsNoServerHello, ""},
-        {"", false, Ending::Reset, "", 2, TlsNoServerHello, ""},
-        {"", true, Ending::Eof, "", 2, TlsNoServerHello, ""},
+        {"", false, Ending::Eof, "", 2, TlsNoServerHello, lost},
+        {"", false, Ending::Reset, "", 2, TlsNoServerHello, lost},
+        {"", true, Ending::Eof, "", 2, TlsNoServerHello, lost},
         {"", true, Ending::Eof, refusal, 2, InternalError,
          "set TlsProtocol to \"TLS 1.2 or lower\""},
         {"", false, Ending::Eof, refusal, 2, InternalError, "the alert \"inappropriate fallback\""},
-        {"TLS 1.2 or lower", true, Ending::Eof, "", 1, TlsNoServerHello, ""},
-        {"TLS 1.3 exact", false, Ending::Eof, "", 1, TlsNoServerHello, ""},
+        {"TLS 1.2 or lower", true, Ending::Eof, "", 1, TlsNoServerHello, lost},
+        {"TLS 1.3 exact", false, Ending::Eof, "", 1, TlsNoServerHello, lost},
     };
     for (const auto& row : kRows) {
         std::string first, second;
@@ -495,11 +497,11 @@ TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
         EXPECT_EQ(net.connects.size() - before, row.connects) << row.policy;
         EXPECT_EQ(params.connectFailReason, row.reason) << textOf(log);
         EXPECT_NE(params.cause.find(row.failure), std::string::npos) << params.cause;
+        expectLogged(log, params.cause + ".\r\n    ConnectFailReason: " +
+                              connectFailText(params.connectFailReason));
         EXPECT_EQ(first.find(kFallback), std::string::npos) << row.policy;
         if (!again) continue;
         expectLogged(log, "Failed to read the TLS server hello.  Retry without TLS 1.3");
-        expectLogged(log,
-                     "The connection was lost in the TLS handshake.\r\n    ConnectFailReason: 103");
         EXPECT_NE(first.find(kSupportedVersions), std::string::npos);
         EXPECT_EQ(second.find(kSupportedVersions), std::string::npos);
         EXPECT_EQ(second.substr(0, 2), "\x16\x03");
