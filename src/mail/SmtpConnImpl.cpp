@@ -11,8 +11,6 @@
 #include "log/LogNull.h"
 #include "mail/ReplyHints.h"
 #include "mail/SmtpCommand.h"
-#include "net/Deadline.h"
-#include "net/LineBuffer.h"
 #include "net/WholeLimit.h"
 #include "platform/SysClock.h"
 #include "platform/SysWipe.h"
@@ -235,27 +233,18 @@ bool SmtpConnImpl::sendBytes(std::span<const uint8_t> bytes, SocketParams& param
 bool SmtpConnImpl::heardLastWords(SocketParams& params, LogBase& log) {
     if (params.aborted) return false;
     const uint32_t idleMs = settings.idleTimeoutMs;
-    const Deadline limit(idleMs == 0 ? kLastWordsMs : std::min(idleMs, kLastWordsMs));
+    const uint32_t limitMs = idleMs == 0 ? kLastWordsMs : std::min(idleMs, kLastWordsMs);
+    const WholeLimit limit(params, limitMs);
     const bool timedOut = params.timedOut;
     const uint64_t overranMs = params.overranMs;
-    LineBuffer arrived;
-    const auto receive = [&] {
-        DataBuffer bytes;
-        const uint32_t leftMs = static_cast<uint32_t>(limit.leftMs());
-        return leftMs > 0 && socket_->receiveBytes(bytes, leftMs, log, params) &&
-               arrived.append(bytes.bytes());
-    };
     SmtpReplyReader reader("message data");
     ReplyState state = ReplyState::NeedMore;
-    while (state == ReplyState::NeedMore) {
-        DataBuffer line;
-        const LineBuffer::Take take = arrived.takeUntil("\r\n", kMaxReplyLine, line);
-        if (take == LineBuffer::Take::Found) {
-            noteReplyLine(line.text(), params, log);
-            state = reader.addLine(line.text());
-        } else if (take != LineBuffer::Take::NeedMore || !receive()) {
-            break;
-        }
+    DataBuffer line;
+    while (state == ReplyState::NeedMore &&
+           socket_->receiveUntilMatch(line, "\r\n", kMaxReplyLine, limitMs, log, params)) {
+        noteReplyLine(line.text(), params, log);
+        state = reader.addLine(line.text());
+        line.clear();
     }
     params.timedOut = timedOut;
     params.overranMs = overranMs;
