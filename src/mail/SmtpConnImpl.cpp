@@ -43,6 +43,14 @@ uint64_t sendLimitMs(size_t bytes) {
     return (bytes / kSendLimitBytes + 1) * kSendLimitMs;
 }
 
+constexpr std::string_view kNoReply = "is no line of an SMTP server";
+
+std::string_view faultOf(ReplyState state) {
+    static_assert(kMaxReplyLines == 1000 && kMaxReplyBytes == 1 << 20 && kMaxReplyLine == 1 << 16);
+    if (state == ReplyState::TooManyLines) return "has more than 1000 lines";
+    return state == ReplyState::TooLarge ? "has more than 1 MiB" : kNoReply;
+}
+
 std::string awaited(std::string_view command) {
     return command == "greeting" ? "the greeting" : "the reply to " + stepName(command);
 }
@@ -126,8 +134,8 @@ std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(std::string_view comm
         noteReplyLine(line.text(), params, log);
         const ReplyState state = reader.addLine(line.text());
         if (state == ReplyState::Complete) return acceptReply(reader.reply(), log);
-        if (state == ReplyState::Malformed) {
-            unrecognised(command, line.text(), params, log);
+        if (state != ReplyState::NeedMore) {
+            badReply(command, faultOf(state), line.text(), params, log);
             return std::nullopt;
         }
     }
@@ -144,7 +152,8 @@ bool SmtpConnImpl::receiveLine(std::string_view command, DataBuffer& line, Socke
         return true;
     }
     if (line.size() >= limit) {
-        unrecognised(command, line.text().substr(0, 200), params, log);
+        badReply(command, "has a line of more than 64 KiB", line.text().substr(0, 200), params,
+                 log);
     } else {
         failIo("while waiting for " + awaited(command) + unfinishedLine(params, log), params, log);
     }
@@ -169,11 +178,11 @@ void SmtpConnImpl::noteReplyLine(std::string_view line, SocketParams& params, Lo
     smtp::logLineHint(line, log);
 }
 
-void SmtpConnImpl::unrecognised(std::string_view command, std::string_view line,
-                                SocketParams& params, LogBase& log) {
-    log.logError("Unrecognized response from SMTP server");
+void SmtpConnImpl::badReply(std::string_view command, std::string_view fault, std::string_view line,
+                            SocketParams& params, LogBase& log) {
+    if (fault == kNoReply) log.logError("Unrecognized response from SMTP server");
     log.logData("responseLine", readable(trimmed(line)));
-    std::string reason = awaited(command) + " is no line of an SMTP server.";
+    std::string reason = awaited(command) + " " + std::string(fault) + ".";
     reason[0] = asciiUpper(reason[0]);
     fail(SmtpStatus::Failed, reason, log);
     closeSmtpConnection(log, params);

@@ -132,8 +132,8 @@ private:
                      LogBase& log);
     std::string unfinishedLine(SocketParams& params, LogBase& log);
     void noteReplyLine(std::string_view line, SocketParams& params, LogBase& log);
-    void unrecognised(std::string_view command, std::string_view line, SocketParams& params,
-                      LogBase& log);
+    void badReply(std::string_view command, std::string_view fault, std::string_view line,
+                  SocketParams& params, LogBase& log);
     std::optional<SmtpResponse> acceptReply(SmtpResponse& reply, LogBase& log);
     std::string timeoutText(const SocketParams& params) const;
     bool sendBytes(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log);

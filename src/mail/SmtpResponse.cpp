@@ -1,3 +1,5 @@
+// Judging reply lines one by one (RFC 5321 section 4.2), as patiently as servers of all ages need
+// it, within limits.
 #include "mail/SmtpResponse.h"
 
 #include "base/Ascii.h"
@@ -32,8 +34,8 @@ std::string_view SmtpResponse::finalLine() const {
 ReplyState SmtpReplyReader::addLine(std::string_view line) {
     const std::string_view text = withoutLineEnd(line);
     size_ += line.size();
-    if (text.size() > kMaxReplyLine || size_ > kMaxReplyBytes) return ReplyState::Malformed;
-    if (reply_.lines.size() == kMaxReplyLines) return ReplyState::Malformed;
+    if (text.size() > kMaxReplyLine || size_ > kMaxReplyBytes) return ReplyState::TooLarge;
+    if (reply_.lines.size() == kMaxReplyLines) return ReplyState::TooManyLines;
     reply_.lines.emplace_back(line);
     const int32_t code = codeOf(text);
     if (code == 0) return ReplyState::Malformed;

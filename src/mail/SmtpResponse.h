@@ -23,13 +23,13 @@ constexpr size_t kMaxReplyLine = 65536;  // without the line end
 constexpr size_t kMaxReplyLines = 1000;
 constexpr size_t kMaxReplyBytes = 1048576;
 
-enum class ReplyState { NeedMore, Complete, Malformed };
+enum class ReplyState { NeedMore, Complete, Malformed, TooManyLines, TooLarge };
 
 class SmtpReplyReader {
 public:
     explicit SmtpReplyReader(std::string_view command) { reply_.command = command; }
 
-    // Takes one line with its line end. After Complete or Malformed no further line is taken.
+    // Takes one line with its line end. After anything but NeedMore no further line is taken.
     ReplyState addLine(std::string_view line);
     const SmtpResponse& reply() const { return reply_; }
     SmtpResponse& reply() { return reply_; }

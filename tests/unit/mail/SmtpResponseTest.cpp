@@ -62,10 +62,10 @@ TEST(SmtpReplyReader, keepsItsLimits) {
         ReplyState state;
     } const rows[] = {
         {"longest line", 65536, 0, ReplyState::Complete},
-        {"longer line", 65537, 0, ReplyState::Malformed},
+        {"longer line", 65537, 0, ReplyState::TooLarge},
         {"most lines", 10, 999, ReplyState::Complete},
-        {"more lines", 10, 1000, ReplyState::Malformed},
-        {"too much in all", 60000, 18, ReplyState::Malformed},
+        {"more lines", 10, 1000, ReplyState::TooManyLines},
+        {"too much in all", 60000, 18, ReplyState::TooLarge},
     };
     for (const auto& row : rows) {
         SmtpReplyReader reader("X");
