@@ -130,7 +130,8 @@ std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(std::string_view comm
     DataBuffer line;
     while (socket_) {
         line.clear();
-        if (!receiveLine(command, line, params, log)) return std::nullopt;
+        const bool isFirst = reader.reply().lines.empty();
+        if (!receiveLine(command, isFirst, line, params, log)) return std::nullopt;
         noteReplyLine(line.text(), params, log);
         const ReplyState state = reader.addLine(line.text());
         if (state == ReplyState::Complete) return acceptReply(reader.reply(), log);
@@ -143,8 +144,8 @@ std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(std::string_view comm
     return std::nullopt;
 }
 
-bool SmtpConnImpl::receiveLine(std::string_view command, DataBuffer& line, SocketParams& params,
-                               LogBase& log) {
+bool SmtpConnImpl::receiveLine(std::string_view command, bool isFirst, DataBuffer& line,
+                               SocketParams& params, LogBase& log) {
     constexpr std::string_view kLineEnd = "\r\n";
     const size_t limit = kMaxReplyLine + kLineEnd.size();
     params.timedOut = false;
@@ -155,9 +156,20 @@ bool SmtpConnImpl::receiveLine(std::string_view command, DataBuffer& line, Socke
         badReply(command, "has a line of more than 64 KiB", line.text().substr(0, 200), params,
                  log);
     } else {
-        failIo("while waiting for " + awaited(command) + unfinishedLine(params, log), params, log);
+        const std::string begun = unfinishedLine(params, log);
+        const bool silent = command == "greeting" && isFirst && begun.empty();
+        failIo("while waiting for " + awaited(command) + begun, params, log,
+               silent ? adviceForSilence() : std::string());
     }
     return false;
+}
+
+// A server of TLS waits for the client's first word, as a server without waits for nobody.
+std::string SmtpConnImpl::adviceForSilence() const {
+    constexpr int32_t kRelayPort = 25, kSubmissionPort = 587;  // never TLS from the first byte
+    const int32_t port = settings.smtpPort;
+    if (settings.smtpSsl || port == kRelayPort || port == kSubmissionPort) return {};
+    return " If port " + std::to_string(port) + " expects TLS from the first byte, switch SSL on.";
 }
 
 // What had come of a line that never ended: a server that forgets its CR shows here.
@@ -303,20 +315,22 @@ std::string SmtpConnImpl::timeoutText(const SocketParams& params) const {
     return "Nothing moved for " + std::to_string(settings.idleTimeoutMs) + " ms";
 }
 
-void SmtpConnImpl::failIo(const std::string& step, SocketParams& params, LogBase& log) {
+void SmtpConnImpl::failIo(const std::string& step, SocketParams& params, LogBase& log,
+                          const std::string& advice) {
+    const std::string end = step + "." + advice;
     const bool timedOut = params.timedOut;
     const bool aborted = params.aborted;
     closeSmtpConnection(log, params);
     if (timedOut) {
         ioFailure_ = IoFailure::Timeout;
         log.logDataLong("idleTimeoutMs", settings.idleTimeoutMs);
-        fail(SmtpStatus::Timeout, timeoutText(params) + " " + step + ".", log);
+        fail(SmtpStatus::Timeout, timeoutText(params) + " " + end, log);
     } else if (aborted) {
         ioFailure_ = IoFailure::Aborted;
-        fail(SmtpStatus::Aborted, "The application stopped the send " + step + ".", log);
+        fail(SmtpStatus::Aborted, "The application stopped the send " + end, log);
     } else {
         ioFailure_ = IoFailure::Lost;
-        fail(SmtpStatus::ConnectionLost, "The connection was lost " + step + ".", log);
+        fail(SmtpStatus::ConnectionLost, "The connection was lost " + end, log);
     }
     params.timedOut = timedOut;
     params.aborted = aborted;

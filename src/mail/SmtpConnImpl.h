@@ -128,8 +128,9 @@ private:
     bool upgradeIfPossible(SocketParams& params, LogBase& log);
 
     bool noConnection(std::string_view wanted, LogBase& log);
-    bool receiveLine(std::string_view command, DataBuffer& line, SocketParams& params,
+    bool receiveLine(std::string_view command, bool isFirst, DataBuffer& line, SocketParams& params,
                      LogBase& log);
+    std::string adviceForSilence() const;
     std::string unfinishedLine(SocketParams& params, LogBase& log);
     void noteReplyLine(std::string_view line, SocketParams& params, LogBase& log);
     void badReply(std::string_view command, std::string_view fault, std::string_view line,
@@ -138,7 +139,8 @@ private:
     std::string timeoutText(const SocketParams& params) const;
     bool sendBytes(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log);
     bool heardLastWords(SocketParams& params, LogBase& log);
-    void failIo(const std::string& step, SocketParams& params, LogBase& log);
+    void failIo(const std::string& step, SocketParams& params, LogBase& log,
+                const std::string& advice = {});
     void touch();
 
     std::unique_ptr<Socket2> socket_;

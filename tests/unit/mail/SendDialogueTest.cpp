@@ -102,7 +102,8 @@ void arrange(MailWorld& world, const Row& row, Delivery delivery) {
         } else if (link == "unreachable") {
             world.net.unreachable(kServer, 25);
         } else {
-            FakeLink& served = world.serve(script(link));
+            const int port = std::stoi(row.setting("SmtpPort", "25"));
+            FakeLink& served = world.serve(script(link), port);
             served.delivery = delivery;
             served.sendWindow = std::stoul(row.setting("takes", "1000000000"));
             served.drainMs = 29000;
