@@ -39,7 +39,10 @@ TlsFailure ClientHandshake13::begin(const ServerHello& reply, LogBase& log) {
     stage_ = EarlyStage13(suite.hash, psk.bytes()).handshake(shared.bytes());
     clientHandshake_ = stage_->clientTraffic(hash);
     serverHandshake_ = stage_->serverTraffic(hash);
-    if (!protect(serverHandshake_.bytes(), true)) return TlsFailure::Internal;
+    // Both directions at once: an alert, too, is protected from here on (RFC 8446, 6).
+    if (!protect(serverHandshake_.bytes(), true) || !protect(clientHandshake_.bytes(), false)) {
+        return TlsFailure::Internal;
+    }
     next_ = {HandshakeType::EncryptedExtensions};
     return TlsFailure::None;
 }
@@ -162,7 +165,7 @@ TlsFailure ClientHandshake13::finish(LogBase& log) {
     traffic_.client = master.clientTraffic(serverDone);
     traffic_.server = master.serverTraffic(serverDone);
 
-    bool sent = shared_.sendCompatibilityCcs() && protect(clientHandshake_.bytes(), false);
+    bool sent = shared_.sendCompatibilityCcs();
     if (sent && clientCertificateAsked_) {
         static constexpr uint8_t kNone[] = {0, 0, 0, 0};  // no context, no certificates
         sent = shared_.send(handshakeMessage(HandshakeType::Certificate, kNone));

@@ -66,7 +66,8 @@ size_t RecordLayer::largestPlaintext() const {
 }
 
 bool RecordLayer::sendOne(ContentType type, std::span<const uint8_t> fragment) {
-    if (writer_) return writer_->seal({type, headerVersion_}, fragment, outbox_);
+    const bool seals = writer_ && !(isTls13_ && type == ContentType::ChangeCipherSpec);
+    if (seals) return writer_->seal({type, headerVersion_}, fragment, outbox_);
     const uint16_t version = static_cast<uint16_t>(headerVersion_);
     const uint8_t header[kRecordHeaderSize] = {
         static_cast<uint8_t>(type), static_cast<uint8_t>(version >> 8),

@@ -83,8 +83,8 @@ TlsFailure TlsProtocol::onChangeCipherSpec(std::span<const uint8_t> body) {
     const bool maybeTls13 = handshake_->version() == Version::Tls13 ||
                             (!handshake_->serverHelloSeen() && handshake_->usesCompatibilityMode());
     if (!maybeTls13) return handshake_->onChangeCipherSpec();
-    // One is dropped between our first hello and the server's Finished (RFC 8446, 5).
-    return std::exchange(ccsDropped_, true) ? TlsFailure::UnexpectedCcs : TlsFailure::None;
+    // Dropped between our first hello and the server's Finished (RFC 8446, 5), not without end.
+    return ++ccsDropped_ > kMaxIdleRecords ? TlsFailure::UnexpectedCcs : TlsFailure::None;
 }
 
 TlsFailure TlsProtocol::onAlert(std::span<const uint8_t> body, LogBase& log) {

@@ -86,12 +86,12 @@ private:
     TlsFailure failure_ = TlsFailure::None;
     std::optional<Alert> peerAlert_;
     int idleRecords_ = 0;  // in a row that brought nothing on
+    int ccsDropped_ = 0;
     int renegotiations_ = 0;
     bool started_ = false;
     bool established_ = false;
     bool serverHelloSeen_ = false;
     bool serverAnswered_ = false;
-    bool ccsDropped_ = false;
     bool closeNotifyReceived_ = false;
     bool closeNotifySent_ = false;
 };

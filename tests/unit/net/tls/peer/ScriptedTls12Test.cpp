@@ -207,7 +207,8 @@ const Row kRows[] = {
     {"ccs.twice", ecdhe, Finished, EDIT(before(all, record(20, {1}))), Alert::UnexpectedMessage},
     {"ccs.missing", [](ServerSetup& s) { ecdhe(s), s.finalFlight = {Finished}; }, Finished, nullptr, Alert::UnexpectedMessage},
     {"ccs.beforeHello", ecdhe, ServerHello, EDIT(before(all, record(20, {1}))), kLegal},  // the one of TLS 1.3
-    {"ccs.twoBeforeHello", ecdhe, ServerHello, EDIT(before(all, record(20, {1}), 2)), Alert::UnexpectedMessage},
+    {"ccs.32BeforeHello", ecdhe, ServerHello, EDIT(before(all, record(20, {1}), 32)), kLegal},
+    {"ccs.33BeforeHello", ecdhe, ServerHello, EDIT(before(all, record(20, {1}), 33)), Alert::UnexpectedMessage},
     {"ccs.beforeCertificate", ecdhe, Certificate, EDIT(before(all, record(20, {1}))), Alert::UnexpectedMessage},
     {"ccs.beforeKeyExchange", ecdhe, ServerKeyExchange, EDIT(before(all, record(20, {1}))), Alert::UnexpectedMessage},
     {"ccs.beforeDone", ecdhe, ServerHelloDone, EDIT(before(all, record(20, {1}))), Alert::UnexpectedMessage},

@@ -243,6 +243,7 @@ void ScriptedTlsServer::onRecord(uint8_t type, View body) {
     } else if (type == kAlert) {
         must(text.size() == 2, "alert");
         if (text[1] != 0) alerts.push_back(text[1]);
+        clearAlerts += isPlain;
     } else if (type == kData) {
         received.append(text.begin(), text.end());
         recordSizes.push_back(text.size());

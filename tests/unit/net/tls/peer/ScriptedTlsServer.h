@@ -104,6 +104,7 @@ public:
     };
     std::vector<Hello> hellos;
     std::vector<int> alerts;          // fatal ones and warnings alike, close_notify left out
+    int clearAlerts = 0;              // those that were not protected
     std::string received;             // application data
     std::vector<size_t> recordSizes;  // of the application data records
     int clientFinished = 0;           // right ones
