@@ -129,7 +129,9 @@ std::vector<HelloExtension> helloExtensions(const HelloParameters& p) {
     add(ExtensionType::StatusRequest, statusRequest());
     add(ExtensionType::SupportedGroups, u16List(offeredGroups(p)));
     add(ExtensionType::EcPointFormats, {1, 0});  // uncompressed
-    add(ExtensionType::SignatureAlgorithms, u16List(offeredSignatures(p.versions)));
+    if (p.versions.highest >= Version::Tls12) {  // RFC 5246, 7.4.1.4.1
+        add(ExtensionType::SignatureAlgorithms, u16List(offeredSignatures(p.versions)));
+    }
     add(ExtensionType::ExtendedMasterSecret, {});
     if (p.options.zeroLengthTicket) add(ExtensionType::SessionTicket, {});
     if (p.options.postHandshakeAuth) add(ExtensionType::PostHandshakeAuth, {});

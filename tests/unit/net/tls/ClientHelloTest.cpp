@@ -150,7 +150,9 @@ const OrderRow kOrderRows[] = {
     {"SendPostHandshakeAuth", "", {5, 10, 11, 13, 23, 49, 51, 43, 0xFF01, 0, 45, 28}},
     {"brainpool_supported_group", "", {5, 10, 11, 13, 23, 51, 43, 0xFF01, 0, 45, 28}},
     {"DisableTls13", "", {5, 10, 11, 13, 23, 0xFF01, 0, 28}},
-    {"", "TLS 1.0 exact", {5, 10, 11, 13, 23, 0xFF01, 0, 28}},
+    {"", "TLS 1.2 exact", {5, 10, 11, 13, 23, 0xFF01, 0, 28}},
+    {"", "TLS 1.1 or lower", {5, 10, 11, 23, 0xFF01, 0, 28}},
+    {"", "TLS 1.0 exact", {5, 10, 11, 23, 0xFF01, 0, 28}},
 };
 
 TEST(ClientHello, FixedOrderOfExtensions) {
