@@ -23,6 +23,11 @@ TlsFailure ClientHandshake12::begin(const ServerHello& reply, LogBase& log) {
     TlsFailure failure = judgeRenegotiation(answer);
     if (failure == TlsFailure::None) failure = judgeSession(reply);
     if (failure != TlsFailure::None) return failure;
+    // One connection, one way of making its master secrets: else a renegotiation would take away
+    // what the first handshake was protected by.
+    if (established_ && established_->extendedMasterSecret != answer.extendedMasterSecret) {
+        return TlsFailure::MasterSecretMismatch;
+    }
     shared_.result.extendedMasterSecret = answer.extendedMasterSecret;
     statusAnnounced_ = answer.statusRequest;
     ticketAnnounced_ = answer.sessionTicket;

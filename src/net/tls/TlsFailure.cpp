@@ -64,7 +64,7 @@ constexpr Row kRows[] = {
     {TlsFailure::TooManyRenegotiations, Alert::HandshakeFailure,
      "The server asked for too many renegotiations."},
     {TlsFailure::MasterSecretMismatch, Alert::HandshakeFailure,
-     "The extended master secret of the resumed session does not fit."},
+     "The server changed whether the extended master secret is used."},
     {TlsFailure::ResumptionMismatch, Alert::IllegalParameter,
      "The server resumed a session with other parameters than it was made with."},
     {TlsFailure::CertificateUnreadable, Alert::BadCertificate,

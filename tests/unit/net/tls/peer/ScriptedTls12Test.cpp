@@ -417,31 +417,36 @@ TEST(ScriptedTls12, RecordSizeLimitCountsPlaintext) {
 
 struct AgainRow {
     const char* name;
+    Prepare prepare;
     Step step;
     void (*edit)(Item&, Items&);
     Alert expected;
 };
 
 const AgainRow kAgainRows[] = {
-    {"legal", ServerHello, nullptr, kLegal},
-    {"verifyChanged", ServerHello, EDIT(m.ext(0xFF01)[1] ^= 1), Alert::HandshakeFailure},
-    {"verifyOfServerChanged", ServerHello, EDIT(m.ext(0xFF01)[24] ^= 1), Alert::HandshakeFailure},
-    {"verifyEmpty", ServerHello, EDIT(m.ext(0xFF01) = {0}), Alert::HandshakeFailure},
-    {"verifyShort", ServerHello, EDIT(m.ext(0xFF01).resize(13); m.ext(0xFF01)[0] = 12),
+    {"legal", ecdhe, ServerHello, nullptr, kLegal},
+    {"verifyChanged", ecdhe, ServerHello, EDIT(m.ext(0xFF01)[1] ^= 1), Alert::HandshakeFailure},
+    {"verifyOfServerChanged", ecdhe, ServerHello, EDIT(m.ext(0xFF01)[24] ^= 1),
      Alert::HandshakeFailure},
-    {"verifyMissing", ServerHello, EDIT(m.drop(0xFF01)), Alert::HandshakeFailure},
-    {"versionLowered", ServerHello, EDIT(m.body[1] = 2), Alert::ProtocolVersion},
-    {"certificateChanged", Certificate, EDIT(m.body.back() ^= 1), Alert::BadCertificate},
-    {"dataBeforeHello", ServerHello, EDIT(before(all, record(23, {1}))), kLegal},
-    {"dataBeforeCcs", ChangeCipherSpec, EDIT(before(all, record(23, {1}))), kLegal},
-    {"dataBeforeFinished", Finished, EDIT(before(all, record(23, {1}))), Alert::UnexpectedMessage},
-    {"closeNotify", Certificate, EDIT(before(all, record(21, {1, 0}))), kSilence},
+    {"verifyEmpty", ecdhe, ServerHello, EDIT(m.ext(0xFF01) = {0}), Alert::HandshakeFailure},
+    {"verifyShort", ecdhe, ServerHello, EDIT(m.ext(0xFF01).resize(13); m.ext(0xFF01)[0] = 12),
+     Alert::HandshakeFailure},
+    {"verifyMissing", ecdhe, ServerHello, EDIT(m.drop(0xFF01)), Alert::HandshakeFailure},
+    {"versionLowered", ecdhe, ServerHello, EDIT(m.body[1] = 2), Alert::ProtocolVersion},
+    {"masterGone", ecdhe, ServerHello, EDIT(m.drop(23)), Alert::HandshakeFailure},
+    {"masterNew", noMaster, ServerHello, EDIT(add(m, 23)), Alert::HandshakeFailure},
+    {"certificateChanged", ecdhe, Certificate, EDIT(m.body.back() ^= 1), Alert::BadCertificate},
+    {"dataBeforeHello", ecdhe, ServerHello, EDIT(before(all, record(23, {1}))), kLegal},
+    {"dataBeforeCcs", ecdhe, ChangeCipherSpec, EDIT(before(all, record(23, {1}))), kLegal},
+    {"dataBeforeFinished", ecdhe, Finished, EDIT(before(all, record(23, {1}))),
+     Alert::UnexpectedMessage},
+    {"closeNotify", ecdhe, Certificate, EDIT(before(all, record(21, {1, 0}))), kSilence},
 };
 
 TEST(ScriptedTls12, RenegotiationIsHeldToItsRules) {
     for (const AgainRow& row : kAgainRows) {
         ServerSetup setup;
-        ecdhe(setup);
+        row.prepare(setup);
         setup.editRound = 2;
         if (row.edit) setup.edits.emplace(row.step, row.edit);
         Talk talk(setup);
