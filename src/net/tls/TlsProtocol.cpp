@@ -108,6 +108,7 @@ TlsFailure TlsProtocol::onAlert(std::span<const uint8_t> body, LogBase& log) {
     // In TLS 1.3 the level says nothing: all but two are fatal (RFC 8446, 6).
     const bool isTls13 = serverHelloSeen_ && negotiated_.version == Version::Tls13;
     const bool harmless = isTls13 ? alert == Alert::UserCanceled : level == AlertLevel::Warning;
+    if (harmless && !reader_.atBoundary()) return TlsFailure::UnexpectedMessage;  // RFC 8446, 5.1
     if (harmless) return countIdle() ? TlsFailure::None : TlsFailure::TooManyIdleRecords;
     if (handshake_) log.logError("Aborting handshake because of fatal alert.");
     return TlsFailure::PeerAlert;

@@ -225,6 +225,7 @@ const Row kRows[] = {
     {"record.heartbeat", ecdhe, ServerHelloDone, EDIT(before(all, record(24, {1}))), Alert::UnexpectedMessage},
     {"record.fatalAlert", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {2, 40}))), kSilence},
     {"record.alertLevel3", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {3, 112}))), kSilence},
+    {"record.warningInMessage", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {1, 112})); before(all, record(22, {14, 0}))), Alert::UnexpectedMessage},
     {"record.closeNotify", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {1, 0}))), kSilence},
     {"record.emptyAlert", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {}))), Alert::UnexpectedMessage},
     {"record.warnings32", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {1, 112}), 32)), kLegal},

@@ -219,6 +219,8 @@ const Row kRows[] = {
     {"record.alertOfThreeBytes", plain, Finished, EDIT(before(all, record(21, {2, 40, 0}))), Alert::DecodeError},
     {"record.fatalAlert", plain, Finished, EDIT(before(all, record(21, {2, 40}))), kSilence},
     {"record.warningIsFatal", plain, Finished, EDIT(before(all, record(21, {1, 112}))), kSilence},
+    {"record.warningInMessage", plain, Finished, EDIT(before(all, record(21, {1, 90})); before(all, record(22, {20, 0}))), Alert::UnexpectedMessage},
+    {"record.fatalInMessage", plain, Finished, EDIT(before(all, record(21, {2, 40})); before(all, record(22, {20, 0}))), kSilence},
     {"record.userCanceled", plain, Finished, EDIT(before(all, record(21, {1, 90}))), kLegal},
     {"record.closeNotify", plain, Finished, EDIT(before(all, record(21, {1, 0}))), kSilence},
     {"record.padded", padded, Finished, nullptr, kLegal},
