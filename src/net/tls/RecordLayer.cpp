@@ -77,6 +77,7 @@ bool RecordLayer::sendOne(ContentType type, std::span<const uint8_t> fragment) {
 }
 
 bool RecordLayer::send(ContentType type, std::span<const uint8_t> bytes) {
+    if (writingEnded_) return true;
     const bool split = writer_ && writer_->splitsFirstByte() && bytes.size() > 1 &&
                        type == ContentType::ApplicationData;
     size_t limit = split ? 1 : largestPlaintext();

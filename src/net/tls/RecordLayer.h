@@ -30,6 +30,8 @@ public:
 
     // Cuts the bytes into records and appends them to the outbox. An empty span sends nothing.
     bool send(ContentType type, std::span<const uint8_t> bytes);
+    // From here on send drops what it is given.
+    void endWriting() { writingEnded_ = true; }
     DataBuffer& outbox() { return outbox_; }
 
     // The version of the handshake: from now on in every header, and the limit of what arrives.
@@ -55,6 +57,7 @@ private:
     size_t maxBody_ = kMaxCiphertext12;
     size_t peerLimit_ = 0;
     bool isTls13_ = false;
+    bool writingEnded_ = false;
 };
 
 }  // namespace tv::tls

@@ -195,6 +195,7 @@ TlsFailure TlsProtocol::onPostHandshake(const HandshakeMessage& message, LogBase
 TlsFailure TlsProtocol::onHelloRequest(std::span<const uint8_t> body, LogBase& log) {
     if (!body.empty()) return TlsFailure::DecodeError;
     log.logInfo("Need to re-negotiate the security parameters.");
+    if (closeNotifySent_) return TlsFailure::None;
     if (!negotiated_.renegotiation.isSecure) {
         sendAlert(AlertLevel::Warning, Alert::NoRenegotiation);  // RFC 5746, 4.2
         return TlsFailure::None;
@@ -283,6 +284,7 @@ bool TlsProtocol::sendApplicationData(std::span<const uint8_t> bytes, LogBase& l
 void TlsProtocol::sendCloseNotify() {
     if (failure_ != TlsFailure::None || std::exchange(closeNotifySent_, true)) return;
     sendAlert(AlertLevel::Warning, Alert::CloseNotify);
+    records_.endWriting();  // it is the last that a side says (RFC 8446, 6.1)
 }
 
 std::optional<TlsSession> TlsProtocol::takeSession() {

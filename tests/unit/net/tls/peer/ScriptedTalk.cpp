@@ -59,6 +59,12 @@ void expectPost(const PostRow& row, Prepare prepare) {
     talk.engine.input().clear();
     row.act(talk.server);
     EXPECT_EQ(wordOf(talk.pump().verdict()), wordOf(row.expected)) << row.name << talk.logText();
+    // Behind our close_notify it is answered by nothing.
+    Talk closing(prepared(prepare));
+    closing.pump().engine.sendCloseNotify();
+    closing.pump();
+    row.act(closing.server);
+    EXPECT_FALSE(closing.pump().serverGaveUp) << row.name << closing.serverWords;
 }
 
 void expectTruncations(Prepare prepare, const std::vector<Step>& flight,

@@ -489,6 +489,7 @@ const PostRow kPostRows[] = {
     {"finished", [](ScriptedTlsServer& s) { s.emit(Finished); }, Alert::UnexpectedMessage},
     {"ticket", [](ScriptedTlsServer& s) { s.emit(NewSessionTicket); }, Alert::UnexpectedMessage},
     {"hello", [](ScriptedTlsServer& s) { s.emit(ServerHello); }, Alert::UnexpectedMessage},
+    {"helloRequest", [](ScriptedTlsServer& s) { s.emit(HelloRequest); }, kLegal},
     {"helloRequestNotEmpty", [](ScriptedTlsServer& s) { s.send(22, Bytes{0, 0, 0, 1, 0}); }, Alert::DecodeError},
     {"data.inMessage", [](ScriptedTlsServer& s) { s.send(22, Bytes{0, 0}); s.send(23, Bytes{1}); }, Alert::UnexpectedMessage},
     {"data.clear", [](ScriptedTlsServer& s) { s.send(23, Bytes(40, 1), true); }, Alert::BadRecordMac},

@@ -236,13 +236,15 @@ void ScriptedTlsServer::receive(View bytes) {
 void ScriptedTlsServer::onRecord(uint8_t type, View body) {
     Bytes text = bytesIn(body);
     const bool isPlain = is13() && type != kData;  // an early alert, or the ChangeCipherSpec
+    must(!closed, "record behind its close_notify");
     if (read_ && !isPlain) must(open(type, body, text), "record");
     if (type == kCcs) {
         must(text == Bytes{1}, "ChangeCipherSpec");
         if (!is13()) read_ = std::exchange(nextRead_, std::nullopt);
     } else if (type == kAlert) {
         must(text.size() == 2, "alert");
-        if (text[1] != 0) alerts.push_back(text[1]);
+        closed = text[1] == 0;
+        if (!closed) alerts.push_back(text[1]);
         clearAlerts += isPlain;
     } else if (type == kData) {
         received.append(text.begin(), text.end());

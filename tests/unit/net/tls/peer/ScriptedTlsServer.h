@@ -105,6 +105,8 @@ public:
     std::vector<Hello> hellos;
     std::vector<int> alerts;          // fatal ones and warnings alike, close_notify left out
     int clearAlerts = 0;              // those that were not protected
+    bool closed = false;              // close_notify came
+    bool updated = false;             // a KeyUpdate came, and no data since then
     std::string received;             // application data
     std::vector<size_t> recordSizes;  // of the application data records
     int clientFinished = 0;           // right ones
