@@ -261,13 +261,18 @@ TlsFailure TlsProtocol::onKeyUpdate(std::span<const uint8_t> body, LogBase& log)
     if (!reader_.atBoundary()) return TlsFailure::LeftoverAtKeyChange;
     log.logVerbose("Received a TLS 1.3 KeyUpdate.");
     records_.protectReading(renewedCipher(traffic_.server));
-    if (body[0] == 0) return TlsFailure::None;
+    keyUpdateDue_ |= body[0] == 1;
+    return TlsFailure::None;
+}
+
+// One answer, however many updates were asked for since we last sent data (RFC 8446, 4.6.3).
+bool TlsProtocol::answerKeyUpdate() {
+    if (!std::exchange(keyUpdateDue_, false)) return true;
     static constexpr uint8_t kNotRequested[] = {0};
     const bool sent = records_.send(ContentType::Handshake,
                                     handshakeMessage(HandshakeType::KeyUpdate, kNotRequested));
-    if (!sent) return TlsFailure::OutOfMemory;
     records_.protectWriting(renewedCipher(traffic_.client));
-    return TlsFailure::None;
+    return sent;
 }
 
 bool TlsProtocol::sendApplicationData(std::span<const uint8_t> bytes, LogBase& log) {
@@ -276,7 +281,7 @@ bool TlsProtocol::sendApplicationData(std::span<const uint8_t> bytes, LogBase& l
         log.logError(textOf(TlsFailure::NoKeys));
         return false;
     }
-    if (records_.send(ContentType::ApplicationData, bytes)) return true;
+    if (answerKeyUpdate() && records_.send(ContentType::ApplicationData, bytes)) return true;
     log.logError("Failed to encrypt TLS fragment");
     return fail(TlsFailure::OutOfMemory, log);
 }

@@ -65,6 +65,7 @@ private:
     TlsFailure onCertificateRequest(const HandshakeMessage& message);
     TlsFailure onNewSessionTicket(std::span<const uint8_t> body, LogBase& log);
     TlsFailure onKeyUpdate(std::span<const uint8_t> body, LogBase& log);
+    bool answerKeyUpdate();
     std::unique_ptr<RecordCipher> renewedCipher(SecureBuffer& secret);
     void finishHandshake();
     void sendAlert(AlertLevel level, Alert alert);
@@ -94,6 +95,7 @@ private:
     bool serverAnswered_ = false;
     bool closeNotifyReceived_ = false;
     bool closeNotifySent_ = false;
+    bool keyUpdateDue_ = false;
 };
 
 }  // namespace tv::tls

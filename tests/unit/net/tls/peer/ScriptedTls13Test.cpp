@@ -323,6 +323,7 @@ const PostRow kPostRows[] = {
     {"ticket.trailing", [](ScriptedTlsServer& s) { edited(s, NewSessionTicket, EDIT(m.flat().body.push_back(0))); }, Alert::DecodeError},
     {"update", [](ScriptedTlsServer& s) { s.emit(KeyUpdate); }, kLegal},
     {"update.requested", [](ScriptedTlsServer& s) { edited(s, KeyUpdate, EDIT(m.body = {1})); }, kLegal},
+    {"update.requestedOften", [](ScriptedTlsServer& s) { s.setup.edits.emplace(KeyUpdate, EDIT(m.body = {1})); for (int i = 0; i < 5; ++i) s.emit(KeyUpdate); }, kLegal},
     {"update.otherValue", [](ScriptedTlsServer& s) { edited(s, KeyUpdate, EDIT(m.body = {2})); }, Alert::IllegalParameter},
     {"update.empty", [](ScriptedTlsServer& s) { edited(s, KeyUpdate, EDIT(m.body = {})); }, Alert::DecodeError},
     {"update.long", [](ScriptedTlsServer& s) { edited(s, KeyUpdate, EDIT(m.body = {0, 0})); }, Alert::DecodeError},

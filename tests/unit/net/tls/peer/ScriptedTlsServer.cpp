@@ -247,6 +247,7 @@ void ScriptedTlsServer::onRecord(uint8_t type, View body) {
         if (!closed) alerts.push_back(text[1]);
         clearAlerts += isPlain;
     } else if (type == kData) {
+        updated = false;
         received.append(text.begin(), text.end());
         recordSizes.push_back(text.size());
     } else {
@@ -270,7 +271,8 @@ void ScriptedTlsServer::onRecord(uint8_t type, View body) {
 void ScriptedTlsServer::onMessage(uint8_t type, View body, View whole) {
     if (type == 1) return onHello(body, whole);
     if (type == 20) return onFinished(body, whole);
-    if (type == 24) {  // KeyUpdate
+    if (type == 24) {  // KeyUpdate: one until data follows (RFC 8446, 4.6.3)
+        must(!std::exchange(updated, true), "number of key updates");
         read_ = trafficKeys(expandLabel(hash(), read_->secret, "traffic upd", {}, 32));
         return;
     }
