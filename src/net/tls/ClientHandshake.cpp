@@ -36,8 +36,7 @@ TlsFailure ClientHandshake::start(const Negotiated* established, LogBase& log) {
     const LogContextExitor context(log, "initClientHello");
     established_ = established;
     const TlsFailure failure = prepareHello(established, log);
-    if (failure != TlsFailure::None) return failure;
-    return sendHello(log) ? TlsFailure::None : TlsFailure::OutOfMemory;
+    return failure == TlsFailure::None ? sendHello(log) : failure;
 }
 
 TlsFailure ClientHandshake::prepareHello(const Negotiated* established, LogBase& log) {
@@ -120,7 +119,7 @@ HelloParameters ClientHandshake::parameters() const {
     return p;
 }
 
-bool ClientHandshake::sendHello(LogBase& log) {
+TlsFailure ClientHandshake::sendHello(LogBase& log) {
     HelloParameters p = parameters();
     std::vector<OfferedShare> shares;
     for (const auto& share : shared_.shares) {
@@ -129,6 +128,7 @@ bool ClientHandshake::sendHello(LogBase& log) {
     p.shares = shares;
     ClientHello& hello = shared_.hello;
     hello.extensions = helloExtensions(p);
+    if (!hello.fits()) return TlsFailure::HelloTooLong;
     if (!extensionOrder_.empty()) {
         sortLike(hello.extensions, extensionOrder_);
     } else if (settings_.options.shuffleExtensions) {
@@ -142,7 +142,7 @@ bool ClientHandshake::sendHello(LogBase& log) {
     logHello(log);
     std::vector<uint8_t> message = hello.encode();
     if (p.psk.binderSize != 0) fillBinder(message);
-    return shared_.send(message);
+    return shared_.send(message) ? TlsFailure::None : TlsFailure::OutOfMemory;
 }
 
 // The binder covers the transcript and this hello up to the list of binders (RFC 8446, 4.2.11.2).
@@ -279,8 +279,7 @@ TlsFailure ClientHandshake::onHelloRetryRequest(const ServerHello& reply,
     shared_.transcript.add(message.whole);
     shared_.records.setVersion(Version::Tls12);  // header of all records from here on
     log.logDataBool("bIsAfterHelloRetryRequest", true);
-    const bool sent = shared_.sendCompatibilityCcs() && sendHello(log);
-    return sent ? TlsFailure::None : TlsFailure::OutOfMemory;
+    return shared_.sendCompatibilityCcs() ? sendHello(log) : TlsFailure::OutOfMemory;
 }
 
 TlsFailure ClientHandshake::startFlow(const ServerHello& reply, const HandshakeMessage& message,

@@ -37,7 +37,7 @@ private:
     void offerSession(LogBase& log);
     bool addShare(Group group, LogBase& log);
     HelloParameters parameters() const;
-    bool sendHello(LogBase& log);
+    TlsFailure sendHello(LogBase& log);
     void fillBinder(std::vector<uint8_t>& message) const;
     void logHello(LogBase& log) const;
 

@@ -10,7 +10,8 @@ namespace tv::tls {
 namespace {
 
 constexpr uint16_t kRecordSizeLimit = 16385;  // RFC 8449: with the content type of TLS 1.3
-constexpr uint16_t kFallbackScsv = 0x5600;    // RFC 7507, 2: a signal, no suite
+constexpr size_t kMaxExtensionBytes = 0xFFFF;
+constexpr uint16_t kFallbackScsv = 0x5600;  // RFC 7507, 2: a signal, no suite
 
 std::vector<uint8_t> statusRequest() {
     return {1, 0, 0, 0, 0};  // OCSP, no responders, no request extensions (RFC 6066, 8)
@@ -166,6 +167,15 @@ bool ClientHello::offers(ExtensionType type) const {
 bool ClientHello::offersSuite(uint16_t id) const {
     return std::any_of(suites.begin(), suites.end(),
                        [&](const CipherSuite* suite) { return suite->id == id; });
+}
+
+bool ClientHello::fits() const {
+    size_t size = 0;
+    for (const HelloExtension& extension : extensions) {
+        if (extension.body.size() > kMaxExtensionBytes) return false;
+        size += 4 + extension.body.size();
+    }
+    return size <= kMaxExtensionBytes;
 }
 
 std::vector<uint8_t> ClientHello::encode() const {

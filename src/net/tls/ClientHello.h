@@ -53,7 +53,9 @@ struct ClientHello {
 
     bool offers(ExtensionType type) const;
     bool offersSuite(uint16_t id) const;
-    // The whole handshake message with its header.
+    // False where the extensions are longer than a hello can say.
+    bool fits() const;
+    // The whole handshake message with its header, if it fits.
     std::vector<uint8_t> encode() const;
 };
 
@@ -70,6 +72,10 @@ std::vector<SignatureScheme> offeredSignatures(const VersionRange& versions);
 // True for a name that may stand in server_name: no address (RFC 6066, 3), and "localhost" only
 // when the options say so.
 bool mayBeServerName(std::string_view name, const TlsOptions& options);
+
+// With a longer ticket the hello would not stay within one record: there are servers, and boxes on
+// the way, that read no further.
+constexpr size_t kMaxOfferedTicket = 14336;
 
 // The bytes that every binder takes behind the truncated hello: two of the list's length, one of
 // the binder's (RFC 8446, 4.2.11.2).

@@ -48,6 +48,8 @@ constexpr Row kRows[] = {
     {TlsFailure::GroupNotOffered, Alert::IllegalParameter, "Unexpected key_share group"},
     {TlsFailure::HelloRetryUnchanged, Alert::IllegalParameter,
      "The HelloRetryRequest asks for nothing new."},
+    {TlsFailure::HelloTooLong, Alert::IllegalParameter,
+     "The server's cookie is so long that it does not fit into a ClientHello."},
     {TlsFailure::BadKeyShare, Alert::IllegalParameter,
      "The server's public key for the key exchange is not valid."},
     {TlsFailure::BadServerKey, Alert::IllegalParameter,

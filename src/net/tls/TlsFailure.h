@@ -31,6 +31,7 @@ enum class TlsFailure : uint8_t {
     SuiteNotOffered,
     GroupNotOffered,
     HelloRetryUnchanged,
+    HelloTooLong,
     BadKeyShare,
     BadServerKey,
     WeakDhGroup,

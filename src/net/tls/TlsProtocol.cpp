@@ -213,7 +213,10 @@ TlsFailure TlsProtocol::onNewSessionTicket(std::span<const uint8_t> body, LogBas
     if (failure != TlsFailure::None) return failure;
     log.logDataVerbose("ticket_lifetime", std::to_string(ticket.lifetimeSeconds));
     log.logDataVerbose("ticket_age_add", std::to_string(ticket.ageAdd));
-    if (ticket.lifetimeSeconds == 0) return TlsFailure::None;  // to be dropped at once
+    // No lifetime: to be dropped at once.
+    if (ticket.lifetimeSeconds == 0 || ticket.ticket.size() > kMaxOfferedTicket) {
+        return TlsFailure::None;
+    }
     TlsSession session;
     session.version = Version::Tls13;
     session.suite = negotiated_.suite->id;

@@ -220,13 +220,30 @@ TEST(ScriptedSession, ResumedSessionKeepsItsAge) {
     EXPECT_EQ(kept->receivedAtMs, first.now - 20 * kHour);
 }
 
-TEST(ScriptedSession, TicketOfNoLifetimeIsDropped) {
-    ServerSetup setup;
-    tls13(setup);
-    setup.edits.emplace(NewSessionTicket, EDIT(m.body[2] = m.body[3] = 0));
-    Talk talk(setup);
-    ASSERT_EQ(talk.pump().verdict(), kLegal);
-    EXPECT_FALSE(talk.engine.takeSession());
+// The next hello has to stay within one record.
+TEST(ScriptedSession, TicketsOfNoLifetimeAndLongOnesAreDropped) {
+    const struct {
+        uint8_t lifetime;
+        size_t size;
+        bool kept;
+    } rows[] = {{0, 6, false}, {60, 6, true}, {60, 14336, true}, {60, 14337, false}};
+    for (const auto& row : rows) {
+        First first(tls13);
+        forgotten(first);
+        first.again.edits.emplace(NewSessionTicket, [&](Item& m, Items&) {
+            m.body = {0, 0, 0, row.lifetime, 0, 0, 0, 7, 1, 1};
+            m.body.push_back(static_cast<uint8_t>(row.size >> 8));
+            m.body.push_back(static_cast<uint8_t>(row.size));
+            m.body.resize(m.body.size() + row.size);
+        });
+        Talk talk(first.again);
+        ASSERT_EQ(talk.pump().verdict(), kLegal) << talk.logText();
+        first.settings.session = talk.engine.takeSession();
+        ASSERT_EQ(first.settings.session.has_value(), row.kept) << row.size;
+        if (!row.kept) continue;
+        LaterTalk later(first, 0);
+        EXPECT_LE(later.engine.output().size(), kRecordHeaderSize + kMaxPlaintext);
+    }
 }
 
 // It stands for no session, so a server that echoes it in TLS 1.2 resumes nothing.

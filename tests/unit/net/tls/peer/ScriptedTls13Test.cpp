@@ -109,6 +109,8 @@ const Row kRows[] = {
     {"retry.cookieOnly", cookieOnly, HelloRetry, nullptr, kLegal},
     {"retry.cookieAndGroup", cookieAndGroup, HelloRetry, nullptr, kLegal},
     {"retry.nothingNew", [](ServerSetup& s) { s.retry = true, s.retryForGroup = false; }, HelloRetry, nullptr, Alert::IllegalParameter},
+    {"retry.longCookie", [](ServerSetup& s) { cookieOnly(s), s.cookie = Bytes(65300, 7); }, HelloRetry, nullptr, kLegal},
+    {"retry.tooLongCookie", [](ServerSetup& s) { cookieOnly(s), s.cookie = Bytes(65310, 7); }, HelloRetry, nullptr, Alert::IllegalParameter},
     {"retry.emptyCookie", cookieAndGroup, HelloRetry, EDIT(m.ext(44) = {0, 0}), Alert::DecodeError},
     {"retry.groupHadShare", [](ServerSetup& s) { s.retry = true; }, HelloRetry, nullptr, Alert::IllegalParameter},
     {"retry.groupNotOffered", [](ServerSetup& s) { s.retry = true, s.group = 26; }, HelloRetry, nullptr, Alert::IllegalParameter},
