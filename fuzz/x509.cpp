@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const Bytes chain[] = {der, der};
     WorkBudget budget;
-    if (verifyChain(chain, {"mail.example.com", 1795254300, {}}, budget).trusted())
+    if (verifyChain(chain, {"mail.example.com", 1795254300, {}, {}}, budget).trusted())
         __builtin_trap();
     pemCertificates({reinterpret_cast<const char*>(data), size}, 4);
     return 0;

@@ -1,7 +1,11 @@
 // Chooses the anchors, judges the chain by them and asks the system where that fails.
 #include "net/TrustStore.h"
 
+#include <algorithm>
+#include <optional>
+
 #include "log/LogContextExitor.h"
+#include "net/x509/HostMatch.h"
 #include "net/x509/Pem.h"
 #include "platform/SysFile.h"
 #include "platform/SysTrustRoots.h"
@@ -24,10 +28,40 @@ plat::DerList anchorsOfFile(const std::string& path, LogBase& log) {
 }
 
 plat::DerList systemAnchors(LogBase& log) {
-    for (const std::string& path : plat::trustAnchorFiles()) {
+    for (const std::string& path : plat::sysTrustRoots().anchorFiles()) {
         if (plat::isRegularFile(path)) return anchorsOfFile(path, log);
     }
-    return plat::systemTrustAnchors();
+    return plat::sysTrustRoots().anchors();
+}
+
+// What the system makes of the chain, for it fetches most of its roots only when it is asked about
+// one that ends at them. Its path is held against all our own rules, its root being the only
+// anchor.
+std::optional<x509::ChainVerdict> verdictOnSystemPath(const plat::DerList& chain,
+                                                      const x509::ChainQuestion& question,
+                                                      x509::WorkBudget& budget, LogBase& log) {
+    const bool isAddress = !x509::addressBytes(question.host).empty();
+    const std::string name(isAddress ? std::string_view() : x509::withoutFinalDot(question.host));
+    const uint64_t limitMs = std::min<uint64_t>(budget.leftMs(), kSystemChainMs);
+    plat::DerList path;
+    std::string reason;
+    if (!plat::sysTrustRoots().findPath(chain, name, static_cast<uint32_t>(limitMs), path,
+                                        reason)) {
+        log.logInfo(reason);
+        return std::nullopt;
+    }
+    if (path.empty() || path.front() != chain.front()) {
+        log.logInfo("The system's path does not begin with the server's certificate.");
+        return std::nullopt;
+    }
+    const x509::CertificateSet root({path.back()});
+    if (path.size() > 1) path.pop_back();
+    const std::vector<x509::Bytes> views(path.begin(), path.end());
+    const x509::ChainVerdict verdict = x509::verifyChain(
+        views, {question.host, question.nowSeconds, root, question.refused}, budget);
+    log.logInfo(verdict.trusted() ? "The system knew the way to a trusted root."
+                                  : "The system trusts a path that breaks a rule.");
+    return verdict;
 }
 
 }  // namespace
@@ -39,24 +73,17 @@ x509::ChainVerdict verifyServerChain(const std::vector<std::vector<uint8_t>>& ch
     const LogContextExitor context(log, "verifyServerChain");
     const x509::CertificateSet anchors(anchorsFile.empty() ? systemAnchors(log)
                                                            : anchorsOfFile(anchorsFile, log));
+    const x509::CertificateSet refused(plat::sysTrustRoots().refused());
+    const x509::ChainQuestion question = {host, nowSeconds, anchors, refused};
     const std::vector<x509::Bytes> views(chain.begin(), chain.end());
-    const x509::ChainVerdict verdict =
-        x509::verifyChain(views, {host, nowSeconds, anchors}, budget);
+    const x509::ChainVerdict verdict = x509::verifyChain(views, question, budget);
     if (verdict.broken != x509::ChainRule::UnknownIssuer || !anchorsFile.empty()) return verdict;
-
-    // Systems fetch most of their roots only when they are asked about a chain. Name, time and
-    // usage stay our own judgement.
-    std::string reason;
-    if (plat::systemTrustsChain(chain, kSystemChainMs, reason)) {
-        return x509::verifyLeaf(chain.front(), host, nowSeconds);
-    }
-    log.logInfo(reason);
-    return verdict;
+    return verdictOnSystemPath(chain, question, budget, log).value_or(verdict);
 }
 
 std::string anchorsIdentity(const std::string& anchorsFile) {
     std::string path = anchorsFile;
-    for (const std::string& bundle : plat::trustAnchorFiles()) {
+    for (const std::string& bundle : plat::sysTrustRoots().anchorFiles()) {
         if (path.empty() && plat::isRegularFile(bundle)) path = bundle;
     }
     plat::FileStamp stamp;

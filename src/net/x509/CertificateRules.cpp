@@ -97,9 +97,13 @@ Fault judgeAuthority(const Certificate& issuer, size_t issuersBelow, int64_t now
 }
 
 ChainVerdict verdictOf(const Fault& fault, std::string_view host) {
-    if (!fault.certificate) return {fault.rule, {}, {}, {}};
-    return {fault.rule, nameText(fault.certificate->subject), nameText(fault.certificate->issuer),
-            detailOf(fault, host)};
+    ChainVerdict verdict;
+    verdict.broken = fault.rule;
+    if (!fault.certificate) return verdict;
+    verdict.subject = nameText(fault.certificate->subject);
+    verdict.issuer = nameText(fault.certificate->issuer);
+    verdict.detail = detailOf(fault, host);
+    return verdict;
 }
 
 }  // namespace tv::x509

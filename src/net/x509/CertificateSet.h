@@ -12,8 +12,9 @@ namespace tv::x509 {
 
 class CertificateSet {
 public:
+    CertificateSet() = default;
     // Takes DER; what cannot be read is left out.
-    explicit CertificateSet(std::vector<std::vector<uint8_t>> ders = {});
+    explicit CertificateSet(std::vector<std::vector<uint8_t>> ders);
     CertificateSet(CertificateSet&&) = default;
     CertificateSet& operator=(CertificateSet&&) = default;
     CertificateSet(const CertificateSet&) = delete;

@@ -37,6 +37,8 @@ std::string_view ruleText(ChainRule rule) {
             return "The certificate's signature is wrong.";
         case ChainRule::UnknownIssuer:
             return "The issuer of the certificate is not known or not trusted.";
+        case ChainRule::Disallowed:
+            return "The certificate is one that this system distrusts (store \"Disallowed\").";
         case ChainRule::TooMuchWork:
             return "The certificates take more work to check than is spent on a server that is not "
                    "trusted yet.";

@@ -23,6 +23,7 @@ enum class ChainRule : uint8_t {
     BadConstraints,
     BadSignature,
     UnknownIssuer,
+    Disallowed,
     TooMuchWork,
     Stopped,
 };

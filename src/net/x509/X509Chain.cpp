@@ -101,6 +101,7 @@ private:
                 std::count_if(path_.begin() + 1, path_.end(),
                               [](const Certificate* c) { return !c->isSelfIssued(); });
             fault = judgeAuthority(issuer, static_cast<size_t>(below), question_.nowSeconds);
+            if (question_.refused.holds(issuer)) fault = {ChainRule::Disallowed, &issuer};
         }
         if (fault.rule == ChainRule::None) return true;
         note(fault);
@@ -155,29 +156,31 @@ private:
     size_t bestWeight_ = 0;
 };
 
-}  // namespace
-
-ChainVerdict verifyLeaf(Bytes leaf, std::string_view host, int64_t nowSeconds) {
-    Certificate certificate;
-    if (!parseCertificate(leaf, certificate)) return {ChainRule::Unreadable, {}, {}, {}};
-    return verdictOf(judgeLeaf(certificate, host, nowSeconds), host);
-}
-
-ChainVerdict verifyChain(std::span<const Bytes> chain, const ChainQuestion& question,
-                         WorkBudget& budget) {
+// An extra that nobody needs may be unreadable; without the server's own there is nothing.
+std::vector<Certificate> readableOf(std::span<const Bytes> chain) {
     std::vector<Certificate> sent;
     for (const Bytes der : chain.first(std::min(chain.size(), kMaxSent))) {
         Certificate certificate;
         const bool readable = parseCertificate(der, certificate);
-        // An extra that nobody needs may be unreadable; the server's own may not.
-        if (!readable && sent.empty()) return {ChainRule::Unreadable, {}, {}, {}};
+        if (!readable && sent.empty()) break;
         if (readable) sent.push_back(std::move(certificate));
     }
-    if (sent.empty()) return {ChainRule::Unreadable, {}, {}, {}};
-    const Fault leaf = judgeLeaf(sent.front(), question.host, question.nowSeconds);
-    if (leaf.rule != ChainRule::None) return verdictOf(leaf, question.host);
-    ChainVerdict verdict = verdictOf(PathBuilder(sent, question, budget).build(), question.host);
-    if (verdict.broken == ChainRule::UnknownIssuer && sent.size() < chain.size()) {
+    return sent;
+}
+
+}  // namespace
+
+ChainVerdict verifyChain(std::span<const Bytes> chain, const ChainQuestion& question,
+                         WorkBudget& budget) {
+    const std::vector<Certificate> sent = readableOf(chain);
+    if (sent.empty()) return verdictOf({ChainRule::Unreadable}, question.host);
+    const Certificate& leaf = sent.front();
+    Fault fault = judgeLeaf(leaf, question.host, question.nowSeconds);
+    if (question.refused.holds(leaf)) fault = {ChainRule::Disallowed, &leaf};
+    if (fault.rule != ChainRule::None) return verdictOf(fault, question.host);
+    fault = PathBuilder(sent, question, budget).build();
+    ChainVerdict verdict = verdictOf(fault, question.host);
+    if (fault.rule == ChainRule::UnknownIssuer && sent.size() < chain.size()) {
         verdict.detail = std::to_string(chain.size() - sent.size()) + " of the " +
                          std::to_string(chain.size()) + " certificates sent cannot be read";
     }

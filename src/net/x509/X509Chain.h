@@ -16,6 +16,7 @@ struct ChainQuestion {
     int64_t nowSeconds = 0;  // since 1970-01-01 UTC
     // Of an anchor name, key, validity and what it says of those below it count.
     const CertificateSet& anchors;
+    const CertificateSet& refused;  // none of them may stand on the path
 };
 
 // chain is what the server sent, its own certificate first, the others in any order and with any
@@ -23,9 +24,5 @@ struct ChainQuestion {
 // fault of the best one: of the one that came nearest to an anchor.
 ChainVerdict verifyChain(std::span<const Bytes> chain, const ChainQuestion& question,
                          WorkBudget& budget);
-
-// The checks of the leaf that need no chain: readable, in its time, for servers, for this host.
-// For systems that build the chain themselves.
-ChainVerdict verifyLeaf(Bytes leaf, std::string_view host, int64_t nowSeconds);
 
 }  // namespace tv::x509

@@ -1,3 +1,5 @@
+// The stores of crypt32 and its chain engine. What a root may be used for is asked of the store;
+// what the engine says of a chain is asked for a TLS server.
 #include "platform/SysTrustRoots.h"
 
 #define CERT_CHAIN_PARA_HAS_EXTRA_FIELDS  // the time-out of dwUrlRetrievalTimeout
@@ -6,9 +8,16 @@
 #include <wincrypt.h>
 
 #include <algorithm>
+#include <cstdio>
+
+#include "platform/Replaceable.h"
 
 namespace tv::plat {
 namespace {
+
+// Conditions under which Windows takes a root: distrusted from a date on or for usages, taken for
+// certificates issued before a date. Older headers have no names for them.
+constexpr DWORD kConditions[] = {104, 122, 126, 127};
 
 template <class Function>
 Function function(HMODULE library, const char* name) {
@@ -26,6 +35,9 @@ struct Crypt32 {
     decltype(&CertAddEncodedCertificateToStore) add = nullptr;
     decltype(&CertGetCertificateChain) buildChain = nullptr;
     decltype(&CertFreeCertificateChain) freeChain = nullptr;
+    decltype(&CertVerifyCertificateChainPolicy) judgeChain = nullptr;
+    decltype(&CertGetEnhancedKeyUsage) usages = nullptr;
+    decltype(&CertGetCertificateContextProperty) property = nullptr;
     bool usable = false;
 
     Crypt32() {
@@ -43,8 +55,12 @@ struct Crypt32 {
         add = function<decltype(add)>(library, "CertAddEncodedCertificateToStore");
         buildChain = function<decltype(buildChain)>(library, "CertGetCertificateChain");
         freeChain = function<decltype(freeChain)>(library, "CertFreeCertificateChain");
+        judgeChain = function<decltype(judgeChain)>(library, "CertVerifyCertificateChainPolicy");
+        usages = function<decltype(usages)>(library, "CertGetEnhancedKeyUsage");
+        property = function<decltype(property)>(library, "CertGetCertificateContextProperty");
         usable = openStore && closeStore && next && createContext && freeContext &&
-                 openMemoryStore && add && buildChain && freeChain;
+                 openMemoryStore && add && buildChain && freeChain && judgeChain && usages &&
+                 property;
     }
 };
 
@@ -53,15 +69,47 @@ const Crypt32& crypt32() {
     return library;
 }
 
-DerList certificatesIn(const wchar_t* name) {
+std::vector<uint8_t> derOf(const CERT_CONTEXT& certificate) {
+    return {certificate.pbCertEncoded, certificate.pbCertEncoded + certificate.cbCertEncoded};
+}
+
+// Of the certificate's extension and of the store's own list, what both allow. An empty result with
+// CRYPT_E_NOT_FOUND means that neither limits anything, without it that nothing is left.
+bool isForServers(PCCERT_CONTEXT certificate) {
+    const Crypt32& c = crypt32();
+    DWORD size = 0;
+    if (!c.usages(certificate, 0, nullptr, &size) || size < sizeof(CERT_ENHKEY_USAGE)) return false;
+    std::vector<CERT_ENHKEY_USAGE> buffer(size / sizeof(CERT_ENHKEY_USAGE) + 1);
+    CERT_ENHKEY_USAGE& usages = buffer.front();
+    SetLastError(ERROR_SUCCESS);
+    if (!c.usages(certificate, 0, &usages, &size)) return false;
+    if (usages.cUsageIdentifier == 0)
+        return GetLastError() == static_cast<DWORD>(CRYPT_E_NOT_FOUND);
+    return std::any_of(usages.rgpszUsageIdentifier,
+                       usages.rgpszUsageIdentifier + usages.cUsageIdentifier, [](const char* oid) {
+                           const std::string_view text = oid;
+                           return text == szOID_PKIX_KP_SERVER_AUTH ||
+                                  text == szOID_ANY_ENHANCED_KEY_USAGE;
+                       });
+}
+
+bool hasCondition(PCCERT_CONTEXT certificate) {
+    return std::any_of(std::begin(kConditions), std::end(kConditions), [&](DWORD id) {
+        DWORD size = 0;
+        return crypt32().property(certificate, id, nullptr, &size) != FALSE;
+    });
+}
+
+template <class Wanted>
+DerList certificatesIn(const wchar_t* name, Wanted wanted) {
     const Crypt32& c = crypt32();
     DerList out;
+    if (!c.usable) return out;
     const HCERTSTORE store = c.openStore(0, name);
     if (!store) return out;
     PCCERT_CONTEXT certificate = nullptr;
     while ((certificate = c.next(store, certificate)) != nullptr) {
-        out.emplace_back(certificate->pbCertEncoded,
-                         certificate->pbCertEncoded + certificate->cbCertEncoded);
+        if (wanted(certificate)) out.push_back(derOf(*certificate));
     }
     c.closeStore(store, 0);
     return out;
@@ -78,61 +126,76 @@ HCERTSTORE storeOfExtras(const DerList& chain) {
     return store;
 }
 
-// Of any chain that the system built, its anchor included.
-bool holdsDisallowed(const CERT_CHAIN_CONTEXT& built) {
-    const DerList refused = certificatesIn(L"Disallowed");
-    for (DWORD i = 0; i < built.cChain; ++i) {
-        const CERT_SIMPLE_CHAIN& chain = *built.rgpChain[i];
-        for (DWORD k = 0; k < chain.cElement; ++k) {
-            const CERT_CONTEXT& c = *chain.rgpElement[k]->pCertContext;
-            const std::vector<uint8_t> der(c.pbCertEncoded, c.pbCertEncoded + c.cbCertEncoded);
-            if (std::find(refused.begin(), refused.end(), der) != refused.end()) return true;
-        }
+// CertVerifyCertificateChainPolicy for a TLS server; 0 where it has nothing against the chain.
+DWORD sslPolicyError(PCCERT_CHAIN_CONTEXT built, const std::string& host) {
+    std::wstring name(host.begin(), host.end());
+    SSL_EXTRA_CERT_CHAIN_POLICY_PARA server = {};
+    server.cbSize = sizeof server;
+    server.dwAuthType = AUTHTYPE_SERVER;
+    server.pwszServerName = name.empty() ? nullptr : name.data();
+    CERT_CHAIN_POLICY_PARA parameters = {};
+    parameters.cbSize = sizeof parameters;
+    parameters.pvExtraPolicyPara = &server;
+    CERT_CHAIN_POLICY_STATUS status = {};
+    status.cbSize = sizeof status;
+    if (!crypt32().judgeChain(CERT_CHAIN_POLICY_SSL, built, &parameters, &status)) {
+        return GetLastError();
     }
-    return false;
+    return status.dwError;
 }
 
-bool judge(PCCERT_CONTEXT leaf, HCERTSTORE extras, uint32_t timeoutMs, std::string& reason) {
-    const Crypt32& c = crypt32();
+PCCERT_CHAIN_CONTEXT buildChain(PCCERT_CONTEXT leaf, HCERTSTORE extras, uint32_t timeoutMs) {
+    char serverAuth[] = szOID_PKIX_KP_SERVER_AUTH;
+    LPSTR usages[] = {serverAuth};
     CERT_CHAIN_PARA parameters = {};
     parameters.cbSize = sizeof parameters;
+    parameters.RequestedUsage.dwType = USAGE_MATCH_TYPE_AND;
+    parameters.RequestedUsage.Usage = {1, usages};
     parameters.dwUrlRetrievalTimeout = timeoutMs;
     PCCERT_CHAIN_CONTEXT built = nullptr;
-    if (!c.buildChain(nullptr, leaf, nullptr, extras, &parameters, 0, nullptr, &built)) {
-        reason = "The system could not build a chain.";
-        return false;
-    }
+    return crypt32().buildChain(nullptr, leaf, nullptr, extras, &parameters, 0, nullptr, &built)
+               ? built
+               : nullptr;
+}
+
+// Copies the path out of a chain that the system trusts.
+bool takePath(PCCERT_CHAIN_CONTEXT built, const std::string& host, DerList& path,
+              std::string& reason) {
     const DWORD errors = built->TrustStatus.dwErrorStatus;
-    const bool disallowed = holdsDisallowed(*built);
-    c.freeChain(built);
-    if (disallowed) {
-        reason = "The system disallows a certificate of the chain.";
+    const DWORD policyError = sslPolicyError(built, host);
+    if (errors != CERT_TRUST_NO_ERROR || policyError != 0 || built->cChain == 0) {
+        char numbers[64];
+        std::snprintf(numbers, sizeof numbers, "(status 0x%lx, policy 0x%lx).", errors,
+                      policyError);
+        reason = std::string("The system does not trust the chain ") + numbers;
         return false;
     }
-    if (errors == CERT_TRUST_NO_ERROR) return true;
-    reason = "The system does not trust the chain (status " + std::to_string(errors) + ").";
-    return false;
+    const CERT_SIMPLE_CHAIN& chain = *built->rgpChain[0];
+    for (DWORD i = 0; i < chain.cElement; ++i) {
+        path.push_back(derOf(*chain.rgpElement[i]->pCertContext));
+    }
+    return true;
 }
 
-}  // namespace
+class WindowsStores final : public SysTrustRoots {
+public:
+    DerList anchors() override {
+        return certificatesIn(L"ROOT", [](PCCERT_CONTEXT certificate) {
+            return isForServers(certificate) && !hasCondition(certificate);
+        });
+    }
+    DerList refused() override {
+        return certificatesIn(L"Disallowed", [](PCCERT_CONTEXT) { return true; });
+    }
+    std::vector<std::string> anchorFiles() override { return {}; }
+    bool findPath(const DerList& chain, const std::string& host, uint32_t timeoutMs, DerList& path,
+                  std::string& reason) override;
+};
 
-DerList systemTrustAnchors() {
-    if (!crypt32().usable) return {};
-    DerList roots = certificatesIn(L"ROOT");
-    const DerList refused = certificatesIn(L"Disallowed");
-    const auto isRefused = [&](const std::vector<uint8_t>& der) {
-        return std::find(refused.begin(), refused.end(), der) != refused.end();
-    };
-    roots.erase(std::remove_if(roots.begin(), roots.end(), isRefused), roots.end());
-    return roots;
-}
-
-std::vector<std::string> trustAnchorFiles() {
-    return {};
-}
-
-bool systemTrustsChain(const DerList& chain, uint32_t timeoutMs, std::string& reason) {
+bool WindowsStores::findPath(const DerList& chain, const std::string& host, uint32_t timeoutMs,
+                             DerList& path, std::string& reason) {
     const Crypt32& c = crypt32();
+    path.clear();
     if (!c.usable || chain.empty()) {
         reason = "The system has no opinion on certificates.";
         return false;
@@ -144,10 +207,23 @@ bool systemTrustsChain(const DerList& chain, uint32_t timeoutMs, std::string& re
         return false;
     }
     const HCERTSTORE extras = storeOfExtras(chain);
-    const bool trusted = judge(leaf, extras, timeoutMs, reason);
+    const PCCERT_CHAIN_CONTEXT built = buildChain(leaf, extras, timeoutMs);
+    if (!built) reason = "The system could not build a chain.";
+    const bool found = built && takePath(built, host, path, reason);
+    if (built) c.freeChain(built);
     if (extras) c.closeStore(extras, 0);
     c.freeContext(leaf);
-    return trusted;
+    return found;
+}
+
+}  // namespace
+
+SysTrustRoots& sysTrustRoots() {
+    return Replaceable<SysTrustRoots>::get<WindowsStores>();
+}
+
+SysTrustRoots* replaceSysTrustRoots(SysTrustRoots* source) {
+    return Replaceable<SysTrustRoots>::replace(source);
 }
 
 }  // namespace tv::plat

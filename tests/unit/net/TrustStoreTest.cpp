@@ -82,12 +82,85 @@ TEST(TrustStore, AnchorsFromAFile) {
     std::remove(path.c_str());
 }
 
+// Stands in for the system's stores and its chain engine.
+class FakeTrust final : public plat::SysTrustRoots {
+public:
+    ~FakeTrust() override { plat::replaceSysTrustRoots(before_); }
+
+    plat::DerList anchors() override { return roots; }
+    plat::DerList refused() override { return disallowed; }
+    std::vector<std::string> anchorFiles() override { return {}; }
+    bool findPath(const plat::DerList&, const std::string& host, uint32_t timeoutMs,
+                  plat::DerList& out, std::string& reason) override {
+        question = host + " " + std::to_string(timeoutMs);
+        out = path;
+        reason = "The system says no.";
+        return !path.empty();
+    }
+
+    plat::DerList roots, disallowed, path;
+    std::string question;
+
+private:
+    plat::SysTrustRoots* before_ = plat::replaceSysTrustRoots(this);
+};
+
+plat::DerList operator+(plat::DerList a, const plat::DerList& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+TEST(TrustStore, TheSystemIsAskedWhereWeFindNoPath) {
+    const plat::DerList own = chainOfOne();
+    // The same name with another key, another signature that is as good as none, another name.
+    plat::DerList namesake = own, rewritten = own, stranger = own;
+    const uint8_t behindKey[] = {0xA3, 0x50, 0x30, 0x4E};
+    --*(std::search(namesake[0].begin(), namesake[0].end(), behindKey, behindKey + 4) - 1);
+    ++rewritten[0].back();
+    const std::string_view name = kHost;
+    for (auto at = stranger[0].begin(); at != stranger[0].end();) {
+        at = std::search(at, stranger[0].end(), name.begin(), name.end());
+        if (at != stranger[0].end()) *at = 'b';
+    }
+    const struct {
+        const char* name;
+        plat::DerList roots, disallowed, path;
+        const char* host;
+        ChainRule broken;
+        bool asked;
+    } kCases[] = {
+        {"our own root", own, {}, {}, kHost, ChainRule::None, false},
+        {"nobody knows", {}, {}, {}, kHost, ChainRule::UnknownIssuer, true},
+        {"the system knows", {}, {}, own, kHost, ChainRule::None, true},
+        {"a root that did not sign", {}, {}, own + namesake, kHost, ChainRule::BadSignature, true},
+        {"a root of another name", {}, {}, own + stranger, kHost, ChainRule::UnknownIssuer, true},
+        {"a path of another", {}, {}, stranger, kHost, ChainRule::UnknownIssuer, true},
+        {"for another host", {}, {}, own, "other.trust.test", ChainRule::HostMismatch, false},
+        {"disallowed root", own, own, own, kHost, ChainRule::Disallowed, false},
+        {"disallowed, signed anew", own, rewritten, own, kHost, ChainRule::Disallowed, false},
+        {"disallows another", own, stranger, {}, kHost, ChainRule::None, false},
+    };
+    for (const auto& c : kCases) {
+        FakeTrust trust;
+        trust.roots = c.roots;
+        trust.disallowed = c.disallowed;
+        trust.path = c.path;
+        _tvLogger log;
+        x509::WorkBudget budget([] { return 700; });
+        EXPECT_EQ(verifyServerChain(own, c.host, kNow, "", budget, log).broken, c.broken) << c.name;
+        EXPECT_EQ(trust.question, c.asked ? std::string(kHost) + " 700" : "") << c.name;
+    }
+}
+
 #ifdef _WIN32
 
-// Puts a certificate into a store of this user as long as it lives; through crypt32 itself.
+// Puts a certificate into a store of this user as long as it lives; through crypt32 itself. The
+// store may give it for some usages alone, whatever the certificate says.
 class StoreEntry {
 public:
-    StoreEntry(const wchar_t* store, const std::vector<uint8_t>& der) {
+    using Usages = std::vector<std::string>;
+    StoreEntry(const wchar_t* store, const std::vector<uint8_t>& der,
+               const Usages* usages = nullptr) {
         const HMODULE library = LoadLibraryW(L"crypt32.dll");
         close_ = entry<decltype(close_)>(library, "CertCloseStore");
         remove_ = entry<decltype(remove_)>(library, "CertDeleteCertificateFromStore");
@@ -100,6 +173,7 @@ public:
         EXPECT_TRUE(store_ &&
                     add(store_, X509_ASN_ENCODING, der.data(), static_cast<DWORD>(der.size()),
                         CERT_STORE_ADD_ALWAYS, &context_) &&
+                    (!usages || limitTo(library, *usages)) &&
                     control(store_, 0, CERT_STORE_CTRL_COMMIT, nullptr));
     }
     ~StoreEntry() {
@@ -110,6 +184,16 @@ public:
     StoreEntry& operator=(const StoreEntry&) = delete;
 
 private:
+    bool limitTo(HMODULE library, const Usages& usages) {
+        std::vector<char*> oids;
+        for (const std::string& oid : usages) {
+            oids.push_back(const_cast<char*>(oid.c_str()));
+        }
+        CERT_ENHKEY_USAGE list = {static_cast<DWORD>(oids.size()), oids.data()};
+        return entry<decltype(&CertSetEnhancedKeyUsage)>(library, "CertSetEnhancedKeyUsage")(
+                   context_, &list) != FALSE;
+    }
+
     template <class Function>
     static Function entry(HMODULE library, const char* name) {
         return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
@@ -129,28 +213,41 @@ TEST(TrustStore, WindowsStores) {
         return broken;
     };
     const auto isAnchor = [](const std::vector<uint8_t>& der) {
-        const plat::DerList anchors = plat::systemTrustAnchors();
+        const plat::DerList anchors = plat::sysTrustRoots().anchors();
         return std::find(anchors.begin(), anchors.end(), der) != anchors.end();
     };
     const plat::DerList chain = chainOfOne();
+    plat::SysTrustRoots& system = plat::sysTrustRoots();
+    plat::DerList path;
     std::string text;
-    EXPECT_TRUE(plat::trustAnchorFiles().empty());
+    EXPECT_TRUE(plat::sysTrustRoots().anchorFiles().empty());
     EXPECT_FALSE(isAnchor(chain[0]));
     {
         // The system reads its stores when it is asked first, so this comes first.
         const StoreEntry root(L"ROOT", chain[0]);
-        EXPECT_TRUE(plat::systemTrustsChain(chain, 1000, text)) << text;
+        EXPECT_TRUE(system.findPath(chain, kHost, 1000, path, text)) << text;
+        EXPECT_EQ(path, chain);
         EXPECT_TRUE(isAnchor(chain[0]));
         EXPECT_EQ(verdict(chain, kHost, text), ChainRule::None) << text;
         EXPECT_EQ(verdict(chain, "other.trust.test", text), ChainRule::HostMismatch);
 
         const StoreEntry refused(L"Disallowed", chain[0]);
-        EXPECT_FALSE(isAnchor(chain[0]));
-        EXPECT_EQ(verdict(chain, kHost, text), ChainRule::UnknownIssuer);
-        EXPECT_NE(text.find("The system disallows a certificate of the chain."), std::string::npos)
-            << text;
+        EXPECT_EQ(verdict(chain, kHost, text), ChainRule::Disallowed);
     }
     EXPECT_FALSE(isAnchor(chain[0]));
+    EXPECT_EQ(system.refused(), plat::DerList());
+    const struct {
+        StoreEntry::Usages usages;
+        bool isAnchor;
+    } kUsages[] = {{{szOID_PKIX_KP_SERVER_AUTH}, true},
+                   {{szOID_PKIX_KP_CLIENT_AUTH, szOID_PKIX_KP_SERVER_AUTH}, true},
+                   {{szOID_ANY_ENHANCED_KEY_USAGE}, true},
+                   {{szOID_PKIX_KP_CLIENT_AUTH}, false},
+                   {{}, false}};
+    for (const auto& c : kUsages) {
+        const StoreEntry root(L"ROOT", chain[0], &c.usages);
+        EXPECT_EQ(isAnchor(chain[0]), c.isAnchor) << testing::PrintToString(c.usages);
+    }
 
     plat::DerList stranger = chain;
     const std::string_view name = "anchor.trust.test";
@@ -161,9 +258,9 @@ TEST(TrustStore, WindowsStores) {
     }
     EXPECT_EQ(verdict(stranger, "bnchor.trust.test", text), ChainRule::UnknownIssuer);
     EXPECT_NE(text.find("The system does not trust the chain (status "), std::string::npos) << text;
-    EXPECT_FALSE(plat::systemTrustsChain({{0x30, 0x03, 1, 1, 1}}, 1000, text));
+    EXPECT_FALSE(system.findPath({{0x30, 0x03, 1, 1, 1}}, "", 1000, path, text));
     EXPECT_EQ(text, "The system cannot read the certificate.");
-    EXPECT_FALSE(plat::systemTrustsChain({}, 1000, text));
+    EXPECT_FALSE(system.findPath({}, "", 1000, path, text));
     EXPECT_EQ(text, "The system has no opinion on certificates.");
 }
 
@@ -172,10 +269,10 @@ TEST(TrustStore, WindowsStores) {
 // The first bundle that exists counts, and it holds what it should.
 TEST(TrustStore, BundleOfTheDistribution) {
     _tvLogger log;
-    EXPECT_TRUE(plat::systemTrustAnchors().empty());
+    EXPECT_TRUE(plat::sysTrustRoots().anchors().empty());
     EXPECT_EQ(verdictOn(chainOfOne(), kHost, kNow, "", log), ChainRule::UnknownIssuer);
     expectLogged(log, "The system has no opinion on certificates.");
-    for (const std::string& path : plat::trustAnchorFiles()) {
+    for (const std::string& path : plat::sysTrustRoots().anchorFiles()) {
         if (!plat::isRegularFile(path)) continue;
         expectLogged(log, "trustAnchors: " + path);
         return;

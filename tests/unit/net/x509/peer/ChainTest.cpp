@@ -170,6 +170,7 @@ struct Chain {
                {NID_key_usage, "critical,digitalSignature"}}};
     std::string host = "mail.example.com";
     std::vector<Spec> extras;
+    std::vector<Spec> refused;  // by the system
     bool sendMiddle = true;
     bool trustRoot = true;
 
@@ -186,8 +187,12 @@ struct Chain {
     }
     ChainVerdict judge(const std::vector<Der>& ders, WorkBudget& budget) const {
         const std::vector<Bytes> views(ders.begin(), ders.end());
-        const CertificateSet anchors(roots());
-        return verifyChain(views, {host, kNow, anchors}, budget);
+        std::vector<Der> disallowed;
+        for (const Spec& spec : refused) {
+            disallowed.push_back(make(spec));
+        }
+        const CertificateSet anchors(roots()), disallowedSet(disallowed);
+        return verifyChain(views, {host, kNow, anchors, disallowedSet}, budget);
     }
     ChainVerdict judge() const {
         WorkBudget budget;
@@ -417,6 +422,17 @@ const Case kCases[] = {
      [](Chain& c) { constrain(c.middle, "DER:30:02:A0:00"); }, kPeerDiffers},
     {"ExplicitMinimumOfConstraints", ChainRule::None,
      [](Chain& c) { constrain(c.middle, "DER:30:0C:A0:0A:30:08:82:03:63:6F:6D:80:01:00"); }},
+    {"DisallowedLeaf", ChainRule::Disallowed, [](Chain& c) { c.refused = {c.leaf}; },
+     kPeerDiffers},  // which is told of anchors alone
+    {"DisallowedMiddle", ChainRule::Disallowed, [](Chain& c) { c.refused = {c.middle}; },
+     kPeerDiffers},
+    {"DisallowedRoot", ChainRule::Disallowed, [](Chain& c) { c.refused = {c.root}; }, kPeerDiffers},
+    {"DisallowedTwinOfTheMiddle", ChainRule::None,
+     [](Chain& c) {
+         c.extras = {c.middle};
+         c.extras[0].notAfter -= 1;
+         c.refused = c.extras;
+     }},
     {"UnknownCritical", ChainRule::UnknownCritical,
      [](Chain& c) {
          c.leaf.extensions.push_back({NID_inhibit_any_policy, "critical,0"});
@@ -458,7 +474,8 @@ TEST(Chains, EveryChangedByteIsNoticed) {
             changed[i] = static_cast<uint8_t>(changed[i] ^ bit);
             const std::vector<Bytes> views = {changed, middle};
             WorkBudget budget;
-            EXPECT_FALSE(verifyChain(views, {chain.host, kNow, anchors}, budget).trusted()) << i;
+            EXPECT_FALSE(verifyChain(views, {chain.host, kNow, anchors, {}}, budget).trusted())
+                << i;
         }
     }
 }
