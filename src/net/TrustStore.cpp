@@ -77,7 +77,7 @@ x509::ChainVerdict verifyServerChain(const std::vector<std::vector<uint8_t>>& ch
     const x509::ChainQuestion question = {host, nowSeconds, anchors, refused};
     const std::vector<x509::Bytes> views(chain.begin(), chain.end());
     const x509::ChainVerdict verdict = x509::verifyChain(views, question, budget);
-    if (verdict.broken != x509::ChainRule::UnknownIssuer || !anchorsFile.empty()) return verdict;
+    if (verdict.trusted() || verdict.isFinal || !anchorsFile.empty()) return verdict;
     return verdictOnSystemPath(chain, question, budget, log).value_or(verdict);
 }
 

@@ -12,9 +12,10 @@ namespace tv::x509 {
 
 struct ChainVerdict {
     ChainRule broken = ChainRule::None;
-    std::string subject;  // the certificate that broke the rule
-    std::string issuer;   // who issued it
-    std::string detail;   // dates, names: what a reader needs to see the fault
+    std::string subject;   // the certificate that broke the rule
+    std::string issuer;    // who issued it
+    std::string detail;    // dates, names: what a reader needs to see the fault
+    bool isFinal = false;  // whatever other path there may be
 
     bool trusted() const { return broken == ChainRule::None; }
 };

@@ -168,17 +168,24 @@ std::vector<Certificate> readableOf(std::span<const Bytes> chain) {
     return sent;
 }
 
+ChainVerdict finalVerdict(const Fault& fault, std::string_view host) {
+    ChainVerdict verdict = verdictOf(fault, host);
+    verdict.isFinal = true;
+    return verdict;
+}
+
 }  // namespace
 
 ChainVerdict verifyChain(std::span<const Bytes> chain, const ChainQuestion& question,
                          WorkBudget& budget) {
     const std::vector<Certificate> sent = readableOf(chain);
-    if (sent.empty()) return verdictOf({ChainRule::Unreadable}, question.host);
+    if (sent.empty()) return finalVerdict({ChainRule::Unreadable}, question.host);
     const Certificate& leaf = sent.front();
     Fault fault = judgeLeaf(leaf, question.host, question.nowSeconds);
     if (question.refused.holds(leaf)) fault = {ChainRule::Disallowed, &leaf};
-    if (fault.rule != ChainRule::None) return verdictOf(fault, question.host);
+    if (fault.rule != ChainRule::None) return finalVerdict(fault, question.host);
     fault = PathBuilder(sent, question, budget).build();
+    if (budget.isOver()) return finalVerdict(fault, question.host);
     ChainVerdict verdict = verdictOf(fault, question.host);
     if (fault.rule == ChainRule::UnknownIssuer && sent.size() < chain.size()) {
         verdict.detail = std::to_string(chain.size() - sent.size()) + " of the " +

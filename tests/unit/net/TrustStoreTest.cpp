@@ -132,6 +132,8 @@ TEST(TrustStore, TheSystemIsAskedWhereWeFindNoPath) {
         {"our own root", own, {}, {}, kHost, ChainRule::None, false},
         {"nobody knows", {}, {}, {}, kHost, ChainRule::UnknownIssuer, true},
         {"the system knows", {}, {}, own, kHost, ChainRule::None, true},
+        {"the system knows better", namesake, {}, own, kHost, ChainRule::None, true},
+        {"both know a namesake", namesake, {}, {}, kHost, ChainRule::BadSignature, true},
         {"a root that did not sign", {}, {}, own + namesake, kHost, ChainRule::BadSignature, true},
         {"a root of another name", {}, {}, own + stranger, kHost, ChainRule::UnknownIssuer, true},
         {"a path of another", {}, {}, stranger, kHost, ChainRule::UnknownIssuer, true},
