@@ -3,6 +3,7 @@ import contextlib
 import fcntl
 import os
 import pty
+import resource
 import select
 import signal
 import socket
@@ -59,7 +60,7 @@ def test_a_whole_message(product, tmp_path):
 def test_no_server(product):
     with socket.create_server(("127.0.0.1", 0)) as closed:
         port = closed.getsockname()[1]
-    done = send(product, port, "--verbose")
+    done = send(product, port, "--verbose", "--auth", "ntlm", "--user", "Default")  # needs no password
     assert done.code == 1
     assert done.err.startswith("emailsend: the message was not accepted\nTolvaneLog:")
 
@@ -89,6 +90,7 @@ FILES = {
     "NUL in the body": (["--html", "zero"], "the body is no UTF-8 text: zero"),
     "body in Latin-1": (["--html", "latin1"], "the body is no UTF-8 text: latin1"),
     "password of two lines": (["--password-file", "lines"], "the file holds more than one line: lines"),
+    "a user without a password": (["--user", "me", "--auth", "NTLM"], "--user needs a password"),
     "missing library": (["--library", "missing"], "cannot load the plug-in missing: "),
 }
 
@@ -105,6 +107,27 @@ def test_files_are_looked_at_first(product, tmp_path, case):
     assert receiver.connections == 0
 
 
+def test_a_file_beyond_all_memory(dll, tmp_path):
+    (tmp_path / "small").write_bytes(b"text")
+    with open(tmp_path / "huge", "wb") as huge:
+        huge.truncate(3 << 30)
+    with Receiver() as receiver:
+        done = send(dll, receiver.port, "--attach", "small", "--attach", "huge", cwd=tmp_path)
+    assert (done.code, done.err) == (2, "emailsend: there is not enough memory for the file huge\n")
+    assert receiver.connections == 0
+
+
+def test_a_file_that_the_plug_in_cannot_attach(so, tmp_path):
+    """So few descriptors are left to the process that the plug-in gets none for the file."""
+    (tmp_path / "plain").write_bytes(b"text")
+    with Receiver() as receiver:
+        done = send(so, receiver.port, "--attach", "plain", cwd=tmp_path,
+                    preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (6, 6)))
+    assert done.code == 2 and receiver.connections == 0
+    assert done.err.startswith("emailsend: could not attach the file plain\nemailsending: ")
+    assert "Failed to load file." in done.err
+
+
 WORDS = {
     "nothing": ([], "--host is missing"),
     "no sender": (["--host", "h", "--to", "a@b"], "--from is missing or no address"),
@@ -116,6 +139,7 @@ WORDS = {
     "a word too many": (["--log", "now"], 'unknown argument "now"'),
     "password in the open": (["--password", "x"], 'unknown argument "--password"'),
     "TLS of another kind": (["--tls", "ssl3"], '--tls cannot be "ssl3"'),
+    "a login that no function reaches": (["--auth", "XOAUTH2"], '--auth cannot be "XOAUTH2"'),
     "NTLM without a number": (["--ntlm-version", "v2"], '--ntlm-version cannot be "v2"'),
     **{f"port {port!r}": (["--port", port], f'--port cannot be "{port}"')
        for port in ("", "0", "-1", "65536", "25x", " 25", "99999999999")},

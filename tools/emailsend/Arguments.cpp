@@ -1,7 +1,10 @@
+// The options in tables, and what makes one message of them.
 #include "emailsend/Arguments.h"
 
 #include <charconv>
 #include <string_view>
+
+#include "base/Ascii.h"
 
 namespace emailsend {
 
@@ -14,12 +17,15 @@ Server
   --host HOST            name or address of the mail server
   --port PORT            its port (25)
   --tls implicit         encrypted from the first byte (port 465)
-  --tls starttls         encrypted by STARTTLS, or not at all
+  --tls starttls         encrypted by STARTTLS, or not sent at all
   --tls none             encryption is not asked for, but STARTTLS is used where the server
                          offers it, as without --tls
+                         (certificates are not verified, whatever --tls says)
   --user NAME            log in; the password comes from --password-file
   --password-file FILE   or else from the environment, EMAILSEND_PASSWORD
-  --auth METHOD          LOGIN, PLAIN, CRAM-MD5, NTLM or NONE
+  --auth METHOD          LOGIN, PLAIN, CRAM-MD5, NTLM or NONE; without it the first of LOGIN,
+                         NTLM, CRAM-MD5 and PLAIN that the server offers. NTLM without --user,
+                         or with the user "default", logs in as the Windows user
   --domain DOMAIN        Windows domain for NTLM
   --ntlm-version N       1 or 2 (2)
 
@@ -35,13 +41,15 @@ Message (--to, --cc, --bcc and --attach may be repeated)
 
 Other
   --log                  append the message to emailsending.log in the current directory
-  --verbose              say more when the server cannot be reached
+  --verbose              add the time of each step, reply codes and the steps of the TLS
+                         handshake to the account of a server that could not be reached
   --library PATH         the plug-in to load (the one beside this program)
   --help
 
-Exit code: 0 the server accepted the message; 1 it did not, or a recipient was refused beforehand;
-2 the command line, a file or the plug-in could not be used, and nothing was sent; 3 it was stopped
-by Ctrl-C, and the server may or may not have the message.
+Exit code: 0 the server accepted the message for at least one recipient; 1 it did not (standard error
+says whether it may have it all the same), or a recipient was refused beforehand; 2 the command line, a
+file or the plug-in could not be used, and nothing was sent; 3 it was stopped by Ctrl-C, and the
+server may or may not have the message.
 )";
 
 namespace {
@@ -86,6 +94,8 @@ struct TlsWord {
 constexpr TlsWord kTlsWords[] = {
     {"none", Tls::None}, {"implicit", Tls::Implicit}, {"starttls", Tls::StartTls}};
 
+constexpr std::string_view kAuthMethods[] = {"LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "NONE"};
+
 template <class Table>
 auto find(const Table& table, std::string_view name) {
     for (const auto& option : table) {
@@ -114,12 +124,20 @@ bool parseTls(const std::string& text, Tls& out) {
     return false;
 }
 
+bool isAuthMethod(std::string_view text) {
+    for (const std::string_view method : kAuthMethods) {
+        if (tv::equalsIgnoreCase(method, text)) return true;
+    }
+    return false;
+}
+
 // One option that has a value.
 bool takeValue(const std::string& name, const std::string& value, Arguments& out,
                std::string& error) {
     bool valid = true;
     if (const auto text = find(kTextOptions, name)) {
         out.*text = value;
+        valid = name != "--auth" || isAuthMethod(value);
     } else if (const auto list = find(kListOptions, name)) {
         (out.*list).push_back(value);
     } else if (name == "--port") {
@@ -154,6 +172,12 @@ bool isWholeMessage(const Arguments& arguments, std::string& error) {
 }
 
 }  // namespace
+
+bool logsInAsWindowsUser(const Arguments& arguments) {
+    const std::string_view user = tv::trimmed(arguments.user);
+    return tv::equalsIgnoreCase(arguments.authMethod, "NTLM") &&
+           (user.empty() || tv::equalsIgnoreCase(user, "default"));
+}
 
 bool parseArguments(const std::vector<std::string>& words, Arguments& out, std::string& error) {
     out = {};

@@ -36,6 +36,9 @@ struct Arguments {
 
 extern const char* const kUsage;
 
+// NTLM with the account of who is logged on, which needs no password.
+bool logsInAsWindowsUser(const Arguments& arguments);
+
 // False, with a sentence in error, where the words do not make up one message. A request for help
 // stands for itself.
 bool parseArguments(const std::vector<std::string>& words, Arguments& out, std::string& error);

@@ -1,6 +1,7 @@
 // What the system gives a command-line program, as UTF-8 on every system.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +20,31 @@ std::string libraryBesideProgram();
 void printOut(std::string_view text);
 void printError(std::string_view text);
 bool errorsGoToTerminal();
+
+// Windows: from now on no box of the system's own (a drive without a disk, a DLL that is missing).
+void showNoBoxes();
+
+// While it lives, what the plug-in has to tell a user is kept here instead of being shown: nobody
+// may sit before this program to close a message box, and the plug-in tells nobody else.
+class Overheard {
+public:
+    Overheard();
+    ~Overheard();
+    Overheard(const Overheard&) = delete;
+    Overheard& operator=(const Overheard&) = delete;
+
+    // False where the system does not allow it: what the plug-in says would be shown.
+    bool listens() const { return listens_; }
+    // All that was said since the last question; empty for nothing.
+    std::string text();
+
+private:
+    bool listens_ = false;
+    // As the system names them: where it went, where it goes meanwhile, what brings it there.
+    intptr_t before_ = -1;
+    intptr_t here_ = -1;
+    intptr_t way_ = -1;
+};
 
 // From now on Ctrl-C and the like (POSIX: SIGINT, SIGTERM) are only noted.
 void watchForInterrupt();

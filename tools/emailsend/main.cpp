@@ -7,10 +7,10 @@
 #include "base/CodePage.h"
 #include "base/XString.h"
 #include "emailsend/Arguments.h"
+#include "emailsend/Files.h"
 #include "emailsend/PlugIn.h"
 #include "emailsend/Process.h"
 #include "emailsend/Watched.h"
-#include "platform/SysFile.h"
 #include "platform/SysHost.h"
 #include "platform/SysWipe.h"
 
@@ -46,32 +46,6 @@ struct Job {
     Secret password;
 };
 
-bool readFile(const std::string& path, std::string& out, std::string& error) {
-    tv::plat::SysFile file;
-    uint64_t size = 0;
-    bool done = file.openRead(path) && file.size(size) && size < INT32_MAX;
-    out.resize(done ? static_cast<size_t>(size) : 0);
-    size_t filled = 0;
-    for (size_t got = 1; done && got > 0 && filled < out.size(); filled += got) {
-        done = file.read(out.data() + filled, out.size() - filled, got);
-    }
-    out.resize(filled);
-    if (!done) error = "cannot read the file " + path;
-    return done;
-}
-
-bool measureFile(const std::string& path, uint64_t& total, std::string& error) {
-    tv::plat::SysFile file;
-    uint64_t size = 0;
-    if (path.empty()) return true;
-    if (file.openRead(path)) {
-        if (file.size(size)) total += size;
-        return true;
-    }
-    error = "cannot read the file " + path;
-    return false;
-}
-
 bool readBody(const std::string& path, std::string& body, std::string& error) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (path.empty()) return true;
@@ -105,19 +79,24 @@ bool readFiles(Job& job, std::string& error) {
     const Arguments& arguments = job.arguments;
     if (!readBody(arguments.htmlFile, job.body, error)) return false;
     job.size = job.body.size();
-    if (!measureFile(arguments.logoFile, job.size, error)) return false;
-    for (const std::string& path : arguments.attachments) {
+    std::vector<std::string> paths = arguments.attachments;
+    for (const std::string& path : paths) {
         if (path.empty()) error = "--attach names no file";
-        if (path.empty() || !measureFile(path, job.size, error)) return false;
     }
-    return true;
+    if (!arguments.logoFile.empty()) paths.push_back(arguments.logoFile);
+    return error.empty() && tryFiles(paths, job.size, error);
 }
 
 bool readCredentials(Job& job, std::string& error) {
     const Arguments& arguments = job.arguments;
     Secret utf8;
-    return readPassword(arguments.passwordFile, utf8.text, error) &&
-           toAnsi("the password", utf8.text, job.password.text, error) &&
+    if (!readPassword(arguments.passwordFile, utf8.text, error)) return false;
+    // Without one the plug-in would not log in at all.
+    if (!arguments.user.empty() && utf8.text.empty() && !logsInAsWindowsUser(arguments)) {
+        error = "--user needs a password: --password-file, or EMAILSEND_PASSWORD";
+        return false;
+    }
+    return toAnsi("the password", utf8.text, job.password.text, error) &&
            toAnsi("--host", arguments.host, job.host, error) &&
            toAnsi("--user", arguments.user, job.user, error) &&
            toAnsi("--auth", arguments.authMethod, job.authMethod, error) &&
@@ -151,6 +130,20 @@ bool addRecipients(decltype(&::setRecipient) add, const std::vector<std::string>
     return true;
 }
 
+// The plug-in has no result for this; it tells a user, or nobody.
+bool attach(const PlugIn& plugIn, const std::vector<std::string>& paths, std::string& error) {
+    if (paths.empty()) return true;
+    Overheard plugInSays;
+    for (const std::string& path : paths) {
+        if (plugInSays.listens()) plugIn.setAttachment(path.c_str());
+        const std::string complaint = plugInSays.text();
+        if (plugInSays.listens() && complaint.empty()) continue;
+        error = "could not attach the file " + path + "\n" + complaint;
+        return false;
+    }
+    return true;
+}
+
 bool setMessage(const PlugIn& plugIn, const Job& job, std::string& error) {
     const Arguments& arguments = job.arguments;
     plugIn.setFromAddress(arguments.from.c_str());
@@ -164,8 +157,6 @@ bool setMessage(const PlugIn& plugIn, const Job& job, std::string& error) {
         plugIn.setBody(job.body.c_str());
         plugIn.setLogo(arguments.logoFile.c_str());
     }
-    for (const std::string& path : arguments.attachments)
-        plugIn.setAttachment(path.c_str());
     return true;
 }
 
@@ -179,6 +170,7 @@ int send(const PlugIn& plugIn, const Job& job) {
     plugIn.Initialise();
     setServer(plugIn, job);
     if (!setMessage(plugIn, job, error)) return report(kNotAccepted, error);
+    if (!attach(plugIn, job.arguments.attachments, error)) return report(kUnusable, error);
     bool accepted = false;
     const std::string what = "emailsend: sending " + std::to_string((job.size + 1023) / 1024) +
                              " KB to " + job.arguments.host;
@@ -194,6 +186,7 @@ int run(const std::vector<std::string>& words) {
     Job job;
     PlugIn plugIn;
     std::string error;
+    showNoBoxes();
     if (!parseArguments(words, job.arguments, error)) {
         return report(kUnusable, error + " (--help shows all options)");
     }

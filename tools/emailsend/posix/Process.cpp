@@ -1,5 +1,7 @@
+// The process on POSIX systems: its words, its stderr, its signals.
 #include "emailsend/Process.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -51,6 +53,33 @@ void printError(std::string_view text) {
 
 bool errorsGoToTerminal() {
     return isatty(STDERR_FILENO) == 1;
+}
+
+void showNoBoxes() {}
+
+// The plug-in writes to stderr: a pipe takes its place.
+Overheard::Overheard() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return;
+    here_ = ends[0];
+    way_ = ends[1];
+    before_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    listens_ = before_ >= 0 && dup2(ends[1], STDERR_FILENO) >= 0;
+}
+
+Overheard::~Overheard() {
+    if (listens_) dup2(static_cast<int>(before_), STDERR_FILENO);
+    for (const intptr_t descriptor : {before_, here_, way_}) {
+        if (descriptor >= 0) close(static_cast<int>(descriptor));
+    }
+}
+
+std::string Overheard::text() {
+    std::string all;
+    char block[4096];
+    for (ssize_t got; (got = read(static_cast<int>(here_), block, sizeof block)) > 0;)
+        all.append(block, static_cast<size_t>(got));
+    return all;
 }
 
 void watchForInterrupt() {

@@ -1,3 +1,4 @@
+// The process on Windows: its words, its desktop, its console.
 #include "emailsend/Process.h"
 
 #include <windows.h>
@@ -7,6 +8,7 @@
 #include <atomic>
 
 #include "base/CodePage.h"
+#include "base/XString.h"
 
 namespace emailsend {
 namespace {
@@ -26,6 +28,19 @@ void print(DWORD which, std::string_view text) {
     } else {
         WriteFile(stream, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
     }
+}
+
+// The text of OutputDebugString travels as an exception that nobody but a debugger takes.
+constexpr DWORD kDebugOutput = 0x40010006;
+constexpr size_t kMostDebugOutput = 65536;
+std::string debugOutput;  // of the only thread there is while somebody listens; never grows
+
+LONG CALLBACK noteDebugOutput(EXCEPTION_POINTERS* info) {
+    const EXCEPTION_RECORD& record = *info->ExceptionRecord;
+    if (record.ExceptionCode != kDebugOutput) return EXCEPTION_CONTINUE_SEARCH;
+    const std::string_view text(reinterpret_cast<const char*>(record.ExceptionInformation[1]));
+    debugOutput += text.substr(0, debugOutput.capacity() - debugOutput.size());
+    return EXCEPTION_CONTINUE_EXECUTION;
 }
 
 std::atomic<bool> stopWanted{false};
@@ -74,6 +89,32 @@ void printError(std::string_view text) {
 bool errorsGoToTerminal() {
     DWORD mode = 0;
     return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode);
+}
+
+void showNoBoxes() {
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+}
+
+// On a window station that nobody sees the plug-in shows no box but writes to the debugger.
+Overheard::Overheard() {
+    debugOutput.reserve(kMostDebugOutput);
+    const HWINSTA station = CreateWindowStationW(nullptr, 0, WINSTA_ALL_ACCESS, nullptr);
+    before_ = reinterpret_cast<intptr_t>(GetProcessWindowStation());
+    here_ = reinterpret_cast<intptr_t>(station);
+    way_ = reinterpret_cast<intptr_t>(AddVectoredExceptionHandler(1, noteDebugOutput));
+    listens_ = way_ != 0 && station && SetProcessWindowStation(station);
+}
+
+Overheard::~Overheard() {
+    if (listens_) SetProcessWindowStation(reinterpret_cast<HWINSTA>(before_));
+    if (here_ != 0) CloseWindowStation(reinterpret_cast<HWINSTA>(here_));
+    if (way_ != 0) RemoveVectoredExceptionHandler(reinterpret_cast<void*>(way_));
+}
+
+std::string Overheard::text() {
+    const tv::XString text = tv::XString::fromAnsi(debugOutput);
+    debugOutput.clear();
+    return std::string(text.utf8());
 }
 
 void watchForInterrupt() {

@@ -1,0 +1,18 @@
+// The files that the command line names, read before anything is sent.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace emailsend {
+
+// The whole file; false with a sentence in error, also where memory ends.
+bool readFile(const std::string& path, std::string& out, std::string& error);
+
+// Reads all the files and lets them go, with room to spare beside them: the plug-in will read them
+// once more and keep them all, and where it cannot, the message would lack them. Adds their sizes
+// to total. False with a sentence in error.
+bool tryFiles(const std::vector<std::string>& paths, uint64_t& total, std::string& error);
+
+}  // namespace emailsend
