@@ -6,7 +6,7 @@
  *     Initialise();
  *     setSmtpHost("mail.example.com");
  *     setFromAddress("me@example.com");
- *     if (!setRecipient("you@example.com")) ...
+ *     if (!setRecipient("you@example.com")) ...   // no address: do not send it without
  *     setSubject("Hello");
  *     setBody("<p>Hello</p>{LOGO}");
  *     setLogo("logo.png");               // always after setBody: it hands the body over
@@ -95,9 +95,10 @@ void EMAILSENDING_CALL setSmtpUser(const char* user);
 void EMAILSENDING_CALL setSmtpPassword(const char* password);
 
 /*
- * Login method: "LOGIN", "PLAIN", "CRAM-MD5", "NTLM", "XOAUTH2" or "NONE" in any letter case; empty
- * (the default) takes the best that the server offers. A text of several words counts as the first
- * of LOGIN, PLAIN and NTLM that it contains. ANSI.
+ * Login method: "LOGIN", "PLAIN", "CRAM-MD5", "NTLM" or "NONE" in any letter case; empty (the
+ * default) takes the first of LOGIN, NTLM, CRAM-MD5 and PLAIN that the server offers. A text of
+ * several words counts as the first of LOGIN, PLAIN and NTLM that it contains. ANSI. XOAUTH2 needs
+ * an access token, and none of these functions takes one: it cannot be reached from here.
  */
 void EMAILSENDING_CALL setSmtpAuthMethod(const char* method);
 
@@ -136,32 +137,36 @@ int EMAILSENDING_CALL setNoopCount(int count);
  */
 void EMAILSENDING_CALL setLogging(void);
 
-/* Makes the text of getLastError say more when the server cannot be reached. */
+/*
+ * Makes the text of getLastError say more when the trial connection fails: how long each step took,
+ * the codes of the replies, what TLS offered and did. Other texts stay as they are. Only Initialise
+ * turns it off.
+ */
 void EMAILSENDING_CALL setVerboseLogging(void);
 
-/*
- * ---- The message. It is empty after Initialise. After ResetEmail and after each send it is empty
- * but for the sender, which stays until another is named. ----
- */
+/* ---- The message. Initialise empties it; ResetEmail and each send do, too, but for the sender. */
 
 /*
- * Sender, "me@example.com" or "My Name <me@example.com>". UTF-8. A text without "@" is ignored; a
- * missing sender shows in szBrisko if the server objects to it.
+ * Sender, "me@example.com" or "My Name <me@example.com>". UTF-8. Stays for later messages, until
+ * another is set or Initialise is called. A text without "@" is ignored; a missing sender shows in
+ * szBrisko if the server objects to it.
  */
 void EMAILSENDING_CALL setFromAddress(const char* address);
 
 /*
- * One more recipient of its kind, written like the sender; several in one text are parted by ",",
- * ";" or line breaks. UTF-8. Returns 1 if it was added and 0 if not: there is no address in the
- * text. A local name without "@" is taken where it is the whole text.
- * Whether the server takes the address shows in szBrisko.
+ * One more recipient of its kind; several in one text are parted by ";", "," or line breaks, and
+ * "Smith, Anna <anna@example.com>" is one. UTF-8. A local name without "@" is taken where it is the
+ * whole text; other pieces that are no address are left out. Returns 1 if one was added at least. 0
+ * means that none was: the text holds no address, or Initialise has not been called. The message
+ * would go out without this recipient, and szBrisko would not know; a host that goes on in spite of
+ * it has to tell its user. Whether the server takes the address shows in szBrisko.
  */
 int EMAILSENDING_CALL setRecipient(const char* address);
 int EMAILSENDING_CALL setCC(const char* address);
 /* Blind copy: named to the server, not in the message. */
 int EMAILSENDING_CALL setBCC(const char* address);
 
-/* Subject. UTF-8; line breaks are removed. */
+/* Subject. UTF-8; a line break becomes a blank. */
 void EMAILSENDING_CALL setSubject(const char* subject);
 
 /*
@@ -173,7 +178,8 @@ void EMAILSENDING_CALL setBody(const char* body);
 /*
  * Hands the body of setBody over to the message. path names an image (UTF-8) that travels along and
  * is shown where "{LOGO}" stands; with an empty path, or where the file cannot be read, "{LOGO}" is
- * removed. The kept body is changed in the same way. A failure is not reported.
+ * removed. The kept body is changed in the same way. A failure is not reported: a host that has to
+ * know opens the file first.
  */
 void EMAILSENDING_CALL setLogo(const char* path);
 
@@ -181,26 +187,36 @@ void EMAILSENDING_CALL setLogo(const char* path);
  * One more file to go with the message. path is UTF-8. A file that cannot be read is not attached,
  * the message stays as it is, and the user is told: by a message box that waits for OK; as a line
  * to the debugger where the process has no visible desktop (a service); on Linux as a line on
- * stderr. There is no result and getLastError does not change: a host that has to know checks the
- * file first.
+ * stderr. There is no result and getLastError does not change, and szBrisko sends the message
+ * without the file: a host opens the file itself before it calls this, and does not send what
+ * would lack it. The file is read during the call and kept in memory until it is sent.
  */
 void EMAILSENDING_CALL setAttachment(const char* path);
 
-/* Drops the message: recipients, subject, body, logo, attachments. The sender, the text of setBody
- * and the server's settings stay. */
+/*
+ * Drops the message: recipients, subject, body, logo, attachments. The sender, the text of setBody
+ * and the server's settings stay.
+ */
 void EMAILSENDING_CALL ResetEmail(void);
 
 /* ---- Sending. ---- */
 
 /*
- * Connects to the server for a trial, then sends the message. Returns 1 when the server has
- * accepted it, and 0 when not; then getLastError tells why:
+ * Connects to the server for a trial, then sends the message over another connection, which stays
+ * open for the next. Returns 1 when the server has accepted the message for at least one recipient;
+ * that it refused others is not told. Returns 0 when it has not; then getLastError tells why:
  *  - the trial failed (no server, no greeting, no encryption): the account of the trial. The
- * message is kept, a later szBrisko may send it.
+ *    message is kept, a later szBrisko may send it.
  *  - the message was refused or the connection lost: the dialogue with the server. The message is
- *    dropped, as after a success.
+ *    dropped, as after a success. Where the connection was lost after the whole message was out,
+ *    the server may have it all the same; the text says so.
  *  - Initialise has not been called: a sentence that says so.
- * A message of which some recipients are refused still goes to the others and counts as accepted.
+ *
+ * It returns when all is done: in a second or two as a rule. A server is given up after 30 seconds
+ * of silence; some steps are tried twice, and trial and send are two connections: count with two
+ * minutes for a server that is gone. One that always says a little before the 30 seconds are over
+ * is followed for up to 5 minutes in each reply, TLS handshake and block of the message, and for 10
+ * in the last reply: a large message over a bad line may take hours. Nothing ends it from outside.
  */
 int EMAILSENDING_CALL szBrisko(void);
 
