@@ -1,3 +1,4 @@
+// One table, read in both directions.
 #include "mime/CharsetNames.h"
 
 #include "base/Ascii.h"
@@ -24,7 +25,7 @@ constexpr struct {
     {949, "euc-kr"},        {950, "big5"},          {1200, "utf-16"},       {1200, "utf-16le"},
     {1201, "utf-16be"},     {1361, "johab"},        {20866, "koi8-r"},      {21866, "koi8-u"},
     {50220, "iso-2022-jp"}, {51932, "euc-jp"},      {52936, "hz-gb-2312"},  {54936, "gb18030"},
-    {65000, "utf-7"},
+    {65000, "utf-7"},       {1, "unknown-8bit"},
 };
 
 }  // namespace

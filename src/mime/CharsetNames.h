@@ -6,6 +6,9 @@
 
 namespace tv {
 
+// Not of Windows: 8-bit text of which nobody has said what it is (RFC 1428 section 2).
+constexpr uint32_t kCodePageUnknown8Bit = 1;
+
 // Lower-case name ("iso-8859-2"); "utf-8" for a code page without a name here.
 std::string_view charsetName(uint32_t codePage);
 

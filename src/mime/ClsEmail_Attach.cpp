@@ -5,6 +5,7 @@
 #include "base/CodePage.h"
 #include "base/Random.h"
 #include "log/LogContextExitor.h"
+#include "mime/CharsetNames.h"
 #include "mime/ClsEmail.h"
 #include "mime/Identifiers.h"
 #include "mime/MediaTypes.h"
@@ -67,15 +68,34 @@ std::string_view fileNameOf(std::string_view path) {
     return last == std::string_view::npos ? path : path.substr(last + 1);
 }
 
+bool isTextType(std::string_view type) {
+    return startsWithIgnoreCase(type, "text");
+}
+
 // What a text file declares. Its bytes are never converted.
 uint32_t charsetOfFile(std::string_view bytes) {
     if (isAscii(bytes)) return kCodePageAscii;
-    return isValidUtf8(bytes) ? kCodePageUtf8 : plat::sysHost().ansiCodePage();
+    if (isValidUtf8(bytes)) return kCodePageUtf8;
+    const uint32_t usual = plat::sysHost().textFileCodePage();
+    return usual == 0 || usual == kCodePageUtf8 ? kCodePageUnknown8Bit : usual;
+}
+
+// The mark of UTF-16 in either byte order. No text part can hold that: its line ends are no CR LF
+// (RFC 2046 section 4.1.1).
+bool isUtf16(std::string_view bytes) {
+    return bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF");
+}
+
+std::string_view typeOfFile(std::string_view path, std::string_view bytes) {
+    const std::string_view type = mediaTypeOfPath(path);
+    // A message may stand neither in base64 nor in quoted-printable (RFC 2046 section 5.2.1).
+    const bool opaque = type.starts_with("message/") || (isTextType(type) && isUtf16(bytes));
+    return opaque ? "application/octet-stream" : type;
 }
 
 std::unique_ptr<Email2> partOf(Email2& root, std::string_view path, SharedBody bytes) {
-    const std::string_view type = mediaTypeOfPath(path);
-    const bool isText = startsWithIgnoreCase(type, "text");
+    const std::string_view type = typeOfFile(path, bytes->text());
+    const bool isText = isTextType(type);
     const uint32_t charset = isText ? charsetOfFile(bytes->text()) : 0;
     std::unique_ptr<Email2> part = root.createSubPart();
     part->setFileContent(type, charset, fileNameOf(path), std::move(bytes));

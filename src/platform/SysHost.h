@@ -15,6 +15,9 @@ public:
     // The ANSI code page. POSIX: 65001 unless LC_ALL, LC_CTYPE or LANG names another charset.
     virtual uint32_t ansiCodePage() = 0;
     virtual uint32_t oemCodePage() = 0;
+    // What 8-bit text files are in here that do not say it themselves. POSIX: 0, for anything;
+    // files come from everywhere, and the locale is the server's and not that of who wrote them.
+    virtual uint32_t textFileCodePage() = 0;
 };
 
 SysHost& sysHost();

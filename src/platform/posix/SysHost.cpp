@@ -1,3 +1,4 @@
+// Computer name and locale of a POSIX system.
 #include "platform/SysHost.h"
 
 #include <stdlib.h>
@@ -31,6 +32,7 @@ public:
     }
 
     uint32_t oemCodePage() override { return ansiCodePage(); }
+    uint32_t textFileCodePage() override { return 0; }
 };
 
 }  // namespace

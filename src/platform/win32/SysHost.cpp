@@ -1,3 +1,4 @@
+// Computer name and code pages of Windows.
 #include "platform/SysHost.h"
 
 #include <windows.h>
@@ -23,6 +24,7 @@ public:
     }
     uint32_t ansiCodePage() override { return GetACP(); }
     uint32_t oemCodePage() override { return GetOEMCP(); }
+    uint32_t textFileCodePage() override { return GetACP(); }
 };
 
 }  // namespace

@@ -208,15 +208,25 @@ TEST_F(ClsEmailTest, AttachmentTypesAndEncodings) {
         const char* charset;
         const char* encoded;
         const char* encoding = "quoted-printable";
+        uint32_t page = 1252;  // of text files on this system
     } cases[] = {
         {"report.TXT", "a=b", "text/plain", " charset=us-ascii;", "a=3Db"},
         {"u.csv", "\xC5\x91", "text/csv", " charset=utf-8;", "=C5=91"},
         {"ansi.csv", "\xF5", "text/csv", " charset=windows-1252;", "=F5"},
+        {"any.csv", "\xF5", "text/csv", " charset=unknown-8bit;", "=F5", "quoted-printable", 0},
+        {"no.csv", "\xF5", "text/csv", " charset=unknown-8bit;", "=F5", "quoted-printable", 65001},
+        {"le.csv", "\xFF\xFEza", "application/octet-stream", "", "//56YQ==", "base64"},
+        {"be.htm", "\xFE\xFF\1a", "application/octet-stream", "", "/v8BYQ==", "base64"},
+        {"page.mht", "a", "application/octet-stream", "", "YQ==", "base64"},
+        {"page.MHTML", "a", "application/octet-stream", "", "YQ==", "base64"},
+        {"news.nws", "a", "application/octet-stream", "", "YQ==", "base64"},
+        {"mail.eml", "a", "application/octet-stream", "", "YQ==", "base64"},
         {"photo", "\x01\x02\x03", "application/octet-stream", "", "AQID", "base64"},
         {"empty.bin", "", "application/octet-stream", "", "", "base64"},
     };
     for (const auto& c : cases) {
         const TempFile file(c.fileName, c.content);
+        host_.textFilePage = c.page;
         ClsEmail email;
         email.put_Subject(text("漢"));  // the message's charset is no affair of a file
         EXPECT_TRUE(email.AddFileAttachment(text(file.path()), out_)) << c.fileName;
@@ -229,6 +239,12 @@ TEST_F(ClsEmailTest, AttachmentTypesAndEncodings) {
                                  c.encoded + "\r\n------";
         EXPECT_NE(message.find(part), std::string::npos) << part << "is not in\n" << message;
     }
+    plat::replaceSysHost(nullptr);
+#ifdef _WIN32
+    EXPECT_EQ(plat::sysHost().textFileCodePage(), plat::sysHost().ansiCodePage());
+#else
+    EXPECT_EQ(plat::sysHost().textFileCodePage(), 0u);
+#endif
 }
 
 TEST_F(ClsEmailTest, FilesThatCannotBeRead) {
