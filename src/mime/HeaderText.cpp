@@ -1,3 +1,4 @@
+// Encoded words, folding, and what may not stand in a header at all.
 #include "mime/HeaderText.h"
 
 #include <algorithm>
@@ -195,9 +196,18 @@ void appendHeaderText(std::string_view utf8, uint32_t codePage, size_t column, s
     out += encodedWords(utf8, codePage, WordPlace::Text, std::min(left, kEncodedWord));
 }
 
-std::string withoutLineEnds(std::string_view text) {
-    std::string out(text);
-    std::erase_if(out, [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+std::string onOneLine(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        const size_t blanks = i;
+        bool breaks = false;
+        for (; i < text.size() && isBlank(text[i]); ++i) {
+            breaks = breaks || text[i] == '\r' || text[i] == '\n';
+        }
+        out += breaks ? std::string_view(" ") : text.substr(blanks, i - blanks);
+        if (i < text.size() && text[i] != '\0') out += text[i];
+    }
     return out;
 }
 

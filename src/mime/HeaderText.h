@@ -35,8 +35,9 @@ bool needsEncoding(std::string_view text);
 // white space, or as encoded words where it needs them or has no place to fold.
 void appendHeaderText(std::string_view utf8, uint32_t codePage, size_t column, std::string& out);
 
-// Without CR, LF and NUL, which end a header line and with it what the host meant to say.
-std::string withoutLineEnds(std::string_view text);
+// Without CR, LF and NUL, which end a header line and with it what the host meant to say. A line
+// break becomes, with the blanks around it, one blank: words do not grow together.
+std::string onOneLine(std::string_view text);
 // Without any control character; a tab becomes a blank.
 std::string withoutControls(std::string_view text);
 

@@ -28,7 +28,7 @@ void MimeHeader::set(std::string_view name, std::string_view value) {
 }
 
 void MimeHeader::setBehind(std::string_view after, std::string_view name, std::string_view value) {
-    const std::string clean = withoutLineEnds(value);
+    const std::string clean = onOneLine(value);
     const std::string_view text = trimmed(clean);
     if (text.empty()) {
         remove(name);

@@ -18,9 +18,9 @@ public:
         std::string value;  // UTF-8, unfolded
     };
 
-    // The value loses CR, LF and NUL and the white space at its ends; an empty one deletes the
-    // field. A field that is there keeps its place, later ones of its name go; a new one comes
-    // last. A name that is none (RFC 5322 section 2.2) is refused.
+    // The value loses NUL and the white space at its ends, and its line breaks become blanks; an
+    // empty one deletes the field. A field that is there keeps its place, later ones of its name
+    // go; a new one comes last. A name that is none (RFC 5322 section 2.2) is refused.
     void set(std::string_view name, std::string_view value);
     // As set, but a new field comes right behind the one named after, if there is such.
     void setBehind(std::string_view after, std::string_view name, std::string_view value);

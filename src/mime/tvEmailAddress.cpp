@@ -13,7 +13,7 @@ _tvEmailAddress::_tvEmailAddress(std::string_view name, std::string_view address
 }
 
 void _tvEmailAddress::setName(std::string_view name) {
-    name_ = trimmed(withoutControls(name));
+    name_ = trimmed(withoutControls(onOneLine(name)));
 }
 
 void _tvEmailAddress::setAddress(std::string_view address) {

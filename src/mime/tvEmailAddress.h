@@ -9,9 +9,9 @@ namespace tv {
 class _tvEmailAddress {
 public:
     _tvEmailAddress() = default;
-    // Both lose what may not stand in a header line (CR, LF, NUL, other control characters) and the
-    // white space at their ends. A domain with letters outside ASCII takes its ASCII form (RFC
-    // 3490).
+    // Both lose what may not stand in a header line (NUL, other control characters) and the white
+    // space at their ends. A line break in a name becomes a blank; a domain with letters outside
+    // ASCII takes its ASCII form (RFC 3490).
     _tvEmailAddress(std::string_view name, std::string_view address);
 
     const std::string& name() const { return name_; }

@@ -152,11 +152,18 @@ TEST_F(ClsEmailTest, FieldsKeepTheOrderOfTheirFirstSetting) {
         << message;
 }
 
-TEST_F(ClsEmailTest, LineEndsVanishFromValues) {
-    email_.put_Subject(text(std::string_view("a\r\nBcc: b\0\nc", 12)));
-    EXPECT_EQ(sentField("Subject"), "aBcc: bc");
-    email_.put_Subject(text("\r\n"));
-    EXPECT_EQ(sentField("Subject"), "(none)");
+TEST_F(ClsEmailTest, LineEndsOfValuesBecomeOneBlank) {
+    const std::pair<std::string_view, const char*> rows[] = {
+        {{"a\r\nBcc: b\0\nc", 12}, "a Bcc: b c"},
+        {"one \r\n\t two\n\n\rthree  four\n", "one two three  four"},
+        {"\r\n", "(none)"},
+    };
+    for (const auto& [subject, field] : rows) {
+        email_.put_Subject(text(subject));
+        EXPECT_EQ(sentField("Subject"), field);
+    }
+    email_.AddTo(text("Anna\r\nKis"), text("a@b"));
+    EXPECT_EQ(sentField("To"), "\"Anna Kis\" <a@b>");
 }
 
 TEST_F(ClsEmailTest, TheCharsetLadderHoldsForTheWholeMessage) {
