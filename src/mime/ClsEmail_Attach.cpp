@@ -58,6 +58,15 @@ SharedBody loadFile(std::string_view path, std::string_view failure, LogBase& lo
     return block;
 }
 
+// The path by which there is a file: as it was given, or with slashes alone where a host glued it
+// together with both.
+std::string pathOfFile(std::string_view given) {
+    const bool mixed =
+        given.find('/') != std::string_view::npos && given.find('\\') != std::string_view::npos;
+    if (!mixed || plat::isRegularFile(given)) return std::string(given);
+    return replaceAll(given, "\\", "/");
+}
+
 // A path may be written with either separator or, by hosts that glue paths together, with both.
 std::string_view fileNameOf(std::string_view path) {
     const size_t slash = path.rfind('/');
@@ -123,9 +132,10 @@ bool ClsEmail::AddFileAttachment(const XString& path, XString& contentType) {
     return operation.finish(false);
 }
 
-bool ClsEmail::addFileAttachment(Email2& root, std::string_view path, XString& contentType,
+bool ClsEmail::addFileAttachment(Email2& root, std::string_view given, XString& contentType,
                                  LogBase& log) {
-    log.logData("path", path);
+    log.logData("path", given);
+    const std::string path = pathOfFile(given);
     SharedBody bytes;
     if (!plat::isRegularFile(path)) {
         log.logError("file does not exist");
@@ -156,9 +166,10 @@ bool ClsEmail::AddRelatedFile(const XString& path, XString& contentId) {
     return operation.finish(false);
 }
 
-bool ClsEmail::addRelatedFile(Email2& root, std::string_view path, XString& contentId,
+bool ClsEmail::addRelatedFile(Email2& root, std::string_view given, XString& contentId,
                               LogBase& log) {
-    log.logData("path", path);
+    log.logData("path", given);
+    const std::string path = pathOfFile(given);
     SharedBody bytes;
     {
         const LogContextExitor context(log, "loadIntoRelatedBody");

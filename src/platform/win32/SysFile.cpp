@@ -1,4 +1,4 @@
-// Files by their Windows handles.
+// Files by the wide calls of Windows.
 #include "platform/SysFile.h"
 
 #include <windows.h>
@@ -32,7 +32,7 @@ DWORD stepOf(size_t size) {
 
 bool SysFile::openRead(std::string_view utf8Path) {
     close();
-    const HANDLE file = CreateFileW(widen(utf8Path).c_str(), GENERIC_READ, kShareAll, nullptr,
+    const HANDLE file = CreateFileW(widePath(utf8Path).c_str(), GENERIC_READ, kShareAll, nullptr,
                                     OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (file == INVALID_HANDLE_VALUE) return false;
     if (GetFileType(file) != FILE_TYPE_DISK) {
@@ -49,7 +49,7 @@ bool SysFile::openAppend(std::string_view utf8Path) {
     HANDLE file = INVALID_HANDLE_VALUE;
     // A claim needs the right to read; others may grant no more than appending.
     for (const DWORD access : {DWORD{FILE_APPEND_DATA | FILE_READ_DATA}, DWORD{FILE_APPEND_DATA}}) {
-        file = CreateFileW(widen(utf8Path).c_str(), access, kShareAll, nullptr, OPEN_ALWAYS,
+        file = CreateFileW(widePath(utf8Path).c_str(), access, kShareAll, nullptr, OPEN_ALWAYS,
                            FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file != INVALID_HANDLE_VALUE) break;
     }
@@ -106,14 +106,15 @@ bool SysFile::close() {
 }
 
 bool isRegularFile(std::string_view utf8Path) {
-    const DWORD attributes = GetFileAttributesW(widen(utf8Path).c_str());
+    const DWORD attributes = GetFileAttributesW(widePath(utf8Path).c_str());
     constexpr DWORD kOther = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_DEVICE;
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kOther) == 0;
 }
 
 bool fileStamp(std::string_view utf8Path, FileStamp& out) {
     WIN32_FILE_ATTRIBUTE_DATA info;
-    if (!GetFileAttributesExW(widen(utf8Path).c_str(), GetFileExInfoStandard, &info)) return false;
+    if (!GetFileAttributesExW(widePath(utf8Path).c_str(), GetFileExInfoStandard, &info))
+        return false;
     const auto joined = [](DWORD high, DWORD low) { return (uint64_t{high} << 32) | low; };
     out.size = joined(info.nFileSizeHigh, info.nFileSizeLow);
     out.modified = joined(info.ftLastWriteTime.dwHighDateTime, info.ftLastWriteTime.dwLowDateTime);

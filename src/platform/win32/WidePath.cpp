@@ -1,3 +1,4 @@
+// Conversions by the system, and the form of long paths.
 #include "platform/win32/WidePath.h"
 
 #include <windows.h>
@@ -12,6 +13,20 @@ std::wstring widen(std::string_view utf8) {
         MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, wide.data(), size);
     }
     return wide;
+}
+
+std::wstring widePath(std::string_view utf8) {
+    const std::wstring path = widen(utf8);
+    // How long it is in full counts; with its end, as MAX_PATH does.
+    const DWORD needed = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+    if (needed <= MAX_PATH) return path;
+    std::wstring full(needed, L'\0');
+    const DWORD size = GetFullPathNameW(path.c_str(), needed, full.data(), nullptr);
+    if (size == 0 || size >= needed) return path;
+    full.resize(size);
+    if (full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) return path;
+    if (full.starts_with(L"\\\\")) return L"\\\\?\\UNC" + full.substr(1);
+    return L"\\\\?\\" + full;
 }
 
 std::string narrow(std::wstring_view wide) {

@@ -1,4 +1,4 @@
-// UTF-8 to UTF-16 and back for calls into the Windows API.
+// UTF-8 to UTF-16 and back for calls into the Windows API, and paths as it takes them.
 #pragma once
 
 #include <string>
@@ -7,6 +7,9 @@
 namespace tv::plat {
 
 std::wstring widen(std::string_view utf8);
+// The path for calls that open files: as it is, or, where Windows would refuse it for its length,
+// absolute and marked as one to be taken by the letter, which lifts the limit.
+std::wstring widePath(std::string_view utf8);
 std::string narrow(std::wstring_view wide);
 
 }  // namespace tv::plat

@@ -283,6 +283,22 @@ TEST_F(ClsEmailTest, FileNamesFromPathsOfBothKinds) {
 #endif
 }
 
+// A path may mix separators, and on POSIX a name may have a backslash in it.
+TEST_F(ClsEmailTest, PathsAreTriedAsGivenAndThenWithSlashes) {
+    const TempFile file("b.txt", "x");
+    const std::string glued = file.directory() + "\\b.txt";
+    XString id;
+    EXPECT_TRUE(email_.AddFileAttachment(text(glued), out_));
+    EXPECT_TRUE(email_.AddRelatedFile(text(glued), id));
+#ifndef _WIN32
+    const TempFile odd("a\\b.txt", "backslash");
+    std::filesystem::create_directory(odd.directory() + "/a");
+    std::ofstream(odd.directory() + "/a/b.txt") << "slash";
+    EXPECT_TRUE(email_.AddFileAttachment(text(odd.path()), out_));
+    EXPECT_NE(renderSent(email_).find("backslash"), std::string::npos);
+#endif
+}
+
 TEST_F(ClsEmailTest, NonAsciiPathsOpen) {
     const TempFile file("ő 漢.pdf", "pdf");
     ASSERT_TRUE(email_.AddFileAttachment(text(file.path()), out_));
