@@ -59,10 +59,11 @@ bool ClsMailMan::sendEmailInner(const ClsEmail& email, SocketParams& params, Log
         smtp_.outcome().fail(SmtpStatus::RenderFailed, "The message could not be prepared.");
         return false;
     }
-    send.mimeSource = [&prepared](OutputStream& out, LogBase& renderLog) {
+    send.mimeSource = [&prepared](OutputStream& out, bool utf8, LogBase& renderLog) {
         const LogContextExitor assembler(renderLog, "mimeAssembler");
         RenderOptions options;
         options.excludedPrefix = "TVX-";
+        options.utf8Headers = utf8;
         return prepared->render(out, options, renderLog);
     };
     return sendMimeInner(send, params, log);

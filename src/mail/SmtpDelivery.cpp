@@ -1,12 +1,15 @@
-// How the recipients of a send are spread over transactions. A server takes so many in one and says
-// 452 to the others (RFC 5321 section 4.5.3.1.10); those get the message after it.
+// How the recipients of a send are spread over transactions. Those whose addresses need SMTPUTF8
+// (RFC 6531) get the message in another form, so in another transaction. And a server takes so many
+// in one and says 452 to the others (RFC 5321 section 4.5.3.1.10); those get the message after it.
 #include "mail/SmtpDelivery.h"
 
 #include <algorithm>
 #include <iterator>
 #include <utility>
 
+#include "base/Ascii.h"
 #include "mail/SmtpCommand.h"
+#include "mime/tvEmailAddress.h"
 
 namespace tv {
 namespace {
@@ -22,20 +25,72 @@ void append(std::vector<std::string>& list, std::vector<std::string>& more) {
 
 }  // namespace
 
+// Who goes into which transactions, and what stands against those that go into none.
+struct SmtpDelivery::Groups {
+    std::vector<std::string> ascii;
+    std::vector<std::string> utf8;
+    std::string unreachable;  // the last of those, and why
+    bool any = false;         // there are recipients at all
+};
+
 bool SmtpDelivery::deliver() {
     send_.retryAllowed = false;
     send_.goodRecipients.clear();
     send_.badRecipients.clear();
-    send_.fromAddress = smtp::bareAddress(send_.fromAddress);
-    std::vector<std::string> waiting;
-    for (const std::string& recipient : send_.recipients) {
-        std::string address = smtp::recipientAddress(recipient);
-        if (!address.empty()) waiting.push_back(std::move(address));
-    }
-    if (waiting.empty()) return noRecipients();
-    deliverTo(std::move(waiting));
+    Groups groups;
+    if (!senderFits() || !sortRecipients(groups)) return false;
+    if (deliverTo(std::move(groups.ascii), false)) deliverTo(std::move(groups.utf8), true);
     if (taken_) send_.retryAllowed = false;
     return taken_;
+}
+
+// Why an address cannot stand in the envelope here; empty if it can.
+std::string_view SmtpDelivery::obstacle(std::string_view address) const {
+    if (isAscii(address)) return {};
+    if (!_tvEmailAddress::needsSmtpUtf8(address)) return "its domain has no ASCII form.";
+    if (connection_.capabilities().hasSmtpUtf8) return {};
+    return "letters outside ASCII before the \"@\" need SMTPUTF8, which this server does not "
+           "offer.";
+}
+
+bool SmtpDelivery::senderFits() {
+    send_.fromAddress = smtp::bareAddress(send_.fromAddress);
+    const std::string_view why = obstacle(send_.fromAddress);
+    if (why.empty()) return true;
+    connection_.fail(SmtpStatus::FromFailure,
+                     "<" + send_.fromAddress + "> cannot be the sender: " + std::string(why), log_);
+    return false;
+}
+
+// False, with the reason noted, where nothing is left to be sent to.
+bool SmtpDelivery::sortRecipients(Groups& groups) {
+    const bool senderNeedsUtf8 = !isAscii(send_.fromAddress);
+    for (const std::string& recipient : send_.recipients) {
+        std::string address = smtp::recipientAddress(recipient);
+        if (address.empty()) continue;
+        groups.any = true;
+        if (const std::string_view why = obstacle(address); !why.empty()) {
+            groups.unreachable = "<" + address + "> cannot be reached: " + std::string(why);
+            log_.logError(groups.unreachable);
+            log_.logData("bad_address", address);
+            send_.badRecipients.push_back(std::move(address));
+        } else {
+            const bool needsUtf8 = senderNeedsUtf8 || !isAscii(address);
+            (needsUtf8 ? groups.utf8 : groups.ascii).push_back(std::move(address));
+        }
+    }
+    if (!groups.any) return noRecipients();
+    if (groups.ascii.empty() && groups.utf8.empty()) {
+        connection_.fail(SmtpStatus::NoValidRecipients,
+                         "No recipient was accepted. " + groups.unreachable, log_);
+        return false;
+    }
+    if (!groups.unreachable.empty() && connection_.settings.requireAllRecipients) {
+        connection_.fail(SmtpStatus::SomeBadRecipients,
+                         "Not all recipients were accepted. " + groups.unreachable, log_);
+        return false;
+    }
+    return true;
 }
 
 bool SmtpDelivery::noRecipients() {
@@ -49,29 +104,50 @@ bool SmtpDelivery::noRecipients() {
     return false;
 }
 
-// Each transaction takes at least one recipient off the list.
-void SmtpDelivery::deliverTo(std::vector<std::string> waiting) {
+// Each transaction takes at least one recipient off the list. False where the send ends here.
+bool SmtpDelivery::deliverTo(std::vector<std::string> waiting, bool utf8) {
     while (!waiting.empty()) {
-        SmtpTransaction transaction = nextOf(waiting);
         if (taken_) connection_.outcome().clear();
+        const bool formed = takeForm(utf8);
+        SmtpTransaction transaction = nextOf(waiting);
         const bool success =
-            SmtpTransfer(connection_, send_, transaction, params_, log_).sendSmtpEmail();
+            formed && SmtpTransfer(connection_, send_, transaction, params_, log_).sendSmtpEmail();
         if (taken_ && !success) {
             giveUp(transaction.recipients);
             giveUp(waiting);
-            return;
+            return true;
         }
         room_ = std::max(transaction.accepted.size(), kLeastRoom);
         append(send_.goodRecipients, transaction.accepted);
         append(send_.badRecipients, transaction.refused);
         if (!success) {
             append(send_.badRecipients, transaction.tooMany);
-            return;
+            return nobodyAccepted();
         }
         taken_ = true;
         append(transaction.tooMany, waiting);
         waiting = std::move(transaction.tooMany);
     }
+    return true;
+}
+
+// Of one form: that says nothing of the others.
+bool SmtpDelivery::nobodyAccepted() const {
+    return connection_.outcome().status() == SmtpStatus::NoValidRecipients && !send_.retryAllowed &&
+           connection_.isConnected();
+}
+
+// The message in the form of the next transaction, and how large it is.
+bool SmtpDelivery::takeForm(bool utf8) {
+    if (send_.utf8 == utf8) return true;
+    send_.utf8 = utf8;
+    const uint64_t total = send_.progressTotal;
+    const bool rendered = send_.measure(log_);
+    if (taken_) send_.progressTotal = total;
+    if (!rendered) {
+        connection_.fail(SmtpStatus::RenderFailed, "The message could not be rendered.", log_);
+    }
+    return rendered;
 }
 
 // The message did not reach them; that it reached others is the result.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "log/LogBase.h"
@@ -25,8 +26,15 @@ public:
     bool deliver();
 
 private:
+    struct Groups;
+
+    bool senderFits();
+    bool sortRecipients(Groups& groups);
+    std::string_view obstacle(std::string_view address) const;
     bool noRecipients();
-    void deliverTo(std::vector<std::string> waiting);
+    bool nobodyAccepted() const;
+    bool deliverTo(std::vector<std::string> waiting, bool utf8);
+    bool takeForm(bool utf8);
     SmtpTransaction nextOf(std::vector<std::string>& waiting);
     void giveUp(std::vector<std::string>& recipients);
 

@@ -26,7 +26,7 @@ private:
 
 bool SmtpSend::renderTo(OutputStream& out, LogBase& log) const {
     if (!mimeData.empty()) return out.write(mimeData.bytes());
-    return mimeSource && mimeSource(out, log);
+    return mimeSource && mimeSource(out, utf8, log);
 }
 
 bool SmtpSend::measure(LogBase& log) {

@@ -13,8 +13,9 @@
 namespace tv {
 
 struct SmtpSend {
-    // Renders the prepared e-mail; gives the same bytes each time.
-    using MimeSource = std::function<bool(OutputStream&, LogBase&)>;
+    // Renders the prepared e-mail, with utf8 for a transaction with SMTPUTF8; gives the same bytes
+    // each time.
+    using MimeSource = std::function<bool(OutputStream&, bool utf8, LogBase&)>;
 
     std::string fromAddress;
     std::vector<std::string> recipients;
@@ -23,7 +24,9 @@ struct SmtpSend {
     bool pipelining = true;
     bool checkRecipientsOnly = false;  // stop after the RCPT commands
 
-    // Set by measure.
+    bool utf8 = false;  // the form of the message: UTF-8 in its header (RFC 6532), or ASCII alone
+
+    // Set by measure, of this form.
     uint64_t mimeSize = 0;
     uint64_t stuffedSize = 0;  // with the dots that the transfer adds
     uint64_t progressTotal = 0;

@@ -73,6 +73,7 @@ bool SmtpTransfer::queueMailFrom() {
         log_.logInfo("Warning: No From Address");
     }
     smtp::FromParameters parameters;
+    parameters.smtpUtf8 = send_.utf8;
     if (connection_.capabilities().hasDsn) {
         parameters.ret = connection_.settings.dsnRet.utf8();
         parameters.envid = connection_.settings.dsnEnvid.utf8();

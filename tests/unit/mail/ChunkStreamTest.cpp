@@ -64,10 +64,10 @@ TEST(SmtpSend, learnsItsSizes) {
     EXPECT_EQ(send.progressTotal, 16u + 180u + 160u);
 
     SmtpSend empty;
-    empty.mimeSource = [](OutputStream&, LogBase&) { return true; };
+    empty.mimeSource = [](OutputStream&, bool, LogBase&) { return true; };
     EXPECT_FALSE(empty.measure(log));
     SmtpSend failing;
-    failing.mimeSource = [](OutputStream& out, LogBase&) { return out.write("A"), false; };
+    failing.mimeSource = [](OutputStream& out, bool, LogBase&) { return out.write("A"), false; };
     EXPECT_FALSE(failing.measure(log));
     SmtpSend none;
     EXPECT_FALSE(none.measure(log));

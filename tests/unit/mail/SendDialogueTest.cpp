@@ -90,10 +90,14 @@ void arrange(MailWorld& world, const Row& row, Delivery delivery) {
         // The names of properties begin with a capital, those of the row's own settings do not.
         if (isAsciiUpper(name[0])) world.set(name.c_str(), value);
     }
-    const std::vector<std::string> recipients = {kFirst, kSecond, "dora@to.test"};
-    const auto count = std::stoi(row.setting("to", "1"));
-    world.compose({recipients.begin(), recipients.begin() + count},
-                  row.setting("from", "") == "none" ? "" : kSender);
+    std::vector<std::string> recipients = {row.setting("to", "1")};
+    if (recipients[0].find('@') == std::string::npos) {
+        const size_t count = std::stoul(recipients[0]);
+        recipients = {kFirst, kSecond, "dora@to.test"};
+        recipients.resize(count);
+    }
+    const std::string from = row.setting("from", kSender);
+    world.compose(recipients, from == "none" ? "" : from.c_str());
     for (const std::string& link : row.links) {
         if (link == "refuse") {
             world.net.refuse(kServer, 25);

@@ -96,12 +96,28 @@ TEST(Transfer, largeMessagesGoInBlocksWithoutNoDelay) {
 }
 
 TEST(Transfer, recipientsWithoutAnAddressAreNone) {
+    for (const char* unusable : {"<>", "a@\xC3\xBC..test"}) {  // no address, no ASCII form
+        TransferWorld world;
+        world.send.mimeData.append("A: b\r\n\r\n");
+        world.send.recipients = {"", unusable, " ; ", "\r\n"};
+        world.serve("greet; ehlo8; quit");
+        EXPECT_FALSE(world.transfer());
+        EXPECT_EQ(world.word(), "NoValidRecipients");
+    }
+}
+
+TEST(Transfer, eachFormGoesWithItsTransaction) {
     TransferWorld world;
-    world.send.mimeData.append("A: b\r\n\r\n");
-    world.send.recipients = {"", "<>", " ; ", "\r\n"};
-    world.serve("open; quit");
-    EXPECT_FALSE(world.transfer());
-    EXPECT_EQ(world.word(), "NoValidRecipients");
+    world.send.mimeSource = [](OutputStream& out, bool utf8, LogBase&) {
+        return out.write(utf8 ? "A: in UTF-8\r\n\r\n" : "A: b\r\n\r\n");
+    };
+    const std::string third = "j\xC3\xB3zsef@to.test";
+    world.send.recipients = {third, kFirst};
+    world.serve(
+        "greet; ehlo8; mail; rcpt; data; 'A: b' -; '' -; '' -; '.' 250 ok; "
+        "mail8; rcpt8; data; 'A: in UTF-8' -; '' -; '' -; '.' 250 ok; quit");
+    EXPECT_TRUE(world.transfer());
+    EXPECT_EQ(world.send.goodRecipients, (std::vector<std::string>{kFirst, third}));
 }
 
 TEST(Transfer, aFlightLeavesInOneWrite) {
@@ -208,7 +224,7 @@ TEST(Transfer, aMessageThatBreaksOffNeverGetsItsTerminator) {
         SCOPED_TRACE(row.name);
         TransferWorld world;
         int renders = 0;
-        world.send.mimeSource = [&](OutputStream& out, LogBase&) {
+        world.send.mimeSource = [&](OutputStream& out, bool, LogBase&) {
             if (++renders == 1) return out.write("A: b\r\n\r\nbody\r\n");
             return out.write(row.later) && row.succeeds;
         };
@@ -228,7 +244,7 @@ TEST(Transfer, aMessageThatBreaksOffNeverGetsItsTerminator) {
 TEST(Transfer, anExceptionLeavesNoConnectionToUseAgain) {
     TransferWorld world;
     int renders = 0;
-    world.send.mimeSource = [&](OutputStream& out, LogBase&) {
+    world.send.mimeSource = [&](OutputStream& out, bool, LogBase&) {
         if (++renders > 1) throw std::bad_alloc();
         return out.write("A: b\r\n\r\n");
     };
