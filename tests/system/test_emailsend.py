@@ -163,7 +163,8 @@ def test_help_names_every_option(product):
 
 
 def test_server_settings_must_fit_the_code_page(dll):
-    done = run(dll, dll.program, "--host", "h", *ADDRESSES, "--user", "пользователь")
+    done = run(dll, dll.program, "--host", "h", *ADDRESSES, "--user", "пользователь",
+               env={"EMAILSEND_PASSWORD": "secret"})
     assert done.code == 2
     assert done.err.startswith("emailsend: --user has characters")
 
