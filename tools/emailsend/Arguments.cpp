@@ -46,10 +46,12 @@ Other
   --library PATH         the plug-in to load (the one beside this program)
   --help
 
-Exit code: 0 the server accepted the message for at least one recipient; 1 it did not (standard error
-says whether it may have it all the same), or a recipient was refused beforehand; 2 the command line, a
-file or the plug-in could not be used, and nothing was sent; 3 it was stopped by Ctrl-C, and the
-server may or may not have the message.
+It waits as long as the plug-in does: two minutes for a server that is gone, longer for a slow one.
+
+Exit code: 0 the server accepted the message for at least one recipient; 1 it did not (what is said
+tells whether it may have the message all the same), or a recipient was refused beforehand; 2 the
+command line, a file or the plug-in could not be used, and nothing was sent; 3 it was stopped by
+Ctrl-C, and the server may or may not have the message.
 )";
 
 namespace {

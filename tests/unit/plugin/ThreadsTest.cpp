@@ -26,6 +26,12 @@ size_t countOf(std::string_view wanted, std::string_view text) {
     return count;
 }
 
+// To its end, which is somewhere as long as the text is still there.
+void readError() {
+    const std::string text = ::getLastError();
+    EXPECT_TRUE(text.empty() || text.ends_with('\n') || text.ends_with('.')) << text;
+}
+
 // A mail server that takes every message.
 class Sink {
 public:
@@ -103,7 +109,7 @@ TEST(Threads, AllExportsAtTheSameTime) {
     const auto startAnew = [&] {  // the port first: nobody else's server is to be met
         ::Initialise();
         ::setSmtpPort(server.port());
-        ::setSmtpHost("127.0.0.1");
+        ::setSmtpHost("localhost");
     };
     startAnew();
     const auto sendAll = [&](bool mayStartAnew) {
@@ -114,7 +120,7 @@ TEST(Threads, AllExportsAtTheSameTime) {
             ::setBCC("blind@blind.test");
             ::setLogo("");
             accepted += ::szBrisko();
-            EXPECT_GE(std::string(::getLastError()).size(), 0u);  // can be read to its end
+            readError();
         }
     };
     const auto setAll = [&] {
@@ -136,7 +142,7 @@ TEST(Threads, AllExportsAtTheSameTime) {
             ::setBody("<p>{LOGO}</p>");
             ::setAttachment("no such file");
             ::ResetEmail();
-            EXPECT_LT(std::string(::getLastError()).size(), 1u << 20);
+            readError();
         }
     };
     std::vector<std::thread> senders, setters;
