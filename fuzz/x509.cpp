@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "net/x509/HostMatch.h"
+#include "net/x509/NameConstraints.h"
 #include "net/x509/Pem.h"
 #include "net/x509/X509Chain.h"
 #include "net/x509/X509Name.h"
@@ -18,6 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         nameText(certificate.subject);
         matchesHost(certificate, "mail.example.com");
         matchesHost(certificate, "127.0.0.1");
+        WorkBudget work;
+        mayName(certificate, certificate, "mail.example.com", work);
     }
     const Bytes chain[] = {der, der};
     WorkBudget budget;
