@@ -85,7 +85,7 @@ bool isBareName(const _tvEmailAddress& mailbox) {
 bool isUsable(const _tvEmailAddress& mailbox) {
     const std::string_view address = mailbox.address();
     const size_t at = localPartEnd(address);
-    if (at == kNone || address.empty()) return false;
+    if (at == kNone || address.empty() || !mailbox.fitsHeader()) return false;
     return at == address.size() ? address.find('"') == kNone : isDomain(address.substr(at + 1));
 }
 

@@ -10,13 +10,6 @@ using enum Email2::Recipients;
 
 constexpr std::string_view kUseBccHeader = "UseBccHeader";
 
-bool allFit(const std::vector<_tvEmailAddress>& list) {
-    for (const _tvEmailAddress& mailbox : list) {
-        if (!mailbox.fitsHeader()) return false;
-    }
-    return !list.empty();
-}
-
 }  // namespace
 
 bool ClsEmail::AddTo(const XString& name, const XString& address) {
@@ -54,7 +47,7 @@ bool ClsEmail::addRecipients(Email2::Recipients kind, const XString& name, const
     }
     std::vector<std::string_view> leftOut;
     std::vector<_tvEmailAddress> added = parseMailboxes(given, leftOut);
-    if (!allFit(added)) {
+    if (added.empty()) {
         log.logError("invalid email address");
         logBoth();
         return false;
@@ -79,13 +72,14 @@ void ClsEmail::put_FromAddress(const XString& address) {
     operation.finish(true);
     if (address.utf8().find('@') == std::string_view::npos) return;
     const std::vector<_tvEmailAddress> mailboxes = parseMailboxes(address.utf8());
-    _tvEmailAddress sender = mailboxes.empty() ? _tvEmailAddress() : mailboxes.front();
-    if (!sender.fitsHeader()) {
+    _tvEmailAddress sender;
+    if (mailboxes.empty()) {  // a message from nobody is refused, one from somebody else is not
         operation.log().logError("invalid email address");
         operation.finish(false);
-        sender = {};  // a message from nobody is refused, one from somebody else is not
+    } else {
+        sender = mailboxes.front();
+        if (sender.name().empty() && !fromIsKept_) sender.setName(message->from().name());
     }
-    if (sender.name().empty() && !fromIsKept_) sender.setName(message->from().name());
     fromIsKept_ = false;
     message->from() = std::move(sender);
     chooseCharset(*message, message->from().name(), operation.log());

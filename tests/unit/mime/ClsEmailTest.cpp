@@ -132,6 +132,8 @@ TEST_F(ClsEmailTest, From) {
         {"", "Anna <e@f>", "e@f"},
         {"x@é.hu", "Anna <x@xn--9ca.hu>", "x@xn--9ca.hu"},
         {std::string(2000, 'a') + "@b", "(none)", ""},  // never the sender before
+        {"g@h", "g@h", "g@h"},
+        {"x y@z", "(none)", ""},
     };
     for (const auto& step : steps) {
         email_.put_FromAddress(text(step.address));
