@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <string_view>
 
 #include "platform/Replaceable.h"
 
@@ -77,20 +79,22 @@ std::vector<uint8_t> derOf(const CERT_CONTEXT& certificate) {
 // CRYPT_E_NOT_FOUND means that neither limits anything, without it that nothing is left.
 bool isForServers(PCCERT_CONTEXT certificate) {
     const Crypt32& c = crypt32();
+    const auto nothingLimits = [] {
+        return GetLastError() == static_cast<DWORD>(CRYPT_E_NOT_FOUND);
+    };
     DWORD size = 0;
-    if (!c.usages(certificate, 0, nullptr, &size) || size < sizeof(CERT_ENHKEY_USAGE)) return false;
+    if (!c.usages(certificate, 0, nullptr, &size)) return nothingLimits();
     std::vector<CERT_ENHKEY_USAGE> buffer(size / sizeof(CERT_ENHKEY_USAGE) + 1);
     CERT_ENHKEY_USAGE& usages = buffer.front();
     SetLastError(ERROR_SUCCESS);
-    if (!c.usages(certificate, 0, &usages, &size)) return false;
-    if (usages.cUsageIdentifier == 0)
-        return GetLastError() == static_cast<DWORD>(CRYPT_E_NOT_FOUND);
-    return std::any_of(usages.rgpszUsageIdentifier,
-                       usages.rgpszUsageIdentifier + usages.cUsageIdentifier, [](const char* oid) {
-                           const std::string_view text = oid;
-                           return text == szOID_PKIX_KP_SERVER_AUTH ||
-                                  text == szOID_ANY_ENHANCED_KEY_USAGE;
-                       });
+    if (!c.usages(certificate, 0, &usages, &size) || usages.cUsageIdentifier == 0) {
+        return nothingLimits();
+    }
+    return std::any_of(
+        usages.rgpszUsageIdentifier, usages.rgpszUsageIdentifier + usages.cUsageIdentifier,
+        [](std::string_view oid) {
+            return oid == szOID_PKIX_KP_SERVER_AUTH || oid == szOID_ANY_ENHANCED_KEY_USAGE;
+        });
 }
 
 bool hasCondition(PCCERT_CONTEXT certificate) {
