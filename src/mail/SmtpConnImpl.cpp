@@ -253,10 +253,10 @@ bool SmtpConnImpl::sendBytes(std::span<const uint8_t> bytes, SocketParams& param
 // why and resets: after a write that failed, what is still there to be read counts.
 bool SmtpConnImpl::heardLastWords(SocketParams& params, LogBase& log) {
     if (params.aborted) return false;
-    const uint32_t idleMs = settings.idleTimeoutMs;
+    const bool timedOut = params.timedOut;
+    const uint32_t idleMs = timedOut ? 1 : settings.idleTimeoutMs;  // they had their time to come
     const uint32_t limitMs = idleMs == 0 ? kLastWordsMs : std::min(idleMs, kLastWordsMs);
     const WholeLimit limit(params, limitMs);
-    const bool timedOut = params.timedOut;
     const uint64_t overranMs = params.overranMs;
     SmtpReplyReader reader("message data");
     ReplyState state = ReplyState::NeedMore;
