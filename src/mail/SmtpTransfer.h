@@ -1,6 +1,7 @@
 // One mail transaction on a greeted connection: MAIL FROM, RCPT TO, DATA, the message, its end.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -66,6 +67,7 @@ private:
     bool streamMessage();
     bool hasWords();
     bool answeredTooEarly();
+    std::optional<SmtpResponse> replyToEnd();
     bool finishMessage();
     bool judgeFinalReply(const SmtpResponse& reply);
 

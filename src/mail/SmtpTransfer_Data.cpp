@@ -1,5 +1,7 @@
 // The message of a transaction and its end. Once the terminator has begun to leave, the server may
 // have the message whatever comes after.
+#include <new>
+
 #include "log/LogContextExitor.h"
 #include "mail/ChunkStream.h"
 #include "mail/SentMailLog.h"
@@ -86,11 +88,21 @@ bool SmtpTransfer::answeredTooEarly() {
     return true;
 }
 
+// A host that reads of memory alone would send again: what it must know is made here.
+std::optional<SmtpResponse> SmtpTransfer::replyToEnd() {
+    try {
+        if (!connection_.sendCmdToSmtp("\r\n.\r\n", false, log_, params_)) return std::nullopt;
+        return connection_.readSmtpResponse(".", params_, log_);
+    } catch (const std::bad_alloc&) {
+        connection_.fail(SmtpStatus::Failed, "No memory for the end of the message data.", log_);
+        return std::nullopt;
+    }
+}
+
 bool SmtpTransfer::finishMessage() {
     if (answeredTooEarly()) return false;
-    const bool sent = connection_.sendCmdToSmtp("\r\n.\r\n", false, log_, params_);
+    const auto reply = replyToEnd();
     const SmtpConnImpl::Sent left = connection_.lastSent();
-    const auto reply = sent ? connection_.readSmtpResponse(".", params_, log_) : std::nullopt;
     if (reply) return judgeFinalReply(*reply);
     const bool refused = connection_.lastReplyCode() >= 400;  // by the last words
     if (left != SmtpConnImpl::Sent::Nothing && !refused) {
@@ -102,8 +114,9 @@ bool SmtpTransfer::finishMessage() {
         close();
         return left == SmtpConnImpl::Sent::All;  // then the message is with the server
     }
-    log_.logError(sent ? "SMTP failed when receiving the DATA terminator response."
-                       : "SMTP failed when sending DATA terminator.");
+    log_.logError(left == SmtpConnImpl::Sent::All
+                      ? "SMTP failed when receiving the DATA terminator response."
+                      : "SMTP failed when sending DATA terminator.");
     return false;
 }
 

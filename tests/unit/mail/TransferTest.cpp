@@ -38,6 +38,28 @@ struct TransferWorld {
     std::string word() { return std::string(statusWord(connection.outcome().status())); }
 };
 
+class Watcher : public ProgressMonitor {
+public:
+    bool abortRequested() override { return abortAt_ >= 0 && asked_++ >= abortAt_; }
+    void progress(uint64_t done, uint64_t total) override {
+        lastDone = done;
+        lastTotal = total;
+    }
+    void textEvent(std::string_view name, std::string_view text) override {
+        events.push_back(std::string(name) + " " + std::string(text));
+    }
+    void abortAt(int question) { abortAt_ = question; }
+    int asked() const { return asked_; }
+
+    std::vector<std::string> events;
+    uint64_t lastDone = 0;
+    uint64_t lastTotal = 0;
+
+private:
+    int asked_ = 0;
+    int abortAt_ = -1;
+};
+
 TEST(Transfer, stuffsDotsOnTheWay) {
     const struct {
         const char* given;
@@ -239,6 +261,21 @@ TEST(Transfer, aMessageThatBreaksOffNeverGetsItsTerminator) {
     }
 }
 
+TEST(Transfer, memoryThatRunsOutAtTheLastReplyIsAnUnknownOutcome) {
+    struct : Watcher {
+        void textEvent(std::string_view, std::string_view text) override {
+            if (text == "250 taken") throw std::bad_alloc();
+        }
+    } monitor;
+    TransferWorld world;
+    world.send.mimeData.append("A: b\r\n\r\n");
+    world.params.setMonitor(&monitor);
+    FakeLink& link = world.serve("open; transaction");
+    EXPECT_FALSE(world.transfer());
+    EXPECT_TRUE(contains(world.connection.outcome().reason(), "may deliver it twice"));
+    EXPECT_TRUE(link.closedByClient);
+}
+
 // Memory that runs out in the middle of a message must not leave a connection that takes the next
 // command for text.
 TEST(Transfer, anExceptionLeavesNoConnectionToUseAgain) {
@@ -294,28 +331,6 @@ TEST(SentMailLog, thatCannotBeWrittenStopsNothing) {
         EXPECT_TRUE(world.transfer()) << path;
     }
 }
-
-class Watcher final : public ProgressMonitor {
-public:
-    bool abortRequested() override { return abortAt_ >= 0 && asked_++ >= abortAt_; }
-    void progress(uint64_t done, uint64_t total) override {
-        lastDone = done;
-        lastTotal = total;
-    }
-    void textEvent(std::string_view name, std::string_view text) override {
-        events.push_back(std::string(name) + " " + std::string(text));
-    }
-    void abortAt(int question) { abortAt_ = question; }
-    int asked() const { return asked_; }
-
-    std::vector<std::string> events;
-    uint64_t lastDone = 0;
-    uint64_t lastTotal = 0;
-
-private:
-    int asked_ = 0;
-    int abortAt_ = -1;
-};
 
 TEST(Progress, eventsTellTheDialogue) {
     MailWorld world;
