@@ -41,10 +41,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     tv::MimeHeader header;
     header.set(data[0] & 0x80 ? "Subject" : "X-Quite-A-Long-Field-Name-Indeed", text);
+    header.set("Reply-To", text);
     for (const tv::MimeHeader::Field& field : header.fields()) {
         std::string out;
-        tv::MimeHeader::writeField(field, codePage, log, out);
+        tv::MimeHeader::writeField(field, codePage, tv::AddressForm::SevenBit, log, out);
         requireSound(out);
+        require(tv::isAscii(out));
     }
     requireSound("Content-Disposition: " + tv::dispositionValue("attachment", text));
     tv::_tvContentType type("application/pdf");
