@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/ConstTime.h"
+#include "base/crypto/WipeStack.h"
 
 namespace tv::crypto {
 
@@ -48,6 +49,7 @@ bool Dhe::generate(const RandomSource& random) {
     private_[0] |= 0x80;  // never zero
     public_.resize(bytes());
     group_.powSecretExponent(public_.bytes(), generator_, private_.bytes());
+    wipeStack<Montgomery::kStackTaken>();
     return true;
 }
 
@@ -56,6 +58,7 @@ bool Dhe::derive(SecureBuffer& padded) const {
     padded.clear();
     padded.resize(bytes());
     group_.powSecretExponent(padded.bytes(), peer_, private_.bytes());
+    wipeStack<Montgomery::kStackTaken>();
     uint32_t others = 0;
     for (size_t i = 0; i + 1 < padded.size(); ++i) {
         others |= padded[i];

@@ -2,9 +2,15 @@
 
 #include <algorithm>
 
-#include "platform/SysWipe.h"
+#include "base/crypto/WipeStack.h"
 
 namespace tv::crypto {
+
+namespace {
+
+constexpr size_t kStackTaken = 49152;  // by a multiplication in any form
+
+}  // namespace
 
 bool EcCurve::isPoint(std::span<const uint8_t> point) const {
     EcNumber x, y;
@@ -24,6 +30,7 @@ bool EcCurve::multiplyBase(std::span<uint8_t> outPoint, std::span<const uint8_t>
     if (outPoint.size() != pointBytes() || !isScalar(scalar)) return false;
     outPoint[0] = 0x04;
     ops().multiplyBase(curve_, outPoint.data() + 1, scalar.data());
+    wipeStack<kStackTaken>();
     return true;
 }
 
@@ -32,6 +39,7 @@ bool EcCurve::multiply(std::span<uint8_t> outX, std::span<const uint8_t> scalar,
     if (outX.size() != fieldBytes() || !isPoint(point) || !isScalar(scalar)) return false;
     uint8_t result[2 * kMaxEcLimbs * kLimbBytes];
     ops().multiply(curve_, result, scalar.data(), point.data() + 1);
+    wipeStack<kStackTaken>();
     std::copy_n(result, outX.size(), outX.begin());
     plat::wipe(result, sizeof result);
     return true;

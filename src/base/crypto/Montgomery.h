@@ -18,6 +18,8 @@ public:
     // out = base ^ exponent, all public; base below the modulus, exponent at least 1. out may be
     // base.
     void powPublic(BigNum& out, const BigNum& base, uint64_t exponent) const;
+    // What powers of secrets take of the stack, with some room to spare, for wipeStack.
+    static constexpr size_t kStackTaken = 12288;
     // The same with secrets, which are big-endian bytes since the size of a BigNum shows in the
     // time it takes to handle it. out has the modulus' length. A secret base too, and is below it.
     void powSecretBase(std::span<uint8_t> out, std::span<const uint8_t> base,

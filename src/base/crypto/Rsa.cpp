@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/SysWipe.h"
+#include "base/crypto/WipeStack.h"
 
 namespace tv::crypto {
 
@@ -129,6 +129,7 @@ bool RsaPublicKey::encryptPkcs1(std::span<const uint8_t> message, const RandomSo
     std::copy(message.begin(), message.end(), block + size - message.size());
     // The block starts with a zero byte and so is below the modulus.
     if (ok) montgomery_.powSecretBase(out, {block, size}, exponent_);
+    wipeStack<Montgomery::kStackTaken>();
     plat::wipe(block, sizeof block);
     return ok;
 }

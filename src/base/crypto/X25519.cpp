@@ -1,12 +1,22 @@
 #include "base/crypto/X25519.h"
 
 #include "base/ConstTime.h"
+#include "base/crypto/WipeStack.h"
 #include "platform/SysWipe.h"
 
 namespace tv::crypto {
 
+namespace {
+
+void multiply(uint8_t* out, X25519Bytes privateKey, X25519Bytes peer) {
+    x25519Forms.get().multiply(out, privateKey.data(), peer.data());
+    wipeStack<12288>();
+}
+
+}  // namespace
+
 bool x25519(std::span<uint8_t, kX25519Size> secret, X25519Bytes privateKey, X25519Bytes peer) {
-    x25519Forms.get().multiply(secret.data(), privateKey.data(), peer.data());
+    multiply(secret.data(), privateKey, peer);
     uint32_t bits = 0;
     for (uint8_t byte : secret) {
         bits |= byte;
@@ -16,7 +26,7 @@ bool x25519(std::span<uint8_t, kX25519Size> secret, X25519Bytes privateKey, X255
 
 void x25519Public(std::span<uint8_t, kX25519Size> out, X25519Bytes privateKey) {
     constexpr uint8_t kBasePoint[kX25519Size] = {9};
-    x25519Forms.get().multiply(out.data(), privateKey.data(), kBasePoint);
+    multiply(out.data(), privateKey, kBasePoint);
 }
 
 X25519Key::~X25519Key() {

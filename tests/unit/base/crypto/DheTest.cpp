@@ -7,6 +7,7 @@
 
 #include "base/Hex.h"
 #include "tests/fixtures/HexBytes.h"
+#include "tests/fixtures/StackResidue.h"
 #include "tests/fixtures/TestData.h"
 #include "tests/fixtures/Wycheproof.h"
 
@@ -117,6 +118,25 @@ TEST(DheTest, SecretOfOneIsRefused) {
     EXPECT_FALSE(dhe.derive(secret));
     EXPECT_FALSE(dhe.deriveStripped(secret));
 }
+
+#ifndef __SANITIZE_ADDRESS__  // under it the stack is larger and laid out otherwise
+TEST(DheTest, NoSecretStaysOnTheStack) {
+    const Json& e = exchanges().front();
+    Dhe dhe;
+    ASSERT_EQ(Dhe::Check::Ok, dhe.setServerParams(hexOf(e, "p"), hexOf(e, "g"), hexOf(e, "ys")));
+    std::vector<uint8_t> key(32);
+    const crypto::RandomSource random = [&key](std::span<uint8_t> out) {
+        std::copy(key.begin(), key.end(), out.begin());
+        return true;
+    };
+    SecureBuffer secret;
+    EXPECT_EQ(
+        test::stackResidue(
+            [&](size_t i) { std::fill(key.begin(), key.end(), static_cast<uint8_t>(77 + i)); },
+            [&] { EXPECT_TRUE(dhe.generate(random) && dhe.derive(secret)); }),
+        0u);
+}
+#endif
 
 TEST(DheTest, NothingWithoutAKey) {
     const Json& e = exchanges().front();

@@ -8,6 +8,7 @@
 #include "base/crypto/Ecdh.h"
 #include "base/crypto/Ecdsa.h"
 #include "base/crypto/Hash.h"
+#include "tests/fixtures/StackResidue.h"
 #include "tests/unit/base/crypto/EcCases.h"
 #include "tests/unit/base/crypto/RandomForTests.h"
 #include "tests/unit/base/crypto/Vectors.h"
@@ -44,6 +45,25 @@ TEST_P(EcCurveTest, TwoKeysAgree) {
     EXPECT_EQ(curve_.fieldBytes(), ab.size());
     EXPECT_TRUE(ab.equals(ba.bytes()));
 }
+
+#ifndef __SANITIZE_ADDRESS__  // under it the stack is larger and laid out otherwise
+TEST_P(EcCurveTest, NoSecretStaysOnTheStack) {
+    const size_t size = curve_.fieldBytes();
+    EcdhKey peer(GetParam().id);
+    ASSERT_TRUE(peer.generate(test::SeededRandom(1)));
+    std::vector<uint8_t> scalar(size), out(curve_.pointBytes());
+    const auto choose = [&](size_t i) {
+        test::SeededRandom(static_cast<uint32_t>(2 + i))(scalar);
+        scalar[0] &= 1;  // below every order
+    };
+    const auto multiply = [&] {
+        EXPECT_TRUE(curve_.multiply(std::span(out).first(size), scalar, peer.publicPoint()));
+    };
+    const auto multiplyBase = [&] { EXPECT_TRUE(curve_.multiplyBase(out, scalar)); };
+    EXPECT_EQ(test::stackResidue(choose, multiply), 0u);
+    EXPECT_EQ(test::stackResidue(choose, multiplyBase), 0u);
+}
+#endif
 
 // Small scalars and those next to the order reach the ends of the ladder.
 TEST_P(EcCurveTest, SmallMultiplesAddUp) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "base/Hex.h"
+#include "tests/fixtures/StackResidue.h"
 #include "tests/unit/base/crypto/FormTest.h"
 #include "tests/unit/base/crypto/Peer.h"
 #include "tests/unit/base/crypto/RandomForTests.h"
@@ -72,6 +73,15 @@ TEST_P(X25519Test, Wycheproof) {
         EXPECT_EQ(expected, out);
     });
 }
+
+#ifndef __SANITIZE_ADDRESS__  // under it the stack is larger and laid out otherwise
+TEST_P(X25519Test, NoSecretStaysOnTheStack) {
+    Value secret, out;
+    EXPECT_EQ(test::stackResidue([&](size_t i) { secret.fill(static_cast<uint8_t>(77 + i)); },
+                                 [&] { x25519Public(out, secret); }),
+              0u);
+}
+#endif
 
 TEST(X25519KeyTest, RandomFailureLeavesNoKey) {
     X25519Key key;
