@@ -387,7 +387,15 @@ TEST_F(ExportsTest, AnExceptionEndsAtTheExportWithItsReason) {
 // The server would take the next message's commands for text of the one that broke off.
 TEST_F(ExportsTest, AConnectionThatBrokeOffInMidMessageIsNotUsedAgain) {
     ::Initialise();
-    for (const char* lastCommand : {"MAIL FROM", "RCPT TO", "DATA\r\n", "\r\n.\r\n"}) {
+    constexpr char kOutOfMemory[] = "Sending failed: Out of memory.";
+    const std::pair<const char*, const char*> rows[] = {
+        {"MAIL FROM", kOutOfMemory},
+        {"RCPT TO", kOutOfMemory},
+        {"DATA\r\n", kOutOfMemory},
+        {"\r\n.\r\n", "The server may have the message"},
+    };
+    for (const auto& row : rows) {
+        const char* const lastCommand = row.first;
         prepareMessage();
         serveTrial();
         const FakeLink& broken = serveMessage();
@@ -395,7 +403,7 @@ TEST_F(ExportsTest, AConnectionThatBrokeOffInMidMessageIsNotUsedAgain) {
             if (broken.fromClient.find(lastCommand) != std::string::npos) throw std::bad_alloc();
         };
         EXPECT_EQ(::szBrisko(), 0) << lastCommand;
-        EXPECT_STREQ(::getLastError(), "Sending failed: Out of memory.") << lastCommand;
+        EXPECT_TRUE(contains(::getLastError(), row.second)) << lastCommand << ::getLastError();
         net.onWait = nullptr;
         const std::string before = broken.fromClient;
 
