@@ -69,6 +69,14 @@ void SecureBuffer::assign(std::span<const uint8_t> bytes) {
     append(bytes);
 }
 
+void SecureBuffer::removeFront(size_t n) noexcept {
+    if (n >= size_) return clear();
+    if (n == 0) return;
+    std::memmove(block_, block_ + n, size_ - n);
+    plat::wipe(block_ + size_ - n, n);
+    size_ -= n;
+}
+
 void SecureBuffer::clear() noexcept {
     if (size_ != 0) plat::wipe(block_, size_);
     size_ = 0;

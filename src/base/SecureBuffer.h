@@ -37,6 +37,8 @@ public:
     void push_back(uint8_t byte) { append({&byte, 1}); }
     // The former content is wiped even where the new one is shorter. Not from this buffer itself.
     void assign(std::span<const uint8_t> bytes);
+    // Drops the first n bytes (all, when n is larger).
+    void removeFront(size_t n) noexcept;
     // Wipes the content and keeps the memory.
     void clear() noexcept;
 

@@ -5,7 +5,7 @@
 
 #include "base/ByteReader.h"
 #include "base/ByteWriter.h"
-#include "base/DataBuffer.h"
+#include "base/SecureBuffer.h"
 #include "net/DnsClient.h"
 #include "net/SChannelTolvane.h"
 #include "net/TolvaneSocket.h"
@@ -53,7 +53,7 @@ public:
     }
 
     // A whole message, without the length that stands before it.
-    bool receive(DataBuffer& in, std::span<const uint8_t>& message) {
+    bool receive(SecureBuffer& in, std::span<const uint8_t>& message) {
         for (;;) {
             ByteReader reader(in.bytes());
             message = reader.vector16();
@@ -71,14 +71,15 @@ private:
         return static_cast<uint32_t>(std::max<uint64_t>(exchange_.deadline.leftMs(), 1));
     }
 
-    bool receiveSome(DataBuffer& in) {
+    bool receiveSome(SecureBuffer& in) {
         if (channel_) {
             return channel_->receiveApplicationData(in, leftMs(), exchange_.log, params_);
         }
         std::array<uint8_t, 4096> segment;
         size_t size = 0;
-        return socket_.receiveBytes(segment, size, leftMs(), exchange_.log, params_) &&
-               in.append({segment.data(), size});
+        if (!socket_.receiveBytes(segment, size, leftMs(), exchange_.log, params_)) return false;
+        in.append({segment.data(), size});
+        return true;
     }
 
     DnsExchange& exchange_;
@@ -101,7 +102,7 @@ DnsExchange::End DnsExchange::overStream(bool tls) {
     framed.vector16(query);
     connected = stream.connect(tls ? kTlsPort : kDnsPort);
     handshakeFailed = connected && tls && !stream.secure();
-    DataBuffer in;
+    SecureBuffer in;
     std::span<const uint8_t> message;
     const bool received =
         connected && !handshakeFailed && stream.send(framed.bytes()) && stream.receive(in, message);

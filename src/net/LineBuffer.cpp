@@ -1,19 +1,19 @@
 #include "net/LineBuffer.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace tv {
 
-bool LineBuffer::append(std::span<const uint8_t> bytes) {
-    if (taken_ > 0) {
-        buffer_.removeFront(taken_);
-        taken_ = 0;
-    }
-    return buffer_.append(bytes);
+void LineBuffer::append(std::span<const uint8_t> bytes) {
+    buffer_.removeFront(std::exchange(taken_, 0));
+    buffer_.append(bytes);
 }
 
 LineBuffer::Take LineBuffer::takeUntil(std::string_view match, size_t maxSize, DataBuffer& out) {
-    const std::string_view text = buffer_.text().substr(taken_, maxSize);
+    const std::string_view text =
+        std::string_view(reinterpret_cast<const char*>(buffer_.data()), buffer_.size())
+            .substr(taken_, maxSize);
     // The end of what was searched may hold the beginning of the match.
     const size_t overlap = match.empty() ? 0 : match.size() - 1;
     const size_t at = text.find(match, searched_ - std::min(searched_, overlap));

@@ -1,4 +1,5 @@
-// Bytes that have arrived and wait to be taken, piece by piece or up to a mark. Pure.
+// Bytes that have arrived and wait to be taken, piece by piece or up to a mark. They may be secret:
+// what was taken is wiped when the next bytes come, at the latest. Pure.
 #pragma once
 
 #include <cstddef>
@@ -7,6 +8,7 @@
 #include <string_view>
 
 #include "base/DataBuffer.h"
+#include "base/SecureBuffer.h"
 
 namespace tv {
 
@@ -14,8 +16,7 @@ class LineBuffer {
 public:
     enum class Take { Found, NeedMore, TooLong, NoMemory };
 
-    // False where memory does not suffice; then nothing was added.
-    bool append(std::span<const uint8_t> bytes);
+    void append(std::span<const uint8_t> bytes);
 
     // Moves everything up to and including match to the end of out. NeedMore: match is not there
     // yet. TooLong: it is not within the first maxSize bytes; those are moved all the same.
@@ -31,7 +32,7 @@ public:
 private:
     bool take(size_t size, DataBuffer& out);
 
-    DataBuffer buffer_;
+    SecureBuffer buffer_;
     size_t taken_ = 0;     // bytes at the front of buffer_ that are gone
     size_t searched_ = 0;  // bytes behind them known to hold no match
 };

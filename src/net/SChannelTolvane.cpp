@@ -340,18 +340,19 @@ bool SChannelTolvane::sendApplicationData(std::span<const uint8_t> bytes, size_t
     return true;
 }
 
-bool SChannelTolvane::receiveReady(DataBuffer& out, LogBase& log, SocketParams& params) {
+bool SChannelTolvane::receiveReady(SecureBuffer& out, LogBase& log, SocketParams& params) {
     if (!engine_) return false;
     if (!takeArrived(log, params)) readFailed_ = true;
-    DataBuffer& input = engine_->input();
-    const bool any = !input.empty() && out.append(input.bytes());
-    if (any) input.clear();
+    SecureBuffer& input = engine_->input();
+    const bool any = !input.empty();
+    out.append(input.bytes());
+    input.clear();
     return any;
 }
 
-bool SChannelTolvane::receiveApplicationData(DataBuffer& out, uint32_t maxIdleMs, LogBase& log,
+bool SChannelTolvane::receiveApplicationData(SecureBuffer& out, uint32_t maxIdleMs, LogBase& log,
                                              SocketParams& params) {
-    DataBuffer& input = engine_->input();
+    SecureBuffer& input = engine_->input();
     // Records may arrive that carry no text; the engine bounds how many.
     while (input.empty()) {
         if (engine_->closeNotifyReceived()) {
@@ -361,10 +362,9 @@ bool SChannelTolvane::receiveApplicationData(DataBuffer& out, uint32_t maxIdleMs
         if (!readMore(maxIdleMs, log, params)) return false;
         keepSession();
     }
-    const bool success = out.append(input.bytes());
+    out.append(input.bytes());
     input.clear();
-    if (!success) log.logError("Out of memory while receiving.");
-    return success;
+    return true;
 }
 
 void SChannelTolvane::closeNotify(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {

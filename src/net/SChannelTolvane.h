@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/DataBuffer.h"
+#include "base/SecureBuffer.h"
 #include "log/LogBase.h"
 #include "net/SocketParams.h"
 #include "net/TolvaneSocket.h"
@@ -52,10 +52,10 @@ public:
     bool sendApplicationData(std::span<const uint8_t> bytes, size_t& sent, uint32_t maxIdleMs,
                              LogBase& log, SocketParams& params);
     // Appends at least one byte of plain text to out.
-    bool receiveApplicationData(DataBuffer& out, uint32_t maxIdleMs, LogBase& log,
+    bool receiveApplicationData(SecureBuffer& out, uint32_t maxIdleMs, LogBase& log,
                                 SocketParams& params);
     // What has arrived so far, without waiting: false where there is none.
-    bool receiveReady(DataBuffer& out, LogBase& log, SocketParams& params);
+    bool receiveReady(SecureBuffer& out, LogBase& log, SocketParams& params);
 
     // Says good-bye and waits a bounded time for the peer to do so.
     void closeNotify(uint32_t maxIdleMs, LogBase& log, SocketParams& params);

@@ -51,23 +51,22 @@ struct Socket2::State {
         return false;
     }
 
-    bool keep(std::span<const uint8_t> bytes, LogBase& log) {
+    bool keep(std::span<const uint8_t> bytes) {
         if (sessionLog) sessionLog->received(bytes);
-        if (received.append(bytes)) return true;
-        log.logError("Out of memory while receiving.");
-        return false;
+        received.append(bytes);
+        return true;
     }
 
     // One segment from the network, or one record's text, into the buffer.
     bool receiveMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
         if (tls) {
-            DataBuffer text;
+            SecureBuffer text;
             return tls->receiveApplicationData(text, maxIdleMs, log, params) && alive == kAlive &&
-                   keep(text.bytes(), log);
+                   keep(text.bytes());
         }
         size_t size = 0;
         return tcp.receiveBytes(segment, size, maxIdleMs, log, params) && alive == kAlive &&
-               keep({segment.data(), size}, log);
+               keep({segment.data(), size});
     }
 
     // What has arrived, without waiting.
@@ -75,11 +74,11 @@ struct Socket2::State {
         LogNull log;
         if (tls) {
             SocketParams params;
-            DataBuffer text;
-            return tls->receiveReady(text, log, params) && keep(text.bytes(), log);
+            SecureBuffer text;
+            return tls->receiveReady(text, log, params) && keep(text.bytes());
         }
         size_t size = 0;
-        return tcp.receiveReady(segment, size) && keep({segment.data(), size}, log);
+        return tcp.receiveReady(segment, size) && keep({segment.data(), size});
     }
 
     bool connectionFailed(LogBase& log, SocketParams& params) {

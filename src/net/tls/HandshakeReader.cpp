@@ -1,5 +1,7 @@
 #include "net/tls/HandshakeReader.h"
 
+#include <utility>
+
 #include "base/ByteReader.h"
 
 namespace tv::tls {
@@ -15,8 +17,7 @@ size_t limitOf(HandshakeType type) {
 }  // namespace
 
 HandshakeReader::Result HandshakeReader::next(HandshakeMessage& out) {
-    pending_.removeFront(taken_);
-    taken_ = 0;
+    pending_.removeFront(std::exchange(taken_, 0));
     ByteReader r(pending_.bytes());
     out.type = static_cast<HandshakeType>(r.u8());
     const size_t length = r.u24();

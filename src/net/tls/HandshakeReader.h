@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-#include "base/DataBuffer.h"
+#include "base/SecureBuffer.h"
 #include "net/tls/TlsTypes.h"
 
 namespace tv::tls {
@@ -19,8 +19,8 @@ class HandshakeReader {
 public:
     enum class Result : uint8_t { NeedMore, Message, TooLong };
 
-    // Adds the plaintext of a handshake record; false where memory does not suffice.
-    bool append(std::span<const uint8_t> fragment) { return pending_.append(fragment); }
+    // Adds the plaintext of a handshake record.
+    void append(std::span<const uint8_t> fragment) { pending_.append(fragment); }
     // The next whole message; its views hold until the reader is touched again. A header that
     // announces more than is accepted is refused before its body is waited for.
     Result next(HandshakeMessage& out);
@@ -28,7 +28,7 @@ public:
     bool atBoundary() const { return pending_.size() == taken_; }
 
 private:
-    DataBuffer pending_;
+    SecureBuffer pending_;
     size_t taken_ = 0;  // bytes at the front that belong to the message handed out last
 };
 

@@ -1,6 +1,7 @@
 #include "net/tls/RecordLayer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/ByteReader.h"
 
@@ -20,21 +21,19 @@ void RecordLayer::setVersion(Version version) {
     maxBody_ = isTls13_ ? kMaxCiphertext13 : kMaxCiphertext12;
 }
 
-bool RecordLayer::feed(std::span<const uint8_t> bytes) {
-    inbox_.removeFront(taken_);
-    taken_ = 0;
-    return inbox_.append(bytes);
-}
-
 RecordLayer::Next RecordLayer::next(Record& out, TlsFailure& failure) {
     const auto failed = [&](TlsFailure why) {
         failure = why;
         return Next::Failed;
     };
+    const auto needMore = [&] {
+        inbox_.removeFront(std::exchange(taken_, 0));
+        return Next::NeedMore;
+    };
     ByteReader r(inbox_.bytes().subspan(taken_));
     RecordHeader header{static_cast<ContentType>(r.u8()), static_cast<Version>(r.u16())};
     const size_t length = r.u16();
-    if (!r.ok()) return Next::NeedMore;
+    if (!r.ok()) return needMore();
     if (!isKnownType(header.type)) return failed(TlsFailure::RecordType);
     if (static_cast<uint16_t>(header.version) >> 8 != 3) return failed(TlsFailure::RecordVersion);
     const bool opens = reader_ && !(isTls13_ && header.type == ContentType::ChangeCipherSpec);
@@ -42,7 +41,7 @@ RecordLayer::Next RecordLayer::next(Record& out, TlsFailure& failure) {
     if (opens && isTls13_ && header.type != ContentType::ApplicationData) {
         return failed(TlsFailure::UnprotectedRecord);
     }
-    if (r.left() < length) return Next::NeedMore;
+    if (r.left() < length) return needMore();
 
     uint8_t* body = inbox_.data() + taken_ + kRecordHeaderSize;
     taken_ += kRecordHeaderSize + length;

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "base/DataBuffer.h"
+#include "base/SecureBuffer.h"
 #include "net/tls/RecordCipher.h"
 #include "net/tls/TlsFailure.h"
 #include "net/tls/TlsTypes.h"
@@ -21,9 +22,9 @@ struct Record {
 class RecordLayer {
 public:
     // Bytes that came from the peer.
-    bool feed(std::span<const uint8_t> bytes);
+    void feed(std::span<const uint8_t> bytes) { inbox_.append(bytes); }
     enum class Next : uint8_t { NeedMore, Record, Failed };
-    // The next whole record, opened. Failed sets failure.
+    // The next whole record, opened. NeedMore: those before it are wiped. Failed sets failure.
     Next next(Record& out, TlsFailure& failure);
     // A record has begun to arrive but is not whole yet.
     bool hasPartialRecord() const { return inbox_.size() > taken_; }
@@ -48,8 +49,8 @@ private:
     size_t largestPlaintext() const;
     bool sendOne(ContentType type, std::span<const uint8_t> fragment);
 
-    DataBuffer inbox_;
-    size_t taken_ = 0;  // bytes at the front of the inbox that belong to the record handed out last
+    SecureBuffer inbox_;  // records are opened in place
+    size_t taken_ = 0;    // bytes at its front that were handed out already
     DataBuffer outbox_;
     std::unique_ptr<RecordCipher> reader_;
     std::unique_ptr<RecordCipher> writer_;

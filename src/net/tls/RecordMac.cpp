@@ -100,6 +100,7 @@ bool RecordMac::checkPadded(uint64_t sequence, const RecordHeader& header,
     const crypto::DigestBytes expected = outer.finish();
     const uint32_t equal = ctEqualMask({received.data(), macSize}, expected.bytes());
     plat::wipe(digest.data(), digest.size());
+    plat::wipe(received.data(), received.size());
     size = length;
     return (good & equal) != 0;
 }

@@ -44,7 +44,7 @@ void TlsProtocol::sendAlert(AlertLevel level, Alert alert) {
 
 bool TlsProtocol::receive(std::span<const uint8_t> bytes, LogBase& log) {
     if (failure_ != TlsFailure::None) return false;
-    if (!records_.feed(bytes)) return fail(TlsFailure::OutOfMemory, log);
+    records_.feed(bytes);
     // Nothing that follows a close_notify counts (RFC 8446, 6.1).
     while (!closeNotifyReceived_) {
         Record record{};
@@ -121,7 +121,7 @@ TlsFailure TlsProtocol::onHandshake(std::span<const uint8_t> fragment, LogBase& 
         if (isTls13 || !countIdle()) return TlsFailure::UnexpectedMessage;
         return TlsFailure::None;
     }
-    if (!reader_.append(fragment)) return TlsFailure::OutOfMemory;
+    reader_.append(fragment);
     for (;;) {
         HandshakeMessage message{};
         switch (reader_.next(message)) {
@@ -175,7 +175,8 @@ TlsFailure TlsProtocol::onApplicationData(std::span<const uint8_t> bytes) {
     if (!allowed) return TlsFailure::UnexpectedMessage;
     if (bytes.empty()) return countIdle() ? TlsFailure::None : TlsFailure::TooManyIdleRecords;
     idleRecords_ = 0;
-    return input_.append(bytes) ? TlsFailure::None : TlsFailure::OutOfMemory;
+    input_.append(bytes);
+    return TlsFailure::None;
 }
 
 TlsFailure TlsProtocol::onPostHandshake(const HandshakeMessage& message, LogBase& log) {

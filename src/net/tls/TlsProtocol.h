@@ -37,7 +37,7 @@ public:
     // Bytes for the peer; whoever sends them removes them.
     DataBuffer& output() { return records_.outbox(); }
     // Plain text from the peer; whoever reads it removes it.
-    DataBuffer& input() { return input_; }
+    SecureBuffer& input() { return input_; }
 
     bool isEstablished() const { return established_ && failure_ == TlsFailure::None; }
     // A renegotiation is under way: application data waits until it is over.
@@ -78,7 +78,7 @@ private:
     TlsEnvironment& environment_;
     RecordLayer records_;
     HandshakeReader reader_;
-    DataBuffer input_;
+    SecureBuffer input_;
     std::unique_ptr<ClientHandshake> handshake_;
     Negotiated negotiated_;
     TrafficSecrets13 traffic_;

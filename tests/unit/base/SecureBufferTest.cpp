@@ -86,7 +86,9 @@ TEST(SecureBuffer, WipesWhatItKeeps) {
     buffer.assign(bytesIn("abc"));
     EXPECT_EQ(buffer.data(), block);
     EXPECT_EQ(test::textOf({block, 8}), std::string("abc\0\0\0\0\0", 8));
-    buffer.clear();
+    buffer.removeFront(1);
+    EXPECT_EQ(test::textOf({block, 4}), std::string("bc\0\0", 4));
+    buffer.removeFront(3);
     EXPECT_TRUE(buffer.empty());
     EXPECT_EQ(test::textOf({block, 4}), std::string(4, '\0'));
 }

@@ -23,7 +23,7 @@ TEST(LineBuffer, LinesDoNotDependOnTheCuts) {
         LineBuffer buffer;
         std::vector<std::string> lines;
         for (size_t at = 0; at < stream.size(); at += step) {
-            ASSERT_TRUE(buffer.append(bytes(std::string_view(stream).substr(at, step))));
+            buffer.append(bytes(std::string_view(stream).substr(at, step)));
             for (;;) {
                 DataBuffer line;
                 if (buffer.takeUntil("\r\n", 100, line) != LineBuffer::Take::Found) break;
@@ -56,7 +56,7 @@ TEST(LineBuffer, SizeLimit) {
     for (const auto& c : kCases) {
         LineBuffer buffer;
         DataBuffer out;
-        ASSERT_TRUE(buffer.append(bytes(c.stream)));
+        buffer.append(bytes(c.stream));
         EXPECT_EQ(buffer.takeUntil("\r\n", c.maxSize, out), c.take) << c.name;
         EXPECT_EQ(out.text(), c.taken) << c.name;
         EXPECT_EQ(buffer.size(), c.left) << c.name;

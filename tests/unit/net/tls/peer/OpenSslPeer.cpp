@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tests/fixtures/TestBytes.h"
 #include "tests/unit/net/tls/peer/LibCrypto.h"
 
 namespace tv::tls::test {
@@ -94,7 +95,7 @@ std::string Connection::toServer(const std::string& text) {
 std::string Connection::toClient(const std::string& text) {
     SSL_write(ssl_.get(), text.data(), static_cast<int>(text.size()));
     pump();
-    std::string got(engine.input().text());
+    std::string got = tv::test::textOf(engine.input().bytes());
     engine.input().clear();
     return got;
 }

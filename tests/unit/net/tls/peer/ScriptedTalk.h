@@ -7,6 +7,7 @@
 
 #include "log/tvLogger.h"
 #include "net/tls/TlsProtocol.h"
+#include "tests/fixtures/TestBytes.h"
 #include "tests/unit/net/tls/TestEnvironment.h"
 #include "tests/unit/net/tls/peer/ScriptedTlsServer.h"
 
@@ -72,7 +73,7 @@ public:
         pump();
         server.send(23, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
         pump();
-        return server.received == text && engine.input().text() == text;
+        return server.received == text && tv::test::textOf(engine.input().bytes()) == text;
     }
 
     Alert verdict() {
