@@ -40,21 +40,11 @@ TEST(SmtpCommand, recipientIsTheBareAddress) {
         {"a@b.c\r\nRCPT TO:<x@y.z>", "a@b.c"},
         {"a@b.c\r\nDATA", "a@b.c"},
         {std::string("a@b\0.c", 6), "a@b.c"},
-        {"a@b\xC3\xBC"
-         "cher.example",
-         "a@xn--bcher-kva.example"},
-        {"a@B\xC3\x9C"
-         "CHER.Example",
-         "a@xn--bcher-kva.example"},
+        {"a@bücher.example", "a@xn--bcher-kva.example"},
+        {"a@BÜCHER.Example", "a@xn--bcher-kva.example"},
         {"a@example.xn--p1ai", "a@example.xn--p1ai"},
-        {"b\xC3\xBC"
-         "cher@example.test",
-         "b\xC3\xBC"
-         "cher@example.test"},
-        {"b\xC3\xBC"
-         "cher",
-         "b\xC3\xBC"
-         "cher"},
+        {"bücher@example.test", "bücher@example.test"},
+        {"bücher", "bücher"},
         {"", ""},
         {"<>", ""},
     };
@@ -72,9 +62,7 @@ TEST(SmtpCommand, senderGoesIntoThePath) {
         {"", "MAIL FROM:<>\r\n"},
         {"Anna <a@b.c>", "MAIL FROM:<a@b.c>\r\n"},
         {"a@b.c\r\nRSET", "MAIL FROM:<a@b.c>\r\n"},
-        {"a@b\xC3\xBC"
-         "cher.example",
-         "MAIL FROM:<a@xn--bcher-kva.example>\r\n"},
+        {"a@bücher.example", "MAIL FROM:<a@xn--bcher-kva.example>\r\n"},
     };
     for (const Pair& row : rows) {
         EXPECT_EQ(mailFromCommand(row.given, {}), row.wanted);
@@ -82,8 +70,8 @@ TEST(SmtpCommand, senderGoesIntoThePath) {
 }
 
 TEST(SmtpCommand, parametersFollowThePath) {
-    EXPECT_EQ(mailFromCommand("\xC3\xBC@b", {.ret = "FULL", .smtpUtf8 = true}),
-              "MAIL FROM:<\xC3\xBC@b> RET=FULL BODY=8BITMIME SMTPUTF8\r\n");
+    EXPECT_EQ(mailFromCommand("ü@b", {.ret = "FULL", .smtpUtf8 = true}),
+              "MAIL FROM:<ü@b> RET=FULL BODY=8BITMIME SMTPUTF8\r\n");
     EXPECT_EQ(mailFromCommand("a@b", {"HDRS", "id1"}), "MAIL FROM:<a@b> RET=HDRS ENVID=id1\r\n");
     EXPECT_EQ(mailFromCommand("a@b", {"", "id\r\nDATA"}), "MAIL FROM:<a@b> ENVID=idDATA\r\n");
     EXPECT_EQ(mailFromCommand("a@b", {"\r\n", "\n"}), "MAIL FROM:<a@b>\r\n");

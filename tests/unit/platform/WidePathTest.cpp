@@ -33,27 +33,16 @@ TEST(WidePath, LongOnesTakeTheFormThatHasNoLimit) {
 }
 
 TEST(WidePath, FilesBehindLongPathsAreFound) {
-    std::string folder = currentDirectory();
-    std::vector<std::filesystem::path> made;
-    for (int level = 0; level < 3; ++level) {
-        folder += '/' + std::string(100, 'd');
-        made.emplace_back(widePath(folder));
-        std::filesystem::create_directory(made.back());
-    }
-    const std::string path = folder + "/long.txt";
+    const std::string folder = currentDirectory() + '/' + std::string(200, 'd');
+    const std::string path = folder + '/' + std::string(100, 'f');
+    std::filesystem::create_directory(widePath(folder));
     SysFile file;
     EXPECT_TRUE(file.openAppend(path) && file.write("abc", 3) && file.close());
-    EXPECT_TRUE(isRegularFile(path));
     std::string content;
-    EXPECT_TRUE(readFileStart(path, 10, content));
+    EXPECT_TRUE(isRegularFile(path) && readFileStart(path, 10, content));
     EXPECT_EQ(content, "abc");
-    FileStamp stamp;
-    EXPECT_TRUE(fileStamp(path, stamp));
-    EXPECT_EQ(stamp.size, 3u);
     std::filesystem::remove(widePath(path));
-    for (; !made.empty(); made.pop_back()) {
-        std::filesystem::remove(made.back());
-    }
+    std::filesystem::remove(widePath(folder));
 }
 
 }  // namespace
