@@ -22,7 +22,7 @@ void printError(std::string_view text);
 bool errorsGoToTerminal();
 
 // Windows: from now on no box of the system's own (a drive without a disk, a DLL that is missing).
-void showNoBoxes();
+void settleIn();
 
 // While it lives, what the plug-in has to tell a user is kept here instead of being shown: nobody
 // may sit before this program to close a message box, and the plug-in tells nobody else.

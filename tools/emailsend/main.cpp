@@ -186,7 +186,7 @@ int run(const std::vector<std::string>& words) {
     Job job;
     PlugIn plugIn;
     std::string error;
-    showNoBoxes();
+    settleIn();
     if (!parseArguments(words, job.arguments, error)) {
         return report(kUnusable, error + " (--help shows all options)");
     }

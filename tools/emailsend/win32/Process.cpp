@@ -91,7 +91,7 @@ bool errorsGoToTerminal() {
     return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode);
 }
 
-void showNoBoxes() {
+void settleIn() {
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
 }
 
