@@ -62,7 +62,10 @@ bool SmtpConnImpl::smtpConnect(SocketParams& params, LogBase& log) {
 std::string_view SmtpConnImpl::changedSetting() const {
     if (settings.smtpHost != made_.smtpHost) return "SMTP host changed.";
     if (settings.smtpPort != made_.smtpPort) return "SMTP port changed.";
-    if (settings.smtpSsl != made_.smtpSsl || settings.startTls != made_.startTls) {
+    if (settings.smtpSsl != made_.smtpSsl || settings.startTls != made_.startTls ||
+        settings.requireSslCertVerify != made_.requireSslCertVerify ||
+        settings.trustAnchorsFile != made_.trustAnchorsFile ||
+        settings.tlsProtocol != made_.tlsProtocol) {
         return "SMTP TLS settings changed.";
     }
     if (settings.authMethod != made_.authMethod) return "SMTP auth method changed.";

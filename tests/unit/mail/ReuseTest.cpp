@@ -49,6 +49,9 @@ TEST(Reuse, changesThatMatter) {
         {"SmtpPassword", "p", "SMTP password changed."},
         {"OAuth2AccessToken", "t", "SMTP OAuth2 access token changed."},
         {"LoginDomain", "d", "SMTP login domain changed."},
+        {"RequireSslCertVerify", "1", "SMTP TLS settings changed."},
+        {"TrustAnchorsFile", "other.pem", "SMTP TLS settings changed."},
+        {"TlsProtocol", "TLS 1.2 or higher", "SMTP TLS settings changed."},
         {nullptr, "60000", "Reconnecting because the connection has been idle for too long."},
     };
     for (const auto& row : rows) {
