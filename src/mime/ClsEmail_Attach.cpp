@@ -89,16 +89,17 @@ uint32_t charsetOfFile(std::string_view bytes) {
     return usual == 0 || usual == kCodePageUtf8 ? kCodePageUnknown8Bit : usual;
 }
 
-// The mark of UTF-16 in either byte order. No text part can hold that: its line ends are no CR LF
-// (RFC 2046 section 4.1.1).
-bool isUtf16(std::string_view bytes) {
-    return bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF");
+// The mark of UTF-16 or UTF-32 in either byte order. No text part can hold that: its line ends are
+// no CR LF (RFC 2046 section 4.1.1).
+bool isWideText(std::string_view bytes) {
+    return bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF") ||
+           bytes.starts_with(std::string_view("\0\0\xFE\xFF", 4));
 }
 
 std::string_view typeOfFile(std::string_view path, std::string_view bytes) {
     const std::string_view type = mediaTypeOfPath(path);
     // A message may stand neither in base64 nor in quoted-printable (RFC 2046 section 5.2.1).
-    const bool opaque = type.starts_with("message/") || (isTextType(type) && isUtf16(bytes));
+    const bool opaque = type.starts_with("message/") || (isTextType(type) && isWideText(bytes));
     return opaque ? "application/octet-stream" : type;
 }
 
