@@ -1,5 +1,8 @@
 // Texts taken apart into mailboxes: one walk from left to right over what a host wrote, in which no
 // character is looked at more than three times.
+#include <algorithm>
+#include <iterator>
+
 #include "base/Ascii.h"
 #include "mime/AddressList.h"
 
@@ -105,6 +108,31 @@ std::string displayName(std::string_view raw) {
     return name;
 }
 
+// Characters that nobody sees and that make another address of one: blanks and joiners of no width,
+// soft hyphens, marks of direction, the byte order mark (RFC 3454 tables B.1 and C.1.2).
+constexpr std::string_view kInvisible[] = {
+    "\u00A0", "\u00AD", "\u200B", "\u200C", "\u200D", "\u200E", "\u200F", "\u2028", "\u2029",
+    "\u202A", "\u202B", "\u202C", "\u202D", "\u202E", "\u2060", "\u3000", "\uFEFF"};
+
+bool hasInvisible(std::string_view text) {
+    return !isAscii(text) && std::any_of(std::begin(kInvisible), std::end(kInvisible),
+                                         [text](auto each) { return text.find(each) != kNone; });
+}
+
+// Texts that were copied from somewhere bring them along at their ends.
+std::string_view withoutInvisibleAround(std::string_view text) {
+    size_t before;
+    do {
+        before = text.size();
+        text = trimmed(text);
+        for (const std::string_view each : kInvisible) {
+            if (text.starts_with(each)) text.remove_prefix(each.size());
+            if (text.ends_with(each)) text.remove_suffix(each.size());
+        }
+    } while (text.size() != before);
+    return text;
+}
+
 class MailboxReader {
 public:
     MailboxReader(std::string_view text, std::vector<std::string_view>& leftOut)
@@ -115,12 +143,19 @@ public:
             step(text_[at_]);
         }
         finish(text_.size());
-        const bool wholeText = mailboxes_.size() == 1 && leftOut_.empty();
-        if (!wholeText) std::erase_if(mailboxes_, isBareName);
+        std::erase_if(mailboxes_, [this](const _tvEmailAddress& mailbox) {
+            return isBareName(mailbox) && !isWholeText(mailbox.address());
+        });
         return std::move(mailboxes_);
     }
 
 private:
+    // Alone, or in brackets. Anything else around it may have meant another mailbox.
+    bool isWholeText(std::string_view name) const {
+        return text_ == name || (text_.starts_with('<') && text_.ends_with('>') &&
+                                 trimmed(text_.substr(1, text_.size() - 2)) == name);
+    }
+
     void step(char c) {
         switch (c) {
             case '\r':
@@ -147,12 +182,22 @@ private:
     }
 
     void take(char c) {
+        if (isQuery_) return;
         if (c == '\t') c = ' ';
-        if (!isControl(c)) address_ += c;
+        if (c == '?' && isMailto_) {  // RFC 6068 section 2
+            isQuery_ = true;
+        } else {
+            spoilt_ = spoilt_ || isControl(c);
+            address_ += c;
+        }
     }
 
     // A comma behind an address ends it; before one it stands in a name ("Smith, Anna <a@b>").
     void comma() {
+        if (bracket_ && !hasAt_) {  // a part of what stands in brackets is not what was meant
+            spoilt_ = true;
+            return;
+        }
         if (bracket_ || hasAt_ || trimmed(text_.substr(start_, at_ - start_)).empty()) {
             return finish(at_ + 1);
         }
@@ -171,6 +216,7 @@ private:
     // Before an address: the name of a group, whose members follow, or "mailto".
     void colon() {
         if (hasAt_) return take(':');
+        isMailto_ = equalsIgnoreCase(trimmed(address_), "mailto");
         address_.clear();
         if (!bracket_) start_ = lastPart_ = at_ + 1;
     }
@@ -198,18 +244,20 @@ private:
     // Takes what has been read for a mailbox, or leaves it out; the next one starts at next.
     void finish(size_t next) {
         const size_t end = std::min(at_, text_.size());
+        const std::string_view address = withoutInvisibleAround(address_);
+        spoilt_ = spoilt_ || hasInvisible(address);
         _tvEmailAddress mailbox(
             bracket_ ? displayName(text_.substr(start_, nameEnd_ - start_)) : std::string(),
-            address_);
+            address);
         if (!bracket_ && lastPart_ > start_) leaveOut(start_, lastPart_ - 1);
-        if (isUsable(mailbox)) {
+        if (!spoilt_ && isUsable(mailbox)) {
             mailboxes_.push_back(std::move(mailbox));
         } else if (bracket_ || !mailbox.empty()) {
             leaveOut(bracket_ ? start_ : lastPart_, end);
         }
         start_ = lastPart_ = next;
         address_.clear();
-        bracket_ = hasAt_ = false;
+        bracket_ = hasAt_ = isMailto_ = isQuery_ = spoilt_ = false;
     }
 
     void leaveOut(size_t from, size_t end) {
@@ -230,6 +278,9 @@ private:
     std::string address_;   // what may be it: without comments and controls
     bool bracket_ = false;  // opened
     bool hasAt_ = false;    // outside of quotes and comments
+    bool isMailto_ = false;
+    bool isQuery_ = false;  // behind the "?" of a mailto
+    bool spoilt_ = false;   // holds what makes another address of it when it is left out
 };
 
 std::string_view withoutSeparatorsAround(std::string_view text) {

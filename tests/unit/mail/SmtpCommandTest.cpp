@@ -39,7 +39,7 @@ TEST(SmtpCommand, recipientIsTheBareAddress) {
         {"\"a<b\"@c.d", "\"a<b\"@c.d"},
         {"a@b.c\r\nRCPT TO:<x@y.z>", "a@b.c"},
         {"a@b.c\r\nDATA", "a@b.c"},
-        {std::string("a@b\0.c", 6), "a@b.c"},
+        {std::string("a@b\0.c", 6), ""},
         {"a@bücher.example", "a@xn--bcher-kva.example"},
         {"a@BÜCHER.Example", "a@xn--bcher-kva.example"},
         {"a@example.xn--p1ai", "a@example.xn--p1ai"},
