@@ -117,7 +117,8 @@ void EMAILSENDING_CALL setUseSSL(int flag);
 /*
  * TLS by STARTTLS after the greeting; a server that does not offer it is then not used. Off at
  * first, and off again by setStartTls(0): then STARTTLS is used with a server that offers it and
- * not with others. No function turns that off: a server that offers STARTTLS and then breaks off
+ * not with others, nor with one that answers STARTTLS itself with a refusal: then all goes in clear,
+ * the password too. No function turns that off: a server that offers STARTTLS and then breaks off
  * the handshake fails the send. Certificates are not verified, here as with setUseSSL: TLS keeps
  * out who listens, not who sits between and answers in the server's place.
  */
@@ -216,7 +217,8 @@ void EMAILSENDING_CALL ResetEmail(void);
  * of silence; some steps are tried twice, and trial and send are two connections: count with two
  * minutes for a server that is gone. One that always says a little before the 30 seconds are over
  * is followed for up to 5 minutes in each reply, TLS handshake and block of the message, and for 10
- * in the last reply: a large message over a bad line may take hours. Nothing ends it from outside.
+ * in the last reply: a large message over a bad line may take hours, to a hostile server days.
+ * Nothing ends it from outside.
  */
 int EMAILSENDING_CALL szBrisko(void);
 

@@ -48,6 +48,11 @@ void ClsMailMan::closeOutcome(bool success) {
 bool ClsMailMan::sendEmailInner(const ClsEmail& email, SocketParams& params, LogBase& log) {
     const LogContextExitor context(log, "sendEmailInner");
     log.logDataLong("ReadTimeout", smtp_.settings.idleTimeoutMs);
+    if (!email.unusableFrom().empty()) {
+        smtp_.fail(SmtpStatus::FromFailure,
+                   "The sender is no address: \"" + email.unusableFrom() + "\".", log);
+        return false;
+    }
     SmtpSend send;
     send.pipelining = smtp_.settings.pipelining;
     send.fromAddress = email.getSmtpReversePath(log);

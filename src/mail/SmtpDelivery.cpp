@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 #include <utility>
 
 #include "base/Ascii.h"
@@ -23,6 +24,12 @@ void append(std::vector<std::string>& list, std::vector<std::string>& more) {
     more.clear();
 }
 
+// What is the same mailbox: domains know no case (RFC 5321 section 2.4).
+std::string mailboxKey(std::string_view address) {
+    const size_t at = std::min(address.rfind('@'), address.size());
+    return std::string(address.substr(0, at)) + asciiLower(address.substr(at));
+}
+
 }  // namespace
 
 // Who goes into which transactions, and what stands against those that go into none.
@@ -39,7 +46,11 @@ bool SmtpDelivery::deliver() {
     send_.badRecipients.clear();
     Groups groups;
     if (!senderFits() || !sortRecipients(groups)) return false;
-    if (deliverTo(std::move(groups.ascii), false)) deliverTo(std::move(groups.utf8), true);
+    if (deliverTo(std::move(groups.ascii), false)) {
+        deliverToUtf8(std::move(groups.utf8));
+    } else if (!send_.retryAllowed) {
+        giveUp(groups.utf8);
+    }
     if (taken_) send_.retryAllowed = false;
     return taken_;
 }
@@ -104,6 +115,16 @@ bool SmtpDelivery::noRecipients() {
     return false;
 }
 
+// A failure here is told before that of the others, of whom nobody was accepted.
+void SmtpDelivery::deliverToUtf8(std::vector<std::string> waiting) {
+    if (waiting.empty()) return;
+    SmtpOutcome& outcome = connection_.outcome();
+    const std::string before = outcome.reason();
+    outcome.forgetFailure();
+    deliverTo(std::move(waiting), true);
+    if (!taken_ && !before.empty()) outcome.addToReason("Before that: " + before);
+}
+
 // Each transaction takes at least one recipient off the list. False where the send ends here.
 bool SmtpDelivery::deliverTo(std::vector<std::string> waiting, bool utf8) {
     while (!waiting.empty()) {
@@ -126,9 +147,22 @@ bool SmtpDelivery::deliverTo(std::vector<std::string> waiting, bool utf8) {
         }
         taken_ = true;
         append(transaction.tooMany, waiting);
-        waiting = std::move(transaction.tooMany);
+        waiting = withoutServed(std::move(transaction.tooMany));
     }
     return true;
+}
+
+// A server that is told of a mailbox twice in one transaction gives it one message; in two it would
+// give it two.
+std::vector<std::string> SmtpDelivery::withoutServed(std::vector<std::string> waiting) const {
+    std::set<std::string> served;
+    for (const std::string& address : send_.goodRecipients) {
+        served.insert(mailboxKey(address));
+    }
+    std::erase_if(waiting, [&](const std::string& address) {
+        return !served.insert(mailboxKey(address)).second;
+    });
+    return waiting;
 }
 
 // Of one form: that says nothing of the others.

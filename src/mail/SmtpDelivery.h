@@ -34,6 +34,8 @@ private:
     bool noRecipients();
     bool nobodyAccepted() const;
     bool deliverTo(std::vector<std::string> waiting, bool utf8);
+    void deliverToUtf8(std::vector<std::string> waiting);
+    std::vector<std::string> withoutServed(std::vector<std::string> waiting) const;
     bool takeForm(bool utf8);
     SmtpTransaction nextOf(std::vector<std::string>& waiting);
     void giveUp(std::vector<std::string>& recipients);

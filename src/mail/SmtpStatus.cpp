@@ -33,8 +33,7 @@ std::string_view statusWord(SmtpStatus status) {
 }
 
 void SmtpOutcome::clear() {
-    status_ = SmtpStatus::Success;
-    reason_.clear();
+    forgetFailure();
     hints_.clear();
 }
 
@@ -44,8 +43,13 @@ void SmtpOutcome::fail(SmtpStatus status, std::string reason) {
     reason_ = std::move(reason);
 }
 
+void SmtpOutcome::forgetFailure() {
+    status_ = SmtpStatus::Success;
+    reason_.clear();
+}
+
 void SmtpOutcome::addToReason(std::string_view sentence) {
-    if (!reason_.empty()) reason_ += ' ';
+    if (!reason_.empty()) reason_ += reason_.back() == '.' ? " " : ". ";
     reason_ += sentence;
 }
 

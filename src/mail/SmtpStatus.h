@@ -38,6 +38,8 @@ class SmtpOutcome {
 public:
     void clear();
     void fail(SmtpStatus status, std::string reason);
+    // What comes next is judged anew; the hints stay.
+    void forgetFailure();
     // What else is to be said of the failure, as a sentence of its own.
     void addToReason(std::string_view sentence);
     // What may lie behind the failure; the last lines of the transcript, one each, also where a

@@ -75,7 +75,9 @@ bool SmtpTransfer::streamMessage() {
 // refuses what it has seen so far, and nothing more is worth sending.
 bool SmtpTransfer::hasWords() {
     if (connection_.isQuiet() || !connection_.hasInput()) return false;
-    if (connection_.readSmtpResponse(".", params_, log_)) connection_.failEarly(log_);
+    if (connection_.readSmtpResponse("the message data", params_, log_)) {
+        connection_.failEarly(log_);
+    }
     close();
     return true;
 }

@@ -43,6 +43,9 @@ public:
 
     // For the mail manager, which logs into a log of its own.
 
+    // What was named as the sender last, if it is no address: the message must not go out as if it
+    // came from nobody, or from who was named before. Empty where nothing stands against sending.
+    const std::string& unusableFrom() const { return unusableFrom_; }
     // The envelope sender by the order of its sources; logs which one won (verbose).
     std::string getSmtpReversePath(LogBase& log) const;
     // Bare addresses of To, Cc and Bcc, in that order.
@@ -68,6 +71,7 @@ private:
 
     uint32_t alive_ = kAlive;
     std::unique_ptr<Email2> root_;
+    std::string unusableFrom_;
     bool fromIsKept_ = false;  // named for an earlier message: its name is of no other address
 };
 

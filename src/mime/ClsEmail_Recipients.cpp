@@ -73,7 +73,8 @@ void ClsEmail::put_FromAddress(const XString& address) {
     if (address.utf8().find('@') == std::string_view::npos) return;
     const std::vector<_tvEmailAddress> mailboxes = parseMailboxes(address.utf8());
     _tvEmailAddress sender;
-    if (mailboxes.empty()) {  // a message from nobody is refused, one from somebody else is not
+    unusableFrom_ = mailboxes.empty() ? trimmed(address.utf8()) : std::string_view();
+    if (mailboxes.empty()) {
         operation.log().logError("invalid email address");
         operation.finish(false);
     } else {
