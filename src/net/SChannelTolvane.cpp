@@ -359,7 +359,8 @@ bool SChannelTolvane::receiveApplicationData(SecureBuffer& out, uint32_t maxIdle
             log.logError("Already received close-notify.");
             return false;
         }
-        if (!readMore(maxIdleMs, log, params)) return false;
+        // Text that came before what fails counts; the failure shows at the next read.
+        if (!readMore(maxIdleMs, log, params) && input.empty()) return false;
         keepSession();
     }
     out.append(input.bytes());

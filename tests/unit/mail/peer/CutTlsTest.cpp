@@ -40,6 +40,17 @@ TEST_P(CutTls, piecesOfAnySizeGiveTheSameDialogue) {
     playPiecesOfAnySize(GetParam());
 }
 
+// What was said before the connection broke was said: a message that was taken is not sent again.
+TEST(CutTlsOnce, aReplyCountsThoughABrokenRecordFollows) {
+    const tls::test::OpenSslServer server({});
+    MailWorld world(Properties{{"SmtpSsl", "1"}, {"SmtpPort", "465"}});
+    auto peer = std::make_unique<TlsMailPeer>(server.context(), true);
+    peer->behindMessage = std::string("\x17\x03\x03\x00\x20", 5) + std::string(32, '?');
+    world.net.servePeer(kServer, 465, std::move(peer));
+    world.compose();
+    EXPECT_TRUE(world.send()) << world.logText();
+}
+
 TEST(CutTlsOnce, aRefusalInTheMiddleOfTheMessageEndsItAtOnce) {
     MailWorld world({{"SmtpSsl", "1"}, {"SmtpPort", "465"}, {"SendChunkSize", "19"}});
     world.compose();

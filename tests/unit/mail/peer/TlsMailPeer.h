@@ -36,6 +36,7 @@ public:
     bool hasMessage() const { return hasMessage_; }
 
     bool refusesEarly = false;  // with a word and a good-bye in one segment
+    std::string behindMessage;  // on the wire, behind the reply to the message
 
 private:
     void pass(std::string& out) {
@@ -58,6 +59,7 @@ private:
         }
         while ((size = BIO_read(fromSsl_, bytes, sizeof bytes)) > 0)
             out.append(bytes, static_cast<size_t>(size));
+        if (hasMessage_) out += std::exchange(behindMessage, {});
         ERR_clear_error();
     }
 
