@@ -155,6 +155,7 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
     scope_ = scopeOf(host, port, wanted, settings);
     wanted.options.disableTls13 |= settings.withoutTls13;
     wanted.fallback = settings.withoutTls13 && settings.requireSslCertVerify;
+    wanted.verifiesServer = settings.requireSslCertVerify;
     wanted.serverName = host;
     wanted.moreCurves = settings.moreCurves;
     sessions_ = settings.sessions;

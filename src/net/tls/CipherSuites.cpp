@@ -147,6 +147,13 @@ std::vector<const CipherSuite*> offeredSuites(const SuiteFilter& filter, const D
             if (!known && passes(*suite, filter)) offered.push_back(suite);
         }
     }
+    // A key may be for signing alone (RFC 5246, 7.4.2), and a server that takes the client's first
+    // suite need not heed it.
+    if (filter.signingFirst) {
+        std::stable_partition(offered.begin(), offered.end(), [](const CipherSuite* suite) {
+            return suite->keyExchange != KeyExchangeKind::Rsa;
+        });
+    }
     return offered;
 }
 

@@ -38,7 +38,7 @@ struct CipherSuite {
 };
 
 // The three groups of the table, in their unshuffled order. Rows of a later group never come before
-// rows of an earlier one.
+// rows of an earlier one in a hello, unless signingFirst parts them.
 std::span<const CipherSuite> cipherSuiteGroup(size_t group);  // 0, 1, 2
 
 // nullptr for a suite this client does not know.
@@ -50,13 +50,15 @@ struct SuiteFilter {
     bool gcm = true;
     bool dhe = true;
     bool ecdhe = true;
+    bool signingFirst = false;  // suites whose server signs nothing stand last
 };
 
 // Draws a number below its argument.
 using DrawBelow = std::function<uint32_t(uint32_t)>;
 
 // The suites one ClientHello offers: each group shuffled by its fixed number of random swaps, rows
-// that the filter refuses and repeated rows left out.
+// that the filter refuses and repeated rows left out. With signingFirst, that order is kept within
+// each of the two parts.
 std::vector<const CipherSuite*> offeredSuites(const SuiteFilter& filter, const DrawBelow& draw);
 
 }  // namespace tv::tls

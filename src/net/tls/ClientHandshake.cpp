@@ -67,8 +67,9 @@ TlsFailure ClientHandshake::prepareHello(const Negotiated* established, LogBase&
             return TlsFailure::RandomFailed;
         }
     }
-    const SuiteFilter filter{offered_.lowest, offered_.highest, settings_.options.gcm,
-                             settings_.options.dhe, settings_.options.ecdhe};
+    const SuiteFilter filter{offered_.lowest,         offered_.highest,
+                             settings_.options.gcm,   settings_.options.dhe,
+                             settings_.options.ecdhe, settings_.verifiesServer};
     hello.suites =
         offeredSuites(filter, [this](uint32_t below) { return shared_.environment.draw(below); });
     if (shared_.sessionOffered && settings_.session->isTls13()) {

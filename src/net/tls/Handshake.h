@@ -43,6 +43,9 @@ struct TlsSettings {
     // A repetition with less than we can: the hello says so (RFC 7507), and a server that marks its
     // random as able to do better is not believed.
     bool fallback = false;
+    // The server's certificate is verified, and whoever does that refuses it where its key usage
+    // does not fit the cipher suite.
+    bool verifiesServer = false;
 };
 
 // What both Finished messages said, for a later renegotiation (RFC 5746, 3.1).

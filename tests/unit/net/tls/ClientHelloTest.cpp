@@ -57,13 +57,15 @@ Sent taken(DataBuffer& output) {
 }
 
 Sent helloOf(const std::string& keywords, const std::string& policy = "",
-             const std::string& name = "mail.example.com", uint64_t seed = 1) {
+             const std::string& name = "mail.example.com", uint64_t seed = 1,
+             bool verifies = false) {
     _tvLogger options;
     options.setOptions(keywords);
     TlsSettings settings;
     settings.versions = versionRange(policy);
     settings.options = tlsOptions(options);
     settings.serverName = name;
+    settings.verifiesServer = verifies;
     TestEnvironment environment;
     environment.state = seed;
     TlsProtocol engine(settings, environment);
@@ -95,6 +97,12 @@ TEST(ClientHello, OffersItsSuitesInTheirGroups) {
             groups.push_back(groupOfSuite(suite));
         }
         EXPECT_TRUE(std::is_sorted(groups.begin(), groups.end()));
+        // Whoever verifies offers the same order, but what needs no signature last.
+        std::vector<uint16_t> signingFirst = sent.suites;
+        std::stable_partition(signingFirst.begin(), signingFirst.end(), [](uint16_t id) {
+            return !findCipherSuite(id)->name.starts_with("TLS_RSA_WITH_");
+        });
+        EXPECT_EQ(helloOf("", "", "", seed, true).suites, signingFirst);
     }
 }
 
