@@ -13,6 +13,7 @@
 #include "log/LogNull.h"
 #include "net/TrustStore.h"
 #include "net/WholeLimit.h"
+#include "net/tls/KeyUsage.h"
 #include "net/x509/X509Cert.h"
 #include "net/x509/X509Chain.h"
 #include "net/x509/X509Name.h"
@@ -59,16 +60,11 @@ uint64_t endOfTrustMs(const x509::Certificate& leaf, uint64_t nowMs) {
     return std::min(expiresMs, nowMs + kWeekMs);
 }
 
-// Whether the server's key may do what the key exchange makes it do: sign, or decrypt a premaster
-// secret (RFC 5246, 7.4.2; RFC 8446, 4.4.2.2).
 x509::ChainVerdict judgeKeyUsage(const x509::Certificate& leaf, const tls::CipherSuite& suite) {
-    const bool signs = suite.keyExchange != tls::KeyExchangeKind::Rsa;
-    const uint16_t needed = signs ? x509::kDigitalSignature : x509::kKeyEncipherment;
-    if (!leaf.keyUsage || (*leaf.keyUsage & needed) != 0) return {};
+    std::string lacking = tls::lackingKeyUsage(leaf, suite);
+    if (lacking.empty()) return {};
     return {x509::ChainRule::NotForServers, x509::nameText(leaf.subject),
-            x509::nameText(leaf.issuer),
-            std::string("its key usage lacks ") + (signs ? "digitalSignature" : "keyEncipherment") +
-                ", which " + std::string(suite.name) + " needs"};
+            x509::nameText(leaf.issuer), std::move(lacking)};
 }
 
 // RFC 8446, 6.2.
@@ -240,10 +236,7 @@ bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSet
     if (!settings.requireSslCertVerify) {
         log.logInfo("Not verifying server certificate...");
         log.logInfo("Set the RequireSslCertVerify property to enable verification.");
-        if (!usage.trusted()) {
-            log.logInfo("Warning: the server's certificate does not fit the key exchange: " +
-                        usage.detail + ".");
-        }
+        if (!usage.trusted()) tls::warnOfKeyUsage(usage.detail, log);
         return true;
     }
     if (engine_->negotiated().resumed) {

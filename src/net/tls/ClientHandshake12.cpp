@@ -6,6 +6,7 @@
 #include "base/ConstTime.h"
 #include "base/crypto/Dhe.h"
 #include "base/crypto/Rsa.h"
+#include "net/tls/KeyUsage.h"
 #include "net/tls/TlsSignature.h"
 
 namespace tv::tls {
@@ -97,7 +98,7 @@ TlsFailure ClientHandshake12::onMessage(const HandshakeMessage& message, bool at
     TlsFailure failure = TlsFailure::UnexpectedMessage;
     switch (message.type) {
         case HandshakeType::Certificate:
-            failure = onCertificate(message.body);
+            failure = onCertificate(message.body, log);
             break;
         case HandshakeType::CertificateStatus:
             statusAnnounced_ = false;  // read and not used: no revocation is checked
@@ -146,7 +147,7 @@ NextMessages ClientHandshake12::afterCertificate() const {
             HandshakeType::ServerHelloDone};
 }
 
-TlsFailure ClientHandshake12::onCertificate(std::span<const uint8_t> body) {
+TlsFailure ClientHandshake12::onCertificate(std::span<const uint8_t> body, LogBase& log) {
     CertificateList list;
     if (!parseCertificate12(body, list)) return TlsFailure::DecodeError;
     if (list.empty()) return TlsFailure::CertificateMissing;
@@ -166,7 +167,22 @@ TlsFailure ClientHandshake12::onCertificate(std::span<const uint8_t> body) {
                               : serverKey_.kind == x509::KeyKind::Rsa;
     if (!fits) return TlsFailure::BadServerKey;
     next_ = afterCertificate();
-    return TlsFailure::None;
+    return established_ ? judgeKeyUsage(log) : TlsFailure::None;
+}
+
+// The first handshake's certificate is judged when that is over. A renegotiation brings the same
+// one, but another suite may come with it.
+TlsFailure ClientHandshake12::judgeKeyUsage(LogBase& log) const {
+    x509::Certificate leaf;
+    if (!x509::parseCertificate(shared_.result.leaf, leaf)) return TlsFailure::None;
+    const std::string lacking = lackingKeyUsage(leaf, *shared_.result.suite);
+    if (lacking.empty()) return TlsFailure::None;
+    if (!shared_.settings.verifiesServer) {
+        warnOfKeyUsage(lacking, log);
+        return TlsFailure::None;
+    }
+    log.logData("detail", lacking);
+    return TlsFailure::KeyUsageLacking;
 }
 
 bool ClientHandshake12::offersGroup(Group group) const {

@@ -26,7 +26,8 @@ private:
     TlsFailure judgeSession(const ServerHello& reply);
     TlsFailure beginResumed(LogBase& log);
     NextMessages afterCertificate() const;
-    TlsFailure onCertificate(std::span<const uint8_t> body);
+    TlsFailure onCertificate(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure judgeKeyUsage(LogBase& log) const;
     bool offersGroup(Group group) const;
     TlsFailure onServerKeyExchange(std::span<const uint8_t> body, LogBase& log);
     TlsFailure onEcdhe(std::span<const uint8_t> body, LogBase& log);

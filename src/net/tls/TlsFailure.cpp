@@ -74,6 +74,8 @@ constexpr Row kRows[] = {
     {TlsFailure::CertificateChanged, Alert::BadCertificate,
      "The server showed another certificate in the renegotiation."},
     {TlsFailure::CertificateMissing, Alert::DecodeError, "No server certificate is available."},
+    {TlsFailure::KeyUsageLacking, Alert::UnsupportedCertificate,
+     "The server's certificate does not fit the key exchange of the renegotiation."},
     {TlsFailure::CertificateRefused, Alert::BadCertificate,
      "SSL server certificate verification failed."},
     {TlsFailure::PeerAlert, Alert::CloseNotify,

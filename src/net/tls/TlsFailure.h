@@ -45,6 +45,7 @@ enum class TlsFailure : uint8_t {
     CertificateUnreadable,
     CertificateChanged,
     CertificateMissing,
+    KeyUsageLacking,
     CertificateRefused,
     PeerAlert,
     // Found on our side.

@@ -8,6 +8,7 @@
 #include <openssl/rand.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
+#include <openssl/x509v3.h>
 
 #include <map>
 #include <stdexcept>
@@ -62,7 +63,7 @@ Bytes derOf(X509* cert) {
     return out;
 }
 
-Bytes certified(EVP_PKEY* key, EVP_PKEY* signer) {
+Bytes certified(EVP_PKEY* key, EVP_PKEY* signer, const char* usage = nullptr) {
     const std::unique_ptr<X509, decltype(&X509_free)> cert(X509_new(), X509_free);
     X509_set_version(cert.get(), 2);
     ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), 1);
@@ -74,6 +75,11 @@ Bytes certified(EVP_PKEY* key, EVP_PKEY* signer) {
     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
                                reinterpret_cast<const unsigned char*>("server.test"), -1, -1, 0);
     X509_set_issuer_name(cert.get(), name);
+    if (usage) {
+        const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> extension(
+            X509V3_EXT_conf_nid(nullptr, nullptr, NID_key_usage, usage), X509_EXTENSION_free);
+        must(X509_add_ext(cert.get(), extension.get(), -1) == 1, "key usage");
+    }
     must(X509_sign(cert.get(), signer, EVP_sha256()) > 0, "signing the certificate");
     return derOf(cert.get());
 }
@@ -282,6 +288,10 @@ Bytes certificateOf(EVP_PKEY* key) {
     Bytes& der = made[key];
     if (der.empty()) der = certified(key, key);
     return der;
+}
+
+Bytes signingCertificateOf(EVP_PKEY* key) {
+    return certified(key, key, "digitalSignature");
 }
 
 Bytes rsaCertificate(View modulus, View exponent) {

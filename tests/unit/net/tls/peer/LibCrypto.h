@@ -47,6 +47,8 @@ Bytes dhPrime(int bits);
 EVP_PKEY* keyOf(const std::string& kind);
 // A self-signed certificate for the key, in DER; made once.
 Bytes certificateOf(EVP_PKEY* key);
+// One whose key usage names digitalSignature alone.
+Bytes signingCertificateOf(EVP_PKEY* key);
 // A certificate whose RSA key has exactly this modulus and exponent.
 Bytes rsaCertificate(View modulus, View exponent);
 

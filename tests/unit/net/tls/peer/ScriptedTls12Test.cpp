@@ -26,6 +26,7 @@ void tls10(ServerSetup& s) { tls11(s), s.version = 0x0301; }
 void tls10Rsa(ServerSetup& s) { tls10(s), s.suite = 0xC013, s.key = "RSA-2048"; }
 void dhe(ServerSetup& s) { ecdheRsa(s), s.suite = 0x009E, s.dhPrime = dhPrime(2048); }
 void plainRsa(ServerSetup& s) { ecdheRsa(s), s.suite = 0x009C; }
+void signing(ServerSetup& s) { sha384(s), s.certificate = signingCertificateOf(keyOf(s.key)); }
 void asks(ServerSetup& s) {
     ecdhe(s);
     s.flight = {ServerHello, Certificate, ServerKeyExchange, CertificateRequest, ServerHelloDone};
@@ -422,6 +423,9 @@ struct AgainRow {
     Step step;
     void (*edit)(Item&, Items&);
     Alert expected;
+    Prepare again = nullptr;  // for the renegotiation alone
+    bool verifies = false;
+    bool usageLacks = false;
 };
 
 const AgainRow kAgainRows[] = {
@@ -442,6 +446,10 @@ const AgainRow kAgainRows[] = {
     {"dataBeforeFinished", ecdhe, Finished, EDIT(before(all, record(23, {1}))),
      Alert::UnexpectedMessage},
     {"closeNotify", ecdhe, Certificate, EDIT(before(all, record(21, {1, 0}))), kSilence},
+    {"usageFits", signing, ServerHello, nullptr, kLegal, ecdheRsa, true},
+    {"usageLacks", signing, ServerHello, nullptr, Alert::UnsupportedCertificate, plainRsa, true,
+     true},
+    {"usageLacksUnverified", signing, ServerHello, nullptr, kLegal, plainRsa, false, true},
 };
 
 TEST(ScriptedTls12, RenegotiationIsHeldToItsRules) {
@@ -450,15 +458,21 @@ TEST(ScriptedTls12, RenegotiationIsHeldToItsRules) {
         row.prepare(setup);
         setup.editRound = 2;
         if (row.edit) setup.edits.emplace(row.step, row.edit);
-        Talk talk(setup);
+        TlsSettings settings = namedSettings();
+        settings.verifiesServer = row.verifies;
+        Talk talk(setup, settings);
         ASSERT_EQ(talk.pump().verdict(), kLegal);
         talk.engine.input().clear();
         talk.server.emit(HelloRequest);
+        if (row.again) row.again(talk.server.setup);
         talk.pump();
         EXPECT_EQ(wordOf(talk.verdict()), wordOf(row.expected)) << row.name << talk.logText();
         ASSERT_EQ(talk.server.hellos.size(), 2u);
         EXPECT_EQ(talk.server.hellos[1].find(0xFF01)->body.size(), 13u);
         EXPECT_TRUE(talk.server.hellos[1].sessionId.empty());
+        const size_t lacks =
+            talk.logText().find("its key usage lacks keyEncipherment, which TLS_R");
+        EXPECT_EQ(lacks != std::string::npos, row.usageLacks) << row.name;
     }
 }
 

@@ -341,6 +341,7 @@ void ScriptedTlsServer::onClientKeyExchange(View body) {
     ByteReader r(body);
     if (share_) {
         premaster_ = sharedWith(share_.get(), r.vector8());
+        share_.reset();
     } else if (!setup.dhPrime.empty()) {
         premaster_ = powerModulo(r.vector16(), dhPrivate_, setup.dhPrime);
     } else {
