@@ -1,6 +1,7 @@
 // One rule for each kind of names, and which names of a certificate are held against them.
 #include "net/x509/NameConstraints.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "base/Ascii.h"
@@ -76,8 +77,9 @@ std::optional<std::string_view> hostOfUri(std::string_view uri) {
     return uri;
 }
 
-std::vector<GeneralName> constrainedNames(const Certificate& certificate, std::string_view host) {
-    std::vector<GeneralName> names = certificate.altNames;
+// The names that stand beside the alternative ones.
+std::vector<GeneralName> otherNames(const Certificate& certificate, std::string_view host) {
+    std::vector<GeneralName> names;
     if (!certificate.subjectName.empty()) {
         names.push_back({Kind::Directory, certificate.subject, certificate.subjectName});
     }
@@ -92,6 +94,12 @@ std::vector<GeneralName> constrainedNames(const Certificate& certificate, std::s
         names.push_back({Kind::Dns, commonName(certificate.subject), {}});
     }
     return names;
+}
+
+// The subject is walked and copied; the alternative names are neither.
+bool mayReadSubject(const Certificate& certificate, WorkBudget& budget) {
+    constexpr size_t kReadPerUnit = 16;
+    return budget.spend(1 + certificate.subject.size() / kReadPerUnit);
 }
 
 bool mayCompare(const GeneralName& name, const GeneralName& base, WorkBudget& budget) {
@@ -146,10 +154,14 @@ Coverage coverageOf(const GeneralName& name, const GeneralName& base) {
 
 bool mayName(const Certificate& authority, const Certificate& certificate, std::string_view host,
              WorkBudget& budget) {
-    for (const GeneralName& name : constrainedNames(certificate, host)) {
-        if (!mayName(authority, name, !host.empty(), budget)) return false;
-    }
-    return true;
+    const auto allows = [&](const GeneralName& name) {
+        return mayName(authority, name, !host.empty(), budget);
+    };
+    const auto& altNames = certificate.altNames;
+    if (!std::all_of(altNames.begin(), altNames.end(), allows)) return false;
+    if (!mayReadSubject(certificate, budget)) return false;
+    const std::vector<GeneralName> others = otherNames(certificate, host);
+    return std::all_of(others.begin(), others.end(), allows);
 }
 
 }  // namespace tv::x509

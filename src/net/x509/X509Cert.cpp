@@ -31,6 +31,7 @@ bool readTbs(DerReader tbs, Bytes outerAlgorithm, Certificate& out) {
     if (!tbs.ok() || !sameBytes(innerAlgorithm.whole, outerAlgorithm)) return false;
     if (!canonicalName(out.issuer, out.issuerName)) return false;
     if (!canonicalName(out.subject, out.subjectName)) return false;
+    out.isSelfIssued = out.issuerName == out.subjectName;
     if (!readValidity(validity, out)) return false;
     if (!parsePublicKey(out.subjectPublicKeyInfo, out.key)) return false;
     tbs.optional(der::context(1));  // unique identifiers

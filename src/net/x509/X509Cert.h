@@ -68,8 +68,7 @@ struct Certificate {
     Bytes subjectKeyId;
     Bytes authorityKeyId;
     bool hasUnknownCritical = false;
-
-    bool isSelfIssued() const { return issuerName == subjectName; }
+    bool isSelfIssued = false;  // the same name twice
 };
 
 // False where anything but the values of unknown extensions is malformed.

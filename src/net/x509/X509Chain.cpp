@@ -60,6 +60,7 @@ private:
         if (question_.anchors.holds(last)) return keepsConstraints(nullptr);
         for (const Certificate& anchor : question_.anchors.bySubject(last.issuerName)) {
             if (mayIssue(anchor, last) && keepsConstraints(&anchor)) return true;
+            if (isBroken()) return false;
         }
         if (path_.size() == kMaxDepth) {
             note({ChainRule::PathTooLong, &last});
@@ -70,6 +71,8 @@ private:
             path_.push_back(&candidate);
             if (extend()) return true;
             path_.pop_back();
+            if (isBroken()) return false;
+            breaker_ = kMaxDepth;
         }
         note({ChainRule::UnknownIssuer, &last});
         return false;
@@ -97,9 +100,8 @@ private:
         if (fault.rule == ChainRule::None) fault = {signatureOf(last, issuer), &last};
         if (budget_.isOver()) return false;
         if (fault.rule == ChainRule::None) {
-            const auto below =
-                std::count_if(path_.begin() + 1, path_.end(),
-                              [](const Certificate* c) { return !c->isSelfIssued(); });
+            const auto below = std::count_if(path_.begin() + 1, path_.end(),
+                                             [](const Certificate* c) { return !c->isSelfIssued; });
             fault = judgeAuthority(issuer, static_cast<size_t>(below), question_.nowSeconds);
             if (question_.refused.holds(issuer)) fault = {ChainRule::Disallowed, &issuer};
         }
@@ -128,23 +130,40 @@ private:
         for (size_t i = 1; i <= path_.size(); ++i) {
             const Certificate* authority = i < path_.size() ? path_[i] : anchor;
             if (authority && authority->hasNameConstraints && !namesNoOther(*authority, i)) {
+                breaker_ = i < path_.size() ? i : kMaxDepth;
                 return false;
             }
         }
         return true;
     }
 
+    // Somebody on the path forbids a name below him, which nobody above him can mend.
+    bool isBroken() const { return breaker_ < path_.size(); }
+
     // Whether the first `count` certificates of the path keep to what the authority may name.
     bool namesNoOther(const Certificate& authority, size_t count) {
         for (size_t i = 0; i < count; ++i) {
             const Certificate& below = *path_[i];
-            if (i != 0 && below.isSelfIssued()) continue;  // RFC 5280, 6.1.3 (b)
-            const std::string_view host = i == 0 ? question_.host : std::string_view();
-            if (mayName(authority, below, host, budget_)) continue;
+            if (i != 0 && below.isSelfIssued) continue;  // RFC 5280, 6.1.3 (b)
+            if (allowsNames(authority, below)) continue;
             note({ChainRule::NameConstraint, &below, &authority});
             return false;
         }
         return true;
+    }
+
+    // Asked once for each pair, however many paths lead over both.
+    bool allowsNames(const Certificate& authority, const Certificate& below) {
+        constexpr uint64_t kLookUp = 2;
+        if (!budget_.spend(kLookUp)) return false;
+        const std::pair pair(&authority, &below);
+        const auto known = namings_.find(pair);
+        if (known != namings_.end()) return known->second;
+        const bool isLeaf = &below == path_.front();
+        const bool allowed =
+            mayName(authority, below, isLeaf ? question_.host : std::string_view(), budget_);
+        namings_.emplace(pair, allowed);
+        return allowed;
     }
 
     const std::vector<Certificate>& sent_;
@@ -152,6 +171,8 @@ private:
     WorkBudget& budget_;
     std::vector<const Certificate*> path_;
     std::map<std::pair<const Certificate*, std::string_view>, ChainRule> signatures_;
+    std::map<std::pair<const Certificate*, const Certificate*>, bool> namings_;
+    size_t breaker_ = kMaxDepth;  // where on the path he stands whose constraint is broken
     Fault best_;
     size_t bestWeight_ = 0;
 };

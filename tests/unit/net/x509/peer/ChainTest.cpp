@@ -497,6 +497,28 @@ std::string manyNames(const std::string& start, int count, const std::string& en
     return text;
 }
 
+const std::string kManyNames =
+    manyNames("DNS:some-forty-letters-and-a-number-", 990, ".example.com");
+
+// Levels of nine authorities of one name and key each between the leaf and the root; those of one
+// level may name no e-mail address of another host, but the leaf has one.
+void addLevels(Chain& c, int levels, int constrained) {
+    const auto named = [&](int i) { return i > levels ? "Root" : "Level " + std::to_string(i); };
+    const auto keyOf = [&](int i) { return i > levels ? "rootkey" : named(i); };
+    c.sendMiddle = false;
+    c.leaf.issuer = c.leaf.signer = named(1);
+    for (int i = 0; i < 9 * levels; ++i) {
+        const int level = i / 9 + 1;
+        c.extras.push_back(c.root);
+        Spec& extra = c.extras.back();
+        extra.subject = extra.key = named(level);
+        extra.issuer = named(level + 1);
+        extra.signer = keyOf(level + 1);
+        extra.notAfter += i;
+        if (level == constrained) constrain(extra, "permitted;email:example.com");
+    }
+}
+
 const struct {
     const char* name;
     ChainRule expected;
@@ -532,11 +554,20 @@ const struct {
      }},
     {"many names and many constraints", ChainRule::TooMuchWork, WorkBudget::kUnits,
      [](Chain& c) {
-         replace(c.leaf, NID_subject_alt_name,
-                 "DNS:mail.example.com," +
-                     manyNames("DNS:some-forty-letters-and-a-number-", 900, ".example.com"));
+         replace(c.leaf, NID_subject_alt_name, "DNS:mail.example.com," + kManyNames);
          constrain(c.middle, manyNames("excluded;DNS:other-forty-letters-and-a-number-", 900,
                                        ".example.com"));
+     }},
+    {"millions of paths over a broken constraint", ChainRule::NameConstraint, 150000,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name, "email:a@b.test,DNS:mail.example.com," + kManyNames);
+         addLevels(c, 7, 1);
+     }},
+    {"hundreds of paths to a few broken constraints", ChainRule::NameConstraint, 250000,
+     [](Chain& c) {
+         replace(c.leaf, NID_subject_alt_name,
+                 "DNS:mail.example.com," + kManyNames + ",email:a@b.test");
+         addLevels(c, 3, 3);
      }},
 };
 
