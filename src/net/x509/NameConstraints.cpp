@@ -84,8 +84,9 @@ std::vector<GeneralName> otherNames(const Certificate& certificate, std::string_
         names.push_back({Kind::Directory, certificate.subject, certificate.subjectName});
     }
     if (!certificate.hasAltNames) {
-        const Bytes email = emailAddress(certificate.subject);
-        if (!email.empty()) names.push_back({Kind::Email, email, {}});
+        for (const Bytes email : emailAddresses(certificate.subject)) {
+            names.push_back({Kind::Email, email, {}});
+        }
     }
     if (host.empty()) return names;
     if (addressBytes(host).empty()) names.push_back({Kind::Dns, bytesOfText(host), {}});

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <vector>
 
 #include "base/CodePage.h"
 #include "base/Punycode.h"
@@ -23,14 +22,13 @@ struct AttributeLabel {
 constexpr AttributeLabel kLabels[] = {{kCommonName, "CN"}, {6, "C"},  {7, "L"},
                                       {8, "ST"},           {10, "O"}, {11, "OU"}};
 
-constexpr size_t kMaxAttributes = 64;  // that are looked at
 constexpr size_t kMostText = 400;
 
 // Calls visit(object identifier, value) for each attribute.
 template <class Visit>
 void walkName(Bytes name, Visit visit) {
     DerReader sets = DerReader(name).sequence();
-    for (size_t i = 0; i < kMaxAttributes && sets.ok() && !sets.atEnd(); ++i) {
+    while (sets.ok() && !sets.atEnd()) {
         DerReader set = sets.into(der::kSet);
         while (set.ok() && !set.atEnd()) {
             DerReader attribute = set.sequence();
@@ -178,10 +176,10 @@ Bytes commonName(Bytes name) {
     return found;
 }
 
-Bytes emailAddress(Bytes name) {
-    Bytes found;
+std::vector<Bytes> emailAddresses(Bytes name) {
+    std::vector<Bytes> found;
     walkName(name, [&](Bytes oid, const DerItem& value) {
-        if (sameBytes(oid, kEmailAddress)) found = value.content;
+        if (sameBytes(oid, kEmailAddress)) found.push_back(value.content);
     });
     return found;
 }

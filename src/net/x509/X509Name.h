@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "net/x509/DerReader.h"
 
@@ -20,7 +21,7 @@ std::string nameText(Bytes name);
 // The last common name, as bytes; empty where there is none.
 Bytes commonName(Bytes name);
 
-// The e-mail address in a name, as bytes; empty where there is none.
-Bytes emailAddress(Bytes name);
+// Every e-mail address in a name, as bytes.
+std::vector<Bytes> emailAddresses(Bytes name);
 
 }  // namespace tv::x509

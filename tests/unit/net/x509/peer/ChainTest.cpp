@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <sstream>
 
 #include "net/x509/X509Name.h"
 
@@ -48,13 +49,17 @@ EVP_PKEY* keyNamed(const std::string& name) {
     return key;
 }
 
-// "T61:" in front asks for that string type, else it is UTF8String.
+// The common name and, behind line breaks, e-mail addresses. "T61:" in front asks for that string
+// type, else it is UTF8String.
 void setName(X509_NAME* name, const std::string& text) {
     const bool isT61 = text.rfind("T61:", 0) == 0;
-    const std::string value = isT61 ? text.substr(4) : text;
-    X509_NAME_add_entry_by_txt(name, "CN", isT61 ? V_ASN1_T61STRING : V_ASN1_UTF8STRING,
-                               reinterpret_cast<const unsigned char*>(value.data()),
-                               static_cast<int>(value.size()), -1, 0);
+    std::istringstream lines(isT61 ? text.substr(4) : text);
+    const char* field = "CN";
+    for (std::string value; std::getline(lines, value); field = "emailAddress") {
+        X509_NAME_add_entry_by_txt(name, field, isT61 ? V_ASN1_T61STRING : V_ASN1_UTF8STRING,
+                                   reinterpret_cast<const unsigned char*>(value.data()),
+                                   static_cast<int>(value.size()), -1, 0);
+    }
 }
 
 using CertificateOwner = std::unique_ptr<X509, decltype(&X509_free)>;
@@ -392,6 +397,12 @@ const Case kCases[] = {
     {"EmailInsidePermitted", ChainRule::None,
      [](Chain& c) {
          replace(c.leaf, NID_subject_alt_name, "DNS:mail.example.com,email:a@Example.com");
+         constrain(c.middle, "permitted;email:example.com");
+     }},
+    {"EveryEmailOfTheSubject", ChainRule::NameConstraint,
+     [](Chain& c) {
+         c.leaf.extensions.erase(c.leaf.extensions.begin());
+         c.leaf.subject += "\na@b.test\na@example.com";
          constrain(c.middle, "permitted;email:example.com");
      }},
     {"UriUnderEmailConstraint", ChainRule::None,
