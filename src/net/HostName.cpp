@@ -51,9 +51,11 @@ std::string normalizeHost(std::string_view host) {
 std::string serverName(std::string_view host) {
     std::string text = bareHost(host);
     if (std::count(text.begin(), text.end(), ':') == 1) cutAt(text, ':');
-    if (text.ends_with('.')) text.pop_back();
     std::string ascii;
-    return domainToAscii(text, ascii) ? ascii : text;
+    if (domainToAscii(text, ascii)) text = ascii;
+    // One dot: what ends in two is no name, and must not become one here or further down.
+    if (text.ends_with('.') && !text.ends_with("..")) text.pop_back();
+    return text;
 }
 
 bool normalizeDomain(std::string_view domain, std::string& out) {

@@ -45,6 +45,8 @@ TEST(HostName, OfATlsServer) {
         {"anna@https://Mail.Example/x", "mail.example"},
         {"mail.example:465", "mail.example"},
         {"mail.example.", "mail.example"},
+        {"mail.example..", "mail.example.."},  // no name, nor to be made one
+        {"b\xC3\xBC\xE3\x80\x82", "xn--b-eha"},
         {"localhost", "localhost"},
         {"LocalHost", "localhost"},
         {"10.0.0.1:25", "10.0.0.1"},
