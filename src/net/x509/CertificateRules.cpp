@@ -24,18 +24,34 @@ bool isForServers(const Certificate& certificate) {
     return !certificate.limitsExtendedUsage || certificate.allowsServerAuth;
 }
 
-// The names that the host was held against.
-std::string hostNamesOf(const Certificate& certificate) {
+// The names of one kind, as far as they go into a line.
+std::string namesOf(const Certificate& certificate, GeneralName::Kind kind) {
     constexpr size_t kMostText = 400;
-    if (!certificate.hasAltNames) return nameText(certificate.subject);
     std::string names;
     for (const GeneralName& name : certificate.altNames) {
-        if (name.kind != GeneralName::Kind::Dns) continue;
+        if (name.kind != kind) continue;
         if (!names.empty()) names += ", ";
-        names.append(reinterpret_cast<const char*>(name.value.data()), name.value.size());
+        if (kind == GeneralName::Kind::Ip) {
+            names += addressText(name.value);
+        } else {
+            names.append(reinterpret_cast<const char*>(name.value.data()), name.value.size());
+        }
         if (names.size() > kMostText) return names.substr(0, kMostText) + "...";
     }
     return names;
+}
+
+// The host beside what it was held against: names of its own kind.
+std::string mismatchText(const Certificate& certificate, std::string_view host) {
+    const bool isAddress = !addressBytes(host).empty();
+    std::string names =
+        namesOf(certificate, isAddress ? GeneralName::Kind::Ip : GeneralName::Kind::Dns);
+    const bool hasCommonName = !commonName(certificate.subject).empty();
+    if (!certificate.hasAltNames && !isAddress && hasCommonName) {
+        names = nameText(certificate.subject);
+    }
+    if (!names.empty()) return std::string(host) + " is none of: " + names;
+    return std::string(host) + ": the certificate names no " + (isAddress ? "IP address" : "host");
 }
 
 std::string detailOf(const Fault& fault, std::string_view host) {
@@ -49,7 +65,7 @@ std::string detailOf(const Fault& fault, std::string_view host) {
                        ? "a kind of key, or parameters of it, that are not known"
                        : std::to_string(certificate.key.modulus.size() * 8) + " bits";
         case ChainRule::HostMismatch:
-            return std::string(host) + " is none of: " + hostNamesOf(certificate);
+            return mismatchText(certificate, host);
         case ChainRule::NameConstraint:
             return nameText(fault.authority->subject);
         default:

@@ -3,6 +3,7 @@
 #include "net/x509/HostMatch.h"
 
 #include <algorithm>
+#include <charconv>
 #include <optional>
 
 #include "base/Ascii.h"
@@ -84,6 +85,20 @@ std::vector<uint8_t> ipv6Bytes(std::string_view text) {
 
 std::vector<uint8_t> addressBytes(std::string_view text) {
     return text.find(':') == std::string_view::npos ? ipv4Bytes(text) : ipv6Bytes(text);
+}
+
+std::string addressText(Bytes address) {
+    if (address.size() != 4 && address.size() != 16) return {};
+    const bool isV4 = address.size() == 4;
+    std::string text;
+    for (size_t i = 0; i < address.size(); i += isV4 ? 1 : 2) {
+        const unsigned part = isV4 ? address[i] : unsigned{address[i]} << 8 | address[i + 1];
+        char digits[8];
+        const auto end = std::to_chars(digits, digits + sizeof digits, part, isV4 ? 10 : 16).ptr;
+        if (i != 0) text += isV4 ? '.' : ':';
+        text.append(digits, end);
+    }
+    return text;
 }
 
 bool matchesDnsPattern(std::string_view pattern, std::string_view host) {

@@ -2,6 +2,7 @@
 // Names are taken as bytes; nothing but letters, digits, "-", "_" and "." is a name of a host.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "net/x509/X509Cert.h"
@@ -18,6 +19,9 @@ bool matchesDnsPattern(std::string_view pattern, std::string_view host);
 
 // Bytes of an address in text form (4 or 16); empty for anything else.
 std::vector<uint8_t> addressBytes(std::string_view text);
+
+// Such bytes as text, groups of an IPv6 address in full; empty for any other number of them.
+std::string addressText(Bytes address);
 
 // Letters, digits, hyphens, underscores and dots, no empty label, no dot at the end.
 bool isDnsName(std::string_view name);

@@ -232,6 +232,7 @@ struct Case {
     ChainRule expected;
     std::function<void(Chain&)> spoil;
     bool peerAgrees = true;
+    const char* detail = "";  // the end of it
 };
 constexpr bool kPeerDiffers = false;
 
@@ -245,6 +246,7 @@ TEST_P(Chains, AreJudgedByTheRule) {
     const ChainVerdict verdict = chain.judge(sent, budget);
     EXPECT_EQ(verdict.broken, GetParam().expected)
         << ruleText(verdict.broken) << " " << verdict.subject << " " << verdict.detail;
+    EXPECT_TRUE(verdict.detail.ends_with(GetParam().detail)) << verdict.detail;
     EXPECT_EQ(peerTrusts(sent, chain.roots(), chain.host) == verdict.trusted(),
               GetParam().peerAgrees);
 }
@@ -282,15 +284,34 @@ const Case kCases[] = {
     {"NotYetValid", ChainRule::NotYetValid, [](Chain& c) { c.leaf.notBefore = kNow + 1; }},
     {"ExpiredMiddle", ChainRule::Expired, [](Chain& c) { c.middle.notAfter = kNow - 1; }},
     {"ExpiredRoot", ChainRule::Expired, [](Chain& c) { c.root.notAfter = kNow - 1; }},
-    {"OtherHost", ChainRule::HostMismatch, [](Chain& c) { c.host = "smtp.example.com"; }},
-    {"OtherAddress", ChainRule::HostMismatch, [](Chain& c) { c.host = "127.0.0.2"; }},
+    {"OtherHost", ChainRule::HostMismatch, [](Chain& c) { c.host = "smtp.example.com"; }, true,
+     "smtp.example.com is none of: mail.example.com"},
+    {"OtherAddress", ChainRule::HostMismatch,
+     [](Chain& c) {
+         c.host = "127.0.0.2";
+         replace(c.leaf, NID_subject_alt_name, "DNS:a.test,IP:127.0.0.1,IP:2001:db8::5");
+     },
+     true, "127.0.0.2 is none of: 127.0.0.1, 2001:db8:0:0:0:0:0:5"},
+    {"AddressBesideNames", ChainRule::HostMismatch,
+     [](Chain& c) {
+         c.host = "127.0.0.1";
+         replace(c.leaf, NID_subject_alt_name, "DNS:127.0.0.1");
+     },
+     true, "127.0.0.1: the certificate names no IP address"},
+    {"AddressBesideACommonName", ChainRule::HostMismatch,
+     [](Chain& c) {
+         c.host = "::1";
+         c.leaf.extensions.erase(c.leaf.extensions.begin());
+     },
+     true, "::1: the certificate names no IP address"},
     {"CommonNameDoesNotCount", ChainRule::HostMismatch,
      [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "DNS:other.example.com"); }},
     {"CommonNameBesideEmail", ChainRule::HostMismatch,
      [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "email:anna@example.com"); },
      kPeerDiffers},  // which looks at the common name where no name is of the host's kind
     {"CommonNameBesideAddress", ChainRule::HostMismatch,
-     [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "IP:127.0.0.1"); }, kPeerDiffers},
+     [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "IP:127.0.0.1"); }, kPeerDiffers,
+     "mail.example.com: the certificate names no host"},
     {"CommonNameBesideUri", ChainRule::HostMismatch,
      [](Chain& c) { replace(c.leaf, NID_subject_alt_name, "URI:https://other.test/"); },
      kPeerDiffers},
