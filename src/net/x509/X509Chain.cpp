@@ -16,10 +16,12 @@ constexpr size_t kMaxSent = 64;
 constexpr size_t kMaxDepth = 8;
 
 // How much a fault tells: the longer the path to it the more, and of two at the same place the one
-// of a certificate that did sign, before one of a namesake, before the want of any issuer. Most of
-// all tells a path that reached its anchor and names what it may not.
-size_t weightOf(ChainRule rule, size_t pathSize) {
-    if (rule == ChainRule::NameConstraint) pathSize += kMaxDepth;
+// of a certificate that did sign, before one of a namesake, before the want of any issuer. More
+// tells one of an issuer that an anchor vouches for, and most of all a path that reached its anchor
+// and names what it may not.
+size_t weightOf(ChainRule rule, size_t pathSize, bool isOfAnchor) {
+    if (isOfAnchor) pathSize += kMaxDepth;
+    if (rule == ChainRule::NameConstraint) pathSize += 2 * kMaxDepth;
     const size_t kind = rule == ChainRule::UnknownIssuer  ? 1
                         : rule == ChainRule::BadSignature ? 2
                                                           : 3;
@@ -47,8 +49,8 @@ public:
     }
 
 private:
-    void note(const Fault& fault) {
-        const size_t weight = weightOf(fault.rule, path_.size());
+    void note(const Fault& fault, bool isOfAnchor = false) {
+        const size_t weight = weightOf(fault.rule, path_.size(), isOfAnchor);
         if (weight <= bestWeight_) return;
         bestWeight_ = weight;
         best_ = fault;
@@ -99,15 +101,28 @@ private:
         Fault fault = judgeKey(issuer);
         if (fault.rule == ChainRule::None) fault = {signatureOf(last, issuer), &last};
         if (budget_.isOver()) return false;
-        if (fault.rule == ChainRule::None) {
+        const bool didSign = fault.rule == ChainRule::None;
+        if (didSign) {
             const auto below = std::count_if(path_.begin() + 1, path_.end(),
                                              [](const Certificate* c) { return !c->isSelfIssued; });
             fault = judgeAuthority(issuer, static_cast<size_t>(below), question_.nowSeconds);
             if (question_.refused.holds(issuer)) fault = {ChainRule::Disallowed, &issuer};
         }
         if (fault.rule == ChainRule::None) return true;
-        note(fault);
+        note(fault, didSign && isOfAnchor(issuer));
         return false;
+    }
+
+    // An anchor, or signed by one.
+    bool isOfAnchor(const Certificate& issuer) {
+        constexpr size_t kComparedPerUnit = 64;
+        if (!budget_.spend(2 + issuer.issuerName.size() / kComparedPerUnit)) return false;
+        if (question_.anchors.holds(issuer)) return true;
+        const auto above = question_.anchors.bySubject(issuer.issuerName);
+        return std::any_of(above.begin(), above.end(), [&](const Certificate& anchor) {
+            return judgeKey(anchor).rule == ChainRule::None &&
+                   signatureOf(issuer, anchor) == ChainRule::None;
+        });
     }
 
     // Checked once for each key, however many certificates name it and paths lead over it.

@@ -357,6 +357,13 @@ const Case kCases[] = {
          c.extras[0].issuer = "Unknown Root";
          c.root.notAfter = kNow - 1;
      }},
+    {"ExpiredMiddleBesideACrossFromNobody", ChainRule::Expired,
+     [](Chain& c) {
+         c.extras = {c.middle};
+         c.extras[0].issuer = "Unknown Root";
+         c.extras[0].signer = "unknown";
+         c.middle.notAfter = kNow - 1;
+     }},
     {"SixtyStrangers", ChainRule::None,
      [](Chain& c) {
          c.extras.assign(60, {"Other", "Other", "other", "other", {}});
