@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <optional>
 
+#include "base/Ascii.h"
+#include "base/Hex.h"
+#include "base/crypto/Hash.h"
 #include "log/LogContextExitor.h"
 #include "net/x509/HostMatch.h"
 #include "net/x509/Pem.h"
@@ -86,9 +89,11 @@ std::string anchorsIdentity(const std::string& anchorsFile) {
     for (const std::string& bundle : plat::sysTrustRoots().anchorFiles()) {
         if (path.empty() && plat::isRegularFile(bundle)) path = bundle;
     }
-    plat::FileStamp stamp;
-    if (!plat::fileStamp(path, stamp)) return path;
-    return path + ' ' + std::to_string(stamp.size) + ' ' + std::to_string(stamp.modified);
+    // Its bytes, for a file may be replaced by one of the same size and time.
+    std::string text;
+    if (!plat::readFileStart(path, kMaxAnchorsFile + 1, text)) return path;
+    return path + ' ' +
+           hexLower(crypto::Hash::of(crypto::HashId::kSha256, {bytesOf(text), text.size()}));
 }
 
 }  // namespace tv

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <map>
 
 #include "net/x509/Pem.h"
 #include "platform/SysFile.h"
@@ -63,9 +65,11 @@ TEST(TrustStore, AnchorsFromAFile) {
         {"too early", whole, kHost, 946684799, ChainRule::NotYetValid},
         {"empty file", "", kHost, kNow, ChainRule::UnknownIssuer},
         {"cut certificate", whole.substr(0, 300), kHost, kNow, ChainRule::UnknownIssuer},
+        {"as long", "?" + whole.substr(1), kHost, kNow, ChainRule::UnknownIssuer},
         {"no file", "-", kHost, kNow, ChainRule::UnknownIssuer},
     };
     const std::string path = "trust-store-test.pem";
+    std::map<std::string, std::string> texts;  // by the identity of the anchors
     for (const auto& c : kCases) {
         std::remove(path.c_str());
         if (c.text != "-") {
@@ -73,7 +77,9 @@ TEST(TrustStore, AnchorsFromAFile) {
             ASSERT_NE(file, nullptr);
             std::fwrite(c.text.data(), 1, c.text.size(), file);
             std::fclose(file);
+            std::filesystem::last_write_time(path, {});
         }
+        EXPECT_EQ(texts.emplace(anchorsIdentity(path), c.text).first->second, c.text) << c.name;
         _tvLogger log;
         EXPECT_EQ(verdictOn(chainOfOne(), c.host, c.now, path, log), c.broken) << c.name;
         expectLogged(log, "trustAnchors: " + path);
