@@ -265,18 +265,15 @@ TlsFailure TlsProtocol::onKeyUpdate(std::span<const uint8_t> body, LogBase& log)
     if (!reader_.atBoundary()) return TlsFailure::LeftoverAtKeyChange;
     log.logVerbose("Received a TLS 1.3 KeyUpdate.");
     records_.protectReading(renewedCipher(traffic_.server));
-    keyUpdateDue_ |= body[0] == 1;
-    return TlsFailure::None;
-}
-
-// One answer, however many updates were asked for since we last sent data (RFC 8446, 4.6.3).
-bool TlsProtocol::answerKeyUpdate() {
-    if (!std::exchange(keyUpdateDue_, false)) return true;
+    // One answer, however many updates are asked for before we send data (RFC 8446, 4.6.3): until
+    // then the new keys are as good as newer ones.
+    if (body[0] == 0 || std::exchange(keyUpdateAnswered_, true)) return TlsFailure::None;
     static constexpr uint8_t kNotRequested[] = {0};
     const bool sent = records_.send(ContentType::Handshake,
                                     handshakeMessage(HandshakeType::KeyUpdate, kNotRequested));
+    if (!sent) return TlsFailure::OutOfMemory;
     records_.protectWriting(renewedCipher(traffic_.client));
-    return sent;
+    return TlsFailure::None;
 }
 
 bool TlsProtocol::sendApplicationData(std::span<const uint8_t> bytes, LogBase& log) {
@@ -285,7 +282,8 @@ bool TlsProtocol::sendApplicationData(std::span<const uint8_t> bytes, LogBase& l
         log.logError(textOf(TlsFailure::NoKeys));
         return false;
     }
-    if (answerKeyUpdate() && records_.send(ContentType::ApplicationData, bytes)) return true;
+    keyUpdateAnswered_ = false;
+    if (records_.send(ContentType::ApplicationData, bytes)) return true;
     log.logError("Failed to encrypt TLS fragment");
     return fail(TlsFailure::OutOfMemory, log);
 }

@@ -65,7 +65,6 @@ private:
     TlsFailure onCertificateRequest(const HandshakeMessage& message);
     TlsFailure onNewSessionTicket(std::span<const uint8_t> body, LogBase& log);
     TlsFailure onKeyUpdate(std::span<const uint8_t> body, LogBase& log);
-    bool answerKeyUpdate();
     std::unique_ptr<RecordCipher> renewedCipher(SecureBuffer& secret);
     void finishHandshake();
     void sendAlert(AlertLevel level, Alert alert);
@@ -95,7 +94,7 @@ private:
     bool serverAnswered_ = false;
     bool closeNotifyReceived_ = false;
     bool closeNotifySent_ = false;
-    bool keyUpdateDue_ = false;
+    bool keyUpdateAnswered_ = false;
 };
 
 }  // namespace tv::tls
