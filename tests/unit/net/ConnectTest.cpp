@@ -536,16 +536,9 @@ TEST_F(Connect, WhatTheHelloCallsTheServer) {
         for (const std::string_view text : {"mail.test", "localhost", "127.0.0.1", "::1"}) {
             EXPECT_EQ(hello.find(text) != std::string::npos, text == name) << c.host << text;
         }
-        const char header[] = {0,
-                               0,
-                               0,
-                               static_cast<char>(name.size() + 5),
-                               0,
-                               static_cast<char>(name.size() + 3),
-                               0,
-                               0,
-                               static_cast<char>(name.size())};
-        const std::string extension = std::string(header, sizeof header) + std::string(name);
+        const auto plus = [&](size_t more) { return static_cast<char>(name.size() + more); };
+        const std::string extension = std::string(3, '\0') + plus(5) + '\0' + plus(3) +
+                                      std::string(2, '\0') + plus(0) + std::string(name);
         EXPECT_EQ(hello.find(extension) != std::string::npos, !name.empty()) << c.host;
     }
 }

@@ -28,30 +28,18 @@ bool has(const std::string& text, const std::string& words) {
 }
 
 TEST(TlsAlert, EveryNumberHasItsWords) {
-    const std::pair<const char*, const char*> rows[] = {{"0a", "unexpected message"},
-                                                        {"14", "bad record mac"},
-                                                        {"15", "decryption failed"},
-                                                        {"16", "record overflow"},
-                                                        {"1e", "decompression failure"},
-                                                        {"28", "handshake failure"},
-                                                        {"2a", "bad certificate"},
-                                                        {"2b", "unsupported certificate"},
-                                                        {"2c", "certificate revoked"},
-                                                        {"2d", "certificate expired"},
-                                                        {"2e", "certificate unknown"},
-                                                        {"2f", "illegal parameter"},
-                                                        {"30", "unknown certificate authority"},
-                                                        {"31", "access denied"},
-                                                        {"32", "decode error"},
-                                                        {"33", "decrypt error"},
-                                                        {"3c", "export restriction"},
-                                                        {"46", "protocol version"},
-                                                        {"47", "insufficient security"},
-                                                        {"50", "internal error"},
-                                                        {"5a", "user canceled"},
-                                                        {"64", "no renegotiation"},
-                                                        {"70", "SNI unrecognized name"},
-                                                        {"00", "close notify"}};
+    // clang-format off
+    const std::pair<const char*, const char*> rows[] = {
+        {"0a", "unexpected message"}, {"14", "bad record mac"}, {"15", "decryption failed"},
+        {"16", "record overflow"}, {"1e", "decompression failure"}, {"28", "handshake failure"},
+        {"2a", "bad certificate"}, {"2b", "unsupported certificate"}, {"2c", "certificate revoked"},
+        {"2d", "certificate expired"}, {"2e", "certificate unknown"}, {"2f", "illegal parameter"},
+        {"30", "unknown certificate authority"}, {"31", "access denied"}, {"32", "decode error"},
+        {"33", "decrypt error"}, {"3c", "export restriction"}, {"46", "protocol version"},
+        {"47", "insufficient security"}, {"50", "internal error"}, {"5a", "user canceled"},
+        {"64", "no renegotiation"}, {"70", "SNI unrecognized name"}, {"00", "close notify"},
+    };
+    // clang-format on
     for (const auto& [number, words] : rows) {
         const std::string text =
             logOf(std::string("1503010002 02") + number, TlsFailure::PeerAlert);

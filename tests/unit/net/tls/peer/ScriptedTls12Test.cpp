@@ -115,6 +115,7 @@ const Row kRows[] = {
     {"hello.renegotiationTrailing", ecdhe, ServerHello, EDIT(m.ext(0xFF01) = {0, 0}), Alert::DecodeError},
     {"hello.statusNotEmpty", ecdhe, ServerHello, EDIT(add(m, 5, {1})), Alert::DecodeError},
     {"hello.nameNotEmpty", ecdhe, ServerHello, EDIT(add(m, 0, {1})), Alert::DecodeError},
+    {"hello.groups", ecdhe, ServerHello, EDIT(add(m, 10, {0, 4, 0, 29, 0, 23})), kLegal},  // deployed servers do it
     {"hello.pointFormats", ecdhe, ServerHello, EDIT(add(m, 11, {2, 1, 0})), kLegal},
     {"hello.pointFormatsCompressed", ecdhe, ServerHello, EDIT(add(m, 11, {1, 1})), Alert::IllegalParameter},
     {"hello.pointFormatsEmpty", ecdhe, ServerHello, EDIT(add(m, 11, {0})), Alert::DecodeError},
@@ -132,6 +133,8 @@ const Row kRows[] = {
     {"certificate.long", ecdhe, Certificate, EDIT(m.length = 128 * 1024 + 1), Alert::IllegalParameter},
     {"hello.long", ecdhe, ServerHello, EDIT(m.length = 64 * 1024 + 1), Alert::IllegalParameter},
 
+    {"status.legal", status, CertificateStatus, nullptr, kLegal},
+    {"status.leftOut", ecdhe, ServerHello, EDIT(add(m, 5)), kLegal},
     {"status.notAnnounced", status, ServerHello, EDIT(m.drop(5)), Alert::UnexpectedMessage},
     {"status.malformed", status, CertificateStatus, EDIT(m.body.push_back(0)), Alert::DecodeError},
     {"status.otherType", status, CertificateStatus, EDIT(m.body[0] = 2), Alert::DecodeError},
@@ -198,6 +201,7 @@ const Row kRows[] = {
     {"done.notEmpty", ecdhe, ServerHelloDone, EDIT(m.body = {0}), Alert::DecodeError},
 
     {"ticket.legal", ticket, NewSessionTicket, nullptr, kLegal},
+    {"ticket.leftOut", ecdhe, ServerHello, EDIT(add(m, 35)), kLegal},
     {"ticket.twice", ticket, NewSessionTicket, EDIT(all.push_back(m)), Alert::UnexpectedMessage},
     {"ticket.malformed", ticket, NewSessionTicket, EDIT(m.body.push_back(0)), Alert::DecodeError},
     {"ticket.notAnnounced", ticket, ServerHello, EDIT(m.drop(35)), Alert::UnexpectedMessage},
@@ -228,6 +232,9 @@ const Row kRows[] = {
     {"record.alertLevel3", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {3, 112}))), kSilence},
     {"record.warningInMessage", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {1, 112})); before(all, record(22, {14, 0}))), Alert::UnexpectedMessage},
     {"record.closeNotify", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {1, 0}))), kSilence},
+    {"record.warningOfName", ecdhe, ServerHello, EDIT(before(all, record(21, {1, 112}))), kLegal},
+    {"record.warningOfName11", tls11, ServerHello, EDIT(before(all, record(21, {1, 112}))), kLegal},
+    {"record.warningOfName10", tls10, ServerHello, EDIT(before(all, record(21, {1, 112}))), kLegal},
     {"record.emptyAlert", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {}))), Alert::UnexpectedMessage},
     {"record.warnings32", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {1, 112}), 32)), kLegal},
     {"record.warnings33", ecdhe, ServerHelloDone, EDIT(before(all, record(21, {1, 112}), 33)), Alert::UnexpectedMessage},

@@ -135,6 +135,7 @@ const Row kRows[] = {
     {"extensions.empty", plain, EncryptedExtensions, EDIT(m.exts.clear()), kLegal},
     {"extensions.name", plain, EncryptedExtensions, EDIT(add(m, 0)), kLegal},
     {"extensions.nameNotEmpty", plain, EncryptedExtensions, EDIT(add(m, 0, {0})), Alert::DecodeError},
+    {"extensions.groups", plain, EncryptedExtensions, EDIT(add(m, 10, {0, 2, 0, 29})), kLegal},
     {"extensions.oddGroups", plain, EncryptedExtensions, EDIT(add(m, 10, {0, 1, 0})), Alert::DecodeError},
     {"extensions.limit64", plain, EncryptedExtensions, EDIT(m.ext(28) = {0, 64}), kLegal},
     {"extensions.limit63", plain, EncryptedExtensions, EDIT(m.ext(28) = {0, 63}), Alert::IllegalParameter},
