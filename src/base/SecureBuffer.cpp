@@ -1,3 +1,4 @@
+// Growth into a new block, with the old one wiped; what is dropped is wiped where it stood.
 #include "base/SecureBuffer.h"
 
 #include <cstring>

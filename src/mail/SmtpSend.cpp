@@ -1,3 +1,4 @@
+// The message of a send rendered: once to learn its sizes, and as it goes over the line.
 #include "mail/SmtpSend.h"
 
 #include "mail/DotStuffer.h"

@@ -1,3 +1,4 @@
+// The facade of the mail manager: each call becomes one of the object behind it.
 #include "mail/TvMailMan.h"
 
 #include "base/XString.h"

@@ -1,3 +1,5 @@
+// A node by itself: how it is made, its identifiers, its fields, its addresses. Tree, preparation
+// and rendering stand in the sources beside this one.
 #include "mime/Email2.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// What a host wrote as its server made into names: to connect to, to resolve, to announce in TLS.
 #include "net/HostName.h"
 
 #include <algorithm>

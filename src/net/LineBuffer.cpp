@@ -1,3 +1,4 @@
+// Taking by size and by mark; what was searched already is not searched again.
 #include "net/LineBuffer.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Diffie-Hellman over a prime field: the key pair, the peer's value checked, the shared secret.
 #include "base/crypto/Dhe.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// The face of the curves: points are read and checked here, the arithmetic is chosen by curve and
+// CPU, and the stack is wiped behind multiplications with secrets.
 #include "base/crypto/EcCurve.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The public operation, and around it the paddings of signatures and of a secret (RFC 8017).
 #include "base/crypto/Rsa.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Keys and shared secrets by whichever form of the multiplication suits the CPU.
 #include "base/crypto/X25519.h"
 
 #include "base/ConstTime.h"

@@ -1,3 +1,4 @@
+// The table of cipher suites in its groups, and the order in which a hello offers them.
 #include "net/tls/CipherSuites.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// The hellos of a handshake: what is offered, what the server chose, and whether it may be chosen.
+// The flows behind them stand in ClientHandshake12.cpp and ClientHandshake13.cpp.
 #include "net/tls/ClientHandshake.h"
 
 #include <algorithm>

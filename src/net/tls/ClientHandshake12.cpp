@@ -1,3 +1,4 @@
+// The flow of TLS 1.0 to 1.2, message by message (RFC 5246).
 #include "net/tls/ClientHandshake12.h"
 
 #include <algorithm>

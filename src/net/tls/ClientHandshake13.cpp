@@ -1,3 +1,4 @@
+// The flow of TLS 1.3, message by message (RFC 8446).
 #include "net/tls/ClientHandshake13.h"
 
 #include "base/ConstTime.h"

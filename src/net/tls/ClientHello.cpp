@@ -1,3 +1,4 @@
+// The hello's extensions, their order, and their bytes.
 #include "net/tls/ClientHello.h"
 
 #include <algorithm>

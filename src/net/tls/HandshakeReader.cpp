@@ -1,3 +1,4 @@
+// Handshake messages put together from the fragments that records carry.
 #include "net/tls/HandshakeReader.h"
 
 #include <utility>

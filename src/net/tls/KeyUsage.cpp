@@ -1,3 +1,4 @@
+// One rule for the first handshake and for renegotiations, and its warning.
 #include "net/tls/KeyUsage.h"
 
 namespace tv::tls {

@@ -1,3 +1,4 @@
+// Records in and out under the keys of the moment.
 #include "net/tls/RecordLayer.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The MAC of CBC records, in a time that depends on the size of the record alone.
 #include "net/tls/RecordMac.h"
 
 #include <algorithm>

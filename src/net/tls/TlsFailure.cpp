@@ -1,3 +1,4 @@
+// Each failure with its text and the alert that goes with it.
 #include "net/tls/TlsFailure.h"
 
 namespace tv::tls {

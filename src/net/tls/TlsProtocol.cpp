@@ -1,3 +1,5 @@
+// The life of a connection: what comes in records goes to the handshake, to the application or to
+// what may follow a handshake, and ends all where it is not allowed.
 #include "net/tls/TlsProtocol.h"
 
 #include <utility>

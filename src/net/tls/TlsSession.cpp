@@ -1,3 +1,4 @@
+// Whether a kept session can be offered again.
 #include "net/tls/TlsSession.h"
 
 #include <algorithm>
