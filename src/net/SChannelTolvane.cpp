@@ -39,15 +39,15 @@ std::string withRoad(std::string_view text, int road) {
 }
 
 tls::SessionScope scopeOf(std::string_view host, int port, const tls::TlsSettings& wanted,
-                          const TlsChannelSettings& settings) {
+                          const TrustAnchors* anchors) {
     tls::SessionScope scope;
     scope.host = asciiLower(host);
     scope.port = port;
     scope.serverName = host;
     scope.versions = wanted.versions;
     scope.options = wanted.options;
-    scope.requireVerify = settings.requireSslCertVerify;
-    if (scope.requireVerify) scope.anchors = anchorsIdentity(settings.trustAnchorsFile);
+    scope.requireVerify = anchors != nullptr;
+    if (anchors) scope.anchors = anchors->identity();
     return scope;
 }
 
@@ -80,6 +80,7 @@ tls::Alert alertOf(x509::ChainRule rule) {
         {ChainRule::WeakSignature, tls::Alert::BadCertificate},
         {ChainRule::WeakKey, tls::Alert::BadCertificate},
         {ChainRule::NameConstraint, tls::Alert::BadCertificate},
+        {ChainRule::BadConstraints, tls::Alert::BadCertificate},
         {ChainRule::BadSignature, tls::Alert::BadCertificate},
         {ChainRule::NotAnAuthority, tls::Alert::UnknownCa},
         {ChainRule::MayNotSign, tls::Alert::UnknownCa},
@@ -148,7 +149,9 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
     tls::TlsSettings wanted;
     wanted.versions = tls::versionRange(settings.tlsProtocol);
     wanted.options = tls::tlsOptions(log);
-    scope_ = scopeOf(host, port, wanted, settings);
+    std::optional<TrustAnchors> anchors;
+    if (settings.requireSslCertVerify) anchors.emplace(settings.trustAnchorsFile);
+    scope_ = scopeOf(host, port, wanted, anchors ? &*anchors : nullptr);
     wanted.options.disableTls13 |= settings.withoutTls13;
     wanted.fallback = settings.withoutTls13 && settings.requireSslCertVerify;
     wanted.verifiesServer = settings.requireSslCertVerify;
@@ -169,7 +172,7 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
         return handshakeFailed(road, log, params);
     }
     verifiedUntilMs_ = engine_->negotiated().resumed ? keptUntilMs : 0;
-    if (!checkServerCert(host, settings, maxIdleMs, log, params)) {
+    if (!checkServerCert(host, anchors ? &*anchors : nullptr, maxIdleMs, log, params)) {
         log.logError(withRoad("Server certificate verification failed.", road));
         return false;
     }
@@ -225,7 +228,7 @@ bool SChannelTolvane::readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& p
     return flush(maxIdleMs, log, params) && success;
 }
 
-bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSettings& settings,
+bool SChannelTolvane::checkServerCert(std::string_view host, const TrustAnchors* anchors,
                                       uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
     const LogContextExitor context(log, "checkServerCert");
     const auto& chain = engine_->negotiated().chain;  // empty for a resumed session
@@ -233,7 +236,7 @@ bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSet
     const bool readable = !chain.empty() && x509::parseCertificate(chain.front(), leaf);
     const x509::ChainVerdict usage =
         readable ? judgeKeyUsage(leaf, *engine_->negotiated().suite) : x509::ChainVerdict();
-    if (!settings.requireSslCertVerify) {
+    if (!anchors) {
         log.logInfo("Not verifying server certificate...");
         log.logInfo("Set the RequireSslCertVerify property to enable verification.");
         if (!usage.trusted()) tls::warnOfKeyUsage(usage.detail, log);
@@ -252,8 +255,8 @@ bool SChannelTolvane::checkServerCert(std::string_view host, const TlsChannelSet
     const uint64_t nowMs = wallClockMs();
     const Deadline deadline(maxIdleMs == 0 ? kMaxVerifyMs : maxIdleMs);
     x509::WorkBudget budget([&] { return params.checkAbort() ? 0 : deadline.leftMs(); });
-    x509::ChainVerdict verdict = verifyServerChain(chain, host, static_cast<int64_t>(nowMs / 1000),
-                                                   settings.trustAnchorsFile, budget, log);
+    x509::ChainVerdict verdict =
+        anchors->verify(chain, host, static_cast<int64_t>(nowMs / 1000), budget, log);
     if (verdict.trusted()) verdict = usage;
     if (verdict.trusted()) {
         verifiedUntilMs_ = endOfTrustMs(leaf, nowMs);

@@ -18,6 +18,8 @@
 
 namespace tv {
 
+class TrustAnchors;
+
 // Keeps the newest session of a connection object for its next connect, which may be made by
 // another socket object.
 struct TlsSessionSlot {
@@ -71,8 +73,9 @@ private:
     bool flush(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
     bool readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
     bool takeArrived(LogBase& log, SocketParams& params);
-    bool checkServerCert(std::string_view host, const TlsChannelSettings& settings,
-                         uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    // anchors: null where the certificate is not to be verified.
+    bool checkServerCert(std::string_view host, const TrustAnchors* anchors, uint32_t maxIdleMs,
+                         LogBase& log, SocketParams& params);
     bool refuseCertificate(const x509::ChainVerdict& verdict, LogBase& log, SocketParams& params);
     bool handshakeFailed(int road, LogBase& log, SocketParams& params);
     void keepSession();

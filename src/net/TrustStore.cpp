@@ -2,7 +2,8 @@
 #include "net/TrustStore.h"
 
 #include <algorithm>
-#include <optional>
+#include <span>
+#include <utility>
 
 #include "base/Ascii.h"
 #include "base/Hex.h"
@@ -20,21 +21,11 @@ constexpr size_t kMaxAnchors = 1000;
 constexpr size_t kMaxAnchorsFile = 16 * 1024 * 1024;
 constexpr uint32_t kSystemChainMs = 15000;
 
-plat::DerList anchorsOfFile(const std::string& path, LogBase& log) {
-    std::string text;
-    log.logData("trustAnchors", path);
-    if (!plat::readFileStart(path, kMaxAnchorsFile + 1, text) || text.size() > kMaxAnchorsFile) {
-        log.logError("Failed to read the file of trust anchors.");
-        return {};
-    }
-    return x509::pemCertificates(text, kMaxAnchors);
-}
-
-plat::DerList systemAnchors(LogBase& log) {
+std::string systemAnchorFile() {
     for (const std::string& path : plat::sysTrustRoots().anchorFiles()) {
-        if (plat::isRegularFile(path)) return anchorsOfFile(path, log);
+        if (plat::isRegularFile(path)) return path;
     }
-    return plat::sysTrustRoots().anchors();
+    return {};
 }
 
 // What the system makes of the chain, for it fetches most of its roots only when it is asked about
@@ -69,31 +60,41 @@ std::optional<x509::ChainVerdict> verdictOnSystemPath(const plat::DerList& chain
 
 }  // namespace
 
-x509::ChainVerdict verifyServerChain(const std::vector<std::vector<uint8_t>>& chain,
-                                     std::string_view host, int64_t nowSeconds,
-                                     const std::string& anchorsFile, x509::WorkBudget& budget,
-                                     LogBase& log) {
+TrustAnchors::TrustAnchors(const std::string& file)
+    : ofSystem_(file.empty()), path_(ofSystem_ ? systemAnchorFile() : file) {
+    std::string text;
+    if (path_.empty() || !plat::readFileStart(path_, kMaxAnchorsFile + 1, text)) return;
+    if (text.size() <= kMaxAnchorsFile) text_ = std::move(text);
+}
+
+std::string TrustAnchors::identity() const {
+    if (!text_) return path_;
+    // The bytes, for a file may be replaced by one of the same size and time.
+    const std::span<const uint8_t> bytes(bytesOf(*text_), text_->size());
+    return path_ + ' ' + hexLower(crypto::Hash::of(crypto::HashId::kSha256, bytes));
+}
+
+plat::DerList TrustAnchors::certificates(LogBase& log) const {
+    if (path_.empty()) return plat::sysTrustRoots().anchors();
+    log.logData("trustAnchors", path_);
+    if (!text_) {
+        log.logError("Failed to read the file of trust anchors.");
+        return {};
+    }
+    return x509::pemCertificates(*text_, kMaxAnchors);
+}
+
+x509::ChainVerdict TrustAnchors::verify(const std::vector<std::vector<uint8_t>>& chain,
+                                        std::string_view host, int64_t nowSeconds,
+                                        x509::WorkBudget& budget, LogBase& log) const {
     const LogContextExitor context(log, "verifyServerChain");
-    const x509::CertificateSet anchors(anchorsFile.empty() ? systemAnchors(log)
-                                                           : anchorsOfFile(anchorsFile, log));
+    const x509::CertificateSet anchors(certificates(log));
     const x509::CertificateSet refused(plat::sysTrustRoots().refused());
     const x509::ChainQuestion question = {host, nowSeconds, anchors, refused};
     const std::vector<x509::Bytes> views(chain.begin(), chain.end());
     const x509::ChainVerdict verdict = x509::verifyChain(views, question, budget);
-    if (verdict.trusted() || verdict.isFinal || !anchorsFile.empty()) return verdict;
+    if (verdict.trusted() || verdict.isFinal || !ofSystem_) return verdict;
     return verdictOnSystemPath(chain, question, budget, log).value_or(verdict);
-}
-
-std::string anchorsIdentity(const std::string& anchorsFile) {
-    std::string path = anchorsFile;
-    for (const std::string& bundle : plat::sysTrustRoots().anchorFiles()) {
-        if (path.empty() && plat::isRegularFile(bundle)) path = bundle;
-    }
-    // Its bytes, for a file may be replaced by one of the same size and time.
-    std::string text;
-    if (!plat::readFileStart(path, kMaxAnchorsFile + 1, text)) return path;
-    return path + ' ' +
-           hexLower(crypto::Hash::of(crypto::HashId::kSha256, {bytesOf(text), text.size()}));
 }
 
 }  // namespace tv

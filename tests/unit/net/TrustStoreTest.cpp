@@ -45,7 +45,7 @@ plat::DerList chainOfOne() {
 ChainRule verdictOn(const plat::DerList& chain, const char* host, int64_t now,
                     const std::string& file, LogBase& log) {
     x509::WorkBudget budget;
-    return verifyServerChain(chain, host, now, file, budget, log).broken;
+    return TrustAnchors(file).verify(chain, host, now, budget, log).broken;
 }
 
 TEST(TrustStore, AnchorsFromAFile) {
@@ -79,7 +79,8 @@ TEST(TrustStore, AnchorsFromAFile) {
             std::fclose(file);
             std::filesystem::last_write_time(path, {});
         }
-        EXPECT_EQ(texts.emplace(anchorsIdentity(path), c.text).first->second, c.text) << c.name;
+        EXPECT_EQ(texts.emplace(TrustAnchors(path).identity(), c.text).first->second, c.text)
+            << c.name;
         _tvLogger log;
         EXPECT_EQ(verdictOn(chainOfOne(), c.host, c.now, path, log), c.broken) << c.name;
         expectLogged(log, "trustAnchors: " + path);
@@ -155,7 +156,8 @@ TEST(TrustStore, TheSystemIsAskedWhereWeFindNoPath) {
         trust.path = c.path;
         _tvLogger log;
         x509::WorkBudget budget([] { return 700; });
-        EXPECT_EQ(verifyServerChain(own, c.host, kNow, "", budget, log).broken, c.broken) << c.name;
+        EXPECT_EQ(TrustAnchors("").verify(own, c.host, kNow, budget, log).broken, c.broken)
+            << c.name;
         EXPECT_EQ(trust.question, c.asked ? std::string(kHost) + " 700" : "") << c.name;
     }
 }
