@@ -12,6 +12,7 @@
 #include "tests/fixtures/Dialogue.h"
 #include "tests/fixtures/FakeNet.h"
 #include "tests/fixtures/FakeSystem.h"
+#include "tests/fixtures/Record.h"
 
 namespace tv::test {
 
@@ -38,6 +39,7 @@ struct MailWorld {
     ClsEmail email;
 
     explicit MailWorld(const Properties& properties = {});
+    ~MailWorld() { record(word() + '\n' + transcript() + logText()); }
 
     void compose(const std::vector<std::string>& recipients = {kFirst},
                  const char* sender = kSender);

@@ -14,6 +14,7 @@
 #include "platform/SysVersion.h"
 #include "tests/fixtures/FakeSystem.h"
 #include "tests/fixtures/HexBytes.h"
+#include "tests/fixtures/Record.h"
 #include "tests/fixtures/TestData.h"
 
 namespace tv::test {
@@ -111,6 +112,7 @@ struct NtlmWorld {
     FakeHost host{"COMPUTER"};
     ClsNtlm ntlm;
     _tvLogger log;
+    Recorded recorded{log};
 
     NtlmWorld() {
         clock.fileTime = 0;

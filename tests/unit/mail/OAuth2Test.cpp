@@ -161,6 +161,7 @@ struct TokenWorld : MailWorld {
 
     SmtpConnImpl connection;
     _tvLogger log;
+    Recorded recorded{log};
     std::string text;
 };
 

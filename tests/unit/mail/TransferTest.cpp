@@ -19,6 +19,7 @@ struct TransferWorld {
     FakeHost host;
     FakeNet net{clock};
     _tvLogger log;
+    Recorded recorded{log};
     SocketParams params;
     SmtpConnImpl connection;
     SmtpSend send;

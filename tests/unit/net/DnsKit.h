@@ -107,6 +107,7 @@ protected:
     FakeNet net{clock};
     ResolverState state;
     _tvLogger log;
+    Recorded recorded{log};
     Monitor monitor;
     SocketParams params;
     uint64_t startMs = 1000;

@@ -10,6 +10,7 @@
 #include "log/tvLogger.h"
 #include "net/ProgressMonitor.h"
 #include "tests/fixtures/FakeNet.h"
+#include "tests/fixtures/Record.h"
 
 namespace tv::test {
 

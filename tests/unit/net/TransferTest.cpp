@@ -38,6 +38,7 @@ protected:
     FakeClock clock;
     FakeNet net{clock};
     _tvLogger log;
+    Recorded recorded{log};
     Monitor monitor;
     SocketParams params;
     uint64_t startNs = 0;

@@ -12,6 +12,7 @@
 
 #include "log/tvLogger.h"
 #include "net/tls/TlsProtocol.h"
+#include "tests/fixtures/Record.h"
 #include "tests/unit/net/tls/TestEnvironment.h"
 
 namespace tv::tls::test {
@@ -59,6 +60,7 @@ private:
     BIO* toSsl_;    // owned by the SSL
     BIO* fromSsl_;  // owned by the SSL
     _tvLogger log_;
+    tv::test::Recorded recorded_{log_};
 };
 
 }  // namespace tv::tls::test

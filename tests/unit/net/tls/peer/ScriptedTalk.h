@@ -7,6 +7,7 @@
 
 #include "log/tvLogger.h"
 #include "net/tls/TlsProtocol.h"
+#include "tests/fixtures/Record.h"
 #include "tests/fixtures/TestBytes.h"
 #include "tests/unit/net/tls/TestEnvironment.h"
 #include "tests/unit/net/tls/peer/ScriptedTlsServer.h"
@@ -99,6 +100,7 @@ public:
     TestEnvironment environment;
     ScriptedTlsServer server;
     _tvLogger log;
+    tv::test::Recorded recorded{log};
     TlsProtocol engine;
     bool serverGaveUp = false;
     std::string serverWords;
