@@ -8,7 +8,7 @@
 #include "Compare.h"
 #include "base/Base64.h"
 #include "base/CpuFeatures.h"
-#include "mail/DotStuffer.h"
+#include "mail/smtp/DotStuffer.h"
 #include "mime/ContentCoding.h"
 
 #ifdef TV_HAVE_LIBCRYPTO

@@ -8,9 +8,9 @@
 
 #include "Compare.h"
 #include "log/tvLogger.h"
-#include "net/Resolver.h"
-#include "net/ResolverState.h"
-#include "net/SocketLibrary.h"
+#include "net/resolve/Resolver.h"
+#include "net/resolve/ResolverState.h"
+#include "net/stream/SocketLibrary.h"
 #include "platform/SysClock.h"
 #include "platform/SysSocket.h"
 

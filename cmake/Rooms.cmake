@@ -47,3 +47,14 @@ function(tv_room room)
         target_link_libraries(${target} INTERFACE ${libraries})
     endif()
 endfunction()
+
+# tv_source_options(OPTIONS SOURCE...): compile options of single sources, which must exist: a property
+# of a file that was renamed would be lost without a word.
+function(tv_source_options options)
+    foreach(source IN LISTS ARGN)
+        if(NOT EXISTS ${PROJECT_SOURCE_DIR}/${source})
+            message(FATAL_ERROR "no such source: ${source}")
+        endif()
+    endforeach()
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "${options}")
+endfunction()

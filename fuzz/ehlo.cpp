@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "mail/SmtpAuth.h"
-#include "mail/SmtpCapabilities.h"
+#include "mail/smtp/SmtpAuth.h"
+#include "mail/smtp/SmtpCapabilities.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "base/Ascii.h"
-#include "net/HostsFile.h"
+#include "net/resolve/HostsFile.h"
 
 namespace {
 

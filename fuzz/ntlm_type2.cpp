@@ -2,8 +2,8 @@
 // answer made from it can be read again.
 #include <cstdlib>
 
-#include "mail/NtlmMessage.h"
-#include "mail/NtlmResponse.h"
+#include "mail/sasl/NtlmMessage.h"
+#include "mail/sasl/NtlmResponse.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "mail/OAuth2Messages.h"
+#include "mail/oauth2/OAuth2Messages.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "net/NameServers.h"
+#include "net/resolve/NameServers.h"
 
 namespace {
 

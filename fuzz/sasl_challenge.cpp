@@ -4,11 +4,11 @@
 
 #include "base/Base64.h"
 #include "log/LogNull.h"
-#include "mail/SaslCramMd5.h"
-#include "mail/SaslLogin.h"
-#include "mail/SaslNtlm.h"
-#include "mail/SaslPlain.h"
-#include "mail/SaslXoauth2.h"
+#include "mail/sasl/SaslCramMd5.h"
+#include "mail/sasl/SaslLogin.h"
+#include "mail/sasl/SaslNtlm.h"
+#include "mail/sasl/SaslPlain.h"
+#include "mail/sasl/SaslXoauth2.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "log/tvLogger.h"
-#include "mail/ReplyHints.h"
-#include "mail/SmtpResponse.h"
+#include "mail/smtp/ReplyHints.h"
+#include "mail/smtp/SmtpResponse.h"
 
 namespace {
 

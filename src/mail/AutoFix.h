@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "mail/SmtpSettings.h"
+#include "mail/smtp/SmtpSettings.h"
 
 namespace tv::smtp {
 

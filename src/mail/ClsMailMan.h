@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "log/ClsBase.h"
-#include "mail/SmtpConnImpl.h"
-#include "mail/SmtpSend.h"
-#include "mail/SmtpSettings.h"
+#include "mail/smtp/SmtpConnImpl.h"
+#include "mail/smtp/SmtpSend.h"
+#include "mail/smtp/SmtpSettings.h"
 
 namespace tv {
 

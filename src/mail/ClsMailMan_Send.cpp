@@ -2,7 +2,7 @@
 // the last lines of the transcript.
 #include "log/LogContextExitor.h"
 #include "mail/ClsMailMan.h"
-#include "mail/SmtpDelivery.h"
+#include "mail/smtp/SmtpDelivery.h"
 #include "mime/ClsEmail.h"
 #include "mime/Email2.h"
 #include "platform/SysClock.h"

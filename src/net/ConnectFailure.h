@@ -4,7 +4,7 @@
 #include <string>
 
 #include "log/LogBase.h"
-#include "net/SocketParams.h"
+#include "net/stream/SocketParams.h"
 
 namespace tv {
 

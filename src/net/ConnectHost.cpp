@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "log/LogContextExitor.h"
-#include "net/HostName.h"
-#include "net/Resolver.h"
+#include "net/resolve/HostName.h"
+#include "net/resolve/Resolver.h"
 
 namespace tv {
 namespace {

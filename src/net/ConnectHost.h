@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "log/LogBase.h"
-#include "net/SocketParams.h"
-#include "net/TolvaneSocket.h"
+#include "net/stream/SocketParams.h"
+#include "net/stream/TolvaneSocket.h"
 
 namespace tv {
 

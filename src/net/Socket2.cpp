@@ -8,11 +8,11 @@
 #include "log/LogNull.h"
 #include "net/ConnectFailure.h"
 #include "net/ConnectHost.h"
-#include "net/HostName.h"
 #include "net/LineBuffer.h"
-#include "net/SChannelTolvane.h"
-#include "net/SocketLibrary.h"
-#include "net/TolvaneSocket.h"
+#include "net/resolve/HostName.h"
+#include "net/stream/SChannelTolvane.h"
+#include "net/stream/SocketLibrary.h"
+#include "net/stream/TolvaneSocket.h"
 
 namespace tv {
 namespace {

@@ -10,7 +10,7 @@
 #include "base/DataBuffer.h"
 #include "log/LogBase.h"
 #include "net/LoggedSocket2.h"
-#include "net/SocketParams.h"
+#include "net/stream/SocketParams.h"
 
 namespace tv {
 

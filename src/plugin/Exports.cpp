@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "mail/NtlmVersion.h"
+#include "mail/sasl/NtlmVersion.h"
 #include "platform/SysDialog.h"
 #include "plugin/ExportGuard.h"
 #include "plugin/PluginState.h"

@@ -8,9 +8,9 @@
 #include <iostream>
 
 #include "log/tvLogger.h"
-#include "mail/SaslExchange.h"
-#include "mail/SaslPackage.h"
-#include "mail/SmtpConnImpl.h"
+#include "mail/sasl/SaslPackage.h"
+#include "mail/smtp/SaslExchange.h"
+#include "mail/smtp/SmtpConnImpl.h"
 
 int main(int argc, char** argv) {
     if (argc != 5) return 2;

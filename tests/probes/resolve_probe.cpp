@@ -10,8 +10,8 @@
 #include <string>
 
 #include "log/tvLogger.h"
-#include "net/Resolver.h"
-#include "net/ResolverState.h"
+#include "net/resolve/Resolver.h"
+#include "net/resolve/ResolverState.h"
 #include "platform/SysClock.h"
 #include "tests/probes/JsonText.h"
 

@@ -22,7 +22,7 @@
 
 #include "mail/ClsMailMan.h"
 #include "mime/ClsEmail.h"
-#include "net/ProgressMonitor.h"
+#include "net/stream/ProgressMonitor.h"
 #include "platform/SysClock.h"
 #include "tests/fixtures/hosts/process_use.h"
 #include "tests/probes/JsonText.h"

@@ -23,8 +23,8 @@
 #include <string>
 
 #include "log/tvLogger.h"
-#include "net/SChannelTolvane.h"
 #include "net/Socket2.h"
+#include "net/stream/SChannelTolvane.h"
 #include "net/tls/CipherSuites.h"
 #include "net/tls/KeyShare.h"
 #include "platform/SysClock.h"

@@ -1,8 +1,8 @@
 // Logging in by NTLM, in messages of our own and through the security packages of the system.
 #include "base/Hex.h"
-#include "mail/NtlmMessage.h"
-#include "mail/NtlmResponse.h"
-#include "mail/NtlmVersion.h"
+#include "mail/sasl/NtlmMessage.h"
+#include "mail/sasl/NtlmResponse.h"
+#include "mail/sasl/NtlmVersion.h"
 #include "tests/fixtures/HexBytes.h"
 #include "tests/unit/mail/LoginWorld.h"
 

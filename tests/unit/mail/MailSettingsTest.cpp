@@ -4,7 +4,7 @@
 #include "mail/AutoFix.h"
 #include "mail/ClsMailMan.h"
 #include "mail/MailManText.h"
-#include "mail/SmtpStatus.h"
+#include "mail/smtp/SmtpStatus.h"
 #include "tests/fixtures/FakeSystem.h"
 
 namespace tv {

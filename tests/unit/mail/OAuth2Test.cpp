@@ -2,9 +2,9 @@
 // it.
 #include "base/Ascii.h"
 #include "log/tvLogger.h"
-#include "mail/OAuth2ClientCredentials.h"
-#include "mail/Sasl.h"
-#include "mail/SmtpConnImpl.h"
+#include "mail/oauth2/OAuth2ClientCredentials.h"
+#include "mail/sasl/Sasl.h"
+#include "mail/smtp/SmtpConnImpl.h"
 #include "tests/unit/mail/LoginWorld.h"
 
 namespace tv::test {

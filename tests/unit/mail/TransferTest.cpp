@@ -4,8 +4,8 @@
 #include <numeric>
 
 #include "log/tvLogger.h"
-#include "mail/SmtpDelivery.h"
-#include "mail/SmtpTransfer.h"
+#include "mail/smtp/SmtpDelivery.h"
+#include "mail/smtp/SmtpTransfer.h"
 #include "platform/SysFile.h"
 #include "tests/fixtures/TestData.h"
 #include "tests/unit/mail/MailDialogue.h"

@@ -1,7 +1,7 @@
 // Connecting: names, addresses, time, refusals, aborts, and what the log says of them.
 #include "net/ConnectFailure.h"
-#include "net/SChannelTolvane.h"
 #include "net/Socket2.h"
+#include "net/stream/SChannelTolvane.h"
 
 #include <utility>
 

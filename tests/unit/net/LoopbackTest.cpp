@@ -3,7 +3,7 @@
 #include <thread>
 
 #include "net/Socket2.h"
-#include "net/SocketLibrary.h"
+#include "net/stream/SocketLibrary.h"
 #include "platform/SysClock.h"
 #include "platform/SysSocket.h"
 #include "tests/fixtures/LoopbackServer.h"

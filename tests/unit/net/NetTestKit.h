@@ -8,7 +8,7 @@
 
 #include "base/Ascii.h"
 #include "log/tvLogger.h"
-#include "net/ProgressMonitor.h"
+#include "net/stream/ProgressMonitor.h"
 #include "tests/fixtures/FakeNet.h"
 #include "tests/fixtures/Record.h"
 

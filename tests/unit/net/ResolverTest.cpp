@@ -1,9 +1,9 @@
 // The order in which a name is looked for, what is remembered, and whom a name is shown to.
-#include "net/Resolver.h"
+#include "net/resolve/Resolver.h"
 
 #include "net/ConnectHost.h"
-#include "net/NameServers.h"
-#include "tests/unit/net/DnsKit.h"
+#include "net/resolve/NameServers.h"
+#include "tests/unit/net/resolve/DnsKit.h"
 
 namespace tv {
 namespace {

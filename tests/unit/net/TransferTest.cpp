@@ -1,6 +1,6 @@
 // Sending, receiving, waiting, closing, and the session log.
 #include "net/Socket2.h"
-#include "net/TolvaneSocket.h"
+#include "net/stream/TolvaneSocket.h"
 #include "platform/SysFile.h"
 #include "tests/unit/net/NetTestKit.h"
 

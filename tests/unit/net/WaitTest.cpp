@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "net/Socket2.h"
-#include "net/TolvaneSocket.h"
+#include "net/stream/TolvaneSocket.h"
 #include "tests/unit/net/NetTestKit.h"
 
 namespace tv {

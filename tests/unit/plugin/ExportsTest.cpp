@@ -9,7 +9,7 @@
 
 #include "emailsending.h"
 #include "mail/ClsMailMan.h"
-#include "mail/NtlmVersion.h"
+#include "mail/sasl/NtlmVersion.h"
 #include "platform/SysClock.h"
 #include "platform/SysDialog.h"
 #include "plugin/PluginState.h"

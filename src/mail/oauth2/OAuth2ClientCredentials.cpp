@@ -1,0 +1,142 @@
+// The one exchange with the token endpoint, bounded in time and size, and how long the token that
+// it gives is kept.
+#include "mail/oauth2/OAuth2ClientCredentials.h"
+
+#include <utility>
+
+#include "base/Ascii.h"
+#include "base/DataBuffer.h"
+#include "log/LogContextExitor.h"
+#include "net/Socket2.h"
+#include "net/stream/SChannelTolvane.h"
+#include "net/stream/WholeLimit.h"
+#include "platform/SysClock.h"
+#include "platform/SysWipe.h"
+
+namespace tv {
+namespace {
+
+constexpr size_t kMaxReply = 65536;
+constexpr uint32_t kNoTimeoutMs = 300000;  // for the exchange, where the settings name no limit
+constexpr uint32_t kMarginSeconds = 60;    // a token is not used in the last minute of its life
+
+// What comes from the endpoint is secret until it is known to be an error.
+struct ReplyBytes {
+    ReplyBytes() { data.reserve(kMaxReply + 65536); }  // no growth, no copies left behind
+    ~ReplyBytes() { plat::wipe(data.data(), data.size()); }
+    DataBuffer data;
+};
+
+bool readReply(Socket2& socket, uint32_t limitMs, HttpReply& reply, LogBase& log,
+               SocketParams& params) {
+    ReplyBytes received;
+    for (;;) {
+        const bool more = socket.receiveBytes(received.data, limitMs, log, params);
+        const bool closed = !more && !params.timedOut && !params.aborted;
+        if (!more && !closed) {
+            log.logError("The token endpoint did not answer in time.");
+            return false;
+        }
+        if (received.data.size() > kMaxReply) {
+            log.logError("The token endpoint's answer is larger than 64 KiB.");
+            return false;
+        }
+        switch (readHttpReply(received.data.text(), closed, reply)) {
+            case HttpRead::Complete:
+                return true;
+            case HttpRead::Malformed:
+                log.logError("The token endpoint's answer is not one of HTTP.");
+                return false;
+            case HttpRead::NeedMore:
+                break;
+        }
+    }
+}
+
+bool post(const OAuth2Request& request, const OAuth2Transport& transport, HttpReply& reply,
+          LogBase& log, SocketParams& params) {
+    Socket2 socket;
+    socket.setConnectTimeoutMs(transport.connectTimeoutMs);
+    TlsChannelSettings& tls = socket.tlsSettings();
+    tls.tlsProtocol = transport.tlsProtocol;
+    tls.trustAnchorsFile = transport.trustAnchorsFile;
+    tls.requireSslCertVerify = true;
+    if (!socket.connect2(request.host, request.port, request.secure, log, params)) return false;
+    const uint32_t limitMs = transport.idleTimeoutMs ? transport.idleTimeoutMs : kNoTimeoutMs;
+    const SecureBuffer bytes = oauth2HttpRequest(request);
+    const WholeLimit limit(params, limitMs);
+    const bool answered = socket.sendBytes(bytes.bytes(), limitMs, log, params) &&
+                          readReply(socket, limitMs, reply, log, params);
+    socket.close(true, 0, log, params);
+    return answered;
+}
+
+// A server may echo what it was given.
+std::string withoutSecret(const std::string& text, const SecureBuffer& secret) {
+    const std::string_view word(reinterpret_cast<const char*>(secret.data()), secret.size());
+    return replaceAll(text, word, "{PasswordOrCredentials}");
+}
+
+}  // namespace
+
+OAuth2ClientCredentials::OAuth2ClientCredentials(const XString& description)
+    : description_(description) {
+    description_.markSecret();
+}
+
+bool OAuth2ClientCredentials::accessToken(const OAuth2Transport& transport, SecureBuffer& token,
+                                          LogBase& log, SocketParams& params) {
+    const LogContextExitor context(log, "oauth2ClientCredentials");
+    const uint64_t ageMs = plat::sysClock().tickMs() - fetchedTickMs_;
+    const uint32_t lifetime = token_.lifetimeSeconds;
+    lastWasKept_ = !token_.accessToken.empty() && lifetime > kMarginSeconds &&
+                   ageMs < uint64_t{lifetime - kMarginSeconds} * 1000;
+    if (lastWasKept_) {
+        log.logInfo("Using the access token that was fetched before.");
+    } else {
+        OAuth2Token fetched;
+        SocketParams own;  // the connection to the mail server has an outcome of its own
+        own.monitor = params.monitor;
+        own.heartbeatMs = params.heartbeatMs;
+        const bool success = fetch(transport, fetched, log, own);
+        params.aborted = own.aborted;
+        if (!success) return false;
+        token_ = std::move(fetched);
+        fetchedTickMs_ = plat::sysClock().tickMs();
+    }
+    token = token_.accessToken;
+    return true;
+}
+
+bool OAuth2ClientCredentials::tokenRefused() {
+    token_ = {};
+    return std::exchange(lastWasKept_, false);
+}
+
+bool OAuth2ClientCredentials::fetch(const OAuth2Transport& transport, OAuth2Token& token,
+                                    LogBase& log, SocketParams& params) {
+    OAuth2Request request;
+    std::string fault;
+    if (!readOAuth2Description(description_.utf8(), request, fault)) {
+        log.logError(fault);
+        return false;
+    }
+    if (!request.secure && !transport.plainAllowed) {
+        log.logError("The token endpoint must begin with https://: the request holds a secret.");
+        return false;
+    }
+    log.logData("tokenEndpointHost", request.host);
+    log.logDataLong("tokenEndpointPort", request.port);
+    log.logData("client_id", request.clientId);
+    log.logData("scope", request.scope);
+    HttpReply reply;
+    if (!post(request, transport, reply, log, params)) return false;
+    if (!readOAuth2Token(reply, token, fault)) {
+        log.logError(withoutSecret(fault, request.clientSecret));
+        return false;
+    }
+    log.logDataLong("expires_in", token.lifetimeSeconds);
+    return true;
+}
+
+}  // namespace tv

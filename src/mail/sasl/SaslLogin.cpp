@@ -1,0 +1,69 @@
+#include "mail/sasl/SaslLogin.h"
+
+#include "base/Ascii.h"
+#include "base/Base64.h"
+#include "log/LogContextExitor.h"
+
+namespace tv {
+namespace {
+
+constexpr std::string_view kHostedService = "office365.com";
+
+void adviseHostedService(LogBase& log) {
+    const LogContextExitor context(log, "office365_tips");
+    log.logInfo("Your office365 account might be requiring MFA (multi-factor authentication).");
+    log.logInfo(
+        "Change your office365 account settings to allow single-factor authentication (allow "
+        "legacy authentication).");
+    log.logInfo("Also, you may need to create an App password.");
+}
+
+}  // namespace
+
+SaslLogin::SaslLogin(std::string user, SecureBuffer password, std::string smtpHost)
+    : SaslMechanism({"LOGIN", "login", "auth_login", {}}),
+      user_(std::move(user)),
+      password_(std::move(password)),
+      smtpHost_(std::move(smtpHost)) {}
+
+SaslResult SaslLogin::begin(SaslTurn& turn, LogBase& log) {
+    if (user_.empty() || password_.empty()) {
+        log.logError("Username and/or password is empty");
+        return SaslResult::NoCredentials;
+    }
+    if (!saslSendable(user_)) return SaslResult::NoCredentials;
+    if (log.hasOption("ShowPasswordInLastErrorText")) {
+        log.logData("login", user_);
+        log.logData("password", saslText(password_));
+    }
+    return bareCommand(turn, "AUTH LOGIN", "AUTH LOGIN failed");
+}
+
+// The server's two questions are asked in many languages: only their order counts.
+SaslResult SaslLogin::respond(std::string_view, SaslTurn& turn, LogBase&) {
+    if (step_ == Step::Command) {
+        step_ = Step::User;
+        turn.text.append(std::string_view(base64Encode(user_)));
+        turn.secret = false;
+        turn.wanted = SaslWanted::ChallengeOrSuccess;
+        turn.replyName = "AUTH LOGIN username";
+        turn.refusal = "SMTP authentication failed after sending username.";
+        return SaslResult::Send;
+    }
+    step_ = Step::Password;
+    turn.text = base64EncodeSecret(password_.bytes());
+    turn.wanted = SaslWanted::Success;
+    turn.replyName = "AUTH LOGIN password";
+    turn.refusal = "SMTP authentication failed after sending password.";
+    return SaslResult::Send;
+}
+
+void SaslLogin::explainRefusal(std::string_view, LogBase& log) {
+    if (step_ == Step::Command) return;
+    if (step_ == Step::Password && findIgnoreCase(smtpHost_, kHostedService) != std::string::npos) {
+        adviseHostedService(log);
+    }
+    log.logInfo("Check your username/password or your SMTP server's auth settings");
+}
+
+}  // namespace tv

@@ -1,0 +1,67 @@
+#include "mail/sasl/SaslNtlm.h"
+
+#include "mail/sasl/NtlmVersion.h"
+#include "platform/SysHost.h"
+
+namespace tv {
+
+SaslNtlm::SaslNtlm(const XString& user, const XString& password, const XString& domain)
+    : SaslMechanism({"NTLM", "ntlm", "auth_ntlm", "NTLM authentication failed"}),
+      user_(user),
+      password_(password),
+      domain_(domain) {}
+
+SaslResult SaslNtlm::begin(SaslTurn& turn, LogBase&) {
+    if (user_.empty() || password_.empty() || !saslSendable(user_.utf8())) {
+        return SaslResult::NoCredentials;
+    }
+    return bareCommand(turn, "AUTH NTLM", "AUTH NTLM failed");
+}
+
+SaslResult SaslNtlm::respond(std::string_view challenge, SaslTurn& turn, LogBase& log) {
+    return step_ == Step::Command ? sendType1(turn, log) : sendType3(challenge, turn, log);
+}
+
+SaslResult SaslNtlm::sendType1(SaslTurn& turn, LogBase& log) {
+    step_ = Step::Type1;
+    log.logInfo("Using Tolvane NTLM...");
+    const XString computer(plat::sysHost().computerName());
+    log.logDataX("computerName", computer);
+    ntlm_.put_UserName(user_);
+    ntlm_.put_Password(password_);
+    ntlm_.put_Domain(domain_);
+    ntlm_.put_Workstation(computer);
+    ntlm_.put_NtlmVersion(defaultNtlmVersion());
+    if (!domain_.empty()) log.logDataX("smtpAuth.domain", domain_);
+    log.logData("smtpAuth.ntlmImpl", "tolvane");
+    log.logDataLong("smtpAuth.ntlmVersion", defaultNtlmVersion());
+    log.logDataX("smtpAuth.computerName", computer);
+    std::string message;
+    if (!ntlm_.genType1(message, log)) return SaslResult::Failed;
+    turn.text.append(std::string_view(message));
+    turn.secret = false;
+    turn.wanted = SaslWanted::Challenge;
+    turn.replyName = "NTLM TYPE1";
+    turn.sendFailure = "Failed to send NTLM TYPE1 message to SMTP server.";
+    turn.refusal = "Failed to get NTLM successful TYPE1 response from SMTP server.";
+    return SaslResult::Send;
+}
+
+SaslResult SaslNtlm::sendType3(std::string_view challenge, SaslTurn& turn, LogBase& log) {
+    step_ = Step::Type3;
+    log.logData("NtlmChallenge", challenge);
+    if (!ntlm_.genType3(challenge, turn.text, log)) return SaslResult::Failed;
+    turn.wanted = SaslWanted::Success235;
+    turn.replyName = "NTLM TYPE3";
+    turn.success = "NTLM authentication succeeded.";
+    turn.sendFailure = "Failed to send NTLM TYPE3 message to SMTP server.";
+    return SaslResult::Send;
+}
+
+void SaslNtlm::explainRefusal(std::string_view reply, LogBase& log) {
+    if (step_ != Step::Type3) return;
+    log.logData("response", reply);
+    log.logError("Logon denied.  Check username, password, and domain");
+}
+
+}  // namespace tv

@@ -1,0 +1,35 @@
+#include "mail/sasl/SaslPlain.h"
+
+#include "base/Base64.h"
+
+namespace tv {
+
+SaslPlain::SaslPlain(std::string user, SecureBuffer password)
+    : SaslMechanism({"PLAIN", "plain", "auth_plain", {}}),
+      user_(std::move(user)),
+      password_(std::move(password)) {}
+
+SaslResult SaslPlain::begin(SaslTurn& turn, LogBase&) {
+    const bool nulInside = saslText(password_).find('\0') != std::string_view::npos;
+    if (user_.empty() || password_.empty() || !saslSendable(user_) || nulInside) {
+        return SaslResult::NoCredentials;
+    }
+    SecureBuffer message;
+    message.reserve(2 * user_.size() + 2 + password_.size());
+    message.append(user_);  // acts for itself
+    message.push_back(0);
+    message.append(user_);
+    message.push_back(0);
+    message.append(password_.bytes());
+    turn.text = base64EncodeSecret(message.bytes());
+    turn.wanted = SaslWanted::Success;
+    turn.replyName = "AUTH PLAIN";
+    turn.sendFailure = "Failed to send AUTH PLAIN to SMTP server.";
+    return SaslResult::Send;
+}
+
+SaslResult SaslPlain::respond(std::string_view, SaslTurn&, LogBase&) {
+    return SaslResult::Failed;  // nothing is left to say
+}
+
+}  // namespace tv

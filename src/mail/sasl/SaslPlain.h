@@ -1,0 +1,22 @@
+// PLAIN (RFC 4616): everything in the initial response.
+#pragma once
+
+#include <string>
+
+#include "mail/sasl/Sasl.h"
+
+namespace tv {
+
+class SaslPlain final : public SaslMechanism {
+public:
+    SaslPlain(std::string user, SecureBuffer password);
+
+    SaslResult begin(SaslTurn& turn, LogBase& log) override;
+    SaslResult respond(std::string_view challenge, SaslTurn& turn, LogBase& log) override;
+
+private:
+    std::string user_;
+    SecureBuffer password_;
+};
+
+}  // namespace tv

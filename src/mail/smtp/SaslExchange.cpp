@@ -1,0 +1,183 @@
+#include "mail/smtp/SaslExchange.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "base/Ascii.h"
+#include "log/LogContextExitor.h"
+#include "mail/smtp/SmtpConnImpl.h"
+
+namespace tv {
+namespace {
+
+// More turns than any mechanism has; a server may not keep a package talking for ever.
+constexpr size_t kMaxTurns = 12;
+constexpr int32_t kChallengeCode = 334;
+
+enum class Verdict { GoOn, Success, Refused };
+
+Verdict judge(const SmtpResponse& reply, SaslWanted wanted) {
+    const bool challenge = reply.statusCode == kChallengeCode;
+    switch (wanted) {
+        case SaslWanted::Challenge:
+            return challenge ? Verdict::GoOn : Verdict::Refused;
+        case SaslWanted::ChallengeOrSuccess:
+            return challenge || reply.isSuccess() ? Verdict::GoOn : Verdict::Refused;
+        case SaslWanted::SuccessOrError:
+            if (challenge) return Verdict::GoOn;
+            return reply.isSuccess() ? Verdict::Success : Verdict::Refused;
+        case SaslWanted::Success:
+            return reply.isSuccess() ? Verdict::Success : Verdict::Refused;
+        case SaslWanted::Success235:
+            return reply.statusCode == 235 ? Verdict::Success : Verdict::Refused;
+    }
+    return Verdict::Refused;
+}
+
+class SaslExchange {
+public:
+    SaslExchange(SaslMechanism& mechanism, SmtpConnImpl& connection, SocketParams& params,
+                 LogBase& log)
+        : mechanism_(mechanism), connection_(connection), params_(params), log_(log) {}
+
+    SaslOutcome run() {
+        const LogContextExitor context(log_, mechanism_.names().context);
+        outcome_.success = converse();
+        const std::string_view failure = mechanism_.names().failure;
+        if (!outcome_.success && !failure.empty()) log_.logError(failure);
+        return outcome_;
+    }
+
+private:
+    bool converse();
+    bool isReady(SaslResult result);
+    std::optional<SmtpResponse> sendAndRead(const SaslTurn& turn);
+    bool send(const SaslTurn& turn);
+    void refused(const SaslTurn& turn, const SmtpResponse& reply);
+    void authFailure(const std::string& reason);
+    void cancelIfAsked();
+
+    SaslMechanism& mechanism_;
+    SmtpConnImpl& connection_;
+    SocketParams& params_;
+    LogBase& log_;
+    SaslOutcome outcome_;
+    bool commandSent_ = false;
+    bool serverWaits_ = false;  // its last reply was a challenge
+};
+
+bool SaslExchange::converse() {
+    log_.logDataX("smtpAuth.user", connection_.settings.userName);
+    log_.logData("smtpAuth.method", mechanism_.names().method);
+    std::string challenge;
+    for (size_t i = 0; i < kMaxTurns; ++i) {
+        SaslTurn turn;
+        const SaslResult result =
+            commandSent_ ? mechanism_.respond(challenge, turn, log_) : mechanism_.begin(turn, log_);
+        if (!isReady(result)) return false;
+        std::optional<LogContextExitor> context;
+        if (!turn.context.empty()) context.emplace(log_, turn.context);
+        const auto reply = sendAndRead(turn);
+        if (!reply) return false;
+        const Verdict verdict = judge(*reply, turn.wanted);
+        if (verdict == Verdict::Success) {
+            if (!turn.success.empty()) log_.logInfo(turn.success);
+            return true;
+        }
+        if (verdict == Verdict::Refused) {
+            refused(turn, *reply);
+            return false;
+        }
+        const std::string_view line = trimmed(outcome_.firstReplyLine);
+        challenge = trimmed(line.substr(std::min<size_t>(4, line.size())));
+    }
+    authFailure("The server asks for more and more.");
+    cancelIfAsked();
+    return false;
+}
+
+// Otherwise notes the failure and leaves no exchange open.
+bool SaslExchange::isReady(SaslResult result) {
+    const std::string name(mechanism_.names().auth);
+    switch (result) {
+        case SaslResult::Send:
+            return true;
+        case SaslResult::NoCredentials:
+            connection_.fail(SmtpStatus::NoCredentials,
+                             "A credential that " + name + " needs is missing or not usable.",
+                             log_);
+            break;
+        case SaslResult::Unavailable:
+            outcome_.unavailable = true;
+            break;
+        case SaslResult::Failed:
+            authFailure("The login by " + name + " could not go on.");
+            break;
+    }
+    cancelIfAsked();
+    return false;
+}
+
+std::optional<SmtpResponse> SaslExchange::sendAndRead(const SaslTurn& turn) {
+    outcome_.firstReplyLine.clear();
+    serverWaits_ = false;
+    if (!send(turn)) {
+        if (!turn.sendFailure.empty()) log_.logError(turn.sendFailure);
+        return std::nullopt;
+    }
+    auto reply = connection_.readSmtpResponse(turn.replyName, params_, log_);
+    if (!reply) return std::nullopt;
+    serverWaits_ = reply->statusCode == kChallengeCode;
+    outcome_.firstReplyLine = reply->lines.front();
+    return reply;
+}
+
+bool SaslExchange::send(const SaslTurn& turn) {
+    SecureBuffer line;
+    line.reserve(turn.text.size() + 32);
+    if (!commandSent_) {
+        line.append("AUTH ");
+        line.append(mechanism_.names().auth);
+        if (!turn.text.empty()) line.append(" ");
+    }
+    commandSent_ = true;
+    line.append(turn.text.bytes());
+    line.append("\r\n");
+    if (turn.wanted == SaslWanted::Challenge) log_.logDataVerbose("expectedNumber", "334");
+    if (turn.wanted == SaslWanted::Success235) log_.logDataVerbose("expectedNumber", "235");
+    return connection_.sendCmdToSmtp(saslText(line), turn.secret, log_, params_);
+}
+
+void SaslExchange::refused(const SaslTurn& turn, const SmtpResponse& reply) {
+    if (!turn.refusal.empty()) log_.logError(turn.refusal);
+    log_.logDataLong("smtpAuth.statusCode", reply.statusCode);
+    const std::string answer = connection_.lastReply();
+    authFailure("The server refused the login by " + std::string(mechanism_.names().auth) + ": " +
+                answer);
+    mechanism_.explainRefusal(answer, log_);
+    cancelIfAsked();
+}
+
+void SaslExchange::authFailure(const std::string& reason) {
+    connection_.fail(SmtpStatus::AuthFailure, reason, log_);
+    log_.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
+}
+
+// RFC 4954 section 4: "*" ends an exchange that the server wants to go on with; its refusal of that
+// is as expected.
+void SaslExchange::cancelIfAsked() {
+    if (!serverWaits_) return;
+    serverWaits_ = false;
+    if (connection_.sendCmdToSmtp("*\r\n", false, log_, params_)) {
+        connection_.readSmtpResponse("*", params_, log_);
+    }
+}
+
+}  // namespace
+
+SaslOutcome runSasl(SaslMechanism& mechanism, SmtpConnImpl& connection, SocketParams& params,
+                    LogBase& log) {
+    return SaslExchange(mechanism, connection, params, log).run();
+}
+
+}  // namespace tv

@@ -1,0 +1,48 @@
+// One entry of the sent-mail log: the wait for other processes, the marks, the message as it goes
+// over the line.
+#include "mail/smtp/SentMailLog.h"
+
+#include "mail/smtp/ChunkStream.h"
+#include "platform/SysClock.h"
+#include "platform/SysFile.h"
+
+namespace tv::smtp {
+namespace {
+
+constexpr std::string_view kBegin = "--BEGIN SENT TOLVANE EMAIL--\n";
+constexpr std::string_view kEnd = "\n--END SENT TOLVANE EMAIL--\n";
+constexpr size_t kBlock = 65536;
+constexpr uint64_t kLongestWaitMs = 2000;
+constexpr uint32_t kLookMs = 50;
+
+// Several processes may write to one file, and each entry is written in blocks. Who keeps it to
+// himself for longer must not keep the mail from going out.
+void waitForOthers(plat::SysFile& file, LogBase& log) {
+    const uint64_t start = plat::sysClock().tickMs();
+    while (!file.tryLock()) {
+        if (plat::sysClock().tickMs() - start >= kLongestWaitMs) {
+            log.logInfo("The sent-mail log is in use; the entry is written all the same.");
+            return;
+        }
+        plat::sysClock().sleepMs(kLookMs);
+    }
+}
+
+}  // namespace
+
+bool appendToSentMailLog(std::string_view path, const SmtpSend& send, LogBase& log) {
+    plat::SysFile file;
+    if (!file.openAppend(path)) return true;
+    waitForOthers(file, log);
+    bool written = true;  // a full disk must not stop the mail
+    ChunkStream blocks(kBlock, [&](std::span<const uint8_t> block) {
+        written = written && file.write(block.data(), block.size());
+        return true;
+    });
+    const bool rendered = blocks.write(kBegin) && send.renderStuffed(blocks, log) &&
+                          blocks.write(kEnd) && blocks.finish();
+    if (!file.close() || !written) log.logInfo("Failed to write the sent-mail log.");
+    return rendered;
+}
+
+}  // namespace tv::smtp

@@ -1,0 +1,324 @@
+// From the settings and what the server offers to one mechanism, its exchange and second tries; or
+// to the reason why there is none.
+#include "mail/smtp/SmtpAuth.h"
+
+#include <memory>
+#include <string>
+
+#include "base/Ascii.h"
+#include "log/LogContextExitor.h"
+#include "mail/oauth2/OAuth2Messages.h"
+#include "mail/sasl/SaslCramMd5.h"
+#include "mail/sasl/SaslLogin.h"
+#include "mail/sasl/SaslNtlm.h"
+#include "mail/sasl/SaslPackage.h"
+#include "mail/sasl/SaslPlain.h"
+#include "mail/sasl/SaslXoauth2.h"
+#include "mail/smtp/SaslExchange.h"
+#include "mail/smtp/SmtpConnImpl.h"
+#include "platform/SysWipe.h"
+
+namespace tv {
+namespace smtp {
+
+AuthMechanism chooseMechanism(const AuthMechanisms& offered, bool havePassword, bool haveToken) {
+    if (haveToken && (offered.login || offered.xoauth2)) return AuthMechanism::Xoauth2;
+    if (!havePassword) return AuthMechanism::None;
+    if (offered.login) return AuthMechanism::Login;
+    if (offered.ntlm) return AuthMechanism::Ntlm;
+    if (offered.msn) return AuthMechanism::Msn;
+    if (offered.cramMd5) return AuthMechanism::CramMd5;
+    if (offered.plain) return AuthMechanism::Plain;
+    if (offered.digestMd5) return AuthMechanism::DigestMd5;
+    if (offered.gssapi) return AuthMechanism::Gssapi;
+    if (offered.kerberosV4) return AuthMechanism::KerberosV4;
+    if (offered.anonymous) return AuthMechanism::Anonymous;
+    return AuthMechanism::None;
+}
+
+}  // namespace smtp
+
+namespace {
+
+// What the settings come down to for this session.
+struct Login {
+    std::string method;
+    XString user;
+    XString password;
+    XString token;
+
+    bool havePassword() const { return !user.empty() && !password.empty(); }
+    bool haveToken() const { return !user.empty() && !token.empty(); }
+};
+
+Login loginOf(const SmtpConnImpl& connection, LogBase& log) {
+    const SmtpSettings& settings = connection.settings;
+    Login login{std::string(settings.authMethod.utf8()), settings.userName, settings.password,
+                settings.oauth2Token};
+    // A server that writes "AUTH" without a mechanism takes no login.
+    if (login.method.empty() && connection.capabilities().authWithoutMechanisms) {
+        login.method = "NONE";
+        return login;
+    }
+    // NTLM without credentials stands for the user who is logged on.
+    if (equalsIgnoreCase(login.method, "NTLM")) {
+        if (login.user.empty()) login.user.setUtf8("default");
+        if (login.password.empty()) login.password.setUtf8("default");
+    }
+    const bool noSecret = login.password.empty() && login.token.empty();
+    if (login.user.empty()) log.logInfo("No SMTP login provided.");
+    if (noSecret) log.logInfo("No SMTP password or OAuth2 access token provided.");
+    if (login.user.empty() || noSecret) {
+        login.method = "NONE";
+        log.logInfo("Skipping SMTP authentication because no login/password provided.");
+    }
+    return login;
+}
+
+void logServerAndUser(const SmtpSettings& settings, const Login& login, LogBase& log) {
+    log.logDataX("smtp_host", settings.smtpHost);
+    log.logDataLong("smtp_port", settings.smtpPort);
+    if (!settings.loginDomain.empty()) log.logDataX("domain", settings.loginDomain);
+    log.logData("smtp_user", login.user.empty() ? "NULL" : login.user.utf8());
+    if (!settings.authMethod.empty()) log.logDataX("auth-method", settings.authMethod);
+}
+
+void noteUnlistedMechanisms(AuthMechanisms& offered, LogBase& log) {
+    log.logInfo("This SMTP server did not list authentication methods.");
+    if (log.hasOption("SmtpForceLoginMethod")) {
+        log.logInfo("Defaulting to LOGIN authentication method.");
+        offered.login = true;
+        return;
+    }
+    log.logInfo("Perhaps this server controls access by IP address.");
+    log.logInfo("Defaulting to no explicit authentication...");
+}
+
+std::string offerOf(const SmtpConnImpl& connection) {
+    std::string names;
+    for (const std::string& name : connection.capabilities().authNames) {
+        names += (names.empty() ? "" : ", ") + name;
+    }
+    if (!names.empty()) return "the server offers " + names + ".";
+    return connection.isTls() ? "the server offers no login."
+                              : "the server offers no login on this connection; over TLS it may.";
+}
+
+// Why a login that somebody set a user or a secret for does not take place.
+void noteNoLogin(SmtpConnImpl& connection, const Login& login, LogBase& log) {
+    if (login.user.empty() && login.password.empty() && login.token.empty()) return;
+    const std::string method(connection.settings.authMethod.utf8());
+    const std::string secret = login.havePassword() ? "a password" : "an access token";
+    std::string why;
+    if (login.user.empty()) {
+        why = "the user name is empty; ";
+    } else if (login.password.empty() && login.token.empty()) {
+        why = "the password is empty; ";
+    } else if (smtp::restrictedTo(method, {}).any()) {
+        why = "the method " + method + " does not work with " + secret + "; ";
+    } else if (!connection.capabilities().authNames.empty()) {
+        why = "no mechanism of the server works here with " + secret + "; ";
+    }
+    connection.noteNoLogin(why + offerOf(connection), log);
+}
+
+struct MechanismTexts {
+    std::string_view name;     // empty: recognised, never spoken
+    std::string_view refusal;  // what the log says when it fails
+    bool retriedOverTls = false;
+};
+
+MechanismTexts textsOf(AuthMechanism mechanism) {
+    switch (mechanism) {
+        case AuthMechanism::Xoauth2:
+            return {"XOAUTH2", "Failed to login using XOAUTH2 method", true};
+        case AuthMechanism::Login:
+            return {"LOGIN", "Failed to login using LOGIN method", true};
+        case AuthMechanism::Ntlm:
+            return {"NTLM", "Failed to login using NTLM method"};
+        case AuthMechanism::Msn:
+            return {"MSN", "Failed to login using MSN method"};
+        case AuthMechanism::CramMd5:
+            return {"CRAM_MD5", "Failed to login using CRAM-MD5 method", true};
+        case AuthMechanism::Plain:
+            return {"PLAIN", "Failed to login using PLAIN method", true};
+        case AuthMechanism::DigestMd5:
+            return {{}, "DIGEST-MD5 login method not supported"};
+        case AuthMechanism::Gssapi:
+            return {{}, "GSSAPI login method not supported"};
+        case AuthMechanism::KerberosV4:
+            return {{}, "Kerberos v4 login method not supported"};
+        case AuthMechanism::Anonymous:
+            return {{}, "Anonymous login method not supported"};
+        case AuthMechanism::None:
+            break;
+    }
+    return {};
+}
+
+// One login, with its second tries.
+class LoginAttempt {
+public:
+    LoginAttempt(SmtpConnImpl& connection, const Login& login, SocketParams& params, LogBase& log)
+        : connection_(connection), login_(login), params_(params), log_(log) {}
+
+    bool run(AuthMechanism mechanism);
+
+private:
+    std::unique_ptr<SaslMechanism> make(AuthMechanism mechanism) const;
+    std::unique_ptr<SaslMechanism> makeNtlm() const;
+    SaslXoauth2::TokenSource tokenSource() const;
+    bool mayRetryOverTls(const SaslOutcome& outcome) const;
+    bool mayRetryWithNewToken(const SaslOutcome& outcome) const;
+    bool loginInstead(AuthMechanism mechanism);
+    std::string userBytes() const;
+    SecureBuffer secretBytes(const XString& secret) const;
+    bool asAnsi() const { return log_.hasOption("SmtpLoginAnsi"); }
+
+    SmtpConnImpl& connection_;
+    const Login& login_;
+    SocketParams& params_;
+    LogBase& log_;
+};
+
+bool LoginAttempt::run(AuthMechanism mechanism) {
+    const MechanismTexts texts = textsOf(mechanism);
+    const std::unique_ptr<SaslMechanism> sasl = make(mechanism);
+    if (!sasl) {
+        connection_.fail(SmtpStatus::AuthFailure, std::string(texts.refusal), log_);
+        log_.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
+        return false;
+    }
+    SaslOutcome outcome = runSasl(*sasl, connection_, params_, log_);
+    if (!outcome.success && texts.retriedOverTls && mayRetryOverTls(outcome) &&
+        connection_.upgradeForLogin(params_, log_)) {
+        connection_.outcome().clear();
+        outcome = runSasl(*make(mechanism), connection_, params_, log_);
+    }
+    if (!outcome.success && mechanism == AuthMechanism::Xoauth2 && mayRetryWithNewToken(outcome)) {
+        log_.logInfo("The kept access token was refused: one more try with a new one.");
+        connection_.outcome().clear();
+        outcome = runSasl(*make(mechanism), connection_, params_, log_);
+        if (!outcome.success) connection_.oauth2TokenRefused();
+    }
+    if (outcome.success) return true;
+    if (outcome.unavailable) return loginInstead(mechanism);
+    log_.logError(texts.refusal);
+    return false;
+}
+
+bool LoginAttempt::mayRetryOverTls(const SaslOutcome& outcome) const {
+    return connection_.isConnected() && !connection_.isTls() && !connection_.settings.startTls &&
+           findIgnoreCase(outcome.firstReplyLine, "STARTTLS") != std::string_view::npos;
+}
+
+bool LoginAttempt::mayRetryWithNewToken(const SaslOutcome& outcome) const {
+    return !outcome.firstReplyLine.empty() && connection_.oauth2TokenRefused() &&
+           connection_.isConnected();
+}
+
+bool LoginAttempt::loginInstead(AuthMechanism mechanism) {
+    log_.logData("alt_login_method", "LOGIN");
+    if (mechanism == AuthMechanism::Msn) log_.logInfo("auth_login_3");
+    return run(AuthMechanism::Login);
+}
+
+std::unique_ptr<SaslMechanism> LoginAttempt::make(AuthMechanism mechanism) const {
+    const SmtpSettings& settings = connection_.settings;
+    switch (mechanism) {
+        case AuthMechanism::Xoauth2:
+            return std::make_unique<SaslXoauth2>(userBytes(), secretBytes(login_.token),
+                                                 tokenSource());
+        case AuthMechanism::Login:
+            return std::make_unique<SaslLogin>(userBytes(), secretBytes(login_.password),
+                                               std::string(settings.smtpHost.utf8()));
+        case AuthMechanism::CramMd5:
+            return std::make_unique<SaslCramMd5>(userBytes(), secretBytes(login_.password));
+        case AuthMechanism::Plain:
+            return std::make_unique<SaslPlain>(userBytes(), secretBytes(login_.password));
+        case AuthMechanism::Ntlm:
+            return makeNtlm();
+        case AuthMechanism::Msn:
+            return std::make_unique<SaslPackage>(SaslPackage::Package::Msn, login_.user,
+                                                 login_.password, settings.loginDomain,
+                                                 settings.smtpHost);
+        default:
+            return nullptr;
+    }
+}
+
+std::unique_ptr<SaslMechanism> LoginAttempt::makeNtlm() const {
+    const SmtpSettings& settings = connection_.settings;
+    XString user = login_.user;
+    user.trim();
+    if (user.empty() || user.equalsIgnoreCase("default")) {
+        return std::make_unique<SaslPackage>(SaslPackage::Package::Ntlm, login_.user,
+                                             login_.password, settings.loginDomain,
+                                             settings.smtpHost);
+    }
+    return std::make_unique<SaslNtlm>(user, login_.password, settings.loginDomain);
+}
+
+SaslXoauth2::TokenSource LoginAttempt::tokenSource() const {
+    if (!isOAuth2Description(login_.token.utf8())) return {};
+    return [this](SecureBuffer& token, LogBase& log) {
+        return connection_.oauth2AccessToken(token, params_, log);
+    };
+}
+
+std::string LoginAttempt::userBytes() const {
+    return asAnsi() ? login_.user.ansi() : std::string(login_.user.utf8());
+}
+
+SecureBuffer LoginAttempt::secretBytes(const XString& secret) const {
+    SecureBuffer out;
+    if (asAnsi()) {
+        std::string ansi = secret.ansi();
+        out.append(std::string_view(ansi));
+        plat::wipe(ansi.data(), ansi.size());
+    } else {
+        out.append(secret.utf8());
+    }
+    return out;
+}
+
+}  // namespace
+
+bool smtpAuthenticate(SmtpConnImpl& connection, SocketParams& params, LogBase& log) {
+    const LogContextExitor context(log, "smtpAuthenticate");
+    if (!connection.isConnected()) {
+        connection.fail(SmtpStatus::ConnectionLost, "Not connected.", log);
+        return false;
+    }
+    connection.clearLastReply();
+    Login login = loginOf(connection, log);
+    logServerAndUser(connection.settings, login, log);
+    if (login.method != "NONE" && login.user.equalsIgnoreCase("default") &&
+        login.password.equalsIgnoreCase("default")) {
+        log.logInfo("Username/password is default/default, therefore using NTLM.");
+        login.method = "NTLM";
+    }
+    if (login.method == "NONE") {
+        log.logInfo("Not authenticating because SmtpAuthMethod is NONE");
+        log.logData("smtpAuth.method", "none");
+        noteNoLogin(connection, login, log);
+        return true;
+    }
+    AuthMechanisms offered = smtp::restrictedTo(login.method, connection.capabilities().auth);
+    if (!offered.any() && login.havePassword()) noteUnlistedMechanisms(offered, log);
+    const AuthMechanism mechanism =
+        smtp::chooseMechanism(offered, login.havePassword(), login.haveToken());
+    const std::string_view name = textsOf(mechanism).name;
+    if (name.empty()) noteNoLogin(connection, login, log);
+    if (mechanism == AuthMechanism::None) {
+        log.logData("login_method", "NONE or already authenticated");
+        return true;
+    }
+    if (!name.empty()) log.logData("login_method", name);
+    if (!name.empty() && !connection.isTls()) {
+        log.logInfo("The connection is not encrypted: others on its way can read this login.");
+    }
+    return LoginAttempt(connection, login, params, log).run(mechanism);
+}
+
+}  // namespace tv

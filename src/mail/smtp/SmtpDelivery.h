@@ -1,0 +1,51 @@
+// One send on an open session: the transactions it takes until each recipient was asked about.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "log/LogBase.h"
+#include "mail/smtp/SmtpConnImpl.h"
+#include "mail/smtp/SmtpSend.h"
+#include "mail/smtp/SmtpTransfer.h"
+#include "net/stream/SocketParams.h"
+
+namespace tv {
+
+// The first transaction gives the result. Once the server has taken the message for somebody, what
+// fails later stands in the log alone, and nothing allows the whole to be sent again.
+class SmtpDelivery {
+public:
+    // send has been measured; its result lists start anew.
+    SmtpDelivery(SmtpConnImpl& connection, SmtpSend& send, SocketParams& params, LogBase& log)
+        : connection_(connection), send_(send), params_(params), log_(log) {}
+
+    // True if the server has taken the message for at least one recipient. send.retryAllowed is set
+    // only where it cannot have the message.
+    bool deliver();
+
+private:
+    struct Groups;
+
+    bool senderFits();
+    bool sortRecipients(Groups& groups);
+    std::string_view obstacle(std::string_view address) const;
+    bool noRecipients();
+    bool nobodyAccepted() const;
+    bool deliverTo(std::vector<std::string> waiting, bool utf8);
+    void deliverToUtf8(std::vector<std::string> waiting);
+    std::vector<std::string> withoutServed(std::vector<std::string> waiting) const;
+    bool takeForm(bool utf8);
+    SmtpTransaction nextOf(std::vector<std::string>& waiting);
+    void giveUp(std::vector<std::string>& recipients);
+
+    SmtpConnImpl& connection_;
+    SmtpSend& send_;
+    SocketParams& params_;
+    LogBase& log_;
+    bool taken_ = false;      // the server has the message for somebody
+    size_t room_ = SIZE_MAX;  // recipients that are tried in one transaction
+};
+
+}  // namespace tv

@@ -1,0 +1,39 @@
+#include "mail/smtp/SmtpSessionLog.h"
+
+namespace tv {
+
+void SmtpSessionLog::clear() {
+    text_.clear();
+    endsInRefusal_ = false;
+}
+
+void SmtpSessionLog::addCommand(std::string_view shown) {
+    addLine(shown, "\r\n");
+}
+
+void SmtpSessionLog::addReplyLine(std::string_view line) {
+    addLine(line, "\r\n");
+}
+
+void SmtpSessionLog::addDataSize(uint64_t bytes) {
+    addLine("{" + std::to_string(bytes) + " bytes}", "\n");
+}
+
+void SmtpSessionLog::addRemark(std::string_view word, std::string_view reason) {
+    std::string line(word);
+    if (!reason.empty()) {
+        line += ": ";
+        line += reason;
+    }
+    addLine(line, "\r\n");
+}
+
+void SmtpSessionLog::addLine(std::string_view line, std::string_view lineEnd) {
+    endsInRefusal_ = false;
+    for (const char c : line) {
+        if (c != '\0') text_ += c;  // the host reads the transcript as a zero-terminated string
+    }
+    text_ += lineEnd;
+}
+
+}  // namespace tv

@@ -1,0 +1,123 @@
+#include "net/resolve/DnsClient.h"
+
+#include <algorithm>
+#include <array>
+
+#include "base/Random.h"
+#include "log/LogContextExitor.h"
+#include "net/stream/SocketLibrary.h"
+
+namespace tv {
+namespace {
+
+using dns::ReplyKind;
+using End = DnsExchange::End;
+
+constexpr uint64_t kLeastShareMs = 2000;
+
+uint64_t shareOf(const Deadline& deadline, size_t serversLeft) {
+    if (!deadline.isLimited()) return kLeastShareMs;
+    const uint64_t left = deadline.leftMs();
+    return std::min(left, std::max(kLeastShareMs, left / serversLeft));
+}
+
+// A question with an id that nobody can guess.
+bool makeQuery(std::string_view host, std::vector<uint8_t>& query, LogBase& log) {
+    std::array<uint8_t, 2> id;
+    if (!randomBytes(id)) {
+        log.logError("The system's random source failed.");
+        return false;
+    }
+    if (dns::encodeQuery(static_cast<uint16_t>(id[0] << 8 | id[1]), host, query)) return true;
+    log.logError("The name does not fit into a DNS request.");
+    return false;
+}
+
+const char* explain(int responseCode) {
+    switch (responseCode) {
+        case 1:
+            return "The name server could not read the question (FORMERR).";
+        case 2:
+            return "The name server failed to find an answer (SERVFAIL).";
+        case 4:
+            return "The name server does not support this kind of question (NOTIMP).";
+        case 5:
+            return "The name server refuses to answer this host (REFUSED).";
+        default:
+            return "The name server reported a failure.";
+    }
+}
+
+End askServer(DnsExchange& exchange, bool requireTls) {
+    if (requireTls) return exchange.overTls();
+    const End end = exchange.overUdp();
+    if (end != End::Replied || exchange.reply.kind != ReplyKind::Truncated) return end;
+    const LogContextExitor context(exchange.log, "fallbackToTcp");
+    return exchange.overTcp();
+}
+
+// True if the reply settles the matter; otherwise the next server may know more.
+bool isFinal(const dns::Reply& reply, LogBase& log) {
+    switch (reply.kind) {
+        case ReplyKind::Addresses:
+        case ReplyKind::NoAddress:
+            return true;
+        case ReplyKind::NoSuchName:
+            log.logInfo("The name server knows no such name (NXDOMAIN).");
+            return true;
+        case ReplyKind::Refused:
+            log.logDataLong("dnsResponseCode", reply.responseCode);
+            log.logError(explain(reply.responseCode));
+            return false;
+        default:
+            return false;
+    }
+}
+
+void explainTlsFailure(bool anyConnected, bool anyHandshakeFailed, LogBase& log) {
+    if (anyHandshakeFailed) {
+        log.logError("Failed to do TLS handshake for DNS connection on port 853");
+    } else if (!anyConnected) {
+        log.logError(
+            "Your application requires DoT (DNS over TLS), but none of the nameservers support "
+            "DoT");
+    }
+}
+
+}  // namespace
+
+bool doDnsQuery(std::string_view host, std::span<const plat::IpAddress> servers, bool requireTls,
+                const Deadline& deadline, DnsOutcome& outcome, LogBase& log, SocketParams& params) {
+    const LogContextExitor context(log, "doDnsQuery");
+    outcome = {};
+    if (!ensureSocketLibrary(log)) return false;
+    bool anyConnected = false, anyHandshakeFailed = false;
+    for (size_t i = 0; i < servers.size(); ++i) {
+        const uint64_t share = shareOf(deadline, servers.size() - i);
+        if (share == 0) {
+            log.logError("DNS timeout.");
+            outcome.timedOut = true;
+            break;
+        }
+        log.logData("nameserver", plat::toText(servers[i]));
+        std::vector<uint8_t> query;
+        if (!makeQuery(host, query, log)) return false;
+        DnsExchange exchange{query, servers[i], i + 1, Deadline(share), log, params, {}};
+        const End end = askServer(exchange, requireTls);
+        anyConnected |= exchange.connected;
+        anyHandshakeFailed |= exchange.handshakeFailed;
+        if (end == End::Aborted) return false;
+        outcome.timedOut |= end == End::TimedOut;
+        if (end != End::Replied) {
+            outcome.silent.push_back(servers[i]);
+        } else if (isFinal(exchange.reply, log)) {
+            outcome.reply = std::move(exchange.reply);
+            outcome.server = servers[i];
+            return true;
+        }
+    }
+    if (requireTls) explainTlsFailure(anyConnected, anyHandshakeFailed, log);
+    return false;
+}
+
+}  // namespace tv

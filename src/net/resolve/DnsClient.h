@@ -1,0 +1,58 @@
+// Asks name servers for the IPv4 addresses of a name: over UDP, over TCP where a reply does not
+// fit, or over TLS.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "log/LogBase.h"
+#include "net/dns/DnsMessage.h"
+#include "net/stream/Deadline.h"
+#include "net/stream/SocketParams.h"
+#include "platform/IpAddress.h"
+
+namespace tv {
+
+struct DnsOutcome {
+    dns::Reply reply;                       // of the server that answered
+    std::optional<plat::IpAddress> server;  // which one that was
+    std::vector<plat::IpAddress> silent;    // those that gave no reply
+    bool timedOut = false;
+};
+
+// Asks the servers in their order, each within max(2 s, time left / servers left), until one says
+// which addresses the name has or that there are none. False where none did.
+bool doDnsQuery(std::string_view host, std::span<const plat::IpAddress> servers, bool requireTls,
+                const Deadline& deadline, DnsOutcome& outcome, LogBase& log, SocketParams& params);
+
+// One question to one server.
+struct DnsExchange {
+    enum class End : uint8_t { Replied, NoReply, TimedOut, Aborted };
+
+    std::span<const uint8_t> query;
+    plat::IpAddress server;
+    size_t serverNumber;  // from 1, as the log counts
+    Deadline deadline;
+    LogBase& log;
+    SocketParams& params;
+    dns::Reply reply;        // Replied: an answer
+    bool connected = false;  // over a stream: the server took the connection
+    bool handshakeFailed = false;
+
+    // Sends the question up to four times from one fresh socket at a random port.
+    End overUdp();
+    End overTcp();
+    End overTls();
+
+private:
+    class DatagramSocket;
+    class Stream;
+
+    End awaitReply(DatagramSocket& socket, uint64_t waitMs, int& ignored);
+    End overStream(bool tls);
+};
+
+}  // namespace tv

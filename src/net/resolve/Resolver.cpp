@@ -1,0 +1,227 @@
+#include "net/resolve/Resolver.h"
+
+#include <algorithm>
+#include <string>
+
+#include "base/Ascii.h"
+#include "log/LogContextExitor.h"
+#include "net/resolve/DnsClient.h"
+#include "net/resolve/HostName.h"
+#include "net/resolve/NameServers.h"
+#include "net/resolve/ResolverState.h"
+#include "net/stream/SocketError.h"
+#include "net/stream/SocketLibrary.h"
+#include "platform/SysSocket.h"
+
+namespace tv {
+namespace {
+
+using plat::AddressFamily;
+using plat::NetCode;
+
+constexpr uint64_t kLeastTimeMs = 1000;
+constexpr uint64_t kMostForSystemMs = 5000;
+
+// The form under which a name is remembered: "host.tld." and "host.tld" are the same.
+std::string_view withoutDot(std::string_view name) {
+    return name.substr(0, name.size() - (name.back() == '.' ? 1 : 0));
+}
+
+bool failLookup(ConnectFailReason reason, SocketParams& params) {
+    params.connectFailReason = reason;
+    if (reason == ConnectFailReason::DnsTimeout) params.timedOut = true;
+    return false;
+}
+
+plat::NetError askSystem(const std::string& name, AddressFamily family,
+                         std::vector<plat::IpAddress>& addresses, LogBase& log) {
+    if (!ensureSocketLibrary(log)) return {NetCode::NotInitialised, 0};
+    log.logData("systemResolver", family == AddressFamily::IPv4 ? "asking for IPv4 addresses"
+                                                                : "asking for IPv6 addresses");
+    const uint64_t startMs = plat::sysClock().tickMs();
+    plat::NetError error = plat::sysNet().lookupHost(name, family, addresses);
+    if (error.is(NetCode::NotInitialised) && startupWSA(log)) {
+        error = plat::sysNet().lookupHost(name, family, addresses);
+    }
+    log.logElapsed("systemResolver", startMs);
+    return error;
+}
+
+// The name exists but has no address of that family.
+bool isJustMissing(const plat::NetError& error) {
+    return error.is(NetCode::NoData) || error.is(NetCode::HostNotFound);
+}
+
+// The last resort, unless the application wants others kept out of it.
+bool askSystemInstead(const std::string& name, const Deadline& deadline,
+                      std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
+    const ResolverState& state = resolverState();
+    log.logDataLong("num_app_defined_ns", static_cast<int64_t>(state.ownNameServers.size()));
+    if (!state.ownNameServers.empty()) return false;
+    if (state.requireTls) {
+        log.logInfo("The system's resolver is not asked: it may not use TLS.");
+        return false;
+    }
+    return getAddressInfo(name, false, deadline, addresses, log, params);
+}
+
+// Whom to ask; empty where only the system's resolver may be.
+std::vector<plat::IpAddress> serversFor(const std::string& name, LogBase& log) {
+    ResolverState& state = resolverState();
+    std::vector<plat::IpAddress> servers = state.ownNameServers;
+    if (servers.empty()) {
+        NameServers system = systemNameServers(log);
+        servers = std::move(system.addresses);
+        if (servers.empty() && system.hasOthers) {
+            log.logError("No DNS nameservers have been defined.");
+        } else if (servers.empty() && system.isInside(name)) {
+            log.logInfo("Names of the local network are left to the system's resolver.");
+        } else if (servers.empty()) {
+            servers = publicNameServers();
+            log.logInfo("The system lists no nameservers: using 8.8.8.8 and 1.1.1.1.");
+        }
+    }
+    if (servers.size() > NameServers::kMost) servers.resize(NameServers::kMost);
+    state.order(servers, plat::sysClock().tickMs());
+    return servers;
+}
+
+// Silent servers must not use up the time of the system's resolver, which may reach others.
+Deadline withoutLastResort(const Deadline& deadline, const ResolverState& state) {
+    const uint64_t left = deadline.leftMs();
+    const uint64_t kept = std::min(left / 4, kMostForSystemMs);
+    const bool isAlone = state.requireTls || !state.ownNameServers.empty();
+    if (isAlone || !deadline.isLimited() || kept < kLeastTimeMs) return deadline;
+    return Deadline(left - kept);
+}
+
+// Asks name servers and remembers what they said, and which of them did not.
+bool queryServers(const std::string& name, const std::vector<plat::IpAddress>& servers,
+                  const Deadline& deadline, DnsOutcome& outcome, LogBase& log,
+                  SocketParams& params) {
+    ResolverState& state = resolverState();
+    const bool answered = doDnsQuery(name, servers, state.requireTls,
+                                     withoutLastResort(deadline, state), outcome, log, params);
+    const uint64_t nowMs = plat::sysClock().tickMs();
+    for (const plat::IpAddress& server : outcome.silent) {
+        state.noteServer(server, false, nowMs);
+    }
+    if (outcome.server) state.noteServer(*outcome.server, true, nowMs);
+    return answered;
+}
+
+bool resolveByQuery(const std::string& name, const Deadline& deadline,
+                    std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
+    const std::vector<plat::IpAddress> servers = serversFor(name, log);
+    DnsOutcome outcome;
+    const bool answered =
+        !servers.empty() && queryServers(name, servers, deadline, outcome, log, params);
+    if (params.aborted) return failLookup(ConnectFailReason::Aborted, params);
+    if (answered && outcome.reply.kind == dns::ReplyKind::Addresses) {
+        resolverState().keep(withoutDot(name), outcome.reply, plat::sysClock().tickMs());
+        addresses = outcome.reply.addresses;
+        return true;
+    }
+    const bool nothingUsable = answered && outcome.reply.kind == dns::ReplyKind::NoAddress;
+    if (nothingUsable) log.logInfo("retry");
+    if (askSystemInstead(name, deadline, addresses, log, params)) return true;
+    if (params.aborted) return failLookup(ConnectFailReason::Aborted, params);
+    log.logError(nothingUsable ? "No valid DNS answer.." : "DNS resolution failed.");
+    // The system's resolver has named its reason.
+    const bool timedOut = (!answered && outcome.timedOut) ||
+                          params.connectFailReason == ConnectFailReason::DnsTimeout;
+    return failLookup(timedOut ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed,
+                      params);
+}
+
+bool tvDnsResolveDomainIPv4_n(std::string_view domain, const Deadline& deadline,
+                              std::vector<plat::IpAddress>& addresses, LogBase& log,
+                              SocketParams& params) {
+    std::string name;
+    if (!normalizeDomain(domain, name)) {
+        log.logError("Invalid domain for resolving domain to IP address.");
+        return failLookup(ConnectFailReason::DnsFailed, params);
+    }
+    ResolverState& state = resolverState();
+    if (!state.isUsable()) {
+        log.logError("DNS cache is either finalized or invalid.");
+        return failLookup(ConnectFailReason::DnsFailed, params);
+    }
+    if (state.findInHosts(withoutDot(name), addresses)) {
+        log.logData("ip_from_hosts_file", plat::toText(addresses.front()));
+        return true;
+    }
+    if (name.find('.') == std::string::npos) {
+        if (!getAddressInfo(name, false, deadline, addresses, log, params)) return false;
+        log.logData("sbIp_gethostbyname", plat::toText(addresses.front()));
+        return true;
+    }
+    if (state.findInCache(withoutDot(name), plat::sysClock().tickMs(), addresses)) {
+        log.logData("ip_from_dns_cache", plat::toText(addresses.front()));
+        return true;
+    }
+    return resolveByQuery(name, deadline, addresses, log, params);
+}
+
+}  // namespace
+
+bool dnsLookup(std::string_view domain, const Deadline& deadline,
+               std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
+    const LogContextExitor context(log, "dnsLookup");
+    addresses.clear();
+    params.connectFailReason = ConnectFailReason::None;
+    const std::string_view name = trimmed(domain);
+    log.logData("domain", name);
+    if (name.empty()) {
+        log.logError("DNS lookup failed; domain name is empty");
+        return failLookup(ConnectFailReason::DnsFailed, params);
+    }
+    const auto numeric =
+        plat::parseIp(equalsIgnoreCase(name, "localhost") ? std::string_view("127.0.0.1") : name);
+    if (numeric) {
+        log.logInfo("IP address passed to DNS lookup");
+        addresses.push_back(*numeric);
+        return true;
+    }
+    if (tvDnsResolveDomainIPv4_n(name, deadline, addresses, log, params)) return true;
+    log.logError("DNS lookup failed");
+    log.logData("domain", name);
+    return false;
+}
+
+bool getAddressInfo(std::string_view hostOrIpAddr, bool preferIpv6, const Deadline& deadline,
+                    std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
+    const LogContextExitor context(log, "getAddressInfo");
+    log.logData("hostOrIpAddr", hostOrIpAddr);
+    if (preferIpv6) {
+        log.logInfo("The application prefers IPv6 over IPv4. Looking for IPv6 addresses first...");
+    }
+    const std::string name(hostOrIpAddr);
+    plat::NetError error;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const bool wantsIpv6 = preferIpv6 == (attempt == 0);
+        if (attempt == 1 && !preferIpv6) {
+            log.logInfo("No IPv4 address found, checking for IPv6...");
+        }
+        if (params.checkAbort()) return failLookup(ConnectFailReason::Aborted, params);
+        if (deadline.leftMs() < kLeastTimeMs) {
+            log.logError(
+                "Less than a second is left of the time to connect: the system's resolver is not "
+                "asked.");
+            return failLookup(ConnectFailReason::DnsTimeout, params);
+        }
+        error =
+            askSystem(name, wantsIpv6 ? AddressFamily::IPv6 : AddressFamily::IPv4, addresses, log);
+        if (error.ok()) return true;
+        if (!isJustMissing(error)) break;
+    }
+    addresses.clear();
+    if (isJustMissing(error)) log.logError("No IPv4 or IPv6 addresses found.");
+    log.logError("getAddressInfo failed.");
+    logSocketError(error, log);
+    return failLookup(
+        deadline.hasPassed() ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed,
+        params);
+}
+
+}  // namespace tv

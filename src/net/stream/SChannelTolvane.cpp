@@ -1,0 +1,387 @@
+// Moving bytes between the engine and the socket: in the handshake, which ends with the verdict on
+// the server's certificate, for the text, and at the good-bye.
+#include "net/stream/SChannelTolvane.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "base/Ascii.h"
+#include "base/Random.h"
+#include "base/ShuffleRandom.h"
+#include "log/LogContextExitor.h"
+#include "log/LogNull.h"
+#include "net/stream/TrustStore.h"
+#include "net/stream/WholeLimit.h"
+#include "net/tls/KeyUsage.h"
+#include "net/x509/X509Cert.h"
+#include "net/x509/X509Chain.h"
+#include "net/x509/X509Name.h"
+#include "platform/SysClock.h"
+
+namespace tv {
+namespace {
+
+constexpr size_t kSegment = 16384 + 512;
+constexpr size_t kSendBatch = 4 * tls::kMaxPlaintext;
+constexpr size_t kMaxKeptInput = 65536;  // beyond it, what arrives during a send stays unread
+constexpr uint64_t kMaxHandshakeMs = 300000;
+constexpr uint32_t kMaxGoodbyeMs = 1000;
+constexpr uint32_t kMaxVerifyMs = 60000;
+constexpr uint64_t kFileTimeOf1970 = 116444736000000000;
+
+uint64_t wallClockMs() {
+    return (plat::sysClock().fileTimeUtc() - kFileTimeOf1970) / 10000;
+}
+
+std::string withRoad(std::string_view text, int road) {
+    return std::string(text) + " (" + std::to_string(road) + ")";
+}
+
+tls::SessionScope scopeOf(std::string_view host, int port, const tls::TlsSettings& wanted,
+                          const TrustAnchors* anchors) {
+    tls::SessionScope scope;
+    scope.host = asciiLower(host);
+    scope.port = port;
+    scope.serverName = host;
+    scope.versions = wanted.versions;
+    scope.options = wanted.options;
+    scope.requireVerify = anchors != nullptr;
+    if (anchors) scope.anchors = anchors->identity();
+    return scope;
+}
+
+// How long sessions may spare the verification of a chain that was verified now: no longer than its
+// certificate lasts, and a week at most, however often the server renews its tickets.
+uint64_t endOfTrustMs(const x509::Certificate& leaf, uint64_t nowMs) {
+    constexpr uint64_t kWeekMs = uint64_t{7} * 24 * 3600 * 1000;
+    if (leaf.notAfter < 0) return 0;
+    const uint64_t expiresMs = (static_cast<uint64_t>(leaf.notAfter) + 1) * 1000;
+    return std::min(expiresMs, nowMs + kWeekMs);
+}
+
+x509::ChainVerdict judgeKeyUsage(const x509::Certificate& leaf, const tls::CipherSuite& suite) {
+    std::string lacking = tls::lackingKeyUsage(leaf, suite);
+    if (lacking.empty()) return {};
+    return {x509::ChainRule::NotForServers, x509::nameText(leaf.subject),
+            x509::nameText(leaf.issuer), std::move(lacking)};
+}
+
+// RFC 8446, 6.2.
+tls::Alert alertOf(x509::ChainRule rule) {
+    using x509::ChainRule;
+    static constexpr std::pair<ChainRule, tls::Alert> kAlerts[] = {
+        {ChainRule::Unreadable, tls::Alert::BadCertificate},
+        {ChainRule::NotYetValid, tls::Alert::CertificateExpired},  // "or is not currently valid"
+        {ChainRule::Expired, tls::Alert::CertificateExpired},
+        {ChainRule::HostMismatch, tls::Alert::BadCertificate},
+        {ChainRule::NotForServers, tls::Alert::UnsupportedCertificate},
+        {ChainRule::UnknownCritical, tls::Alert::UnsupportedCertificate},
+        {ChainRule::WeakSignature, tls::Alert::BadCertificate},
+        {ChainRule::WeakKey, tls::Alert::BadCertificate},
+        {ChainRule::NameConstraint, tls::Alert::BadCertificate},
+        {ChainRule::BadConstraints, tls::Alert::BadCertificate},
+        {ChainRule::BadSignature, tls::Alert::BadCertificate},
+        {ChainRule::NotAnAuthority, tls::Alert::UnknownCa},
+        {ChainRule::MayNotSign, tls::Alert::UnknownCa},
+        {ChainRule::PathTooLong, tls::Alert::UnknownCa},
+        {ChainRule::UnknownIssuer, tls::Alert::UnknownCa},
+    };
+    for (const auto& [known, alert] : kAlerts) {
+        if (known == rule) return alert;
+    }
+    return tls::Alert::CertificateUnknown;
+}
+
+// The server says that it can do more than the repetition without TLS 1.3 offers.
+bool refusesFallback(const tls::TlsProtocol& engine) {
+    return engine.failure() == tls::TlsFailure::Downgrade ||
+           (engine.failure() == tls::TlsFailure::PeerAlert &&
+            engine.peerAlert() == tls::Alert::InappropriateFallback);
+}
+
+// A sentence without its full stop.
+std::string clause(std::string_view sentence) {
+    return std::string(sentence.substr(0, sentence.find_last_not_of('.') + 1));
+}
+
+// What went wrong in the handshake, for a sentence of the host's.
+std::string failureClause(const tls::TlsProtocol& engine, bool isFallback,
+                          const SocketParams& params) {
+    if (isFallback && refusesFallback(engine)) {
+        return "The server speaks TLS 1.3, but the connection broke off when TLS 1.3 was offered; "
+               "a firewall, a proxy or an attacker on the way may have cut it. Let TLS 1.3 pass to "
+               "the server, or set TlsProtocol to \"TLS 1.2 or lower\" where the network is "
+               "trusted";
+    }
+    if (engine.failure() == tls::TlsFailure::PeerAlert && engine.peerAlert()) {
+        return "The server ended the TLS handshake with the alert \"" +
+               std::string(tls::alertName(*engine.peerAlert())) + "\"";
+    }
+    if (engine.failure() != tls::TlsFailure::None) return clause(tls::textOf(engine.failure()));
+    if (!params.timedOut) return "The connection was lost in the TLS handshake";
+    if (params.overranMs == 0) return "Timeout in the TLS handshake";
+    return "The TLS handshake took more than " + durationText(params.overranMs);
+}
+
+}  // namespace
+
+class SChannelTolvane::Environment final : public tls::TlsEnvironment {
+public:
+    bool random(std::span<uint8_t> out) override { return randomBytes(out); }
+    uint32_t draw(uint32_t below) override { return orderRandom().next() % below; }
+    uint64_t wallClockMs() override { return tv::wallClockMs(); }
+};
+
+SChannelTolvane::SChannelTolvane(TolvaneSocket& socket)
+    : socket_(socket), environment_(std::make_unique<Environment>()) {}
+
+SChannelTolvane::~SChannelTolvane() = default;
+
+bool SChannelTolvane::isOpen() const {
+    return engine_ && engine_->isEstablished() && !engine_->closeNotifyReceived() && !readFailed_;
+}
+
+bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChannelSettings& settings,
+                                int road, uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    const LogContextExitor context(log, "SslHandshake");
+    log.logInfo("Starting");
+    tls::TlsSettings wanted;
+    wanted.versions = tls::versionRange(settings.tlsProtocol);
+    wanted.options = tls::tlsOptions(log);
+    std::optional<TrustAnchors> anchors;
+    if (settings.requireSslCertVerify) anchors.emplace(settings.trustAnchorsFile);
+    scope_ = scopeOf(host, port, wanted, anchors ? &*anchors : nullptr);
+    wanted.options.disableTls13 |= settings.withoutTls13;
+    wanted.fallback = settings.withoutTls13 && settings.requireSslCertVerify;
+    wanted.verifiesServer = settings.requireSslCertVerify;
+    wanted.serverName = host;
+    wanted.moreCurves = settings.moreCurves;
+    sessions_ = settings.sessions;
+    if (sessions_) {
+        // Used once, whatever comes of it.
+        std::optional<tls::TlsSession> kept = std::exchange(sessions_->session, std::nullopt);
+        if (kept && kept->scope == scope_) wanted.session = std::move(kept);
+    }
+    isFallback_ = wanted.fallback;
+    const uint64_t keptUntilMs = wanted.session ? wanted.session->verifiedUntilMs : 0;
+    engine_ = std::make_unique<tls::TlsProtocol>(std::move(wanted), *environment_);
+    readFailed_ = false;
+
+    if (!engine_->start(log) || !exchange(maxIdleMs, log, params)) {
+        return handshakeFailed(road, log, params);
+    }
+    verifiedUntilMs_ = engine_->negotiated().resumed ? keptUntilMs : 0;
+    if (!checkServerCert(host, anchors ? &*anchors : nullptr, maxIdleMs, log, params)) {
+        log.logError(withRoad("Server certificate verification failed.", road));
+        return false;
+    }
+    keepSession();
+    log.logInfo("Finished");
+    log.logInfo("SSL/TLS Channel Established.");
+    return true;
+}
+
+// Moves bytes both ways until the handshake is over.
+bool SChannelTolvane::exchange(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    const WholeLimit limit(params, kMaxHandshakeMs, maxIdleMs);
+    while (!engine_->isEstablished()) {
+        if (!flush(maxIdleMs, log, params) || !readMore(maxIdleMs, log, params)) return false;
+    }
+    return flush(maxIdleMs, log, params);
+}
+
+bool SChannelTolvane::handshakeFailed(int road, LogBase& log, SocketParams& params) {
+    if (params.aborted) {
+        params.connectFailReason = ConnectFailReason::Aborted;
+    } else if (engine_->failure() == tls::TlsFailure::CertificateMissing) {
+        params.connectFailReason = ConnectFailReason::NoServerCertificate;
+    } else {
+        params.connectFailReason = !readFailed_ || engine_->serverAnswered()
+                                       ? ConnectFailReason::InternalError
+                                   : params.timedOut ? ConnectFailReason::TlsServerHelloUnreadable
+                                                     : ConnectFailReason::TlsNoServerHello;
+        params.cause = failureClause(*engine_, isFallback_, params);
+    }
+    log.logError(withRoad("Client handshake failed.", road));
+    return false;
+}
+
+bool SChannelTolvane::flush(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    DataBuffer& output = engine_->output();
+    size_t sent = 0;
+    const bool success =
+        output.empty() || socket_.sendBytes(output.bytes(), sent, maxIdleMs, log, params);
+    output.clear();
+    return success;
+}
+
+// One segment from the socket into the engine. An alert that the engine answers with goes out.
+bool SChannelTolvane::readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    std::array<uint8_t, kSegment> segment;
+    size_t size = 0;
+    if (!socket_.receiveBytes(segment, size, maxIdleMs, log, params)) {
+        readFailed_ = true;
+        return false;
+    }
+    const bool success = engine_->receive({segment.data(), size}, log);
+    return flush(maxIdleMs, log, params) && success;
+}
+
+bool SChannelTolvane::checkServerCert(std::string_view host, const TrustAnchors* anchors,
+                                      uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    const LogContextExitor context(log, "checkServerCert");
+    const auto& chain = engine_->negotiated().chain;  // empty for a resumed session
+    x509::Certificate leaf;
+    const bool readable = !chain.empty() && x509::parseCertificate(chain.front(), leaf);
+    const x509::ChainVerdict usage =
+        readable ? judgeKeyUsage(leaf, *engine_->negotiated().suite) : x509::ChainVerdict();
+    if (!anchors) {
+        log.logInfo("Not verifying server certificate...");
+        log.logInfo("Set the RequireSslCertVerify property to enable verification.");
+        if (!usage.trusted()) tls::warnOfKeyUsage(usage.detail, log);
+        return true;
+    }
+    if (engine_->negotiated().resumed) {
+        log.logInfo("Not verifying server certificate because this TLS session is a resumption.");
+        return true;
+    }
+    if (chain.empty()) {
+        log.logError("No server certificate is available.");
+        params.connectFailReason = ConnectFailReason::NoServerCertificate;
+        return false;
+    }
+    log.logInfo("Verifying server certificate...");
+    const uint64_t nowMs = wallClockMs();
+    const Deadline deadline(maxIdleMs == 0 ? kMaxVerifyMs : maxIdleMs);
+    x509::WorkBudget budget([&] { return params.checkAbort() ? 0 : deadline.leftMs(); });
+    x509::ChainVerdict verdict =
+        anchors->verify(chain, host, static_cast<int64_t>(nowMs / 1000), budget, log);
+    if (verdict.trusted()) verdict = usage;
+    if (verdict.trusted()) {
+        verifiedUntilMs_ = endOfTrustMs(leaf, nowMs);
+        log.logInfo("Server certificate is verified.");
+        log.logInfo("Whether it has been revoked is not checked.");
+        return true;
+    }
+    return refuseCertificate(verdict, log, params);
+}
+
+// Tells the log and the server. Whoever looks after the server is to find the reason there, so the
+// alert must not get lost: closing with unread bytes would overtake it.
+bool SChannelTolvane::refuseCertificate(const x509::ChainVerdict& verdict, LogBase& log,
+                                        SocketParams& params) {
+    log.logError("SSL server certificate verification failed.");
+    log.logError(x509::ruleText(verdict.broken));
+    log.logData("certificate", verdict.subject);
+    log.logData("issuedBy", verdict.issuer);
+    if (!verdict.detail.empty()) log.logData("detail", verdict.detail);
+    params.connectFailReason =
+        params.aborted ? ConnectFailReason::Aborted : ConnectFailReason::CertificateInvalid;
+    params.cause = clause(x509::ruleText(verdict.broken));
+    engine_->refuseCertificate(alertOf(verdict.broken));
+    LogNull quiet;
+    SocketParams own;
+    own.monitor = params.monitor;
+    if (flush(kMaxGoodbyeMs, quiet, own)) {
+        socket_.terminateConnection(CloseForm::Graceful, kMaxGoodbyeMs, quiet, own);
+    }
+    return false;
+}
+
+void SChannelTolvane::keepSession() {
+    std::optional<tls::TlsSession> fresh = engine_->takeSession();
+    if (!fresh || !sessions_) return;
+    fresh->scope = scope_;
+    fresh->verifiedUntilMs = verifiedUntilMs_;
+    sessions_->session = std::move(fresh);
+}
+
+bool SChannelTolvane::takeArrived(LogBase& log, SocketParams& params) {
+    std::array<uint8_t, kSegment> segment;
+    size_t size = 0;
+    if (!socket_.receiveReady(segment, size)) return socket_.isConnected();
+    const bool success = engine_->receive({segment.data(), size}, log);
+    keepSession();
+    const WholeLimit limit(params, kMaxGoodbyeMs);
+    return flush(kMaxGoodbyeMs, log, params) && success;
+}
+
+bool SChannelTolvane::sendApplicationData(std::span<const uint8_t> bytes, size_t& sent,
+                                          uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    sent = 0;
+    while (!bytes.empty()) {
+        // A look at what the server has to say in the meantime: an alert ends a long send.
+        if (engine_->input().size() < kMaxKeptInput && !takeArrived(log, params)) {
+            log.logError("Failed to receive TLS application data while sending.");
+            return false;
+        }
+        if (engine_->closeNotifyReceived()) {
+            log.logError("Aborting the TLS send because the peer sent the TLS close-notify alert.");
+            return false;
+        }
+        while (engine_->isHandshaking()) {
+            if (!readMore(maxIdleMs, log, params)) return false;
+        }
+        if (params.checkAbort()) {
+            log.logError("Aborting the TLS send..");
+            return false;
+        }
+        const std::span<const uint8_t> batch = bytes.first(std::min(bytes.size(), kSendBatch));
+        if (!engine_->sendApplicationData(batch, log) || !flush(maxIdleMs, log, params)) {
+            return false;
+        }
+        sent += batch.size();
+        bytes = bytes.subspan(batch.size());
+    }
+    return true;
+}
+
+bool SChannelTolvane::receiveReady(SecureBuffer& out, LogBase& log, SocketParams& params) {
+    if (!engine_) return false;
+    if (!takeArrived(log, params)) readFailed_ = true;
+    SecureBuffer& input = engine_->input();
+    const bool any = !input.empty();
+    out.append(input.bytes());
+    input.clear();
+    return any;
+}
+
+bool SChannelTolvane::receiveApplicationData(SecureBuffer& out, uint32_t maxIdleMs, LogBase& log,
+                                             SocketParams& params) {
+    SecureBuffer& input = engine_->input();
+    // Records may arrive that carry no text; the engine bounds how many.
+    while (input.empty()) {
+        if (engine_->closeNotifyReceived()) {
+            log.logError("Already received close-notify.");
+            return false;
+        }
+        // Text that came before what fails counts; the failure shows at the next read.
+        if (!readMore(maxIdleMs, log, params) && input.empty()) return false;
+        keepSession();
+    }
+    out.append(input.bytes());
+    input.clear();
+    return true;
+}
+
+void SChannelTolvane::closeNotify(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    if (!engine_ || !engine_->isEstablished() || readFailed_ || params.aborted) return;
+    engine_->sendCloseNotify();
+    const uint32_t limit = maxIdleMs == 0 ? kMaxGoodbyeMs : std::min(maxIdleMs, kMaxGoodbyeMs);
+    LogNull quiet;  // whatever fails from here on is of no interest
+    SocketParams own;
+    own.monitor = params.monitor;
+    const WholeLimit whole(own, limit);
+    bool reading = flush(limit, quiet, own);
+    while (reading && !engine_->closeNotifyReceived()) {
+        reading = readMore(limit, quiet, own);
+        engine_->input().clear();
+    }
+    keepSession();
+    if (!engine_->closeNotifyReceived()) {
+        log.logInfo("Did not read TLS close-notify (this is not an error)");
+    }
+}
+
+}  // namespace tv

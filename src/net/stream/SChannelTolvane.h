@@ -1,0 +1,93 @@
+// A TLS channel over one TCP socket: the only code that moves bytes between the TLS engine and a
+// socket.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "base/SecureBuffer.h"
+#include "log/LogBase.h"
+#include "net/stream/SocketParams.h"
+#include "net/stream/TolvaneSocket.h"
+#include "net/tls/TlsProtocol.h"
+#include "net/x509/X509Chain.h"
+
+namespace tv {
+
+class TrustAnchors;
+
+// Keeps the newest session of a connection object for its next connect, which may be made by
+// another socket object.
+struct TlsSessionSlot {
+    std::optional<tls::TlsSession> session;
+};
+
+struct TlsChannelSettings {
+    std::string tlsProtocol;  // a version policy; empty: TLS 1.0 to 1.3
+    bool requireSslCertVerify = false;
+    // The retry after a server that did not answer. Where the certificate is verified, it carries
+    // the mark of a fallback: who cuts the first try must not get a lower version.
+    bool withoutTls13 = false;
+    bool moreCurves = false;       // also offers brainpoolP384r1 and brainpoolP512r1; for tests
+    std::string trustAnchorsFile;  // PEM; empty: the system's anchors
+    std::shared_ptr<TlsSessionSlot> sessions;  // may be null
+};
+
+class SChannelTolvane {
+public:
+    // The socket outlives the channel.
+    explicit SChannelTolvane(TolvaneSocket& socket);
+    ~SChannelTolvane();
+    SChannelTolvane(const SChannelTolvane&) = delete;
+    SChannelTolvane& operator=(const SChannelTolvane&) = delete;
+
+    // Runs the handshake over the connected socket and, if asked for, verifies the server's
+    // certificate. road ends the texts of a failure: 3 for implicit TLS, 1 for a conversion. On
+    // failure params.connectFailReason is set; the socket is left to be closed.
+    bool handshake(std::string_view host, int port, const TlsChannelSettings& settings, int road,
+                   uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+
+    bool sendApplicationData(std::span<const uint8_t> bytes, size_t& sent, uint32_t maxIdleMs,
+                             LogBase& log, SocketParams& params);
+    // Appends at least one byte of plain text to out.
+    bool receiveApplicationData(SecureBuffer& out, uint32_t maxIdleMs, LogBase& log,
+                                SocketParams& params);
+    // What has arrived so far, without waiting: false where there is none.
+    bool receiveReady(SecureBuffer& out, LogBase& log, SocketParams& params);
+
+    // Says good-bye and waits a bounded time for the peer to do so.
+    void closeNotify(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+
+    // False once the peer has said good-bye or the channel has failed.
+    bool isOpen() const;
+    const tls::TlsProtocol* engine() const { return engine_.get(); }
+
+private:
+    class Environment;
+
+    bool exchange(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    bool flush(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    bool readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    bool takeArrived(LogBase& log, SocketParams& params);
+    // anchors: null where the certificate is not to be verified.
+    bool checkServerCert(std::string_view host, const TrustAnchors* anchors, uint32_t maxIdleMs,
+                         LogBase& log, SocketParams& params);
+    bool refuseCertificate(const x509::ChainVerdict& verdict, LogBase& log, SocketParams& params);
+    bool handshakeFailed(int road, LogBase& log, SocketParams& params);
+    void keepSession();
+
+    TolvaneSocket& socket_;
+    std::unique_ptr<Environment> environment_;
+    std::unique_ptr<tls::TlsProtocol> engine_;
+    std::shared_ptr<TlsSessionSlot> sessions_;
+    tls::SessionScope scope_;
+    bool isFallback_ = false;
+    uint64_t verifiedUntilMs_ = 0;  // as in TlsSession
+    bool readFailed_ = false;
+};
+
+}  // namespace tv

@@ -1,0 +1,253 @@
+#include "net/stream/TolvaneSocket.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "log/LogContextExitor.h"
+#include "log/LogNull.h"
+#include "net/stream/SocketError.h"
+#include "net/stream/SocketLibrary.h"
+
+namespace tv {
+namespace {
+
+constexpr uint32_t kDefaultSendBufSize = 262144;
+constexpr uint32_t kDefaultRecvBufSize = 4194304;
+constexpr uint32_t kBufSizeUnit = 4096;
+constexpr uint32_t kMaxBufSize = 0x800000;
+constexpr uint32_t kKeepAliveIdleMs = 119000;
+constexpr uint32_t kKeepAliveIntervalMs = 29000;
+
+std::atomic<uint32_t> socketsMade{0};
+
+// The size to be set for a request; what it was where the request is too small.
+uint32_t bufferSize(uint32_t requested, uint32_t before) {
+    if (requested < kBufSizeUnit) return before;
+    return std::min(requested, kMaxBufSize) / kBufSizeUnit * kBufSizeUnit;
+}
+
+}  // namespace
+
+TolvaneSocket::TolvaneSocket()
+    : sendBufSize_(kDefaultSendBufSize),
+      recvBufSize_(kDefaultRecvBufSize),
+      serialNumber_(++socketsMade) {}
+
+TolvaneSocket::~TolvaneSocket() {
+    alive_ = 0;
+    LogNull log;
+    closeHandle(log);
+}
+
+bool TolvaneSocket::createSocket_ipv4(LogBase& log) {
+    const LogContextExitor context(log, "createSocket_ipv4");
+    return createSocket(plat::AddressFamily::IPv4, log);
+}
+
+bool TolvaneSocket::createSocket_ipv6(LogBase& log) {
+    const LogContextExitor context(log, "createSocket_ipv6");
+    return createSocket(plat::AddressFamily::IPv6, log);
+}
+
+bool TolvaneSocket::createSocket(plat::AddressFamily family, LogBase& log) {
+    const bool isIpv6 = family == plat::AddressFamily::IPv6;
+    if (closing_) {
+        log.logError("Another thread is closing this socket.");
+        return false;
+    }
+    closeHandle(log);
+    family_ = family;
+    plat::NetError error = openSocket(family, log);
+    if (error.is(plat::NetCode::NotInitialised)) {
+        if (!startupWSA(log)) {
+            log.logError(isIpv6 ? "startupWSA failed (D)" : "startupWSA failed (B)");
+            return false;
+        }
+        error = openSocket(family, log);
+    }
+    if (!error.ok()) {
+        logSocketError(error, log);
+        log.logError(isIpv6 ? "Failed to create TCP socket (AF_INET6 / SOCK_STREAM)"
+                            : "Failed to create TCP socket (AF_INET / SOCK_STREAM)");
+        return false;
+    }
+    if (isIpv6) {
+        log.logInfo("Enabling dual-stack support...");
+        if (!plat::sysNet().setOption(handle_, plat::SocketOption::V6Only, 0).ok()) {
+            log.logInfo("Failed to set the socket option for IPv6/IPv4 dual-stack support.");
+        }
+    }
+    if (!systemBufSizes_) applyBufferSizes(log);
+    keepAlive(log);
+    return doClientBind(log);
+}
+
+plat::NetError TolvaneSocket::openSocket(plat::AddressFamily family, LogBase& log) {
+    plat::SocketHandle opened = plat::kNoSocket;
+    plat::NetError error = plat::sysNet().openTcp(family, false, opened);
+    if (error.is(plat::NetCode::Invalid)) {
+        log.logInfo("Retry with IPPROTO_TCP explicitly specified...");
+        error = plat::sysNet().openTcp(family, true, opened);
+    }
+    if (error.ok()) handle_ = opened;
+    return error;
+}
+
+void TolvaneSocket::applyBufferSizes(LogBase& log) {
+    applySize(plat::SocketOption::SendBuffer, sendBufSize_, log);
+    applySize(plat::SocketOption::ReceiveBuffer, recvBufSize_, log);
+}
+
+void TolvaneSocket::applySize(plat::SocketOption option, uint32_t bytes, LogBase& log) {
+    const bool isSend = option == plat::SocketOption::SendBuffer;
+    log.logInfo(isSend ? "Setting SO_SNDBUF size" : "Setting SO_RCVBUF size");
+    log.logDataLong(isSend ? "sendBufSize" : "recvBufSize", bytes);
+    const plat::NetError error = plat::sysNet().setOption(handle_, option, bytes);
+    if (!error.ok()) logSocketError(error, log);
+}
+
+// Failures do no harm: the connection works without.
+void TolvaneSocket::keepAlive(LogBase& log) {
+    plat::NetError error = plat::sysNet().setOption(handle_, plat::SocketOption::KeepAlive, 1);
+    if (error.ok()) {
+        error = plat::sysNet().setKeepAliveTimes(handle_, kKeepAliveIdleMs, kKeepAliveIntervalMs);
+    }
+    if (!error.ok()) logSocketError(error, log);
+}
+
+bool TolvaneSocket::doClientBind(LogBase& log) {
+    if (bindIpAddress_.empty() && bindPort_ == 0) return true;
+    const bool isIpv6 = family_ == plat::AddressFamily::IPv6;
+    log.logData(isIpv6 ? "bindIpAddr2" : "bindIpAddr1", bindIpAddress_);
+    log.logDataLong("bindPort", bindPort_);
+    plat::Endpoint local;
+    local.address.family = family_;
+    local.port = bindPort_;
+    if (!bindIpAddress_.empty()) {
+        const auto address = plat::parseIp(bindIpAddress_);
+        if (!address || address->family != family_) {
+            log.logError("Failed to bind to local IP address");
+            closeHandle(log);
+            return false;
+        }
+        local.address = *address;
+    }
+    const plat::NetError error = plat::sysNet().bind(handle_, local);
+    if (error.ok()) return true;
+    logSocketError(error, log);
+    log.logError("Failed to bind to local IP address");
+    closeHandle(log);
+    return false;
+}
+
+void TolvaneSocket::setClientBind(std::string_view ipAddress, uint16_t port) {
+    bindIpAddress_ = ipAddress;
+    bindPort_ = port;
+}
+
+void TolvaneSocket::setSendBufSize(uint32_t bytes, LogBase& log) {
+    sendBufSize_ = bufferSize(bytes, sendBufSize_);
+    if (handle_ != plat::kNoSocket && bytes >= kBufSizeUnit) {
+        applySize(plat::SocketOption::SendBuffer, sendBufSize_, log);
+    }
+}
+
+void TolvaneSocket::setRecvBufSize(uint32_t bytes, LogBase& log) {
+    recvBufSize_ = bufferSize(bytes, recvBufSize_);
+    if (handle_ != plat::kNoSocket && bytes >= kBufSizeUnit) {
+        applySize(plat::SocketOption::ReceiveBuffer, recvBufSize_, log);
+    }
+}
+
+bool TolvaneSocket::setTcpNoDelay(bool on, LogBase& log) {
+    if (handle_ == plat::kNoSocket) return false;
+    log.logInfo(on ? "Turning on TCP_NODELAY." : "Turning off TCP_NODELAY.");
+    const plat::NetError error =
+        plat::sysNet().setOption(handle_, plat::SocketOption::TcpNoDelay, on ? 1 : 0);
+    if (!error.ok()) logSocketError(error, log);
+    return error.ok();
+}
+
+void TolvaneSocket::takeOver(TolvaneSocket& other, LogBase& log) {
+    if (&other == this) return;
+    closeHandle(log);
+    handle_ = other.handle_.exchange(plat::kNoSocket);
+    isConnected_ = other.isConnected_.exchange(false);
+    sentFin_ = std::exchange(other.sentFin_, false);
+    family_ = other.family_;
+    remoteIp_ = std::exchange(other.remoteIp_, {});
+    if (handle_ != plat::kNoSocket && !systemBufSizes_) applyBufferSizes(log);
+}
+
+bool TolvaneSocket::sendFinOnly(LogBase& log) {
+    if (handle_ == plat::kNoSocket) return false;
+    if (sentFin_) {
+        log.logInfo("Already sent FIN.");
+        return true;
+    }
+    const plat::NetError error = plat::sysNet().shutdownSend(handle_);
+    if (!error.ok()) {
+        logSocketError(error, log);
+        log.logError("error on socket shutdown(SD_SEND).");
+        return false;
+    }
+    sentFin_ = true;
+    return true;
+}
+
+void TolvaneSocket::terminateConnection(CloseForm form, uint32_t maxWaitMs, LogBase& log,
+                                        SocketParams& params) {
+    if (handle_ == plat::kNoSocket) return;
+    const LogContextExitor context(log, "terminateConnection");
+    closing_ = true;
+    if (users_ > 0) return;  // the operation under way closes it
+    if (form == CloseForm::Abortive) {
+        log.logInfo("AbortiveClose");
+        plat::sysNet().setZeroLinger(handle_);
+    } else if (isConnected_ && !sentFin_ && !plat::sysNet().shutdownSend(handle_).ok()) {
+        // Expected where the peer has reset the connection.
+        log.logInfo("error on socket shutdown.");
+    } else if (form == CloseForm::Graceful && isConnected_) {
+        readUntilFin(maxWaitMs, log, params);
+    }
+    const bool clean = form == CloseForm::Graceful && !isConnected_;
+    closeHandle(log);
+    closing_ = false;
+    log.logInfo(clean ? "Cleanly terminated TCP connection." : "Terminated TCP connection.");
+}
+
+// Throws away what still comes, within a time and a size.
+void TolvaneSocket::readUntilFin(uint32_t maxWaitMs, LogBase& log, SocketParams& params) {
+    constexpr size_t kMostBytes = 16 * 1024 * 1024;
+    uint8_t bytes[4096];
+    const Deadline deadline(maxWaitMs == 0 ? kEndlessReadMs : maxWaitMs);
+    for (size_t total = 0; total < kMostBytes;) {
+        if (wait(plat::WaitFor::Readable, deadline, log, params) != Waited::Ready) return;
+        size_t received = 0;
+        const plat::NetError error = plat::sysNet().receive(handle_, bytes, received);
+        if (error.is(plat::NetCode::WouldBlock)) continue;
+        if (!error.ok()) return;
+        if (received == 0) {
+            log.logInfo("TCP connection cleanly closed by peer.");
+            isConnected_ = false;
+            return;
+        }
+        total += received;
+    }
+}
+
+void TolvaneSocket::closeHandle(LogBase& log) {
+    const plat::SocketHandle handle = handle_.exchange(plat::kNoSocket);
+    isConnected_ = false;
+    sentFin_ = false;
+    if (handle == plat::kNoSocket) return;
+    if (!plat::sysNet().close(handle).ok()) log.logInfo("error on closesocket.");
+}
+
+void TolvaneSocket::finishClose() {
+    LogNull log;
+    closeHandle(log);
+    closing_ = false;
+}
+
+}  // namespace tv

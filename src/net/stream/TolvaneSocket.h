@@ -1,0 +1,144 @@
+// One TCP socket: created, connected, waited for in slices, read, written and closed. Between
+// slices the caller's progress monitor is asked whether to go on.
+//
+// One thread uses a socket at a time. A second one that receives too, or that comes while it is
+// being closed, is refused; a close while another thread waits takes effect at its next slice.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "log/LogBase.h"
+#include "net/stream/Deadline.h"
+#include "net/stream/SocketParams.h"
+#include "platform/SysSocket.h"
+
+namespace tv {
+
+enum class CloseForm {
+    AtOnce,    // the system delivers what is unsent, then ends the connection
+    Graceful,  // sends a FIN and reads on until the peer's
+    Abortive,  // discards what is unsent and resets the connection
+};
+
+class TolvaneSocket {
+public:
+    // As a time-out: look once for a millisecond instead of waiting.
+    static constexpr uint32_t kPoll = 0xABCD0123;
+    // What a time-out of 0 stands for.
+    static constexpr uint32_t kEndlessReadMs = 201600000;    // 56 hours
+    static constexpr uint32_t kEndlessConnectMs = 21600000;  // 6 hours
+    // What a limit on one wait for bytes comes down to.
+    static constexpr uint64_t longestWaitMs(uint32_t maxIdleMs) {
+        if (maxIdleMs == kPoll) return 1;
+        return maxIdleMs == 0 ? kEndlessReadMs : maxIdleMs;
+    }
+
+    TolvaneSocket();
+    ~TolvaneSocket();
+    TolvaneSocket(const TolvaneSocket&) = delete;
+    TolvaneSocket& operator=(const TolvaneSocket&) = delete;
+
+    // A fresh socket with keep-alive and buffer sizes set; one still held is closed before.
+    bool createSocket_ipv4(LogBase& log);
+    bool createSocket_ipv6(LogBase& log);
+
+    // Connects the socket just created, within connectTimeoutMs (0: six hours). On failure the
+    // socket is closed and params say why.
+    bool connect(const plat::IpAddress& address, uint16_t port, uint32_t connectTimeoutMs,
+                 LogBase& log, SocketParams& params);
+
+    // All bytes or failure; sent says how many were taken. Waits only when the socket takes no
+    // more, then at most maxIdleMs (0: 56 hours) each time, and no longer than params.whole.
+    bool sendBytes(std::span<const uint8_t> bytes, size_t& sent, uint32_t maxIdleMs, LogBase& log,
+                   SocketParams& params);
+    // At least one byte and what else has arrived. At the end of the stream the socket counts as
+    // no longer connected.
+    bool receiveBytes(std::span<uint8_t> into, size_t& received, uint32_t maxIdleMs, LogBase& log,
+                      SocketParams& params);
+    // As receiveBytes without waiting and without a log: false where nothing has arrived, too.
+    bool receiveReady(std::span<uint8_t> into, size_t& received);
+    bool waitReadableSocket(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    bool waitWriteableSocket(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+
+    // Ends the sending direction, once.
+    bool sendFinOnly(LogBase& log);
+    // Whatever fails on the way, the socket is closed afterwards. Only a graceful close waits, at
+    // most maxWaitMs in all.
+    void terminateConnection(CloseForm form, uint32_t maxWaitMs, LogBase& log,
+                             SocketParams& params);
+
+    // The other's connection passes over to this socket, with this socket's buffer sizes.
+    void takeOver(TolvaneSocket& other, LogBase& log);
+
+    bool setTcpNoDelay(bool on, LogBase& log);
+    // Sizes below 4096 are ignored; others are rounded down to a multiple of it, 8 MiB at most.
+    // Applied to every socket created from now on, and to the present one.
+    void setSendBufSize(uint32_t bytes, LogBase& log);
+    void setRecvBufSize(uint32_t bytes, LogBase& log);
+    void useSystemBufSizes(bool on) { systemBufSizes_ = on; }
+    // A local address or port (0: any) that every socket created from now on is bound to.
+    void setClientBind(std::string_view ipAddress, uint16_t port);
+
+    bool isConnected() const { return isConnected_; }
+    plat::AddressFamily family() const { return family_; }
+    const std::string& remoteIp() const { return remoteIp_; }
+    uint32_t serialNumber() const { return serialNumber_; }
+
+private:
+    enum class Waited { Ready, TimedOut, Aborted, Failed };
+    // An operation under way. If the socket was to be closed meanwhile, the last one out does it.
+    class InUse {
+    public:
+        explicit InUse(TolvaneSocket& socket) : socket_(socket) { ++socket_.users_; }
+        ~InUse() {
+            if (--socket_.users_ == 0 && socket_.closing_) socket_.finishClose();
+        }
+        InUse(const InUse&) = delete;
+        InUse& operator=(const InUse&) = delete;
+
+    private:
+        TolvaneSocket& socket_;
+    };
+
+    static constexpr uint32_t kAlive = 0x4901FB2A;
+
+    bool isAlive() const { return alive_ == kAlive; }
+    bool mustStop() const { return !isAlive() || (closing_ && users_ > 0); }
+    bool isUsable(LogBase& log) const;
+    bool createSocket(plat::AddressFamily family, LogBase& log);
+    plat::NetError openSocket(plat::AddressFamily family, LogBase& log);
+    void applyBufferSizes(LogBase& log);
+    void applySize(plat::SocketOption option, uint32_t bytes, LogBase& log);
+    void keepAlive(LogBase& log);
+    bool doClientBind(LogBase& log);
+    bool connectFailed(ConnectFailReason reason, LogBase& log, SocketParams& params);
+    bool awaitConnect(uint32_t timeoutMs, LogBase& log, SocketParams& params);
+    void explainConnectError(const plat::NetError& error, uint64_t waitedMs, LogBase& log);
+    void connected(LogBase& log);
+    Waited wait(plat::WaitFor what, const Deadline& deadline, LogBase& log, SocketParams& params);
+    bool sendFailed(size_t sent, size_t unsent, Waited how, LogBase& log);
+    void readUntilFin(uint32_t maxWaitMs, LogBase& log, SocketParams& params);
+    void closeHandle(LogBase& log);
+    void finishClose();
+
+    std::atomic<uint32_t> alive_{kAlive};
+    std::atomic<plat::SocketHandle> handle_{plat::kNoSocket};
+    std::atomic<bool> isConnected_{false};
+    std::atomic<bool> receiving_{false};
+    std::atomic<bool> closing_{false};
+    std::atomic<int> users_{0};
+    bool sentFin_ = false;
+    bool systemBufSizes_ = false;
+    plat::AddressFamily family_ = plat::AddressFamily::IPv4;
+    uint32_t sendBufSize_;
+    uint32_t recvBufSize_;
+    std::string bindIpAddress_;
+    uint16_t bindPort_ = 0;
+    std::string remoteIp_;
+    uint32_t serialNumber_;
+};
+
+}  // namespace tv

@@ -1,0 +1,100 @@
+// Chooses the anchors, judges the chain by them and asks the system where that fails.
+#include "net/stream/TrustStore.h"
+
+#include <algorithm>
+#include <span>
+#include <utility>
+
+#include "base/Ascii.h"
+#include "base/Hex.h"
+#include "base/crypto/Hash.h"
+#include "log/LogContextExitor.h"
+#include "net/x509/HostMatch.h"
+#include "net/x509/Pem.h"
+#include "platform/SysFile.h"
+#include "platform/SysTrustRoots.h"
+
+namespace tv {
+namespace {
+
+constexpr size_t kMaxAnchors = 1000;
+constexpr size_t kMaxAnchorsFile = 16 * 1024 * 1024;
+constexpr uint32_t kSystemChainMs = 15000;
+
+std::string systemAnchorFile() {
+    for (const std::string& path : plat::sysTrustRoots().anchorFiles()) {
+        if (plat::isRegularFile(path)) return path;
+    }
+    return {};
+}
+
+// What the system makes of the chain, for it fetches most of its roots only when it is asked about
+// one that ends at them. Its path is held against all our own rules, its root being the only
+// anchor.
+std::optional<x509::ChainVerdict> verdictOnSystemPath(const plat::DerList& chain,
+                                                      const x509::ChainQuestion& question,
+                                                      x509::WorkBudget& budget, LogBase& log) {
+    const bool isAddress = !x509::addressBytes(question.host).empty();
+    const std::string name(isAddress ? std::string_view() : x509::withoutFinalDot(question.host));
+    const uint64_t limitMs = std::min<uint64_t>(budget.leftMs(), kSystemChainMs);
+    plat::DerList path;
+    std::string reason;
+    if (!plat::sysTrustRoots().findPath(chain, name, static_cast<uint32_t>(limitMs), path,
+                                        reason)) {
+        log.logInfo(reason);
+        return std::nullopt;
+    }
+    if (path.empty() || path.front() != chain.front()) {
+        log.logInfo("The system's path does not begin with the server's certificate.");
+        return std::nullopt;
+    }
+    const x509::CertificateSet root({path.back()});
+    if (path.size() > 1) path.pop_back();
+    const std::vector<x509::Bytes> views(path.begin(), path.end());
+    const x509::ChainVerdict verdict = x509::verifyChain(
+        views, {question.host, question.nowSeconds, root, question.refused}, budget);
+    log.logInfo(verdict.trusted() ? "The system knew the way to a trusted root."
+                                  : "The system trusts a path that breaks a rule.");
+    return verdict;
+}
+
+}  // namespace
+
+TrustAnchors::TrustAnchors(const std::string& file)
+    : ofSystem_(file.empty()), path_(ofSystem_ ? systemAnchorFile() : file) {
+    std::string text;
+    if (path_.empty() || !plat::readFileStart(path_, kMaxAnchorsFile + 1, text)) return;
+    if (text.size() <= kMaxAnchorsFile) text_ = std::move(text);
+}
+
+std::string TrustAnchors::identity() const {
+    if (!text_) return path_;
+    // The bytes, for a file may be replaced by one of the same size and time.
+    const std::span<const uint8_t> bytes(bytesOf(*text_), text_->size());
+    return path_ + ' ' + hexLower(crypto::Hash::of(crypto::HashId::kSha256, bytes));
+}
+
+plat::DerList TrustAnchors::certificates(LogBase& log) const {
+    if (path_.empty()) return plat::sysTrustRoots().anchors();
+    log.logData("trustAnchors", path_);
+    if (!text_) {
+        log.logError("Failed to read the file of trust anchors.");
+        return {};
+    }
+    return x509::pemCertificates(*text_, kMaxAnchors);
+}
+
+x509::ChainVerdict TrustAnchors::verify(const std::vector<std::vector<uint8_t>>& chain,
+                                        std::string_view host, int64_t nowSeconds,
+                                        x509::WorkBudget& budget, LogBase& log) const {
+    const LogContextExitor context(log, "verifyServerChain");
+    const x509::CertificateSet anchors(certificates(log));
+    const x509::CertificateSet refused(plat::sysTrustRoots().refused());
+    const x509::ChainQuestion question = {host, nowSeconds, anchors, refused};
+    const std::vector<x509::Bytes> views(chain.begin(), chain.end());
+    const x509::ChainVerdict verdict = x509::verifyChain(views, question, budget);
+    if (verdict.trusted() || verdict.isFinal || !ofSystem_) return verdict;
+    return verdictOnSystemPath(chain, question, budget, log).value_or(verdict);
+}
+
+}  // namespace tv

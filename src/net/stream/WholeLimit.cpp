@@ -1,0 +1,25 @@
+// Setting a limit and taking it back. The waits of TolvaneSocket keep to it, and so does all that
+// waits through them: replies, handshakes, messages.
+#include "net/stream/WholeLimit.h"
+
+#include <algorithm>
+
+#include "net/stream/TolvaneSocket.h"
+
+namespace tv {
+
+WholeLimit::WholeLimit(SocketParams& params, uint64_t limitMs)
+    : params_(params), outer_(params.whole) {
+    if (!outer_ || outer_->leftMs() > limitMs) params_.whole.emplace(limitMs);
+}
+
+WholeLimit::WholeLimit(SocketParams& params, uint64_t limitMs, uint32_t maxIdleMs)
+    : WholeLimit(params, std::max(limitMs, TolvaneSocket::longestWaitMs(maxIdleMs))) {}
+
+std::string durationText(uint64_t ms) {
+    constexpr uint64_t kMinute = 60000;
+    return ms % kMinute == 0 ? std::to_string(ms / kMinute) + " minutes"
+                             : std::to_string(ms) + " ms";
+}
+
+}  // namespace tv
