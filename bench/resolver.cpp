@@ -56,9 +56,9 @@ void printCosts(ResolverState& state) {
     const double cache = costOf([&] { state.findInCache(name, plat::sysClock().tickMs(), found); });
     _tvLogger log;
     const double lookUp = costOf([&] {
-        SocketParams params;
+        CallContext call{log};
         log.clearLog();
-        dnsLookup(name, Deadline(30000), found, log, params);
+        dnsLookup(call, name, Deadline(30000), found);
     });
     const double peer =
         costOf([&] { plat::sysNet().lookupHost("localhost", plat::AddressFamily::IPv4, found); });
@@ -81,10 +81,10 @@ void printStall(ResolverState& state) {
     state.ownNameServers = {address};
     std::vector<plat::IpAddress> found;
     _tvLogger log;
-    SocketParams params;
+    CallContext call{log};
     const uint64_t startMs = plat::sysClock().tickMs();
     const double start = processorSeconds();
-    dnsLookup("stall.example.test", Deadline(kStallMs), found, log, params);
+    dnsLookup(call, "stall.example.test", Deadline(kStallMs), found);
     std::printf("| processor time of %.1f s without an answer, ms | %.2f | | |\n",
                 static_cast<double>(plat::sysClock().tickMs() - startMs) / 1e3,
                 (processorSeconds() - start) * 1e3);

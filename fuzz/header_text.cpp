@@ -44,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     header.set("Reply-To", text);
     for (const tv::MimeHeader::Field& field : header.fields()) {
         std::string out;
-        tv::MimeHeader::writeField(field, codePage, tv::AddressForm::SevenBit, log, out);
+        tv::MimeHeader::writeField(log, field, codePage, tv::AddressForm::SevenBit, out);
         requireSound(out);
         require(tv::isAscii(out));
     }
@@ -54,9 +54,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     requireSound("Content-Type: " + type.value(codePage));
 
     std::string corrected;
-    if (tv::correctMetaCharset(text, 28592, corrected, log)) {
+    if (tv::correctMetaCharset(log, text, 28592, corrected)) {
         std::string again;
-        require(!tv::correctMetaCharset(corrected, 28592, again, log));
+        require(!tv::correctMetaCharset(log, corrected, 28592, again));
     }
     return 0;
 }

@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         require(reply.finalLine().substr(0, 3) ==
                 std::string_view(reply.lines.back()).substr(0, 3));
         tv::_tvLogger log;
-        tv::smtp::logReplyHints(reply, log);
+        tv::smtp::logReplyHints(log, reply);
     }
     return 0;
 }

@@ -38,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     engine.start(log);
     while (!rest.empty()) {
         const size_t n = std::min(piece, rest.size());
-        if (!engine.receive(rest.first(n), log)) break;
+        if (!engine.receive(log, rest.first(n))) break;
         engine.output().clear();
         rest = rest.subspan(n);
     }

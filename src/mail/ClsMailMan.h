@@ -43,13 +43,13 @@ public:
 
 private:
     void correctSettings(LogBase& log);
-    bool sendEmailInner(const ClsEmail& email, SocketParams& params, LogBase& log);
-    bool sendMimeInner(SmtpSend& send, SocketParams& params, LogBase& log);
-    bool ensureSmtpSession(SocketParams& params, LogBase& log);
-    bool sendOverSession(SmtpSend& send, SocketParams& params, LogBase& log);
-    void hintAtSize(const SmtpSend& send, LogBase& log);
-    bool reconnectAndSend(SmtpSend& send, SocketParams& params, LogBase& log);
-    bool stoppedByApplication(SocketParams& params, LogBase& log);
+    bool sendEmailInner(CallContext& call, const ClsEmail& email);
+    bool sendMimeInner(CallContext& call, SmtpSend& send);
+    bool ensureSmtpSession(CallContext& call);
+    bool sendOverSession(CallContext& call, SmtpSend& send);
+    void hintAtSize(LogBase& log, const SmtpSend& send);
+    bool reconnectAndSend(CallContext& call, SmtpSend& send);
+    bool stoppedByApplication(CallContext& call);
     void closeOutcome(bool success);
 
     SmtpConnImpl smtp_;

@@ -16,11 +16,11 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
     smtp_.sessionLog().startAnew();
     acceptedRecipients_.clear();
     rejectedRecipients_.clear();
-    SocketParams params;
-    params.setMonitor(monitor);
+    CallContext call(log);
+    call.setMonitor(monitor);
     bool success = false;
     if (email.isAlive()) {
-        success = sendEmailInner(email, params, log);
+        success = sendEmailInner(call, email);
     } else {
         log.logError("bad CLS arg (1)");
         smtp_.outcome().fail(SmtpStatus::InternalFailure, "The message object is not alive.");
@@ -45,67 +45,67 @@ void ClsMailMan::closeOutcome(bool success) {
     }
 }
 
-bool ClsMailMan::sendEmailInner(const ClsEmail& email, SocketParams& params, LogBase& log) {
-    const LogContextExitor context(log, "sendEmailInner");
-    log.logDataLong("ReadTimeout", smtp_.settings.idleTimeoutMs);
+bool ClsMailMan::sendEmailInner(CallContext& call, const ClsEmail& email) {
+    const LogContextExitor context(call.log, "sendEmailInner");
+    call.log.logDataLong("ReadTimeout", smtp_.settings.idleTimeoutMs);
     if (!email.unusableFrom().empty()) {
-        smtp_.fail(SmtpStatus::FromFailure,
-                   "The sender is no address: \"" + email.unusableFrom() + "\".", log);
+        smtp_.fail(call.log, SmtpStatus::FromFailure,
+                   "The sender is no address: \"" + email.unusableFrom() + "\".");
         return false;
     }
     SmtpSend send;
     send.pipelining = smtp_.settings.pipelining;
-    send.fromAddress = email.getSmtpReversePath(log);
+    send.fromAddress = email.getSmtpReversePath(call.log);
     send.recipients = email.getAllRecipientAddressesA();
     const std::unique_ptr<Email2> prepared =
-        email.createEmailForSending(smtp_.settings.autoMessageId, log);
+        email.createEmailForSending(call.log, smtp_.settings.autoMessageId);
     if (!prepared) {
-        log.logError("Failed to render to mime (1)");
+        call.log.logError("Failed to render to mime (1)");
         smtp_.outcome().fail(SmtpStatus::RenderFailed, "The message could not be prepared.");
         return false;
     }
-    send.mimeSource = [&prepared](OutputStream& out, bool utf8, LogBase& renderLog) {
+    send.mimeSource = [&prepared](LogBase& renderLog, OutputStream& out, bool utf8) {
         const LogContextExitor assembler(renderLog, "mimeAssembler");
         RenderOptions options;
         options.excludedPrefix = "TVX-";
         options.utf8Headers = utf8;
-        return prepared->render(out, options, renderLog);
+        return prepared->render(renderLog, out, options);
     };
-    return sendMimeInner(send, params, log);
+    return sendMimeInner(call, send);
 }
 
-bool ClsMailMan::sendMimeInner(SmtpSend& send, SocketParams& params, LogBase& log) {
-    const LogContextExitor context(log, "sendMimeInner");
-    if (!send.measure(log)) {
-        smtp_.fail(SmtpStatus::RenderFailed, "The message could not be rendered.", log);
+bool ClsMailMan::sendMimeInner(CallContext& call, SmtpSend& send) {
+    const LogContextExitor context(call.log, "sendMimeInner");
+    if (!send.measure(call.log)) {
+        smtp_.fail(call.log, SmtpStatus::RenderFailed, "The message could not be rendered.");
         return false;
     }
-    if (params.monitor) {
-        log.logDataLong("progressTotal", static_cast<int64_t>(send.progressTotal));
-        params.monitor->progress(0, send.progressTotal);
+    if (call.monitor) {
+        call.log.logDataLong("progressTotal", static_cast<int64_t>(send.progressTotal));
+        call.monitor->progress(0, send.progressTotal);
     }
-    correctSettings(log);
-    bool success = ensureSmtpSession(params, log) && sendOverSession(send, params, log);
-    if (!success && send.retryAllowed) success = reconnectAndSend(send, params, log);
+    correctSettings(call.log);
+    bool success = ensureSmtpSession(call) && sendOverSession(call, send);
+    if (!success && send.retryAllowed) success = reconnectAndSend(call, send);
     acceptedRecipients_ = send.goodRecipients;
     rejectedRecipients_ = send.badRecipients;
     return success;
 }
 
-bool ClsMailMan::ensureSmtpSession(SocketParams& params, LogBase& log) {
-    const LogContextExitor context(log, "ensureSmtpSession");
-    return smtp_.smtpConnectAndAuthenticate(false, params, log);
+bool ClsMailMan::ensureSmtpSession(CallContext& call) {
+    const LogContextExitor context(call.log, "ensureSmtpSession");
+    return smtp_.smtpConnectAndAuthenticate(call, false);
 }
 
-bool ClsMailMan::sendOverSession(SmtpSend& send, SocketParams& params, LogBase& log) {
-    if (stoppedByApplication(params, log)) return false;
-    if (SmtpDelivery(smtp_, send, params, log).deliver()) return true;
-    hintAtSize(send, log);
+bool ClsMailMan::sendOverSession(CallContext& call, SmtpSend& send) {
+    if (stoppedByApplication(call)) return false;
+    if (SmtpDelivery(call, smtp_, send).deliver()) return true;
+    hintAtSize(call.log, send);
     return false;
 }
 
 // The size limit does not stop a send: many servers announce one and take more.
-void ClsMailMan::hintAtSize(const SmtpSend& send, LogBase& log) {
+void ClsMailMan::hintAtSize(LogBase& log, const SmtpSend& send) {
     const uint64_t limit = smtp_.capabilities().sizeLimit;
     const uint64_t size = send.mimeSize + 2;  // with its last line end (RFC 1870 section 5)
     if (limit == 0 || size <= limit) return;
@@ -117,19 +117,19 @@ void ClsMailMan::hintAtSize(const SmtpSend& send, LogBase& log) {
 }
 
 // The one second try. The server cannot have the message: the first never came so far.
-bool ClsMailMan::reconnectAndSend(SmtpSend& send, SocketParams& params, LogBase& log) {
-    log.logInfo("Reconnecting to the SMTP server and retrying...");
+bool ClsMailMan::reconnectAndSend(CallContext& call, SmtpSend& send) {
+    call.log.logInfo("Reconnecting to the SMTP server and retrying...");
     send.progressDone = 0;
     smtp_.outcome().clear();
-    smtp_.closeSmtpConnection(log, params);
+    smtp_.closeSmtpConnection(call);
     plat::sysClock().sleepMs(smtp_.settings.retryWaitMs);
-    if (stoppedByApplication(params, log)) return false;
-    return ensureSmtpSession(params, log) && sendOverSession(send, params, log);
+    if (stoppedByApplication(call)) return false;
+    return ensureSmtpSession(call) && sendOverSession(call, send);
 }
 
-bool ClsMailMan::stoppedByApplication(SocketParams& params, LogBase& log) {
-    if (!params.checkAbort()) return false;
-    smtp_.fail(SmtpStatus::Aborted, "SMTP send aborted by application callback", log);
+bool ClsMailMan::stoppedByApplication(CallContext& call) {
+    if (!call.checkAbort()) return false;
+    smtp_.fail(call.log, SmtpStatus::Aborted, "SMTP send aborted by application callback");
     return true;
 }
 

@@ -13,10 +13,10 @@ bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor) {
     trial.settings.password.clear();
     trial.settings.oauth2Token.clear();
     trial.lendTlsSessions(smtp_.tlsSessions());
-    SocketParams params;
-    params.setMonitor(monitor);
+    CallContext call(log);
+    call.setMonitor(monitor);
     const LogContextExitor context(log, "initSmtp");
-    return operation.finish(trial.smtpConnectAndAuthenticate(true, params, log));
+    return operation.finish(trial.smtpConnectAndAuthenticate(call, true));
 }
 
 }  // namespace tv

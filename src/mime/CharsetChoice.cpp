@@ -13,7 +13,7 @@ bool converts(std::string_view utf8, uint32_t codePage) {
     return utf8ToCodePage(codePage, utf8, out);
 }
 
-uint32_t chooseFor8bit(std::string_view utf8, const _tvEmailCommon& common, LogBase& log) {
+uint32_t chooseFor8bit(LogBase& log, std::string_view utf8, const _tvEmailCommon& common) {
     if (common.detectedCodePage != 0) {
         if (converts(utf8, common.detectedCodePage)) {
             log.logInfo("Setting charset to what was detected in the MIME header.");
@@ -34,7 +34,7 @@ uint32_t chooseFor8bit(std::string_view utf8, const _tvEmailCommon& common, LogB
     return kCodePageUtf8;
 }
 
-uint32_t keepIfItConverts(std::string_view utf8, uint32_t codePage, LogBase& log) {
+uint32_t keepIfItConverts(LogBase& log, std::string_view utf8, uint32_t codePage) {
     if (converts(utf8, codePage)) return codePage;
     log.logInfo(
         "Unable to convert text body to existing code page.  Choosing utf-8 for all text "
@@ -42,14 +42,14 @@ uint32_t keepIfItConverts(std::string_view utf8, uint32_t codePage, LogBase& log
     return kCodePageUtf8;
 }
 
-uint32_t raiseFromAscii(std::string_view utf8, const _tvEmailCommon& common, LogBase& log) {
+uint32_t raiseFromAscii(LogBase& log, std::string_view utf8, const _tvEmailCommon& common) {
     const uint32_t preset = codePageOfCharset(common.defaultCharset);
-    return preset == 0 ? kCodePageUtf8 : keepIfItConverts(utf8, preset, log);
+    return preset == 0 ? kCodePageUtf8 : keepIfItConverts(log, utf8, preset);
 }
 
 }  // namespace
 
-void chooseCharsetIfNecessary(std::string_view utf8, _tvEmailCommon& common, LogBase& log) {
+void chooseCharsetIfNecessary(LogBase& log, std::string_view utf8, _tvEmailCommon& common) {
     if (utf8.empty()) return;
     const LogContextExitor context(log, "chooseCharsetIfNecessary");
     const bool sevenBit = isAscii(utf8);
@@ -63,14 +63,14 @@ void chooseCharsetIfNecessary(std::string_view utf8, _tvEmailCommon& common, Log
                 log.logInfo("Choosing us-ascii because body is 7bit");
                 common.codePage = kCodePageAscii;
             } else {
-                common.codePage = chooseFor8bit(utf8, common, log);
+                common.codePage = chooseFor8bit(log, utf8, common);
             }
             return;
         case kCodePageAscii:
-            if (!sevenBit) common.codePage = raiseFromAscii(utf8, common, log);
+            if (!sevenBit) common.codePage = raiseFromAscii(log, utf8, common);
             return;
         default:
-            common.codePage = keepIfItConverts(utf8, common.codePage, log);
+            common.codePage = keepIfItConverts(log, utf8, common.codePage);
             return;
     }
 }

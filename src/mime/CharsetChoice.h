@@ -9,6 +9,6 @@
 namespace tv {
 
 // Lets a text body, a subject or a display name (UTF-8) have its say in the message code page.
-void chooseCharsetIfNecessary(std::string_view utf8, _tvEmailCommon& common, LogBase& log);
+void chooseCharsetIfNecessary(LogBase& log, std::string_view utf8, _tvEmailCommon& common);
 
 }  // namespace tv

@@ -6,7 +6,7 @@
 
 namespace tv {
 
-ClsEmail::ClsEmail() : root_(std::make_unique<Email2>(std::make_shared<_tvEmailCommon>(), log_)) {}
+ClsEmail::ClsEmail() : root_(std::make_unique<Email2>(log_, std::make_shared<_tvEmailCommon>())) {}
 
 ClsEmail::~ClsEmail() {
     *static_cast<volatile uint32_t*>(&alive_) = 0;
@@ -27,20 +27,20 @@ void ClsEmail::put_Subject(const XString& subject) {
     Email2* message = root(operation.log());
     if (!message) return;
     message->header().set("Subject", subject.utf8());
-    chooseCharset(*message, subject.utf8(), operation.log());
-    startAfreshIfEmpty(*message, operation.log());
+    chooseCharset(operation.log(), *message, subject.utf8());
+    startAfreshIfEmpty(operation.log(), *message);
     operation.finish(true);
 }
 
 // An emptied message is a new one: its charset is chosen by its sender and by what comes next, not
 // by what was there.
-void ClsEmail::startAfreshIfEmpty(Email2& root, LogBase& log) {
+void ClsEmail::startAfreshIfEmpty(LogBase& log, Email2& root) {
     using enum Email2::Recipients;
     const bool addressed = !root.recipients(To).empty() || !root.recipients(Cc).empty() ||
                            !root.recipients(Bcc).empty();
     if (addressed || !root.isPlaceholder() || root.header().has("Subject")) return;
     root.common().codePage = 0;
-    chooseCharset(root, root.from().name(), log);
+    chooseCharset(log, root, root.from().name());
 }
 
 std::string ClsEmail::getSmtpReversePath(LogBase& log) const {
@@ -61,13 +61,13 @@ std::vector<std::string> ClsEmail::getAllRecipientAddressesA() const {
     return addresses;
 }
 
-std::unique_ptr<Email2> ClsEmail::createEmailForSending(bool autoMessageId, LogBase& log) const {
+std::unique_ptr<Email2> ClsEmail::createEmailForSending(LogBase& log, bool autoMessageId) const {
     const std::lock_guard guard(lock_);
     if (!root_ || !root_->isValid()) {
         log.logError("No internal email object");
         return nullptr;
     }
-    return root_->createForSending(autoMessageId, log);
+    return root_->createForSending(log, autoMessageId);
 }
 
 }  // namespace tv

@@ -52,20 +52,20 @@ public:
     std::vector<std::string> getAllRecipientAddressesA() const;
     // The copy that is sent, with a fresh Message-ID and Date; nullptr with the reason logged. The
     // message itself never changes; bodies are shared with it, not copied.
-    std::unique_ptr<Email2> createEmailForSending(bool autoMessageId, LogBase& log) const;
+    std::unique_ptr<Email2> createEmailForSending(LogBase& log, bool autoMessageId) const;
 
 private:
     static constexpr uint32_t kAlive = 0x7A3C59E1;
 
     Email2* root(LogBase& log);
-    bool addRecipients(Email2::Recipients kind, const XString& name, const XString& address,
-                       LogBase& log);
+    bool addRecipients(LogBase& log, Email2::Recipients kind, const XString& name,
+                       const XString& address);
     void clearRecipients(Email2::Recipients kind, std::string_view operation);
-    void chooseCharset(Email2& root, std::string_view utf8, LogBase& log);
-    bool setHtmlBody(Email2& root, std::string_view utf8, LogBase& log);
-    bool addFileAttachment(Email2& root, std::string_view path, XString& contentType, LogBase& log);
-    bool addRelatedFile(Email2& root, std::string_view path, XString& contentId, LogBase& log);
-    void startAfreshIfEmpty(Email2& root, LogBase& log);
+    void chooseCharset(LogBase& log, Email2& root, std::string_view utf8);
+    bool setHtmlBody(LogBase& log, Email2& root, std::string_view utf8);
+    bool addFileAttachment(LogBase& log, Email2& root, std::string_view path, XString& contentType);
+    bool addRelatedFile(LogBase& log, Email2& root, std::string_view path, XString& contentId);
+    void startAfreshIfEmpty(LogBase& log, Email2& root);
     template <class Change>
     void change(std::string_view operation, Change change);
 

@@ -37,7 +37,7 @@ bool readToEnd(plat::SysFile& file, size_t expected, DataBuffer& block) {
 }
 
 // The whole file in one block of its size; nullptr with the reason logged.
-SharedBody loadFile(std::string_view path, std::string_view failure, LogBase& log) {
+SharedBody loadFile(LogBase& log, std::string_view path, std::string_view failure) {
     plat::SysFile file;
     if (!file.openRead(path)) {
         log.logError(failure);
@@ -126,15 +126,15 @@ bool ClsEmail::AddFileAttachment(const XString& path, XString& contentType) {
     Operation operation(*this, "AddFileAttachment");
     LogBase& log = operation.log();
     Email2* message = root(log);
-    if (message && addFileAttachment(*message, path.utf8(), contentType, log)) {
+    if (message && addFileAttachment(log, *message, path.utf8(), contentType)) {
         return operation.finish(true);
     }
     log.logError("Failed to add file attachment");
     return operation.finish(false);
 }
 
-bool ClsEmail::addFileAttachment(Email2& root, std::string_view given, XString& contentType,
-                                 LogBase& log) {
+bool ClsEmail::addFileAttachment(LogBase& log, Email2& root, std::string_view given,
+                                 XString& contentType) {
     log.logData("path", given);
     const std::string path = pathOfFile(given);
     SharedBody bytes;
@@ -142,7 +142,7 @@ bool ClsEmail::addFileAttachment(Email2& root, std::string_view given, XString& 
         log.logError("file does not exist");
     } else {
         const LogContextExitor context(log, "loadIntoAttachmentBody");
-        bytes = loadFile(path, "Failed to load file.", log);
+        bytes = loadFile(log, path, "Failed to load file.");
     }
     if (!bytes) {
         log.logError("Failed to create attachment from file.");
@@ -151,7 +151,7 @@ bool ClsEmail::addFileAttachment(Email2& root, std::string_view given, XString& 
     std::unique_ptr<Email2> part = partOf(root, path, std::move(bytes));
     part->setDisposition("attachment", fileNameOf(path));
     contentType.setUtf8(part->contentType().mediaType());
-    root.addAttachment(std::move(part), log);
+    root.addAttachment(log, std::move(part));
     log.logData("contentType", contentType.utf8());
     return true;
 }
@@ -160,21 +160,21 @@ bool ClsEmail::AddRelatedFile(const XString& path, XString& contentId) {
     Operation operation(*this, "AddRelatedFile");
     LogBase& log = operation.log();
     Email2* message = root(log);
-    if (message && addRelatedFile(*message, path.utf8(), contentId, log)) {
+    if (message && addRelatedFile(log, *message, path.utf8(), contentId)) {
         return operation.finish(true);
     }
     log.logError("Failed to add related file");
     return operation.finish(false);
 }
 
-bool ClsEmail::addRelatedFile(Email2& root, std::string_view given, XString& contentId,
-                              LogBase& log) {
+bool ClsEmail::addRelatedFile(LogBase& log, Email2& root, std::string_view given,
+                              XString& contentId) {
     log.logData("path", given);
     const std::string path = pathOfFile(given);
     SharedBody bytes;
     {
         const LogContextExitor context(log, "loadIntoRelatedBody");
-        bytes = loadFile(path, "File does not exist, or cannot open file.", log);
+        bytes = loadFile(log, path, "File does not exist, or cannot open file.");
     }
     if (!bytes) return false;
     std::string id;
@@ -184,7 +184,7 @@ bool ClsEmail::addRelatedFile(Email2& root, std::string_view given, XString& con
     }
     std::unique_ptr<Email2> part = partOf(root, path, std::move(bytes));
     part->setContentId(id);
-    root.addRelatedItem(std::move(part), log);
+    root.addRelatedItem(log, std::move(part));
     contentId.setUtf8(std::string_view(id).substr(1, id.size() - 2));
     return true;
 }

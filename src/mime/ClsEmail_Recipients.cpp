@@ -14,23 +14,23 @@ constexpr std::string_view kUseBccHeader = "UseBccHeader";
 
 bool ClsEmail::AddTo(const XString& name, const XString& address) {
     Operation operation(*this, "AddTo");
-    return operation.finish(addRecipients(To, name, address, operation.log()));
+    return operation.finish(addRecipients(operation.log(), To, name, address));
 }
 
 bool ClsEmail::AddCC(const XString& name, const XString& address) {
     Operation operation(*this, "AddCC");
-    return operation.finish(addRecipients(Cc, name, address, operation.log()));
+    return operation.finish(addRecipients(operation.log(), Cc, name, address));
 }
 
 bool ClsEmail::AddBcc(const XString& name, const XString& address) {
     Operation operation(*this, "AddBcc");
-    return operation.finish(addRecipients(Bcc, name, address, operation.log()));
+    return operation.finish(addRecipients(operation.log(), Bcc, name, address));
 }
 
 // One text may hold several mailboxes; a name that is given goes to the first. Blind recipients are
 // for the envelope only and have no say in the message's charset.
-bool ClsEmail::addRecipients(Email2::Recipients kind, const XString& name, const XString& address,
-                             LogBase& log) {
+bool ClsEmail::addRecipients(LogBase& log, Email2::Recipients kind, const XString& name,
+                             const XString& address) {
     Email2* message = root(log);
     if (!message) return false;
     const std::string_view given = trimmed(address.utf8());
@@ -58,7 +58,7 @@ bool ClsEmail::addRecipients(Email2::Recipients kind, const XString& name, const
     if (!friendly.empty()) added.front().setName(friendly);
     std::vector<_tvEmailAddress>& list = message->recipients(kind);
     for (_tvEmailAddress& mailbox : added) {
-        if (kind != Bcc) chooseCharset(*message, mailbox.name(), log);
+        if (kind != Bcc) chooseCharset(log, *message, mailbox.name());
         list.push_back(std::move(mailbox));
     }
     if (kind != Bcc || log.hasOption(kUseBccHeader)) message->rebuildRecipientField(kind);
@@ -83,7 +83,7 @@ void ClsEmail::put_FromAddress(const XString& address) {
     }
     fromIsKept_ = false;
     message->from() = std::move(sender);
-    chooseCharset(*message, message->from().name(), operation.log());
+    chooseCharset(operation.log(), *message, message->from().name());
     message->rebuildFromField();
 }
 
@@ -93,7 +93,7 @@ void ClsEmail::change(std::string_view name, Change change) {
     Email2* message = root(operation.log());
     if (!message) return;
     change(*message);
-    startAfreshIfEmpty(*message, operation.log());
+    startAfreshIfEmpty(operation.log(), *message);
     operation.finish(true);
 }
 

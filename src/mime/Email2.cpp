@@ -26,7 +26,7 @@ bool draw(std::vector<uint8_t>& bytes) {
 
 Email2::Email2(std::shared_ptr<_tvEmailCommon> common) : common_(std::move(common)) {}
 
-Email2::Email2(std::shared_ptr<_tvEmailCommon> common, LogBase& log) : Email2(std::move(common)) {
+Email2::Email2(LogBase& log, std::shared_ptr<_tvEmailCommon> common) : Email2(std::move(common)) {
     header_.set("MIME-Version", "1.0");
     date_ = plat::sysClock().localTime();
     header_.set("Date", mailDate(date_));

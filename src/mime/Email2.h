@@ -33,7 +33,7 @@ class Email2 {
 public:
     // A fresh message: its header and an empty text body. A part that is to become a child of
     // another node carries Content-* fields only.
-    Email2(std::shared_ptr<_tvEmailCommon> common, LogBase& log);
+    Email2(LogBase& log, std::shared_ptr<_tvEmailCommon> common);
     static std::unique_ptr<Email2> createPart(std::shared_ptr<_tvEmailCommon> common);
     std::unique_ptr<Email2> createSubPart() const { return createPart(common_); }
     ~Email2();
@@ -45,13 +45,13 @@ public:
     // What follows leaves the tree alone and gives the same bytes however often it is called:
     // boundaries and identifiers live in the tree. False, with the reason logged, when the stream
     // fails or the node is not valid; what was written before stays written.
-    bool render(OutputStream& out, const RenderOptions& options, LogBase& log) const;
+    bool render(LogBase& log, OutputStream& out, const RenderOptions& options) const;
     // The number of bytes that render writes.
-    bool renderedSize(const RenderOptions& options, uint64_t& size, LogBase& log) const;
+    bool renderedSize(LogBase& log, const RenderOptions& options, uint64_t& size) const;
 
     // The copy that is sent: fresh Date, fresh Message-ID if wanted, internal fields applied and
     // removed. nullptr with the reason logged where no Message-ID could be drawn.
-    std::unique_ptr<Email2> createForSending(bool autoMessageId, LogBase& log) const;
+    std::unique_ptr<Email2> createForSending(LogBase& log, bool autoMessageId) const;
     // The envelope sender by the order of its sources.
     std::string getSmtpReversePath(LogBase& log) const;
     // Draws a new identifier unless 20 bytes are already there.
@@ -83,11 +83,11 @@ public:
     // The shape of the tree; of a root unless said otherwise.
 
     // The body of type text/html or text/plain. Where it lands depends on what is there.
-    bool setBody(std::string_view utf8, std::string_view type, LogBase& log);
-    void addAttachment(std::unique_ptr<Email2> part, LogBase& log);
-    void addRelatedItem(std::unique_ptr<Email2> part, LogBase& log);
+    bool setBody(LogBase& log, std::string_view utf8, std::string_view type);
+    void addAttachment(LogBase& log, std::unique_ptr<Email2> part);
+    void addRelatedItem(LogBase& log, std::unique_ptr<Email2> part);
     // This node becomes the subtype; what it was becomes its child (any node).
-    void convertToMultipart(std::string_view type, LogBase& log);
+    void convertToMultipart(LogBase& log, std::string_view type);
     // A plain text that is the first child of a mixed root moves into an enclosure of its own,
     // where an HTML body may join it.
     void moveMixedPlainTextToAlternative(LogBase& log);
@@ -133,7 +133,7 @@ private:
     Email2* parentOf(const Email2* node);
     void takeContentOf(Email2& other);
     bool isTextBody() const;
-    Email2& placeForBody(std::string_view type, LogBase& log);
+    Email2& placeForBody(LogBase& log, std::string_view type);
     Email2& firstPartForBody();
     Email2& addAlternativeEnclosure(LogBase& log);
     Email2& relatedEnclosure(LogBase& log);
@@ -143,17 +143,17 @@ private:
     template <class Wanted>
     void dropParts(Wanted wanted);
 
-    bool renderNode(OutputStream& out, const RenderOptions& options, LogBase& log) const;
-    bool renderChildren(OutputStream& out, const RenderOptions& options, LogBase& log) const;
-    bool renderHeader(const Leaf* leaf, OutputStream& out, const RenderOptions& options,
-                      LogBase& log) const;
-    void writeHeaderField(const MimeHeader::Field& field, const Leaf* leaf, AddressForm form,
-                          std::string& out, LogBase& log) const;
+    bool renderNode(LogBase& log, OutputStream& out, const RenderOptions& options) const;
+    bool renderChildren(LogBase& log, OutputStream& out, const RenderOptions& options) const;
+    bool renderHeader(LogBase& log, const Leaf* leaf, OutputStream& out,
+                      const RenderOptions& options) const;
+    void writeHeaderField(LogBase& log, const MimeHeader::Field& field, const Leaf* leaf,
+                          AddressForm form, std::string& out) const;
     std::span<const _tvEmailAddress> addressesOf(std::string_view field) const;
-    Leaf prepareLeaf(const RenderOptions& options, LogBase& log) const;
-    void convertText(Leaf& leaf, LogBase& log) const;
-    bool renderBody(const Leaf& leaf, OutputStream& out, const RenderOptions& options,
-                    LogBase& log) const;
+    Leaf prepareLeaf(LogBase& log, const RenderOptions& options) const;
+    void convertText(LogBase& log, Leaf& leaf) const;
+    bool renderBody(LogBase& log, const Leaf& leaf, OutputStream& out,
+                    const RenderOptions& options) const;
 
     uint32_t tag_ = kTag;
     std::shared_ptr<_tvEmailCommon> common_;

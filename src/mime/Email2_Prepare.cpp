@@ -25,7 +25,7 @@ std::string Email2::getSmtpReversePath(LogBase& log) const {
     return {};
 }
 
-std::unique_ptr<Email2> Email2::createForSending(bool autoMessageId, LogBase& log) const {
+std::unique_ptr<Email2> Email2::createForSending(LogBase& log, bool autoMessageId) const {
     std::unique_ptr<Email2> copy = clone(std::make_shared<_tvEmailCommon>(*common_));
     copy->date_ = plat::sysClock().localTime();
     copy->header_.set("Date", mailDate(copy->date_));

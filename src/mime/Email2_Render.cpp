@@ -31,29 +31,29 @@ struct Email2::Leaf {
     std::string_view text() const { return isConverted ? std::string_view(converted) : original; }
 };
 
-bool Email2::render(OutputStream& out, const RenderOptions& options, LogBase& log) const {
+bool Email2::render(LogBase& log, OutputStream& out, const RenderOptions& options) const {
     const LogContextExitor context(log, "assembleMimeBody");
     BlockStream blocks(out);
-    return renderNode(blocks, options, log) && blocks.flush();
+    return renderNode(log, blocks, options) && blocks.flush();
 }
 
-bool Email2::renderedSize(const RenderOptions& options, uint64_t& size, LogBase& log) const {
+bool Email2::renderedSize(LogBase& log, const RenderOptions& options, uint64_t& size) const {
     CountingStream counter;
-    if (!render(counter, options, log)) return false;
+    if (!render(log, counter, options)) return false;
     size = counter.count();
     return true;
 }
 
-bool Email2::renderNode(OutputStream& out, const RenderOptions& options, LogBase& log) const {
+bool Email2::renderNode(LogBase& log, OutputStream& out, const RenderOptions& options) const {
     if (!isValid()) return false;
     if (isMultipart()) {
-        return renderHeader(nullptr, out, options, log) && renderChildren(out, options, log);
+        return renderHeader(log, nullptr, out, options) && renderChildren(log, out, options);
     }
-    const Leaf leaf = prepareLeaf(options, log);
-    return renderHeader(&leaf, out, options, log) && renderBody(leaf, out, options, log);
+    const Leaf leaf = prepareLeaf(log, options);
+    return renderHeader(log, &leaf, out, options) && renderBody(log, leaf, out, options);
 }
 
-bool Email2::renderChildren(OutputStream& out, const RenderOptions& options, LogBase& log) const {
+bool Email2::renderChildren(LogBase& log, OutputStream& out, const RenderOptions& options) const {
     const std::string delimiter = "--" + contentType_.boundary;
     const auto writeDelimiter = [&](std::string_view end) {
         if (out.write(delimiter) && out.write(end)) return true;
@@ -61,7 +61,7 @@ bool Email2::renderChildren(OutputStream& out, const RenderOptions& options, Log
         return false;
     };
     for (const auto& child : children_) {
-        if (!writeDelimiter("\r\n") || !child->renderNode(out, options, log) ||
+        if (!writeDelimiter("\r\n") || !child->renderNode(log, out, options) ||
             !out.write("\r\n")) {
             return false;
         }
@@ -69,7 +69,7 @@ bool Email2::renderChildren(OutputStream& out, const RenderOptions& options, Log
     return writeDelimiter("--\r\n");
 }
 
-Email2::Leaf Email2::prepareLeaf(const RenderOptions& options, LogBase& log) const {
+Email2::Leaf Email2::prepareLeaf(LogBase& log, const RenderOptions& options) const {
     Leaf leaf{contentType_, transferEncoding_, bodyText(), {}, false};
     const bool textual = leaf.type.mediaType().empty() || leaf.type.isText();
     if (textual && !isAttachment() && !isAscii(leaf.original)) {
@@ -77,7 +77,7 @@ Email2::Leaf Email2::prepareLeaf(const RenderOptions& options, LogBase& log) con
         if (leaf.encoding.empty() || leaf.encoding == "7bit") leaf.encoding = kQuotedPrintable;
     }
     if (options.sevenBitOnly && leaf.encoding == "8bit") leaf.encoding = kQuotedPrintable;
-    if (isTextBody()) convertText(leaf, log);
+    if (isTextBody()) convertText(log, leaf);
     const bool coded = equalsIgnoreCase(leaf.encoding, kBase64) ||
                        equalsIgnoreCase(leaf.encoding, kQuotedPrintable);
     // RFC 5322 section 2.1.1; there are servers that bounce a longer line, and such that cut it.
@@ -86,7 +86,7 @@ Email2::Leaf Email2::prepareLeaf(const RenderOptions& options, LogBase& log) con
 }
 
 // The body is UTF-8 in the tree; here it becomes text of the message's charset.
-void Email2::convertText(Leaf& leaf, LogBase& log) const {
+void Email2::convertText(LogBase& log, Leaf& leaf) const {
     const uint32_t page = common_->codePage;
     if (page == 0 || page == kCodePageUtf8) {
         leaf.type.setCharset(page == 0 && isAscii(leaf.original) ? kCodePageAscii : kCodePageUtf8);
@@ -104,20 +104,20 @@ void Email2::convertText(Leaf& leaf, LogBase& log) const {
     }
     const LogContextExitor context(log, "processHtmlMeta");
     std::string corrected;
-    if (correctMetaCharset(leaf.text(), leaf.type.charset().codePage, corrected, log)) {
+    if (correctMetaCharset(log, leaf.text(), leaf.type.charset().codePage, corrected)) {
         leaf.converted = std::move(corrected);
         leaf.isConverted = true;
     }
 }
 
-bool Email2::renderHeader(const Leaf* leaf, OutputStream& out, const RenderOptions& options,
-                          LogBase& log) const {
+bool Email2::renderHeader(LogBase& log, const Leaf* leaf, OutputStream& out,
+                          const RenderOptions& options) const {
     std::string block;
     const std::string_view excluded = options.excludedPrefix;
     const AddressForm form = options.utf8Headers ? AddressForm::Utf8 : AddressForm::SevenBit;
     for (const MimeHeader::Field& field : header_.fields()) {
         if (!excluded.empty() && startsWithIgnoreCase(field.name, excluded)) continue;
-        writeHeaderField(field, leaf, form, block, log);
+        writeHeaderField(log, field, leaf, form, block);
         block += "\r\n";
     }
     if (leaf && !leaf->encoding.empty() && !header_.has(kTransferEncoding)) {
@@ -131,8 +131,8 @@ bool Email2::renderHeader(const Leaf* leaf, OutputStream& out, const RenderOptio
 }
 
 // Fields that mirror a record are written from it, the others from their text.
-void Email2::writeHeaderField(const MimeHeader::Field& field, const Leaf* leaf, AddressForm form,
-                              std::string& out, LogBase& log) const {
+void Email2::writeHeaderField(LogBase& log, const MimeHeader::Field& field, const Leaf* leaf,
+                              AddressForm form, std::string& out) const {
     const auto is = [&](std::string_view name) { return equalsIgnoreCase(field.name, name); };
     const uint32_t page = common_->codePage;
     const auto write = [&](std::string_view value) {
@@ -150,7 +150,7 @@ void Email2::writeHeaderField(const MimeHeader::Field& field, const Leaf* leaf, 
                !list.empty()) {
         write(formatAddressList(list, page, form));
     } else {
-        MimeHeader::writeField(field, page, form, log, out);
+        MimeHeader::writeField(log, field, page, form, out);
     }
 }
 
@@ -162,8 +162,8 @@ std::span<const _tvEmailAddress> Email2::addressesOf(std::string_view field) con
     return {};
 }
 
-bool Email2::renderBody(const Leaf& leaf, OutputStream& out, const RenderOptions& options,
-                        LogBase& log) const {
+bool Email2::renderBody(LogBase& log, const Leaf& leaf, OutputStream& out,
+                        const RenderOptions& options) const {
     const LogContextExitor context(log, "getEncodedBody");
     const std::string_view text = leaf.text();
     const std::span<const uint8_t> bytes(bytesOf(text), text.size());

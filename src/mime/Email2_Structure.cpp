@@ -82,7 +82,7 @@ void Email2::takeContentOf(Email2& other) {
     other.children_.clear();
 }
 
-void Email2::convertToMultipart(std::string_view type, LogBase& log) {
+void Email2::convertToMultipart(LogBase& log, std::string_view type) {
     const LogContextExitor context(log, "convertToMultipartX");
     std::unique_ptr<Email2> child = createPart(common_);
     child->takeContentOf(*this);
@@ -95,8 +95,8 @@ void Email2::convertToMultipart(std::string_view type, LogBase& log) {
     if (keep) insertChild(0, std::move(child));
 }
 
-void Email2::addAttachment(std::unique_ptr<Email2> part, LogBase& log) {
-    if (!contentType_.is(kMixed)) convertToMultipart(kMixed, log);
+void Email2::addAttachment(LogBase& log, std::unique_ptr<Email2> part) {
+    if (!contentType_.is(kMixed)) convertToMultipart(log, kMixed);
     children_.push_back(std::move(part));
 }
 
@@ -113,7 +113,7 @@ Email2& Email2::relatedEnclosure(LogBase& log) {
         return alternative->encloseRelated(alternative->findBody(kHtml));
     }
     if (!contentType_.is(kMixed)) {
-        convertToMultipart(kRelated, log);
+        convertToMultipart(log, kRelated);
         return *this;
     }
     const auto body = std::find_if(children_.begin(), children_.end(),
@@ -128,14 +128,14 @@ Email2& Email2::encloseRelated(const Email2* child) {
     return insertChild(contentType_.is(kMixed) && !child ? 0 : at, std::move(related));
 }
 
-void Email2::addRelatedItem(std::unique_ptr<Email2> part, LogBase& log) {
+void Email2::addRelatedItem(LogBase& log, std::unique_ptr<Email2> part) {
     relatedEnclosure(log).children_.push_back(std::move(part));
 }
 
 Email2& Email2::addAlternativeEnclosure(LogBase& log) {
     const LogContextExitor context(log, "addAlternativeEnclosure");
     if (!contentType_.is(kMixed)) {
-        convertToMultipart(kAlternative, log);
+        convertToMultipart(log, kAlternative);
         return *this;
     }
     log.logInfo("Adding a new alternative MIME enclosure beneath the multipart/mixed");
@@ -152,7 +152,7 @@ void Email2::moveMixedPlainTextToAlternative(LogBase& log) {
     insertChild(0, createMultipart(kAlternative)).insertChild(0, std::move(plain));
 }
 
-bool Email2::setBody(std::string_view utf8, std::string_view type, LogBase& log) {
+bool Email2::setBody(LogBase& log, std::string_view utf8, std::string_view type) {
     const LogContextExitor context(log, "setBody");
     const auto bytes = std::make_shared<DataBuffer>();
     if (!bytes->append(utf8)) {
@@ -163,7 +163,7 @@ bool Email2::setBody(std::string_view utf8, std::string_view type, LogBase& log)
         log.logError("Invalid body content type.");
         type = kPlain;
     }
-    Email2& place = placeForBody(type, log);
+    Email2& place = placeForBody(log, type);
     place.setFreshText();
     place.setContentType(type);
     place.contentType_.setCharset(kCodePageUtf8);
@@ -171,7 +171,7 @@ bool Email2::setBody(std::string_view utf8, std::string_view type, LogBase& log)
     return true;
 }
 
-Email2& Email2::placeForBody(std::string_view type, LogBase& log) {
+Email2& Email2::placeForBody(LogBase& log, std::string_view type) {
     const bool html = type == kHtml;
     if (Email2* existing = html ? findBody(kHtml) : nullptr) {
         log.logInfo("Found existing HTML body.");

@@ -120,7 +120,7 @@ std::string_view findMetaCharset(std::string_view html, size_t from) {
     return {};
 }
 
-bool correctMetaCharset(std::string_view html, uint32_t codePage, std::string& out, LogBase& log) {
+bool correctMetaCharset(LogBase& log, std::string_view html, uint32_t codePage, std::string& out) {
     std::string corrected;
     size_t copied = 0;
     std::string_view charset;

@@ -16,6 +16,6 @@ std::string_view findMetaCharset(std::string_view html, size_t from = 0);
 
 // True if a META tag named another charset than that of the code page: out is then the document
 // with the name replaced and all else byte for byte. out is untouched otherwise.
-bool correctMetaCharset(std::string_view html, uint32_t codePage, std::string& out, LogBase& log);
+bool correctMetaCharset(LogBase& log, std::string_view html, uint32_t codePage, std::string& out);
 
 }  // namespace tv

@@ -62,7 +62,7 @@ bool MimeHeader::isAddressField(std::string_view name) {
                        [name](std::string_view known) { return equalsIgnoreCase(known, name); });
 }
 
-void MimeHeader::writeField(const Field& field, uint32_t codePage, AddressForm form, LogBase& log,
+void MimeHeader::writeField(LogBase& log, const Field& field, uint32_t codePage, AddressForm form,
                             std::string& out) {
     const std::string_view value = field.value;
     out += field.name;

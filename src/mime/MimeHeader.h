@@ -32,7 +32,7 @@ public:
 
     // Appends "Name: value" without a line end. Addresses are taken apart and written as an address
     // list in the given form; anything else is written as text, encoded and folded as needed.
-    static void writeField(const Field& field, uint32_t codePage, AddressForm form, LogBase& log,
+    static void writeField(LogBase& log, const Field& field, uint32_t codePage, AddressForm form,
                            std::string& out);
     // True for From, To, Cc and the like, whose value is a list of addresses.
     static bool isAddressField(std::string_view name);

@@ -39,30 +39,30 @@ std::string connectFailText(ConnectFailReason reason) {
     return text ? std::string(text) : std::to_string(static_cast<int>(reason));
 }
 
-std::string connectFailCause(const SocketParams& params) {
-    return params.cause.empty() ? connectFailText(params.connectFailReason) : params.cause;
+std::string connectFailCause(const CallContext& call) {
+    return call.cause.empty() ? connectFailText(call.connectFailReason) : call.cause;
 }
 
-void logConnectFailReason(const SocketParams& params, LogBase& log) {
-    const ConnectFailReason reason = params.connectFailReason;
-    if (!params.cause.empty()) log.logError(params.cause + ".");
-    log.logData("ConnectFailReason", connectFailText(reason));
+void logConnectFailReason(const CallContext& call) {
+    const ConnectFailReason reason = call.connectFailReason;
+    if (!call.cause.empty()) call.log.logError(call.cause + ".");
+    call.log.logData("ConnectFailReason", connectFailText(reason));
     if (reason == ConnectFailReason::Timeout) {
-        log.logInfo("A few possible causes for a connection timeout are:");
-        log.logInfo(
+        call.log.logInfo("A few possible causes for a connection timeout are:");
+        call.log.logInfo(
             "- The remote host is not reachable (perhaps a firewall is blocking the connection on "
             "the remote end).");
-        log.logInfo(
+        call.log.logInfo(
             "- Your ISP is blocking the outbound connection (this is common for SMTP port 25).");
-        log.logInfo(
+        call.log.logInfo(
             "- If your timeout is too short, then maybe the server is just too slow to accept the "
             "connection.");
     } else if (reason == ConnectFailReason::Rejected) {
-        log.logInfo("A few possible causes for a connection being rejected are:");
-        log.logInfo(
+        call.log.logInfo("A few possible causes for a connection being rejected are:");
+        call.log.logInfo(
             "- A firewall (software or hardware), such as Windows Firewall, is blocking the "
             "connection .");
-        log.logInfo("- Nothing is listening at the remote host:port");
+        call.log.logInfo("- Nothing is listening at the remote host:port");
     }
 }
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "log/LogBase.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 
 namespace tv {
 
@@ -12,10 +12,10 @@ namespace tv {
 std::string connectFailText(ConnectFailReason reason);
 
 // The same for a host that asks what went wrong: the cause behind the reason, where one is known.
-std::string connectFailCause(const SocketParams& params);
+std::string connectFailCause(const CallContext& call);
 
 // Writes the reason under "ConnectFailReason", the cause before it and the usual causes of some
 // behind it.
-void logConnectFailReason(const SocketParams& params, LogBase& log);
+void logConnectFailReason(const CallContext& call);
 
 }  // namespace tv

@@ -20,32 +20,31 @@ struct Attempt {
     const ConnectTarget& target;
     TolvaneSocket& socket;
     Deadline deadline;
-    LogBase& log;
-    SocketParams& params;
+    CallContext& call;
 };
 
 bool fail(Attempt& attempt, const char* text, ConnectFailReason reason) {
-    attempt.log.logError(text);
-    attempt.params.connectFailReason = reason;
-    if (reason == ConnectFailReason::Timeout) attempt.params.timedOut = true;
-    attempt.params.cause =
+    attempt.call.log.logError(text);
+    attempt.call.connectFailReason = reason;
+    if (reason == ConnectFailReason::Timeout) attempt.call.timedOut = true;
+    attempt.call.cause =
         reason == ConnectFailReason::InternalError ? "The system gave no socket" : "";
     return false;
 }
 
 // A fresh socket of the address's family, connected within limitMs (0: no limit).
 bool connectAddress(Attempt& attempt, const plat::IpAddress& address, uint64_t limitMs) {
-    attempt.params.cause.clear();
-    const bool made = address.isIpv4() ? attempt.socket.createSocket_ipv4(attempt.log)
-                                       : attempt.socket.createSocket_ipv6(attempt.log);
+    attempt.call.cause.clear();
+    const bool made = address.isIpv4() ? attempt.socket.createSocket_ipv4(attempt.call.log)
+                                       : attempt.socket.createSocket_ipv6(attempt.call.log);
     if (!made) {
         return fail(attempt,
                     address.isIpv4() ? "Cannot connect, invalid IPv4 socket"
                                      : "Cannot connect, invalid IPv6 socket",
                     ConnectFailReason::InternalError);
     }
-    return attempt.socket.connect(address, attempt.target.port, static_cast<uint32_t>(limitMs),
-                                  attempt.log, attempt.params);
+    return attempt.socket.connect(attempt.call, address, attempt.target.port,
+                                  static_cast<uint32_t>(limitMs));
 }
 
 // What one address may cost while others wait for their turn; never 0, which would be no limit.
@@ -57,15 +56,15 @@ uint64_t shareOf(const Attempt& attempt, size_t addressesLeft) {
 }
 
 bool connectAddresses(Attempt& attempt, const std::vector<plat::IpAddress>& addresses) {
-    LogBase& log = attempt.log;
+    LogBase& log = attempt.call.log;
     const Deadline watch(attempt.target.connectTimeoutMs);
     for (size_t i = 0; i < addresses.size(); ++i) {
         const plat::IpAddress& address = addresses[i];
         log.logData(address.isIpv4() ? "ipv4_address" : "ipv6_address", plat::toText(address));
         if (address.isIpv4()) log.logInfo("This is an IPV4 numeric address.");
-        attempt.params.timedOut = false;
+        attempt.call.timedOut = false;
         if (connectAddress(attempt, address, shareOf(attempt, addresses.size() - i))) return true;
-        if (attempt.params.aborted) {
+        if (attempt.call.aborted) {
             return fail(attempt, "Aborted by application.", ConnectFailReason::Aborted);
         }
         if (watch.clockWentBack()) {
@@ -87,23 +86,23 @@ bool connectAddresses(Attempt& attempt, const std::vector<plat::IpAddress>& addr
 // The first IPv6 address of the name, if it has one. False also where IPv4 is to be tried next.
 bool connectPreferringIpv6(Attempt& attempt, std::string_view host) {
     std::vector<plat::IpAddress> addresses;
-    if (!getAddressInfo(host, true, attempt.deadline, addresses, attempt.log, attempt.params)) {
+    if (!getAddressInfo(attempt.call, host, true, attempt.deadline, addresses)) {
         return false;
     }
     const plat::IpAddress& address = addresses.front();
     if (address.isIpv4()) return false;
-    attempt.log.logData("ipv6_address", plat::toText(address));
+    attempt.call.log.logData("ipv6_address", plat::toText(address));
     return connectAddress(attempt, address, shareOf(attempt, 2));
 }
 
 bool connect_domain(Attempt& attempt, std::string_view host) {
-    const LogContextExitor context(attempt.log, "connect_domain");
+    const LogContextExitor context(attempt.call.log, "connect_domain");
     if (attempt.target.preferIpv6) {
         if (connectPreferringIpv6(attempt, host)) return true;
-        if (attempt.params.aborted || attempt.params.timedOut) return false;
+        if (attempt.call.aborted || attempt.call.timedOut) return false;
     }
     std::vector<plat::IpAddress> addresses;
-    if (!dnsLookup(host, attempt.deadline, addresses, attempt.log, attempt.params)) return false;
+    if (!dnsLookup(attempt.call, host, attempt.deadline, addresses)) return false;
     return connectAddresses(attempt, addresses);
 }
 
@@ -116,27 +115,26 @@ bool connectHost(Attempt& attempt, const std::string& host) {
 
 }  // namespace
 
-bool connectSocket_v2(TolvaneSocket& socket, const ConnectTarget& target, LogBase& log,
-                      SocketParams& params) {
-    const LogContextExitor context(log, "connectSocket_v2");
-    log.logData("domainOrIpAddress", target.host);
-    log.logDataLong("port", target.port);
-    log.logDataLong("connectTimeoutMs", target.connectTimeoutMs);
+bool connectSocket_v2(CallContext& call, TolvaneSocket& socket, const ConnectTarget& target) {
+    const LogContextExitor context(call.log, "connectSocket_v2");
+    call.log.logData("domainOrIpAddress", target.host);
+    call.log.logDataLong("port", target.port);
+    call.log.logDataLong("connectTimeoutMs", target.connectTimeoutMs);
     Attempt attempt{target, socket,
                     target.connectTimeoutMs == 0
                         ? Deadline::unlimited(TolvaneSocket::kEndlessConnectMs)
                         : Deadline(target.connectTimeoutMs),
-                    log, params};
+                    call};
     const std::string host = normalizeHost(target.host);
     if (host.empty()) {
         return fail(attempt, "Cannot connect, hostname is zero length",
                     ConnectFailReason::EmptyHostname);
     }
     const std::string place = host + ":" + std::to_string(target.port);
-    if (params.monitor) params.monitor->textEvent("SocketConnect", place);
+    if (call.monitor) call.monitor->textEvent("SocketConnect", place);
     if (!connectHost(attempt, host)) return false;
-    params.connectFailReason = ConnectFailReason::None;
-    if (params.monitor) params.monitor->textEvent("SocketConnected", place);
+    call.connectFailReason = ConnectFailReason::None;
+    if (call.monitor) call.monitor->textEvent("SocketConnected", place);
     return true;
 }
 

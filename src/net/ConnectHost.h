@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "log/LogBase.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 #include "net/stream/TolvaneSocket.h"
 
 namespace tv {
@@ -17,8 +17,7 @@ struct ConnectTarget {
     bool preferIpv6 = false;
 };
 
-// On failure the socket is closed and params.connectFailReason says why.
-bool connectSocket_v2(TolvaneSocket& socket, const ConnectTarget& target, LogBase& log,
-                      SocketParams& params);
+// On failure the socket is closed and call.connectFailReason says why.
+bool connectSocket_v2(CallContext& call, TolvaneSocket& socket, const ConnectTarget& target);
 
 }  // namespace tv

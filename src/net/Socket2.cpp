@@ -58,48 +58,48 @@ struct Socket2::State {
     }
 
     // One segment from the network, or one record's text, into the buffer.
-    bool receiveMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    bool receiveMore(CallContext& call, uint32_t maxIdleMs) {
         if (tls) {
             SecureBuffer text;
-            return tls->receiveApplicationData(text, maxIdleMs, log, params) && alive == kAlive &&
+            return tls->receiveApplicationData(call, text, maxIdleMs) && alive == kAlive &&
                    keep(text.bytes());
         }
         size_t size = 0;
-        return tcp.receiveBytes(segment, size, maxIdleMs, log, params) && alive == kAlive &&
+        return tcp.receiveBytes(call, segment, size, maxIdleMs) && alive == kAlive &&
                keep({segment.data(), size});
     }
 
     // What has arrived, without waiting.
     bool receiveReady() {
-        LogNull log;
         if (tls) {
-            SocketParams params;
+            LogNull quiet;
+            CallContext call(quiet);
             SecureBuffer text;
-            return tls->receiveReady(text, log, params) && keep(text.bytes());
+            return tls->receiveReady(call, text) && keep(text.bytes());
         }
         size_t size = 0;
         return tcp.receiveReady(segment, size) && keep({segment.data(), size});
     }
 
-    bool connectionFailed(LogBase& log, SocketParams& params) {
-        logConnectFailReason(params, log);
+    bool connectionFailed(CallContext& call) {
+        logConnectFailReason(call);
         return false;
     }
 
     // A handshake over the open TCP connection. A failure closes it.
-    bool secure(int road, uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+    bool secure(CallContext& call, int road, uint32_t maxIdleMs) {
         tls = std::make_unique<SChannelTolvane>(tcp);
-        if (tls->handshake(serverName(host), port, tlsSettings, road, maxIdleMs, log, params) &&
+        if (tls->handshake(call, serverName(host), port, tlsSettings, road, maxIdleMs) &&
             alive == kAlive) {
             type = ConnectionType::Tls;
             return true;
         }
-        closeTcp(log, params);
+        closeTcp(call);
         return false;
     }
 
-    void closeTcp(LogBase& log, SocketParams& params) {
-        tcp.terminateConnection(CloseForm::AtOnce, 0, log, params);
+    void closeTcp(CallContext& call) {
+        tcp.terminateConnection(call, CloseForm::AtOnce, 0);
         type = ConnectionType::None;
         tls.reset();
         received.clear();
@@ -109,90 +109,87 @@ struct Socket2::State {
 Socket2::Socket2() : state_(std::make_shared<State>()) {}
 
 Socket2::~Socket2() {
-    LogNull log;
-    SocketParams params;
+    LogNull quiet;
+    CallContext call(quiet);
     state_->alive = 0;
-    state_->tcp.terminateConnection(CloseForm::AtOnce, 0, log, params);
+    state_->tcp.terminateConnection(call, CloseForm::AtOnce, 0);
 }
 
-bool Socket2::mayRetryWithoutTls13(const LogBase& log, const SocketParams& params) const {
+bool Socket2::mayRetryWithoutTls13(const CallContext& call) const {
     const TlsChannelSettings& settings = state_->tlsSettings;
-    const bool unread = params.connectFailReason == ConnectFailReason::TlsNoServerHello ||
-                        params.connectFailReason == ConnectFailReason::TlsServerHelloUnreadable;
+    const bool unread = call.connectFailReason == ConnectFailReason::TlsNoServerHello ||
+                        call.connectFailReason == ConnectFailReason::TlsServerHelloUnreadable;
     const tls::VersionRange range = tls::versionRange(settings.tlsProtocol);
-    return unread && !settings.withoutTls13 && !tls::tlsOptions(log).disableTls13 &&
+    return unread && !settings.withoutTls13 && !tls::tlsOptions(call.log).disableTls13 &&
            range.contains(tls::Version::Tls13) && range.contains(tls::Version::Tls12);
 }
 
 // A server that falls silent or hangs up at a hello with TLS 1.3 is asked once more without it.
-bool Socket2::connectTls(LogBase& log, SocketParams& params) {
+bool Socket2::connectTls(CallContext& call) {
     const auto state = state_;
-    if (!connectTcp(log, params)) {
-        log.logError("pmConnect failed.");
+    if (!connectTcp(call)) {
+        call.log.logError("pmConnect failed.");
         return false;
     }
-    if (state->secure(kImplicitRoad, state->connectTimeoutMs, log, params)) return true;
-    if (!mayRetryWithoutTls13(log, params)) return false;
-    log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
+    if (state->secure(call, kImplicitRoad, state->connectTimeoutMs)) return true;
+    if (!mayRetryWithoutTls13(call)) return false;
+    call.log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
     state->tlsSettings.withoutTls13 = true;
-    params.timedOut = false;
-    params.connectFailReason = ConnectFailReason::None;
-    params.cause.clear();
-    const bool success = connectTcp(log, params) &&
-                         state->secure(kImplicitRoad, state->connectTimeoutMs, log, params);
+    call.timedOut = false;
+    call.connectFailReason = ConnectFailReason::None;
+    call.cause.clear();
+    const bool success =
+        connectTcp(call) && state->secure(call, kImplicitRoad, state->connectTimeoutMs);
     state->tlsSettings.withoutTls13 = false;
     return success;
 }
 
-bool Socket2::connectTcp(LogBase& log, SocketParams& params) {
+bool Socket2::connectTcp(CallContext& call) {
     const auto state = state_;
     const ConnectTarget target{state->host, static_cast<uint16_t>(state->port),
                                state->connectTimeoutMs, state->preferIpv6};
-    if (!connectSocket_v2(state->tcp, target, log, params) || state->alive != kAlive) {
+    if (!connectSocket_v2(call, state->tcp, target) || state->alive != kAlive) {
         return false;
     }
     state->type = ConnectionType::Plain;
-    if (state->tcpNoDelay) state->tcp.setTcpNoDelay(true, log);
+    if (state->tcpNoDelay) state->tcp.setTcpNoDelay(call.log, true);
     return true;
 }
 
-bool Socket2::connect2(std::string_view hostname, int port, bool ssl, LogBase& log,
-                       SocketParams& params) {
-    const LogContextExitor context(log, "connect2");
+bool Socket2::connect2(CallContext& call, std::string_view hostname, int port, bool ssl) {
+    const LogContextExitor context(call.log, "connect2");
     const auto state = state_;
-    log.logData("hostname", hostname);
-    log.logDataLong("port", port);
-    log.logDataBool("ssl", ssl);
-    params.timedOut = false;
-    params.connectFailReason = ConnectFailReason::None;
-    params.cause.clear();
-    state->closeTcp(log, params);
+    call.log.logData("hostname", hostname);
+    call.log.logDataLong("port", port);
+    call.log.logDataBool("ssl", ssl);
+    call.timedOut = false;
+    call.connectFailReason = ConnectFailReason::None;
+    call.cause.clear();
+    state->closeTcp(call);
     state->host = hostname;
     state->port = port;
     if (port < 1 || port > 65535) {
-        log.logError("Cannot connect, the port is not a number from 1 to 65535.");
-        params.connectFailReason = ConnectFailReason::InternalError;
-        params.cause = "The port is not a number from 1 to 65535";
-        return state->connectionFailed(log, params);
+        call.log.logError("Cannot connect, the port is not a number from 1 to 65535.");
+        call.connectFailReason = ConnectFailReason::InternalError;
+        call.cause = "The port is not a number from 1 to 65535";
+        return state->connectionFailed(call);
     }
-    if (!ensureSocketLibrary(log)) {
-        params.connectFailReason = ConnectFailReason::InternalError;
-        params.cause = "The system's socket library did not start";
-        return state->connectionFailed(log, params);
+    if (!ensureSocketLibrary(call.log)) {
+        call.connectFailReason = ConnectFailReason::InternalError;
+        call.cause = "The system's socket library did not start";
+        return state->connectionFailed(call);
     }
-    const bool success = ssl ? connectTls(log, params) : connectTcp(log, params);
-    return success || state->connectionFailed(log, params);
+    const bool success = ssl ? connectTls(call) : connectTcp(call);
+    return success || state->connectionFailed(call);
 }
 
-bool Socket2::convertToTls(std::string_view hostname, uint32_t maxIdleMs, LogBase& log,
-                           SocketParams& params) {
-    const LogContextExitor context(log, "convertToTls");
+bool Socket2::convertToTls(CallContext& call, std::string_view hostname, uint32_t maxIdleMs) {
+    const LogContextExitor context(call.log, "convertToTls");
     const auto state = state_;
-    log.logData("hostname", hostname);
-    if (!state->isUsable(log) || state->type != ConnectionType::Plain) return false;
+    call.log.logData("hostname", hostname);
+    if (!state->isUsable(call.log) || state->type != ConnectionType::Plain) return false;
     state->host = hostname;
-    return state->secure(kConversionRoad, maxIdleMs, log, params) ||
-           state->connectionFailed(log, params);
+    return state->secure(call, kConversionRoad, maxIdleMs) || state->connectionFailed(call);
 }
 
 bool Socket2::isTls() const {
@@ -221,45 +218,42 @@ bool Socket2::isQuiet() {
     return !state->receiveReady() && isConnected();
 }
 
-bool Socket2::sendBytes(std::span<const uint8_t> bytes, uint32_t maxIdleMs, LogBase& log,
-                        SocketParams& params) {
+bool Socket2::sendBytes(CallContext& call, std::span<const uint8_t> bytes, uint32_t maxIdleMs) {
     const auto state = state_;
-    params.anySent = false;
-    if (!state->isUsable(log)) return false;
-    if (params.checkAbort()) {
-        log.logError("Socket SendBytes aborted by application.");
+    call.anySent = false;
+    if (!state->isUsable(call.log)) return false;
+    if (call.checkAbort()) {
+        call.log.logError("Socket SendBytes aborted by application.");
         return false;
     }
     size_t sent = 0;
-    const bool success = state->tls
-                             ? state->tls->sendApplicationData(bytes, sent, maxIdleMs, log, params)
-                             : state->tcp.sendBytes(bytes, sent, maxIdleMs, log, params);
-    params.anySent = sent > 0 || state->tls;  // TLS counts whole records alone
+    const bool success = state->tls ? state->tls->sendApplicationData(call, bytes, sent, maxIdleMs)
+                                    : state->tcp.sendBytes(call, bytes, sent, maxIdleMs);
+    call.anySent = sent > 0 || state->tls;  // TLS counts whole records alone
     if (state->sessionLog && sent > 0) state->sessionLog->sent(bytes.first(sent));
     if (success && state->alive == kAlive) return true;
-    if (params.aborted) log.logError("Socket SendBytes2 aborted by application.");
-    log.logError("Did not send all of the bytes.");
-    log.logDataLong("numBytesToSend", static_cast<int64_t>(bytes.size()));
-    log.logDataLong("numBytesSent", static_cast<int64_t>(sent));
+    if (call.aborted) call.log.logError("Socket SendBytes2 aborted by application.");
+    call.log.logError("Did not send all of the bytes.");
+    call.log.logDataLong("numBytesToSend", static_cast<int64_t>(bytes.size()));
+    call.log.logDataLong("numBytesSent", static_cast<int64_t>(sent));
     return false;
 }
 
-bool Socket2::receiveBytes(DataBuffer& buffer, uint32_t maxIdleMs, LogBase& log,
-                           SocketParams& params) {
+bool Socket2::receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t maxIdleMs) {
     const auto state = state_;
     if (state->received.empty() &&
-        (!state->isUsable(log) || !state->receiveMore(maxIdleMs, log, params))) {
+        (!state->isUsable(call.log) || !state->receiveMore(call, maxIdleMs))) {
         return false;
     }
     if (state->received.takeAll(buffer)) return true;
-    log.logError("Out of memory while receiving.");
+    call.log.logError("Out of memory while receiving.");
     return false;
 }
 
-bool Socket2::receiveUntilMatch(DataBuffer& buffer, std::string_view match, size_t maxSize,
-                                uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+bool Socket2::receiveUntilMatch(CallContext& call, DataBuffer& buffer, std::string_view match,
+                                size_t maxSize, uint32_t maxIdleMs) {
     const auto state = state_;
-    if (!state->isUsable(log)) return false;
+    if (!state->isUsable(call.log)) return false;
     for (;;) {  // every round adds at least one byte, and maxSize bounds them
         switch (state->received.takeUntil(match, maxSize, buffer)) {
             case LineBuffer::Take::Found:
@@ -267,14 +261,14 @@ bool Socket2::receiveUntilMatch(DataBuffer& buffer, std::string_view match, size
             case LineBuffer::Take::NeedMore:
                 break;
             case LineBuffer::Take::TooLong:
-                log.logError("The end of the line did not come within the size allowed.");
-                log.logDataLong("maxSize", static_cast<int64_t>(maxSize));
+                call.log.logError("The end of the line did not come within the size allowed.");
+                call.log.logDataLong("maxSize", static_cast<int64_t>(maxSize));
                 return false;
             case LineBuffer::Take::NoMemory:
-                log.logError("Out of memory while receiving.");
+                call.log.logError("Out of memory while receiving.");
                 return false;
         }
-        if (!state->receiveMore(maxIdleMs, log, params)) return false;
+        if (!state->receiveMore(call, maxIdleMs)) return false;
     }
 }
 
@@ -282,9 +276,9 @@ bool Socket2::hasBufferedInput() const {
     return !state_->received.empty();
 }
 
-void Socket2::setTcpNoDelay(bool on, LogBase& log) {
+void Socket2::setTcpNoDelay(LogBase& log, bool on) {
     state_->tcpNoDelay = on;
-    if (isConnected()) state_->tcp.setTcpNoDelay(on, log);
+    if (isConnected()) state_->tcp.setTcpNoDelay(log, on);
 }
 
 void Socket2::setConnectTimeoutMs(uint32_t ms) {
@@ -303,12 +297,12 @@ TlsChannelSettings& Socket2::tlsSettings() {
     return state_->tlsSettings;
 }
 
-void Socket2::setSendBufSize(uint32_t bytes, LogBase& log) {
-    state_->tcp.setSendBufSize(bytes, log);
+void Socket2::setSendBufSize(LogBase& log, uint32_t bytes) {
+    state_->tcp.setSendBufSize(log, bytes);
 }
 
-void Socket2::setRecvBufSize(uint32_t bytes, LogBase& log) {
-    state_->tcp.setRecvBufSize(bytes, log);
+void Socket2::setRecvBufSize(LogBase& log, uint32_t bytes) {
+    state_->tcp.setRecvBufSize(log, bytes);
 }
 
 bool Socket2::startSessionLog(std::string_view utf8Path) {
@@ -320,10 +314,10 @@ const LoggedSocket2* Socket2::sessionLog() const {
     return state_->sessionLog.get();
 }
 
-void Socket2::close(bool abrupt, uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+void Socket2::close(CallContext& call, bool abrupt, uint32_t maxIdleMs) {
     const auto state = state_;
-    if (state->tls && !abrupt) state->tls->closeNotify(maxIdleMs, log, params);
-    state->closeTcp(log, params);
+    if (state->tls && !abrupt) state->tls->closeNotify(call, maxIdleMs);
+    state->closeTcp(call);
 }
 
 const std::string& Socket2::host() const {

@@ -10,7 +10,7 @@
 #include "base/DataBuffer.h"
 #include "log/LogBase.h"
 #include "net/LoggedSocket2.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 
 namespace tv {
 
@@ -29,15 +29,13 @@ public:
     Socket2& operator=(const Socket2&) = delete;
 
     // Resolves, connects within the connect time-out in all (0: six hours) and, with ssl, runs the
-    // TLS handshake. On failure params.connectFailReason says why and the socket is closed.
-    bool connect2(std::string_view hostname, int port, bool ssl, LogBase& log,
-                  SocketParams& params);
+    // TLS handshake. On failure call.connectFailReason says why and the socket is closed.
+    bool connect2(CallContext& call, std::string_view hostname, int port, bool ssl);
     // Runs the TLS handshake over the open plain connection. Failure closes the connection.
-    bool convertToTls(std::string_view hostname, uint32_t maxIdleMs, LogBase& log,
-                      SocketParams& params);
+    bool convertToTls(CallContext& call, std::string_view hostname, uint32_t maxIdleMs);
     // True where the handshake that failed had offered TLS 1.3 and the server answered nothing: the
     // owner of a conversion then makes the whole connection again without it (withoutTls13).
-    bool mayRetryWithoutTls13(const LogBase& log, const SocketParams& params) const;
+    bool mayRetryWithoutTls13(const CallContext& call) const;
     bool isTls() const;
     // "Unencrypted TCP/IP", "SSL/TLS", or empty while not connected.
     std::string_view connectionType() const;
@@ -48,27 +46,26 @@ public:
     bool isQuiet();
 
     // All bytes or failure; each wait for the socket to accept more is at most maxIdleMs (0: 56 h).
-    bool sendBytes(std::span<const uint8_t> bytes, uint32_t maxIdleMs, LogBase& log,
-                   SocketParams& params);
+    bool sendBytes(CallContext& call, std::span<const uint8_t> bytes, uint32_t maxIdleMs);
     // Appends what is there, waiting up to maxIdleMs for at least one byte.
-    bool receiveBytes(DataBuffer& buffer, uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    bool receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t maxIdleMs);
     // Appends to buffer up to and including match; what follows is kept for the next read. Fails
     // when match does not end within maxSize bytes; those are then in buffer. After any other
     // failure buffer is as it was. Each wait for bytes is at most maxIdleMs.
-    bool receiveUntilMatch(DataBuffer& buffer, std::string_view match, size_t maxSize,
-                           uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    bool receiveUntilMatch(CallContext& call, DataBuffer& buffer, std::string_view match,
+                           size_t maxSize, uint32_t maxIdleMs);
     // True if bytes have been received that no read has taken yet.
     bool hasBufferedInput() const;
 
-    void setTcpNoDelay(bool on, LogBase& log);  // also remembered for the next connect
+    void setTcpNoDelay(LogBase& log, bool on);  // also remembered for the next connect
     void setConnectTimeoutMs(uint32_t ms);
     void setPreferIpv6(bool on);
     // What the last handshake agreed on; nullptr while the connection is not TLS.
     const tls::Negotiated* negotiated() const;
     // Versions, verification and sessions of the next handshake.
     TlsChannelSettings& tlsSettings();
-    void setSendBufSize(uint32_t bytes, LogBase& log);
-    void setRecvBufSize(uint32_t bytes, LogBase& log);
+    void setSendBufSize(LogBase& log, uint32_t bytes);
+    void setRecvBufSize(LogBase& log, uint32_t bytes);
 
     // Copies all traffic from now on, also to a file unless the path is empty. False where the file
     // cannot be opened; memory is used all the same.
@@ -77,7 +74,7 @@ public:
 
     // TLS: says good-bye first, unless abrupt, and waits at most maxIdleMs for the peer to do so.
     // A plain connection is closed at once.
-    void close(bool abrupt, uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    void close(CallContext& call, bool abrupt, uint32_t maxIdleMs);
 
     // As last given to connect2, and what was reached.
     const std::string& host() const;
@@ -85,8 +82,8 @@ public:
     const std::string& remoteIp() const;
 
 private:
-    bool connectTcp(LogBase& log, SocketParams& params);
-    bool connectTls(LogBase& log, SocketParams& params);
+    bool connectTcp(CallContext& call);
+    bool connectTls(CallContext& call);
 
     struct State;
     // Shared with the operations under way, which outlive the object if another thread destroys it.

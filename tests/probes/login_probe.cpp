@@ -18,11 +18,11 @@ int main(int argc, char** argv) {
     connection.settings.smtpHost.setUtf8("127.0.0.1");
     connection.settings.smtpPort = std::atoi(argv[1]);
     tv::_tvLogger log;
-    tv::SocketParams params;
+    tv::CallContext call{log};
     tv::SaslPackage package(tv::SaslPackage::Package::Ntlm, tv::XString(argv[2]),
                             tv::XString(argv[3]), tv::XString(argv[4]), tv::XString("127.0.0.1"));
-    const bool success = connection.smtpConnect(params, log) &&
-                         tv::runSasl(package, connection, params, log).success;
+    const bool success =
+        connection.smtpConnect(call) && tv::runSasl(call, package, connection).success;
     std::string text;
     log.getText(text);
     std::cout << text << connection.sessionLog().text() << std::flush;

@@ -22,12 +22,12 @@ using test::quoted;
 
 void resolve(const std::string& name, uint32_t timeoutMs, bool six) {
     _tvLogger log;
-    SocketParams params;
+    CallContext call{log};
     std::vector<plat::IpAddress> found;
     const Deadline deadline = timeoutMs ? Deadline(timeoutMs) : Deadline::unlimited(3600000);
     const uint64_t start = plat::sysClock().tickMs();
-    const bool success = six ? getAddressInfo(name, true, deadline, found, log, params)
-                             : dnsLookup(name, deadline, found, log, params);
+    const bool success = six ? getAddressInfo(call, name, true, deadline, found)
+                             : dnsLookup(call, name, deadline, found);
     const uint64_t ms = plat::sysClock().tickMs() - start;
     std::string list, text;
     for (const plat::IpAddress& address : found) {
@@ -35,8 +35,8 @@ void resolve(const std::string& name, uint32_t timeoutMs, bool six) {
     }
     log.getText(text);
     std::cout << "{\"ok\": " << (success ? "true" : "false") << ", \"found\": [" << list
-              << "], \"reason\": " << static_cast<int>(params.connectFailReason)
-              << ", \"ms\": " << ms << ", \"log\": " << quoted(text) << "}" << std::endl;
+              << "], \"reason\": " << static_cast<int>(call.connectFailReason) << ", \"ms\": " << ms
+              << ", \"log\": " << quoted(text) << "}" << std::endl;
 }
 
 }  // namespace

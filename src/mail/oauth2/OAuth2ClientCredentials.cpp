@@ -27,25 +27,24 @@ struct ReplyBytes {
     DataBuffer data;
 };
 
-bool readReply(Socket2& socket, uint32_t limitMs, HttpReply& reply, LogBase& log,
-               SocketParams& params) {
+bool readReply(CallContext& call, Socket2& socket, uint32_t limitMs, HttpReply& reply) {
     ReplyBytes received;
     for (;;) {
-        const bool more = socket.receiveBytes(received.data, limitMs, log, params);
-        const bool closed = !more && !params.timedOut && !params.aborted;
+        const bool more = socket.receiveBytes(call, received.data, limitMs);
+        const bool closed = !more && !call.timedOut && !call.aborted;
         if (!more && !closed) {
-            log.logError("The token endpoint did not answer in time.");
+            call.log.logError("The token endpoint did not answer in time.");
             return false;
         }
         if (received.data.size() > kMaxReply) {
-            log.logError("The token endpoint's answer is larger than 64 KiB.");
+            call.log.logError("The token endpoint's answer is larger than 64 KiB.");
             return false;
         }
         switch (readHttpReply(received.data.text(), closed, reply)) {
             case HttpRead::Complete:
                 return true;
             case HttpRead::Malformed:
-                log.logError("The token endpoint's answer is not one of HTTP.");
+                call.log.logError("The token endpoint's answer is not one of HTTP.");
                 return false;
             case HttpRead::NeedMore:
                 break;
@@ -53,21 +52,21 @@ bool readReply(Socket2& socket, uint32_t limitMs, HttpReply& reply, LogBase& log
     }
 }
 
-bool post(const OAuth2Request& request, const OAuth2Transport& transport, HttpReply& reply,
-          LogBase& log, SocketParams& params) {
+bool post(CallContext& call, const OAuth2Request& request, const OAuth2Transport& transport,
+          HttpReply& reply) {
     Socket2 socket;
     socket.setConnectTimeoutMs(transport.connectTimeoutMs);
     TlsChannelSettings& tls = socket.tlsSettings();
     tls.tlsProtocol = transport.tlsProtocol;
     tls.trustAnchorsFile = transport.trustAnchorsFile;
     tls.requireSslCertVerify = true;
-    if (!socket.connect2(request.host, request.port, request.secure, log, params)) return false;
+    if (!socket.connect2(call, request.host, request.port, request.secure)) return false;
     const uint32_t limitMs = transport.idleTimeoutMs ? transport.idleTimeoutMs : kNoTimeoutMs;
     const SecureBuffer bytes = oauth2HttpRequest(request);
-    const WholeLimit limit(params, limitMs);
-    const bool answered = socket.sendBytes(bytes.bytes(), limitMs, log, params) &&
-                          readReply(socket, limitMs, reply, log, params);
-    socket.close(true, 0, log, params);
+    const WholeLimit limit(call, limitMs);
+    const bool answered =
+        socket.sendBytes(call, bytes.bytes(), limitMs) && readReply(call, socket, limitMs, reply);
+    socket.close(call, true, 0);
     return answered;
 }
 
@@ -84,22 +83,21 @@ OAuth2ClientCredentials::OAuth2ClientCredentials(const XString& description)
     description_.markSecret();
 }
 
-bool OAuth2ClientCredentials::accessToken(const OAuth2Transport& transport, SecureBuffer& token,
-                                          LogBase& log, SocketParams& params) {
-    const LogContextExitor context(log, "oauth2ClientCredentials");
+bool OAuth2ClientCredentials::accessToken(CallContext& call, const OAuth2Transport& transport,
+                                          SecureBuffer& token) {
+    const LogContextExitor context(call.log, "oauth2ClientCredentials");
     const uint64_t ageMs = plat::sysClock().tickMs() - fetchedTickMs_;
     const uint32_t lifetime = token_.lifetimeSeconds;
     lastWasKept_ = !token_.accessToken.empty() && lifetime > kMarginSeconds &&
                    ageMs < uint64_t{lifetime - kMarginSeconds} * 1000;
     if (lastWasKept_) {
-        log.logInfo("Using the access token that was fetched before.");
+        call.log.logInfo("Using the access token that was fetched before.");
     } else {
         OAuth2Token fetched;
-        SocketParams own;  // the connection to the mail server has an outcome of its own
-        own.monitor = params.monitor;
-        own.heartbeatMs = params.heartbeatMs;
-        const bool success = fetch(transport, fetched, log, own);
-        params.aborted = own.aborted;
+        // The connection to the mail server has an outcome of its own.
+        CallContext own = call.aside(call.log);
+        const bool success = fetch(own, transport, fetched);
+        call.aborted = own.aborted;
         if (!success) return false;
         token_ = std::move(fetched);
         fetchedTickMs_ = plat::sysClock().tickMs();
@@ -113,29 +111,30 @@ bool OAuth2ClientCredentials::tokenRefused() {
     return std::exchange(lastWasKept_, false);
 }
 
-bool OAuth2ClientCredentials::fetch(const OAuth2Transport& transport, OAuth2Token& token,
-                                    LogBase& log, SocketParams& params) {
+bool OAuth2ClientCredentials::fetch(CallContext& call, const OAuth2Transport& transport,
+                                    OAuth2Token& token) {
     OAuth2Request request;
     std::string fault;
     if (!readOAuth2Description(description_.utf8(), request, fault)) {
-        log.logError(fault);
+        call.log.logError(fault);
         return false;
     }
     if (!request.secure && !transport.plainAllowed) {
-        log.logError("The token endpoint must begin with https://: the request holds a secret.");
+        call.log.logError(
+            "The token endpoint must begin with https://: the request holds a secret.");
         return false;
     }
-    log.logData("tokenEndpointHost", request.host);
-    log.logDataLong("tokenEndpointPort", request.port);
-    log.logData("client_id", request.clientId);
-    log.logData("scope", request.scope);
+    call.log.logData("tokenEndpointHost", request.host);
+    call.log.logDataLong("tokenEndpointPort", request.port);
+    call.log.logData("client_id", request.clientId);
+    call.log.logData("scope", request.scope);
     HttpReply reply;
-    if (!post(request, transport, reply, log, params)) return false;
+    if (!post(call, request, transport, reply)) return false;
     if (!readOAuth2Token(reply, token, fault)) {
-        log.logError(withoutSecret(fault, request.clientSecret));
+        call.log.logError(withoutSecret(fault, request.clientSecret));
         return false;
     }
-    log.logDataLong("expires_in", token.lifetimeSeconds);
+    call.log.logDataLong("expires_in", token.lifetimeSeconds);
     return true;
 }
 

@@ -7,7 +7,7 @@
 #include "base/XString.h"
 #include "log/LogBase.h"
 #include "mail/oauth2/OAuth2Messages.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 
 namespace tv {
 
@@ -29,14 +29,12 @@ public:
     const XString& description() const { return description_; }
 
     // The kept token while it lives, else a new one. The reason of a failure is in the log.
-    bool accessToken(const OAuth2Transport& transport, SecureBuffer& token, LogBase& log,
-                     SocketParams& params);
+    bool accessToken(CallContext& call, const OAuth2Transport& transport, SecureBuffer& token);
     // The server refused the last token. True if that one had been kept: a new one may serve.
     bool tokenRefused();
 
 private:
-    bool fetch(const OAuth2Transport& transport, OAuth2Token& token, LogBase& log,
-               SocketParams& params);
+    bool fetch(CallContext& call, const OAuth2Transport& transport, OAuth2Token& token);
 
     XString description_;
     OAuth2Token token_;

@@ -58,7 +58,7 @@ ntlm::Bytes plainBytes(const SecureBuffer& buffer) {
 }
 
 // The entry stays, its value is as secret as the password it was made from.
-void logSecret(std::string_view name, LogBase& log) {
+void logSecret(LogBase& log, std::string_view name) {
     XString secret("x");
     secret.markSecret();
     log.logDataX(name, secret);
@@ -106,7 +106,7 @@ void ClsNtlm::put_ClientChallenge(std::span<const uint8_t> challenge) {
     clientChallenge_.assign(challenge.begin(), challenge.end());
 }
 
-bool ClsNtlm::genType1(std::string& out, LogBase& log) {
+bool ClsNtlm::genType1(LogBase& log, std::string& out) {
     const Guard guard(lock_);
     flags_ &= ~(ntlm::kOemDomainSupplied | ntlm::kOemWorkstationSupplied);
     if (!domain_.empty()) flags_ |= ntlm::kOemDomainSupplied;
@@ -126,10 +126,10 @@ bool ClsNtlm::genType1(std::string& out, LogBase& log) {
     return true;
 }
 
-bool ClsNtlm::genType3(std::string_view type2, SecureBuffer& out, LogBase& log) {
+bool ClsNtlm::genType3(LogBase& log, std::string_view type2, SecureBuffer& out) {
     const Guard guard(lock_);
     const LogContextExitor context(log, "genType3");
-    if (!readType2(type2, log)) {
+    if (!readType2(log, type2)) {
         log.logError("Failed to decode TYPE2 input message.");
         return false;
     }
@@ -147,7 +147,7 @@ bool ClsNtlm::genType3(std::string_view type2, SecureBuffer& out, LogBase& log) 
     log.logDataX("ntlmDomain", domain_);
     log.logDataX("ntlmUsername", userName_);
     log.logDataX("workstation", workstation_);
-    if (!addResponses(message, log)) return false;
+    if (!addResponses(log, message)) return false;
     const std::optional<SecureBuffer> bytes = message.encode();
     if (!bytes) {
         log.logError("A part of the NTLM message is longer than 65535 bytes.");
@@ -157,7 +157,7 @@ bool ClsNtlm::genType3(std::string_view type2, SecureBuffer& out, LogBase& log) 
     return true;
 }
 
-bool ClsNtlm::readType2(std::string_view type2, LogBase& log) {
+bool ClsNtlm::readType2(LogBase& log, std::string_view type2) {
     const auto bytes = base64Decode(type2, kMaxMessage, Base64Spaces::Skipped);
     if (!bytes) {
         log.logError("The TYPE2 message is no base64 text.");
@@ -184,7 +184,7 @@ void ClsNtlm::logType2(LogBase& log) const {
     log.logData("t2_flags", shownFlags(server_.flags));
 }
 
-bool ClsNtlm::chooseClientChallenge(ntlm::Challenge& challenge, LogBase& log) const {
+bool ClsNtlm::chooseClientChallenge(LogBase& log, ntlm::Challenge& challenge) const {
     if (clientChallenge_.size() == challenge.size()) {
         log.logInfo("Using pre-set client challenge.");
         std::copy(clientChallenge_.begin(), clientChallenge_.end(), challenge.begin());
@@ -196,9 +196,9 @@ bool ClsNtlm::chooseClientChallenge(ntlm::Challenge& challenge, LogBase& log) co
     return false;
 }
 
-bool ClsNtlm::addResponses(NtlmAuthenticate& message, LogBase& log) const {
+bool ClsNtlm::addResponses(LogBase& log, NtlmAuthenticate& message) const {
     ntlm::Challenge challenge{};
-    if (!chooseClientChallenge(challenge, log)) return false;
+    if (!chooseClientChallenge(log, challenge)) return false;
     log.logDataHex("ClientChallenge", challenge);
     log.logDataLong("NtlmVersion", ntlmVersion_);
     const ntlm::Secret secret{userName_.utf8(), password_.utf8(), domain_.utf8(), oemCodePage_};
@@ -213,8 +213,8 @@ bool ClsNtlm::addResponses(NtlmAuthenticate& message, LogBase& log) const {
         responses = ntlm::computeNtlmV2Response(secret, server_.challenge, challenge,
                                                 plat::sysClock().fileTimeUtc(), server_.targetInfo);
     }
-    logSecret("LmResponse", log);
-    logSecret("NtResponse", log);
+    logSecret(log, "LmResponse");
+    logSecret(log, "NtResponse");
     message.lmResponse = std::move(responses.lm);
     message.ntResponse = std::move(responses.nt);
     return true;

@@ -27,17 +27,17 @@ public:
     void put_ClientChallenge(std::span<const uint8_t> challenge);
 
     // All messages in base64. On failure the reason is in the log and out is as it was.
-    bool genType1(std::string& out, LogBase& log);
-    bool genType3(std::string_view type2, SecureBuffer& out, LogBase& log);
+    bool genType1(LogBase& log, std::string& out);
+    bool genType3(LogBase& log, std::string_view type2, SecureBuffer& out);
 
     // What the last Type 2 said of the server.
     const NtlmTargetNames& targetNames() const { return targetNames_; }
 
 private:
-    bool readType2(std::string_view type2, LogBase& log);
+    bool readType2(LogBase& log, std::string_view type2);
     void logType2(LogBase& log) const;
-    bool chooseClientChallenge(ntlm::Challenge& challenge, LogBase& log) const;
-    bool addResponses(NtlmAuthenticate& message, LogBase& log) const;
+    bool chooseClientChallenge(LogBase& log, ntlm::Challenge& challenge) const;
+    bool addResponses(LogBase& log, NtlmAuthenticate& message) const;
     SecureBuffer messageText(std::string_view utf8, uint32_t messageFlags) const;
 
     int32_t ntlmVersion_ = 1;

@@ -54,11 +54,11 @@ public:
 
     const Names& names() const { return names_; }
     // The turn of the AUTH command; its text is the initial response, where there is one.
-    virtual SaslResult begin(SaslTurn& turn, LogBase& log) = 0;
+    virtual SaslResult begin(LogBase& log, SaslTurn& turn) = 0;
     // The answer to a challenge, given as the server wrote it.
-    virtual SaslResult respond(std::string_view challenge, SaslTurn& turn, LogBase& log) = 0;
+    virtual SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) = 0;
     // What helps a reader of the log once the answer to the last turn was not what was wanted.
-    virtual void explainRefusal(std::string_view /*reply*/, LogBase& /*log*/) {}
+    virtual void explainRefusal(LogBase&, std::string_view /*log*/) {}
 
 protected:
     // The turn that every mechanism without an initial response begins with.

@@ -17,14 +17,14 @@ SaslCramMd5::SaslCramMd5(std::string user, SecureBuffer password)
       user_(std::move(user)),
       password_(std::move(password)) {}
 
-SaslResult SaslCramMd5::begin(SaslTurn& turn, LogBase&) {
+SaslResult SaslCramMd5::begin(LogBase&, SaslTurn& turn) {
     if (user_.empty() || password_.empty() || !saslSendable(user_)) {
         return SaslResult::NoCredentials;
     }
     return bareCommand(turn, "AUTH CRAM-MD5", "AUTH CRAM-MD5 failed");
 }
 
-SaslResult SaslCramMd5::respond(std::string_view challenge, SaslTurn& turn, LogBase& log) {
+SaslResult SaslCramMd5::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
     const auto bytes = base64Decode(challenge, kMaxChallenge, Base64Spaces::Skipped);
     if (!bytes) {
         log.logError("The challenge of the server is no base64 text.");

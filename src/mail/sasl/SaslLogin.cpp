@@ -26,7 +26,7 @@ SaslLogin::SaslLogin(std::string user, SecureBuffer password, std::string smtpHo
       password_(std::move(password)),
       smtpHost_(std::move(smtpHost)) {}
 
-SaslResult SaslLogin::begin(SaslTurn& turn, LogBase& log) {
+SaslResult SaslLogin::begin(LogBase& log, SaslTurn& turn) {
     if (user_.empty() || password_.empty()) {
         log.logError("Username and/or password is empty");
         return SaslResult::NoCredentials;
@@ -40,7 +40,7 @@ SaslResult SaslLogin::begin(SaslTurn& turn, LogBase& log) {
 }
 
 // The server's two questions are asked in many languages: only their order counts.
-SaslResult SaslLogin::respond(std::string_view, SaslTurn& turn, LogBase&) {
+SaslResult SaslLogin::respond(LogBase&, std::string_view, SaslTurn& turn) {
     if (step_ == Step::Command) {
         step_ = Step::User;
         turn.text.append(std::string_view(base64Encode(user_)));
@@ -58,7 +58,7 @@ SaslResult SaslLogin::respond(std::string_view, SaslTurn& turn, LogBase&) {
     return SaslResult::Send;
 }
 
-void SaslLogin::explainRefusal(std::string_view, LogBase& log) {
+void SaslLogin::explainRefusal(LogBase& log, std::string_view) {
     if (step_ == Step::Command) return;
     if (step_ == Step::Password && findIgnoreCase(smtpHost_, kHostedService) != std::string::npos) {
         adviseHostedService(log);

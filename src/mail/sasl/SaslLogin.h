@@ -11,9 +11,9 @@ class SaslLogin final : public SaslMechanism {
 public:
     SaslLogin(std::string user, SecureBuffer password, std::string smtpHost);
 
-    SaslResult begin(SaslTurn& turn, LogBase& log) override;
-    SaslResult respond(std::string_view challenge, SaslTurn& turn, LogBase& log) override;
-    void explainRefusal(std::string_view reply, LogBase& log) override;
+    SaslResult begin(LogBase& log, SaslTurn& turn) override;
+    SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
+    void explainRefusal(LogBase& log, std::string_view reply) override;
 
 private:
     enum class Step : uint8_t { Command, User, Password };

@@ -11,18 +11,18 @@ SaslNtlm::SaslNtlm(const XString& user, const XString& password, const XString& 
       password_(password),
       domain_(domain) {}
 
-SaslResult SaslNtlm::begin(SaslTurn& turn, LogBase&) {
+SaslResult SaslNtlm::begin(LogBase&, SaslTurn& turn) {
     if (user_.empty() || password_.empty() || !saslSendable(user_.utf8())) {
         return SaslResult::NoCredentials;
     }
     return bareCommand(turn, "AUTH NTLM", "AUTH NTLM failed");
 }
 
-SaslResult SaslNtlm::respond(std::string_view challenge, SaslTurn& turn, LogBase& log) {
-    return step_ == Step::Command ? sendType1(turn, log) : sendType3(challenge, turn, log);
+SaslResult SaslNtlm::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
+    return step_ == Step::Command ? sendType1(log, turn) : sendType3(log, challenge, turn);
 }
 
-SaslResult SaslNtlm::sendType1(SaslTurn& turn, LogBase& log) {
+SaslResult SaslNtlm::sendType1(LogBase& log, SaslTurn& turn) {
     step_ = Step::Type1;
     log.logInfo("Using Tolvane NTLM...");
     const XString computer(plat::sysHost().computerName());
@@ -37,7 +37,7 @@ SaslResult SaslNtlm::sendType1(SaslTurn& turn, LogBase& log) {
     log.logDataLong("smtpAuth.ntlmVersion", defaultNtlmVersion());
     log.logDataX("smtpAuth.computerName", computer);
     std::string message;
-    if (!ntlm_.genType1(message, log)) return SaslResult::Failed;
+    if (!ntlm_.genType1(log, message)) return SaslResult::Failed;
     turn.text.append(std::string_view(message));
     turn.secret = false;
     turn.wanted = SaslWanted::Challenge;
@@ -47,10 +47,10 @@ SaslResult SaslNtlm::sendType1(SaslTurn& turn, LogBase& log) {
     return SaslResult::Send;
 }
 
-SaslResult SaslNtlm::sendType3(std::string_view challenge, SaslTurn& turn, LogBase& log) {
+SaslResult SaslNtlm::sendType3(LogBase& log, std::string_view challenge, SaslTurn& turn) {
     step_ = Step::Type3;
     log.logData("NtlmChallenge", challenge);
-    if (!ntlm_.genType3(challenge, turn.text, log)) return SaslResult::Failed;
+    if (!ntlm_.genType3(log, challenge, turn.text)) return SaslResult::Failed;
     turn.wanted = SaslWanted::Success235;
     turn.replyName = "NTLM TYPE3";
     turn.success = "NTLM authentication succeeded.";
@@ -58,7 +58,7 @@ SaslResult SaslNtlm::sendType3(std::string_view challenge, SaslTurn& turn, LogBa
     return SaslResult::Send;
 }
 
-void SaslNtlm::explainRefusal(std::string_view reply, LogBase& log) {
+void SaslNtlm::explainRefusal(LogBase& log, std::string_view reply) {
     if (step_ != Step::Type3) return;
     log.logData("response", reply);
     log.logError("Logon denied.  Check username, password, and domain");

@@ -11,15 +11,15 @@ class SaslNtlm final : public SaslMechanism {
 public:
     SaslNtlm(const XString& user, const XString& password, const XString& domain);
 
-    SaslResult begin(SaslTurn& turn, LogBase& log) override;
-    SaslResult respond(std::string_view challenge, SaslTurn& turn, LogBase& log) override;
-    void explainRefusal(std::string_view reply, LogBase& log) override;
+    SaslResult begin(LogBase& log, SaslTurn& turn) override;
+    SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
+    void explainRefusal(LogBase& log, std::string_view reply) override;
 
 private:
     enum class Step : uint8_t { Command, Type1, Type3 };
 
-    SaslResult sendType1(SaslTurn& turn, LogBase& log);
-    SaslResult sendType3(std::string_view challenge, SaslTurn& turn, LogBase& log);
+    SaslResult sendType1(LogBase& log, SaslTurn& turn);
+    SaslResult sendType3(LogBase& log, std::string_view challenge, SaslTurn& turn);
 
     XString user_;
     XString password_;

@@ -34,14 +34,14 @@ SaslPackage::SaslPackage(Package package, const XString& user, const XString& pa
       domain_(domain),
       smtpHost_(smtpHost) {}
 
-SaslResult SaslPackage::begin(SaslTurn& turn, LogBase& log) {
+SaslResult SaslPackage::begin(LogBase& log, SaslTurn& turn) {
     if (user_.empty() || password_.empty()) return SaslResult::NoCredentials;
     if (package_ == Package::Ntlm) return bareCommand(turn, "AUTH NTLM", "AUTH NTLM failed");
     if (!openPackage(log)) return SaslResult::Unavailable;
     return bareCommand(turn, "AUTH MSN", "AUTH MSN failed");
 }
 
-SaslResult SaslPackage::respond(std::string_view challenge, SaslTurn& turn, LogBase& log) {
+SaslResult SaslPackage::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
     if (!exchange_) {
         log.logInfo("Using Microsoft SSPI NTLM.");
         if (!openPackage(log)) return SaslResult::Unavailable;
@@ -49,14 +49,14 @@ SaslResult SaslPackage::respond(std::string_view challenge, SaslTurn& turn, LogB
     const LogContextExitor context(log, "sspiAuthenticate");
     if (!tokenSent_) {
         tokenSent_ = true;
-        return nextToken({}, turn, log);
+        return nextToken(log, {}, turn);
     }
     const auto bytes = base64Decode(challenge, kMaxToken, Base64Spaces::Skipped);
     if (!bytes) {
         log.logError("The challenge of the server is no base64 text.");
         return SaslResult::Failed;
     }
-    return nextToken(*bytes, turn, log);
+    return nextToken(log, *bytes, turn);
 }
 
 bool SaslPackage::openPackage(LogBase& log) {
@@ -79,8 +79,8 @@ bool SaslPackage::openPackage(LogBase& log) {
     return true;
 }
 
-SaslResult SaslPackage::nextToken(std::span<const uint8_t> challenge, SaslTurn& turn,
-                                  LogBase& log) {
+SaslResult SaslPackage::nextToken(LogBase& log, std::span<const uint8_t> challenge,
+                                  SaslTurn& turn) {
     using State = plat::SecurityExchange::State;
     std::vector<uint8_t> token;
     std::string error;

@@ -17,12 +17,12 @@ public:
     SaslPackage(Package package, const XString& user, const XString& password,
                 const XString& domain, const XString& smtpHost);
 
-    SaslResult begin(SaslTurn& turn, LogBase& log) override;
-    SaslResult respond(std::string_view challenge, SaslTurn& turn, LogBase& log) override;
+    SaslResult begin(LogBase& log, SaslTurn& turn) override;
+    SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
 
 private:
     bool openPackage(LogBase& log);
-    SaslResult nextToken(std::span<const uint8_t> challenge, SaslTurn& turn, LogBase& log);
+    SaslResult nextToken(LogBase& log, std::span<const uint8_t> challenge, SaslTurn& turn);
 
     Package package_;
     XString user_;

@@ -9,7 +9,7 @@ SaslPlain::SaslPlain(std::string user, SecureBuffer password)
       user_(std::move(user)),
       password_(std::move(password)) {}
 
-SaslResult SaslPlain::begin(SaslTurn& turn, LogBase&) {
+SaslResult SaslPlain::begin(LogBase&, SaslTurn& turn) {
     const bool nulInside = saslText(password_).find('\0') != std::string_view::npos;
     if (user_.empty() || password_.empty() || !saslSendable(user_) || nulInside) {
         return SaslResult::NoCredentials;
@@ -28,7 +28,7 @@ SaslResult SaslPlain::begin(SaslTurn& turn, LogBase&) {
     return SaslResult::Send;
 }
 
-SaslResult SaslPlain::respond(std::string_view, SaslTurn&, LogBase&) {
+SaslResult SaslPlain::respond(LogBase&, std::string_view, SaslTurn&) {
     return SaslResult::Failed;  // nothing is left to say
 }
 

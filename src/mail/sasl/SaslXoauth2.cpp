@@ -22,12 +22,12 @@ SaslXoauth2::SaslXoauth2(std::string user, SecureBuffer token, TokenSource sourc
       token_(std::move(token)),
       source_(std::move(source)) {}
 
-SaslResult SaslXoauth2::begin(SaslTurn& turn, LogBase& log) {
+SaslResult SaslXoauth2::begin(LogBase& log, SaslTurn& turn) {
     if (user_.empty() || token_.empty()) {
         log.logError("Username and/or access token is empty");
         return SaslResult::NoCredentials;
     }
-    if (source_ && !source_(token_, log)) {
+    if (source_ && !source_(token_)) {
         log.logError("Failed to get SMTP OAuth2 access token by client credentials.");
         return SaslResult::Failed;
     }
@@ -50,7 +50,7 @@ SaslResult SaslXoauth2::begin(SaslTurn& turn, LogBase& log) {
 }
 
 // The refusal itself follows once the error was acknowledged with an empty line.
-SaslResult SaslXoauth2::respond(std::string_view challenge, SaslTurn& turn, LogBase& log) {
+SaslResult SaslXoauth2::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
     const auto error = base64Decode(challenge, kMaxErrorText, Base64Spaces::Skipped);
     if (error) {
         const std::string text(error->begin(), error->end());

@@ -13,12 +13,12 @@ class SaslXoauth2 final : public SaslMechanism {
 public:
     // Puts the token that a description stands for in its place; the reason of a failure is in the
     // log. None where the token was given itself.
-    using TokenSource = std::function<bool(SecureBuffer& token, LogBase& log)>;
+    using TokenSource = std::function<bool(SecureBuffer& token)>;
 
     SaslXoauth2(std::string user, SecureBuffer token, TokenSource source);
 
-    SaslResult begin(SaslTurn& turn, LogBase& log) override;
-    SaslResult respond(std::string_view challenge, SaslTurn& turn, LogBase& log) override;
+    SaslResult begin(LogBase& log, SaslTurn& turn) override;
+    SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
 
 private:
     std::string user_;

@@ -42,14 +42,14 @@ bool mentions(const SmtpResponse& reply, std::string_view mark) {
 
 }  // namespace
 
-void logLineHint(std::string_view line, LogBase& log) {
+void logLineHint(LogBase& log, std::string_view line) {
     if (line.find("501 Syntax error - line too long") == std::string_view::npos) return;
     for (const std::string_view text : kTooLong) {
         log.logInfo(text);
     }
 }
 
-void logReplyHints(const SmtpResponse& reply, LogBase& log) {
+void logReplyHints(LogBase& log, const SmtpResponse& reply) {
     for (const Hint& hint : kHints) {
         if (reply.statusCode != hint.code || !mentions(reply, hint.mark)) continue;
         const LogContextExitor context(log, hint.context);

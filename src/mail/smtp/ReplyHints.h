@@ -8,7 +8,7 @@
 
 namespace tv::smtp {
 
-void logLineHint(std::string_view line, LogBase& log);
-void logReplyHints(const SmtpResponse& reply, LogBase& log);
+void logLineHint(LogBase& log, std::string_view line);
+void logReplyHints(LogBase& log, const SmtpResponse& reply);
 
 }  // namespace tv::smtp

@@ -36,15 +36,14 @@ Verdict judge(const SmtpResponse& reply, SaslWanted wanted) {
 
 class SaslExchange {
 public:
-    SaslExchange(SaslMechanism& mechanism, SmtpConnImpl& connection, SocketParams& params,
-                 LogBase& log)
-        : mechanism_(mechanism), connection_(connection), params_(params), log_(log) {}
+    SaslExchange(CallContext& call, SaslMechanism& mechanism, SmtpConnImpl& connection)
+        : mechanism_(mechanism), connection_(connection), call_(call) {}
 
     SaslOutcome run() {
-        const LogContextExitor context(log_, mechanism_.names().context);
+        const LogContextExitor context(call_.log, mechanism_.names().context);
         outcome_.success = converse();
         const std::string_view failure = mechanism_.names().failure;
-        if (!outcome_.success && !failure.empty()) log_.logError(failure);
+        if (!outcome_.success && !failure.empty()) call_.log.logError(failure);
         return outcome_;
     }
 
@@ -59,29 +58,28 @@ private:
 
     SaslMechanism& mechanism_;
     SmtpConnImpl& connection_;
-    SocketParams& params_;
-    LogBase& log_;
+    CallContext& call_;
     SaslOutcome outcome_;
     bool commandSent_ = false;
     bool serverWaits_ = false;  // its last reply was a challenge
 };
 
 bool SaslExchange::converse() {
-    log_.logDataX("smtpAuth.user", connection_.settings.userName);
-    log_.logData("smtpAuth.method", mechanism_.names().method);
+    call_.log.logDataX("smtpAuth.user", connection_.settings.userName);
+    call_.log.logData("smtpAuth.method", mechanism_.names().method);
     std::string challenge;
     for (size_t i = 0; i < kMaxTurns; ++i) {
         SaslTurn turn;
-        const SaslResult result =
-            commandSent_ ? mechanism_.respond(challenge, turn, log_) : mechanism_.begin(turn, log_);
+        const SaslResult result = commandSent_ ? mechanism_.respond(call_.log, challenge, turn)
+                                               : mechanism_.begin(call_.log, turn);
         if (!isReady(result)) return false;
         std::optional<LogContextExitor> context;
-        if (!turn.context.empty()) context.emplace(log_, turn.context);
+        if (!turn.context.empty()) context.emplace(call_.log, turn.context);
         const auto reply = sendAndRead(turn);
         if (!reply) return false;
         const Verdict verdict = judge(*reply, turn.wanted);
         if (verdict == Verdict::Success) {
-            if (!turn.success.empty()) log_.logInfo(turn.success);
+            if (!turn.success.empty()) call_.log.logInfo(turn.success);
             return true;
         }
         if (verdict == Verdict::Refused) {
@@ -103,9 +101,8 @@ bool SaslExchange::isReady(SaslResult result) {
         case SaslResult::Send:
             return true;
         case SaslResult::NoCredentials:
-            connection_.fail(SmtpStatus::NoCredentials,
-                             "A credential that " + name + " needs is missing or not usable.",
-                             log_);
+            connection_.fail(call_.log, SmtpStatus::NoCredentials,
+                             "A credential that " + name + " needs is missing or not usable.");
             break;
         case SaslResult::Unavailable:
             outcome_.unavailable = true;
@@ -122,10 +119,10 @@ std::optional<SmtpResponse> SaslExchange::sendAndRead(const SaslTurn& turn) {
     outcome_.firstReplyLine.clear();
     serverWaits_ = false;
     if (!send(turn)) {
-        if (!turn.sendFailure.empty()) log_.logError(turn.sendFailure);
+        if (!turn.sendFailure.empty()) call_.log.logError(turn.sendFailure);
         return std::nullopt;
     }
-    auto reply = connection_.readSmtpResponse(turn.replyName, params_, log_);
+    auto reply = connection_.readSmtpResponse(call_, turn.replyName);
     if (!reply) return std::nullopt;
     serverWaits_ = reply->statusCode == kChallengeCode;
     outcome_.firstReplyLine = reply->lines.front();
@@ -143,24 +140,24 @@ bool SaslExchange::send(const SaslTurn& turn) {
     commandSent_ = true;
     line.append(turn.text.bytes());
     line.append("\r\n");
-    if (turn.wanted == SaslWanted::Challenge) log_.logDataVerbose("expectedNumber", "334");
-    if (turn.wanted == SaslWanted::Success235) log_.logDataVerbose("expectedNumber", "235");
-    return connection_.sendCmdToSmtp(saslText(line), turn.secret, log_, params_);
+    if (turn.wanted == SaslWanted::Challenge) call_.log.logDataVerbose("expectedNumber", "334");
+    if (turn.wanted == SaslWanted::Success235) call_.log.logDataVerbose("expectedNumber", "235");
+    return connection_.sendCmdToSmtp(call_, saslText(line), turn.secret);
 }
 
 void SaslExchange::refused(const SaslTurn& turn, const SmtpResponse& reply) {
-    if (!turn.refusal.empty()) log_.logError(turn.refusal);
-    log_.logDataLong("smtpAuth.statusCode", reply.statusCode);
+    if (!turn.refusal.empty()) call_.log.logError(turn.refusal);
+    call_.log.logDataLong("smtpAuth.statusCode", reply.statusCode);
     const std::string answer = connection_.lastReply();
     authFailure("The server refused the login by " + std::string(mechanism_.names().auth) + ": " +
                 answer);
-    mechanism_.explainRefusal(answer, log_);
+    mechanism_.explainRefusal(call_.log, answer);
     cancelIfAsked();
 }
 
 void SaslExchange::authFailure(const std::string& reason) {
-    connection_.fail(SmtpStatus::AuthFailure, reason, log_);
-    log_.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
+    connection_.fail(call_.log, SmtpStatus::AuthFailure, reason);
+    call_.log.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
 }
 
 // RFC 4954 section 4: "*" ends an exchange that the server wants to go on with; its refusal of that
@@ -168,16 +165,15 @@ void SaslExchange::authFailure(const std::string& reason) {
 void SaslExchange::cancelIfAsked() {
     if (!serverWaits_) return;
     serverWaits_ = false;
-    if (connection_.sendCmdToSmtp("*\r\n", false, log_, params_)) {
-        connection_.readSmtpResponse("*", params_, log_);
+    if (connection_.sendCmdToSmtp(call_, "*\r\n", false)) {
+        connection_.readSmtpResponse(call_, "*");
     }
 }
 
 }  // namespace
 
-SaslOutcome runSasl(SaslMechanism& mechanism, SmtpConnImpl& connection, SocketParams& params,
-                    LogBase& log) {
-    return SaslExchange(mechanism, connection, params, log).run();
+SaslOutcome runSasl(CallContext& call, SaslMechanism& mechanism, SmtpConnImpl& connection) {
+    return SaslExchange(call, mechanism, connection).run();
 }
 
 }  // namespace tv

@@ -5,7 +5,7 @@
 
 #include "log/LogBase.h"
 #include "mail/sasl/Sasl.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 
 namespace tv {
 
@@ -19,7 +19,6 @@ struct SaslOutcome {
 
 // Runs the mechanism to its end. A refusal leaves the connection open, with no exchange under way;
 // it and everything else that fails is noted as the connection's outcome.
-SaslOutcome runSasl(SaslMechanism& mechanism, SmtpConnImpl& connection, SocketParams& params,
-                    LogBase& log);
+SaslOutcome runSasl(CallContext& call, SaslMechanism& mechanism, SmtpConnImpl& connection);
 
 }  // namespace tv

@@ -17,7 +17,7 @@ constexpr uint32_t kLookMs = 50;
 
 // Several processes may write to one file, and each entry is written in blocks. Who keeps it to
 // himself for longer must not keep the mail from going out.
-void waitForOthers(plat::SysFile& file, LogBase& log) {
+void waitForOthers(LogBase& log, plat::SysFile& file) {
     const uint64_t start = plat::sysClock().tickMs();
     while (!file.tryLock()) {
         if (plat::sysClock().tickMs() - start >= kLongestWaitMs) {
@@ -30,16 +30,16 @@ void waitForOthers(plat::SysFile& file, LogBase& log) {
 
 }  // namespace
 
-bool appendToSentMailLog(std::string_view path, const SmtpSend& send, LogBase& log) {
+bool appendToSentMailLog(LogBase& log, std::string_view path, const SmtpSend& send) {
     plat::SysFile file;
     if (!file.openAppend(path)) return true;
-    waitForOthers(file, log);
+    waitForOthers(log, file);
     bool written = true;  // a full disk must not stop the mail
     ChunkStream blocks(kBlock, [&](std::span<const uint8_t> block) {
         written = written && file.write(block.data(), block.size());
         return true;
     });
-    const bool rendered = blocks.write(kBegin) && send.renderStuffed(blocks, log) &&
+    const bool rendered = blocks.write(kBegin) && send.renderStuffed(log, blocks) &&
                           blocks.write(kEnd) && blocks.finish();
     if (!file.close() || !written) log.logInfo("Failed to write the sent-mail log.");
     return rendered;

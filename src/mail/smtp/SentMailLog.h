@@ -12,6 +12,6 @@ namespace tv::smtp {
 // Writes one whole entry, after waiting at most two seconds for another process that writes its
 // own. A file that cannot be opened or written is skipped; false only where the message itself does
 // not render.
-bool appendToSentMailLog(std::string_view path, const SmtpSend& send, LogBase& log);
+bool appendToSentMailLog(LogBase& log, std::string_view path, const SmtpSend& send);
 
 }  // namespace tv::smtp

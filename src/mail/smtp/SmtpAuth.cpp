@@ -51,7 +51,7 @@ struct Login {
     bool haveToken() const { return !user.empty() && !token.empty(); }
 };
 
-Login loginOf(const SmtpConnImpl& connection, LogBase& log) {
+Login loginOf(LogBase& log, const SmtpConnImpl& connection) {
     const SmtpSettings& settings = connection.settings;
     Login login{std::string(settings.authMethod.utf8()), settings.userName, settings.password,
                 settings.oauth2Token};
@@ -75,7 +75,7 @@ Login loginOf(const SmtpConnImpl& connection, LogBase& log) {
     return login;
 }
 
-void logServerAndUser(const SmtpSettings& settings, const Login& login, LogBase& log) {
+void logServerAndUser(LogBase& log, const SmtpSettings& settings, const Login& login) {
     log.logDataX("smtp_host", settings.smtpHost);
     log.logDataLong("smtp_port", settings.smtpPort);
     if (!settings.loginDomain.empty()) log.logDataX("domain", settings.loginDomain);
@@ -83,7 +83,7 @@ void logServerAndUser(const SmtpSettings& settings, const Login& login, LogBase&
     if (!settings.authMethod.empty()) log.logDataX("auth-method", settings.authMethod);
 }
 
-void noteUnlistedMechanisms(AuthMechanisms& offered, LogBase& log) {
+void noteUnlistedMechanisms(LogBase& log, AuthMechanisms& offered) {
     log.logInfo("This SMTP server did not list authentication methods.");
     if (log.hasOption("SmtpForceLoginMethod")) {
         log.logInfo("Defaulting to LOGIN authentication method.");
@@ -105,7 +105,7 @@ std::string offerOf(const SmtpConnImpl& connection) {
 }
 
 // Why a login that somebody set a user or a secret for does not take place.
-void noteNoLogin(SmtpConnImpl& connection, const Login& login, LogBase& log) {
+void noteNoLogin(LogBase& log, SmtpConnImpl& connection, const Login& login) {
     if (login.user.empty() && login.password.empty() && login.token.empty()) return;
     const std::string method(connection.settings.authMethod.utf8());
     const std::string secret = login.havePassword() ? "a password" : "an access token";
@@ -119,7 +119,7 @@ void noteNoLogin(SmtpConnImpl& connection, const Login& login, LogBase& log) {
     } else if (!connection.capabilities().authNames.empty()) {
         why = "no mechanism of the server works here with " + secret + "; ";
     }
-    connection.noteNoLogin(why + offerOf(connection), log);
+    connection.noteNoLogin(log, why + offerOf(connection));
 }
 
 struct MechanismTexts {
@@ -159,8 +159,8 @@ MechanismTexts textsOf(AuthMechanism mechanism) {
 // One login, with its second tries.
 class LoginAttempt {
 public:
-    LoginAttempt(SmtpConnImpl& connection, const Login& login, SocketParams& params, LogBase& log)
-        : connection_(connection), login_(login), params_(params), log_(log) {}
+    LoginAttempt(CallContext& call, SmtpConnImpl& connection, const Login& login)
+        : connection_(connection), login_(login), call_(call) {}
 
     bool run(AuthMechanism mechanism);
 
@@ -173,37 +173,36 @@ private:
     bool loginInstead(AuthMechanism mechanism);
     std::string userBytes() const;
     SecureBuffer secretBytes(const XString& secret) const;
-    bool asAnsi() const { return log_.hasOption("SmtpLoginAnsi"); }
+    bool asAnsi() const { return call_.log.hasOption("SmtpLoginAnsi"); }
 
     SmtpConnImpl& connection_;
     const Login& login_;
-    SocketParams& params_;
-    LogBase& log_;
+    CallContext& call_;
 };
 
 bool LoginAttempt::run(AuthMechanism mechanism) {
     const MechanismTexts texts = textsOf(mechanism);
     const std::unique_ptr<SaslMechanism> sasl = make(mechanism);
     if (!sasl) {
-        connection_.fail(SmtpStatus::AuthFailure, std::string(texts.refusal), log_);
-        log_.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
+        connection_.fail(call_.log, SmtpStatus::AuthFailure, std::string(texts.refusal));
+        call_.log.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
         return false;
     }
-    SaslOutcome outcome = runSasl(*sasl, connection_, params_, log_);
+    SaslOutcome outcome = runSasl(call_, *sasl, connection_);
     if (!outcome.success && texts.retriedOverTls && mayRetryOverTls(outcome) &&
-        connection_.upgradeForLogin(params_, log_)) {
+        connection_.upgradeForLogin(call_)) {
         connection_.outcome().clear();
-        outcome = runSasl(*make(mechanism), connection_, params_, log_);
+        outcome = runSasl(call_, *make(mechanism), connection_);
     }
     if (!outcome.success && mechanism == AuthMechanism::Xoauth2 && mayRetryWithNewToken(outcome)) {
-        log_.logInfo("The kept access token was refused: one more try with a new one.");
+        call_.log.logInfo("The kept access token was refused: one more try with a new one.");
         connection_.outcome().clear();
-        outcome = runSasl(*make(mechanism), connection_, params_, log_);
+        outcome = runSasl(call_, *make(mechanism), connection_);
         if (!outcome.success) connection_.oauth2TokenRefused();
     }
     if (outcome.success) return true;
     if (outcome.unavailable) return loginInstead(mechanism);
-    log_.logError(texts.refusal);
+    call_.log.logError(texts.refusal);
     return false;
 }
 
@@ -218,8 +217,8 @@ bool LoginAttempt::mayRetryWithNewToken(const SaslOutcome& outcome) const {
 }
 
 bool LoginAttempt::loginInstead(AuthMechanism mechanism) {
-    log_.logData("alt_login_method", "LOGIN");
-    if (mechanism == AuthMechanism::Msn) log_.logInfo("auth_login_3");
+    call_.log.logData("alt_login_method", "LOGIN");
+    if (mechanism == AuthMechanism::Msn) call_.log.logInfo("auth_login_3");
     return run(AuthMechanism::Login);
 }
 
@@ -261,9 +260,7 @@ std::unique_ptr<SaslMechanism> LoginAttempt::makeNtlm() const {
 
 SaslXoauth2::TokenSource LoginAttempt::tokenSource() const {
     if (!isOAuth2Description(login_.token.utf8())) return {};
-    return [this](SecureBuffer& token, LogBase& log) {
-        return connection_.oauth2AccessToken(token, params_, log);
-    };
+    return [this](SecureBuffer& token) { return connection_.oauth2AccessToken(call_, token); };
 }
 
 std::string LoginAttempt::userBytes() const {
@@ -284,41 +281,41 @@ SecureBuffer LoginAttempt::secretBytes(const XString& secret) const {
 
 }  // namespace
 
-bool smtpAuthenticate(SmtpConnImpl& connection, SocketParams& params, LogBase& log) {
-    const LogContextExitor context(log, "smtpAuthenticate");
+bool smtpAuthenticate(CallContext& call, SmtpConnImpl& connection) {
+    const LogContextExitor context(call.log, "smtpAuthenticate");
     if (!connection.isConnected()) {
-        connection.fail(SmtpStatus::ConnectionLost, "Not connected.", log);
+        connection.fail(call.log, SmtpStatus::ConnectionLost, "Not connected.");
         return false;
     }
     connection.clearLastReply();
-    Login login = loginOf(connection, log);
-    logServerAndUser(connection.settings, login, log);
+    Login login = loginOf(call.log, connection);
+    logServerAndUser(call.log, connection.settings, login);
     if (login.method != "NONE" && login.user.equalsIgnoreCase("default") &&
         login.password.equalsIgnoreCase("default")) {
-        log.logInfo("Username/password is default/default, therefore using NTLM.");
+        call.log.logInfo("Username/password is default/default, therefore using NTLM.");
         login.method = "NTLM";
     }
     if (login.method == "NONE") {
-        log.logInfo("Not authenticating because SmtpAuthMethod is NONE");
-        log.logData("smtpAuth.method", "none");
-        noteNoLogin(connection, login, log);
+        call.log.logInfo("Not authenticating because SmtpAuthMethod is NONE");
+        call.log.logData("smtpAuth.method", "none");
+        noteNoLogin(call.log, connection, login);
         return true;
     }
     AuthMechanisms offered = smtp::restrictedTo(login.method, connection.capabilities().auth);
-    if (!offered.any() && login.havePassword()) noteUnlistedMechanisms(offered, log);
+    if (!offered.any() && login.havePassword()) noteUnlistedMechanisms(call.log, offered);
     const AuthMechanism mechanism =
         smtp::chooseMechanism(offered, login.havePassword(), login.haveToken());
     const std::string_view name = textsOf(mechanism).name;
-    if (name.empty()) noteNoLogin(connection, login, log);
+    if (name.empty()) noteNoLogin(call.log, connection, login);
     if (mechanism == AuthMechanism::None) {
-        log.logData("login_method", "NONE or already authenticated");
+        call.log.logData("login_method", "NONE or already authenticated");
         return true;
     }
-    if (!name.empty()) log.logData("login_method", name);
+    if (!name.empty()) call.log.logData("login_method", name);
     if (!name.empty() && !connection.isTls()) {
-        log.logInfo("The connection is not encrypted: others on its way can read this login.");
+        call.log.logInfo("The connection is not encrypted: others on its way can read this login.");
     }
-    return LoginAttempt(connection, login, params, log).run(mechanism);
+    return LoginAttempt(call, connection, login).run(mechanism);
 }
 
 }  // namespace tv

@@ -5,7 +5,7 @@
 
 #include "log/LogBase.h"
 #include "mail/smtp/SmtpCapabilities.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 
 namespace tv {
 
@@ -34,6 +34,6 @@ AuthMechanism chooseMechanism(const AuthMechanisms& offered, bool havePassword, 
 
 // Logs in over a greeted connection, or finds that there is nothing to log in with, which is no
 // failure. A refused login leaves the connection open.
-bool smtpAuthenticate(SmtpConnImpl& connection, SocketParams& params, LogBase& log);
+bool smtpAuthenticate(CallContext& call, SmtpConnImpl& connection);
 
 }  // namespace tv

@@ -60,27 +60,26 @@ std::string awaited(std::string_view command) {
 SmtpConnImpl::~SmtpConnImpl() {
     if (!isConnected() || unsettled_) return;
     try {
-        LogNull log;
-        SocketParams params;
+        LogNull quiet;
+        CallContext call(quiet);
         const uint32_t idle = settings.idleTimeoutMs;
         settings.idleTimeoutMs = idle == 0 ? kQuitTimeoutMs : std::min(idle, kQuitTimeoutMs);
-        const WholeLimit limit(params, settings.idleTimeoutMs);
-        smtpQuit(log, params);
-        closeSmtpConnection(log, params);
+        const WholeLimit limit(call, settings.idleTimeoutMs);
+        smtpQuit(call);
+        closeSmtpConnection(call);
     } catch (...) {  // no memory left to say goodbye
     }
 }
 
-bool SmtpConnImpl::sendCmdToSmtp(std::string_view command, bool secret, LogBase& log,
-                                 SocketParams& params) {
-    return queueCommand(command, secret, log) && sendQueued(log, params);
+bool SmtpConnImpl::sendCmdToSmtp(CallContext& call, std::string_view command, bool secret) {
+    return queueCommand(call.log, command, secret) && sendQueued(call);
 }
 
-bool SmtpConnImpl::queueCommand(std::string_view command, bool secret, LogBase& log) {
+bool SmtpConnImpl::queueCommand(LogBase& log, std::string_view command, bool secret) {
     lastSent_ = Sent::Nothing;
-    if (!socket_) return noConnection(secret ? kSecret : command, log);
+    if (!socket_) return noConnection(log, secret ? kSecret : command);
     if (!queuedBytes_.append(command)) {
-        fail(SmtpStatus::Failed, "No memory for a command.", log);
+        fail(log, SmtpStatus::Failed, "No memory for a command.");
         return false;
     }
     const std::string shown = secret ? std::string(kSecret) : smtp::shownCommand(readable(command));
@@ -90,75 +89,74 @@ bool SmtpConnImpl::queueCommand(std::string_view command, bool secret, LogBase& 
     return true;
 }
 
-bool SmtpConnImpl::sendQueued(LogBase& log, SocketParams& params) {
-    const LogContextExitor context(log, "sendCmdToSmtp");
+bool SmtpConnImpl::sendQueued(CallContext& call) {
+    const LogContextExitor context(call.log, "sendCmdToSmtp");
     const std::vector<QueuedCommand> commands = std::exchange(queue_, {});
     if (commands.empty()) return true;
-    if (!socket_) return noConnection(commands.front().name, log);
-    params.timedOut = false;
+    if (!socket_) return noConnection(call.log, commands.front().name);
+    call.timedOut = false;
     ioFailure_ = IoFailure::None;
     lastReplyCode_ = 0;
-    const bool sent = sendBytes(queuedBytes_.bytes(), params, log);
-    lastSent_ = sent ? Sent::All : params.anySent ? Sent::Part : Sent::Nothing;
+    const bool sent = sendBytes(call, queuedBytes_.bytes());
+    lastSent_ = sent ? Sent::All : call.anySent ? Sent::Part : Sent::Nothing;
     if (std::exchange(queuedSecret_, false)) plat::wipe(queuedBytes_.data(), queuedBytes_.size());
     queuedBytes_.clear();
-    if (sent && params.checkAbort()) {
-        log.logError("Aborted by application callback.");
-        failIo("after " + commands.back().name + " was sent", params, log);
+    if (sent && call.checkAbort()) {
+        call.log.logError("Aborted by application callback.");
+        failIo(call, "after " + commands.back().name + " was sent");
         return false;
     }
     for (const QueuedCommand& command : commands) {
         const std::string_view event = sent ? "SmtpCmdSent" : "SmtpCmdSendFailed";
-        if (params.monitor) params.monitor->textEvent(event, command.shown);
-        log.logData(event, command.shown);
+        if (call.monitor) call.monitor->textEvent(event, command.shown);
+        call.log.logData(event, command.shown);
     }
     if (sent) return true;
-    const bool refused = heardLastWords(params, log) && lastReplyCode_ >= 400;
-    failIo("while sending " + commands.front().name, params, log);
+    const bool refused = heardLastWords(call) && lastReplyCode_ >= 400;
+    failIo(call, "while sending " + commands.front().name);
     if (refused) outcome_.addToReason("The server's last words: " + lastReply_);
     return false;
 }
 
-std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(std::string_view command,
-                                                           SocketParams& params, LogBase& log) {
-    const LogContextExitor context(log, "readSmtpResponse");
+std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(CallContext& call,
+                                                           std::string_view command) {
+    const LogContextExitor context(call.log, "readSmtpResponse");
     lastReplyCode_ = 0;
     ioFailure_ = IoFailure::None;
-    const WholeLimit limit(params, command == "." ? kFinalReplyLimitMs : kReplyLimitMs,
+    const WholeLimit limit(call, command == "." ? kFinalReplyLimitMs : kReplyLimitMs,
                            settings.idleTimeoutMs);
     SmtpReplyReader reader(command);
     DataBuffer line;
     while (socket_) {
         line.clear();
         const bool isFirst = reader.reply().lines.empty();
-        if (!receiveLine(command, isFirst, line, params, log)) return std::nullopt;
-        noteReplyLine(line.text(), params, log);
+        if (!receiveLine(call, command, isFirst, line)) return std::nullopt;
+        noteReplyLine(call, line.text());
         const ReplyState state = reader.addLine(line.text());
-        if (state == ReplyState::Complete) return acceptReply(reader.reply(), log);
+        if (state == ReplyState::Complete) return acceptReply(call.log, reader.reply());
         if (state != ReplyState::NeedMore) {
-            badReply(command, faultOf(state), line.text(), params, log);
+            badReply(call, command, faultOf(state), line.text());
             return std::nullopt;
         }
     }
-    noConnection(awaited(command), log);
+    noConnection(call.log, awaited(command));
     return std::nullopt;
 }
 
-bool SmtpConnImpl::receiveLine(std::string_view command, bool isFirst, DataBuffer& line,
-                               SocketParams& params, LogBase& log) {
+bool SmtpConnImpl::receiveLine(CallContext& call, std::string_view command, bool isFirst,
+                               DataBuffer& line) {
     constexpr std::string_view kLineEnd = "\r\n";
     const size_t limit = kMaxReplyLine + kLineEnd.size();
-    params.timedOut = false;
-    if (socket_->receiveUntilMatch(line, kLineEnd, limit, settings.idleTimeoutMs, log, params)) {
+    call.timedOut = false;
+    if (socket_->receiveUntilMatch(call, line, kLineEnd, limit, settings.idleTimeoutMs)) {
         return true;
     }
     if (line.size() >= limit) {
-        badReply(command, "has a line of more than 64 KiB", line.text().substr(0, 200), params,
-                 log);
+        badReply(call, command, "has a line of more than 64 KiB", line.text().substr(0, 200));
     } else {
-        const std::string begun = unfinishedLine(params, log);
+        const std::string begun = unfinishedLine(call);
         const bool silent = command == "greeting" && isFirst && begun.empty();
-        failIo("while waiting for " + awaited(command) + begun, params, log,
+        failIo(call, "while waiting for " + awaited(command) + begun,
                silent ? adviceForSilence() : std::string());
     }
     return false;
@@ -173,111 +171,111 @@ std::string SmtpConnImpl::adviceForSilence() const {
 }
 
 // What had come of a line that never ended: a server that forgets its CR shows here.
-std::string SmtpConnImpl::unfinishedLine(SocketParams& params, LogBase& log) {
+std::string SmtpConnImpl::unfinishedLine(CallContext& call) {
     constexpr size_t kShown = 100;
     DataBuffer rest;
-    if (!socket_->hasBufferedInput() || !socket_->receiveBytes(rest, 1, log, params)) return {};
+    if (!socket_->hasBufferedInput() || !socket_->receiveBytes(call, rest, 1)) return {};
     const std::string_view line = trimmed(rest.text().substr(0, kShown));
     return " (a line without its end had come: " + readable(line) + ")";
 }
 
-void SmtpConnImpl::noteReplyLine(std::string_view line, SocketParams& params, LogBase& log) {
+void SmtpConnImpl::noteReplyLine(CallContext& call, std::string_view line) {
     const std::string shown = readable(trimmed(line));
     sessionLog_.addReplyLine(shown);
-    if (params.monitor) params.monitor->textEvent("SmtpCmdResp", shown);
-    log.logData("SmtpCmdResp", shown);
-    log.logData("smtp.lastResponse", shown);
-    smtp::logLineHint(line, log);
+    if (call.monitor) call.monitor->textEvent("SmtpCmdResp", shown);
+    call.log.logData("SmtpCmdResp", shown);
+    call.log.logData("smtp.lastResponse", shown);
+    smtp::logLineHint(call.log, line);
 }
 
-void SmtpConnImpl::badReply(std::string_view command, std::string_view fault, std::string_view line,
-                            SocketParams& params, LogBase& log) {
-    if (fault == kNoReply) log.logError("Unrecognized response from SMTP server");
-    log.logData("responseLine", readable(trimmed(line)));
+void SmtpConnImpl::badReply(CallContext& call, std::string_view command, std::string_view fault,
+                            std::string_view line) {
+    if (fault == kNoReply) call.log.logError("Unrecognized response from SMTP server");
+    call.log.logData("responseLine", readable(trimmed(line)));
     std::string reason = awaited(command) + " " + std::string(fault) + ".";
     reason[0] = asciiUpper(reason[0]);
-    fail(SmtpStatus::Failed, reason, log);
-    closeSmtpConnection(log, params);
+    fail(call.log, SmtpStatus::Failed, reason);
+    closeSmtpConnection(call);
     ioFailure_ = IoFailure::BadReply;
 }
 
-std::optional<SmtpResponse> SmtpConnImpl::acceptReply(SmtpResponse& reply, LogBase& log) {
+std::optional<SmtpResponse> SmtpConnImpl::acceptReply(LogBase& log, SmtpResponse& reply) {
     lastReplyCode_ = reply.statusCode;
     lastStatus_ = reply.statusCode;
     lastReply_ = readable(reply.finalLine());
     log.logDataVerbose("smtpStatusCode", std::to_string(reply.statusCode));
     log.logDataLong("smtp.lastStatus", reply.statusCode);
-    smtp::logReplyHints(reply, log);
+    smtp::logReplyHints(log, reply);
     if (reply.statusCode >= 400) sessionLog_.markRefusal();
     touch();
     return std::move(reply);
 }
 
-std::optional<SmtpResponse> SmtpConnImpl::smtpSendGet2(std::string_view command,
-                                                       SocketParams& params, LogBase& log) {
-    if (!sendCmdToSmtp(command, false, log, params)) return std::nullopt;
-    return readSmtpResponse(trimmed(command), params, log);
+std::optional<SmtpResponse> SmtpConnImpl::smtpSendGet2(CallContext& call,
+                                                       std::string_view command) {
+    if (!sendCmdToSmtp(call, command, false)) return std::nullopt;
+    return readSmtpResponse(call, trimmed(command));
 }
 
-bool SmtpConnImpl::smtpNoop(LogBase& log, SocketParams& params) {
-    return smtpSendGet2("NOOP\r\n", params, log).has_value();
+bool SmtpConnImpl::smtpNoop(CallContext& call) {
+    return smtpSendGet2(call, "NOOP\r\n").has_value();
 }
 
-bool SmtpConnImpl::smtpRset(LogBase& log, SocketParams& params) {
-    log.logInfo("Sending RSET command.");
-    const auto reply = smtpSendGet2("RSET\r\n", params, log);
+bool SmtpConnImpl::smtpRset(CallContext& call) {
+    call.log.logInfo("Sending RSET command.");
+    const auto reply = smtpSendGet2(call, "RSET\r\n");
     if (reply && reply->isSuccess()) return true;
-    closeSmtpConnection(log, params);
+    closeSmtpConnection(call);
     return false;
 }
 
-void SmtpConnImpl::smtpQuit(LogBase& log, SocketParams& params) {
-    smtpSendGet2("QUIT\r\n", params, log);
+void SmtpConnImpl::smtpQuit(CallContext& call) {
+    smtpSendGet2(call, "QUIT\r\n");
 }
 
-bool SmtpConnImpl::sendData(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log) {
-    if (!socket_) return noConnection("the message data", log);
-    params.timedOut = false;
-    if (sendBytes(bytes, params, log)) return true;
-    if (heardLastWords(params, log)) failEarly(log);
-    failIo("while sending the message data", params, log);
+bool SmtpConnImpl::sendData(CallContext& call, std::span<const uint8_t> bytes) {
+    if (!socket_) return noConnection(call.log, "the message data");
+    call.timedOut = false;
+    if (sendBytes(call, bytes)) return true;
+    if (heardLastWords(call)) failEarly(call.log);
+    failIo(call, "while sending the message data");
     return false;
 }
 
-bool SmtpConnImpl::sendBytes(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log) {
-    const WholeLimit limit(params, sendLimitMs(bytes.size()), settings.idleTimeoutMs);
-    return socket_->sendBytes(bytes, settings.idleTimeoutMs, log, params);
+bool SmtpConnImpl::sendBytes(CallContext& call, std::span<const uint8_t> bytes) {
+    const WholeLimit limit(call, sendLimitMs(bytes.size()), settings.idleTimeoutMs);
+    return socket_->sendBytes(call, bytes, settings.idleTimeoutMs);
 }
 
 // Systems exist that drop what has come when a reset follows, and a server that refuses often says
 // why and resets: after a write that failed, what is still there to be read counts.
-bool SmtpConnImpl::heardLastWords(SocketParams& params, LogBase& log) {
-    if (params.aborted) return false;
-    const bool timedOut = params.timedOut;
+bool SmtpConnImpl::heardLastWords(CallContext& call) {
+    if (call.aborted) return false;
+    const bool timedOut = call.timedOut;
     const uint32_t idleMs = timedOut ? 1 : settings.idleTimeoutMs;  // they had their time to come
     const uint32_t limitMs = idleMs == 0 ? kLastWordsMs : std::min(idleMs, kLastWordsMs);
-    const WholeLimit limit(params, limitMs);
-    const uint64_t overranMs = params.overranMs;
+    const WholeLimit limit(call, limitMs);
+    const uint64_t overranMs = call.overranMs;
     SmtpReplyReader reader("message data");
     ReplyState state = ReplyState::NeedMore;
     DataBuffer line;
     while (state == ReplyState::NeedMore &&
-           socket_->receiveUntilMatch(line, "\r\n", kMaxReplyLine, limitMs, log, params)) {
-        noteReplyLine(line.text(), params, log);
+           socket_->receiveUntilMatch(call, line, "\r\n", kMaxReplyLine, limitMs)) {
+        noteReplyLine(call, line.text());
         state = reader.addLine(line.text());
         line.clear();
     }
-    params.timedOut = timedOut;
-    params.overranMs = overranMs;
-    return state == ReplyState::Complete && acceptReply(reader.reply(), log);
+    call.timedOut = timedOut;
+    call.overranMs = overranMs;
+    return state == ReplyState::Complete && acceptReply(call.log, reader.reply());
 }
 
 void SmtpConnImpl::failEarly(LogBase& log) {
-    fail(SmtpStatus::DataFailure, "A reply came before the end of the message: " + lastReply_, log);
+    fail(log, SmtpStatus::DataFailure, "A reply came before the end of the message: " + lastReply_);
 }
 
-void SmtpConnImpl::setTcpNoDelay(bool on, LogBase& log) {
-    if (socket_) socket_->setTcpNoDelay(on, log);
+void SmtpConnImpl::setTcpNoDelay(LogBase& log, bool on) {
+    if (socket_) socket_->setTcpNoDelay(log, on);
 }
 
 void SmtpConnImpl::clearLastReply() {
@@ -291,49 +289,48 @@ void SmtpConnImpl::setAuthenticated(bool authenticated) {
     touch();
 }
 
-void SmtpConnImpl::noteNoLogin(const std::string& why, LogBase& log) {
+void SmtpConnImpl::noteNoLogin(LogBase& log, const std::string& why) {
     noLogin_ = "No login was made: " + why;
     log.logInfo(noLogin_);
 }
 
-void SmtpConnImpl::fail(SmtpStatus status, const std::string& reason, LogBase& log) {
+void SmtpConnImpl::fail(LogBase& log, SmtpStatus status, const std::string& reason) {
     log.logError(reason);
     outcome_.fail(status, reason);
 }
 
-bool SmtpConnImpl::noConnection(std::string_view wanted, LogBase& log) {
+bool SmtpConnImpl::noConnection(LogBase& log, std::string_view wanted) {
     log.logError("no connection.");
     outcome_.fail(SmtpStatus::ConnectionLost, "No connection for " + stepName(wanted) + ".");
     ioFailure_ = IoFailure::Lost;
     return false;
 }
 
-std::string SmtpConnImpl::timeoutText(const SocketParams& params) const {
-    if (params.overranMs > 0) {
-        return "The server was too slow: " + durationText(params.overranMs) + " were over";
+std::string SmtpConnImpl::timeoutText(const CallContext& call) const {
+    if (call.overranMs > 0) {
+        return "The server was too slow: " + durationText(call.overranMs) + " were over";
     }
     return "Nothing moved for " + std::to_string(settings.idleTimeoutMs) + " ms";
 }
 
-void SmtpConnImpl::failIo(const std::string& step, SocketParams& params, LogBase& log,
-                          const std::string& advice) {
+void SmtpConnImpl::failIo(CallContext& call, const std::string& step, const std::string& advice) {
     const std::string end = step + "." + advice;
-    const bool timedOut = params.timedOut;
-    const bool aborted = params.aborted;
-    closeSmtpConnection(log, params);
+    const bool timedOut = call.timedOut;
+    const bool aborted = call.aborted;
+    closeSmtpConnection(call);
     if (timedOut) {
         ioFailure_ = IoFailure::Timeout;
-        log.logDataLong("idleTimeoutMs", settings.idleTimeoutMs);
-        fail(SmtpStatus::Timeout, timeoutText(params) + " " + end, log);
+        call.log.logDataLong("idleTimeoutMs", settings.idleTimeoutMs);
+        fail(call.log, SmtpStatus::Timeout, timeoutText(call) + " " + end);
     } else if (aborted) {
         ioFailure_ = IoFailure::Aborted;
-        fail(SmtpStatus::Aborted, "The application stopped the send " + end, log);
+        fail(call.log, SmtpStatus::Aborted, "The application stopped the send " + end);
     } else {
         ioFailure_ = IoFailure::Lost;
-        fail(SmtpStatus::ConnectionLost, "The connection was lost " + end, log);
+        fail(call.log, SmtpStatus::ConnectionLost, "The connection was lost " + end);
     }
-    params.timedOut = timedOut;
-    params.aborted = aborted;
+    call.timedOut = timedOut;
+    call.aborted = aborted;
 }
 
 void SmtpConnImpl::touch() {

@@ -18,8 +18,8 @@
 #include "mail/smtp/SmtpSettings.h"
 #include "mail/smtp/SmtpStatus.h"
 #include "net/Socket2.h"
+#include "net/stream/CallContext.h"
 #include "net/stream/SChannelTolvane.h"
-#include "net/stream/SocketParams.h"
 
 namespace tv {
 
@@ -41,31 +41,29 @@ public:
     void lendTlsSessions(std::shared_ptr<TlsSessionSlot> slot) { tlsSessions_ = std::move(slot); }
 
     // A greeted connection, the open one if it still serves. On failure it is closed.
-    bool smtpConnect(SocketParams& params, LogBase& log);
+    bool smtpConnect(CallContext& call);
     // The same, logged in unless there is nothing to log in with.
-    bool smtpConnectAndAuthenticate(bool skipAuthentication, SocketParams& params, LogBase& log);
+    bool smtpConnectAndAuthenticate(CallContext& call, bool skipAuthentication);
 
     // One command with its line end. A secret one is shown as "{PasswordOrCredentials}".
-    bool sendCmdToSmtp(std::string_view command, bool secret, LogBase& log, SocketParams& params);
+    bool sendCmdToSmtp(CallContext& call, std::string_view command, bool secret);
     // The same in two steps: commands queued one by one leave together, in one write.
-    bool queueCommand(std::string_view command, bool secret, LogBase& log);
-    bool sendQueued(LogBase& log, SocketParams& params);
+    bool queueCommand(LogBase& log, std::string_view command, bool secret);
+    bool sendQueued(CallContext& call);
     // command tells what the reply answers. Nothing comes back where no reply came or none that can
     // be read; the reason is in the outcome.
-    std::optional<SmtpResponse> readSmtpResponse(std::string_view command, SocketParams& params,
-                                                 LogBase& log);
-    std::optional<SmtpResponse> smtpSendGet2(std::string_view command, SocketParams& params,
-                                             LogBase& log);
-    bool smtpNoop(LogBase& log, SocketParams& params);
+    std::optional<SmtpResponse> readSmtpResponse(CallContext& call, std::string_view command);
+    std::optional<SmtpResponse> smtpSendGet2(CallContext& call, std::string_view command);
+    bool smtpNoop(CallContext& call);
     // Anything but success closes: nobody knows what the server takes the next line for.
-    bool smtpRset(LogBase& log, SocketParams& params);
-    void smtpQuit(LogBase& log, SocketParams& params);
-    void closeSmtpConnection(LogBase& log, SocketParams& params);
+    bool smtpRset(CallContext& call);
+    void smtpQuit(CallContext& call);
+    void closeSmtpConnection(CallContext& call);
 
     // Bytes of message data; the transcript does not see them. Failure leaves its reason: the last
     // words of the server, where there are any.
-    bool sendData(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log);
-    void setTcpNoDelay(bool on, LogBase& log);
+    bool sendData(CallContext& call, std::span<const uint8_t> bytes);
+    void setTcpNoDelay(LogBase& log, bool on);
 
     // An exchange that does not come to its end (memory runs out in the middle) leaves the server
     // in an unknown state: an unsettled connection does not serve another send.
@@ -81,13 +79,13 @@ public:
     bool isTls() const { return socket_ && socket_->isTls(); }
     // STARTTLS in the middle of a session, with a greeting before and after it. Failure may have
     // closed the connection.
-    bool upgradeForLogin(SocketParams& params, LogBase& log);
+    bool upgradeForLogin(CallContext& call);
     bool isAuthenticated() const { return authenticated_; }
     void setAuthenticated(bool authenticated);
     // A login that the settings ask for does not take place on this connection: why, in sentences.
-    void noteNoLogin(const std::string& why, LogBase& log);
+    void noteNoLogin(LogBase& log, const std::string& why);
     // The access token that the OAuth2 description of the settings stands for.
-    bool oauth2AccessToken(SecureBuffer& token, SocketParams& params, LogBase& log);
+    bool oauth2AccessToken(CallContext& call, SecureBuffer& token);
     // The server refused it. True if that was a kept one: the next may serve.
     bool oauth2TokenRefused();
     const SmtpCapabilities& capabilities() const { return capabilities_; }
@@ -101,46 +99,44 @@ public:
     void clearLastReply();
 
     // Notes why the operation failed and writes it to the log.
-    void fail(SmtpStatus status, const std::string& reason, LogBase& log);
+    void fail(LogBase& log, SmtpStatus status, const std::string& reason);
     SmtpOutcome& outcome() { return outcome_; }
     SmtpSessionLog& sessionLog() { return sessionLog_; }
 
 private:
     // Why the open connection does not serve any longer; empty if it does.
     std::string_view changedSetting() const;
-    bool connectionIsReady(SocketParams& params, LogBase& log);
-    bool automaticReset(SocketParams& params, LogBase& log);
-    bool logIn(SocketParams& params, LogBase& log);
-    bool openSession(SocketParams& params, LogBase& log);
-    bool openAndGreet(SocketParams& params, LogBase& log);
-    bool openTcp(SocketParams& params, LogBase& log);
-    bool smtpGreeting(SocketParams& params, LogBase& log);
+    bool connectionIsReady(CallContext& call);
+    bool automaticReset(CallContext& call);
+    bool logIn(CallContext& call);
+    bool openSession(CallContext& call);
+    bool openAndGreet(CallContext& call);
+    bool openTcp(CallContext& call);
+    bool smtpGreeting(CallContext& call);
 
     std::string localHostName(LogBase& log) const;
-    bool ehlo(SocketParams& params, LogBase& log);
-    bool ehloOrHelo(SocketParams& params, LogBase& log);
-    bool greetServer(std::string_view verb, SocketParams& params, LogBase& log);
-    void takeCapabilities(const SmtpResponse& reply, LogBase& log);
+    bool ehlo(CallContext& call);
+    bool ehloOrHelo(CallContext& call);
+    bool greetServer(CallContext& call, std::string_view verb);
+    void takeCapabilities(LogBase& log, const SmtpResponse& reply);
 
-    bool startTls(bool ehloFirst, bool& serverRefused, SocketParams& params, LogBase& log);
-    bool upgradeToTls(SocketParams& params, LogBase& log);
-    bool againWithoutTls13(const std::function<bool()>& attempt, LogBase& log);
-    bool upgradeIfPossible(SocketParams& params, LogBase& log);
+    bool startTls(CallContext& call, bool ehloFirst, bool& serverRefused);
+    bool upgradeToTls(CallContext& call);
+    bool againWithoutTls13(LogBase& log, const std::function<bool()>& attempt);
+    bool upgradeIfPossible(CallContext& call);
 
-    bool noConnection(std::string_view wanted, LogBase& log);
-    bool receiveLine(std::string_view command, bool isFirst, DataBuffer& line, SocketParams& params,
-                     LogBase& log);
+    bool noConnection(LogBase& log, std::string_view wanted);
+    bool receiveLine(CallContext& call, std::string_view command, bool isFirst, DataBuffer& line);
     std::string adviceForSilence() const;
-    std::string unfinishedLine(SocketParams& params, LogBase& log);
-    void noteReplyLine(std::string_view line, SocketParams& params, LogBase& log);
-    void badReply(std::string_view command, std::string_view fault, std::string_view line,
-                  SocketParams& params, LogBase& log);
-    std::optional<SmtpResponse> acceptReply(SmtpResponse& reply, LogBase& log);
-    std::string timeoutText(const SocketParams& params) const;
-    bool sendBytes(std::span<const uint8_t> bytes, SocketParams& params, LogBase& log);
-    bool heardLastWords(SocketParams& params, LogBase& log);
-    void failIo(const std::string& step, SocketParams& params, LogBase& log,
-                const std::string& advice = {});
+    std::string unfinishedLine(CallContext& call);
+    void noteReplyLine(CallContext& call, std::string_view line);
+    void badReply(CallContext& call, std::string_view command, std::string_view fault,
+                  std::string_view line);
+    std::optional<SmtpResponse> acceptReply(LogBase& log, SmtpResponse& reply);
+    std::string timeoutText(const CallContext& call) const;
+    bool sendBytes(CallContext& call, std::span<const uint8_t> bytes);
+    bool heardLastWords(CallContext& call);
+    void failIo(CallContext& call, const std::string& step, const std::string& advice = {});
     void touch();
 
     std::unique_ptr<Socket2> socket_;

@@ -16,46 +16,45 @@ constexpr uint32_t kLongWaitMs = 21600000;
 
 }  // namespace
 
-bool SmtpConnImpl::smtpConnectAndAuthenticate(bool skipAuthentication, SocketParams& params,
-                                              LogBase& log) {
-    if (!smtpConnect(params, log)) return false;
+bool SmtpConnImpl::smtpConnectAndAuthenticate(CallContext& call, bool skipAuthentication) {
+    if (!smtpConnect(call)) return false;
     if (skipAuthentication || settings.authMethod.equalsIgnoreCase("NONE")) return true;
-    const bool success = authenticated_ || logIn(params, log);
+    const bool success = authenticated_ || logIn(call);
     if (!noLogin_.empty()) outcome_.addHint(noLogin_);
     return success;
 }
 
-bool SmtpConnImpl::logIn(SocketParams& params, LogBase& log) {
+bool SmtpConnImpl::logIn(CallContext& call) {
     noLogin_.clear();
     unsettled_ = true;
-    const bool success = smtpAuthenticate(*this, params, log);
+    const bool success = smtpAuthenticate(call, *this);
     unsettled_ = false;
     setAuthenticated(success);
-    log.logDataBool("smtpAuth.success", success);
+    call.log.logDataBool("smtpAuth.success", success);
     return success;
 }
 
-bool SmtpConnImpl::smtpConnect(SocketParams& params, LogBase& log) {
-    const LogContextExitor context(log, "smtpConnect");
+bool SmtpConnImpl::smtpConnect(CallContext& call) {
+    const LogContextExitor context(call.log, "smtpConnect");
     clearLastReply();
     if (settings.smtpHost.empty()) {
-        fail(SmtpStatus::NoSmtpHostname, "Application did not provide an SMTP hostname.", log);
+        fail(call.log, SmtpStatus::NoSmtpHostname, "Application did not provide an SMTP hostname.");
         return false;
     }
-    log.logDataX("smtpHostname", settings.smtpHost);
-    log.logDataLong("smtpPort", settings.smtpPort);
-    if (connectionIsReady(params, log)) {
+    call.log.logDataX("smtpHostname", settings.smtpHost);
+    call.log.logDataLong("smtpPort", settings.smtpPort);
+    if (connectionIsReady(call)) {
         touch();
         return true;
     }
-    closeSmtpConnection(log, params);
+    closeSmtpConnection(call);
     helloUnanswered_ = false;
     const auto open = [&] {
         outcome_.clear();
-        return openSession(params, log);
+        return openSession(call);
     };
-    if (open() || againWithoutTls13(open, log)) return true;
-    closeSmtpConnection(log, params);
+    if (open() || againWithoutTls13(call.log, open)) return true;
+    closeSmtpConnection(call);
     return false;
 }
 
@@ -78,72 +77,73 @@ std::string_view SmtpConnImpl::changedSetting() const {
     return {};
 }
 
-bool SmtpConnImpl::connectionIsReady(SocketParams& params, LogBase& log) {
-    const LogContextExitor context(log, "connectionIsReady");
+bool SmtpConnImpl::connectionIsReady(CallContext& call) {
+    const LogContextExitor context(call.log, "connectionIsReady");
     const std::string_view changed = socket_ ? changedSetting() : std::string_view();
     if (!changed.empty()) {
-        log.logInfo(changed);
-        log.logInfo("Need new SMTP connection...");
+        call.log.logInfo(changed);
+        call.log.logInfo("Need new SMTP connection...");
         return false;
     }
     // An end of stream or a word out of turn (a 421 of a server that gave up waiting) shows here.
     if (!isConnected() || unsettled_ || !socket_->isQuiet()) {
-        log.logInfo("No connection, need new SMTP connection.");
+        call.log.logInfo("No connection, need new SMTP connection.");
         return false;
     }
-    if (settings.autoReset && !automaticReset(params, log)) return false;
+    if (settings.autoReset && !automaticReset(call)) return false;
     if (plat::sysClock().tickMs() - lastActivityTickMs_ >= kMaxIdleMs) {
-        log.logInfo("Reconnecting because the connection has been idle for too long.");
+        call.log.logInfo("Reconnecting because the connection has been idle for too long.");
         return false;
     }
-    log.logInfo("Using existing/open SMTP connection to send email.");
+    call.log.logInfo("Using existing/open SMTP connection to send email.");
     return true;
 }
 
-bool SmtpConnImpl::automaticReset(SocketParams& params, LogBase& log) {
-    const LogContextExitor context(log, "autoReset");
-    const auto reply = smtpSendGet2("RSET\r\n", params, log);
+bool SmtpConnImpl::automaticReset(CallContext& call) {
+    const LogContextExitor context(call.log, "autoReset");
+    const auto reply = smtpSendGet2(call, "RSET\r\n");
     if (reply && reply->isSuccess()) return true;
-    log.logInfo("Non-success RSET response.");
+    call.log.logInfo("Non-success RSET response.");
     outcome_.clear();  // a new connection follows
     return false;
 }
 
-bool SmtpConnImpl::openSession(SocketParams& params, LogBase& log) {
-    if (!openAndGreet(params, log)) return false;
+bool SmtpConnImpl::openSession(CallContext& call) {
+    if (!openAndGreet(call)) return false;
     if (settings.startTls) {
         bool serverRefused = false;
-        if (!startTls(true, serverRefused, params, log)) {
+        if (!startTls(call, true, serverRefused)) {
             if (serverRefused) {
-                fail(SmtpStatus::StartTlsFailed, "The server refused STARTTLS: " + lastReply_, log);
+                fail(call.log, SmtpStatus::StartTlsFailed,
+                     "The server refused STARTTLS: " + lastReply_);
             }
             return false;
         }
     }
-    if (!ehloOrHelo(params, log)) return false;
-    if (!upgradeIfPossible(params, log)) return false;
+    if (!ehloOrHelo(call)) return false;
+    if (!upgradeIfPossible(call)) return false;
     unsettled_ = false;
     touch();
     return true;
 }
 
 // Some servers drop the first connection of a client they do not know.
-bool SmtpConnImpl::openAndGreet(SocketParams& params, LogBase& log) {
-    if (!openTcp(params, log)) return false;
-    if (smtpGreeting(params, log)) return true;
-    if (params.aborted) return false;
-    log.logInfo("Failed to get initial SMTP response..");
-    log.logInfo("Will re-try one time...");
+bool SmtpConnImpl::openAndGreet(CallContext& call) {
+    if (!openTcp(call)) return false;
+    if (smtpGreeting(call)) return true;
+    if (call.aborted) return false;
+    call.log.logInfo("Failed to get initial SMTP response..");
+    call.log.logInfo("Will re-try one time...");
     outcome_.clear();
-    if (!openTcp(params, log)) return false;
-    if (smtpGreeting(params, log)) return true;
-    log.logError("Failed to get initial SMTP response again.");
+    if (!openTcp(call)) return false;
+    if (smtpGreeting(call)) return true;
+    call.log.logError("Failed to get initial SMTP response again.");
     return false;
 }
 
-bool SmtpConnImpl::openTcp(SocketParams& params, LogBase& log) {
-    closeSmtpConnection(log, params);
-    params.clearOutcome();
+bool SmtpConnImpl::openTcp(CallContext& call) {
+    closeSmtpConnection(call);
+    call.clearOutcome();
     sessionLog_.startAnew();
     capabilities_ = {};
     noLogin_.clear();
@@ -151,36 +151,34 @@ bool SmtpConnImpl::openTcp(SocketParams& params, LogBase& log) {
     unsettled_ = true;
     socket_ = std::make_unique<Socket2>();
     socket_->setConnectTimeoutMs(settings.connectTimeoutMs);
-    socket_->setTcpNoDelay(true, log);
+    socket_->setTcpNoDelay(call.log, true);
     TlsChannelSettings& tls = socket_->tlsSettings();
     tls.tlsProtocol = settings.tlsProtocol.utf8();
     tls.requireSslCertVerify = settings.requireSslCertVerify;
     tls.trustAnchorsFile = settings.trustAnchorsFile.utf8();
     tls.sessions = tlsSessions_;
     tls.withoutTls13 = withoutTls13_;
-    if (socket_->connect2(settings.smtpHost.utf8(), settings.smtpPort, settings.smtpSsl, log,
-                          params)) {
+    if (socket_->connect2(call, settings.smtpHost.utf8(), settings.smtpPort, settings.smtpSsl)) {
         return true;
     }
     socket_.reset();
-    fail(SmtpStatus::ConnectFailed,
+    fail(call.log, SmtpStatus::ConnectFailed,
          "No connection to " + std::string(settings.smtpHost.utf8()) + ":" +
-             std::to_string(settings.smtpPort) + ": " + connectFailCause(params) + ".",
-         log);
+             std::to_string(settings.smtpPort) + ": " + connectFailCause(call) + ".");
     return false;
 }
 
-bool SmtpConnImpl::smtpGreeting(SocketParams& params, LogBase& log) {
-    const auto reply = readSmtpResponse("greeting", params, log);
+bool SmtpConnImpl::smtpGreeting(CallContext& call) {
+    const auto reply = readSmtpResponse(call, "greeting");
     if (reply && reply->isSuccess()) return true;
     if (reply) {
-        log.logError("Failed SMTP greeting response code.");
-        fail(SmtpStatus::GreetingError, "The server greeted with: " + lastReply_, log);
+        call.log.logError("Failed SMTP greeting response code.");
+        fail(call.log, SmtpStatus::GreetingError, "The server greeted with: " + lastReply_);
     }
     return false;
 }
 
-bool SmtpConnImpl::oauth2AccessToken(SecureBuffer& token, SocketParams& params, LogBase& log) {
+bool SmtpConnImpl::oauth2AccessToken(CallContext& call, SecureBuffer& token) {
     if (!tokenSource_ || tokenSource_->description() != settings.oauth2Token) {
         tokenSource_ = std::make_unique<OAuth2ClientCredentials>(settings.oauth2Token);
     }
@@ -190,7 +188,7 @@ bool SmtpConnImpl::oauth2AccessToken(SecureBuffer& token, SocketParams& params, 
     transport.tlsProtocol = settings.tlsProtocol.utf8();
     transport.trustAnchorsFile = settings.trustAnchorsFile.utf8();
     transport.plainAllowed = settings.oauth2PlainHttp;
-    return tokenSource_->accessToken(transport, token, log, params);
+    return tokenSource_->accessToken(call, transport, token);
 }
 
 bool SmtpConnImpl::oauth2TokenRefused() {
@@ -198,7 +196,7 @@ bool SmtpConnImpl::oauth2TokenRefused() {
            tokenSource_->tokenRefused();
 }
 
-void SmtpConnImpl::closeSmtpConnection(LogBase& log, SocketParams& params) {
+void SmtpConnImpl::closeSmtpConnection(CallContext& call) {
     unsettled_ = false;
     authenticated_ = false;
     queue_.clear();
@@ -208,7 +206,7 @@ void SmtpConnImpl::closeSmtpConnection(LogBase& log, SocketParams& params) {
     if (limit == 0) limit = kLongWaitMs;
     if (limit == kNoLimit) limit = 0;
     const bool abrupt = !socket_->isTls();
-    socket_->close(abrupt, limit, log, params);
+    socket_->close(call, abrupt, limit);
     socket_.reset();
     made_ = SmtpSettings();
 }

@@ -12,40 +12,40 @@ std::string SmtpConnImpl::localHostName(LogBase& log) const {
     return plat::sysHost().computerName();
 }
 
-bool SmtpConnImpl::ehlo(SocketParams& params, LogBase& log) {
-    const LogContextExitor context(log, "ehloCommand");
-    return greetServer("EHLO", params, log);
+bool SmtpConnImpl::ehlo(CallContext& call) {
+    const LogContextExitor context(call.log, "ehloCommand");
+    return greetServer(call, "EHLO");
 }
 
-bool SmtpConnImpl::ehloOrHelo(SocketParams& params, LogBase& log) {
-    if (ehlo(params, log)) return true;
+bool SmtpConnImpl::ehloOrHelo(CallContext& call) {
+    if (ehlo(call)) return true;
     if (lastReplyCode_ == 0) return false;
     // A server of RFC 821 knows no EHLO; its refusal of HELO then is what counts.
-    const LogContextExitor context(log, "heloCommand");
+    const LogContextExitor context(call.log, "heloCommand");
     outcome_.clear();
-    return greetServer("HELO", params, log);
+    return greetServer(call, "HELO");
 }
 
-bool SmtpConnImpl::greetServer(std::string_view verb, SocketParams& params, LogBase& log) {
+bool SmtpConnImpl::greetServer(CallContext& call, std::string_view verb) {
     lastReplyCode_ = 0;
-    const std::string command = smtp::greetingCommand(verb, localHostName(log));
-    if (!sendCmdToSmtp(command, false, log, params)) {
-        log.logError("Failed to send EHLO");
+    const std::string command = smtp::greetingCommand(verb, localHostName(call.log));
+    if (!sendCmdToSmtp(call, command, false)) {
+        call.log.logError("Failed to send EHLO");
         return false;
     }
-    const auto reply = readSmtpResponse(trimmed(command), params, log);
+    const auto reply = readSmtpResponse(call, trimmed(command));
     if (!reply) return false;
     if (!reply->isSuccess()) {
-        log.logError("Non-success EHLO response.");
-        fail(SmtpStatus::GreetingError,
-             "The server refused " + std::string(verb) + ": " + lastReply_, log);
+        call.log.logError("Non-success EHLO response.");
+        fail(call.log, SmtpStatus::GreetingError,
+             "The server refused " + std::string(verb) + ": " + lastReply_);
         return false;
     }
-    takeCapabilities(*reply, log);
+    takeCapabilities(call.log, *reply);
     return true;
 }
 
-void SmtpConnImpl::takeCapabilities(const SmtpResponse& reply, LogBase& log) {
+void SmtpConnImpl::takeCapabilities(LogBase& log, const SmtpResponse& reply) {
     for (const std::string_view line : smtp::addEhloReply(reply, capabilities_)) {
         log.logInfo("SMTP response is too short.");
         log.logData("smtpResponseLine", line);

@@ -18,68 +18,63 @@ constexpr std::string_view kUnaskedFor =
 
 }  // namespace
 
-bool SmtpConnImpl::startTls(bool ehloFirst, bool& serverRefused, SocketParams& params,
-                            LogBase& log) {
-    const LogContextExitor context(log, "startTLS");
+bool SmtpConnImpl::startTls(CallContext& call, bool ehloFirst, bool& serverRefused) {
+    const LogContextExitor context(call.log, "startTLS");
     serverRefused = false;
-    if (ehloFirst && !ehlo(params, log)) {
-        closeSmtpConnection(log, params);
+    if (ehloFirst && !ehlo(call)) {
+        closeSmtpConnection(call);
         return false;
     }
-    const auto reply = smtpSendGet2("STARTTLS\r\n", params, log);
+    const auto reply = smtpSendGet2(call, "STARTTLS\r\n");
     if (!reply) return false;
-    if (reply->isSuccess()) return upgradeToTls(params, log);
+    if (reply->isSuccess()) return upgradeToTls(call);
     serverRefused = true;
-    log.logError("Non-success STARTTLS response.");
+    call.log.logError("Non-success STARTTLS response.");
     if (reply->statusCode == 503) {
-        log.logInfo(
+        call.log.logInfo(
             "A 503 \"Bad sequence of commands\" indicates the mail server has not enabled "
             "STARTTLS.");
-        log.logInfo("The solution is to enable STARTTLS on the mail server.");
-        log.logInfo(
+        call.log.logInfo("The solution is to enable STARTTLS on the mail server.");
+        call.log.logInfo(
             "When STARTTLS is enabled on the mail server, you will see STARTTLS listed in the "
             "capabilities/extensions reported in response to the EHLO command.");
     }
     return false;
 }
 
-bool SmtpConnImpl::upgradeToTls(SocketParams& params, LogBase& log) {
+bool SmtpConnImpl::upgradeToTls(CallContext& call) {
     // RFC 3207 section 6: what came in clear after the reply may be an attacker's.
     if (socket_->hasBufferedInput()) {
-        fail(SmtpStatus::StartTlsFailed,
-             "The server sent unencrypted data after its reply to STARTTLS.", log);
-        closeSmtpConnection(log, params);
+        fail(call.log, SmtpStatus::StartTlsFailed,
+             "The server sent unencrypted data after its reply to STARTTLS.");
+        closeSmtpConnection(call);
         return false;
     }
-    if (!socket_->convertToTls(settings.smtpHost.utf8(), settings.idleTimeoutMs, log, params)) {
-        log.logError("Failed to establish TLS connection.");
-        helloUnanswered_ = socket_->mayRetryWithoutTls13(log, params);
-        fail(SmtpStatus::StartTlsFailed,
-             "The TLS handshake after STARTTLS failed: " + connectFailCause(params) + "." +
-                 std::string(settings.startTls ? "" : kUnaskedFor),
-             log);
-        closeSmtpConnection(log, params);
+    if (!socket_->convertToTls(call, settings.smtpHost.utf8(), settings.idleTimeoutMs)) {
+        call.log.logError("Failed to establish TLS connection.");
+        helloUnanswered_ = socket_->mayRetryWithoutTls13(call);
+        fail(call.log, SmtpStatus::StartTlsFailed,
+             "The TLS handshake after STARTTLS failed: " + connectFailCause(call) + "." +
+                 std::string(settings.startTls ? "" : kUnaskedFor));
+        closeSmtpConnection(call);
         return false;
     }
-    log.logInfo("TLS connection established.");
+    call.log.logInfo("TLS connection established.");
     // RFC 3207 section 4.2: nothing learnt before the handshake counts.
     capabilities_ = {};
     clearLastReply();
     return true;
 }
 
-bool SmtpConnImpl::upgradeForLogin(SocketParams& params, LogBase& log) {
+bool SmtpConnImpl::upgradeForLogin(CallContext& call) {
     bool serverRefused = false;
-    const auto upgrade = [&] {
-        return startTls(true, serverRefused, params, log) && ehloOrHelo(params, log);
-    };
-    return upgrade() ||
-           againWithoutTls13([&] { return openSession(params, log) && upgrade(); }, log);
+    const auto upgrade = [&] { return startTls(call, true, serverRefused) && ehloOrHelo(call); };
+    return upgrade() || againWithoutTls13(call.log, [&] { return openSession(call) && upgrade(); });
 }
 
 // A server that does not answer a hello with TLS 1.3 may answer one without it; what went before on
 // the connection has to be said again, too.
-bool SmtpConnImpl::againWithoutTls13(const std::function<bool()>& attempt, LogBase& log) {
+bool SmtpConnImpl::againWithoutTls13(LogBase& log, const std::function<bool()>& attempt) {
     if (!std::exchange(helloUnanswered_, false)) return false;
     log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
     withoutTls13_ = true;
@@ -89,15 +84,15 @@ bool SmtpConnImpl::againWithoutTls13(const std::function<bool()>& attempt, LogBa
 }
 
 // Goes on in clear only where the server itself said no.
-bool SmtpConnImpl::upgradeIfPossible(SocketParams& params, LogBase& log) {
+bool SmtpConnImpl::upgradeIfPossible(CallContext& call) {
     if (socket_->isTls() || !capabilities_.hasStartTls || !settings.startTlsIfPossible) {
         return true;
     }
-    log.logInfo("This SMTP server supports STARTTLS.  Automatically doing STARTTLS...");
-    log.logInfo("If you don't want TLS, set mailman.StartTLSifPossible equal to false (or 0)");
+    call.log.logInfo("This SMTP server supports STARTTLS.  Automatically doing STARTTLS...");
+    call.log.logInfo("If you don't want TLS, set mailman.StartTLSifPossible equal to false (or 0)");
     bool serverRefused = false;
-    if (!startTls(false, serverRefused, params, log)) return serverRefused;
-    return ehloOrHelo(params, log);
+    if (!startTls(call, false, serverRefused)) return serverRefused;
+    return ehloOrHelo(call);
 }
 
 }  // namespace tv

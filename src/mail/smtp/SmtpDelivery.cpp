@@ -68,8 +68,8 @@ bool SmtpDelivery::senderFits() {
     send_.fromAddress = smtp::bareAddress(send_.fromAddress);
     const std::string_view why = obstacle(send_.fromAddress);
     if (why.empty()) return true;
-    connection_.fail(SmtpStatus::FromFailure,
-                     "<" + send_.fromAddress + "> cannot be the sender: " + std::string(why), log_);
+    connection_.fail(call_.log, SmtpStatus::FromFailure,
+                     "<" + send_.fromAddress + "> cannot be the sender: " + std::string(why));
     return false;
 }
 
@@ -82,8 +82,8 @@ bool SmtpDelivery::sortRecipients(Groups& groups) {
         groups.any = true;
         if (const std::string_view why = obstacle(address); !why.empty()) {
             groups.unreachable = "<" + address + "> cannot be reached: " + std::string(why);
-            log_.logError(groups.unreachable);
-            log_.logData("bad_address", address);
+            call_.log.logError(groups.unreachable);
+            call_.log.logData("bad_address", address);
             send_.badRecipients.push_back(std::move(address));
         } else {
             const bool needsUtf8 = senderNeedsUtf8 || !isAscii(address);
@@ -92,26 +92,25 @@ bool SmtpDelivery::sortRecipients(Groups& groups) {
     }
     if (!groups.any) return noRecipients();
     if (groups.ascii.empty() && groups.utf8.empty()) {
-        connection_.fail(SmtpStatus::NoValidRecipients,
-                         "No recipient was accepted. " + groups.unreachable, log_);
+        connection_.fail(call_.log, SmtpStatus::NoValidRecipients,
+                         "No recipient was accepted. " + groups.unreachable);
         return false;
     }
     if (!groups.unreachable.empty() && connection_.settings.requireAllRecipients) {
-        connection_.fail(SmtpStatus::SomeBadRecipients,
-                         "Not all recipients were accepted. " + groups.unreachable, log_);
+        connection_.fail(call_.log, SmtpStatus::SomeBadRecipients,
+                         "Not all recipients were accepted. " + groups.unreachable);
         return false;
     }
     return true;
 }
 
 bool SmtpDelivery::noRecipients() {
-    log_.logError("No SMTP recipients.");
-    log_.logError(
+    call_.log.logError("No SMTP recipients.");
+    call_.log.logError(
         "You have not added any TO, CC, or BCC recipients.  Make sure to call email.AddTo, "
         "AddCC, or AddBcc at least once.");
-    connection_.fail(SmtpStatus::NoValidRecipients,
-                     "There is no point in trying to send an email if there are no recipients.",
-                     log_);
+    connection_.fail(call_.log, SmtpStatus::NoValidRecipients,
+                     "There is no point in trying to send an email if there are no recipients.");
     return false;
 }
 
@@ -132,7 +131,7 @@ bool SmtpDelivery::deliverTo(std::vector<std::string> waiting, bool utf8) {
         const bool formed = takeForm(utf8);
         SmtpTransaction transaction = nextOf(waiting);
         const bool success =
-            formed && SmtpTransfer(connection_, send_, transaction, params_, log_).sendSmtpEmail();
+            formed && SmtpTransfer(call_, connection_, send_, transaction).sendSmtpEmail();
         if (taken_ && !success) {
             giveUp(transaction.recipients);
             giveUp(waiting);
@@ -176,10 +175,10 @@ bool SmtpDelivery::takeForm(bool utf8) {
     if (send_.utf8 == utf8) return true;
     send_.utf8 = utf8;
     const uint64_t total = send_.progressTotal;
-    const bool rendered = send_.measure(log_);
+    const bool rendered = send_.measure(call_.log);
     if (taken_) send_.progressTotal = total;
     if (!rendered) {
-        connection_.fail(SmtpStatus::RenderFailed, "The message could not be rendered.", log_);
+        connection_.fail(call_.log, SmtpStatus::RenderFailed, "The message could not be rendered.");
     }
     return rendered;
 }
@@ -187,7 +186,7 @@ bool SmtpDelivery::takeForm(bool utf8) {
 // The message did not reach them; that it reached others is the result.
 void SmtpDelivery::giveUp(std::vector<std::string>& recipients) {
     for (const std::string& recipient : recipients) {
-        log_.logData("undelivered", recipient);
+        call_.log.logData("undelivered", recipient);
     }
     append(send_.badRecipients, recipients);
 }

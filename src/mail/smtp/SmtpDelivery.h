@@ -9,7 +9,7 @@
 #include "mail/smtp/SmtpConnImpl.h"
 #include "mail/smtp/SmtpSend.h"
 #include "mail/smtp/SmtpTransfer.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 
 namespace tv {
 
@@ -18,8 +18,8 @@ namespace tv {
 class SmtpDelivery {
 public:
     // send has been measured; its result lists start anew.
-    SmtpDelivery(SmtpConnImpl& connection, SmtpSend& send, SocketParams& params, LogBase& log)
-        : connection_(connection), send_(send), params_(params), log_(log) {}
+    SmtpDelivery(CallContext& call, SmtpConnImpl& connection, SmtpSend& send)
+        : connection_(connection), send_(send), call_(call) {}
 
     // True if the server has taken the message for at least one recipient. send.retryAllowed is set
     // only where it cannot have the message.
@@ -42,8 +42,7 @@ private:
 
     SmtpConnImpl& connection_;
     SmtpSend& send_;
-    SocketParams& params_;
-    LogBase& log_;
+    CallContext& call_;
     bool taken_ = false;      // the server has the message for somebody
     size_t room_ = SIZE_MAX;  // recipients that are tried in one transaction
 };

@@ -25,16 +25,16 @@ private:
 
 }  // namespace
 
-bool SmtpSend::renderTo(OutputStream& out, LogBase& log) const {
+bool SmtpSend::renderTo(LogBase& log, OutputStream& out) const {
     if (!mimeData.empty()) return out.write(mimeData.bytes());
-    return mimeSource && mimeSource(out, utf8, log);
+    return mimeSource && mimeSource(log, out, utf8);
 }
 
 bool SmtpSend::measure(LogBase& log) {
     CountingStream stuffed;
     DotStuffer stuffer(stuffed);
     CountingTap raw(stuffer);
-    if (!renderTo(raw, log)) return false;
+    if (!renderTo(log, raw)) return false;
     mimeSize = raw.size;
     stuffedSize = stuffed.count();
     progressTotal = mimeSize + kEnvelopeShare + kRecipientShare * recipients.size();
@@ -42,9 +42,9 @@ bool SmtpSend::measure(LogBase& log) {
     return mimeSize != 0;
 }
 
-bool SmtpSend::renderStuffed(OutputStream& out, LogBase& log) const {
+bool SmtpSend::renderStuffed(LogBase& log, OutputStream& out) const {
     DotStuffer stuffer(out);
-    return renderTo(stuffer, log);
+    return renderTo(log, stuffer);
 }
 
 }  // namespace tv

@@ -15,7 +15,7 @@ namespace tv {
 struct SmtpSend {
     // Renders the prepared e-mail, with utf8 for a transaction with SMTPUTF8; gives the same bytes
     // each time.
-    using MimeSource = std::function<bool(OutputStream&, bool utf8, LogBase&)>;
+    using MimeSource = std::function<bool(LogBase&, OutputStream&, bool utf8)>;
 
     std::string fromAddress;
     std::vector<std::string> recipients;
@@ -41,11 +41,11 @@ struct SmtpSend {
     static constexpr uint64_t kRecipientShare = 80;
     static constexpr uint64_t kEnvelopeShare = 180;
 
-    bool renderTo(OutputStream& out, LogBase& log) const;
+    bool renderTo(LogBase& log, OutputStream& out) const;
     // Renders once to learn the sizes. False if the message does not render or is empty.
     bool measure(LogBase& log);
     // The message as it goes over the line, in blocks. False if it does not render or out fails.
-    bool renderStuffed(OutputStream& out, LogBase& log) const;
+    bool renderStuffed(LogBase& log, OutputStream& out) const;
 };
 
 }  // namespace tv

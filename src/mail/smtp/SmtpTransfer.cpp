@@ -23,7 +23,7 @@ constexpr int32_t kGoAhead = 354;
 }  // namespace
 
 bool SmtpTransfer::sendSmtpEmail() {
-    const LogContextExitor context(log_, "sendSmtpEmail");
+    const LogContextExitor context(call_.log, "sendSmtpEmail");
     connection_.clearLastReply();
     send_.retryAllowed = false;
     connection_.setUnsettled(true);
@@ -31,14 +31,14 @@ bool SmtpTransfer::sendSmtpEmail() {
     if (!(pipelined ? sendWithPipelining() : sendNonPipelining())) {
         connection_.setUnsettled(false);
         advance(SmtpSend::kEnvelopeShare);
-        if (!params_.aborted && params_.checkAbort()) {
-            connection_.fail(SmtpStatus::Aborted, "Aborted by application callback.", log_);
+        if (!call_.aborted && call_.checkAbort()) {
+            connection_.fail(call_.log, SmtpStatus::Aborted, "Aborted by application callback.");
         }
         return false;
     }
     bool success = true;
     if (send_.checkRecipientsOnly) {
-        connection_.smtpRset(log_, params_);
+        connection_.smtpRset(call_);
     } else {
         success = transferMessage();
     }
@@ -54,11 +54,11 @@ bool SmtpTransfer::sendNonPipelining() {
 }
 
 bool SmtpTransfer::smtpMailFrom() {
-    if (!queueMailFrom() || !connection_.sendQueued(log_, params_)) {
-        log_.logError("Failed to send " + senderStep());
+    if (!queueMailFrom() || !connection_.sendQueued(call_)) {
+        call_.log.logError("Failed to send " + senderStep());
         return noteLostCommand();
     }
-    const auto reply = connection_.readSmtpResponse(senderStep(), params_, log_);
+    const auto reply = connection_.readSmtpResponse(call_, senderStep());
     if (!reply) return noteLostCommand();
     if (reply->isSuccess()) return true;
     send_.retryAllowed = reply->statusCode == kServiceClosing || reply->statusCode == kTryAgain;
@@ -66,11 +66,11 @@ bool SmtpTransfer::smtpMailFrom() {
 }
 
 bool SmtpTransfer::queueMailFrom() {
-    const LogContextExitor context(log_, "smtpMailFrom");
-    log_.logData("mailFrom", send_.fromAddress);
+    const LogContextExitor context(call_.log, "smtpMailFrom");
+    call_.log.logData("mailFrom", send_.fromAddress);
     if (send_.fromAddress.empty()) {
         connection_.outcome().fail(SmtpStatus::NoFrom, "The message has no sender.");
-        log_.logInfo("Warning: No From Address");
+        call_.log.logInfo("Warning: No From Address");
     }
     smtp::FromParameters parameters;
     parameters.smtpUtf8 = send_.utf8;
@@ -78,19 +78,19 @@ bool SmtpTransfer::queueMailFrom() {
         parameters.ret = connection_.settings.dsnRet.utf8();
         parameters.envid = connection_.settings.dsnEnvid.utf8();
     }
-    return connection_.queueCommand(smtp::mailFromCommand(send_.fromAddress, parameters), false,
-                                    log_);
+    return connection_.queueCommand(call_.log, smtp::mailFromCommand(send_.fromAddress, parameters),
+                                    false);
 }
 
 bool SmtpTransfer::sendRecipients() {
-    const LogContextExitor context(log_, "rcptTo");
+    const LogContextExitor context(call_.log, "rcptTo");
     for (const std::string& recipient : transaction_.recipients) {
         if (!sendRcptTo(recipient)) {
-            log_.logError("Failed to send RCPT TO command.");
+            call_.log.logError("Failed to send RCPT TO command.");
             return noteLostCommand();
         }
         if (!readRcptTo(recipient)) {
-            log_.logError("Failed to read RCPT TO response.");
+            call_.log.logError("Failed to read RCPT TO response.");
             return noteLostCommand();
         }
     }
@@ -98,12 +98,12 @@ bool SmtpTransfer::sendRecipients() {
 }
 
 bool SmtpTransfer::sendRcptTo(const std::string& recipient) {
-    const LogContextExitor context(log_, "sendRcptTo");
-    if (queueRcptTo(recipient) && connection_.sendQueued(log_, params_)) return true;
-    if (params_.aborted) {
-        log_.logError("Aborted by application callback when sending RCPT TO");
+    const LogContextExitor context(call_.log, "sendRcptTo");
+    if (queueRcptTo(recipient) && connection_.sendQueued(call_)) return true;
+    if (call_.aborted) {
+        call_.log.logError("Aborted by application callback when sending RCPT TO");
     } else {
-        log_.logError("Failed to send " + recipientStep(recipient));
+        call_.log.logError("Failed to send " + recipientStep(recipient));
     }
     return false;
 }
@@ -112,22 +112,22 @@ bool SmtpTransfer::queueRcptTo(const std::string& recipient) {
     const std::string_view notify = connection_.capabilities().hasDsn
                                         ? connection_.settings.dsnNotify.utf8()
                                         : std::string_view();
-    return connection_.queueCommand(smtp::rcptToCommand(recipient, notify), false, log_);
+    return connection_.queueCommand(call_.log, smtp::rcptToCommand(recipient, notify), false);
 }
 
 bool SmtpTransfer::readRcptTo(const std::string& recipient) {
-    const LogContextExitor context(log_, "readRcptTo");
-    const auto reply = connection_.readSmtpResponse(recipientStep(recipient), params_, log_);
+    const LogContextExitor context(call_.log, "readRcptTo");
+    const auto reply = connection_.readSmtpResponse(call_, recipientStep(recipient));
     if (!reply) return false;
     advance(SmtpSend::kRecipientShare);
-    if (params_.checkAbort()) {
-        connection_.fail(SmtpStatus::Aborted,
-                         "Aborted by application callback after receiving RCPT TO response.", log_);
+    if (call_.checkAbort()) {
+        connection_.fail(call_.log, SmtpStatus::Aborted,
+                         "Aborted by application callback after receiving RCPT TO response.");
         close();
         return false;
     }
     if (reply->isSuccess()) {
-        log_.logData("recipient", recipient);
+        call_.log.logData("recipient", recipient);
         transaction_.accepted.push_back(recipient);
         return true;
     }
@@ -136,11 +136,11 @@ bool SmtpTransfer::readRcptTo(const std::string& recipient) {
     // RFC 5321 section 4.5.3.1.10: the server has no room for more, but for those it has taken.
     const bool full = reply->statusCode == kTooMany || reply->statusCode == kTooManyOfOld;
     if (full && !transaction_.accepted.empty()) {
-        log_.logData("too_many_recipients", recipient);
+        call_.log.logData("too_many_recipients", recipient);
         transaction_.tooMany.push_back(recipient);
         return true;
     }
-    log_.logData("bad_address", recipient);
+    call_.log.logData("bad_address", recipient);
     transaction_.refused.push_back(recipient);
     return true;
 }
@@ -149,20 +149,20 @@ bool SmtpTransfer::checkAccepted() {
     if (transaction_.accepted.empty()) return noValidRecipients();
     if (transaction_.accepted.size() < transaction_.recipients.size() &&
         connection_.settings.requireAllRecipients) {
-        connection_.fail(SmtpStatus::SomeBadRecipients,
-                         "Not all recipients were accepted. " + lastRefusal_, log_);
-        connection_.smtpRset(log_, params_);
+        connection_.fail(call_.log, SmtpStatus::SomeBadRecipients,
+                         "Not all recipients were accepted. " + lastRefusal_);
+        connection_.smtpRset(call_);
         return false;
     }
     return true;
 }
 
 bool SmtpTransfer::smtpData() {
-    const auto reply = connection_.smtpSendGet2("DATA\r\n", params_, log_);
+    const auto reply = connection_.smtpSendGet2(call_, "DATA\r\n");
     if (!reply) return noteLostCommand();
     if (reply->statusCode == kGoAhead) return true;
     if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
-    log_.logError("Non-success DATA response.");
+    call_.log.logError("Non-success DATA response.");
     return refuse(SmtpStatus::DataFailure, "DATA");
 }
 
@@ -181,7 +181,7 @@ bool SmtpTransfer::sendWithPipelining() {
     } while (first < transaction_.recipients.size() && mail == Mail::Accepted);
     if (send_.checkRecipientsOnly || first < transaction_.recipients.size()) {
         if (mail == Mail::Accepted) return true;
-        connection_.smtpRset(log_, params_);
+        connection_.smtpRset(call_);
         return false;
     }
     return readPipelinedDataReply(mail == Mail::Refused);
@@ -191,32 +191,32 @@ bool SmtpTransfer::sendWithPipelining() {
 size_t SmtpTransfer::queueFlight(size_t first) {
     const size_t end = std::min(transaction_.recipients.size(), first + kFlightRecipients);
     for (size_t i = first; i < end; ++i) {
-        const LogContextExitor context(log_, "sendRcptTo");
+        const LogContextExitor context(call_.log, "sendRcptTo");
         if (!queueRcptTo(transaction_.recipients[i])) return end;
     }
     if (end == transaction_.recipients.size() && !send_.checkRecipientsOnly) {
-        connection_.queueCommand("DATA\r\n", false, log_);
+        connection_.queueCommand(call_.log, "DATA\r\n", false);
     }
     return end;
 }
 
 bool SmtpTransfer::sendFlight() {
-    if (connection_.sendQueued(log_, params_)) return true;
-    if (params_.aborted) {
-        log_.logError("Aborted by application callback when sending RCPT TO");
+    if (connection_.sendQueued(call_)) return true;
+    if (call_.aborted) {
+        call_.log.logError("Aborted by application callback when sending RCPT TO");
     } else {
-        log_.logError("Failed to send " + senderStep());
-        log_.logError("Failed to send RCPT TO command.");
+        call_.log.logError("Failed to send " + senderStep());
+        call_.log.logError("Failed to send RCPT TO command.");
     }
     return noteLostCommand();
 }
 
 SmtpTransfer::Mail SmtpTransfer::readPipelinedMailReply() {
-    const auto reply = connection_.readSmtpResponse(senderStep(), params_, log_);
+    const auto reply = connection_.readSmtpResponse(call_, senderStep());
     if (!reply) {
         if (connection_.settings.userName.empty()) {
-            log_.logInfo("Note: Your application did not provide an SMTP username.");
-            log_.logInfo("The lack of an SMTP login name could be the cause of this error.");
+            call_.log.logInfo("Note: Your application did not provide an SMTP username.");
+            call_.log.logInfo("The lack of an SMTP login name could be the cause of this error.");
         }
         noteLostCommand();
         return Mail::Unusable;
@@ -227,8 +227,8 @@ SmtpTransfer::Mail SmtpTransfer::readPipelinedMailReply() {
         return Mail::Unusable;
     }
     send_.retryAllowed = reply->statusCode == kServiceClosing || reply->statusCode == kTryAgain;
-    connection_.fail(SmtpStatus::FromFailure,
-                     senderStep() + " was answered with: " + connection_.lastReply(), log_);
+    connection_.fail(call_.log, SmtpStatus::FromFailure,
+                     senderStep() + " was answered with: " + connection_.lastReply());
     return Mail::Refused;
 }
 
@@ -236,7 +236,7 @@ bool SmtpTransfer::readFlightReplies(size_t first, size_t end, bool mailRefused)
     for (size_t i = first; i < end; ++i) {
         const std::string& recipient = transaction_.recipients[i];
         if (!readRcptTo(recipient)) {
-            log_.logError("Failed to read RCPT TO response.");
+            call_.log.logError("Failed to read RCPT TO response.");
             if (!mailRefused) noteLostCommand();
             return false;
         }
@@ -248,17 +248,17 @@ bool SmtpTransfer::readFlightReplies(size_t first, size_t end, bool mailRefused)
 // The server takes what follows for the message although replies are missing: the two sides no
 // longer speak of the same command.
 bool SmtpTransfer::strange354(SmtpStatus status) {
-    log_.logInfo("Strange that a 354 response was already received.");
-    log_.logInfo(
+    call_.log.logInfo("Strange that a 354 response was already received.");
+    call_.log.logInfo(
         "Try turning off the mailman.SmtpPipelining property by setting it equal to false/0.");
-    connection_.fail(
-        status, "The replies to the pipelined commands came out of order: 354 too early.", log_);
+    connection_.fail(call_.log, status,
+                     "The replies to the pipelined commands came out of order: 354 too early.");
     close();
     return false;
 }
 
 bool SmtpTransfer::readPipelinedDataReply(bool mailRefused) {
-    const auto reply = connection_.readSmtpResponse("DATA", params_, log_);
+    const auto reply = connection_.readSmtpResponse(call_, "DATA");
     if (!reply) {
         if (!mailRefused) noteLostCommand();
         return false;
@@ -266,7 +266,7 @@ bool SmtpTransfer::readPipelinedDataReply(bool mailRefused) {
     if (reply->statusCode != kGoAhead) {
         if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
         if (transaction_.accepted.empty() && !mailRefused) return noValidRecipients();
-        log_.logError("Non-success DATA response.");
+        call_.log.logError("Non-success DATA response.");
         return refuse(SmtpStatus::DataFailure, "DATA");
     }
     if (transaction_.accepted.empty()) return endEmptyMessage();
@@ -278,25 +278,25 @@ bool SmtpTransfer::readPipelinedDataReply(bool mailRefused) {
 // The server waits for a message that nobody would get: the dot alone ends it (RFC 2920 section
 // 3.1). Its reply changes nothing.
 bool SmtpTransfer::endEmptyMessage() {
-    connection_.fail(SmtpStatus::NoValidRecipients, "No recipient was accepted. " + lastRefusal_,
-                     log_);
-    const auto reply = connection_.smtpSendGet2(".\r\n", params_, log_);
+    connection_.fail(call_.log, SmtpStatus::NoValidRecipients,
+                     "No recipient was accepted. " + lastRefusal_);
+    const auto reply = connection_.smtpSendGet2(call_, ".\r\n");
     const bool over = reply && (reply->isSuccess() || reply->statusCode >= 400);
     if (!over || reply->statusCode == kServiceClosing) close();
     return false;
 }
 
 bool SmtpTransfer::refuse(SmtpStatus status, const std::string& what) {
-    connection_.fail(status, what + " was answered with: " + connection_.lastReply(), log_);
-    connection_.smtpRset(log_, params_);
+    connection_.fail(call_.log, status, what + " was answered with: " + connection_.lastReply());
+    connection_.smtpRset(call_);
     return false;
 }
 
 bool SmtpTransfer::noValidRecipients() {
-    log_.logError("No valid recipients");
-    connection_.fail(SmtpStatus::NoValidRecipients, "No recipient was accepted. " + lastRefusal_,
-                     log_);
-    connection_.smtpRset(log_, params_);
+    call_.log.logError("No valid recipients");
+    connection_.fail(call_.log, SmtpStatus::NoValidRecipients,
+                     "No recipient was accepted. " + lastRefusal_);
+    connection_.smtpRset(call_);
     return false;
 }
 
@@ -305,7 +305,7 @@ bool SmtpTransfer::noValidRecipients() {
 bool SmtpTransfer::noteLostCommand() {
     if (!lastRefusal_.empty()) {
         connection_.outcome().addToReason("Before that, " + lastRefusal_);
-        log_.logError("Before that, " + lastRefusal_);
+        call_.log.logError("Before that, " + lastRefusal_);
     }
     if (connection_.ioFailure() == SmtpConnImpl::IoFailure::Lost) send_.retryAllowed = true;
     return false;
@@ -313,7 +313,7 @@ bool SmtpTransfer::noteLostCommand() {
 
 void SmtpTransfer::advance(uint64_t amount) {
     send_.progressDone += amount;
-    if (params_.monitor) params_.monitor->progress(send_.progressDone, send_.progressTotal);
+    if (call_.monitor) call_.monitor->progress(send_.progressDone, send_.progressTotal);
 }
 
 std::string SmtpTransfer::senderStep() const {

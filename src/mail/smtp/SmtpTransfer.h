@@ -8,7 +8,7 @@
 #include "log/LogBase.h"
 #include "mail/smtp/SmtpConnImpl.h"
 #include "mail/smtp/SmtpSend.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 
 namespace tv {
 
@@ -25,13 +25,9 @@ struct SmtpTransaction {
 class SmtpTransfer {
 public:
     // send has been measured.
-    SmtpTransfer(SmtpConnImpl& connection, SmtpSend& send, SmtpTransaction& transaction,
-                 SocketParams& params, LogBase& log)
-        : connection_(connection),
-          send_(send),
-          transaction_(transaction),
-          params_(params),
-          log_(log) {}
+    SmtpTransfer(CallContext& call, SmtpConnImpl& connection, SmtpSend& send,
+                 SmtpTransaction& transaction)
+        : connection_(connection), send_(send), transaction_(transaction), call_(call) {}
 
     // True if the server has taken the message. A refusal leaves the connection open after RSET,
     // everything else that fails closes it. send.retryAllowed is set only where the server cannot
@@ -74,7 +70,7 @@ private:
     bool refuse(SmtpStatus status, const std::string& what);
     bool noValidRecipients();
     bool noteLostCommand();
-    void close() { connection_.closeSmtpConnection(log_, params_); }
+    void close() { connection_.closeSmtpConnection(call_); }
     void advance(uint64_t amount);
     std::string senderStep() const;
     std::string recipientStep(const std::string& recipient) const;
@@ -82,8 +78,7 @@ private:
     SmtpConnImpl& connection_;
     SmtpSend& send_;
     SmtpTransaction& transaction_;
-    SocketParams& params_;
-    LogBase& log_;
+    CallContext& call_;
     std::string lastRefusal_;  // of a recipient
 };
 

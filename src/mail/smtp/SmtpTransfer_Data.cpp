@@ -24,15 +24,16 @@ bool SmtpTransfer::transferMessage() {
     send_.retryAllowed = false;
     const std::string_view sentMailLog = connection_.settings.sentMailLogFile.utf8();
     const bool logged = sentMailLog.empty() || transaction_.isFurther ||
-                        smtp::appendToSentMailLog(sentMailLog, send_, log_);
-    log_.logDataLong("mimeDataSize", static_cast<int64_t>(send_.stuffedSize));
+                        smtp::appendToSentMailLog(call_.log, sentMailLog, send_);
+    call_.log.logDataLong("mimeDataSize", static_cast<int64_t>(send_.stuffedSize));
     if (!logged) {
-        connection_.fail(SmtpStatus::RenderFailed,
-                         "The message could not be rendered for the sent-mail log.", log_);
+        connection_.fail(call_.log, SmtpStatus::RenderFailed,
+                         "The message could not be rendered for the sent-mail log.");
     }
     if (!logged || !sendDataToSmtp()) {
-        log_.logError(params_.aborted ? "Aborted by application callback while sending MIME data."
-                                      : "Failed when sending MIME body");
+        call_.log.logError(call_.aborted
+                               ? "Aborted by application callback while sending MIME data."
+                               : "Failed when sending MIME body");
         close();
         return false;
     }
@@ -42,32 +43,32 @@ bool SmtpTransfer::transferMessage() {
 }
 
 bool SmtpTransfer::sendDataToSmtp() {
-    const LogContextExitor context(log_, "sendDataToSmtp");
+    const LogContextExitor context(call_.log, "sendDataToSmtp");
     const bool large = send_.stuffedSize > kLargeTransfer;
-    if (large) connection_.setTcpNoDelay(false, log_);
+    if (large) connection_.setTcpNoDelay(call_.log, false);
     connection_.sessionLog().addDataSize(send_.stuffedSize);
     const bool sent = streamMessage();
-    if (large) connection_.setTcpNoDelay(true, log_);
+    if (large) connection_.setTcpNoDelay(call_.log, true);
     const std::string_view event = sent ? "SmtpDataSent" : "SmtpDataSendFailed";
-    if (params_.monitor) params_.monitor->textEvent(event, "...");
-    log_.logData(event, "...");
+    if (call_.monitor) call_.monitor->textEvent(event, "...");
+    call_.log.logData(event, "...");
     return sent;
 }
 
 bool SmtpTransfer::streamMessage() {
     ChunkStream chunks(connection_.settings.sendChunkSize, [&](std::span<const uint8_t> chunk) {
         if (hasWords()) return false;
-        if (!connection_.sendData(chunk, params_, log_)) return false;
+        if (!connection_.sendData(call_, chunk)) return false;
         advance(chunk.size());
         return true;
     });
-    const bool rendered = send_.renderStuffed(chunks, log_) && chunks.finish();
-    log_.logDataLong("numBytesSent", static_cast<int64_t>(chunks.bytesOut()));
+    const bool rendered = send_.renderStuffed(call_.log, chunks) && chunks.finish();
+    call_.log.logDataLong("numBytesSent", static_cast<int64_t>(chunks.bytesOut()));
     if (rendered && chunks.bytesOut() == send_.stuffedSize) return true;
     // A message that broke off must never get its terminator.
     if (!connection_.isConnected()) return false;
-    connection_.fail(SmtpStatus::RenderFailed,
-                     "The message could not be rendered to its end; it was not finished.", log_);
+    connection_.fail(call_.log, SmtpStatus::RenderFailed,
+                     "The message could not be rendered to its end; it was not finished.");
     return false;
 }
 
@@ -75,8 +76,8 @@ bool SmtpTransfer::streamMessage() {
 // refuses what it has seen so far, and nothing more is worth sending.
 bool SmtpTransfer::hasWords() {
     if (connection_.isQuiet() || !connection_.hasInput()) return false;
-    if (connection_.readSmtpResponse("the message data", params_, log_)) {
-        connection_.failEarly(log_);
+    if (connection_.readSmtpResponse(call_, "the message data")) {
+        connection_.failEarly(call_.log);
     }
     close();
     return true;
@@ -85,18 +86,19 @@ bool SmtpTransfer::hasWords() {
 bool SmtpTransfer::answeredTooEarly() {
     if (hasWords()) return true;
     if (connection_.isConnected()) return false;
-    connection_.fail(SmtpStatus::ConnectionLost,
-                     "The server closed the connection before the end of the message.", log_);
+    connection_.fail(call_.log, SmtpStatus::ConnectionLost,
+                     "The server closed the connection before the end of the message.");
     return true;
 }
 
 // A host that reads of memory alone would send again: what it must know is made here.
 std::optional<SmtpResponse> SmtpTransfer::replyToEnd() {
     try {
-        if (!connection_.sendCmdToSmtp("\r\n.\r\n", false, log_, params_)) return std::nullopt;
-        return connection_.readSmtpResponse(".", params_, log_);
+        if (!connection_.sendCmdToSmtp(call_, "\r\n.\r\n", false)) return std::nullopt;
+        return connection_.readSmtpResponse(call_, ".");
     } catch (const std::bad_alloc&) {
-        connection_.fail(SmtpStatus::Failed, "No memory for the end of the message data.", log_);
+        connection_.fail(call_.log, SmtpStatus::Failed,
+                         "No memory for the end of the message data.");
         return std::nullopt;
     }
 }
@@ -109,24 +111,24 @@ bool SmtpTransfer::finishMessage() {
     const bool refused = connection_.lastReplyCode() >= 400;  // by the last words
     if (left != SmtpConnImpl::Sent::Nothing && !refused) {
         connection_.outcome().addToReason(kOutcomeUnknown);
-        log_.logError(kOutcomeUnknown);
+        call_.log.logError(kOutcomeUnknown);
     }
-    if (params_.aborted) {
-        log_.logError("Aborted by application callback at DATA terminator.");
+    if (call_.aborted) {
+        call_.log.logError("Aborted by application callback at DATA terminator.");
         close();
         return left == SmtpConnImpl::Sent::All;  // then the message is with the server
     }
-    log_.logError(left == SmtpConnImpl::Sent::All
-                      ? "SMTP failed when receiving the DATA terminator response."
-                      : "SMTP failed when sending DATA terminator.");
+    call_.log.logError(left == SmtpConnImpl::Sent::All
+                           ? "SMTP failed when receiving the DATA terminator response."
+                           : "SMTP failed when sending DATA terminator.");
     return false;
 }
 
 bool SmtpTransfer::judgeFinalReply(const SmtpResponse& reply) {
     if (reply.statusCode < 400) return true;
-    log_.logError("Non-success DATA terminator response.");
-    connection_.fail(SmtpStatus::DataFailure,
-                     "The message was answered with: " + connection_.lastReply(), log_);
+    call_.log.logError("Non-success DATA terminator response.");
+    connection_.fail(call_.log, SmtpStatus::DataFailure,
+                     "The message was answered with: " + connection_.lastReply());
     return false;
 }
 

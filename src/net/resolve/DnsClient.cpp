@@ -22,7 +22,7 @@ uint64_t shareOf(const Deadline& deadline, size_t serversLeft) {
 }
 
 // A question with an id that nobody can guess.
-bool makeQuery(std::string_view host, std::vector<uint8_t>& query, LogBase& log) {
+bool makeQuery(LogBase& log, std::string_view host, std::vector<uint8_t>& query) {
     std::array<uint8_t, 2> id;
     if (!randomBytes(id)) {
         log.logError("The system's random source failed.");
@@ -52,12 +52,12 @@ End askServer(DnsExchange& exchange, bool requireTls) {
     if (requireTls) return exchange.overTls();
     const End end = exchange.overUdp();
     if (end != End::Replied || exchange.reply.kind != ReplyKind::Truncated) return end;
-    const LogContextExitor context(exchange.log, "fallbackToTcp");
+    const LogContextExitor context(exchange.call.log, "fallbackToTcp");
     return exchange.overTcp();
 }
 
 // True if the reply settles the matter; otherwise the next server may know more.
-bool isFinal(const dns::Reply& reply, LogBase& log) {
+bool isFinal(LogBase& log, const dns::Reply& reply) {
     switch (reply.kind) {
         case ReplyKind::Addresses:
         case ReplyKind::NoAddress:
@@ -74,7 +74,7 @@ bool isFinal(const dns::Reply& reply, LogBase& log) {
     }
 }
 
-void explainTlsFailure(bool anyConnected, bool anyHandshakeFailed, LogBase& log) {
+void explainTlsFailure(LogBase& log, bool anyConnected, bool anyHandshakeFailed) {
     if (anyHandshakeFailed) {
         log.logError("Failed to do TLS handshake for DNS connection on port 853");
     } else if (!anyConnected) {
@@ -86,23 +86,23 @@ void explainTlsFailure(bool anyConnected, bool anyHandshakeFailed, LogBase& log)
 
 }  // namespace
 
-bool doDnsQuery(std::string_view host, std::span<const plat::IpAddress> servers, bool requireTls,
-                const Deadline& deadline, DnsOutcome& outcome, LogBase& log, SocketParams& params) {
-    const LogContextExitor context(log, "doDnsQuery");
+bool doDnsQuery(CallContext& call, std::string_view host, std::span<const plat::IpAddress> servers,
+                bool requireTls, const Deadline& deadline, DnsOutcome& outcome) {
+    const LogContextExitor context(call.log, "doDnsQuery");
     outcome = {};
-    if (!ensureSocketLibrary(log)) return false;
+    if (!ensureSocketLibrary(call.log)) return false;
     bool anyConnected = false, anyHandshakeFailed = false;
     for (size_t i = 0; i < servers.size(); ++i) {
         const uint64_t share = shareOf(deadline, servers.size() - i);
         if (share == 0) {
-            log.logError("DNS timeout.");
+            call.log.logError("DNS timeout.");
             outcome.timedOut = true;
             break;
         }
-        log.logData("nameserver", plat::toText(servers[i]));
+        call.log.logData("nameserver", plat::toText(servers[i]));
         std::vector<uint8_t> query;
-        if (!makeQuery(host, query, log)) return false;
-        DnsExchange exchange{query, servers[i], i + 1, Deadline(share), log, params, {}};
+        if (!makeQuery(call.log, host, query)) return false;
+        DnsExchange exchange{call, query, servers[i], i + 1, Deadline(share), {}};
         const End end = askServer(exchange, requireTls);
         anyConnected |= exchange.connected;
         anyHandshakeFailed |= exchange.handshakeFailed;
@@ -110,13 +110,13 @@ bool doDnsQuery(std::string_view host, std::span<const plat::IpAddress> servers,
         outcome.timedOut |= end == End::TimedOut;
         if (end != End::Replied) {
             outcome.silent.push_back(servers[i]);
-        } else if (isFinal(exchange.reply, log)) {
+        } else if (isFinal(call.log, exchange.reply)) {
             outcome.reply = std::move(exchange.reply);
             outcome.server = servers[i];
             return true;
         }
     }
-    if (requireTls) explainTlsFailure(anyConnected, anyHandshakeFailed, log);
+    if (requireTls) explainTlsFailure(call.log, anyConnected, anyHandshakeFailed);
     return false;
 }
 

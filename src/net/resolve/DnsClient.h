@@ -10,8 +10,8 @@
 
 #include "log/LogBase.h"
 #include "net/dns/DnsMessage.h"
+#include "net/stream/CallContext.h"
 #include "net/stream/Deadline.h"
-#include "net/stream/SocketParams.h"
 #include "platform/IpAddress.h"
 
 namespace tv {
@@ -25,19 +25,18 @@ struct DnsOutcome {
 
 // Asks the servers in their order, each within max(2 s, time left / servers left), until one says
 // which addresses the name has or that there are none. False where none did.
-bool doDnsQuery(std::string_view host, std::span<const plat::IpAddress> servers, bool requireTls,
-                const Deadline& deadline, DnsOutcome& outcome, LogBase& log, SocketParams& params);
+bool doDnsQuery(CallContext& call, std::string_view host, std::span<const plat::IpAddress> servers,
+                bool requireTls, const Deadline& deadline, DnsOutcome& outcome);
 
 // One question to one server.
 struct DnsExchange {
     enum class End : uint8_t { Replied, NoReply, TimedOut, Aborted };
 
+    CallContext& call;
     std::span<const uint8_t> query;
     plat::IpAddress server;
     size_t serverNumber;  // from 1, as the log counts
     Deadline deadline;
-    LogBase& log;
-    SocketParams& params;
     dns::Reply reply;        // Replied: an answer
     bool connected = false;  // over a stream: the server took the connection
     bool handshakeFailed = false;

@@ -21,35 +21,32 @@ constexpr int kImplicitTls = 3;  // ends the texts of a failed handshake
 
 class DnsExchange::Stream {
 public:
-    explicit Stream(DnsExchange& exchange) : exchange_(exchange) {
-        params_.monitor = exchange.params.monitor;
-        params_.heartbeatMs = exchange.params.heartbeatMs;
-        params_.fineSlices = exchange.params.fineSlices;
-        params_.whole = exchange.deadline;
+    explicit Stream(DnsExchange& exchange)
+        : exchange_(exchange), call_(exchange.call.aside(exchange.call.log)) {
+        call_.whole = exchange.deadline;
         socket_.useSystemBufSizes(true);
     }
-    ~Stream() { socket_.terminateConnection(CloseForm::AtOnce, 0, exchange_.log, params_); }
+    ~Stream() { socket_.terminateConnection(call_, CloseForm::AtOnce, 0); }
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
 
     bool connect(uint16_t port) {
-        const bool made = exchange_.server.isIpv4() ? socket_.createSocket_ipv4(exchange_.log)
-                                                    : socket_.createSocket_ipv6(exchange_.log);
-        return made && socket_.connect(exchange_.server, port, leftMs(), exchange_.log, params_);
+        const bool made = exchange_.server.isIpv4() ? socket_.createSocket_ipv4(exchange_.call.log)
+                                                    : socket_.createSocket_ipv6(exchange_.call.log);
+        return made && socket_.connect(call_, exchange_.server, port, leftMs());
     }
 
     // The server is known by its address alone, so there is no name for its certificate to prove.
     bool secure() {
         channel_ = std::make_unique<SChannelTolvane>(socket_);
-        return channel_->handshake(plat::toText(exchange_.server), kTlsPort, {}, kImplicitTls,
-                                   leftMs(), exchange_.log, params_);
+        return channel_->handshake(call_, plat::toText(exchange_.server), kTlsPort, {},
+                                   kImplicitTls, leftMs());
     }
 
     bool send(std::span<const uint8_t> bytes) {
         size_t sent = 0;
-        return channel_
-                   ? channel_->sendApplicationData(bytes, sent, leftMs(), exchange_.log, params_)
-                   : socket_.sendBytes(bytes, sent, leftMs(), exchange_.log, params_);
+        return channel_ ? channel_->sendApplicationData(call_, bytes, sent, leftMs())
+                        : socket_.sendBytes(call_, bytes, sent, leftMs());
     }
 
     // A whole message, without the length that stands before it.
@@ -62,8 +59,8 @@ public:
         }
     }
 
-    bool wasAborted() const { return params_.aborted; }
-    bool ranOut() const { return params_.timedOut; }
+    bool wasAborted() const { return call_.aborted; }
+    bool ranOut() const { return call_.timedOut; }
 
 private:
     // Never 0, which would be no limit.
@@ -73,17 +70,17 @@ private:
 
     bool receiveSome(SecureBuffer& in) {
         if (channel_) {
-            return channel_->receiveApplicationData(in, leftMs(), exchange_.log, params_);
+            return channel_->receiveApplicationData(call_, in, leftMs());
         }
         std::array<uint8_t, 4096> segment;
         size_t size = 0;
-        if (!socket_.receiveBytes(segment, size, leftMs(), exchange_.log, params_)) return false;
+        if (!socket_.receiveBytes(call_, segment, size, leftMs())) return false;
         in.append({segment.data(), size});
         return true;
     }
 
     DnsExchange& exchange_;
-    SocketParams params_;
+    CallContext call_;
     TolvaneSocket socket_;
     std::unique_ptr<SChannelTolvane> channel_;
 };
@@ -106,14 +103,14 @@ DnsExchange::End DnsExchange::overStream(bool tls) {
     std::span<const uint8_t> message;
     const bool received =
         connected && !handshakeFailed && stream.send(framed.bytes()) && stream.receive(in, message);
-    params.aborted = stream.wasAborted();
-    if (params.aborted) return End::Aborted;
+    call.aborted = stream.wasAborted();
+    if (call.aborted) return End::Aborted;
     if (!received) return stream.ranOut() ? End::TimedOut : End::NoReply;
     reply = dns::decodeReply(message, query);
     if (reply.isAnswer() && reply.kind != dns::ReplyKind::Truncated) return End::Replied;
-    log.logError(reply.kind == dns::ReplyKind::WrongId
-                     ? "Response ID not equal to request ID."
-                     : "The nameserver's reply over TCP cannot be used.");
+    call.log.logError(reply.kind == dns::ReplyKind::WrongId
+                          ? "Response ID not equal to request ID."
+                          : "The nameserver's reply over TCP cannot be used.");
     return End::NoReply;
 }
 

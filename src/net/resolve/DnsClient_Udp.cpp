@@ -61,8 +61,8 @@ public:
         if (error.ok()) error = bindToRandomPort(exchange);
         if (error.ok()) error = plat::sysNet().connect(handle, {remote, kDnsPort});
         if (error.ok()) return true;
-        logSocketError(error, exchange.log);
-        exchange.log.logError("Failed to make a UDP socket for the nameserver.");
+        logSocketError(exchange.call.log, error);
+        exchange.call.log.logError("Failed to make a UDP socket for the nameserver.");
         return false;
     }
 
@@ -74,7 +74,7 @@ private:
         for (int i = 0; i < kPortAttempts; ++i) {
             std::array<uint8_t, 2> random;
             if (!randomBytes(random)) {
-                exchange.log.logError("The system's random source failed.");
+                exchange.call.log.logError("The system's random source failed.");
                 return {NetCode::Other, 0};
             }
             const int drawn = random[0] << 8 | random[1];
@@ -90,7 +90,7 @@ private:
 
 DnsExchange::End DnsExchange::overUdp() {
     if (query.size() > dns::kMaxUdpRequest) {
-        log.logError("DNS request is greater than 512 bytes.");
+        call.log.logError("DNS request is greater than 512 bytes.");
         return End::NoReply;
     }
     DatagramSocket socket;
@@ -100,7 +100,7 @@ DnsExchange::End DnsExchange::overUdp() {
     for (const Step& step : kLadder) {
         const uint64_t left = deadline.leftMs();
         if (left == 0) {
-            log.logError("DNS timeout.");
+            call.log.logError("DNS timeout.");
             return End::TimedOut;
         }
         if (left <= step.onlyAboveMs) continue;
@@ -108,17 +108,17 @@ DnsExchange::End DnsExchange::overUdp() {
         const NetError error = plat::sysNet().send(socket.handle, query, sent);
         // A queue that is full loses the datagram, as the network may.
         if (!error.ok() && !error.is(NetCode::WouldBlock)) {
-            logSocketError(error, log);
-            log.logError(std::string(step.ordinal) + " UDP send for nameserver " +
-                         std::to_string(serverNumber) + " failed.");
+            logSocketError(call.log, error);
+            call.log.logError(std::string(step.ordinal) + " UDP send for nameserver " +
+                              std::to_string(serverNumber) + " failed.");
             return End::NoReply;
         }
         waitedMs = std::min(step.waitMs, left);
         const End end = awaitReply(socket, waitedMs, ignored);
         if (end != End::TimedOut) return end;
     }
-    log.logError("Waited, but no data ready on UDP socket.");
-    log.logDataLong("idleTimeoutMs", static_cast<int64_t>(waitedMs));
+    call.log.logError("Waited, but no data ready on UDP socket.");
+    call.log.logDataLong("idleTimeoutMs", static_cast<int64_t>(waitedMs));
     return End::TimedOut;
 }
 
@@ -126,14 +126,14 @@ DnsExchange::End DnsExchange::awaitReply(DatagramSocket& socket, uint64_t waitMs
     const Deadline limit(waitMs);
     std::array<uint8_t, kMaxDatagram> datagram;
     for (;;) {
-        if (params.checkAbort()) {
-            log.logError("DNS lookup aborted by application.");
+        if (call.checkAbort()) {
+            call.log.logError("DNS lookup aborted by application.");
             return End::Aborted;
         }
         const uint64_t left = limit.leftMs();
         if (left == 0) return End::TimedOut;
         bool ready = false;
-        const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, params.sliceMs()));
+        const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, call.sliceMs()));
         NetError error =
             plat::sysNet().wait(socket.handle, plat::WaitFor::Readable, sliceMs, ready);
         size_t size = 0;
@@ -147,14 +147,14 @@ DnsExchange::End DnsExchange::awaitReply(DatagramSocket& socket, uint64_t waitMs
         if (error.is(NetCode::WouldBlock)) continue;  // its checksum was wrong
         if (!error.ok()) {
             // Nobody listens there, or the network is gone: no time is lost on this server.
-            logSocketError(error, log);
+            logSocketError(call.log, error);
             return End::NoReply;
         }
         reply = dns::decodeReply({datagram.data(), size}, query);
         if (reply.isAnswer()) return End::Replied;
-        log.logInfo(whyIgnored(reply.kind));
+        call.log.logInfo(whyIgnored(reply.kind));
         if (++ignored >= kMaxIgnored) {
-            log.logError("Too many datagrams came that are no reply.");
+            call.log.logError("Too many datagrams came that are no reply.");
             return End::NoReply;
         }
     }

@@ -27,14 +27,14 @@ std::string_view withoutDot(std::string_view name) {
     return name.substr(0, name.size() - (name.back() == '.' ? 1 : 0));
 }
 
-bool failLookup(ConnectFailReason reason, SocketParams& params) {
-    params.connectFailReason = reason;
-    if (reason == ConnectFailReason::DnsTimeout) params.timedOut = true;
+bool failLookup(CallContext& call, ConnectFailReason reason) {
+    call.connectFailReason = reason;
+    if (reason == ConnectFailReason::DnsTimeout) call.timedOut = true;
     return false;
 }
 
-plat::NetError askSystem(const std::string& name, AddressFamily family,
-                         std::vector<plat::IpAddress>& addresses, LogBase& log) {
+plat::NetError askSystem(LogBase& log, const std::string& name, AddressFamily family,
+                         std::vector<plat::IpAddress>& addresses) {
     if (!ensureSocketLibrary(log)) return {NetCode::NotInitialised, 0};
     log.logData("systemResolver", family == AddressFamily::IPv4 ? "asking for IPv4 addresses"
                                                                 : "asking for IPv6 addresses");
@@ -53,20 +53,20 @@ bool isJustMissing(const plat::NetError& error) {
 }
 
 // The last resort, unless the application wants others kept out of it.
-bool askSystemInstead(const std::string& name, const Deadline& deadline,
-                      std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
+bool askSystemInstead(CallContext& call, const std::string& name, const Deadline& deadline,
+                      std::vector<plat::IpAddress>& addresses) {
     const ResolverState& state = resolverState();
-    log.logDataLong("num_app_defined_ns", static_cast<int64_t>(state.ownNameServers.size()));
+    call.log.logDataLong("num_app_defined_ns", static_cast<int64_t>(state.ownNameServers.size()));
     if (!state.ownNameServers.empty()) return false;
     if (state.requireTls) {
-        log.logInfo("The system's resolver is not asked: it may not use TLS.");
+        call.log.logInfo("The system's resolver is not asked: it may not use TLS.");
         return false;
     }
-    return getAddressInfo(name, false, deadline, addresses, log, params);
+    return getAddressInfo(call, name, false, deadline, addresses);
 }
 
 // Whom to ask; empty where only the system's resolver may be.
-std::vector<plat::IpAddress> serversFor(const std::string& name, LogBase& log) {
+std::vector<plat::IpAddress> serversFor(LogBase& log, const std::string& name) {
     ResolverState& state = resolverState();
     std::vector<plat::IpAddress> servers = state.ownNameServers;
     if (servers.empty()) {
@@ -96,12 +96,12 @@ Deadline withoutLastResort(const Deadline& deadline, const ResolverState& state)
 }
 
 // Asks name servers and remembers what they said, and which of them did not.
-bool queryServers(const std::string& name, const std::vector<plat::IpAddress>& servers,
-                  const Deadline& deadline, DnsOutcome& outcome, LogBase& log,
-                  SocketParams& params) {
+bool queryServers(CallContext& call, const std::string& name,
+                  const std::vector<plat::IpAddress>& servers, const Deadline& deadline,
+                  DnsOutcome& outcome) {
     ResolverState& state = resolverState();
-    const bool answered = doDnsQuery(name, servers, state.requireTls,
-                                     withoutLastResort(deadline, state), outcome, log, params);
+    const bool answered = doDnsQuery(call, name, servers, state.requireTls,
+                                     withoutLastResort(deadline, state), outcome);
     const uint64_t nowMs = plat::sysClock().tickMs();
     for (const plat::IpAddress& server : outcome.silent) {
         state.noteServer(server, false, nowMs);
@@ -110,118 +110,116 @@ bool queryServers(const std::string& name, const std::vector<plat::IpAddress>& s
     return answered;
 }
 
-bool resolveByQuery(const std::string& name, const Deadline& deadline,
-                    std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
-    const std::vector<plat::IpAddress> servers = serversFor(name, log);
+bool resolveByQuery(CallContext& call, const std::string& name, const Deadline& deadline,
+                    std::vector<plat::IpAddress>& addresses) {
+    const std::vector<plat::IpAddress> servers = serversFor(call.log, name);
     DnsOutcome outcome;
-    const bool answered =
-        !servers.empty() && queryServers(name, servers, deadline, outcome, log, params);
-    if (params.aborted) return failLookup(ConnectFailReason::Aborted, params);
+    const bool answered = !servers.empty() && queryServers(call, name, servers, deadline, outcome);
+    if (call.aborted) return failLookup(call, ConnectFailReason::Aborted);
     if (answered && outcome.reply.kind == dns::ReplyKind::Addresses) {
         resolverState().keep(withoutDot(name), outcome.reply, plat::sysClock().tickMs());
         addresses = outcome.reply.addresses;
         return true;
     }
     const bool nothingUsable = answered && outcome.reply.kind == dns::ReplyKind::NoAddress;
-    if (nothingUsable) log.logInfo("retry");
-    if (askSystemInstead(name, deadline, addresses, log, params)) return true;
-    if (params.aborted) return failLookup(ConnectFailReason::Aborted, params);
-    log.logError(nothingUsable ? "No valid DNS answer.." : "DNS resolution failed.");
+    if (nothingUsable) call.log.logInfo("retry");
+    if (askSystemInstead(call, name, deadline, addresses)) return true;
+    if (call.aborted) return failLookup(call, ConnectFailReason::Aborted);
+    call.log.logError(nothingUsable ? "No valid DNS answer.." : "DNS resolution failed.");
     // The system's resolver has named its reason.
-    const bool timedOut = (!answered && outcome.timedOut) ||
-                          params.connectFailReason == ConnectFailReason::DnsTimeout;
-    return failLookup(timedOut ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed,
-                      params);
+    const bool timedOut =
+        (!answered && outcome.timedOut) || call.connectFailReason == ConnectFailReason::DnsTimeout;
+    return failLookup(call,
+                      timedOut ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed);
 }
 
-bool tvDnsResolveDomainIPv4_n(std::string_view domain, const Deadline& deadline,
-                              std::vector<plat::IpAddress>& addresses, LogBase& log,
-                              SocketParams& params) {
+bool tvDnsResolveDomainIPv4_n(CallContext& call, std::string_view domain, const Deadline& deadline,
+                              std::vector<plat::IpAddress>& addresses) {
     std::string name;
     if (!normalizeDomain(domain, name)) {
-        log.logError("Invalid domain for resolving domain to IP address.");
-        return failLookup(ConnectFailReason::DnsFailed, params);
+        call.log.logError("Invalid domain for resolving domain to IP address.");
+        return failLookup(call, ConnectFailReason::DnsFailed);
     }
     ResolverState& state = resolverState();
     if (!state.isUsable()) {
-        log.logError("DNS cache is either finalized or invalid.");
-        return failLookup(ConnectFailReason::DnsFailed, params);
+        call.log.logError("DNS cache is either finalized or invalid.");
+        return failLookup(call, ConnectFailReason::DnsFailed);
     }
     if (state.findInHosts(withoutDot(name), addresses)) {
-        log.logData("ip_from_hosts_file", plat::toText(addresses.front()));
+        call.log.logData("ip_from_hosts_file", plat::toText(addresses.front()));
         return true;
     }
     if (name.find('.') == std::string::npos) {
-        if (!getAddressInfo(name, false, deadline, addresses, log, params)) return false;
-        log.logData("sbIp_gethostbyname", plat::toText(addresses.front()));
+        if (!getAddressInfo(call, name, false, deadline, addresses)) return false;
+        call.log.logData("sbIp_gethostbyname", plat::toText(addresses.front()));
         return true;
     }
     if (state.findInCache(withoutDot(name), plat::sysClock().tickMs(), addresses)) {
-        log.logData("ip_from_dns_cache", plat::toText(addresses.front()));
+        call.log.logData("ip_from_dns_cache", plat::toText(addresses.front()));
         return true;
     }
-    return resolveByQuery(name, deadline, addresses, log, params);
+    return resolveByQuery(call, name, deadline, addresses);
 }
 
 }  // namespace
 
-bool dnsLookup(std::string_view domain, const Deadline& deadline,
-               std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
-    const LogContextExitor context(log, "dnsLookup");
+bool dnsLookup(CallContext& call, std::string_view domain, const Deadline& deadline,
+               std::vector<plat::IpAddress>& addresses) {
+    const LogContextExitor context(call.log, "dnsLookup");
     addresses.clear();
-    params.connectFailReason = ConnectFailReason::None;
+    call.connectFailReason = ConnectFailReason::None;
     const std::string_view name = trimmed(domain);
-    log.logData("domain", name);
+    call.log.logData("domain", name);
     if (name.empty()) {
-        log.logError("DNS lookup failed; domain name is empty");
-        return failLookup(ConnectFailReason::DnsFailed, params);
+        call.log.logError("DNS lookup failed; domain name is empty");
+        return failLookup(call, ConnectFailReason::DnsFailed);
     }
     const auto numeric =
         plat::parseIp(equalsIgnoreCase(name, "localhost") ? std::string_view("127.0.0.1") : name);
     if (numeric) {
-        log.logInfo("IP address passed to DNS lookup");
+        call.log.logInfo("IP address passed to DNS lookup");
         addresses.push_back(*numeric);
         return true;
     }
-    if (tvDnsResolveDomainIPv4_n(name, deadline, addresses, log, params)) return true;
-    log.logError("DNS lookup failed");
-    log.logData("domain", name);
+    if (tvDnsResolveDomainIPv4_n(call, name, deadline, addresses)) return true;
+    call.log.logError("DNS lookup failed");
+    call.log.logData("domain", name);
     return false;
 }
 
-bool getAddressInfo(std::string_view hostOrIpAddr, bool preferIpv6, const Deadline& deadline,
-                    std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params) {
-    const LogContextExitor context(log, "getAddressInfo");
-    log.logData("hostOrIpAddr", hostOrIpAddr);
+bool getAddressInfo(CallContext& call, std::string_view hostOrIpAddr, bool preferIpv6,
+                    const Deadline& deadline, std::vector<plat::IpAddress>& addresses) {
+    const LogContextExitor context(call.log, "getAddressInfo");
+    call.log.logData("hostOrIpAddr", hostOrIpAddr);
     if (preferIpv6) {
-        log.logInfo("The application prefers IPv6 over IPv4. Looking for IPv6 addresses first...");
+        call.log.logInfo(
+            "The application prefers IPv6 over IPv4. Looking for IPv6 addresses first...");
     }
     const std::string name(hostOrIpAddr);
     plat::NetError error;
     for (int attempt = 0; attempt < 2; ++attempt) {
         const bool wantsIpv6 = preferIpv6 == (attempt == 0);
         if (attempt == 1 && !preferIpv6) {
-            log.logInfo("No IPv4 address found, checking for IPv6...");
+            call.log.logInfo("No IPv4 address found, checking for IPv6...");
         }
-        if (params.checkAbort()) return failLookup(ConnectFailReason::Aborted, params);
+        if (call.checkAbort()) return failLookup(call, ConnectFailReason::Aborted);
         if (deadline.leftMs() < kLeastTimeMs) {
-            log.logError(
+            call.log.logError(
                 "Less than a second is left of the time to connect: the system's resolver is not "
                 "asked.");
-            return failLookup(ConnectFailReason::DnsTimeout, params);
+            return failLookup(call, ConnectFailReason::DnsTimeout);
         }
-        error =
-            askSystem(name, wantsIpv6 ? AddressFamily::IPv6 : AddressFamily::IPv4, addresses, log);
+        error = askSystem(call.log, name, wantsIpv6 ? AddressFamily::IPv6 : AddressFamily::IPv4,
+                          addresses);
         if (error.ok()) return true;
         if (!isJustMissing(error)) break;
     }
     addresses.clear();
-    if (isJustMissing(error)) log.logError("No IPv4 or IPv6 addresses found.");
-    log.logError("getAddressInfo failed.");
-    logSocketError(error, log);
+    if (isJustMissing(error)) call.log.logError("No IPv4 or IPv6 addresses found.");
+    call.log.logError("getAddressInfo failed.");
+    logSocketError(call.log, error);
     return failLookup(
-        deadline.hasPassed() ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed,
-        params);
+        call, deadline.hasPassed() ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed);
 }
 
 }  // namespace tv

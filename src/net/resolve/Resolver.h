@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "log/LogBase.h"
+#include "net/stream/CallContext.h"
 #include "net/stream/Deadline.h"
-#include "net/stream/SocketParams.h"
 #include "platform/IpAddress.h"
 
 namespace tv {
@@ -14,13 +14,13 @@ namespace tv {
 // The IPv4 addresses of a name, a numeric address itself, or, where a name has none, its IPv6
 // addresses; in the order to be tried. A name is looked for in the hosts file, the cache and at the
 // name servers; the system's resolver is asked for single labels and where that all has failed.
-// Failure sets params.connectFailReason.
-bool dnsLookup(std::string_view domain, const Deadline& deadline,
-               std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params);
+// Failure sets call.connectFailReason.
+bool dnsLookup(CallContext& call, std::string_view domain, const Deadline& deadline,
+               std::vector<plat::IpAddress>& addresses);
 
 // Asks the system's resolver: addresses of one family, the preferred one if there are any. This
 // wait cannot be cut short, so it is not begun with less than a second left.
-bool getAddressInfo(std::string_view hostOrIpAddr, bool preferIpv6, const Deadline& deadline,
-                    std::vector<plat::IpAddress>& addresses, LogBase& log, SocketParams& params);
+bool getAddressInfo(CallContext& call, std::string_view hostOrIpAddr, bool preferIpv6,
+                    const Deadline& deadline, std::vector<plat::IpAddress>& addresses);
 
 }  // namespace tv

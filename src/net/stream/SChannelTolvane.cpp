@@ -106,8 +106,8 @@ std::string clause(std::string_view sentence) {
 }
 
 // What went wrong in the handshake, for a sentence of the host's.
-std::string failureClause(const tls::TlsProtocol& engine, bool isFallback,
-                          const SocketParams& params) {
+std::string failureClause(const CallContext& call, const tls::TlsProtocol& engine,
+                          bool isFallback) {
     if (isFallback && refusesFallback(engine)) {
         return "The server speaks TLS 1.3, but the connection broke off when TLS 1.3 was offered; "
                "a firewall, a proxy or an attacker on the way may have cut it. Let TLS 1.3 pass to "
@@ -119,9 +119,9 @@ std::string failureClause(const tls::TlsProtocol& engine, bool isFallback,
                std::string(tls::alertName(*engine.peerAlert())) + "\"";
     }
     if (engine.failure() != tls::TlsFailure::None) return clause(tls::textOf(engine.failure()));
-    if (!params.timedOut) return "The connection was lost in the TLS handshake";
-    if (params.overranMs == 0) return "Timeout in the TLS handshake";
-    return "The TLS handshake took more than " + durationText(params.overranMs);
+    if (!call.timedOut) return "The connection was lost in the TLS handshake";
+    if (call.overranMs == 0) return "Timeout in the TLS handshake";
+    return "The TLS handshake took more than " + durationText(call.overranMs);
 }
 
 }  // namespace
@@ -142,13 +142,13 @@ bool SChannelTolvane::isOpen() const {
     return engine_ && engine_->isEstablished() && !engine_->closeNotifyReceived() && !readFailed_;
 }
 
-bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChannelSettings& settings,
-                                int road, uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
-    const LogContextExitor context(log, "SslHandshake");
-    log.logInfo("Starting");
+bool SChannelTolvane::handshake(CallContext& call, std::string_view host, int port,
+                                const TlsChannelSettings& settings, int road, uint32_t maxIdleMs) {
+    const LogContextExitor context(call.log, "SslHandshake");
+    call.log.logInfo("Starting");
     tls::TlsSettings wanted;
     wanted.versions = tls::versionRange(settings.tlsProtocol);
-    wanted.options = tls::tlsOptions(log);
+    wanted.options = tls::tlsOptions(call.log);
     std::optional<TrustAnchors> anchors;
     if (settings.requireSslCertVerify) anchors.emplace(settings.trustAnchorsFile);
     scope_ = scopeOf(host, port, wanted, anchors ? &*anchors : nullptr);
@@ -168,123 +168,121 @@ bool SChannelTolvane::handshake(std::string_view host, int port, const TlsChanne
     engine_ = std::make_unique<tls::TlsProtocol>(std::move(wanted), *environment_);
     readFailed_ = false;
 
-    if (!engine_->start(log) || !exchange(maxIdleMs, log, params)) {
-        return handshakeFailed(road, log, params);
+    if (!engine_->start(call.log) || !exchange(call, maxIdleMs)) {
+        return handshakeFailed(call, road);
     }
     verifiedUntilMs_ = engine_->negotiated().resumed ? keptUntilMs : 0;
-    if (!checkServerCert(host, anchors ? &*anchors : nullptr, maxIdleMs, log, params)) {
-        log.logError(withRoad("Server certificate verification failed.", road));
+    if (!checkServerCert(call, host, anchors ? &*anchors : nullptr, maxIdleMs)) {
+        call.log.logError(withRoad("Server certificate verification failed.", road));
         return false;
     }
     keepSession();
-    log.logInfo("Finished");
-    log.logInfo("SSL/TLS Channel Established.");
+    call.log.logInfo("Finished");
+    call.log.logInfo("SSL/TLS Channel Established.");
     return true;
 }
 
 // Moves bytes both ways until the handshake is over.
-bool SChannelTolvane::exchange(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
-    const WholeLimit limit(params, kMaxHandshakeMs, maxIdleMs);
+bool SChannelTolvane::exchange(CallContext& call, uint32_t maxIdleMs) {
+    const WholeLimit limit(call, kMaxHandshakeMs, maxIdleMs);
     while (!engine_->isEstablished()) {
-        if (!flush(maxIdleMs, log, params) || !readMore(maxIdleMs, log, params)) return false;
+        if (!flush(call, maxIdleMs) || !readMore(call, maxIdleMs)) return false;
     }
-    return flush(maxIdleMs, log, params);
+    return flush(call, maxIdleMs);
 }
 
-bool SChannelTolvane::handshakeFailed(int road, LogBase& log, SocketParams& params) {
-    if (params.aborted) {
-        params.connectFailReason = ConnectFailReason::Aborted;
+bool SChannelTolvane::handshakeFailed(CallContext& call, int road) {
+    if (call.aborted) {
+        call.connectFailReason = ConnectFailReason::Aborted;
     } else if (engine_->failure() == tls::TlsFailure::CertificateMissing) {
-        params.connectFailReason = ConnectFailReason::NoServerCertificate;
+        call.connectFailReason = ConnectFailReason::NoServerCertificate;
     } else {
-        params.connectFailReason = !readFailed_ || engine_->serverAnswered()
-                                       ? ConnectFailReason::InternalError
-                                   : params.timedOut ? ConnectFailReason::TlsServerHelloUnreadable
-                                                     : ConnectFailReason::TlsNoServerHello;
-        params.cause = failureClause(*engine_, isFallback_, params);
+        call.connectFailReason = !readFailed_ || engine_->serverAnswered()
+                                     ? ConnectFailReason::InternalError
+                                 : call.timedOut ? ConnectFailReason::TlsServerHelloUnreadable
+                                                 : ConnectFailReason::TlsNoServerHello;
+        call.cause = failureClause(call, *engine_, isFallback_);
     }
-    log.logError(withRoad("Client handshake failed.", road));
+    call.log.logError(withRoad("Client handshake failed.", road));
     return false;
 }
 
-bool SChannelTolvane::flush(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+bool SChannelTolvane::flush(CallContext& call, uint32_t maxIdleMs) {
     DataBuffer& output = engine_->output();
     size_t sent = 0;
-    const bool success =
-        output.empty() || socket_.sendBytes(output.bytes(), sent, maxIdleMs, log, params);
+    const bool success = output.empty() || socket_.sendBytes(call, output.bytes(), sent, maxIdleMs);
     output.clear();
     return success;
 }
 
 // One segment from the socket into the engine. An alert that the engine answers with goes out.
-bool SChannelTolvane::readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+bool SChannelTolvane::readMore(CallContext& call, uint32_t maxIdleMs) {
     std::array<uint8_t, kSegment> segment;
     size_t size = 0;
-    if (!socket_.receiveBytes(segment, size, maxIdleMs, log, params)) {
+    if (!socket_.receiveBytes(call, segment, size, maxIdleMs)) {
         readFailed_ = true;
         return false;
     }
-    const bool success = engine_->receive({segment.data(), size}, log);
-    return flush(maxIdleMs, log, params) && success;
+    const bool success = engine_->receive(call.log, {segment.data(), size});
+    return flush(call, maxIdleMs) && success;
 }
 
-bool SChannelTolvane::checkServerCert(std::string_view host, const TrustAnchors* anchors,
-                                      uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
-    const LogContextExitor context(log, "checkServerCert");
+bool SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,
+                                      const TrustAnchors* anchors, uint32_t maxIdleMs) {
+    const LogContextExitor context(call.log, "checkServerCert");
     const auto& chain = engine_->negotiated().chain;  // empty for a resumed session
     x509::Certificate leaf;
     const bool readable = !chain.empty() && x509::parseCertificate(chain.front(), leaf);
     const x509::ChainVerdict usage =
         readable ? judgeKeyUsage(leaf, *engine_->negotiated().suite) : x509::ChainVerdict();
     if (!anchors) {
-        log.logInfo("Not verifying server certificate...");
-        log.logInfo("Set the RequireSslCertVerify property to enable verification.");
-        if (!usage.trusted()) tls::warnOfKeyUsage(usage.detail, log);
+        call.log.logInfo("Not verifying server certificate...");
+        call.log.logInfo("Set the RequireSslCertVerify property to enable verification.");
+        if (!usage.trusted()) tls::warnOfKeyUsage(call.log, usage.detail);
         return true;
     }
     if (engine_->negotiated().resumed) {
-        log.logInfo("Not verifying server certificate because this TLS session is a resumption.");
+        call.log.logInfo(
+            "Not verifying server certificate because this TLS session is a resumption.");
         return true;
     }
     if (chain.empty()) {
-        log.logError("No server certificate is available.");
-        params.connectFailReason = ConnectFailReason::NoServerCertificate;
+        call.log.logError("No server certificate is available.");
+        call.connectFailReason = ConnectFailReason::NoServerCertificate;
         return false;
     }
-    log.logInfo("Verifying server certificate...");
+    call.log.logInfo("Verifying server certificate...");
     const uint64_t nowMs = wallClockMs();
     const Deadline deadline(maxIdleMs == 0 ? kMaxVerifyMs : maxIdleMs);
-    x509::WorkBudget budget([&] { return params.checkAbort() ? 0 : deadline.leftMs(); });
+    x509::WorkBudget budget([&] { return call.checkAbort() ? 0 : deadline.leftMs(); });
     x509::ChainVerdict verdict =
-        anchors->verify(chain, host, static_cast<int64_t>(nowMs / 1000), budget, log);
+        anchors->verify(call.log, chain, host, static_cast<int64_t>(nowMs / 1000), budget);
     if (verdict.trusted()) verdict = usage;
     if (verdict.trusted()) {
         verifiedUntilMs_ = endOfTrustMs(leaf, nowMs);
-        log.logInfo("Server certificate is verified.");
-        log.logInfo("Whether it has been revoked is not checked.");
+        call.log.logInfo("Server certificate is verified.");
+        call.log.logInfo("Whether it has been revoked is not checked.");
         return true;
     }
-    return refuseCertificate(verdict, log, params);
+    return refuseCertificate(call, verdict);
 }
 
 // Tells the log and the server. Whoever looks after the server is to find the reason there, so the
 // alert must not get lost: closing with unread bytes would overtake it.
-bool SChannelTolvane::refuseCertificate(const x509::ChainVerdict& verdict, LogBase& log,
-                                        SocketParams& params) {
-    log.logError("SSL server certificate verification failed.");
-    log.logError(x509::ruleText(verdict.broken));
-    log.logData("certificate", verdict.subject);
-    log.logData("issuedBy", verdict.issuer);
-    if (!verdict.detail.empty()) log.logData("detail", verdict.detail);
-    params.connectFailReason =
-        params.aborted ? ConnectFailReason::Aborted : ConnectFailReason::CertificateInvalid;
-    params.cause = clause(x509::ruleText(verdict.broken));
+bool SChannelTolvane::refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict) {
+    call.log.logError("SSL server certificate verification failed.");
+    call.log.logError(x509::ruleText(verdict.broken));
+    call.log.logData("certificate", verdict.subject);
+    call.log.logData("issuedBy", verdict.issuer);
+    if (!verdict.detail.empty()) call.log.logData("detail", verdict.detail);
+    call.connectFailReason =
+        call.aborted ? ConnectFailReason::Aborted : ConnectFailReason::CertificateInvalid;
+    call.cause = clause(x509::ruleText(verdict.broken));
     engine_->refuseCertificate(alertOf(verdict.broken));
     LogNull quiet;
-    SocketParams own;
-    own.monitor = params.monitor;
-    if (flush(kMaxGoodbyeMs, quiet, own)) {
-        socket_.terminateConnection(CloseForm::Graceful, kMaxGoodbyeMs, quiet, own);
+    CallContext own = call.aside(quiet);
+    if (flush(own, kMaxGoodbyeMs)) {
+        socket_.terminateConnection(own, CloseForm::Graceful, kMaxGoodbyeMs);
     }
     return false;
 }
@@ -297,38 +295,39 @@ void SChannelTolvane::keepSession() {
     sessions_->session = std::move(fresh);
 }
 
-bool SChannelTolvane::takeArrived(LogBase& log, SocketParams& params) {
+bool SChannelTolvane::takeArrived(CallContext& call) {
     std::array<uint8_t, kSegment> segment;
     size_t size = 0;
     if (!socket_.receiveReady(segment, size)) return socket_.isConnected();
-    const bool success = engine_->receive({segment.data(), size}, log);
+    const bool success = engine_->receive(call.log, {segment.data(), size});
     keepSession();
-    const WholeLimit limit(params, kMaxGoodbyeMs);
-    return flush(kMaxGoodbyeMs, log, params) && success;
+    const WholeLimit limit(call, kMaxGoodbyeMs);
+    return flush(call, kMaxGoodbyeMs) && success;
 }
 
-bool SChannelTolvane::sendApplicationData(std::span<const uint8_t> bytes, size_t& sent,
-                                          uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+bool SChannelTolvane::sendApplicationData(CallContext& call, std::span<const uint8_t> bytes,
+                                          size_t& sent, uint32_t maxIdleMs) {
     sent = 0;
     while (!bytes.empty()) {
         // A look at what the server has to say in the meantime: an alert ends a long send.
-        if (engine_->input().size() < kMaxKeptInput && !takeArrived(log, params)) {
-            log.logError("Failed to receive TLS application data while sending.");
+        if (engine_->input().size() < kMaxKeptInput && !takeArrived(call)) {
+            call.log.logError("Failed to receive TLS application data while sending.");
             return false;
         }
         if (engine_->closeNotifyReceived()) {
-            log.logError("Aborting the TLS send because the peer sent the TLS close-notify alert.");
+            call.log.logError(
+                "Aborting the TLS send because the peer sent the TLS close-notify alert.");
             return false;
         }
         while (engine_->isHandshaking()) {
-            if (!readMore(maxIdleMs, log, params)) return false;
+            if (!readMore(call, maxIdleMs)) return false;
         }
-        if (params.checkAbort()) {
-            log.logError("Aborting the TLS send..");
+        if (call.checkAbort()) {
+            call.log.logError("Aborting the TLS send..");
             return false;
         }
         const std::span<const uint8_t> batch = bytes.first(std::min(bytes.size(), kSendBatch));
-        if (!engine_->sendApplicationData(batch, log) || !flush(maxIdleMs, log, params)) {
+        if (!engine_->sendApplicationData(call.log, batch) || !flush(call, maxIdleMs)) {
             return false;
         }
         sent += batch.size();
@@ -337,9 +336,9 @@ bool SChannelTolvane::sendApplicationData(std::span<const uint8_t> bytes, size_t
     return true;
 }
 
-bool SChannelTolvane::receiveReady(SecureBuffer& out, LogBase& log, SocketParams& params) {
+bool SChannelTolvane::receiveReady(CallContext& call, SecureBuffer& out) {
     if (!engine_) return false;
-    if (!takeArrived(log, params)) readFailed_ = true;
+    if (!takeArrived(call)) readFailed_ = true;
     SecureBuffer& input = engine_->input();
     const bool any = !input.empty();
     out.append(input.bytes());
@@ -347,17 +346,17 @@ bool SChannelTolvane::receiveReady(SecureBuffer& out, LogBase& log, SocketParams
     return any;
 }
 
-bool SChannelTolvane::receiveApplicationData(SecureBuffer& out, uint32_t maxIdleMs, LogBase& log,
-                                             SocketParams& params) {
+bool SChannelTolvane::receiveApplicationData(CallContext& call, SecureBuffer& out,
+                                             uint32_t maxIdleMs) {
     SecureBuffer& input = engine_->input();
     // Records may arrive that carry no text; the engine bounds how many.
     while (input.empty()) {
         if (engine_->closeNotifyReceived()) {
-            log.logError("Already received close-notify.");
+            call.log.logError("Already received close-notify.");
             return false;
         }
         // Text that came before what fails counts; the failure shows at the next read.
-        if (!readMore(maxIdleMs, log, params) && input.empty()) return false;
+        if (!readMore(call, maxIdleMs) && input.empty()) return false;
         keepSession();
     }
     out.append(input.bytes());
@@ -365,22 +364,21 @@ bool SChannelTolvane::receiveApplicationData(SecureBuffer& out, uint32_t maxIdle
     return true;
 }
 
-void SChannelTolvane::closeNotify(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
-    if (!engine_ || !engine_->isEstablished() || readFailed_ || params.aborted) return;
+void SChannelTolvane::closeNotify(CallContext& call, uint32_t maxIdleMs) {
+    if (!engine_ || !engine_->isEstablished() || readFailed_ || call.aborted) return;
     engine_->sendCloseNotify();
     const uint32_t limit = maxIdleMs == 0 ? kMaxGoodbyeMs : std::min(maxIdleMs, kMaxGoodbyeMs);
     LogNull quiet;  // whatever fails from here on is of no interest
-    SocketParams own;
-    own.monitor = params.monitor;
+    CallContext own = call.aside(quiet);
     const WholeLimit whole(own, limit);
-    bool reading = flush(limit, quiet, own);
+    bool reading = flush(own, limit);
     while (reading && !engine_->closeNotifyReceived()) {
-        reading = readMore(limit, quiet, own);
+        reading = readMore(own, limit);
         engine_->input().clear();
     }
     keepSession();
     if (!engine_->closeNotifyReceived()) {
-        log.logInfo("Did not read TLS close-notify (this is not an error)");
+        call.log.logInfo("Did not read TLS close-notify (this is not an error)");
     }
 }
 

@@ -11,7 +11,7 @@
 
 #include "base/SecureBuffer.h"
 #include "log/LogBase.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 #include "net/stream/TolvaneSocket.h"
 #include "net/tls/TlsProtocol.h"
 #include "net/x509/X509Chain.h"
@@ -47,20 +47,19 @@ public:
 
     // Runs the handshake over the connected socket and, if asked for, verifies the server's
     // certificate. road ends the texts of a failure: 3 for implicit TLS, 1 for a conversion. On
-    // failure params.connectFailReason is set; the socket is left to be closed.
-    bool handshake(std::string_view host, int port, const TlsChannelSettings& settings, int road,
-                   uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    // failure call.connectFailReason is set; the socket is left to be closed.
+    bool handshake(CallContext& call, std::string_view host, int port,
+                   const TlsChannelSettings& settings, int road, uint32_t maxIdleMs);
 
-    bool sendApplicationData(std::span<const uint8_t> bytes, size_t& sent, uint32_t maxIdleMs,
-                             LogBase& log, SocketParams& params);
+    bool sendApplicationData(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
+                             uint32_t maxIdleMs);
     // Appends at least one byte of plain text to out.
-    bool receiveApplicationData(SecureBuffer& out, uint32_t maxIdleMs, LogBase& log,
-                                SocketParams& params);
+    bool receiveApplicationData(CallContext& call, SecureBuffer& out, uint32_t maxIdleMs);
     // What has arrived so far, without waiting: false where there is none.
-    bool receiveReady(SecureBuffer& out, LogBase& log, SocketParams& params);
+    bool receiveReady(CallContext& call, SecureBuffer& out);
 
     // Says good-bye and waits a bounded time for the peer to do so.
-    void closeNotify(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    void closeNotify(CallContext& call, uint32_t maxIdleMs);
 
     // False once the peer has said good-bye or the channel has failed.
     bool isOpen() const;
@@ -69,15 +68,15 @@ public:
 private:
     class Environment;
 
-    bool exchange(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
-    bool flush(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
-    bool readMore(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
-    bool takeArrived(LogBase& log, SocketParams& params);
+    bool exchange(CallContext& call, uint32_t maxIdleMs);
+    bool flush(CallContext& call, uint32_t maxIdleMs);
+    bool readMore(CallContext& call, uint32_t maxIdleMs);
+    bool takeArrived(CallContext& call);
     // anchors: null where the certificate is not to be verified.
-    bool checkServerCert(std::string_view host, const TrustAnchors* anchors, uint32_t maxIdleMs,
-                         LogBase& log, SocketParams& params);
-    bool refuseCertificate(const x509::ChainVerdict& verdict, LogBase& log, SocketParams& params);
-    bool handshakeFailed(int road, LogBase& log, SocketParams& params);
+    bool checkServerCert(CallContext& call, std::string_view host, const TrustAnchors* anchors,
+                         uint32_t maxIdleMs);
+    bool refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict);
+    bool handshakeFailed(CallContext& call, int road);
     void keepSession();
 
     TolvaneSocket& socket_;

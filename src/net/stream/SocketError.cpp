@@ -89,7 +89,7 @@ std::string socketErrorText(const plat::NetError& error) {
     return text;
 }
 
-void logSocketError(const plat::NetError& error, LogBase& log) {
+void logSocketError(LogBase& log, const plat::NetError& error) {
     log.logError(socketErrorText(error));
     if (const char* cause = find(std::begin(kCauses), std::end(kCauses), error.code)) {
         log.logInfo(cause);

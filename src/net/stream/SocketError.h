@@ -12,6 +12,6 @@ namespace tv {
 std::string socketErrorText(const plat::NetError& error);
 
 // Writes the text, and for some errors a further line on their usual cause.
-void logSocketError(const plat::NetError& error, LogBase& log);
+void logSocketError(LogBase& log, const plat::NetError& error);
 
 }  // namespace tv

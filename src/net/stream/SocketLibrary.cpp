@@ -20,7 +20,7 @@ Library& library() {
     return own;
 }
 
-bool startLocked(Library& own, LogBase& log) {
+bool startLocked(LogBase& log, Library& own) {
     plat::SysNet& net = plat::sysNet();
     plat::NetVersion version;
     const plat::NetError error = net.startUp(version);
@@ -29,7 +29,7 @@ bool startLocked(Library& own, LogBase& log) {
         std::snprintf(text, sizeof text, "WSAStartup error: 0x%x",
                       static_cast<unsigned>(error.native));
         log.logError(text);
-        logSocketError(error, log);
+        logSocketError(log, error);
         return false;
     }
     own.startedFor = &net;
@@ -46,13 +46,13 @@ bool startLocked(Library& own, LogBase& log) {
 bool ensureSocketLibrary(LogBase& log) {
     Library& own = library();
     const std::lock_guard guard(own.lock);
-    return own.startedFor == &plat::sysNet() || startLocked(own, log);
+    return own.startedFor == &plat::sysNet() || startLocked(log, own);
 }
 
 bool startupWSA(LogBase& log) {
     Library& own = library();
     const std::lock_guard guard(own.lock);
-    return startLocked(own, log);
+    return startLocked(log, own);
 }
 
 }  // namespace tv

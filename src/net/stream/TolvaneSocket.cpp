@@ -41,15 +41,15 @@ TolvaneSocket::~TolvaneSocket() {
 
 bool TolvaneSocket::createSocket_ipv4(LogBase& log) {
     const LogContextExitor context(log, "createSocket_ipv4");
-    return createSocket(plat::AddressFamily::IPv4, log);
+    return createSocket(log, plat::AddressFamily::IPv4);
 }
 
 bool TolvaneSocket::createSocket_ipv6(LogBase& log) {
     const LogContextExitor context(log, "createSocket_ipv6");
-    return createSocket(plat::AddressFamily::IPv6, log);
+    return createSocket(log, plat::AddressFamily::IPv6);
 }
 
-bool TolvaneSocket::createSocket(plat::AddressFamily family, LogBase& log) {
+bool TolvaneSocket::createSocket(LogBase& log, plat::AddressFamily family) {
     const bool isIpv6 = family == plat::AddressFamily::IPv6;
     if (closing_) {
         log.logError("Another thread is closing this socket.");
@@ -57,16 +57,16 @@ bool TolvaneSocket::createSocket(plat::AddressFamily family, LogBase& log) {
     }
     closeHandle(log);
     family_ = family;
-    plat::NetError error = openSocket(family, log);
+    plat::NetError error = openSocket(log, family);
     if (error.is(plat::NetCode::NotInitialised)) {
         if (!startupWSA(log)) {
             log.logError(isIpv6 ? "startupWSA failed (D)" : "startupWSA failed (B)");
             return false;
         }
-        error = openSocket(family, log);
+        error = openSocket(log, family);
     }
     if (!error.ok()) {
-        logSocketError(error, log);
+        logSocketError(log, error);
         log.logError(isIpv6 ? "Failed to create TCP socket (AF_INET6 / SOCK_STREAM)"
                             : "Failed to create TCP socket (AF_INET / SOCK_STREAM)");
         return false;
@@ -82,7 +82,7 @@ bool TolvaneSocket::createSocket(plat::AddressFamily family, LogBase& log) {
     return doClientBind(log);
 }
 
-plat::NetError TolvaneSocket::openSocket(plat::AddressFamily family, LogBase& log) {
+plat::NetError TolvaneSocket::openSocket(LogBase& log, plat::AddressFamily family) {
     plat::SocketHandle opened = plat::kNoSocket;
     plat::NetError error = plat::sysNet().openTcp(family, false, opened);
     if (error.is(plat::NetCode::Invalid)) {
@@ -94,16 +94,16 @@ plat::NetError TolvaneSocket::openSocket(plat::AddressFamily family, LogBase& lo
 }
 
 void TolvaneSocket::applyBufferSizes(LogBase& log) {
-    applySize(plat::SocketOption::SendBuffer, sendBufSize_, log);
-    applySize(plat::SocketOption::ReceiveBuffer, recvBufSize_, log);
+    applySize(log, plat::SocketOption::SendBuffer, sendBufSize_);
+    applySize(log, plat::SocketOption::ReceiveBuffer, recvBufSize_);
 }
 
-void TolvaneSocket::applySize(plat::SocketOption option, uint32_t bytes, LogBase& log) {
+void TolvaneSocket::applySize(LogBase& log, plat::SocketOption option, uint32_t bytes) {
     const bool isSend = option == plat::SocketOption::SendBuffer;
     log.logInfo(isSend ? "Setting SO_SNDBUF size" : "Setting SO_RCVBUF size");
     log.logDataLong(isSend ? "sendBufSize" : "recvBufSize", bytes);
     const plat::NetError error = plat::sysNet().setOption(handle_, option, bytes);
-    if (!error.ok()) logSocketError(error, log);
+    if (!error.ok()) logSocketError(log, error);
 }
 
 // Failures do no harm: the connection works without.
@@ -112,7 +112,7 @@ void TolvaneSocket::keepAlive(LogBase& log) {
     if (error.ok()) {
         error = plat::sysNet().setKeepAliveTimes(handle_, kKeepAliveIdleMs, kKeepAliveIntervalMs);
     }
-    if (!error.ok()) logSocketError(error, log);
+    if (!error.ok()) logSocketError(log, error);
 }
 
 bool TolvaneSocket::doClientBind(LogBase& log) {
@@ -134,7 +134,7 @@ bool TolvaneSocket::doClientBind(LogBase& log) {
     }
     const plat::NetError error = plat::sysNet().bind(handle_, local);
     if (error.ok()) return true;
-    logSocketError(error, log);
+    logSocketError(log, error);
     log.logError("Failed to bind to local IP address");
     closeHandle(log);
     return false;
@@ -145,30 +145,30 @@ void TolvaneSocket::setClientBind(std::string_view ipAddress, uint16_t port) {
     bindPort_ = port;
 }
 
-void TolvaneSocket::setSendBufSize(uint32_t bytes, LogBase& log) {
+void TolvaneSocket::setSendBufSize(LogBase& log, uint32_t bytes) {
     sendBufSize_ = bufferSize(bytes, sendBufSize_);
     if (handle_ != plat::kNoSocket && bytes >= kBufSizeUnit) {
-        applySize(plat::SocketOption::SendBuffer, sendBufSize_, log);
+        applySize(log, plat::SocketOption::SendBuffer, sendBufSize_);
     }
 }
 
-void TolvaneSocket::setRecvBufSize(uint32_t bytes, LogBase& log) {
+void TolvaneSocket::setRecvBufSize(LogBase& log, uint32_t bytes) {
     recvBufSize_ = bufferSize(bytes, recvBufSize_);
     if (handle_ != plat::kNoSocket && bytes >= kBufSizeUnit) {
-        applySize(plat::SocketOption::ReceiveBuffer, recvBufSize_, log);
+        applySize(log, plat::SocketOption::ReceiveBuffer, recvBufSize_);
     }
 }
 
-bool TolvaneSocket::setTcpNoDelay(bool on, LogBase& log) {
+bool TolvaneSocket::setTcpNoDelay(LogBase& log, bool on) {
     if (handle_ == plat::kNoSocket) return false;
     log.logInfo(on ? "Turning on TCP_NODELAY." : "Turning off TCP_NODELAY.");
     const plat::NetError error =
         plat::sysNet().setOption(handle_, plat::SocketOption::TcpNoDelay, on ? 1 : 0);
-    if (!error.ok()) logSocketError(error, log);
+    if (!error.ok()) logSocketError(log, error);
     return error.ok();
 }
 
-void TolvaneSocket::takeOver(TolvaneSocket& other, LogBase& log) {
+void TolvaneSocket::takeOver(LogBase& log, TolvaneSocket& other) {
     if (&other == this) return;
     closeHandle(log);
     handle_ = other.handle_.exchange(plat::kNoSocket);
@@ -187,7 +187,7 @@ bool TolvaneSocket::sendFinOnly(LogBase& log) {
     }
     const plat::NetError error = plat::sysNet().shutdownSend(handle_);
     if (!error.ok()) {
-        logSocketError(error, log);
+        logSocketError(log, error);
         log.logError("error on socket shutdown(SD_SEND).");
         return false;
     }
@@ -195,40 +195,39 @@ bool TolvaneSocket::sendFinOnly(LogBase& log) {
     return true;
 }
 
-void TolvaneSocket::terminateConnection(CloseForm form, uint32_t maxWaitMs, LogBase& log,
-                                        SocketParams& params) {
+void TolvaneSocket::terminateConnection(CallContext& call, CloseForm form, uint32_t maxWaitMs) {
     if (handle_ == plat::kNoSocket) return;
-    const LogContextExitor context(log, "terminateConnection");
+    const LogContextExitor context(call.log, "terminateConnection");
     closing_ = true;
     if (users_ > 0) return;  // the operation under way closes it
     if (form == CloseForm::Abortive) {
-        log.logInfo("AbortiveClose");
+        call.log.logInfo("AbortiveClose");
         plat::sysNet().setZeroLinger(handle_);
     } else if (isConnected_ && !sentFin_ && !plat::sysNet().shutdownSend(handle_).ok()) {
         // Expected where the peer has reset the connection.
-        log.logInfo("error on socket shutdown.");
+        call.log.logInfo("error on socket shutdown.");
     } else if (form == CloseForm::Graceful && isConnected_) {
-        readUntilFin(maxWaitMs, log, params);
+        readUntilFin(call, maxWaitMs);
     }
     const bool clean = form == CloseForm::Graceful && !isConnected_;
-    closeHandle(log);
+    closeHandle(call.log);
     closing_ = false;
-    log.logInfo(clean ? "Cleanly terminated TCP connection." : "Terminated TCP connection.");
+    call.log.logInfo(clean ? "Cleanly terminated TCP connection." : "Terminated TCP connection.");
 }
 
 // Throws away what still comes, within a time and a size.
-void TolvaneSocket::readUntilFin(uint32_t maxWaitMs, LogBase& log, SocketParams& params) {
+void TolvaneSocket::readUntilFin(CallContext& call, uint32_t maxWaitMs) {
     constexpr size_t kMostBytes = 16 * 1024 * 1024;
     uint8_t bytes[4096];
     const Deadline deadline(maxWaitMs == 0 ? kEndlessReadMs : maxWaitMs);
     for (size_t total = 0; total < kMostBytes;) {
-        if (wait(plat::WaitFor::Readable, deadline, log, params) != Waited::Ready) return;
+        if (wait(call, plat::WaitFor::Readable, deadline) != Waited::Ready) return;
         size_t received = 0;
         const plat::NetError error = plat::sysNet().receive(handle_, bytes, received);
         if (error.is(plat::NetCode::WouldBlock)) continue;
         if (!error.ok()) return;
         if (received == 0) {
-            log.logInfo("TCP connection cleanly closed by peer.");
+            call.log.logInfo("TCP connection cleanly closed by peer.");
             isConnected_ = false;
             return;
         }

@@ -11,8 +11,8 @@
 #include <string>
 
 #include "log/LogBase.h"
+#include "net/stream/CallContext.h"
 #include "net/stream/Deadline.h"
-#include "net/stream/SocketParams.h"
 #include "platform/SysSocket.h"
 
 namespace tv {
@@ -46,38 +46,37 @@ public:
     bool createSocket_ipv6(LogBase& log);
 
     // Connects the socket just created, within connectTimeoutMs (0: six hours). On failure the
-    // socket is closed and params say why.
-    bool connect(const plat::IpAddress& address, uint16_t port, uint32_t connectTimeoutMs,
-                 LogBase& log, SocketParams& params);
+    // socket is closed and call says why.
+    bool connect(CallContext& call, const plat::IpAddress& address, uint16_t port,
+                 uint32_t connectTimeoutMs);
 
     // All bytes or failure; sent says how many were taken. Waits only when the socket takes no
-    // more, then at most maxIdleMs (0: 56 hours) each time, and no longer than params.whole.
-    bool sendBytes(std::span<const uint8_t> bytes, size_t& sent, uint32_t maxIdleMs, LogBase& log,
-                   SocketParams& params);
+    // more, then at most maxIdleMs (0: 56 hours) each time, and no longer than call.whole.
+    bool sendBytes(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
+                   uint32_t maxIdleMs);
     // At least one byte and what else has arrived. At the end of the stream the socket counts as
     // no longer connected.
-    bool receiveBytes(std::span<uint8_t> into, size_t& received, uint32_t maxIdleMs, LogBase& log,
-                      SocketParams& params);
+    bool receiveBytes(CallContext& call, std::span<uint8_t> into, size_t& received,
+                      uint32_t maxIdleMs);
     // As receiveBytes without waiting and without a log: false where nothing has arrived, too.
     bool receiveReady(std::span<uint8_t> into, size_t& received);
-    bool waitReadableSocket(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
-    bool waitWriteableSocket(uint32_t maxIdleMs, LogBase& log, SocketParams& params);
+    bool waitReadableSocket(CallContext& call, uint32_t maxIdleMs);
+    bool waitWriteableSocket(CallContext& call, uint32_t maxIdleMs);
 
     // Ends the sending direction, once.
     bool sendFinOnly(LogBase& log);
     // Whatever fails on the way, the socket is closed afterwards. Only a graceful close waits, at
     // most maxWaitMs in all.
-    void terminateConnection(CloseForm form, uint32_t maxWaitMs, LogBase& log,
-                             SocketParams& params);
+    void terminateConnection(CallContext& call, CloseForm form, uint32_t maxWaitMs);
 
     // The other's connection passes over to this socket, with this socket's buffer sizes.
-    void takeOver(TolvaneSocket& other, LogBase& log);
+    void takeOver(LogBase& log, TolvaneSocket& other);
 
-    bool setTcpNoDelay(bool on, LogBase& log);
+    bool setTcpNoDelay(LogBase& log, bool on);
     // Sizes below 4096 are ignored; others are rounded down to a multiple of it, 8 MiB at most.
     // Applied to every socket created from now on, and to the present one.
-    void setSendBufSize(uint32_t bytes, LogBase& log);
-    void setRecvBufSize(uint32_t bytes, LogBase& log);
+    void setSendBufSize(LogBase& log, uint32_t bytes);
+    void setRecvBufSize(LogBase& log, uint32_t bytes);
     void useSystemBufSizes(bool on) { systemBufSizes_ = on; }
     // A local address or port (0: any) that every socket created from now on is bound to.
     void setClientBind(std::string_view ipAddress, uint16_t port);
@@ -108,19 +107,19 @@ private:
     bool isAlive() const { return alive_ == kAlive; }
     bool mustStop() const { return !isAlive() || (closing_ && users_ > 0); }
     bool isUsable(LogBase& log) const;
-    bool createSocket(plat::AddressFamily family, LogBase& log);
-    plat::NetError openSocket(plat::AddressFamily family, LogBase& log);
+    bool createSocket(LogBase& log, plat::AddressFamily family);
+    plat::NetError openSocket(LogBase& log, plat::AddressFamily family);
     void applyBufferSizes(LogBase& log);
-    void applySize(plat::SocketOption option, uint32_t bytes, LogBase& log);
+    void applySize(LogBase& log, plat::SocketOption option, uint32_t bytes);
     void keepAlive(LogBase& log);
     bool doClientBind(LogBase& log);
-    bool connectFailed(ConnectFailReason reason, LogBase& log, SocketParams& params);
-    bool awaitConnect(uint32_t timeoutMs, LogBase& log, SocketParams& params);
-    void explainConnectError(const plat::NetError& error, uint64_t waitedMs, LogBase& log);
+    bool connectFailed(CallContext& call, ConnectFailReason reason);
+    bool awaitConnect(CallContext& call, uint32_t timeoutMs);
+    void explainConnectError(LogBase& log, const plat::NetError& error, uint64_t waitedMs);
     void connected(LogBase& log);
-    Waited wait(plat::WaitFor what, const Deadline& deadline, LogBase& log, SocketParams& params);
-    bool sendFailed(size_t sent, size_t unsent, Waited how, LogBase& log);
-    void readUntilFin(uint32_t maxWaitMs, LogBase& log, SocketParams& params);
+    Waited wait(CallContext& call, plat::WaitFor what, const Deadline& deadline);
+    bool sendFailed(LogBase& log, size_t sent, size_t unsent, Waited how);
+    void readUntilFin(CallContext& call, uint32_t maxWaitMs);
     void closeHandle(LogBase& log);
     void finishClose();
 

@@ -14,7 +14,7 @@ void logFirewallHint(LogBase& log) {
         "filtering.");
 }
 
-void logTwentyOneSeconds(uint64_t waitedMs, LogBase& log) {
+void logTwentyOneSeconds(LogBase& log, uint64_t waitedMs) {
     if (waitedMs < 20000 || waitedMs > 23000) return;
     log.logInfo(
         "The Windows TCP/IP stack has a system wide retry delay and retry count for the initial "
@@ -24,72 +24,71 @@ void logTwentyOneSeconds(uint64_t waitedMs, LogBase& log) {
 
 }  // namespace
 
-bool TolvaneSocket::connect(const plat::IpAddress& address, uint16_t port,
-                            uint32_t connectTimeoutMs, LogBase& log, SocketParams& params) {
-    const LogContextExitor context(log, "connect");
+bool TolvaneSocket::connect(CallContext& call, const plat::IpAddress& address, uint16_t port,
+                            uint32_t connectTimeoutMs) {
+    const LogContextExitor context(call.log, "connect");
     const InUse use(*this);
     if (handle_ == plat::kNoSocket) {
-        log.logError("Cannot connect, invalid socket");
-        params.connectFailReason = ConnectFailReason::InternalError;
+        call.log.logError("Cannot connect, invalid socket");
+        call.connectFailReason = ConnectFailReason::InternalError;
         return false;
     }
     remoteIp_ = plat::toText(address);
     plat::NetError error = plat::sysNet().setNonBlocking(handle_);
     if (!error.ok()) {
-        logSocketError(error, log);
-        params.cause = "The system could not make a socket that does not block";
-        return connectFailed(ConnectFailReason::InternalError, log, params);
+        logSocketError(call.log, error);
+        call.cause = "The system could not make a socket that does not block";
+        return connectFailed(call, ConnectFailReason::InternalError);
     }
     error = plat::sysNet().connect(handle_, {address, port});
     if (error.is(NetCode::WouldBlock)) {
         const uint32_t timeoutMs = connectTimeoutMs == 0 ? kEndlessConnectMs : connectTimeoutMs;
-        if (!awaitConnect(timeoutMs, log, params)) return false;
+        if (!awaitConnect(call, timeoutMs)) return false;
     } else if (!error.ok()) {
-        explainConnectError(error, 0, log);
-        return connectFailed(ConnectFailReason::Rejected, log, params);
+        explainConnectError(call.log, error, 0);
+        return connectFailed(call, ConnectFailReason::Rejected);
     }
-    connected(log);
+    connected(call.log);
     return true;
 }
 
-bool TolvaneSocket::awaitConnect(uint32_t timeoutMs, LogBase& log, SocketParams& params) {
-    log.logInfo("Waiting for the connect to complete...");
-    log.logDataLong("connectTimeoutMs", timeoutMs);
+bool TolvaneSocket::awaitConnect(CallContext& call, uint32_t timeoutMs) {
+    call.log.logInfo("Waiting for the connect to complete...");
+    call.log.logDataLong("connectTimeoutMs", timeoutMs);
     const Deadline watch(timeoutMs);
-    const Waited waited = wait(plat::WaitFor::Writable, watch, log, params);
+    const Waited waited = wait(call, plat::WaitFor::Writable, watch);
     if (waited != Waited::Ready) {
-        log.logError("failedWaitToConnect");
+        call.log.logError("failedWaitToConnect");
         if (waited == Waited::TimedOut) {
-            logFirewallHint(log);
-            logTwentyOneSeconds(watch.elapsedMs(), log);
+            logFirewallHint(call.log);
+            logTwentyOneSeconds(call.log, watch.elapsedMs());
         }
-        return connectFailed(waited == Waited::Aborted    ? ConnectFailReason::Aborted
-                             : waited == Waited::TimedOut ? ConnectFailReason::Timeout
-                                                          : ConnectFailReason::Rejected,
-                             log, params);
+        return connectFailed(call, waited == Waited::Aborted    ? ConnectFailReason::Aborted
+                                   : waited == Waited::TimedOut ? ConnectFailReason::Timeout
+                                                                : ConnectFailReason::Rejected);
     }
     plat::NetError pending;
     if (!plat::sysNet().pendingError(handle_, pending).ok()) {
-        log.logInfo("Failed to get SO_ERROR on socket.");
+        call.log.logInfo("Failed to get SO_ERROR on socket.");
     } else if (!pending.ok()) {
-        log.logError("getsockopt indicates an error.");
-        explainConnectError(pending, watch.elapsedMs(), log);
-        return connectFailed(ConnectFailReason::Rejected, log, params);
+        call.log.logError("getsockopt indicates an error.");
+        explainConnectError(call.log, pending, watch.elapsedMs());
+        return connectFailed(call, ConnectFailReason::Rejected);
     }
     return true;
 }
 
-void TolvaneSocket::explainConnectError(const plat::NetError& error, uint64_t waitedMs,
-                                        LogBase& log) {
-    logSocketError(error, log);
+void TolvaneSocket::explainConnectError(LogBase& log, const plat::NetError& error,
+                                        uint64_t waitedMs) {
+    logSocketError(log, error);
     if (!error.is(NetCode::ConnectionRefused) && !error.is(NetCode::TimedOut)) return;
     logFirewallHint(log);
-    if (error.is(NetCode::TimedOut)) logTwentyOneSeconds(waitedMs, log);
+    if (error.is(NetCode::TimedOut)) logTwentyOneSeconds(log, waitedMs);
 }
 
-bool TolvaneSocket::connectFailed(ConnectFailReason reason, LogBase& log, SocketParams& params) {
-    params.connectFailReason = reason;
-    closeHandle(log);
+bool TolvaneSocket::connectFailed(CallContext& call, ConnectFailReason reason) {
+    call.connectFailReason = reason;
+    closeHandle(call.log);
     return false;
 }
 

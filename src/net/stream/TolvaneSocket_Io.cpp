@@ -46,55 +46,55 @@ bool TolvaneSocket::isUsable(LogBase& log) const {
     return true;
 }
 
-TolvaneSocket::Waited TolvaneSocket::wait(plat::WaitFor what, const Deadline& deadline,
-                                          LogBase& log, SocketParams& params) {
+TolvaneSocket::Waited TolvaneSocket::wait(CallContext& call, plat::WaitFor what,
+                                          const Deadline& deadline) {
     if (handle_ == plat::kNoSocket) {
-        log.logError("Cannot wait for socket data: not connected (invalid socket)");
+        call.log.logError("Cannot wait for socket data: not connected (invalid socket)");
         return Waited::Failed;
     }
     for (;;) {
-        if (params.checkAbort()) return Waited::Aborted;
+        if (call.checkAbort()) return Waited::Aborted;
         const uint64_t idle = deadline.leftMs();
-        const uint64_t left = params.whole ? std::min(idle, params.whole->leftMs()) : idle;
+        const uint64_t left = call.whole ? std::min(idle, call.whole->leftMs()) : idle;
         if (left == 0) {
-            params.timedOut = true;
-            params.overranMs = idle == 0 ? 0 : params.whole->limitMs();
+            call.timedOut = true;
+            call.overranMs = idle == 0 ? 0 : call.whole->limitMs();
             return Waited::TimedOut;
         }
         bool ready = false;
-        const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, params.sliceMs()));
+        const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, call.sliceMs()));
         const plat::NetError error = plat::sysNet().wait(handle_, what, sliceMs, ready);
         if (mustStop()) {
-            log.logError("Another thread is closing this socket.");
+            call.log.logError("Another thread is closing this socket.");
             return Waited::Failed;
         }
         if (!error.ok()) {
-            logSocketError(error, log);
+            logSocketError(call.log, error);
             return Waited::Failed;
         }
         if (ready) return Waited::Ready;
     }
 }
 
-bool TolvaneSocket::waitReadableSocket(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+bool TolvaneSocket::waitReadableSocket(CallContext& call, uint32_t maxIdleMs) {
     const InUse use(*this);
-    const Waited waited = wait(plat::WaitFor::Readable, idleDeadline(maxIdleMs), log, params);
-    if (waited == Waited::Aborted) log.logError("Wait for data on socket aborted by app");
+    const Waited waited = wait(call, plat::WaitFor::Readable, idleDeadline(maxIdleMs));
+    if (waited == Waited::Aborted) call.log.logError("Wait for data on socket aborted by app");
     return waited == Waited::Ready;
 }
 
-bool TolvaneSocket::waitWriteableSocket(uint32_t maxIdleMs, LogBase& log, SocketParams& params) {
+bool TolvaneSocket::waitWriteableSocket(CallContext& call, uint32_t maxIdleMs) {
     const InUse use(*this);
-    const Waited waited = wait(plat::WaitFor::Writable, idleDeadline(maxIdleMs), log, params);
-    if (waited == Waited::Aborted) log.logError("socket operation aborted by application");
+    const Waited waited = wait(call, plat::WaitFor::Writable, idleDeadline(maxIdleMs));
+    if (waited == Waited::Aborted) call.log.logError("socket operation aborted by application");
     return waited == Waited::Ready;
 }
 
-bool TolvaneSocket::sendBytes(std::span<const uint8_t> bytes, size_t& sent, uint32_t maxIdleMs,
-                              LogBase& log, SocketParams& params) {
+bool TolvaneSocket::sendBytes(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
+                              uint32_t maxIdleMs) {
     sent = 0;
     const InUse use(*this);
-    if (!isUsable(log)) return false;
+    if (!isUsable(call.log)) return false;
     Deadline idle = idleDeadline(maxIdleMs);
     int fruitless = 0;
     while (sent < bytes.size()) {
@@ -105,24 +105,24 @@ bool TolvaneSocket::sendBytes(std::span<const uint8_t> bytes, size_t& sent, uint
             sent += taken;
             fruitless = 0;
             idle = idleDeadline(maxIdleMs);
-            if (sent < bytes.size() && params.checkAbort()) {
-                return sendFailed(sent, bytes.size() - sent, Waited::Aborted, log);
+            if (sent < bytes.size() && call.checkAbort()) {
+                return sendFailed(call.log, sent, bytes.size() - sent, Waited::Aborted);
             }
             continue;
         }
         if (!error.ok() && !error.is(NetCode::WouldBlock)) {
-            logSocketError(error, log);
+            logSocketError(call.log, error);
             isConnected_ = false;
             return false;
         }
-        const Waited waited = wait(plat::WaitFor::Writable, idle, log, params);
-        if (waited != Waited::Ready) return sendFailed(sent, bytes.size() - sent, waited, log);
+        const Waited waited = wait(call, plat::WaitFor::Writable, idle);
+        if (waited != Waited::Ready) return sendFailed(call.log, sent, bytes.size() - sent, waited);
         yieldIfRepeated(fruitless);
     }
     return true;
 }
 
-bool TolvaneSocket::sendFailed(size_t sent, size_t unsent, Waited how, LogBase& log) {
+bool TolvaneSocket::sendFailed(LogBase& log, size_t sent, size_t unsent, Waited how) {
     if (how == Waited::Aborted) {
         log.logError("socket operation aborted by application");
     } else if (how == Waited::TimedOut && sent > 0) {
@@ -135,21 +135,21 @@ bool TolvaneSocket::sendFailed(size_t sent, size_t unsent, Waited how, LogBase& 
     return false;
 }
 
-bool TolvaneSocket::receiveBytes(std::span<uint8_t> into, size_t& received, uint32_t maxIdleMs,
-                                 LogBase& log, SocketParams& params) {
+bool TolvaneSocket::receiveBytes(CallContext& call, std::span<uint8_t> into, size_t& received,
+                                 uint32_t maxIdleMs) {
     received = 0;
     const InUse use(*this);
-    if (!isUsable(log)) return false;
+    if (!isUsable(call.log)) return false;
     if (receiving_.exchange(true)) {
-        log.logError("Another thread is already receiving on this socket.");
+        call.log.logError("Another thread is already receiving on this socket.");
         return false;
     }
     const FlagWhile flag(receiving_);
     const Deadline idle = idleDeadline(maxIdleMs);
     for (int fruitless = 0;;) {
-        const Waited waited = wait(plat::WaitFor::Readable, idle, log, params);
-        if (waited == Waited::Aborted) log.logError("socket operation aborted by application");
-        if (waited == Waited::TimedOut) log.logError("Timeout: the remote host sent no data.");
+        const Waited waited = wait(call, plat::WaitFor::Readable, idle);
+        if (waited == Waited::Aborted) call.log.logError("socket operation aborted by application");
+        if (waited == Waited::TimedOut) call.log.logError("Timeout: the remote host sent no data.");
         if (waited != Waited::Ready) return false;
         const plat::NetError error = plat::sysNet().receive(
             handle_, into.first(std::min(into.size(), kMaxTransfer)), received);
@@ -158,14 +158,14 @@ bool TolvaneSocket::receiveBytes(std::span<uint8_t> into, size_t& received, uint
             continue;
         }
         if (!error.ok()) {
-            log.logError("Failed to receive data on the TCP socket");
-            logSocketError(error, log);
+            call.log.logError("Failed to receive data on the TCP socket");
+            logSocketError(call.log, error);
             isConnected_ = false;
             return false;
         }
         if (received == 0) {
-            log.logError("Connection closed by peer.");
-            log.logDataLong("maxToReceive", static_cast<int64_t>(into.size()));
+            call.log.logError("Connection closed by peer.");
+            call.log.logDataLong("maxToReceive", static_cast<int64_t>(into.size()));
             isConnected_ = false;
             return false;
         }

@@ -31,9 +31,9 @@ std::string systemAnchorFile() {
 // What the system makes of the chain, for it fetches most of its roots only when it is asked about
 // one that ends at them. Its path is held against all our own rules, its root being the only
 // anchor.
-std::optional<x509::ChainVerdict> verdictOnSystemPath(const plat::DerList& chain,
+std::optional<x509::ChainVerdict> verdictOnSystemPath(LogBase& log, const plat::DerList& chain,
                                                       const x509::ChainQuestion& question,
-                                                      x509::WorkBudget& budget, LogBase& log) {
+                                                      x509::WorkBudget& budget) {
     const bool isAddress = !x509::addressBytes(question.host).empty();
     const std::string name(isAddress ? std::string_view() : x509::withoutFinalDot(question.host));
     const uint64_t limitMs = std::min<uint64_t>(budget.leftMs(), kSystemChainMs);
@@ -84,9 +84,10 @@ plat::DerList TrustAnchors::certificates(LogBase& log) const {
     return x509::pemCertificates(*text_, kMaxAnchors);
 }
 
-x509::ChainVerdict TrustAnchors::verify(const std::vector<std::vector<uint8_t>>& chain,
+x509::ChainVerdict TrustAnchors::verify(LogBase& log,
+                                        const std::vector<std::vector<uint8_t>>& chain,
                                         std::string_view host, int64_t nowSeconds,
-                                        x509::WorkBudget& budget, LogBase& log) const {
+                                        x509::WorkBudget& budget) const {
     const LogContextExitor context(log, "verifyServerChain");
     const x509::CertificateSet anchors(certificates(log));
     const x509::CertificateSet refused(plat::sysTrustRoots().refused());
@@ -94,7 +95,7 @@ x509::ChainVerdict TrustAnchors::verify(const std::vector<std::vector<uint8_t>>&
     const std::vector<x509::Bytes> views(chain.begin(), chain.end());
     const x509::ChainVerdict verdict = x509::verifyChain(views, question, budget);
     if (verdict.trusted() || verdict.isFinal || !ofSystem_) return verdict;
-    return verdictOnSystemPath(chain, question, budget, log).value_or(verdict);
+    return verdictOnSystemPath(log, chain, question, budget).value_or(verdict);
 }
 
 }  // namespace tv

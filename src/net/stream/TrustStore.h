@@ -24,8 +24,9 @@ public:
     std::string identity() const;
 
     // chain: DER, the server's own certificate first. budget: one for each Certificate message.
-    x509::ChainVerdict verify(const std::vector<std::vector<uint8_t>>& chain, std::string_view host,
-                              int64_t nowSeconds, x509::WorkBudget& budget, LogBase& log) const;
+    x509::ChainVerdict verify(LogBase& log, const std::vector<std::vector<uint8_t>>& chain,
+                              std::string_view host, int64_t nowSeconds,
+                              x509::WorkBudget& budget) const;
 
 private:
     std::vector<std::vector<uint8_t>> certificates(LogBase& log) const;

@@ -8,13 +8,12 @@
 
 namespace tv {
 
-WholeLimit::WholeLimit(SocketParams& params, uint64_t limitMs)
-    : params_(params), outer_(params.whole) {
-    if (!outer_ || outer_->leftMs() > limitMs) params_.whole.emplace(limitMs);
+WholeLimit::WholeLimit(CallContext& call, uint64_t limitMs) : call_(call), outer_(call.whole) {
+    if (!outer_ || outer_->leftMs() > limitMs) call_.whole.emplace(limitMs);
 }
 
-WholeLimit::WholeLimit(SocketParams& params, uint64_t limitMs, uint32_t maxIdleMs)
-    : WholeLimit(params, std::max(limitMs, TolvaneSocket::longestWaitMs(maxIdleMs))) {}
+WholeLimit::WholeLimit(CallContext& call, uint64_t limitMs, uint32_t maxIdleMs)
+    : WholeLimit(call, std::max(limitMs, TolvaneSocket::longestWaitMs(maxIdleMs))) {}
 
 std::string durationText(uint64_t ms) {
     constexpr uint64_t kMinute = 60000;

@@ -5,22 +5,22 @@
 #include <cstdint>
 #include <string>
 
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 
 namespace tv {
 
 // Holds as long as it lives. Limits nest: the one that is over first counts.
 class WholeLimit {
 public:
-    WholeLimit(SocketParams& params, uint64_t limitMs);
+    WholeLimit(CallContext& call, uint64_t limitMs);
     // Never shorter than one wait of the operation may be.
-    WholeLimit(SocketParams& params, uint64_t limitMs, uint32_t maxIdleMs);
-    ~WholeLimit() { params_.whole = outer_; }
+    WholeLimit(CallContext& call, uint64_t limitMs, uint32_t maxIdleMs);
+    ~WholeLimit() { call_.whole = outer_; }
     WholeLimit(const WholeLimit&) = delete;
     WholeLimit& operator=(const WholeLimit&) = delete;
 
 private:
-    SocketParams& params_;
+    CallContext& call_;
     const std::optional<Deadline> outer_;
 };
 

@@ -34,14 +34,14 @@ ClientHandshake::ClientHandshake(const TlsSettings& settings, TlsEnvironment& en
     : settings_(settings), shared_{settings, environment, records, {}, {}, {},
                                    false,    false,       {},      {}, {}} {}
 
-TlsFailure ClientHandshake::start(const Negotiated* established, LogBase& log) {
+TlsFailure ClientHandshake::start(LogBase& log, const Negotiated* established) {
     const LogContextExitor context(log, "initClientHello");
     established_ = established;
-    const TlsFailure failure = prepareHello(established, log);
+    const TlsFailure failure = prepareHello(log, established);
     return failure == TlsFailure::None ? sendHello(log) : failure;
 }
 
-TlsFailure ClientHandshake::prepareHello(const Negotiated* established, LogBase& log) {
+TlsFailure ClientHandshake::prepareHello(LogBase& log, const Negotiated* established) {
     offered_ = settings_.versions;
     if (settings_.options.disableTls13) {
         log.logInfo("TLS 1.3 is explicitly disabled...");
@@ -64,8 +64,8 @@ TlsFailure ClientHandshake::prepareHello(const Negotiated* established, LogBase&
             hello.sessionId.resize(32);
             if (!shared_.environment.random(hello.sessionId)) return TlsFailure::RandomFailed;
         }
-        if (!addShare(Group::X25519, log) || !addShare(Group::Secp256r1, log) ||
-            (settings_.options.brainpool && !addShare(Group::BrainpoolP256r1, log))) {
+        if (!addShare(log, Group::X25519) || !addShare(log, Group::Secp256r1) ||
+            (settings_.options.brainpool && !addShare(log, Group::BrainpoolP256r1))) {
             return TlsFailure::RandomFailed;
         }
     }
@@ -92,12 +92,12 @@ void ClientHandshake::offerSession(LogBase& log) {
     const CipherSuite* suite = findCipherSuite(session.suite);
     if (!suite || !offered_.contains(session.version)) return;
     log.logInfo("Attempting to re-use SSL/TLS session.");
-    if (!sessionIsUsable(session, shared_.environment.wallClockMs(), log)) return;
+    if (!sessionIsUsable(log, session, shared_.environment.wallClockMs())) return;
     shared_.sessionOffered = true;
     if (!session.isTls13()) shared_.hello.sessionId = session.id;
 }
 
-bool ClientHandshake::addShare(Group group, LogBase& log) {
+bool ClientHandshake::addShare(LogBase& log, Group group) {
     log.logVerbose("Generating " + std::string(groupName(group)) + " key share...");
     std::unique_ptr<KeyShare> share = makeKeyShare(group, shared_.randomSource());
     if (!share) return false;
@@ -179,13 +179,13 @@ void ClientHandshake::logHello(LogBase& log) const {
     if (hello.offers(ExtensionType::ServerName)) log.logData("SNI_hostname", settings_.serverName);
 }
 
-TlsFailure ClientHandshake::onMessage(const HandshakeMessage& message, bool atBoundary,
-                                      LogBase& log) {
+TlsFailure ClientHandshake::onMessage(LogBase& log, const HandshakeMessage& message,
+                                      bool atBoundary) {
     if (flow_) {
         if (!flow_->next().allows(message.type)) return TlsFailure::UnexpectedMessage;
-        return flow_->onMessage(message, atBoundary, log);
+        return flow_->onMessage(log, message, atBoundary);
     }
-    if (message.type == HandshakeType::ServerHello) return onServerHello(message, atBoundary, log);
+    if (message.type == HandshakeType::ServerHello) return onServerHello(log, message, atBoundary);
     return TlsFailure::UnexpectedMessage;
 }
 
@@ -195,8 +195,8 @@ TlsFailure ClientHandshake::onChangeCipherSpec() {
     return flow_->onChangeCipherSpec();
 }
 
-TlsFailure ClientHandshake::onServerHello(const HandshakeMessage& message, bool atBoundary,
-                                          LogBase& log) {
+TlsFailure ClientHandshake::onServerHello(LogBase& log, const HandshakeMessage& message,
+                                          bool atBoundary) {
     const LogContextExitor context(log, "processServerHello");
     ServerHello reply;
     int tooShort = 0;
@@ -204,17 +204,17 @@ TlsFailure ClientHandshake::onServerHello(const HandshakeMessage& message, bool 
     if (tooShort != 0) {
         log.logError("ServerHello too short (" + std::to_string(tooShort) + ")");
     }
-    if (failure == TlsFailure::None) failure = judgeVersion(reply, log);
+    if (failure == TlsFailure::None) failure = judgeVersion(log, reply);
     if (failure == TlsFailure::None) failure = judgeSuite(reply);
     if (failure != TlsFailure::None) return failure;
     log.logData("negotiatedVersion", versionName(reply.version));
     log.logData("negotiatedCipherSuite", findCipherSuite(reply.suite)->name);
-    if (reply.isRetry) return onHelloRetryRequest(reply, message, atBoundary, log);
-    return startFlow(reply, message, atBoundary, log);
+    if (reply.isRetry) return onHelloRetryRequest(log, reply, message, atBoundary);
+    return startFlow(log, reply, message, atBoundary);
 }
 
 // RFC 8446, 4.1.3 and 4.2.1: TLS 1.3 is chosen by supported_versions alone and nothing else is.
-TlsFailure ClientHandshake::judgeVersion(const ServerHello& reply, LogBase& log) const {
+TlsFailure ClientHandshake::judgeVersion(LogBase& log, const ServerHello& reply) const {
     const bool byExtension = reply.extensions.selectedVersion.has_value();
     if (reply.isRetry && reply.version != Version::Tls13) return TlsFailure::IllegalParameter;
     if (byExtension && (reply.version != Version::Tls13 || reply.legacyVersion != Version::Tls12)) {
@@ -250,9 +250,8 @@ TlsFailure ClientHandshake::judgeSuite(const ServerHello& reply) const {
     return TlsFailure::None;
 }
 
-TlsFailure ClientHandshake::onHelloRetryRequest(const ServerHello& reply,
-                                                const HandshakeMessage& message, bool atBoundary,
-                                                LogBase& log) {
+TlsFailure ClientHandshake::onHelloRetryRequest(LogBase& log, const ServerHello& reply,
+                                                const HandshakeMessage& message, bool atBoundary) {
     log.logInfo("Received a HelloRetryRequest...");
     if (retrySuite_) return TlsFailure::UnexpectedMessage;  // RFC 8446, 4.1.4: at most one
     if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
@@ -269,7 +268,7 @@ TlsFailure ClientHandshake::onHelloRetryRequest(const ServerHello& reply,
             return TlsFailure::GroupNotOffered;
         }
         shared_.shares.clear();
-        if (!addShare(group, log)) return TlsFailure::RandomFailed;
+        if (!addShare(log, group)) return TlsFailure::RandomFailed;
     }
     if (answer.cookie) cookie_.assign(answer.cookie->begin(), answer.cookie->end());
     // A ticket under another hash can no longer be used (RFC 8446, 4.1.4).
@@ -285,8 +284,8 @@ TlsFailure ClientHandshake::onHelloRetryRequest(const ServerHello& reply,
     return shared_.sendCompatibilityCcs() ? sendHello(log) : TlsFailure::OutOfMemory;
 }
 
-TlsFailure ClientHandshake::startFlow(const ServerHello& reply, const HandshakeMessage& message,
-                                      bool atBoundary, LogBase& log) {
+TlsFailure ClientHandshake::startFlow(LogBase& log, const ServerHello& reply,
+                                      const HandshakeMessage& message, bool atBoundary) {
     shared_.result.version = reply.version;
     shared_.result.suite = findCipherSuite(reply.suite);
     shared_.serverRandom.assign(reply.random.begin(), reply.random.end());
@@ -296,12 +295,12 @@ TlsFailure ClientHandshake::startFlow(const ServerHello& reply, const HandshakeM
     if (reply.version == Version::Tls13) {
         if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
         auto flow = std::make_unique<ClientHandshake13>(shared_);
-        const TlsFailure failure = flow->begin(reply, log);
+        const TlsFailure failure = flow->begin(log, reply);
         flow_ = std::move(flow);
         return failure;
     }
     auto flow = std::make_unique<ClientHandshake12>(shared_, established_);
-    const TlsFailure failure = flow->begin(reply, log);
+    const TlsFailure failure = flow->begin(log, reply);
     flow_ = std::move(flow);
     return failure;
 }

@@ -15,8 +15,8 @@ public:
 
     // Sends the ClientHello. For a renegotiation, established tells of the connection so far: only
     // its version is offered and no session.
-    TlsFailure start(const Negotiated* established, LogBase& log);
-    TlsFailure onMessage(const HandshakeMessage& message, bool atBoundary, LogBase& log);
+    TlsFailure start(LogBase& log, const Negotiated* established);
+    TlsFailure onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary);
     TlsFailure onChangeCipherSpec();
 
     bool done() const { return flow_ && flow_->done(); }
@@ -33,21 +33,21 @@ public:
     HandshakeFlow* flow() { return flow_.get(); }
 
 private:
-    TlsFailure prepareHello(const Negotiated* established, LogBase& log);
+    TlsFailure prepareHello(LogBase& log, const Negotiated* established);
     void offerSession(LogBase& log);
-    bool addShare(Group group, LogBase& log);
+    bool addShare(LogBase& log, Group group);
     HelloParameters parameters() const;
     TlsFailure sendHello(LogBase& log);
     void fillBinder(std::vector<uint8_t>& message) const;
     void logHello(LogBase& log) const;
 
-    TlsFailure onServerHello(const HandshakeMessage& message, bool atBoundary, LogBase& log);
-    TlsFailure onHelloRetryRequest(const ServerHello& reply, const HandshakeMessage& message,
-                                   bool atBoundary, LogBase& log);
-    TlsFailure judgeVersion(const ServerHello& reply, LogBase& log) const;
+    TlsFailure onServerHello(LogBase& log, const HandshakeMessage& message, bool atBoundary);
+    TlsFailure onHelloRetryRequest(LogBase& log, const ServerHello& reply,
+                                   const HandshakeMessage& message, bool atBoundary);
+    TlsFailure judgeVersion(LogBase& log, const ServerHello& reply) const;
     TlsFailure judgeSuite(const ServerHello& reply) const;
-    TlsFailure startFlow(const ServerHello& reply, const HandshakeMessage& message, bool atBoundary,
-                         LogBase& log);
+    TlsFailure startFlow(LogBase& log, const ServerHello& reply, const HandshakeMessage& message,
+                         bool atBoundary);
 
     const TlsSettings& settings_;
     Handshake shared_;

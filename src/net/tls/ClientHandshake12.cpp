@@ -19,7 +19,7 @@ bool same(std::span<const uint8_t> a, std::span<const uint8_t> b) {
 
 }  // namespace
 
-TlsFailure ClientHandshake12::begin(const ServerHello& reply, LogBase& log) {
+TlsFailure ClientHandshake12::begin(LogBase& log, const ServerHello& reply) {
     const ServerExtensions& answer = reply.extensions;
     shared_.shares.clear();
     TlsFailure failure = judgeRenegotiation(answer);
@@ -93,13 +93,13 @@ NextMessages ClientHandshake12::beforeServerFinished() const {
     return NextMessages::changeCipherSpec();
 }
 
-TlsFailure ClientHandshake12::onMessage(const HandshakeMessage& message, bool atBoundary,
-                                        LogBase& log) {
+TlsFailure ClientHandshake12::onMessage(LogBase& log, const HandshakeMessage& message,
+                                        bool atBoundary) {
     next_ = {};
     TlsFailure failure = TlsFailure::UnexpectedMessage;
     switch (message.type) {
         case HandshakeType::Certificate:
-            failure = onCertificate(message.body, log);
+            failure = onCertificate(log, message.body);
             break;
         case HandshakeType::CertificateStatus:
             statusAnnounced_ = false;  // read and not used: no revocation is checked
@@ -108,7 +108,7 @@ TlsFailure ClientHandshake12::onMessage(const HandshakeMessage& message, bool at
                 parseCertificateStatus12(message.body) ? TlsFailure::None : TlsFailure::DecodeError;
             break;
         case HandshakeType::ServerKeyExchange:
-            failure = onServerKeyExchange(message.body, log);
+            failure = onServerKeyExchange(log, message.body);
             break;
         case HandshakeType::CertificateRequest:
             clientCertificateAsked_ = true;
@@ -119,7 +119,7 @@ TlsFailure ClientHandshake12::onMessage(const HandshakeMessage& message, bool at
             break;
         case HandshakeType::ServerHelloDone:
             shared_.transcript.add(message.whole);
-            return onServerHelloDone(message.body, log);
+            return onServerHelloDone(log, message.body);
         case HandshakeType::NewSessionTicket:
             log.logVerbose("Ignoring because this is not TLS 1.3.");
             next_ = NextMessages::changeCipherSpec();
@@ -127,7 +127,7 @@ TlsFailure ClientHandshake12::onMessage(const HandshakeMessage& message, bool at
                 parseNewSessionTicket12(message.body) ? TlsFailure::None : TlsFailure::DecodeError;
             break;
         case HandshakeType::Finished:
-            return onFinished(message, atBoundary, log);
+            return onFinished(log, message, atBoundary);
         default:
             break;
     }
@@ -148,7 +148,7 @@ NextMessages ClientHandshake12::afterCertificate() const {
             HandshakeType::ServerHelloDone};
 }
 
-TlsFailure ClientHandshake12::onCertificate(std::span<const uint8_t> body, LogBase& log) {
+TlsFailure ClientHandshake12::onCertificate(LogBase& log, std::span<const uint8_t> body) {
     CertificateList list;
     if (!parseCertificate12(body, list)) return TlsFailure::DecodeError;
     if (list.empty()) return TlsFailure::CertificateMissing;
@@ -179,7 +179,7 @@ TlsFailure ClientHandshake12::judgeKeyUsage(LogBase& log) const {
     const std::string lacking = lackingKeyUsage(leaf, *shared_.result.suite);
     if (lacking.empty()) return TlsFailure::None;
     if (!shared_.settings.verifiesServer) {
-        warnOfKeyUsage(lacking, log);
+        warnOfKeyUsage(log, lacking);
         return TlsFailure::None;
     }
     log.logData("detail", lacking);
@@ -194,12 +194,12 @@ bool ClientHandshake12::offersGroup(Group group) const {
     return std::find(groups.begin(), groups.end(), group) != groups.end();
 }
 
-TlsFailure ClientHandshake12::onServerKeyExchange(std::span<const uint8_t> body, LogBase& log) {
+TlsFailure ClientHandshake12::onServerKeyExchange(LogBase& log, std::span<const uint8_t> body) {
     next_ = {HandshakeType::CertificateRequest, HandshakeType::ServerHelloDone};
-    return shared_.result.suite->isEcdhe() ? onEcdhe(body, log) : onDhe(body, log);
+    return shared_.result.suite->isEcdhe() ? onEcdhe(log, body) : onDhe(log, body);
 }
 
-TlsFailure ClientHandshake12::onEcdhe(std::span<const uint8_t> body, LogBase& log) {
+TlsFailure ClientHandshake12::onEcdhe(LogBase& log, std::span<const uint8_t> body) {
     EcdheParameters p;
     if (!parseServerKeyExchange(body, shared_.result.version, p)) return TlsFailure::DecodeError;
     if (!offersGroup(p.group)) {
@@ -219,7 +219,7 @@ TlsFailure ClientHandshake12::onEcdhe(std::span<const uint8_t> body, LogBase& lo
     return TlsFailure::None;
 }
 
-TlsFailure ClientHandshake12::onDhe(std::span<const uint8_t> body, LogBase& log) {
+TlsFailure ClientHandshake12::onDhe(LogBase& log, std::span<const uint8_t> body) {
     DheParameters p;
     if (!parseServerKeyExchange(body, shared_.result.version, p)) return TlsFailure::DecodeError;
     crypto::Dhe dhe;
@@ -262,7 +262,7 @@ TlsFailure ClientHandshake12::judgeSignature(std::span<const uint8_t> parameters
     return right ? TlsFailure::None : TlsFailure::BadSignature;
 }
 
-TlsFailure ClientHandshake12::onServerHelloDone(std::span<const uint8_t> body, LogBase& log) {
+TlsFailure ClientHandshake12::onServerHelloDone(LogBase& log, std::span<const uint8_t> body) {
     if (!body.empty()) return TlsFailure::DecodeError;
     if (shared_.result.suite->keyExchange == KeyExchangeKind::Rsa) {
         const TlsFailure failure = makeRsaPremaster();
@@ -356,8 +356,8 @@ TlsFailure ClientHandshake12::onChangeCipherSpec() {
     return TlsFailure::None;
 }
 
-TlsFailure ClientHandshake12::onFinished(const HandshakeMessage& message, bool atBoundary,
-                                         LogBase& log) {
+TlsFailure ClientHandshake12::onFinished(LogBase& log, const HandshakeMessage& message,
+                                         bool atBoundary) {
     std::vector<uint8_t> expected = verifyData(false);
     if (message.body.size() != expected.size()) return TlsFailure::DecodeError;
     if (!ctEqual(message.body, expected)) return TlsFailure::BadFinished;

@@ -15,9 +15,9 @@ public:
     ClientHandshake12(Handshake& shared, const Negotiated* established)
         : shared_(shared), established_(established) {}
 
-    TlsFailure begin(const ServerHello& reply, LogBase& log);
+    TlsFailure begin(LogBase& log, const ServerHello& reply);
     const NextMessages& next() const override { return next_; }
-    TlsFailure onMessage(const HandshakeMessage& message, bool atBoundary, LogBase& log) override;
+    TlsFailure onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) override;
     TlsFailure onChangeCipherSpec() override;
     bool done() const override { return done_; }
 
@@ -26,21 +26,21 @@ private:
     TlsFailure judgeSession(const ServerHello& reply);
     TlsFailure beginResumed(LogBase& log);
     NextMessages afterCertificate() const;
-    TlsFailure onCertificate(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onCertificate(LogBase& log, std::span<const uint8_t> body);
     TlsFailure judgeKeyUsage(LogBase& log) const;
     bool offersGroup(Group group) const;
-    TlsFailure onServerKeyExchange(std::span<const uint8_t> body, LogBase& log);
-    TlsFailure onEcdhe(std::span<const uint8_t> body, LogBase& log);
-    TlsFailure onDhe(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onServerKeyExchange(LogBase& log, std::span<const uint8_t> body);
+    TlsFailure onEcdhe(LogBase& log, std::span<const uint8_t> body);
+    TlsFailure onDhe(LogBase& log, std::span<const uint8_t> body);
     TlsFailure judgeSignature(std::span<const uint8_t> parameters,
                               const Signature& signature) const;
-    TlsFailure onServerHelloDone(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onServerHelloDone(LogBase& log, std::span<const uint8_t> body);
     TlsFailure makeRsaPremaster();
     TlsFailure sendKeyExchange();
     void deriveMaster(std::span<const uint8_t> premaster);
     bool makeCiphers();
     bool sendFinished();
-    TlsFailure onFinished(const HandshakeMessage& message, bool atBoundary, LogBase& log);
+    TlsFailure onFinished(LogBase& log, const HandshakeMessage& message, bool atBoundary);
     std::vector<uint8_t> verifyData(bool fromClient) const;
     NextMessages beforeServerFinished() const;
 

@@ -19,7 +19,7 @@ bool ClientHandshake13::protect(std::span<const uint8_t> trafficSecret, bool rea
     return true;
 }
 
-TlsFailure ClientHandshake13::begin(const ServerHello& reply, LogBase& log) {
+TlsFailure ClientHandshake13::begin(LogBase& log, const ServerHello& reply) {
     const CipherSuite& suite = *shared_.result.suite;
     SecureBuffer psk;
     if (reply.extensions.selectedPsk) {
@@ -32,7 +32,7 @@ TlsFailure ClientHandshake13::begin(const ServerHello& reply, LogBase& log) {
         psk = shared_.settings.session->secret;
     }
     SecureBuffer shared;
-    const TlsFailure failure = sharedSecret(reply, shared, log);
+    const TlsFailure failure = sharedSecret(log, reply, shared);
     if (failure != TlsFailure::None) return failure;
     shared_.shares.clear();
 
@@ -48,8 +48,8 @@ TlsFailure ClientHandshake13::begin(const ServerHello& reply, LogBase& log) {
     return TlsFailure::None;
 }
 
-TlsFailure ClientHandshake13::sharedSecret(const ServerHello& reply, SecureBuffer& shared,
-                                           LogBase& log) {
+TlsFailure ClientHandshake13::sharedSecret(LogBase& log, const ServerHello& reply,
+                                           SecureBuffer& shared) {
     const LogContextExitor context(log, "computeTls13SharedSecret");
     const ServerExtensions& answer = reply.extensions;
     // Without a key_share only a ticket protects the connection; psk_ke was offered, so the server
@@ -68,8 +68,8 @@ TlsFailure ClientHandshake13::sharedSecret(const ServerHello& reply, SecureBuffe
     return TlsFailure::GroupNotOffered;
 }
 
-TlsFailure ClientHandshake13::onMessage(const HandshakeMessage& message, bool atBoundary,
-                                        LogBase& log) {
+TlsFailure ClientHandshake13::onMessage(LogBase& log, const HandshakeMessage& message,
+                                        bool atBoundary) {
     next_ = {};
     TlsFailure failure = TlsFailure::UnexpectedMessage;
     switch (message.type) {
@@ -86,7 +86,7 @@ TlsFailure ClientHandshake13::onMessage(const HandshakeMessage& message, bool at
             failure = onCertificateVerify(message.body);
             break;
         case HandshakeType::Finished:
-            return onFinished(message, atBoundary, log);
+            return onFinished(log, message, atBoundary);
         default:
             break;
     }
@@ -146,8 +146,8 @@ TlsFailure ClientHandshake13::onCertificateVerify(std::span<const uint8_t> body)
     return TlsFailure::None;
 }
 
-TlsFailure ClientHandshake13::onFinished(const HandshakeMessage& message, bool atBoundary,
-                                         LogBase& log) {
+TlsFailure ClientHandshake13::onFinished(LogBase& log, const HandshakeMessage& message,
+                                         bool atBoundary) {
     const crypto::HashId hash = shared_.result.suite->hash;
     const std::vector<uint8_t> expected =
         finishedMac13(hash, serverHandshake_.bytes(), shared_.transcript.hash());

@@ -20,21 +20,21 @@ class ClientHandshake13 final : public HandshakeFlow {
 public:
     explicit ClientHandshake13(Handshake& shared) : shared_(shared) {}
 
-    TlsFailure begin(const ServerHello& reply, LogBase& log);
+    TlsFailure begin(LogBase& log, const ServerHello& reply);
     const NextMessages& next() const override { return next_; }
-    TlsFailure onMessage(const HandshakeMessage& message, bool atBoundary, LogBase& log) override;
+    TlsFailure onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) override;
     TlsFailure onChangeCipherSpec() override { return TlsFailure::UnexpectedCcs; }
     bool done() const override { return done_; }
 
     TrafficSecrets13 takeSecrets() { return std::move(traffic_); }
 
 private:
-    TlsFailure sharedSecret(const ServerHello& reply, SecureBuffer& shared, LogBase& log);
+    TlsFailure sharedSecret(LogBase& log, const ServerHello& reply, SecureBuffer& shared);
     TlsFailure onEncryptedExtensions(std::span<const uint8_t> body);
     TlsFailure onCertificateRequest(std::span<const uint8_t> body);
     TlsFailure onCertificate(std::span<const uint8_t> body);
     TlsFailure onCertificateVerify(std::span<const uint8_t> body);
-    TlsFailure onFinished(const HandshakeMessage& message, bool atBoundary, LogBase& log);
+    TlsFailure onFinished(LogBase& log, const HandshakeMessage& message, bool atBoundary);
     TlsFailure finish(LogBase& log);
     bool protect(std::span<const uint8_t> trafficSecret, bool reading);
 

@@ -132,8 +132,8 @@ public:
     virtual ~HandshakeFlow() = default;
     virtual const NextMessages& next() const = 0;
     // A message that next() allows. atBoundary: nothing of another message has arrived behind it.
-    virtual TlsFailure onMessage(const HandshakeMessage& message, bool atBoundary,
-                                 LogBase& log) = 0;
+    virtual TlsFailure onMessage(LogBase& log, const HandshakeMessage& message,
+                                 bool atBoundary) = 0;
     // A ChangeCipherSpec that next() allows; between messages only.
     virtual TlsFailure onChangeCipherSpec() = 0;
     virtual bool done() const = 0;

@@ -12,7 +12,7 @@ std::string lackingKeyUsage(const x509::Certificate& leaf, const CipherSuite& su
            ", which " + std::string(suite.name) + " needs";
 }
 
-void warnOfKeyUsage(const std::string& lacking, LogBase& log) {
+void warnOfKeyUsage(LogBase& log, const std::string& lacking) {
     log.logInfo("Warning: the server's certificate does not fit the key exchange: " + lacking +
                 ".");
 }

@@ -13,6 +13,6 @@ namespace tv::tls {
 std::string lackingKeyUsage(const x509::Certificate& leaf, const CipherSuite& suite);
 
 // For connections that do not verify.
-void warnOfKeyUsage(const std::string& lacking, LogBase& log);
+void warnOfKeyUsage(LogBase& log, const std::string& lacking);
 
 }  // namespace tv::tls

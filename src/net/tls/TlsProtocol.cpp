@@ -16,12 +16,12 @@ TlsProtocol::~TlsProtocol() = default;
 bool TlsProtocol::start(LogBase& log) {
     if (std::exchange(started_, true)) return false;
     handshake_ = std::make_unique<ClientHandshake>(settings_, environment_, records_);
-    const TlsFailure failure = handshake_->start(nullptr, log);
-    return failure == TlsFailure::None || fail(failure, log);
+    const TlsFailure failure = handshake_->start(log, nullptr);
+    return failure == TlsFailure::None || fail(log, failure);
 }
 
 // Ends the connection with the alert that goes with the failure. Always false.
-bool TlsProtocol::fail(TlsFailure failure, LogBase& log) {
+bool TlsProtocol::fail(LogBase& log, TlsFailure failure) {
     log.logError(textOf(failure));
     end(failure, alertOf(failure));
     return false;
@@ -44,7 +44,7 @@ void TlsProtocol::sendAlert(AlertLevel level, Alert alert) {
     records_.send(ContentType::Alert, body);
 }
 
-bool TlsProtocol::receive(std::span<const uint8_t> bytes, LogBase& log) {
+bool TlsProtocol::receive(LogBase& log, std::span<const uint8_t> bytes) {
     if (failure_ != TlsFailure::None) return false;
     records_.feed(bytes);
     // Nothing that follows a close_notify counts (RFC 8446, 6.1).
@@ -53,13 +53,13 @@ bool TlsProtocol::receive(std::span<const uint8_t> bytes, LogBase& log) {
         TlsFailure failure = TlsFailure::None;
         const RecordLayer::Next next = records_.next(record, failure);
         if (next == RecordLayer::Next::NeedMore) return true;
-        if (next == RecordLayer::Next::Record) failure = process(record, log);
-        if (failure != TlsFailure::None) return fail(failure, log);
+        if (next == RecordLayer::Next::Record) failure = process(log, record);
+        if (failure != TlsFailure::None) return fail(log, failure);
     }
     return true;
 }
 
-TlsFailure TlsProtocol::process(const Record& record, LogBase& log) {
+TlsFailure TlsProtocol::process(LogBase& log, const Record& record) {
     const bool mayInterrupt =
         record.type == ContentType::Handshake || record.type == ContentType::Alert;
     if (!mayInterrupt && !reader_.atBoundary()) {
@@ -70,9 +70,9 @@ TlsFailure TlsProtocol::process(const Record& record, LogBase& log) {
         case ContentType::ChangeCipherSpec:
             return onChangeCipherSpec(record.plaintext);
         case ContentType::Alert:
-            return onAlert(record.plaintext, log);
+            return onAlert(log, record.plaintext);
         case ContentType::Handshake:
-            return onHandshake(record.plaintext, log);
+            return onHandshake(log, record.plaintext);
         case ContentType::ApplicationData:
             return onApplicationData(record.plaintext);
     }
@@ -89,7 +89,7 @@ TlsFailure TlsProtocol::onChangeCipherSpec(std::span<const uint8_t> body) {
     return ++ccsDropped_ > kMaxIdleRecords ? TlsFailure::UnexpectedCcs : TlsFailure::None;
 }
 
-TlsFailure TlsProtocol::onAlert(std::span<const uint8_t> body, LogBase& log) {
+TlsFailure TlsProtocol::onAlert(LogBase& log, std::span<const uint8_t> body) {
     if (body.empty()) return TlsFailure::UnexpectedMessage;  // RFC 8446, 5.4
     if (body.size() != 2) return TlsFailure::DecodeError;
     const AlertLevel level = static_cast<AlertLevel>(body[0]);
@@ -116,7 +116,7 @@ TlsFailure TlsProtocol::onAlert(std::span<const uint8_t> body, LogBase& log) {
     return TlsFailure::PeerAlert;
 }
 
-TlsFailure TlsProtocol::onHandshake(std::span<const uint8_t> fragment, LogBase& log) {
+TlsFailure TlsProtocol::onHandshake(LogBase& log, std::span<const uint8_t> fragment) {
     if (fragment.empty()) {
         // Never legal in TLS 1.3 (RFC 8446, 5.1), and never of use.
         const bool isTls13 = negotiated_.version == Version::Tls13;
@@ -134,21 +134,21 @@ TlsFailure TlsProtocol::onHandshake(std::span<const uint8_t> fragment, LogBase& 
             case HandshakeReader::Result::Message:
                 break;
         }
-        const TlsFailure failure = onMessage(message, log);
+        const TlsFailure failure = onMessage(log, message);
         if (failure != TlsFailure::None) return failure;
     }
 }
 
-TlsFailure TlsProtocol::onMessage(const HandshakeMessage& message, LogBase& log) {
+TlsFailure TlsProtocol::onMessage(LogBase& log, const HandshakeMessage& message) {
     serverAnswered_ |= message.type == HandshakeType::ServerHello;
-    if (!handshake_) return onPostHandshake(message, log);
+    if (!handshake_) return onPostHandshake(log, message);
     // A HelloRequest during a handshake is ignored (RFC 5246, 7.4.1.1).
     if (message.type == HandshakeType::HelloRequest && negotiated_.version != Version::Tls13) {
         const bool fine = message.body.empty() && countIdle();
         return fine ? TlsFailure::None : TlsFailure::UnexpectedMessage;
     }
     idleRecords_ = 0;
-    const TlsFailure failure = handshake_->onMessage(message, reader_.atBoundary(), log);
+    const TlsFailure failure = handshake_->onMessage(log, message, reader_.atBoundary());
     if (failure != TlsFailure::None) return failure;
     if (handshake_->serverHelloSeen()) {
         serverHelloSeen_ = true;
@@ -181,21 +181,21 @@ TlsFailure TlsProtocol::onApplicationData(std::span<const uint8_t> bytes) {
     return TlsFailure::None;
 }
 
-TlsFailure TlsProtocol::onPostHandshake(const HandshakeMessage& message, LogBase& log) {
+TlsFailure TlsProtocol::onPostHandshake(LogBase& log, const HandshakeMessage& message) {
     if (!countIdle()) return TlsFailure::TooManyIdleRecords;
     if (negotiated_.version == Version::Tls13) {
         if (message.type == HandshakeType::NewSessionTicket) {
-            return onNewSessionTicket(message.body, log);
+            return onNewSessionTicket(log, message.body);
         }
-        if (message.type == HandshakeType::KeyUpdate) return onKeyUpdate(message.body, log);
+        if (message.type == HandshakeType::KeyUpdate) return onKeyUpdate(log, message.body);
         if (message.type == HandshakeType::CertificateRequest) return onCertificateRequest(message);
         return TlsFailure::UnexpectedMessage;
     }
-    if (message.type == HandshakeType::HelloRequest) return onHelloRequest(message.body, log);
+    if (message.type == HandshakeType::HelloRequest) return onHelloRequest(log, message.body);
     return TlsFailure::UnexpectedMessage;
 }
 
-TlsFailure TlsProtocol::onHelloRequest(std::span<const uint8_t> body, LogBase& log) {
+TlsFailure TlsProtocol::onHelloRequest(LogBase& log, std::span<const uint8_t> body) {
     if (!body.empty()) return TlsFailure::DecodeError;
     log.logInfo("Need to re-negotiate the security parameters.");
     if (closeNotifySent_) return TlsFailure::None;
@@ -207,10 +207,10 @@ TlsFailure TlsProtocol::onHelloRequest(std::span<const uint8_t> body, LogBase& l
     log.logInfo("Starting the handshake process again...");
     log.logInfo("Not re-using the session for re-negotiation...");
     handshake_ = std::make_unique<ClientHandshake>(settings_, environment_, records_);
-    return handshake_->start(&negotiated_, log);
+    return handshake_->start(log, &negotiated_);
 }
 
-TlsFailure TlsProtocol::onNewSessionTicket(std::span<const uint8_t> body, LogBase& log) {
+TlsFailure TlsProtocol::onNewSessionTicket(LogBase& log, std::span<const uint8_t> body) {
     NewSessionTicket13 ticket;
     const TlsFailure failure = parseNewSessionTicket13(body, ticket);
     if (failure != TlsFailure::None) return failure;
@@ -261,7 +261,7 @@ std::unique_ptr<RecordCipher> TlsProtocol::renewedCipher(SecureBuffer& secret) {
     return makeRecordCipher(suite, Version::Tls13, trafficKeys13(suite, secret.bytes()), {});
 }
 
-TlsFailure TlsProtocol::onKeyUpdate(std::span<const uint8_t> body, LogBase& log) {
+TlsFailure TlsProtocol::onKeyUpdate(LogBase& log, std::span<const uint8_t> body) {
     if (body.size() != 1) return TlsFailure::DecodeError;
     if (body[0] > 1) return TlsFailure::IllegalParameter;  // RFC 8446, 4.6.3
     if (!reader_.atBoundary()) return TlsFailure::LeftoverAtKeyChange;
@@ -278,7 +278,7 @@ TlsFailure TlsProtocol::onKeyUpdate(std::span<const uint8_t> body, LogBase& log)
     return TlsFailure::None;
 }
 
-bool TlsProtocol::sendApplicationData(std::span<const uint8_t> bytes, LogBase& log) {
+bool TlsProtocol::sendApplicationData(LogBase& log, std::span<const uint8_t> bytes) {
     if (failure_ != TlsFailure::None || closeNotifySent_ || isHandshaking()) return false;
     if (!established_ || !records_.isWritingProtected()) {
         log.logError(textOf(TlsFailure::NoKeys));
@@ -287,7 +287,7 @@ bool TlsProtocol::sendApplicationData(std::span<const uint8_t> bytes, LogBase& l
     keyUpdateAnswered_ = false;
     if (records_.send(ContentType::ApplicationData, bytes)) return true;
     log.logError("Failed to encrypt TLS fragment");
-    return fail(TlsFailure::OutOfMemory, log);
+    return fail(log, TlsFailure::OutOfMemory);
 }
 
 void TlsProtocol::sendCloseNotify() {

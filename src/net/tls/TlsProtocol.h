@@ -27,9 +27,9 @@ public:
     bool start(LogBase& log);
     // Takes bytes that came from the peer. False once the connection has failed: failure() says
     // why, the output may hold a last alert, and nothing more is taken.
-    bool receive(std::span<const uint8_t> bytes, LogBase& log);
+    bool receive(LogBase& log, std::span<const uint8_t> bytes);
     // Protects bytes and appends their records to the output. Not during a renegotiation.
-    bool sendApplicationData(std::span<const uint8_t> bytes, LogBase& log);
+    bool sendApplicationData(LogBase& log, std::span<const uint8_t> bytes);
     void sendCloseNotify();
     // Ends the connection because of the server's certificate, with the alert that says why.
     void refuseCertificate(Alert alert);
@@ -52,19 +52,19 @@ public:
     std::optional<TlsSession> takeSession();
 
 private:
-    bool fail(TlsFailure failure, LogBase& log);
+    bool fail(LogBase& log, TlsFailure failure);
     void end(TlsFailure failure, Alert alert);
-    TlsFailure process(const Record& record, LogBase& log);
+    TlsFailure process(LogBase& log, const Record& record);
     TlsFailure onChangeCipherSpec(std::span<const uint8_t> body);
-    TlsFailure onAlert(std::span<const uint8_t> body, LogBase& log);
-    TlsFailure onHandshake(std::span<const uint8_t> fragment, LogBase& log);
+    TlsFailure onAlert(LogBase& log, std::span<const uint8_t> body);
+    TlsFailure onHandshake(LogBase& log, std::span<const uint8_t> fragment);
     TlsFailure onApplicationData(std::span<const uint8_t> bytes);
-    TlsFailure onMessage(const HandshakeMessage& message, LogBase& log);
-    TlsFailure onPostHandshake(const HandshakeMessage& message, LogBase& log);
-    TlsFailure onHelloRequest(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onMessage(LogBase& log, const HandshakeMessage& message);
+    TlsFailure onPostHandshake(LogBase& log, const HandshakeMessage& message);
+    TlsFailure onHelloRequest(LogBase& log, std::span<const uint8_t> body);
     TlsFailure onCertificateRequest(const HandshakeMessage& message);
-    TlsFailure onNewSessionTicket(std::span<const uint8_t> body, LogBase& log);
-    TlsFailure onKeyUpdate(std::span<const uint8_t> body, LogBase& log);
+    TlsFailure onNewSessionTicket(LogBase& log, std::span<const uint8_t> body);
+    TlsFailure onKeyUpdate(LogBase& log, std::span<const uint8_t> body);
     std::unique_ptr<RecordCipher> renewedCipher(SecureBuffer& secret);
     void finishHandshake();
     void sendAlert(AlertLevel level, Alert alert);

@@ -11,7 +11,7 @@ namespace {
 constexpr uint32_t kMaxTicketSeconds = 7 * 24 * 3600;  // RFC 8446, 4.6.1
 constexpr uint32_t kMaxSessionSeconds = 24 * 3600;     // RFC 5246, F.1.4
 
-bool hasAllParts(const TlsSession& session, LogBase& log) {
+bool hasAllParts(LogBase& log, const TlsSession& session) {
     if (session.isTls13()) {
         if (session.secret.empty()) {
             return log.logInfo("Missing the TLS 1.3 resumption secret..."), false;
@@ -28,8 +28,8 @@ bool hasAllParts(const TlsSession& session, LogBase& log) {
 
 }  // namespace
 
-bool sessionIsUsable(const TlsSession& session, uint64_t nowMs, LogBase& log) {
-    if (!hasAllParts(session, log)) return false;
+bool sessionIsUsable(LogBase& log, const TlsSession& session, uint64_t nowMs) {
+    if (!hasAllParts(log, session)) return false;
     if (nowMs < session.receivedAtMs) {
         return log.logInfo("Session ticket arrived after the current time."), false;
     }

@@ -49,7 +49,7 @@ struct TlsSession {
 };
 
 // True if the session holds all it needs and is not too old; says in the log what it lacks.
-bool sessionIsUsable(const TlsSession& session, uint64_t nowMs, LogBase& log);
+bool sessionIsUsable(LogBase& log, const TlsSession& session, uint64_t nowMs);
 
 // The age of a ticket as pre_shared_key carries it (RFC 8446, 4.2.11.1).
 uint32_t obfuscatedTicketAge(const TlsSession& session, uint64_t nowMs);

@@ -145,12 +145,12 @@ struct TokenWorld : MailWorld {
     }
     bool logIn(const Turns& turns) {
         serve(offering("XOAUTH2") + turns + Turns{quit()});
-        SocketParams params;
+        CallContext call{log};
         log.clearLog();
-        const bool success = connection.smtpConnectAndAuthenticate(false, params, log);
+        const bool success = connection.smtpConnectAndAuthenticate(call, false);
         log.getText(text);
-        connection.smtpQuit(log, params);
-        connection.closeSmtpConnection(log, params);
+        connection.smtpQuit(call);
+        connection.closeSmtpConnection(call);
         EXPECT_FALSE(contains(text, "hidden")) << text;
         EXPECT_FALSE(contains(std::string(connection.sessionLog().text()), "hidden"));
         return success;

@@ -20,7 +20,7 @@ struct TransferWorld {
     FakeNet net{clock};
     _tvLogger log;
     Recorded recorded{log};
-    SocketParams params;
+    CallContext call{log};
     SmtpConnImpl connection;
     SmtpSend send;
 
@@ -32,9 +32,9 @@ struct TransferWorld {
 
     FakeLink& serve(std::string_view steps) { return net.serve(kServer, 25, script(steps)); }
     bool transfer() {
-        EXPECT_TRUE(connection.smtpConnectAndAuthenticate(false, params, log));
+        EXPECT_TRUE(connection.smtpConnectAndAuthenticate(call, false));
         EXPECT_TRUE(send.measure(log));
-        return SmtpDelivery(connection, send, params, log).deliver();
+        return SmtpDelivery(call, connection, send).deliver();
     }
     std::string word() { return std::string(statusWord(connection.outcome().status())); }
 };
@@ -131,7 +131,7 @@ TEST(Transfer, recipientsWithoutAnAddressAreNone) {
 
 TEST(Transfer, eachFormGoesWithItsTransaction) {
     TransferWorld world;
-    world.send.mimeSource = [](OutputStream& out, bool utf8, LogBase&) {
+    world.send.mimeSource = [](LogBase&, OutputStream& out, bool utf8) {
         return out.write(utf8 ? "A: in UTF-8\r\n\r\n" : "A: b\r\n\r\n");
     };
     const std::string third = "j\xC3\xB3zsef@to.test";
@@ -212,8 +212,8 @@ TEST(Transfer, noopKeepsAConnectionThatAnswers) {
     for (const bool answers : {true, false}) {
         TransferWorld world;
         world.serve(answers ? "open; 'NOOP' 250 ok; quit" : "open; 'NOOP' -!close");
-        EXPECT_TRUE(world.connection.smtpConnect(world.params, world.log));
-        EXPECT_EQ(world.connection.smtpNoop(world.log, world.params), answers);
+        EXPECT_TRUE(world.connection.smtpConnect(world.call));
+        EXPECT_EQ(world.connection.smtpNoop(world.call), answers);
         EXPECT_EQ(world.connection.isConnected(), answers);
     }
 }
@@ -247,7 +247,7 @@ TEST(Transfer, aMessageThatBreaksOffNeverGetsItsTerminator) {
         SCOPED_TRACE(row.name);
         TransferWorld world;
         int renders = 0;
-        world.send.mimeSource = [&](OutputStream& out, bool, LogBase&) {
+        world.send.mimeSource = [&](LogBase&, OutputStream& out, bool) {
             if (++renders == 1) return out.write("A: b\r\n\r\nbody\r\n");
             return out.write(row.later) && row.succeeds;
         };
@@ -270,7 +270,7 @@ TEST(Transfer, memoryThatRunsOutAtTheLastReplyIsAnUnknownOutcome) {
     } monitor;
     TransferWorld world;
     world.send.mimeData.append("A: b\r\n\r\n");
-    world.params.setMonitor(&monitor);
+    world.call.setMonitor(&monitor);
     FakeLink& link = world.serve("open; transaction");
     EXPECT_FALSE(world.transfer());
     EXPECT_TRUE(contains(world.connection.outcome().reason(), "may deliver it twice"));
@@ -282,14 +282,14 @@ TEST(Transfer, memoryThatRunsOutAtTheLastReplyIsAnUnknownOutcome) {
 TEST(Transfer, anExceptionLeavesNoConnectionToUseAgain) {
     TransferWorld world;
     int renders = 0;
-    world.send.mimeSource = [&](OutputStream& out, bool, LogBase&) {
+    world.send.mimeSource = [&](LogBase&, OutputStream& out, bool) {
         if (++renders > 1) throw std::bad_alloc();
         return out.write("A: b\r\n\r\n");
     };
     FakeLink& first = world.serve("open; mail; rcpt; data");
     EXPECT_THROW(world.transfer(), std::bad_alloc);
     world.serve("trial");
-    EXPECT_TRUE(world.connection.smtpConnect(world.params, world.log));
+    EXPECT_TRUE(world.connection.smtpConnect(world.call));
     EXPECT_TRUE(first.closedByClient);
 }
 

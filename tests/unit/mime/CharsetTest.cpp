@@ -36,7 +36,7 @@ TEST(CharsetChoice, Follows) {
         _tvEmailCommon common = row.more;
         common.codePage = row.before;
         LogNull log;
-        chooseCharsetIfNecessary(row.text, common, log);
+        chooseCharsetIfNecessary(log, row.text, common);
         EXPECT_EQ(common.codePage, row.after) << row.before << ": " << row.text;
     }
 }
@@ -78,18 +78,18 @@ TEST(MetaCharset, IsFoundAndReplaced) {
         if (!found.empty()) {
             const auto at = static_cast<size_t>(found.data() - html.data());
             expected.replace(at, found.size(), "iso-8859-2");
-            ASSERT_TRUE(correctMetaCharset(html, 28592, out, log));
+            ASSERT_TRUE(correctMetaCharset(log, html, 28592, out));
             EXPECT_EQ(out, expected);
         }
-        EXPECT_FALSE(correctMetaCharset(expected, 28592, out, log));
+        EXPECT_FALSE(correctMetaCharset(log, expected, 28592, out));
     }
 }
 
 TEST(MetaCharset, EveryTagIsBroughtIntoLine) {
     std::string out;
     LogNull log;
-    ASSERT_TRUE(correctMetaCharset("<meta charset=UTF8><meta charset=big5><meta charset=x>", 65001,
-                                   out, log));
+    ASSERT_TRUE(correctMetaCharset(log, "<meta charset=UTF8><meta charset=big5><meta charset=x>",
+                                   65001, out));
     EXPECT_EQ(out, "<meta charset=UTF8><meta charset=utf-8><meta charset=utf-8>");
 }
 

@@ -342,8 +342,8 @@ TEST_F(ClsEmailTest, EverySendHasItsOwnIdentifierAndDate) {
     EXPECT_NE(fieldOf(first, "Message-ID"), fieldOf(second, "Message-ID"));
     EXPECT_NE(fieldOf(first, "Date"), fieldOf(second, "Date"));
     _tvLogger log;
-    const auto kept = email_.createEmailForSending(false, log);
-    const auto keptAgain = email_.createEmailForSending(false, log);
+    const auto kept = email_.createEmailForSending(log, false);
+    const auto keptAgain = email_.createEmailForSending(log, false);
     ASSERT_TRUE(kept && keptAgain);
     EXPECT_EQ(kept->header().get("Message-ID"), keptAgain->header().get("Message-ID"));
 }
@@ -352,8 +352,8 @@ TEST_F(ClsEmailTest, NoRandomBytesNoSend) {
     _tvLogger log;
     std::string account;
     random_.failAfter = random_.given + 25;  // one whole draw, then short ones
-    EXPECT_NE(email_.createEmailForSending(true, log), nullptr);
-    EXPECT_EQ(email_.createEmailForSending(true, log), nullptr);
+    EXPECT_NE(email_.createEmailForSending(log, true), nullptr);
+    EXPECT_EQ(email_.createEmailForSending(log, true), nullptr);
     log.getText(account);
     EXPECT_NE(account.find("Failed to generate random bytes for email Message-ID\r\n"),
               std::string::npos);
@@ -361,7 +361,7 @@ TEST_F(ClsEmailTest, NoRandomBytesNoSend) {
     random_.bytes = {0};  // twenty zeros: one more draw, which is short
     random_.failAfter = random_.given + 25;
     log.clearLog();
-    EXPECT_EQ(email_.createEmailForSending(true, log), nullptr);
+    EXPECT_EQ(email_.createEmailForSending(log, true), nullptr);
     log.getText(account);
     EXPECT_NE(account.find("Failed to generate random bytes for email Message-ID.\r\n"),
               std::string::npos);
@@ -428,7 +428,7 @@ TEST_F(ClsEmailTest, ThePreparedCopyIsNotTouchedByWhatFollows) {
     LogNull log;
     email_.put_Subject(text("é"));
     email_.SetHtmlBody(text("é"));
-    const auto copy = email_.createEmailForSending(true, log);
+    const auto copy = email_.createEmailForSending(log, true);
     const std::string before = renderTree(*copy);
     email_.put_Subject(text("漢"));
     email_.RemoveHtmlAlternative();
@@ -439,8 +439,8 @@ TEST_F(ClsEmailTest, BodiesAreSharedWithTheCopy) {
     const TempFile file("a.bin", std::string(100000, 'x'));
     LogNull log;
     email_.AddFileAttachment(text(file.path()), out_);
-    const auto first = email_.createEmailForSending(true, log);
-    const auto second = email_.createEmailForSending(true, log);
+    const auto first = email_.createEmailForSending(log, true);
+    const auto second = email_.createEmailForSending(log, true);
     EXPECT_EQ(first->children()[1]->body()->data(), second->children()[1]->body()->data());
 }
 

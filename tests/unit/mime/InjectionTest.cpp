@@ -87,7 +87,7 @@ void expectSoundHeader(const std::string& header, const std::string& what) {
 // Header blocks of the message and all its parts.
 void expectSoundMessage(const ClsEmail& email, const std::string& what) {
     LogNull log;
-    const auto copy = email.createEmailForSending(true, log);
+    const auto copy = email.createEmailForSending(log, true);
     const std::string message = renderTree(*copy);
     expectSoundHeader(message.substr(0, message.find("\r\n\r\n")), what);
     const std::string delimiter = "--" + copy->contentType().boundary + "\r\n";
@@ -127,7 +127,7 @@ TEST_F(InjectionTest, ThroughEverySetter) {
 TEST_F(InjectionTest, ThroughFileNames) {
     for (const std::string& hostile : kHostile) {
         LogNull log;
-        Email2 root(std::make_shared<_tvEmailCommon>(), log);
+        Email2 root(log, std::make_shared<_tvEmailCommon>());
         std::unique_ptr<Email2> part = root.createSubPart();
         part->setFileContent("application/pdf", 0, hostile, nullptr);
         part->setDisposition("attachment", hostile);

@@ -90,13 +90,13 @@ inline std::string renderTree(const Email2& root, const RenderOptions& options =
     LogNull log;
     DataBuffer buffer;
     BufferStream out(buffer);
-    EXPECT_TRUE(root.render(out, options, log));
+    EXPECT_TRUE(root.render(log, out, options));
     return std::string(buffer.text());
 }
 
 inline std::string renderSent(const ClsEmail& email) {
     LogNull log;
-    const std::unique_ptr<Email2> copy = email.createEmailForSending(true, log);
+    const std::unique_ptr<Email2> copy = email.createEmailForSending(log, true);
     return copy ? renderTree(*copy) : "no copy";
 }
 

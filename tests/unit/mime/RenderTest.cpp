@@ -29,7 +29,7 @@ class RenderTest : public MimeTest {
 protected:
     ClsEmail email_;
     LogNull log_;
-    Email2 root_{std::make_shared<_tvEmailCommon>(), log_};
+    Email2 root_{log_, std::make_shared<_tvEmailCommon>()};
     XString out_;
 };
 
@@ -62,7 +62,7 @@ TEST_F(RenderTest, DotsAreStuffedOnRequestInPlainBodiesOnly) {
     const TempFile file("a.txt", ".file");
     email_.SetHtmlBody(text(".html\r\n."));
     email_.AddFileAttachment(text(file.path()), out_);
-    const auto copy = email_.createEmailForSending(true, log_);
+    const auto copy = email_.createEmailForSending(log_, true);
     const std::string plain = renderTree(*copy);
     const std::string stuffed = renderTree(*copy, {"TVX-", true, false});
     EXPECT_NE(plain.find("\r\n\r\n.html\r\n.\r\n--"), std::string::npos);
@@ -72,7 +72,7 @@ TEST_F(RenderTest, DotsAreStuffedOnRequestInPlainBodiesOnly) {
 }
 
 TEST_F(RenderTest, EightBitPartsBecomeQuotedPrintableOnRequest) {
-    root_.setBody("é", "text/plain", log_);
+    root_.setBody(log_, "é", "text/plain");
     root_.setTransferEncoding("8bit");
     EXPECT_TRUE(renderTree(root_).ends_with("Encoding: 8bit\r\nX-Priority: 3 (Normal)\r\n\r\né"));
     const std::string message = renderTree(root_, {"", false, true});
@@ -95,10 +95,10 @@ TEST_F(RenderTest, NoPartHasALineLongerThanMailAllows) {
 }
 
 TEST_F(RenderTest, AMissingEncodingIsNamed) {
-    root_.setBody("é", "text/plain", log_);
+    root_.setBody(log_, "é", "text/plain");
     root_.setTransferEncoding({});
     EXPECT_EQ(fieldOf(renderTree(root_), "Content-Transfer-Encoding"), "quoted-printable");
-    root_.setBody("e", "text/plain", log_);
+    root_.setBody(log_, "e", "text/plain");
     root_.setTransferEncoding({});
     EXPECT_EQ(fieldOf(renderTree(root_), "Content-Transfer-Encoding"), "(none)");
 }
@@ -150,7 +150,7 @@ TEST_F(RenderTest, NoByteOver127UnlessAskedFor) {
     root_.header().set("TVX-ReturnReceipt", "YES");
     root_.header().set("Reply-To", "A <é@b>");
     root_.header().set("Sender", "é@ő..b");
-    const auto copy = root_.createForSending(true, log_);
+    const auto copy = root_.createForSending(log_, true);
     const std::string seven = renderTree(*copy);
     EXPECT_TRUE(isAscii(seven)) << seven;
     EXPECT_EQ(fieldOf(seven, "From"), "=?utf-8?Q?=C5=91=40b?= :;");
@@ -171,7 +171,7 @@ TEST_F(RenderTest, InternalFieldsAreAppliedBeforeSending) {
     root_.header().set("TVX-Bcc", "Anna <x@y>");
     root_.header().set("Return-Path", "<r@b>");
     root_.header().set("DKIM-Signature", "v=1");
-    const auto copy = root_.createForSending(true, log);
+    const auto copy = root_.createForSending(log, true);
     const std::string message = renderTree(*copy, {});
     EXPECT_EQ(fieldOf(message, "Disposition-Notification-To"), "<a@b>");
     EXPECT_EQ(fieldOf(message, "Bcc"), "Anna <x@y>");
@@ -212,10 +212,10 @@ TEST_F(RenderTest, SizeIsWhatIsWritten) {
     const TempFile file("a.bin", std::string(200001, 'x'));
     email_.SetHtmlBody(text("<p>ő\r\n.x"));
     email_.AddFileAttachment(text(file.path()), out_);
-    const auto copy = email_.createEmailForSending(true, log_);
+    const auto copy = email_.createEmailForSending(log_, true);
     for (const RenderOptions& options : {RenderOptions{}, RenderOptions{"TVX-", true, true}}) {
         uint64_t size = 0;
-        EXPECT_TRUE(copy->renderedSize(options, size, log_));
+        EXPECT_TRUE(copy->renderedSize(log_, options, size));
         EXPECT_EQ(size, renderTree(*copy, options).size());
     }
 }
@@ -223,13 +223,13 @@ TEST_F(RenderTest, SizeIsWhatIsWritten) {
 TEST_F(RenderTest, ASmallMessageIsOneWriteAndALargeOneComesInBlocks) {
     StringStream small;
     email_.SetHtmlBody(text("<p>"));
-    EXPECT_TRUE(email_.createEmailForSending(true, log_)->render(small, {}, log_));
+    EXPECT_TRUE(email_.createEmailForSending(log_, true)->render(log_, small, {}));
     EXPECT_EQ(small.calls, 1u);
 
     const TempFile file("a.bin", std::string(3000000, 'x'));
     email_.AddFileAttachment(text(file.path()), out_);
     StringStream large;
-    EXPECT_TRUE(email_.createEmailForSending(true, log_)->render(large, {}, log_));
+    EXPECT_TRUE(email_.createEmailForSending(log_, true)->render(log_, large, {}));
     EXPECT_LE(large.calls, 4000000u / 32768u);
 }
 
@@ -238,15 +238,15 @@ TEST_F(RenderTest, AFailingStreamEndsTheRender) {
     const TempFile file("a.bin", std::string(200000, 'x'));
     email_.SetHtmlBody(text("<p>ő"));
     email_.AddFileAttachment(text(file.path()), out_);
-    const auto copy = email_.createEmailForSending(true, log_);
+    const auto copy = email_.createEmailForSending(log_, true);
     const size_t whole = renderTree(*copy).size();
     for (size_t limit = 0; limit < whole; limit += 997) {
         FailingStream stream(limit);
-        EXPECT_FALSE(copy->render(stream, {"TVX-"}, log_)) << limit;
+        EXPECT_FALSE(copy->render(log_, stream, {"TVX-"})) << limit;
         EXPECT_EQ(stream.failures, 1) << limit;
     }
     FailingStream enough(whole);
-    EXPECT_TRUE(copy->render(enough, {"TVX-"}, log_));
+    EXPECT_TRUE(copy->render(log_, enough, {"TVX-"}));
 }
 
 TEST(BlockStream, WritesNothingMoreAfterAFailure) {

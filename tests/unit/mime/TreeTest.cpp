@@ -23,13 +23,13 @@ class TreeTest : public MimeTest {
 protected:
     // h: HTML body, p: plain body, l: logo, a: attachment; H, P, L, A: their removal.
     std::string after(std::string_view steps) {
-        Email2 root(std::make_shared<_tvEmailCommon>(), log_);
+        Email2 root(log_, std::make_shared<_tvEmailCommon>());
         for (const char step : steps) {
             if (step == 'h') root.moveMixedPlainTextToAlternative(log_);
-            if (step == 'h') root.setBody("html", "text/html", log_);
-            if (step == 'p') root.setBody("plain", "text/plain", log_);
-            if (step == 'l') root.addRelatedItem(file(root, false), log_);
-            if (step == 'a') root.addAttachment(file(root, true), log_);
+            if (step == 'h') root.setBody(log_, "html", "text/html");
+            if (step == 'p') root.setBody(log_, "plain", "text/plain");
+            if (step == 'l') root.addRelatedItem(log_, file(root, false));
+            if (step == 'a') root.addAttachment(log_, file(root, true));
             if (step == 'H') root.removeBody("text/html");
             if (step == 'P') root.removeBody("text/plain");
             if (step == 'L') root.dropRelatedItems();
@@ -120,16 +120,16 @@ TEST_F(TreeTest, EveryOrderOfCalls) {
 }
 
 TEST_F(TreeTest, NoBodyCanBeAMultipart) {
-    Email2 root(std::make_shared<_tvEmailCommon>(), log_);
-    EXPECT_TRUE(root.setBody("x", "multipart/mixed", log_));
+    Email2 root(log_, std::make_shared<_tvEmailCommon>());
+    EXPECT_TRUE(root.setBody(log_, "x", "multipart/mixed"));
     EXPECT_EQ(outline(root), "plain");
 }
 
 TEST_F(TreeTest, EveryMultipartDrawsItsOwnBoundary) {
-    Email2 root(std::make_shared<_tvEmailCommon>(), log_);
-    root.setBody("html", "text/html", log_);
-    root.addRelatedItem(file(root, false), log_);
-    root.addAttachment(file(root, true), log_);
+    Email2 root(log_, std::make_shared<_tvEmailCommon>());
+    root.setBody(log_, "html", "text/html");
+    root.addRelatedItem(log_, file(root, false));
+    root.addAttachment(log_, file(root, true));
     const std::string outer = root.contentType().boundary;
     const std::string inner = root.children().front()->contentType().boundary;
     EXPECT_NE(outer, inner);

@@ -17,10 +17,10 @@ using plat::SocketOption;
 class Connect : public testing::Test {
 protected:
     bool connect(std::string_view host, int port = 25, uint32_t timeoutMs = 30000) {
-        params.monitor = &monitor;
+        call.monitor = &monitor;
         socket.setConnectTimeoutMs(timeoutMs);
         startNs = clock.nowNs;
-        return socket.connect2(host, port, false, log, params);
+        return socket.connect2(call, host, port, false);
     }
     uint64_t elapsedMs() const { return (clock.nowNs - startNs) / 1000000; }
     FakeLink& greeter(const std::string& ip, int port = 25) {
@@ -33,7 +33,7 @@ protected:
     _tvLogger log;
     Recorded recorded{log};
     Monitor monitor;
-    SocketParams params;
+    CallContext call{log};
     uint64_t startNs = 0;
     Socket2 socket;
 };
@@ -60,7 +60,7 @@ TEST_F(Connect, HostForms) {
         EXPECT_TRUE(connect(c.host, 2525)) << c.host << textOf(log);
         EXPECT_EQ(socket.remoteIp(), c.reached) << c.host;
         EXPECT_EQ(socket.connectionType(), "Unencrypted TCP/IP");
-        socket.close(false, 0, log, params);
+        socket.close(call, false, 0);
     }
     EXPECT_EQ(monitor.events.at(0), "SocketConnect 10.0.0.7:2525");
     EXPECT_EQ(monitor.events.at(1), "SocketConnected 10.0.0.7:2525");
@@ -147,9 +147,9 @@ TEST_F(Connect, FailuresNameStepCauseAndAddress) {
     for (const auto& c : kCases) {
         log.clearLog();
         EXPECT_FALSE(connect(c.host, c.port)) << c.host;
-        EXPECT_EQ(params.connectFailReason, c.reason) << c.host;
-        EXPECT_EQ(params.timedOut, c.timedOut) << c.host;
-        EXPECT_FALSE(params.aborted) << c.host;
+        EXPECT_EQ(call.connectFailReason, c.reason) << c.host;
+        EXPECT_EQ(call.timedOut, c.timedOut) << c.host;
+        EXPECT_FALSE(call.aborted) << c.host;
         EXPECT_FALSE(socket.isConnected());
         EXPECT_LE(elapsedMs(), 40000U) << c.host;
         EXPECT_EQ(net.openSockets(), 0U) << c.host;
@@ -212,19 +212,19 @@ TEST_F(Connect, EachAddressInItsTurn) {
             }
         }
         Socket2 own;
-        SocketParams ownParams;
+        CallContext ownCall{log};
         own.setConnectTimeoutMs(c.timeoutMs);
         const uint64_t start = ownClock.nowNs;
-        const bool connected = own.connect2("multi.test", 25, false, log, ownParams);
+        const bool connected = own.connect2(ownCall, "multi.test", 25, false);
         EXPECT_EQ(connected, c.reached >= 0) << c.name;
         EXPECT_EQ(ownNet.connects.size(), c.attempts) << c.name;
         EXPECT_EQ((ownClock.nowNs - start) / 1000000, c.elapsedMs) << c.name;
-        EXPECT_EQ(ownParams.connectFailReason, c.reason) << c.name;
-        EXPECT_EQ(ownParams.timedOut, c.reason == ConnectFailReason::Timeout) << c.name;
+        EXPECT_EQ(ownCall.connectFailReason, c.reason) << c.name;
+        EXPECT_EQ(ownCall.timedOut, c.reason == ConnectFailReason::Timeout) << c.name;
         if (c.reached >= 0) {
             EXPECT_EQ(own.remoteIp(), ips[static_cast<size_t>(c.reached)]) << c.name;
         }
-        own.close(true, 0, log, ownParams);
+        own.close(ownCall, true, 0);
     }
 }
 
@@ -233,17 +233,17 @@ TEST_F(Connect, TimeSpentOnTheNameCounts) {
     net.silent("10.0.0.1", 25);
     EXPECT_FALSE(connect("slow.test"));
     EXPECT_EQ(elapsedMs(), 30000U);
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Timeout);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Timeout);
     // Nor does a look-up that took all of it leave the connect without a limit.
     net.name("slower.test", {"10.0.0.1"}, 40000);
     net.silent("10.0.0.1", 25);
     EXPECT_FALSE(connect("slower.test"));
     EXPECT_EQ(elapsedMs(), 40001U);
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Timeout);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Timeout);
     // With less than a second left the system's resolver, which cannot be stopped, is not asked.
     EXPECT_FALSE(connect("slow.test", 25, 999));
     EXPECT_EQ(net.lookups.size(), 2U);
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::DnsTimeout);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::DnsTimeout);
 }
 
 TEST_F(Connect, ClockThatGoesBackEndsTheAttempts) {
@@ -261,7 +261,7 @@ TEST_F(Connect, TheSystemsOwnTwentyOneSecondsAreExplained) {
     const std::string explanation = "The default settings result in an overall 21 second timeout.";
     net.connectFails("10.0.0.1", 25, NetCode::TimedOut, 21100);
     EXPECT_FALSE(connect("10.0.0.1"));
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Rejected);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Rejected);
     expectLogged(log, "WSAETIMEDOUT");
     expectLogged(log, explanation);
     log.clearLog();
@@ -270,7 +270,7 @@ TEST_F(Connect, TheSystemsOwnTwentyOneSecondsAreExplained) {
     EXPECT_EQ(textOf(log).find(explanation), std::string::npos);
     net.silent("10.0.0.1", 25);
     EXPECT_FALSE(connect("10.0.0.1", 25, 21000));
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Timeout);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Timeout);
     expectLogged(log, explanation);
 }
 
@@ -279,9 +279,9 @@ TEST_F(Connect, AbortEndsTheWaitAtTheNextSlice) {
     net.silent("10.0.0.1", 25);
     monitor.allowed = 4;  // one before the look-up, three before slices
     EXPECT_FALSE(connect("multi.test"));
-    EXPECT_TRUE(params.aborted);
-    EXPECT_FALSE(params.timedOut);
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Aborted);
+    EXPECT_TRUE(call.aborted);
+    EXPECT_FALSE(call.timedOut);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Aborted);
     EXPECT_EQ(elapsedMs(), 3 * 333U);
     EXPECT_EQ(net.connects.size(), 1U);
     expectLogged(log, "Aborted by application.");
@@ -303,10 +303,10 @@ TEST_F(Connect, PreferredIpv6FallsBackToIpv4) {
 
 TEST_F(Connect, SocketsAreMadeAsOrdered) {
     FakeLink& link = net.serve("10.0.0.1", 25, {});
-    socket.setTcpNoDelay(true, log);
-    socket.setSendBufSize(5000, log);
-    socket.setRecvBufSize(20000000, log);
-    socket.setRecvBufSize(1000, log);  // too small: the one before stays
+    socket.setTcpNoDelay(log, true);
+    socket.setSendBufSize(log, 5000);
+    socket.setRecvBufSize(log, 20000000);
+    socket.setRecvBufSize(log, 1000);  // too small: the one before stays
     EXPECT_TRUE(connect("10.0.0.1"));
     EXPECT_EQ(link.options[SocketOption::SendBuffer], 4096U);
     EXPECT_EQ(link.options[SocketOption::ReceiveBuffer], 8388608U);
@@ -319,7 +319,7 @@ TEST_F(Connect, SocketsAreMadeAsOrdered) {
 
     FakeLink& defaults = net.serve("10.0.0.1", 25, {});
     Socket2 other;
-    EXPECT_TRUE(other.connect2("10.0.0.1", 25, false, log, params));
+    EXPECT_TRUE(other.connect2(call, "10.0.0.1", 25, false));
     EXPECT_EQ(defaults.options[SocketOption::SendBuffer], 262144U);
     EXPECT_EQ(defaults.options[SocketOption::ReceiveBuffer], 4194304U);
     EXPECT_TRUE(defaults.noDelayHistory.empty());
@@ -377,13 +377,13 @@ TEST_F(Connect, FaultsOfTheSystemOnTheWay) {
             (net.*c.where).clear();
             connect("10.0.0.1");  // uses the server up
         }
-        socket.close(true, 0, log, params);
+        socket.close(call, true, 0);
     }
     net.startUpErrors = {NetCode::ProviderFailedInit};
     net.openErrors = {NetCode::NotInitialised};
     log.clearLog();
     EXPECT_FALSE(connect("10.0.0.9"));
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::InternalError);
     expectLogged(log, "WSAStartup error: 0x277a");
     expectLogged(log, "startupWSA failed (B)");
     expectLogged(log, "The system gave no socket.\r\n    ConnectFailReason: Internal error");
@@ -410,8 +410,8 @@ TEST_F(Connect, AServerThatSpeaksNoTlsIsLeft) {
     std::string hello;
     net.servePeer("10.0.0.1", 465,
                   std::make_unique<HelloPeer>("220 hello\r\n", Ending::None, hello));
-    EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
+    EXPECT_FALSE(socket.connect2(call, "10.0.0.1", 465, true));
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::InternalError);
     EXPECT_FALSE(socket.isConnected());
     EXPECT_EQ(hello.substr(0, 2), "\x16\x03");
     expectLogged(log,
@@ -449,9 +449,9 @@ TEST_F(Connect, AServerThatAnsweredIsNotAskedWithoutTls13) {
         net.servePeer("10.0.0.1", 465, std::make_unique<Peer>(retry));
         log.clearLog();
         const size_t before = net.connects.size();
-        EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
+        EXPECT_FALSE(socket.connect2(call, "10.0.0.1", 465, true));
         EXPECT_EQ(net.connects.size() - before, 1U);
-        EXPECT_EQ(params.connectFailReason, ConnectFailReason::InternalError);
+        EXPECT_EQ(call.connectFailReason, ConnectFailReason::InternalError);
         expectLogged(log,
                      retry ? "serverRequestedKeyShareGroup: secp384r1" : "SNI unrecognized name");
     }
@@ -484,7 +484,7 @@ TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
     for (const auto& row : kRows) {
         std::string first, second;
         log.clearLog();
-        params = {};
+        call.clearOutcome();
         const size_t before = net.connects.size();
         const bool again = row.connects == 2;
         socket.tlsSettings().tlsProtocol = row.policy;
@@ -494,12 +494,12 @@ TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
             net.servePeer("10.0.0.1", 465,
                           std::make_unique<HelloPeer>(row.answer, row.ending, second));
         }
-        EXPECT_FALSE(socket.connect2("10.0.0.1", 465, true, log, params));
+        EXPECT_FALSE(socket.connect2(call, "10.0.0.1", 465, true));
         EXPECT_EQ(net.connects.size() - before, row.connects) << row.policy;
-        EXPECT_EQ(params.connectFailReason, row.reason) << textOf(log);
-        EXPECT_NE(params.cause.find(row.failure), std::string::npos) << params.cause;
-        expectLogged(log, params.cause + ".\r\n    ConnectFailReason: " +
-                              connectFailText(params.connectFailReason));
+        EXPECT_EQ(call.connectFailReason, row.reason) << textOf(log);
+        EXPECT_NE(call.cause.find(row.failure), std::string::npos) << call.cause;
+        expectLogged(log, call.cause + ".\r\n    ConnectFailReason: " +
+                              connectFailText(call.connectFailReason));
         EXPECT_EQ(first.find(kFallback), std::string::npos) << row.policy;
         if (!again) continue;
         expectLogged(log, "Failed to read the TLS server hello.  Retry without TLS 1.3");
@@ -532,7 +532,7 @@ TEST_F(Connect, WhatTheHelloCallsTheServer) {
         const char* address = c.host[0] == '[' ? "::1" : "127.0.0.1";
         net.servePeer(address, 465, std::make_unique<HelloPeer>("no TLS", Ending::None, hello));
         log.setOptions(c.options);
-        EXPECT_FALSE(socket.connect2(c.host, 465, true, log, params));
+        EXPECT_FALSE(socket.connect2(call, c.host, 465, true));
         const std::string_view name = c.sent;
         for (const std::string_view text : {"mail.test", "localhost", "127.0.0.1", "::1"}) {
             EXPECT_EQ(hello.find(text) != std::string::npos, text == name) << c.host << text;
@@ -549,11 +549,11 @@ TEST_F(Connect, ConnectingAgainClosesTheOldConnection) {
     FakeLink& second = net.serve("10.0.0.1", 25, {say("220 second\r\n")});
     EXPECT_TRUE(connect("10.0.0.1"));
     DataBuffer bytes;
-    EXPECT_TRUE(socket.receiveUntilMatch(bytes, "2", 100, 1000, log, params));
+    EXPECT_TRUE(socket.receiveUntilMatch(call, bytes, "2", 100, 1000));
     EXPECT_TRUE(connect("10.0.0.1"));
     EXPECT_TRUE(first.closedByClient);
     bytes.clear();
-    EXPECT_TRUE(socket.receiveUntilMatch(bytes, "\r\n", 100, 1000, log, params));
+    EXPECT_TRUE(socket.receiveUntilMatch(call, bytes, "\r\n", 100, 1000));
     EXPECT_EQ(bytes.text(), "220 second\r\n");  // nothing of the first is left over
     EXPECT_FALSE(second.closedByClient);
 }

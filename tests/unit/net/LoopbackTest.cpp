@@ -25,11 +25,11 @@ class Loopback : public testing::Test {
 protected:
     bool connect(const LoopbackServer& server, const char* host = "127.0.0.1") {
         socket.setConnectTimeoutMs(5000);
-        return socket.connect2(host, server.port(), false, log, params);
+        return socket.connect2(call, host, server.port(), false);
     }
     std::string line(uint32_t idleMs = 5000) {
         DataBuffer out;
-        socket.receiveUntilMatch(out, "\r\n", 1000, idleMs, log, params);
+        socket.receiveUntilMatch(call, out, "\r\n", 1000, idleMs);
         return std::string(out.text());
     }
     static uint64_t nowMs() { return plat::sysClock().tickMs(); }
@@ -45,7 +45,7 @@ protected:
     }
 
     _tvLogger log;
-    SocketParams params;
+    CallContext call{log};
     Socket2 socket;
 };
 
@@ -64,19 +64,19 @@ TEST_F(Loopback, GreetingAndEchoOverBothFamilies) {
         expectLogged(log, ipv6 ? "myIP: ::1" : "myIP: 127.0.0.1");
         EXPECT_EQ(line(), "220 hello\r\n");
         EXPECT_TRUE(socket.isQuiet());
-        EXPECT_TRUE(socket.sendBytes(bytesFrom("EHLO x\r\n"), 5000, log, params));
+        EXPECT_TRUE(socket.sendBytes(call, bytesFrom("EHLO x\r\n"), 5000));
         EXPECT_EQ(line(), "EHLO x\r\n");
-        socket.close(false, 1000, log, params);
+        socket.close(call, false, 1000);
         EXPECT_FALSE(socket.isConnected());
     }
 }
 
 TEST_F(Loopback, RefusedAtOnceAndWithAReason) {
     const uint64_t start = nowMs();
-    EXPECT_FALSE(socket.connect2("127.0.0.1", refusedPort(), false, log, params));
+    EXPECT_FALSE(socket.connect2(call, "127.0.0.1", refusedPort(), false));
     EXPECT_LT(nowMs() - start, 4000U);
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Rejected);
-    EXPECT_FALSE(params.timedOut);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Rejected);
+    EXPECT_FALSE(call.timedOut);
     expectLogged(log, "WSAECONNREFUSED");
 }
 
@@ -88,7 +88,7 @@ TEST_F(Loopback, PeerGone) {
             if (reset) peer.resetOnClose();
         });
         ASSERT_TRUE(connect(server));
-        EXPECT_TRUE(socket.sendBytes(bytesFrom("x"), 5000, log, params));
+        EXPECT_TRUE(socket.sendBytes(call, bytesFrom("x"), 5000));
         log.clearLog();
         EXPECT_EQ(line(), "");
 #ifdef _WIN32
@@ -100,10 +100,10 @@ TEST_F(Loopback, PeerGone) {
         expectLogged(log, asReset ? "WSAECONNRESET" : "Connection closed by peer.");
         EXPECT_FALSE(socket.isConnected());
         EXPECT_FALSE(socket.isQuiet());
-        EXPECT_FALSE(params.timedOut);
+        EXPECT_FALSE(call.timedOut);
         bool failed = false;
         for (int i = 0; i < 200 && !failed; ++i) {
-            failed = !socket.sendBytes(bytesFrom("y"), 1000, log, params);
+            failed = !socket.sendBytes(call, bytesFrom("y"), 1000);
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         EXPECT_TRUE(failed);
@@ -119,7 +119,7 @@ TEST_F(Loopback, SilenceEndsInTimeAndCostsNoProcessorTime) {
     EXPECT_LT(usedMs() - usedBefore, 5);
     EXPECT_GE(nowMs() - start, 690U);
     EXPECT_LT(nowMs() - start, 3000U);
-    EXPECT_TRUE(params.timedOut);
+    EXPECT_TRUE(call.timedOut);
     EXPECT_TRUE(socket.isConnected());
 }
 
@@ -142,7 +142,7 @@ TEST_F(Loopback, MuchDataToASlowReader) {
         peer.receive();
     });
     ASSERT_TRUE(connect(server));
-    EXPECT_TRUE(socket.sendBytes(bytesFrom(data), 20000, log, params)) << textOf(log);
+    EXPECT_TRUE(socket.sendBytes(call, bytesFrom(data), 20000)) << textOf(log);
     EXPECT_EQ(line(20000), "250 ok\r\n");
     ASSERT_TRUE(done);
     EXPECT_TRUE(got == data);
@@ -153,28 +153,28 @@ TEST_F(Loopback, ReaderThatStallsEndsTheSend) {
     ASSERT_TRUE(connect(server));
     const std::string data(64 * 1024 * 1024, 'x');
     const uint64_t start = nowMs();
-    EXPECT_FALSE(socket.sendBytes(bytesFrom(data), 400, log, params));
+    EXPECT_FALSE(socket.sendBytes(call, bytesFrom(data), 400));
     EXPECT_LT(nowMs() - start, 8000U);
-    EXPECT_TRUE(params.timedOut);
+    EXPECT_TRUE(call.timedOut);
     expectLogged(log, "Timeout after partial send.");
     const uint64_t closing = nowMs();
-    socket.close(true, 1000, log, params);
+    socket.close(call, true, 1000);
     EXPECT_LT(nowMs() - closing, 1000U);
 }
 
 TEST_F(Loopback, DestroyedByAnotherThreadDuringAWait) {
     LoopbackServer server([](Connection& peer) { peer.holdOpen(); });
     auto doomed = std::make_unique<Socket2>();
-    ASSERT_TRUE(doomed->connect2("127.0.0.1", server.port(), false, log, params));
+    ASSERT_TRUE(doomed->connect2(call, "127.0.0.1", server.port(), false));
     Socket2* raw = doomed.get();
     std::atomic<bool> waiting{false};
     bool received = true;
     std::thread waiter([&] {
         _tvLogger ownLog;
-        SocketParams ownParams;
+        CallContext own{ownLog};
         DataBuffer out;
         waiting = true;
-        received = raw->receiveBytes(out, 20000, ownLog, ownParams);
+        received = raw->receiveBytes(own, out, 20000);
     });
     while (!waiting)
         std::this_thread::yield();

@@ -20,8 +20,8 @@ protected:
         begin();
         net.lookups.clear();
         addresses.clear();
-        return dnsLookup(name, limitMs ? Deadline(limitMs) : Deadline::unlimited(21600000),
-                         addresses, log, params);
+        return dnsLookup(call, name, limitMs ? Deadline(limitMs) : Deadline::unlimited(21600000),
+                         addresses);
     }
     std::string found() const { return textOf(addresses); }
     void serve(const std::string& ip, DnsAnswers answers) {
@@ -78,7 +78,7 @@ TEST_F(Resolver, WhereANameIsLookedFor) {
         EXPECT_EQ(found(), c.found) << c.name;
         EXPECT_EQ(net.udp.sent.size(), c.datagrams) << c.name;
         EXPECT_EQ(net.lookups.size(), c.lookups) << c.name;
-        EXPECT_EQ(params.connectFailReason,
+        EXPECT_EQ(call.connectFailReason,
                   *c.found ? ConnectFailReason::None : ConnectFailReason::DnsFailed)
             << c.name;
         expectTexts(c.name, c.texts);
@@ -198,8 +198,8 @@ TEST_F(Resolver, WhenTheServersDoNotHelp) {
         if (c.ownServers) state.ownNameServers = {*plat::parseIp("10.0.0.1")};
         EXPECT_EQ(lookUp(c.name, c.limitMs), *c.found != 0) << c.what;
         EXPECT_EQ(found(), c.found) << c.what;
-        EXPECT_EQ(params.connectFailReason, c.reason) << c.what;
-        EXPECT_EQ(params.timedOut, c.reason == R::DnsTimeout) << c.what;
+        EXPECT_EQ(call.connectFailReason, c.reason) << c.what;
+        EXPECT_EQ(call.timedOut, c.reason == R::DnsTimeout) << c.what;
         EXPECT_EQ(elapsedMs(), c.elapsedMs) << c.what;
         expectTexts(c.what, c.texts);
     }
@@ -210,8 +210,8 @@ TEST_F(Resolver, AServersNoCountsMoreThanAnothersSilence) {
     serve("10.0.0.1", silence);
     serve("10.0.0.2", answersWith({}, kNxDomain));
     EXPECT_FALSE(lookUp("mail.example"));
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::DnsFailed);
-    EXPECT_FALSE(params.timedOut);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::DnsFailed);
+    EXPECT_FALSE(call.timedOut);
 }
 
 TEST_F(Resolver, WhereTlsIsRequiredNobodyIsAskedInTheClear) {
@@ -235,7 +235,7 @@ TEST_F(Resolver, AFirstConnectCostsTwoRoundTrips) {
         begin();
         TolvaneSocket socket;
         net.serve("192.0.2.1", 25, {}).connectMs = 30;
-        EXPECT_TRUE(connectSocket_v2(socket, {"mail.example", 25, 30000}, log, params));
+        EXPECT_TRUE(connectSocket_v2(call, socket, {"mail.example", 25, 30000}));
         EXPECT_EQ(elapsedMs(), elapsed);
     }
 }
@@ -246,7 +246,7 @@ TEST_F(Resolver, AConnectWithoutALimitGivesEachServerTwoSeconds) {
     begin();
     TolvaneSocket socket;
     net.serve("192.0.2.1", 25, {});
-    EXPECT_TRUE(connectSocket_v2(socket, {"mail.example", 25, 0}, log, params));
+    EXPECT_TRUE(connectSocket_v2(call, socket, {"mail.example", 25, 0}));
     EXPECT_EQ(elapsedMs(), 2000U);
 }
 
@@ -387,7 +387,7 @@ TEST_F(Resolver, AbortIsNoFailureOfTheName) {
     serve("10.0.0.1", silence);
     monitor.allowed = 3;
     EXPECT_FALSE(lookUp("mail.example"));
-    EXPECT_EQ(params.connectFailReason, ConnectFailReason::Aborted);
+    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Aborted);
     EXPECT_TRUE(net.lookups.empty());
 }
 
@@ -398,7 +398,7 @@ TEST_F(Resolver, OnceFinalisedNothingIsLookedUp) {
     for (const char* name : {"mail.example", "single"}) {
         EXPECT_FALSE(lookUp(name));
         expectTexts(name, {"DNS cache is either finalized or invalid."});
-        EXPECT_EQ(params.connectFailReason, ConnectFailReason::DnsFailed);
+        EXPECT_EQ(call.connectFailReason, ConnectFailReason::DnsFailed);
     }
     dns::Reply late;  // of a look-up that was under way
     late.addresses = addresses = {*plat::parseIp("192.0.2.1")};

@@ -16,22 +16,19 @@ class Transfer : public testing::Test {
 protected:
     FakeLink& connectTo(std::vector<Turn> dialogue) {
         FakeLink& link = net.serve("10.0.0.1", 25, std::move(dialogue));
-        EXPECT_TRUE(socket.connect2("10.0.0.1", 25, false, log, params));
+        EXPECT_TRUE(socket.connect2(call, "10.0.0.1", 25, false));
         log.clearLog();
-        params.monitor = &monitor;
+        call.monitor = &monitor;
         monitor.asked = 0;
         startNs = clock.nowNs;
         return link;
     }
-    bool send(std::string_view text) {
-        return socket.sendBytes(bytesFrom(text), kIdleMs, log, params);
-    }
+    bool send(std::string_view text) { return socket.sendBytes(call, bytesFrom(text), kIdleMs); }
     // The next line, or "" on failure.
     std::string line(uint32_t idleMs = kIdleMs) {
         DataBuffer out;
-        return socket.receiveUntilMatch(out, "\r\n", 100, idleMs, log, params)
-                   ? std::string(out.text())
-                   : std::string();
+        return socket.receiveUntilMatch(call, out, "\r\n", 100, idleMs) ? std::string(out.text())
+                                                                        : std::string();
     }
     uint64_t elapsedMs() const { return (clock.nowNs - startNs) / 1000000; }
 
@@ -40,7 +37,7 @@ protected:
     _tvLogger log;
     Recorded recorded{log};
     Monitor monitor;
-    SocketParams params;
+    CallContext call{log};
     uint64_t startNs = 0;
     Socket2 socket;
 };
@@ -76,7 +73,7 @@ TEST_F(Transfer, PiecesOfEverySize) {
             EXPECT_EQ(line(), "250-taken\r\n");
             EXPECT_EQ(line(), "250 ok\r\n");
             EXPECT_TRUE(link.finished);
-            socket.close(false, 0, log, params);
+            socket.close(call, false, 0);
         }
     }
 }
@@ -97,17 +94,17 @@ TEST_F(Transfer, ReceiveFailures) {
         Turn greeting = say("220 hel");
         greeting.after = c.after;
         FakeLink& link = connectTo({greeting});
-        params.clearOutcome();
+        call.clearOutcome();
         DataBuffer out;
-        EXPECT_FALSE(socket.receiveUntilMatch(out, "\r\n", 100, kIdleMs, log, params)) << c.name;
+        EXPECT_FALSE(socket.receiveUntilMatch(call, out, "\r\n", 100, kIdleMs)) << c.name;
         EXPECT_EQ(out.size(), 0U) << c.name;
         EXPECT_TRUE(socket.hasBufferedInput()) << c.name;  // the half line
-        EXPECT_EQ(params.timedOut, c.timedOut) << c.name;
+        EXPECT_EQ(call.timedOut, c.timedOut) << c.name;
         EXPECT_EQ(elapsedMs(), c.elapsedMs) << c.name;
         EXPECT_EQ(socket.isConnected(), c.timedOut) << c.name;
         expectLogged(log, c.text);
-        params = {};
-        socket.close(true, 0, log, params);
+        call.clearOutcome();
+        socket.close(call, true, 0);
         EXPECT_TRUE(link.closedByClient) << c.name;
     }
 }
@@ -134,9 +131,9 @@ TEST_F(Transfer, EachAcceptedPieceRenewsTheIdleTime) {
 TEST_F(Transfer, LineWithoutEnd) {
     connectTo({say(std::string(500, 'y'))});
     DataBuffer out;
-    EXPECT_FALSE(socket.receiveUntilMatch(out, "\r\n", 300, kIdleMs, log, params));
+    EXPECT_FALSE(socket.receiveUntilMatch(call, out, "\r\n", 300, kIdleMs));
     EXPECT_EQ(out.size(), 300U);
-    EXPECT_FALSE(params.timedOut);
+    EXPECT_FALSE(call.timedOut);
     expectLogged(log, "maxSize: 300");
 }
 
@@ -169,10 +166,10 @@ TEST_F(Transfer, SendFailures) {
         link.cutAfterClientBytes = c.after;
         link.mayEndEarly = true;
         monitor.allowed = c.allowedAborts;
-        params.clearOutcome();
+        call.clearOutcome();
         EXPECT_FALSE(send(data)) << c.name;
-        EXPECT_EQ(params.timedOut, c.timedOut) << c.name;
-        EXPECT_EQ(params.aborted, c.aborted) << c.name;
+        EXPECT_EQ(call.timedOut, c.timedOut) << c.name;
+        EXPECT_EQ(call.aborted, c.aborted) << c.name;
         EXPECT_EQ(elapsedMs(), c.timedOut ? kIdleMs : c.allowedAborts == 3 ? 333 : 0) << c.name;
         expectLogged(log, c.text);
         if (c.cut == Ending::Stall && c.timedOut && c.after > 0) {
@@ -180,8 +177,8 @@ TEST_F(Transfer, SendFailures) {
             expectLogged(log, "numBytesUnsent: 600");
         }
         monitor.allowed = 1 << 30;
-        params.clearOutcome();
-        socket.close(true, 0, log, params);
+        call.clearOutcome();
+        socket.close(call, true, 0);
     }
 }
 
@@ -189,8 +186,8 @@ TEST_F(Transfer, AbortEndsAReceiveAtTheNextSlice) {
     connectTo({});
     monitor.allowed = 3;
     EXPECT_EQ(line(), "");
-    EXPECT_TRUE(params.aborted);
-    EXPECT_FALSE(params.timedOut);
+    EXPECT_TRUE(call.aborted);
+    EXPECT_FALSE(call.timedOut);
     EXPECT_EQ(elapsedMs(), 999U);
     expectLogged(log, "socket operation aborted by application");
 }
@@ -229,7 +226,7 @@ TEST_F(Transfer, NothingWithoutAConnection) {
     EXPECT_FALSE(send("EHLO x\r\n"));
     EXPECT_EQ(line(), "");
     DataBuffer out;
-    EXPECT_FALSE(socket.receiveBytes(out, kIdleMs, log, params));
+    EXPECT_FALSE(socket.receiveBytes(call, out, kIdleMs));
     expectLogged(log, "This socket is not connected");
     EXPECT_EQ(socket.sessionLog()->text().find("\r\n---- Not Connected ----\r\n"), 0U);
     EXPECT_EQ(net.sockets, 0U);
@@ -279,13 +276,13 @@ TEST_F(Transfer, DestroyedDuringAWait) {
         auto doomed = std::make_unique<Socket2>();
         FakeLink& link = net.serve("10.0.0.1", 25, {});
         link.sendWindow = 0;
-        EXPECT_TRUE(doomed->connect2("10.0.0.1", 25, false, log, params));
+        EXPECT_TRUE(doomed->connect2(call, "10.0.0.1", 25, false));
         net.onWait = [&] { doomed.reset(); };
         DataBuffer out;
         if (sending) {
-            EXPECT_FALSE(doomed->sendBytes(bytesFrom("x"), kIdleMs, log, params));
+            EXPECT_FALSE(doomed->sendBytes(call, bytesFrom("x"), kIdleMs));
         } else {
-            EXPECT_FALSE(doomed->receiveBytes(out, kIdleMs, log, params));
+            EXPECT_FALSE(doomed->receiveBytes(call, out, kIdleMs));
         }
         net.onWait = nullptr;
         EXPECT_TRUE(link.closedByClient);
@@ -299,14 +296,14 @@ protected:
     FakeLink& connectTo(std::vector<Turn> dialogue) {
         FakeLink& link = net.serve("10.0.0.1", 25, std::move(dialogue));
         EXPECT_TRUE(socket.createSocket_ipv4(log));
-        EXPECT_TRUE(socket.connect(*plat::parseIp("10.0.0.1"), 25, 1000, log, params));
+        EXPECT_TRUE(socket.connect(call, *plat::parseIp("10.0.0.1"), 25, 1000));
         return link;
     }
 
     FakeClock clock;
     FakeNet net{clock};
     _tvLogger log;
-    SocketParams params;
+    CallContext call{log};
     TolvaneSocket socket;
 };
 
@@ -328,7 +325,7 @@ TEST_F(PlainSocket, WaysToClose) {
         FakeLink& link = connectTo({say("unread")});
         link.ignoresFin = !c.serverCloses;
         const uint64_t start = clock.nowNs;
-        socket.terminateConnection(c.form, 700, log, params);
+        socket.terminateConnection(call, c.form, 700);
         EXPECT_EQ((clock.nowNs - start) / 1000000, c.elapsedMs) << c.text;
         EXPECT_EQ(link.finFromClient, c.fin) << c.text;
         EXPECT_EQ(link.closedAbortively, c.form == CloseForm::Abortive) << c.text;
@@ -342,7 +339,7 @@ TEST_F(PlainSocket, FaultsWhileClosingDoNotKeepItOpen) {
     FakeLink& link = connectTo({});
     net.shutdownErrors = {NetCode::NotConnected};
     net.closeErrors = {NetCode::ConnectionReset};
-    socket.terminateConnection(CloseForm::Graceful, 700, log, params);
+    socket.terminateConnection(call, CloseForm::Graceful, 700);
     EXPECT_TRUE(link.closedByClient);
     expectLogged(log, "error on socket shutdown.");
     expectLogged(log, "error on closesocket.");
@@ -350,7 +347,7 @@ TEST_F(PlainSocket, FaultsWhileClosingDoNotKeepItOpen) {
     EXPECT_FALSE(second.closedByClient);
     size_t received = 0;
     uint8_t byte = 0;
-    EXPECT_TRUE(socket.receiveBytes({&byte, 1}, received, 100, log, params));
+    EXPECT_TRUE(socket.receiveBytes(call, {&byte, 1}, received, 100));
 }
 
 TEST_F(PlainSocket, FinGoesOutOnce) {
@@ -365,16 +362,16 @@ TEST_F(PlainSocket, FinGoesOutOnce) {
 TEST_F(PlainSocket, TakenOverByAnother) {
     FakeLink& link = connectTo({say("hello")});
     TolvaneSocket holder;
-    holder.setSendBufSize(8192, log);
-    holder.takeOver(socket, log);
+    holder.setSendBufSize(log, 8192);
+    holder.takeOver(log, socket);
     EXPECT_FALSE(socket.isConnected());
     EXPECT_TRUE(holder.isConnected());
     EXPECT_EQ(holder.remoteIp(), "10.0.0.1");
     EXPECT_EQ(link.options[plat::SocketOption::SendBuffer], 8192U);
     uint8_t bytes[16];
     size_t received = 0;
-    EXPECT_FALSE(socket.receiveBytes(bytes, received, 100, log, params));
-    EXPECT_TRUE(holder.receiveBytes(bytes, received, 100, log, params));
+    EXPECT_FALSE(socket.receiveBytes(call, bytes, received, 100));
+    EXPECT_TRUE(holder.receiveBytes(call, bytes, received, 100));
     EXPECT_EQ(received, 5U);
 }
 
@@ -400,18 +397,18 @@ TEST_F(PlainSocket, SecondThreadIsRefused) {
         net.onWait = nullptr;
         uint8_t other = 0;
         size_t got = 0;
-        second = socket.receiveBytes({&other, 1}, got, 100, log, params);
+        second = socket.receiveBytes(call, {&other, 1}, got, 100);
     };
-    EXPECT_TRUE(socket.receiveBytes({&byte, 1}, received, 1000, log, params));
+    EXPECT_TRUE(socket.receiveBytes(call, {&byte, 1}, received, 1000));
     EXPECT_FALSE(second);
     expectLogged(log, "Another thread is already receiving on this socket.");
 
     net.onWait = [&] {
         net.onWait = nullptr;
-        socket.terminateConnection(CloseForm::AtOnce, 0, log, params);
+        socket.terminateConnection(call, CloseForm::AtOnce, 0);
         EXPECT_FALSE(socket.createSocket_ipv4(log));
     };
-    EXPECT_FALSE(socket.receiveBytes({&byte, 1}, received, 1000, log, params));
+    EXPECT_FALSE(socket.receiveBytes(call, {&byte, 1}, received, 1000));
     expectLogged(log, "Another thread is closing this socket.");
     EXPECT_EQ(net.openSockets(), 0U);
     EXPECT_TRUE(socket.createSocket_ipv4(log));  // usable again

@@ -45,16 +45,16 @@ constexpr Row kRows[] = {
     {"send, poll", For::Send, 0xABCD0123, 0, false, 1, 1},
 };
 
-bool waitFor(For what, uint32_t limitMs, Socket2& socket, LogBase& log, SocketParams& params) {
+bool waitFor(CallContext& call, For what, uint32_t limitMs, Socket2& socket) {
     DataBuffer out;
     switch (what) {
         case For::Connect:
             socket.setConnectTimeoutMs(limitMs);
-            return socket.connect2("10.0.0.2", 25, false, log, params);
+            return socket.connect2(call, "10.0.0.2", 25, false);
         case For::Receive:
-            return socket.receiveBytes(out, limitMs, log, params);
+            return socket.receiveBytes(call, out, limitMs);
         case For::Send:
-            return socket.sendBytes(bytesFrom("data"), limitMs, log, params);
+            return socket.sendBytes(call, bytesFrom("data"), limitMs);
     }
     return true;
 }
@@ -65,26 +65,26 @@ TEST(Wait, LastsAndIsSlicedAsOrdered) {
         FakeClock clock;
         FakeNet net(clock);
         _tvLogger log;
-        SocketParams params;
+        CallContext call{log};
         Socket2 socket;
         if (row.what == For::Connect) {
             net.silent("10.0.0.2", 25);
         } else {
             net.serve("10.0.0.1", 25, {say("").thenStall()});
-            ASSERT_TRUE(socket.connect2("10.0.0.1", 25, false, log, params));
+            ASSERT_TRUE(socket.connect2(call, "10.0.0.1", 25, false));
         }
-        params.heartbeatMs = row.heartbeatMs;
-        params.fineSlices = row.fine;
+        call.heartbeatMs = row.heartbeatMs;
+        call.fineSlices = row.fine;
         net.slices.clear();
         const uint64_t startNs = clock.nowNs;
-        EXPECT_FALSE(waitFor(row.what, row.limitMs, socket, log, params));
-        EXPECT_TRUE(params.timedOut);
+        EXPECT_FALSE(waitFor(call, row.what, row.limitMs, socket));
+        EXPECT_TRUE(call.timedOut);
         EXPECT_EQ((clock.nowNs - startNs) / 1000000, row.elapsedMs);
         ASSERT_FALSE(net.slices.empty());
         EXPECT_EQ(*std::max_element(net.slices.begin(), net.slices.end()), row.slice);
         // Asleep all the time, and no more often awake than it has to be.
         EXPECT_EQ(net.slices.size(), (row.elapsedMs + row.slice - 1) / row.slice);
-        socket.close(true, 0, log, params);
+        socket.close(call, true, 0);
     }
 }
 

@@ -124,7 +124,7 @@ struct NtlmWorld {
     }
     std::string answer(const Bytes& type2) {
         SecureBuffer out;
-        if (!ntlm.genType3(base64Encode(type2), out, log)) return "failed";
+        if (!ntlm.genType3(log, base64Encode(type2), out)) return "failed";
         const std::string_view text(reinterpret_cast<const char*>(out.data()), out.size());
         return hexLower(*base64Decode(text, 65536));
     }
@@ -184,7 +184,7 @@ TEST(ClsNtlm, type1) {
         world.ntlm.put_Workstation(XString(row.workstation));
         world.ntlm.put_Flags(row.flags);
         std::string out;
-        ASSERT_TRUE(world.ntlm.genType1(out, world.log));
+        ASSERT_TRUE(world.ntlm.genType1(world.log, out));
         const auto bytes = base64Decode(out, 1000);
         ASSERT_TRUE(bytes);
         EXPECT_EQ(hexLower(*bytes), hexOf(row.wanted));
@@ -195,7 +195,7 @@ TEST(ClsNtlm, type1) {
     NtlmWorld versioned;
     versioned.ntlm.put_Flags(ntlm::kVersion);
     std::string out;
-    ASSERT_TRUE(versioned.ntlm.genType1(out, versioned.log));
+    ASSERT_TRUE(versioned.ntlm.genType1(versioned.log, out));
     NtlmNegotiate read;
     ASSERT_EQ(read.decode(*base64Decode(out, 1000)), NtlmDefect::None);
     EXPECT_EQ(read.version.major, plat::systemVersion().major);
@@ -204,7 +204,7 @@ TEST(ClsNtlm, type1) {
 
     NtlmWorld tooLong;
     tooLong.ntlm.put_Domain(XString(std::string(65536, 'x')));
-    EXPECT_FALSE(tooLong.ntlm.genType1(out, tooLong.log));
+    EXPECT_FALSE(tooLong.ntlm.genType1(tooLong.log, out));
 }
 
 TEST(ClsNtlm, oemServerGetsOemText) {
@@ -298,7 +298,7 @@ TEST(ClsNtlm, type2ThatDoesNotFit) {
     NtlmWorld world;
     SecureBuffer out;
     for (const char* text : {"!", "TlRM", "TlRMTVNTUAA", "=", "TlRMTVNTUAACAAAA=AAA"}) {
-        EXPECT_FALSE(world.ntlm.genType3(text, out, world.log)) << text;
+        EXPECT_FALSE(world.ntlm.genType3(world.log, text, out)) << text;
     }
     // Target information that leaves no room for the response around it.
     NtlmChallenge challenge;
@@ -307,7 +307,7 @@ TEST(ClsNtlm, type2ThatDoesNotFit) {
     EXPECT_NE(world.logText().find("longer than 65535 bytes"), std::string::npos);
     challenge.targetInfo.assign(65000, 0x41);
     EXPECT_NE(world.answer(*challenge.encode()), "failed");
-    EXPECT_FALSE(world.ntlm.genType3(std::string(100000, 'A'), out, world.log));
+    EXPECT_FALSE(world.ntlm.genType3(world.log, std::string(100000, 'A'), out));
 }
 
 TEST(NtlmMessages, type3ThatIsNone) {

@@ -64,10 +64,10 @@ TEST(SmtpSend, learnsItsSizes) {
     EXPECT_EQ(send.progressTotal, 16u + 180u + 160u);
 
     SmtpSend empty;
-    empty.mimeSource = [](OutputStream&, bool, LogBase&) { return true; };
+    empty.mimeSource = [](LogBase&, OutputStream&, bool) { return true; };
     EXPECT_FALSE(empty.measure(log));
     SmtpSend failing;
-    failing.mimeSource = [](OutputStream& out, bool, LogBase&) { return out.write("A"), false; };
+    failing.mimeSource = [](LogBase&, OutputStream& out, bool) { return out.write("A"), false; };
     EXPECT_FALSE(failing.measure(log));
     SmtpSend none;
     EXPECT_FALSE(none.measure(log));

@@ -91,8 +91,8 @@ TEST(SmtpResponse, successIsTwoHundred) {
 
 std::string hintsFor(int32_t code, const std::string& line) {
     _tvLogger log;
-    smtp::logLineHint(line, log);
-    smtp::logReplyHints({"", code, {"250-first\r\n", line}}, log);
+    smtp::logLineHint(log, line);
+    smtp::logReplyHints(log, {"", code, {"250-first\r\n", line}});
     std::string text;
     log.getText(text);
     return text;

@@ -21,7 +21,7 @@ protected:
         for (const std::string& server : servers) {
             addresses.push_back(*plat::parseIp(server));
         }
-        return doDnsQuery("mail.test", addresses, tls, deadline, outcome, log, params);
+        return doDnsQuery(call, "mail.test", addresses, tls, deadline, outcome);
     }
     std::string found() const { return textOf(outcome.reply.addresses); }
     void serve(const std::string& ip, DnsAnswers answers) {
@@ -344,7 +344,7 @@ TEST_F(DnsClientTest, ADrippingServerHasNoMoreTimeThanASilentOne) {
     net.onWait = [&] { clock.advanceMs(50); };
     EXPECT_FALSE(ask({kFirst}, Deadline(5000)));
     EXPECT_TRUE(outcome.timedOut);
-    EXPECT_FALSE(params.aborted);
+    EXPECT_FALSE(call.aborted);
     EXPECT_LE(elapsedMs(), 5000U + 100 + 333);
 }
 
@@ -356,7 +356,7 @@ TEST_F(DnsClientTest, AbortEndsEveryWaitAtTheNextSlice) {
         monitor.asked = 0;
         monitor.allowed = 4;
         EXPECT_FALSE(ask({kFirst, kSecond}, Deadline(30000)));
-        EXPECT_TRUE(params.aborted);
+        EXPECT_TRUE(call.aborted);
         EXPECT_LE(elapsedMs(), 4 * 333U);
         EXPECT_GT(elapsedMs(), 333U);
         EXPECT_EQ(sentText(), "10.0.0.1@0");
@@ -383,7 +383,7 @@ TEST_F(DnsClientTest, WhereTlsIsRequiredNothingElseIsTried) {
 TEST_F(DnsClientTest, ARequestTooLongForADatagramIsNotSent) {
     serve(kFirst, isAt(kForged));
     const std::vector<uint8_t> query(513);
-    DnsExchange exchange{query, *plat::parseIp(kFirst), 1, Deadline(1000), log, params, {}};
+    DnsExchange exchange{call, query, *plat::parseIp(kFirst), 1, Deadline(1000), {}};
     EXPECT_EQ(exchange.overUdp(), DnsExchange::End::NoReply);
     expectTexts("", {"DNS request is greater than 512 bytes."});
     EXPECT_TRUE(net.udp.sent.empty());

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "net/resolve/ResolverState.h"
-#include "net/stream/SocketParams.h"
+#include "net/stream/CallContext.h"
 #include "tests/fixtures/DnsMessages.h"
 #include "tests/unit/net/NetTestKit.h"
 
@@ -82,8 +82,8 @@ protected:
     uint64_t elapsedMs() const { return clock.nowNs / 1000000 - startMs; }
     void begin() {
         log.clearLog();
-        params = {};
-        params.monitor = &monitor;
+        call.clearOutcome();
+        call.monitor = &monitor;
         net.udp.sent.clear();
         startMs = clock.nowNs / 1000000;
     }
@@ -109,7 +109,7 @@ protected:
     _tvLogger log;
     Recorded recorded{log};
     Monitor monitor;
-    SocketParams params;
+    CallContext call{log};
     uint64_t startMs = 1000;
 
 private:

@@ -42,10 +42,10 @@ plat::DerList chainOfOne() {
     return x509::pemCertificates(kPem, 1);
 }
 
-ChainRule verdictOn(const plat::DerList& chain, const char* host, int64_t now,
-                    const std::string& file, LogBase& log) {
+ChainRule verdictOn(LogBase& log, const plat::DerList& chain, const char* host, int64_t now,
+                    const std::string& file) {
     x509::WorkBudget budget;
-    return TrustAnchors(file).verify(chain, host, now, budget, log).broken;
+    return TrustAnchors(file).verify(log, chain, host, now, budget).broken;
 }
 
 TEST(TrustStore, AnchorsFromAFile) {
@@ -82,7 +82,7 @@ TEST(TrustStore, AnchorsFromAFile) {
         EXPECT_EQ(texts.emplace(TrustAnchors(path).identity(), c.text).first->second, c.text)
             << c.name;
         _tvLogger log;
-        EXPECT_EQ(verdictOn(chainOfOne(), c.host, c.now, path, log), c.broken) << c.name;
+        EXPECT_EQ(verdictOn(log, chainOfOne(), c.host, c.now, path), c.broken) << c.name;
         expectLogged(log, "trustAnchors: " + path);
         EXPECT_EQ(textOf(log).find(wanting) != std::string::npos, c.text == "-") << c.name;
     }
@@ -156,7 +156,7 @@ TEST(TrustStore, TheSystemIsAskedWhereWeFindNoPath) {
         trust.path = c.path;
         _tvLogger log;
         x509::WorkBudget budget([] { return 700; });
-        EXPECT_EQ(TrustAnchors("").verify(own, c.host, kNow, budget, log).broken, c.broken)
+        EXPECT_EQ(TrustAnchors("").verify(log, own, c.host, kNow, budget).broken, c.broken)
             << c.name;
         EXPECT_EQ(trust.question, c.asked ? std::string(kHost) + " 700" : "") << c.name;
     }
@@ -218,7 +218,7 @@ private:
 TEST(TrustStore, WindowsStores) {
     const auto verdict = [](const plat::DerList& chain, const char* host, std::string& text) {
         _tvLogger log;
-        const ChainRule broken = verdictOn(chain, host, kNow, "", log);
+        const ChainRule broken = verdictOn(log, chain, host, kNow, "");
         text = textOf(log);
         return broken;
     };
@@ -280,7 +280,7 @@ TEST(TrustStore, WindowsStores) {
 TEST(TrustStore, BundleOfTheDistribution) {
     _tvLogger log;
     EXPECT_TRUE(plat::sysTrustRoots().anchors().empty());
-    EXPECT_EQ(verdictOn(chainOfOne(), kHost, kNow, "", log), ChainRule::UnknownIssuer);
+    EXPECT_EQ(verdictOn(log, chainOfOne(), kHost, kNow, ""), ChainRule::UnknownIssuer);
     expectLogged(log, "The system has no opinion on certificates.");
     for (const std::string& path : plat::sysTrustRoots().anchorFiles()) {
         if (!plat::isRegularFile(path)) continue;

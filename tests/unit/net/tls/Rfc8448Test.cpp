@@ -122,7 +122,7 @@ protected:
         HandshakeMessage message{};
         while (reader.next(message) == HandshakeReader::Result::Message) {
             ASSERT_TRUE(flow.next().allows(message.type));
-            ASSERT_EQ(flow.onMessage(message, reader.atBoundary(), log), TlsFailure::None);
+            ASSERT_EQ(flow.onMessage(log, message, reader.atBoundary()), TlsFailure::None);
         }
     }
     void exchangeData(const TrafficSecrets13& secrets) {
@@ -158,7 +158,7 @@ TEST_P(Rfc8448Flow, RecordsOfTheWholeConnection) {
     records.setVersion(Version::Tls13);
     ClientHandshake13 flow(shared);
     const auto message = bytes("serverHello");
-    ASSERT_EQ(flow.begin(serverHello(message, shared.hello), log), TlsFailure::None);
+    ASSERT_EQ(flow.begin(log, serverHello(message, shared.hello)), TlsFailure::None);
     runFlow(flow);
     ASSERT_TRUE(flow.done());
     expectSent("clientFlight");

@@ -16,7 +16,7 @@ std::string logOf(std::string_view hex, TlsFailure expected) {
     _tvLogger log;
     EXPECT_TRUE(engine.start(log));
     engine.output().clear();
-    engine.receive(tv::test::bytesOfHex(hex), log);
+    engine.receive(log, tv::test::bytesOfHex(hex));
     EXPECT_EQ(engine.failure(), expected) << hex;
     std::string text;
     log.getText(text);

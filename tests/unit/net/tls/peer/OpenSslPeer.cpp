@@ -65,7 +65,7 @@ void Connection::pump(size_t chunk) {
         BIO_read(fromSsl_, bytes.data(), static_cast<int>(bytes.size()));
         for (size_t at = 0; at < bytes.size(); at += std::min(chunk, bytes.size() - at)) {
             const size_t size = std::min(chunk, bytes.size() - at);
-            engine.receive({bytes.data() + at, size}, log_);
+            engine.receive(log_, {bytes.data() + at, size});
         }
         moved = true;
     }
@@ -77,7 +77,7 @@ bool Connection::handshake(size_t chunk) {
 }
 
 std::string Connection::toServer(const std::string& text) {
-    engine.sendApplicationData({reinterpret_cast<const uint8_t*>(text.data()), text.size()}, log_);
+    engine.sendApplicationData(log_, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
     std::string got(text.size() + 1, '\0');
     size_t have = 0;
     for (;;) {

@@ -58,7 +58,7 @@ public:
             if (bytes.empty() && engine.output().empty()) return *this;
             while (!bytes.empty()) {
                 const size_t n = std::min(chunk, bytes.size());
-                engine.receive(bytes.first(n), log);
+                engine.receive(log, bytes.first(n));
                 bytes = bytes.subspan(n);
                 delivered += n;
             }
@@ -69,8 +69,8 @@ public:
         const std::string text(20000, 'x');
         server.received.clear();
         engine.input().clear();
-        engine.sendApplicationData({reinterpret_cast<const uint8_t*>(text.data()), text.size()},
-                                   log);
+        engine.sendApplicationData(log,
+                                   {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
         pump();
         server.send(23, {reinterpret_cast<const uint8_t*>(text.data()), text.size()});
         pump();

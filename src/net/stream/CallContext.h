@@ -1,5 +1,5 @@
-// What one call into the transport is given and what it reports beside success: the caller's
-// progress monitor, and why an operation ended early.
+// What one call into the transport is given, its first parameter everywhere: the log, who may stop
+// it and when it must be over; and what it reports beside success: why it ended early.
 #pragma once
 
 #include <algorithm>
@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "log/LogBase.h"
 #include "net/stream/Deadline.h"
 #include "net/stream/ProgressMonitor.h"
 
@@ -29,7 +30,19 @@ enum class ConnectFailReason : int {
     TlsServerHelloUnreadable = 127,
 };
 
-struct SocketParams {
+struct CallContext {
+    explicit CallContext(LogBase& to) : log(to) {}
+    // For what is done beside the call, whose words and outcome are nobody's concern. A limit on
+    // the whole does not hold for it.
+    CallContext aside(LogBase& to) const {
+        CallContext own(to);
+        own.monitor = monitor;
+        own.heartbeatMs = heartbeatMs;
+        own.fineSlices = fineSlices;
+        return own;
+    }
+
+    LogBase& log;
     ProgressMonitor* monitor = nullptr;  // not owned; may be null
     uint32_t heartbeatMs = 0;       // how often a wait returns to look for an abort; 0: default
     bool fineSlices = false;        // look more often than that
