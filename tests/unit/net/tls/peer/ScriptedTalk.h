@@ -161,7 +161,7 @@ struct FlipRow {
     Step step;
     size_t from, to;
     Alert expected;
-    std::initializer_list<uint8_t> masks = {0x01, 0x80};
+    Bytes masks = {0x01, 0x80};
 };
 void expectFlips(const FlipRow& row);
 
