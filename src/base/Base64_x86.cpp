@@ -143,7 +143,7 @@ alignas(64) constexpr char kLetters[] =
 struct SpreadTable {
     uint8_t places[64];
     constexpr SpreadTable() : places() {
-        for (uint8_t i = 0; i < 16; ++i) {
+        for (size_t i = 0; i < 16; ++i) {
             places[4 * i] = static_cast<uint8_t>(3 * i + 1);
             places[4 * i + 1] = static_cast<uint8_t>(3 * i);
             places[4 * i + 2] = static_cast<uint8_t>(3 * i + 2);

@@ -8,8 +8,8 @@ namespace tv {
 std::string mailDate(const plat::CivilTime& time) {
     static constexpr char kDays[] = "SunMonTueWedThuFriSat";
     static constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
-    const unsigned day = static_cast<unsigned>(time.weekday) % 7;
-    const unsigned month = static_cast<unsigned>(time.month - 1) % 12;
+    const size_t day = static_cast<unsigned>(time.weekday) % 7;
+    const size_t month = static_cast<unsigned>(time.month - 1) % 12;
     const int offset = std::abs(time.utcOffsetMinutes);
     char text[96];
     std::snprintf(text, sizeof text, "%.3s, %02d %.3s %04d %02d:%02d:%02d %c%02d%02d",

@@ -108,6 +108,7 @@ size_t expandAesKey(std::span<const uint8_t> key, uint32_t (*subWord)(uint32_t),
     uint32_t constant = 1;
     for (size_t i = keyWords; i < 4 * (rounds + 1); ++i) {
         uint32_t word = out[i - 1];
+        // A key has 4, 6 or 8 words. NOLINTNEXTLINE(clang-analyzer-core.DivideZero)
         if (i % keyWords == 0) {
             word = subWord(std::rotr(word, 8)) ^ constant;
             constant = constant < 0x80 ? constant << 1 : 0x1b;

@@ -15,7 +15,7 @@ constexpr uint32_t kSines[64] = {
     0x6fa87e4f, 0xfe2ce6e0, 0xa3014314, 0x4e0811a1, 0xf7537e82, 0xbd3af235, 0x2ad7d2bb, 0xeb86d391};
 
 // The word that a step takes, and its shift, by round (a fourth of the 64 steps).
-template <int kRound>
+template <size_t kRound>
 constexpr size_t wordOf(size_t i) {
     if (kRound == 0) return i;
     if (kRound == 1) return (5 * i + 1) % 16;
@@ -25,7 +25,7 @@ constexpr size_t wordOf(size_t i) {
 
 constexpr int kShifts[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
 
-template <int kRound>
+template <size_t kRound>
 inline uint32_t mix(uint32_t x, uint32_t y, uint32_t z) {
     if constexpr (kRound == 0) return ((y ^ z) & x) ^ z;
     if constexpr (kRound == 1) return (x & z) + (y & ~z);
@@ -33,13 +33,13 @@ inline uint32_t mix(uint32_t x, uint32_t y, uint32_t z) {
     return y ^ (x | ~z);
 }
 
-template <int kRound>
+template <size_t kRound>
 inline void step(uint32_t& a, uint32_t b, uint32_t c, uint32_t d, const uint32_t* words, size_t i) {
     a += kSines[16 * kRound + i] + words[wordOf<kRound>(i)] + mix<kRound>(b, c, d);
     a = b + std::rotl(a, kShifts[kRound][i % 4]);
 }
 
-template <int kRound>
+template <size_t kRound>
 inline void round(Md5Core::State& s, const uint32_t* words) {
 #pragma GCC unroll 4
     for (size_t i = 0; i < 16; i += 4) {

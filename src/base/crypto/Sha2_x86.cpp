@@ -44,7 +44,7 @@ TV_INLINE void storeState(Sha256Core::State& state, const Working& w) {
 }
 
 // Four steps with the four words of this group (of sixteen groups).
-template <int kGroup>
+template <size_t kGroup>
 TV_INLINE void fourSteps(Working& w) {
     __m128i& words = w.words[kGroup % 4];
     if constexpr (kGroup >= 4) {

@@ -10,8 +10,8 @@
 namespace tv {
 namespace {
 
-constexpr std::string_view kSignature("NTLMSSP", 8);  // with its NUL
-constexpr size_t kType2Fields = 48;                   // what every Type 2 may be read up to
+constexpr std::string_view kSignature("NTLMSSP\0", 8);
+constexpr size_t kType2Fields = 48;  // what every Type 2 may be read up to
 
 struct SecurityBuffer {
     uint16_t length = 0;
