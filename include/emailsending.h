@@ -117,10 +117,10 @@ void EMAILSENDING_CALL setUseSSL(int flag);
 /*
  * TLS by STARTTLS after the greeting; a server that does not offer it is then not used. Off at
  * first, and off again by setStartTls(0): then STARTTLS is used with a server that offers it and
- * not with others, nor with one that answers STARTTLS itself with a refusal: then all goes in clear,
- * the password too. No function turns that off: a server that offers STARTTLS and then breaks off
- * the handshake fails the send. Certificates are not verified, here as with setUseSSL: TLS keeps
- * out who listens, not who sits between and answers in the server's place.
+ * not with others, nor with one that answers STARTTLS itself with a refusal: then all goes in
+ * clear, the password too. No function turns that off: a server that offers STARTTLS and then
+ * breaks off the handshake fails the send. Certificates are not verified, here as with setUseSSL:
+ * TLS keeps out who listens, not who sits between and answers in the server's place.
  */
 void EMAILSENDING_CALL setStartTls(int flag);
 
