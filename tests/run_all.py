@@ -1,11 +1,15 @@
 #!/usr/bin/env python3
 """Builds and runs every test, adds up what they counted and ends with "N passed, N failed".
 
-    run_all.py [PART...]      parts: includes native asan asan32 tsan win32 system (all by default)
+    run_all.py [PART|ROOM...]    parts: includes format lint native asan asan32 tsan win32 system
+                                 (all by default); rooms: the folders of tests/unit, as net/tls
 
-native, asan, asan32, tsan and win32 are presets: each is built and the programs that it registers
-with CTest are run, the Windows ones under Wine. system drives the products of native, asan and win32
-against mail servers on loopback. What each program printed stays in build/results.
+includes is check_includes.py; format is whether clang-format would change a file; lint is clang-tidy
+over what changed in src/ since the last tag. native, asan, asan32, tsan and win32 are presets: each
+is built and the programs that it registers with CTest are run, the Windows ones under Wine. system
+drives the products of native, asan and win32 against mail servers on loopback. A room is the one
+native program of the tests in that folder: nothing else is built. What each program printed stays in
+build/results.
 
 A program that crashes, hangs, is not built or leaves no count is a failure. A skipped test is
 counted as skipped. Where CI is set in the environment it is a failure, unless its reason names the
@@ -33,7 +37,13 @@ import wine  # noqa: E402
 RESULTS = ROOT / "build" / "results"
 PRESETS = ("native", "asan", "asan32", "tsan", "win32")
 ROOMS_OF = {"tsan": ["plugin"]}  # all rooms elsewhere
-PARTS = ("includes",) + PRESETS + ("system",)
+CHECKS = {
+    "includes": [sys.executable, "tests/check_includes.py"],
+    "format": ["./run", "format", "--check"],
+    "lint": ["./run", "lint", "--changed"],
+}
+NO_HISTORY = 77  # exit code of a check that had nothing to compare with
+PARTS = tuple(CHECKS) + PRESETS + ("system",)
 SYSTEM_NEEDS = ("native", "asan", "win32")
 PROGRAM_SECONDS = 900
 MAY_SKIP = re.compile("CPU|this machine|vectors")
@@ -109,10 +119,19 @@ def tail(path, lines=40):
     return "\n".join(path.read_text(errors="replace").splitlines()[-lines:])
 
 
-def build(preset, count):
+def rooms():
+    """Room -> its test program."""
+    folders = {p.parent for p in (ROOT / "tests" / "unit").rglob("*.cpp")}
+    # A folder "peer" belongs to the program of the folder above, where OpenSSL is.
+    names = [f.relative_to(ROOT / "tests" / "unit").as_posix() for f in folders if f.name != "peer"]
+    return {name: "unit_" + name.replace("/", "_") for name in sorted(names)}
+
+
+def build(preset, count, targets=()):
     started = time.monotonic()
     log = RESULTS / f"build-{preset}.log"
-    for command in (["cmake", "--preset", preset], ["cmake", "--build", "--preset", preset]):
+    only = ["--target", *targets] if targets else []
+    for command in (["cmake", "--preset", preset], ["cmake", "--build", "--preset", preset, *only]):
         if run(command, log, seconds=3600) != 0:
             count.fail(f"{preset}: does not build")
             print(tail(log), flush=True)
@@ -166,17 +185,14 @@ def print_result(name, result, seconds):
         print(f"    skipped {number}: {reason[:200]}")
 
 
-def run_preset(preset, count, env):
+def run_preset(preset, count, env, programs=()):
+    """Runs what the preset registered, or only the named programs of it."""
     folder = RESULTS / preset
     folder.mkdir(parents=True)
-    tests = list(registered_tests(preset))
-    for room in sorted({p.parent for p in (ROOT / "tests" / "unit").rglob("*.cpp")}):
-        if room.name == "peer":  # belongs to the program of the folder above, where OpenSSL is
-            continue
-        room = room.relative_to(ROOT / "tests" / "unit").as_posix()
-        name = "unit_" + room.replace("/", "_")
-        if room in ROOMS_OF.get(preset, [room]) and name not in [test[0] for test in tests]:
-            count.fail(f"{preset} {name}: not registered")
+    tests = [test for test in registered_tests(preset) if not programs or test[0] in programs]
+    due = programs or [name for room, name in rooms().items() if room in ROOMS_OF.get(preset, [room])]
+    for name in set(due) - {test[0] for test in tests}:
+        count.fail(f"{preset} {name}: not registered")
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         jobs = [pool.submit(run_registered, preset, *test, env) for test in tests]
         for job in concurrent.futures.as_completed(jobs):
@@ -185,12 +201,19 @@ def run_preset(preset, count, env):
             count.add(result)
 
 
-def run_includes(count):
-    log = RESULTS / "includes.log"
-    if run([sys.executable, "tests/check_includes.py"], log) == 0:
-        count.passed += 1
+def run_check(part, count):
+    log = RESULTS / f"{part}.log"
+    started = time.monotonic()
+    code = run(CHECKS[part], log, seconds=3600)
+    result = Count()
+    if code == 0:
+        result.passed += 1
+    elif code == NO_HISTORY:
+        result.skip(part, tail(log, 1))
     else:
-        count.fail("includes: a forbidden arrow\n" + tail(log))
+        result.fail(f"{part}: {'hung' if code is None else f'exit code {code}'}\n{tail(log)}")
+    print_result(part, result, time.monotonic() - started)
+    count.add(result)
 
 
 def run_system(count, env):
@@ -212,29 +235,35 @@ def run_system(count, env):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("parts", nargs="*", metavar="PART", help=", ".join(PARTS))
+    parser.add_argument("parts", nargs="*", metavar="PART|ROOM", help=", ".join([*PARTS, *rooms()]))
     parts = parser.parse_args().parts or list(PARTS)
-    unknown = set(parts) - set(PARTS)
+    programs = [rooms()[part] for part in parts if part in rooms()]
+    unknown = set(parts) - set(PARTS) - set(rooms())
     if unknown:
-        parser.error(f"no such part: {', '.join(sorted(unknown))}")
+        parser.error(f"no such part or room: {', '.join(sorted(unknown))}")
     shutil.rmtree(RESULTS, ignore_errors=True)
     RESULTS.mkdir(parents=True)
     count = Count()
-    if "includes" in parts:
-        run_includes(count)
-    needed = set(parts) & set(PRESETS) | (set(SYSTEM_NEEDS) if "system" in parts else set())
-    built = [preset for preset in PRESETS if preset in needed and build(preset, count)]
+    for part in CHECKS:
+        if part in parts:
+            run_check(part, count)
+    wanted = {preset: () for preset in PRESETS if preset in parts}  # () is every program
+    if programs:
+        wanted.setdefault("native", programs)
+    in_full = SYSTEM_NEEDS if "system" in parts else ()
+    built = [preset for preset in PRESETS if (preset in wanted or preset in in_full) and
+             build(preset, count, () if preset in in_full else wanted[preset])]
     with contextlib.ExitStack() as stack:
         env = dict(os.environ)
-        if "win32" in needed:
+        if "win32" in built:
             try:
                 env = stack.enter_context(wine.WineSession()).env
             except wine.WineMissing as missing:
                 count.fail(f"Wine: {missing}")
                 built = [preset for preset in built if preset != "win32"]
         for preset in built:
-            if preset in parts:
-                run_preset(preset, count, env)
+            if preset in wanted:
+                run_preset(preset, count, env, wanted[preset])
         if "system" in parts:
             run_system(count, env)
     if count.failures:

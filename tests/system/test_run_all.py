@@ -1,5 +1,7 @@
 """The test runner itself: nothing that went wrong may be counted as passed."""
 import pathlib
+import shutil
+import subprocess
 import sys
 
 import pytest
@@ -60,3 +62,28 @@ def test_counts(case, tmp_path, monkeypatch):
 def test_a_hanging_program_is_ended(tmp_path, monkeypatch):
     code = run_all.run(["sh", "-c", "sleep 600 & sleep 600"], tmp_path / "log", seconds=0.2)
     assert code is None
+
+
+@pytest.mark.parametrize("code, in_ci, counts", [(0, False, (1, 0, 0)), (1, False, (0, 1, 0)),
+                                                 (77, False, (0, 0, 1)), (77, True, (0, 1, 0))])
+def test_checks(code, in_ci, counts, tmp_path, monkeypatch):
+    monkeypatch.setattr(run_all, "RESULTS", tmp_path)
+    monkeypatch.setattr(run_all, "IN_CI", in_ci)
+    monkeypatch.setitem(run_all.CHECKS, "lint", ["sh", "-c", f"echo no git history; exit {code}"])
+    count = run_all.Count()
+    run_all.run_check("lint", count)
+    assert (count.passed, count.failed, count.skipped) == counts
+
+
+# A fault in a header is seen where sources see the header: through a link of a view.
+@pytest.mark.parametrize("body, code", [("p == 0", 1), ("p == nullptr", 0)])
+def test_lint_sees_headers(body, code, tmp_path):
+    view = tmp_path / "build" / "native" / "views" / "tv_net_tls" / "net" / "tls"
+    view.mkdir(parents=True)
+    shutil.copy(run_all.ROOT / ".clang-tidy", tmp_path)
+    (tmp_path / "Fault.h").write_text(f"#pragma once\ninline bool none(const char* p) {{ return {body}; }}\n")
+    (view / "Fault.h").symlink_to(tmp_path / "Fault.h")
+    (tmp_path / "Fault.cpp").write_text('#include "net/tls/Fault.h"\n')
+    result = subprocess.run(["clang-tidy-14", "--quiet", "Fault.cpp", "--", f"-I{view.parents[1]}"], cwd=tmp_path,
+                            capture_output=True, text=True)
+    assert result.returncode == code, result.stdout + result.stderr
