@@ -13,6 +13,7 @@
 #include "net/stream/SChannelTolvane.h"
 #include "net/stream/SocketLibrary.h"
 #include "net/stream/TolvaneSocket.h"
+#include "net/tls/TlsProtocol.h"
 
 namespace tv {
 namespace {

@@ -27,6 +27,7 @@
 #include "net/stream/SChannelTolvane.h"
 #include "net/tls/CipherSuites.h"
 #include "net/tls/KeyShare.h"
+#include "net/tls/TlsProtocol.h"
 #include "platform/SysClock.h"
 #include "tests/probes/JsonText.h"
 

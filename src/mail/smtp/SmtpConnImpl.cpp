@@ -9,8 +9,10 @@
 #include "base/CodePage.h"
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
+#include "mail/oauth2/OAuth2ClientCredentials.h"
 #include "mail/smtp/ReplyHints.h"
 #include "mail/smtp/SmtpCommand.h"
+#include "net/stream/SChannelTolvane.h"
 #include "net/stream/WholeLimit.h"
 #include "platform/SysClock.h"
 #include "platform/SysWipe.h"
@@ -56,6 +58,8 @@ std::string awaited(std::string_view command) {
 }
 
 }  // namespace
+
+SmtpConnImpl::SmtpConnImpl() : tlsSessions_(std::make_shared<TlsSessionSlot>()) {}
 
 SmtpConnImpl::~SmtpConnImpl() {
     if (!isConnected() || unsettled_) return;

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "base/DataBuffer.h"
+#include "base/SecureBuffer.h"
 #include "log/LogBase.h"
-#include "mail/oauth2/OAuth2ClientCredentials.h"
 #include "mail/smtp/SmtpCapabilities.h"
 #include "mail/smtp/SmtpResponse.h"
 #include "mail/smtp/SmtpSessionLog.h"
@@ -19,16 +19,18 @@
 #include "mail/smtp/SmtpStatus.h"
 #include "net/Socket2.h"
 #include "net/stream/CallContext.h"
-#include "net/stream/SChannelTolvane.h"
 
 namespace tv {
+
+class OAuth2ClientCredentials;
+struct TlsSessionSlot;
 
 class SmtpConnImpl {
 public:
     // Why the last command or reply did not go through. After any of them the connection is closed.
     enum class IoFailure : uint8_t { None, Lost, Timeout, Aborted, BadReply };
 
-    SmtpConnImpl() = default;
+    SmtpConnImpl();
     ~SmtpConnImpl();  // says QUIT where that makes sense, waiting at most five seconds
     SmtpConnImpl(const SmtpConnImpl&) = delete;
     SmtpConnImpl& operator=(const SmtpConnImpl&) = delete;
@@ -140,7 +142,7 @@ private:
     void touch();
 
     std::unique_ptr<Socket2> socket_;
-    std::shared_ptr<TlsSessionSlot> tlsSessions_ = std::make_shared<TlsSessionSlot>();
+    std::shared_ptr<TlsSessionSlot> tlsSessions_;
     std::unique_ptr<OAuth2ClientCredentials> tokenSource_;
     SmtpSettings made_;  // those of the open connection
     SmtpCapabilities capabilities_;

@@ -2,9 +2,11 @@
 // new one.
 #include "base/Ascii.h"
 #include "log/LogContextExitor.h"
+#include "mail/oauth2/OAuth2ClientCredentials.h"
 #include "mail/smtp/SmtpAuth.h"
 #include "mail/smtp/SmtpConnImpl.h"
 #include "net/ConnectFailure.h"
+#include "net/stream/SChannelTolvane.h"
 #include "platform/SysClock.h"
 
 namespace tv {

@@ -14,6 +14,7 @@
 #include "net/stream/TrustStore.h"
 #include "net/stream/WholeLimit.h"
 #include "net/tls/KeyUsage.h"
+#include "net/tls/TlsProtocol.h"
 #include "net/x509/X509Cert.h"
 #include "net/x509/X509Chain.h"
 #include "net/x509/X509Name.h"

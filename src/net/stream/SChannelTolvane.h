@@ -13,12 +13,17 @@
 #include "log/LogBase.h"
 #include "net/stream/CallContext.h"
 #include "net/stream/TolvaneSocket.h"
-#include "net/tls/TlsProtocol.h"
-#include "net/x509/X509Chain.h"
+#include "net/tls/TlsSession.h"
 
 namespace tv {
 
 class TrustAnchors;
+namespace tls {
+class TlsProtocol;
+}
+namespace x509 {
+struct ChainVerdict;
+}
 
 // Keeps the newest session of a connection object for its next connect, which may be made by
 // another socket object.
