@@ -94,7 +94,9 @@ void base64Rows() {
 void textRows() {
     const std::string text = ordinaryText();
     const std::span<const uint8_t> bytes(bytesOf(text), text.size());
-    const std::string encoded = ContentCoding::encodeBase64(std::span(input).first(kInput / 4 * 3));
+    DataBuffer encoded;
+    BufferStream toEncoded(encoded);
+    ContentCoding::encodeBase64(std::span(input).first(kInput / 4 * 3), toEncoded);
     const double encodedMegabytes = static_cast<double>(encoded.size()) / 1e6;
     printRow("quoted-printable, ordinary text", "", kMegabytes,
              [&] { ContentCoding::encodeQuotedPrintable(bytes, sink); }, {});
@@ -103,7 +105,7 @@ void textRows() {
     printRow("dot-stuffing, ordinary text", "", kMegabytes, [&] { DotStuffer(sink).write(bytes); },
              {});
     printRow("dot-stuffing, base64 lines", "", encodedMegabytes,
-             [&] { DotStuffer(sink).write(std::string_view(encoded)); }, {});
+             [&] { DotStuffer(sink).write(encoded.bytes()); }, {});
 }
 
 void copyRow() {

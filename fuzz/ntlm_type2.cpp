@@ -2,6 +2,7 @@
 // answer made from it can be read again.
 #include <cstdlib>
 
+#include "base/ConstTime.h"
 #include "mail/sasl/NtlmMessage.h"
 #include "mail/sasl/NtlmResponse.h"
 
@@ -35,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (const auto bytes = answer.encode()) {
             tv::NtlmAuthenticate read;
             require(read.decode(bytes->bytes()) == tv::NtlmDefect::None);
-            require(read.ntResponse.equals(answer.ntResponse.bytes()));
+            require(tv::ctEqual(read.ntResponse.bytes(), answer.ntResponse.bytes()));
         }
     }
     tv::NtlmAuthenticate authenticate;

@@ -26,14 +26,6 @@ std::string asciiLower(std::string_view text) {
     return out;
 }
 
-std::string asciiUpper(std::string_view text) {
-    std::string out(text);
-    for (char& c : out) {
-        c = asciiUpper(c);
-    }
-    return out;
-}
-
 bool equalsIgnoreCase(std::string_view a, std::string_view b) {
     return a.size() == b.size() && startsWithIgnoreCase(a, b);
 }

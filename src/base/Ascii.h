@@ -35,7 +35,6 @@ constexpr bool isBlank(char c) {
 bool isAscii(std::string_view text);
 
 std::string asciiLower(std::string_view text);
-std::string asciiUpper(std::string_view text);
 bool equalsIgnoreCase(std::string_view a, std::string_view b);
 bool startsWithIgnoreCase(std::string_view text, std::string_view prefix);
 // Position of the first occurrence or npos.

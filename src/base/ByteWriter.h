@@ -59,7 +59,6 @@ public:
     void vector24(std::span<const uint8_t> data) { countedBytes(3, data); }
 
     // Replaces a number that was written at the position before.
-    void patchU16(size_t position, uint64_t value) { put(position, 2, value); }
     void patchU16le(size_t position, uint64_t value) { putLe(position, 2, value); }
     void patchU32le(size_t position, uint64_t value) { putLe(position, 4, value); }
 

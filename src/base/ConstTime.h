@@ -51,20 +51,6 @@ inline Word ctSelect(Word mask, Word yes, Word no) {
     return static_cast<Word>(no ^ (mask & (yes ^ no)));
 }
 
-// All ones or zeros by a flag that is itself secret.
-template <class Word>
-inline Word ctMask(bool flag) {
-    return ctBarrier(static_cast<Word>(Word{0} - static_cast<Word>(flag)));
-}
-
-// out becomes in where the mask is set; both have the same size. Every byte is read and written.
-inline void ctCopyIf(uint32_t mask, std::span<uint8_t> out, std::span<const uint8_t> in) {
-    const uint8_t byteMask = static_cast<uint8_t>(mask);
-    for (size_t i = 0; i < out.size(); ++i) {
-        out[i] = static_cast<uint8_t>(out[i] ^ (byteMask & (out[i] ^ in[i])));
-    }
-}
-
 // Mask: equal bytes. The sizes are public; different sizes are not equal.
 inline uint32_t ctEqualMask(std::span<const uint8_t> a, std::span<const uint8_t> b) {
     if (a.size() != b.size()) return 0;

@@ -2,23 +2,10 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 #include "base/Ascii.h"
 
 namespace tv {
-
-DataBuffer::DataBuffer(DataBuffer&& other) noexcept
-    : block_(std::exchange(other.block_, nullptr)),
-      size_(std::exchange(other.size_, 0)),
-      capacity_(std::exchange(other.capacity_, 0)) {}
-
-DataBuffer& DataBuffer::operator=(DataBuffer&& other) noexcept {
-    std::swap(block_, other.block_);
-    std::swap(size_, other.size_);
-    std::swap(capacity_, other.capacity_);
-    return *this;
-}
 
 DataBuffer::~DataBuffer() {
     std::free(block_);
@@ -60,15 +47,6 @@ bool DataBuffer::resize(size_t size) {
     }
     size_ = size;
     return true;
-}
-
-void DataBuffer::removeFront(size_t n) {
-    if (n >= size_) {
-        size_ = 0;
-    } else if (n != 0) {
-        std::memmove(block_, block_ + n, size_ - n);
-        size_ -= n;
-    }
 }
 
 }  // namespace tv

@@ -11,8 +11,6 @@ namespace tv {
 class DataBuffer {
 public:
     DataBuffer() = default;
-    DataBuffer(DataBuffer&& other) noexcept;
-    DataBuffer& operator=(DataBuffer&& other) noexcept;
     DataBuffer(const DataBuffer&) = delete;
     DataBuffer& operator=(const DataBuffer&) = delete;
     ~DataBuffer();
@@ -31,8 +29,6 @@ public:
     bool resize(size_t size);  // new bytes are zero
 
     void clear() { size_ = 0; }
-    // Drops the first n bytes (all, when n is larger).
-    void removeFront(size_t n);
 
 private:
     bool grow(size_t needed);

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "base/Ascii.h"
-#include "base/ConstTime.h"
 #include "platform/SysWipe.h"
 
 namespace tv {
@@ -81,10 +80,6 @@ void SecureBuffer::removeFront(size_t n) noexcept {
 void SecureBuffer::clear() noexcept {
     if (size_ != 0) plat::wipe(block_, size_);
     size_ = 0;
-}
-
-bool SecureBuffer::equals(std::span<const uint8_t> other) const {
-    return ctEqual(bytes(), other);
 }
 
 void SecureBuffer::release() noexcept {

@@ -42,9 +42,6 @@ public:
     // Wipes the content and keeps the memory.
     void clear() noexcept;
 
-    // Constant time in the bytes; the sizes are public.
-    bool equals(std::span<const uint8_t> other) const;
-
 private:
     void release() noexcept;
 

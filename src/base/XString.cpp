@@ -58,12 +58,6 @@ void XString::trim() {
     setUtf8(trimmed(text_));
 }
 
-void XString::toLowerAscii() {
-    for (char& c : text_) {
-        c = asciiLower(c);
-    }
-}
-
 void XString::toUpperAscii() {
     for (char& c : text_) {
         c = asciiUpper(c);

@@ -35,7 +35,6 @@ public:
     bool empty() const { return text_.empty(); }
 
     void trim();
-    void toLowerAscii();
     void toUpperAscii();
     void replaceAll(std::string_view wanted, std::string_view by);
 

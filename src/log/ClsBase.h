@@ -19,7 +19,7 @@ public:
 
     // The account of the last public operation; of the running one while it runs.
     XString lastErrorText();
-    bool verboseLogging() const;
+    bool verboseLogging() const;  // for tests
     void setVerboseLogging(bool verbose);
     // UTF-8 path of a file that receives every log line as it is written; empty for none.
     void setDebugLogFilePath(const XString& path);

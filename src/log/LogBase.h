@@ -46,7 +46,6 @@ public:
     // "Elapsed time: N millisec" since a tick count; nothing if the clock jumped.
     bool logElapsed(std::string_view name, uint64_t startTickMs);
 
-    bool isNull() const { return null_; }
     bool isVerbose() const { return verbose_; }
     void setVerbose(bool verbose) { verbose_ = verbose; }
 

@@ -8,18 +8,6 @@
 namespace tv {
 namespace {
 
-class StringStream final : public OutputStream {
-public:
-    explicit StringStream(std::string& out) : out_(out) {}
-    bool write(std::span<const uint8_t> bytes) override {
-        out_.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-        return true;
-    }
-
-private:
-    std::string& out_;
-};
-
 template <class Encoder>
 bool encodeWhole(std::span<const uint8_t> bytes, OutputStream& out) {
     Encoder encoder(out);
@@ -64,24 +52,8 @@ bool Base64BodyEncoder::finish() {
     return done;
 }
 
-std::string ContentCoding::encodeBase64(std::span<const uint8_t> bytes) {
-    std::string out;
-    const size_t chars = base64Length(bytes.size());
-    out.reserve(chars + chars / kBase64LineChars * 2);
-    StringStream stream(out);
-    encodeBase64(bytes, stream);
-    return out;
-}
-
 bool ContentCoding::encodeBase64(std::span<const uint8_t> bytes, OutputStream& out) {
     return encodeWhole<Base64BodyEncoder>(bytes, out);
-}
-
-std::string ContentCoding::encodeQuotedPrintable(std::span<const uint8_t> bytes) {
-    std::string out;
-    StringStream stream(out);
-    encodeQuotedPrintable(bytes, stream);
-    return out;
 }
 
 bool ContentCoding::encodeQuotedPrintable(std::span<const uint8_t> bytes, OutputStream& out) {

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 
 #include "base/Base64.h"
 #include "mime/OutputStream.h"
@@ -46,9 +45,7 @@ private:
 // Both encodings of whole bodies.
 class ContentCoding {
 public:
-    static std::string encodeBase64(std::span<const uint8_t> bytes);
     static bool encodeBase64(std::span<const uint8_t> bytes, OutputStream& out);
-    static std::string encodeQuotedPrintable(std::span<const uint8_t> bytes);
     static bool encodeQuotedPrintable(std::span<const uint8_t> bytes, OutputStream& out);
 };
 

@@ -150,10 +150,6 @@ std::string encodedWordB(std::string_view bytes, std::string_view charset) {
     return wordFrame(charset, 'B', base64Encode(bytes));
 }
 
-std::string encodedWordQ(std::string_view bytes, std::string_view charset) {
-    return wordQ(bytes, charset, WordPlace::Text);
-}
-
 std::string encodedWords(std::string_view utf8, uint32_t codePage, WordPlace place,
                          size_t firstRoom, size_t room) {
     const WordMaker maker(utf8, codePage, place);

@@ -16,7 +16,6 @@ bool choosesQ(uint32_t codePage);
 
 // One word, of any length. An empty charset is utf-8.
 std::string encodedWordB(std::string_view bytes, std::string_view charset);
-std::string encodedWordQ(std::string_view bytes, std::string_view charset);
 
 // Where a word stands. A phrase (a display name, a quoted parameter) may not hold the characters
 // that mean something there (RFC 2047 section 5, rule 3).

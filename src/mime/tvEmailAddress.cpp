@@ -26,10 +26,6 @@ void _tvEmailAddress::setAddress(std::string_view address) {
     }
 }
 
-bool _tvEmailAddress::needsSmtpUtf8() const {
-    return needsSmtpUtf8(address_);
-}
-
 bool _tvEmailAddress::needsSmtpUtf8(std::string_view address) {
     return !isAscii(address.substr(0, address.rfind('@')));
 }

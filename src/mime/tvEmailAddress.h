@@ -20,9 +20,8 @@ public:
     void setAddress(std::string_view address);
 
     bool empty() const { return address_.empty(); }
-    // True where only a server with SMTPUTF8 can take the address (RFC 6531): its local part has
+    // True where only a server with SMTPUTF8 can take an address (RFC 6531): its local part has
     // letters outside ASCII. Domains have an ASCII form, local parts have none.
-    bool needsSmtpUtf8() const;
     static bool needsSmtpUtf8(std::string_view address);
     // False for an address that no header line can hold (RFC 5322 section 2.1.1).
     bool fitsHeader() const { return address_.size() <= kLongestAddress; }

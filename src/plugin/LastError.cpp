@@ -29,10 +29,6 @@ void LastError::setReason(const char* reason) {
     }
 }
 
-void LastError::clear() {
-    replaceBy(nullptr);
-}
-
 void LastError::replaceBy(Text text) {
     const std::lock_guard guard(lock_);
     text_.swap(text);

@@ -19,7 +19,6 @@ public:
     void set(std::string text);
     // The same for a reason met on the way; needs no memory where there is none.
     void setReason(const char* reason);
-    void clear();
 
     // Zero-terminated; "" where there is nothing to tell. The pointer serves until the calling
     // thread asks again, whatever other threads send meanwhile. So much is kept for the last

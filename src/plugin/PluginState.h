@@ -38,17 +38,18 @@ public:
     bool send();
     void resetEmail();
 
-    std::string body() const;          // reaches the e-mail through setLogo alone
-    std::string logDirectory() const;  // in the ANSI code page
+    // For tests.
+    std::string body() const;
+    std::string logDirectory() const;
 
     std::atomic<int32_t> noopCount = 0;  // kept for the host, read by nobody
     LastError lastError;                 // in the ANSI code page
     WorkbenchSlot workbench;             // empty until initialise
 
 private:
-    mutable std::mutex lock_;  // for the strings below; held for no more than their change
-    std::string body_;
-    std::string logDirectory_;
+    mutable std::mutex lock_;   // for the strings below; held for no more than their change
+    std::string body_;          // reaches the e-mail through setLogo alone
+    std::string logDirectory_;  // in the ANSI code page
 };
 
 // "An error occurred", in Hungarian, as the bytes that both Central and Western European code pages

@@ -215,7 +215,11 @@ void addBasics() {
     add("comparison and choice", "portable", 64, [](auto secret, auto out) {
         const auto a = secret.first(32), b = secret.subspan(32);
         out[0] = static_cast<uint8_t>(ctEqualMask(a, b) | ctEqualMask(a, a));
-        ctCopyIf(ctIsLess<uint32_t>(a[0], b[0]), out.first(32), a);
+        for (size_t i = 0; i < 32; ++i) {
+            const uint32_t chosen =
+                ctSelect<uint32_t>(ctIsLess<uint32_t>(a[0], b[0]), a[i], out[i]);
+            out[i] = static_cast<uint8_t>(chosen);
+        }
         SecureBuffer grown(a);
         grown.resize(1000);
         grown.assign(b);

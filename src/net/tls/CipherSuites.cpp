@@ -115,10 +115,6 @@ bool passes(const CipherSuite& suite, const SuiteFilter& filter) {
 
 }  // namespace
 
-std::span<const CipherSuite> cipherSuiteGroup(size_t group) {
-    return kGroups[group].rows;
-}
-
 const CipherSuite* findCipherSuite(uint16_t id) {
     for (const SuiteGroup& group : kGroups) {
         for (const CipherSuite& suite : group.rows) {

@@ -37,10 +37,6 @@ struct CipherSuite {
     }
 };
 
-// The three groups of the table, in their unshuffled order. Rows of a later group never come before
-// rows of an earlier one in a hello, unless signingFirst parts them.
-std::span<const CipherSuite> cipherSuiteGroup(size_t group);  // 0, 1, 2
-
 // nullptr for a suite this client does not know.
 const CipherSuite* findCipherSuite(uint16_t id);
 
@@ -56,9 +52,9 @@ struct SuiteFilter {
 // Draws a number below its argument.
 using DrawBelow = std::function<uint32_t(uint32_t)>;
 
-// The suites one ClientHello offers: each group shuffled by its fixed number of random swaps, rows
-// that the filter refuses and repeated rows left out. With signingFirst, that order is kept within
-// each of the two parts.
+// The suites one ClientHello offers: each of the table's three groups shuffled by its fixed number
+// of random swaps and put behind the one before it, rows that the filter refuses and repeated rows
+// left out. With signingFirst, that order is kept within each of the two parts.
 std::vector<const CipherSuite*> offeredSuites(const SuiteFilter& filter, const DrawBelow& draw);
 
 }  // namespace tv::tls

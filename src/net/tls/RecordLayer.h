@@ -26,8 +26,6 @@ public:
     enum class Next : uint8_t { NeedMore, Record, Failed };
     // The next whole record, opened. NeedMore: those before it are wiped. Failed sets failure.
     Next next(Record& out, TlsFailure& failure);
-    // A record has begun to arrive but is not whole yet.
-    bool hasPartialRecord() const { return inbox_.size() > taken_; }
 
     // Cuts the bytes into records and appends them to the outbox. An empty span sends nothing.
     bool send(ContentType type, std::span<const uint8_t> bytes);
@@ -39,7 +37,6 @@ public:
     void setVersion(Version version);
     void protectReading(std::unique_ptr<RecordCipher> cipher) { reader_ = std::move(cipher); }
     void protectWriting(std::unique_ptr<RecordCipher> cipher) { writer_ = std::move(cipher); }
-    bool isReadingProtected() const { return reader_ != nullptr; }
     bool isWritingProtected() const { return writer_ != nullptr; }
     // What the peer said in record_size_limit (RFC 8449), counted as that extension counts; 0:
     // none.

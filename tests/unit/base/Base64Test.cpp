@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/Ascii.h"
+#include "base/ConstTime.h"
 #include "tests/fixtures/CpuForms.h"
 #include "tests/fixtures/TestBytes.h"
 
@@ -32,7 +33,7 @@ TEST(Base64, EncodesKnownVectors) {
     for (const auto& row : rows) {
         EXPECT_EQ(base64Encode(row.bytes), row.text);
         const SecureBuffer secret = base64EncodeSecret({bytesOf(row.bytes), row.bytes.size()});
-        EXPECT_TRUE(secret.equals({bytesOf(row.text), row.text.size()})) << row.text;
+        EXPECT_TRUE(ctEqual(secret.bytes(), {bytesOf(row.text), row.text.size()})) << row.text;
         const auto decoded = base64Decode(row.text, row.bytes.size());
         ASSERT_TRUE(decoded) << row.text;
         EXPECT_EQ(test::textOf(*decoded), row.bytes);

@@ -7,6 +7,7 @@
 #include <new>
 #include <type_traits>
 
+#include "base/ConstTime.h"
 #include "tests/fixtures/TestBytes.h"
 
 namespace tv {
@@ -104,25 +105,25 @@ TEST(SecureBuffer, HoldsItsBytes) {
     copy[0] = 99;
     EXPECT_EQ(buffer[0], 0);
     copy = buffer;
-    EXPECT_TRUE(copy.equals(buffer.bytes()));
+    EXPECT_TRUE(ctEqual(copy.bytes(), buffer.bytes()));
     SecureBuffer& self = copy;
     copy = self;
-    EXPECT_TRUE(copy.equals(buffer.bytes()));
+    EXPECT_TRUE(ctEqual(copy.bytes(), buffer.bytes()));
     copy.resize(1001);
     EXPECT_EQ(copy[1000], 0);
-    EXPECT_FALSE(copy.equals(buffer.bytes()));
+    EXPECT_FALSE(ctEqual(copy.bytes(), buffer.bytes()));
     const SecureBuffer moved(std::move(copy));
     EXPECT_EQ(moved.size(), 1001u);
 }
 
 TEST(SecureBuffer, ComparesEveryByte) {
     SecureBuffer buffer(bytesIn(kSecret));
-    EXPECT_TRUE(buffer.equals(bytesIn(kSecret)));
-    EXPECT_TRUE(SecureBuffer().equals({}));
+    EXPECT_TRUE(ctEqual(buffer.bytes(), bytesIn(kSecret)));
+    EXPECT_TRUE(ctEqual(SecureBuffer().bytes(), {}));
     for (size_t i = 0; i < kSecret.size(); ++i) {
         for (const uint8_t flip : {uint8_t{1}, uint8_t{0x80}}) {
             buffer[i] = static_cast<uint8_t>(buffer[i] ^ flip);
-            EXPECT_FALSE(buffer.equals(bytesIn(kSecret))) << i;
+            EXPECT_FALSE(ctEqual(buffer.bytes(), bytesIn(kSecret))) << i;
             buffer[i] = static_cast<uint8_t>(buffer[i] ^ flip);
         }
     }

@@ -23,7 +23,6 @@ TEST(Ascii, FindsReplacesAndTrims) {
     EXPECT_TRUE(startsWithIgnoreCase("TEXT/plain", "text"));
     EXPECT_FALSE(startsWithIgnoreCase("tex", "text"));
     EXPECT_FALSE(equalsIgnoreCase("[", "{"));  // differ in the bit that case differs in
-    EXPECT_EQ(asciiUpper("straße z{"), "STRAßE Z{");
     for (size_t at = 0; at < 40; ++at) {
         std::string text(40, 'a');
         EXPECT_TRUE(isAscii(text));
@@ -59,8 +58,6 @@ TEST(XString, ChangesItsText) {
     XString text("  Ab\u00C9 \n");
     text.trim();
     EXPECT_EQ(text.utf8(), "Ab\u00C9");
-    text.toLowerAscii();
-    EXPECT_EQ(text.utf8(), "ab\u00C9");
     text.toUpperAscii();
     text.replaceAll("B", "--");
     EXPECT_EQ(text.utf8(), "A--\u00C9");

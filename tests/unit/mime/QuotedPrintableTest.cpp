@@ -11,7 +11,9 @@ namespace {
 using test::bytesIn;
 
 std::string encoded(std::string_view text) {
-    return ContentCoding::encodeQuotedPrintable(bytesIn(text));
+    test::StringStream out;
+    EXPECT_TRUE(ContentCoding::encodeQuotedPrintable(bytesIn(text), out));
+    return out.text;
 }
 
 std::string repeated(size_t n, std::string_view text) {

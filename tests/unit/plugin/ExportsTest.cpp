@@ -116,7 +116,7 @@ TEST_F(ExportsTest, BeforeInitialiseNothingIsDoneAndSendingSaysWhy) {
         EXPECT_EQ(::setBCC(text), 0);
         EXPECT_EQ(::szBrisko(), 0);
         EXPECT_STREQ(::getLastError(), "Nothing was sent: Initialise has not been called.");
-        state.lastError.clear();
+        state.lastError.set({});
     }
     EXPECT_TRUE(dialog.texts.empty());
     EXPECT_EQ(state.logDirectory(), "");

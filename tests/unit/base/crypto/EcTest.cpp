@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "base/ConstTime.h"
 #include "base/Hex.h"
 #include "base/crypto/Ecdh.h"
 #include "base/crypto/Ecdsa.h"
@@ -43,7 +44,7 @@ TEST_P(EcCurveTest, TwoKeysAgree) {
     ASSERT_TRUE(a.derive(ab, b.publicPoint()));
     ASSERT_TRUE(b.derive(ba, a.publicPoint()));
     EXPECT_EQ(curve_.fieldBytes(), ab.size());
-    EXPECT_TRUE(ab.equals(ba.bytes()));
+    EXPECT_TRUE(ctEqual(ab.bytes(), ba.bytes()));
 }
 
 #ifndef __SANITIZE_ADDRESS__  // under it the stack is larger and laid out otherwise
