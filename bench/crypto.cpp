@@ -76,7 +76,7 @@ Work peerDigest(const char*) {
 #endif
 
 template <class Form>
-void forEachForm(crypto::Dispatch<Form>& dispatch, const std::function<void(const char*)>& run) {
+void forEachForm(Dispatch<Form>& dispatch, const std::function<void(const char*)>& run) {
     for (const Form* form : dispatch.forms()) {
         if (!form->usable()) continue;
         dispatch.force(form);

@@ -7,7 +7,6 @@
 
 #include "Compare.h"
 #include "base/Base64.h"
-#include "base/CpuFeatures.h"
 #include "mail/smtp/DotStuffer.h"
 #include "mime/ContentCoding.h"
 
@@ -22,8 +21,6 @@ constexpr size_t kLines = 256;
 constexpr size_t kInput =
     kBase64LineBytes * kLines;  // with the output well within the second cache
 constexpr double kMegabytes = kInput / 1e6;
-constexpr Base64Form kForms[] = {Base64Form::Portable, Base64Form::Ssse3, Base64Form::Avx2,
-                                 Base64Form::Avx512};
 
 std::vector<uint8_t> input(kInput);
 std::vector<char> output(kLines* kBase64LineWithBreak + 64);
@@ -41,16 +38,6 @@ private:
     volatile int seen_ = 0;
 };
 NullStream sink;
-
-// What is needed to run a form, and nothing that would lead to a better one.
-CpuFeatures featuresFor(Base64Form form) {
-    CpuFeatures f;
-    f.sse2 = true;
-    f.ssse3 = form == Base64Form::Ssse3;
-    f.avx2 = form == Base64Form::Avx2;
-    f.avx512Vbmi = form == Base64Form::Avx512;
-    return f;
-}
 
 std::string ordinaryText() {
     std::mt19937 random(1);
@@ -76,19 +63,17 @@ Work peerBase64() {
 }
 
 void base64Rows() {
-    for (const Base64Form form : kForms) {
-        limitCpuFeatures(featuresFor(form));
-        const Base64Kernel& kernel = base64Kernel();
-        if (kernel.form == form) {
-            printRow(
-                "base64 in lines of 76", kernel.name, kMegabytes,
-                [&] { kernel.encodeLines(input.data(), kLines, output.data()); }, peerBase64());
-            printRow(
-                "the same through the body encoder", kernel.name, kMegabytes,
-                [] { ContentCoding::encodeBase64(input, sink); }, peerBase64());
-        }
+    for (const Base64Form* form : base64Forms.forms()) {
+        if (!form->usable()) continue;
+        base64Forms.force(form);
+        printRow(
+            "base64 in lines of 76", form->name, kMegabytes,
+            [&] { form->encodeLines(input.data(), kLines, output.data()); }, peerBase64());
+        printRow(
+            "the same through the body encoder", form->name, kMegabytes,
+            [] { ContentCoding::encodeBase64(input, sink); }, peerBase64());
     }
-    unlimitCpuFeatures();
+    base64Forms.force(nullptr);
 }
 
 void textRows() {

@@ -1,9 +1,7 @@
 #include "base/Base64.h"
 
 #include "base/Ascii.h"
-#include "base/Base64_x86.h"
 #include "base/ConstTime.h"
-#include "base/CpuFeatures.h"
 
 namespace tv {
 namespace {
@@ -41,9 +39,6 @@ void encodeLinesPortable(const uint8_t* in, size_t count, char* out) {
         out[kBase64LineChars + 1] = '\n';
     }
 }
-
-constexpr Base64Kernel kPortable = {Base64Form::Portable, "portable", encodeLinesPortable,
-                                    encodeGroupsPortable};
 
 // 1 or 2 bytes and their padding; letter gives the character of a 6-bit value.
 template <class Letter>
@@ -121,29 +116,27 @@ std::optional<std::vector<uint8_t>> decodeDense(std::string_view text, size_t li
     return out;
 }
 
+// Fastest first.
+constexpr const Base64Form* kForms[] = {
+#if defined(__x86_64__) || defined(__i386__)
+    &kBase64Avx512,
+    &kBase64Avx2,
+    &kBase64Ssse3,
+#endif
+    &kBase64Portable,
+};
+
 }  // namespace
 
-const Base64Kernel* base64KernelOf(Base64Form form) {
-    return form == Base64Form::Portable ? &kPortable : base64KernelX86(form);
-}
+constinit const Base64Form kBase64Portable = {"portable", alwaysUsable, encodeLinesPortable,
+                                              encodeGroupsPortable};
 
-const Base64Kernel& base64Kernel() {
-    const CpuFeatures& cpu = cpuFeatures();
-    const Base64Kernel* kernel = nullptr;
-    if (cpu.avx512Vbmi) {
-        kernel = base64KernelX86(Base64Form::Avx512);
-    } else if (cpu.avx2) {
-        kernel = base64KernelX86(Base64Form::Avx2);
-    } else if (cpu.ssse3) {
-        kernel = base64KernelX86(Base64Form::Ssse3);
-    }
-    return kernel ? *kernel : kPortable;
-}
+constinit Dispatch<Base64Form> base64Forms{kForms};
 
 void base64EncodeTo(std::span<const uint8_t> bytes, char* out) {
     const size_t groups = bytes.size() / 3;
     const size_t tail = bytes.size() % 3;
-    if (groups != 0) base64Kernel().encodeGroups(bytes.data(), groups, out);
+    if (groups != 0) base64Forms.get().encodeGroups(bytes.data(), groups, out);
     if (tail != 0) {
         const auto letter = [](uint32_t value) { return kAlphabet[value]; };
         encodeTail(bytes.data() + groups * 3, tail, letter, out + groups * 4);
@@ -151,7 +144,7 @@ void base64EncodeTo(std::span<const uint8_t> bytes, char* out) {
 }
 
 void base64EncodeLines(const uint8_t* in, size_t count, char* out) {
-    base64Kernel().encodeLines(in, count, out);
+    base64Forms.get().encodeLines(in, count, out);
 }
 
 std::string base64Encode(std::span<const uint8_t> bytes) {

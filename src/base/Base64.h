@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Dispatch.h"
 #include "base/SecureBuffer.h"
 
 namespace tv {
@@ -43,20 +44,17 @@ enum class Base64Spaces { Refused, Skipped };
 std::optional<std::vector<uint8_t>> base64Decode(std::string_view text, size_t limit,
                                                  Base64Spaces spaces = Base64Spaces::Refused);
 
-// How the encoder does its work on this CPU.
-enum class Base64Form { Portable, Ssse3, Avx2, Avx512 };
-
 // One way of encoding: in lines of 57 bytes, and in groups of 3 bytes to 4 characters.
-struct Base64Kernel {
-    Base64Form form;
+struct Base64Form {
     const char* name;
+    bool (*usable)();
     void (*encodeLines)(const uint8_t* in, size_t count, char* out);
     void (*encodeGroups)(const uint8_t* in, size_t groups, char* out);
 };
 
-// The kernel that all encoding goes through: the best that cpuFeatures() allows at this moment.
-const Base64Kernel& base64Kernel();
-// The kernel of one form; nullptr if this build has none. Only cpuFeatures() tells if it can run.
-const Base64Kernel* base64KernelOf(Base64Form form);
+extern const Base64Form kBase64Avx512, kBase64Avx2, kBase64Ssse3;  // on x86 only
+extern const Base64Form kBase64Portable;
+// What all encoding but that of secrets goes through.
+extern Dispatch<Base64Form> base64Forms;
 
 }  // namespace tv

@@ -1,12 +1,13 @@
-#include "base/Base64_x86.h"
+// The base64 encoders for the vector units of x86.
+#include "base/Base64.h"
 
 #if defined(__x86_64__) || defined(__i386__)
+
 #include <immintrin.h>
-#endif
+
+#include "base/CpuFeatures.h"
 
 namespace tv {
-
-#if defined(__x86_64__) || defined(__i386__)
 
 namespace {
 
@@ -16,7 +17,7 @@ namespace {
 
 // What no vector covers is left to the portable form.
 void encodeRest(const uint8_t* in, size_t groups, char* out) {
-    base64KernelOf(Base64Form::Portable)->encodeGroups(in, groups, out);
+    kBase64Portable.encodeGroups(in, groups, out);
 }
 
 void endLine(char* out) {
@@ -186,27 +187,17 @@ TV_VBMI void encodeLinesVbmi(const uint8_t* in, size_t count, char* out) {
     }
 }
 
-constexpr Base64Kernel kKernels[] = {
-    {Base64Form::Ssse3, "SSSE3", encodeLinesSsse3, encodeGroupsSsse3},
-    {Base64Form::Avx2, "AVX2", encodeLinesAvx2, encodeGroupsAvx2},
-    {Base64Form::Avx512, "AVX-512 VBMI", encodeLinesVbmi, encodeGroupsVbmi},
-};
-
 }  // namespace
 
-const Base64Kernel* base64KernelX86(Base64Form form) {
-    for (const Base64Kernel& kernel : kKernels) {
-        if (kernel.form == form) return &kernel;
-    }
-    return nullptr;
-}
+constinit const Base64Form kBase64Ssse3 = {"ssse3", cpuHas<&CpuFeatures::ssse3>, encodeLinesSsse3,
+                                           encodeGroupsSsse3};
 
-#else
+constinit const Base64Form kBase64Avx2 = {"avx2", cpuHas<&CpuFeatures::avx2>, encodeLinesAvx2,
+                                          encodeGroupsAvx2};
 
-const Base64Kernel* base64KernelX86(Base64Form) {
-    return nullptr;
-}
-
-#endif
+constinit const Base64Form kBase64Avx512 = {"avx512-vbmi", cpuHas<&CpuFeatures::avx512Vbmi>,
+                                            encodeLinesVbmi, encodeGroupsVbmi};
 
 }  // namespace tv
+
+#endif

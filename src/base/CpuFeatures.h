@@ -24,6 +24,12 @@ struct CpuFeatures {
 // Asked once, then remembered. Algorithms with several forms choose by this at each use.
 const CpuFeatures& cpuFeatures();
 
+// The question of a form that needs all of these (base/Dispatch.h).
+template <bool CpuFeatures::*... kNeeded>
+bool cpuHas() {
+    return ((cpuFeatures().*kNeeded) && ...);
+}
+
 // What the hardware offers, whatever limitCpuFeatures said.
 CpuFeatures detectedCpuFeatures();
 

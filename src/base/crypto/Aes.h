@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "base/crypto/Dispatch.h"
+#include "base/Dispatch.h"
 
 namespace tv::crypto {
 

@@ -176,19 +176,16 @@ void encryptBlock(const GcmKey& key, const uint8_t* in, uint8_t* out) {
     encryptGcmBlock(key.aes, kKeyStride, in, out);
 }
 
-bool usable() {
-    const CpuFeatures& cpu = cpuFeatures();
-    return cpu.avx512 && cpu.vaes && cpu.vpclmul && cpu.aesNi && cpu.pclmul && cpu.ssse3;
-}
-
 }  // namespace
 
-constinit const GcmForm kGcmVaes = {"vaes-avx512",
-                                    usable,
-                                    expand,
-                                    encryptBlock,
-                                    hashGcmBlocks,
-                                    crypt<Direction::Encrypt>,
-                                    crypt<Direction::Decrypt>};
+constinit const GcmForm kGcmVaes = {
+    "vaes-avx512",
+    cpuHas<&CpuFeatures::avx512, &CpuFeatures::vaes, &CpuFeatures::vpclmul, &CpuFeatures::aesNi,
+           &CpuFeatures::pclmul, &CpuFeatures::ssse3>,
+    expand,
+    encryptBlock,
+    hashGcmBlocks,
+    crypt<Direction::Encrypt>,
+    crypt<Direction::Decrypt>};
 
 }  // namespace tv::crypto

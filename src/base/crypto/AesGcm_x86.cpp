@@ -117,19 +117,15 @@ TV_CLMUL_TARGET void crypt(const GcmKey& key, GcmState& state, const uint8_t* in
     store128(state.sum.data(), turnBlock(y));
 }
 
-bool usable() {
-    const CpuFeatures& cpu = cpuFeatures();
-    return cpu.aesNi && cpu.pclmul && cpu.ssse3;
-}
-
 }  // namespace
 
-constinit const GcmForm kGcmAesNi = {"aes-ni",
-                                     usable,
-                                     expand,
-                                     encryptBlock,
-                                     hashGcmBlocks,
-                                     crypt<Direction::Encrypt>,
-                                     crypt<Direction::Decrypt>};
+constinit const GcmForm kGcmAesNi = {
+    "aes-ni",
+    cpuHas<&CpuFeatures::aesNi, &CpuFeatures::pclmul, &CpuFeatures::ssse3>,
+    expand,
+    encryptBlock,
+    hashGcmBlocks,
+    crypt<Direction::Encrypt>,
+    crypt<Direction::Decrypt>};
 
 }  // namespace tv::crypto

@@ -68,12 +68,9 @@ TV_AES_TARGET void crypt(const AesKey& key, const uint8_t* in, uint8_t* out, siz
     }
 }
 
-bool usable() {
-    return cpuFeatures().aesNi && cpuFeatures().sse2;
-}
-
 }  // namespace
 
-constinit const AesForm kAesNi = {"aes-ni", usable, expand, crypt<true>, crypt<false>};
+constinit const AesForm kAesNi = {"aes-ni", cpuHas<&CpuFeatures::aesNi, &CpuFeatures::sse2>, expand,
+                                  crypt<true>, crypt<false>};
 
 }  // namespace tv::crypto

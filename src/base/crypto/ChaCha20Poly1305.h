@@ -4,7 +4,7 @@
 #include <array>
 #include <span>
 
-#include "base/crypto/Dispatch.h"
+#include "base/Dispatch.h"
 #include "base/crypto/Poly1305.h"
 
 namespace tv::crypto {

@@ -4,10 +4,10 @@
 
 namespace tv::crypto {
 
-constinit const ChaChaForm kChaChaAvx2 = {"avx2", [] { return cpuFeatures().avx2; },
-                                          applyChaChaAvx2, absorbPoly1305Avx2};
+constinit const ChaChaForm kChaChaAvx2 = {"avx2", cpuHas<&CpuFeatures::avx2>, applyChaChaAvx2,
+                                          absorbPoly1305Avx2};
 
-constinit const ChaChaForm kChaChaAvx512 = {"avx512", [] { return cpuFeatures().avx512; },
+constinit const ChaChaForm kChaChaAvx512 = {"avx512", cpuHas<&CpuFeatures::avx512>,
                                             applyChaChaAvx512, absorbPoly1305Avx512};
 
 }  // namespace tv::crypto

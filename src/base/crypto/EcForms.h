@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "base/crypto/Dispatch.h"
+#include "base/Dispatch.h"
 #include "base/crypto/Weierstrass.h"
 
 namespace tv::crypto {

@@ -10,15 +10,8 @@
 
 namespace tv::crypto {
 
-namespace {
-
-bool usable() {
-    return cpuFeatures().avx2;
-}
-
-}  // namespace
-
-constinit const EcForm kEcAvx2 = {"avx2", usable, &kEcLanesOps<Avx2Lanes, Secp256r1Lanes>,
+constinit const EcForm kEcAvx2 = {"avx2", cpuHas<&CpuFeatures::avx2>,
+                                  &kEcLanesOps<Avx2Lanes, Secp256r1Lanes>,
                                   &kEcLanesOps<Avx2Lanes, Secp384r1Lanes>};
 
 }  // namespace tv::crypto

@@ -10,17 +10,9 @@
 
 namespace tv::crypto {
 
-namespace {
-
-bool usable() {
-    return cpuFeatures().sse2;
-}
-
-}  // namespace
-
 // The larger curve is fast enough without vectors for the machines that get this form.
-constinit const EcForm kEcSse2 = {"sse2", usable, &kEcLanesOps<Sse2Lanes, Secp256r1Lanes>,
-                                  &kEcPortableOps};
+constinit const EcForm kEcSse2 = {"sse2", cpuHas<&CpuFeatures::sse2>,
+                                  &kEcLanesOps<Sse2Lanes, Secp256r1Lanes>, &kEcPortableOps};
 
 }  // namespace tv::crypto
 

@@ -1,8 +1,8 @@
 // SHA-1 (FIPS 180-4): for the suites, signatures and PRFs of old TLS versions.
 #pragma once
 
+#include "base/Dispatch.h"
 #include "base/crypto/BlockDigest.h"
-#include "base/crypto/Dispatch.h"
 
 namespace tv::crypto {
 

@@ -85,12 +85,9 @@ TV_TARGET void compressShaNi(Sha1Core::State& state, const uint8_t* blocks, size
     state[4] = static_cast<uint32_t>(_mm_extract_epi32(e, 3));
 }
 
-bool usable() {
-    return cpuFeatures().shaNi && cpuFeatures().sse41 && cpuFeatures().ssse3;
-}
-
 }  // namespace
 
-constinit const Sha1Form kSha1ShaNi = {"sha-ni", usable, compressShaNi};
+constinit const Sha1Form kSha1ShaNi = {
+    "sha-ni", cpuHas<&CpuFeatures::shaNi, &CpuFeatures::sse41, &CpuFeatures::ssse3>, compressShaNi};
 
 }  // namespace tv::crypto

@@ -1,8 +1,8 @@
 // SHA-256, SHA-384 and SHA-512 (FIPS 180-4).
 #pragma once
 
+#include "base/Dispatch.h"
 #include "base/crypto/BlockDigest.h"
-#include "base/crypto/Dispatch.h"
 
 namespace tv::crypto {
 

@@ -90,12 +90,9 @@ TV_TARGET void compressShaNi(Sha256Core::State& state, const uint8_t* blocks, si
     storeState(state, w);
 }
 
-bool usable() {
-    return cpuFeatures().shaNi && cpuFeatures().sse41 && cpuFeatures().ssse3;
-}
-
 }  // namespace
 
-constinit const Sha256Form kSha256ShaNi = {"sha-ni", usable, compressShaNi};
+constinit const Sha256Form kSha256ShaNi = {
+    "sha-ni", cpuHas<&CpuFeatures::shaNi, &CpuFeatures::sse41, &CpuFeatures::ssse3>, compressShaNi};
 
 }  // namespace tv::crypto

@@ -10,15 +10,8 @@
 
 namespace tv::crypto {
 
-namespace {
-
-bool usable() {
-    return cpuFeatures().avx2;
-}
-
-}  // namespace
-
-constinit const X25519Form kX25519Avx2 = {"avx2", usable, x25519LanesLadder<Avx2Lanes>};
+constinit const X25519Form kX25519Avx2 = {"avx2", cpuHas<&CpuFeatures::avx2>,
+                                          x25519LanesLadder<Avx2Lanes>};
 
 }  // namespace tv::crypto
 

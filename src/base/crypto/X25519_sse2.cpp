@@ -10,15 +10,8 @@
 
 namespace tv::crypto {
 
-namespace {
-
-bool usable() {
-    return cpuFeatures().sse2;
-}
-
-}  // namespace
-
-constinit const X25519Form kX25519Sse2 = {"sse2", usable, x25519LanesLadder<Sse2Lanes>};
+constinit const X25519Form kX25519Sse2 = {"sse2", cpuHas<&CpuFeatures::sse2>,
+                                          x25519LanesLadder<Sse2Lanes>};
 
 }  // namespace tv::crypto
 

@@ -4,6 +4,7 @@
 
 #include "base/Ascii.h"
 #include "base/ConstTime.h"
+#include "tests/fixtures/Base64FormTest.h"
 #include "tests/fixtures/CpuForms.h"
 #include "tests/fixtures/TestBytes.h"
 
@@ -85,16 +86,33 @@ TEST(Base64, HoldsTheLimit) {
     EXPECT_TRUE(base64Decode("", 0));
 }
 
-class Base64Forms : public test::CpuFormTest {};
+TEST(Base64, TakesTheWidestVectorsThatTheMachineHas) {
+    const struct {
+        bool CpuFeatures::*needed;
+        CpuFeatures features;
+        const char* name;
+    } rows[] = {
+        {nullptr, {}, "portable"},
+        {&CpuFeatures::ssse3, test::ssse3Features(), "ssse3"},
+        {&CpuFeatures::avx2, test::avx2Features(), "avx2"},
+        {&CpuFeatures::avx512Vbmi, test::avx512Features(), "avx512-vbmi"},
+    };
+    for (const auto& row : rows) {
+        if (row.needed && !(detectedCpuFeatures().*row.needed)) continue;
+        const test::CpuLimit limit(row.features);
+        EXPECT_STREQ(base64Forms.get().name, row.name);
+    }
+}
+
+class Base64Forms : public test::FormTest<Base64Form> {};
+TV_FOR_EACH_FORM(Base64Forms, Base64Form);
 
 TEST_P(Base64Forms, GivesWhatThePortableFormGives) {
-    const Base64Kernel& kernel = base64Kernel();
-    ASSERT_EQ(kernel.name, std::string(GetParam().base64Name));
-    const Base64Kernel& portable = *base64KernelOf(Base64Form::Portable);
-    ASSERT_EQ(&kernel, base64KernelOf(kernel.form));
-    if (&kernel != &portable) {
-        EXPECT_NE(kernel.encodeGroups, portable.encodeGroups);
-        EXPECT_NE(kernel.encodeLines, portable.encodeLines);
+    const Base64Form& form = base64Forms.get();
+    const Base64Form& portable = kBase64Portable;
+    if (GetParam() != &portable) {
+        EXPECT_NE(GetParam()->encodeGroups, portable.encodeGroups);
+        EXPECT_NE(GetParam()->encodeLines, portable.encodeLines);
     }
     // Blocks of the exact size: the sanitizer sees a read or write of one byte too many.
     for (size_t groups = 0; groups < 150; ++groups) {
@@ -102,7 +120,7 @@ TEST_P(Base64Forms, GivesWhatThePortableFormGives) {
         std::vector<char> expected(groups * 4);
         std::vector<char> actual(groups * 4);
         portable.encodeGroups(in.data(), groups, expected.data());
-        kernel.encodeGroups(in.data(), groups, actual.data());
+        form.encodeGroups(in.data(), groups, actual.data());
         ASSERT_EQ(actual, expected) << groups;
     }
     for (size_t lines = 0; lines < 20; ++lines) {
@@ -110,7 +128,7 @@ TEST_P(Base64Forms, GivesWhatThePortableFormGives) {
         std::vector<char> expected(lines * kBase64LineWithBreak);
         std::vector<char> actual(lines * kBase64LineWithBreak);
         portable.encodeLines(in.data(), lines, expected.data());
-        kernel.encodeLines(in.data(), lines, actual.data());
+        form.encodeLines(in.data(), lines, actual.data());
         ASSERT_EQ(actual, expected) << lines;
     }
 }
@@ -125,9 +143,6 @@ TEST_P(Base64Forms, DecodesBackEveryLength) {
         ASSERT_EQ(*decoded, bytes);
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Cpu, Base64Forms, testing::ValuesIn(test::kCpuForms),
-                         test::CpuFormTest::nameOf);
 
 }  // namespace
 }  // namespace tv

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/Ascii.h"
-#include "tests/fixtures/CpuForms.h"
+#include "tests/fixtures/Base64FormTest.h"
 #include "tests/fixtures/TestBytes.h"
 
 namespace tv {
@@ -48,7 +48,8 @@ TEST(Base64Body, BreaksLinesButDoesNotEndInOne) {
     }
 }
 
-class Base64BodyForms : public test::CpuFormTest {};
+class Base64BodyForms : public test::FormTest<Base64Form> {};
+TV_FOR_EACH_FORM(Base64BodyForms, Base64Form);
 
 TEST_P(Base64BodyForms, EveryLengthInOnePiece) {
     for (size_t size = 0; size < 400; ++size) {
@@ -58,9 +59,6 @@ TEST_P(Base64BodyForms, EveryLengthInOnePiece) {
     const std::vector<uint8_t> large = test::randomBytesOf(100000);
     EXPECT_EQ(encoded(large), brokenLines(large));
 }
-
-INSTANTIATE_TEST_SUITE_P(Cpu, Base64BodyForms, testing::ValuesIn(test::kCpuForms),
-                         test::CpuFormTest::nameOf);
 
 TEST(Base64Body, TheSameHoweverItIsCut) {
     for (const size_t size : {57u, 58u, 200u, 20000u}) {

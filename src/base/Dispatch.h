@@ -1,12 +1,12 @@
-// Chooses the form of a primitive that runs fastest on this machine. A form is a table of functions
-// with a name and a question whether the processor can run it.
+// Chooses the form of an algorithm that runs fastest on this machine. A form is a table of
+// functions with a name and a question whether the processor can run it.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
 #include <span>
 
-namespace tv::crypto {
+namespace tv {
 
 // Form has the members: const char* name; bool (*usable)(); and the functions.
 template <class Form>
@@ -40,4 +40,4 @@ inline bool alwaysUsable() {
     return true;
 }
 
-}  // namespace tv::crypto
+}  // namespace tv
