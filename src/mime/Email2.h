@@ -46,8 +46,6 @@ public:
     // boundaries and identifiers live in the tree. False, with the reason logged, when the stream
     // fails or the node is not valid; what was written before stays written.
     bool render(LogBase& log, OutputStream& out, const RenderOptions& options) const;
-    // The number of bytes that render writes.
-    bool renderedSize(LogBase& log, const RenderOptions& options, uint64_t& size) const;
 
     // The copy that is sent: fresh Date, fresh Message-ID if wanted, internal fields applied and
     // removed. nullptr with the reason logged where no Message-ID could be drawn.

@@ -37,13 +37,6 @@ bool Email2::render(LogBase& log, OutputStream& out, const RenderOptions& option
     return renderNode(log, blocks, options) && blocks.flush();
 }
 
-bool Email2::renderedSize(LogBase& log, const RenderOptions& options, uint64_t& size) const {
-    CountingStream counter;
-    if (!render(log, counter, options)) return false;
-    size = counter.count();
-    return true;
-}
-
 bool Email2::renderNode(LogBase& log, OutputStream& out, const RenderOptions& options) const {
     if (!isValid()) return false;
     if (isMultipart()) {

@@ -214,9 +214,9 @@ TEST_F(RenderTest, SizeIsWhatIsWritten) {
     email_.AddFileAttachment(text(file.path()), out_);
     const auto copy = email_.createEmailForSending(log_, true);
     for (const RenderOptions& options : {RenderOptions{}, RenderOptions{"TVX-", true, true}}) {
-        uint64_t size = 0;
-        EXPECT_TRUE(copy->renderedSize(log_, options, size));
-        EXPECT_EQ(size, renderTree(*copy, options).size());
+        CountingStream counter;
+        EXPECT_TRUE(copy->render(log_, counter, options));
+        EXPECT_EQ(counter.count(), renderTree(*copy, options).size());
     }
 }
 
