@@ -119,6 +119,8 @@ NetError errorOfLookup(int error) {
     }
 }
 
+// This and the two below stand in the source of each system: a shared one would have to name the
+// headers of both.
 int systemFamily(AddressFamily family) {
     return family == AddressFamily::IPv4 ? AF_INET : AF_INET6;
 }

@@ -74,6 +74,8 @@ NetError resultOf(int callResult) {
     return callResult == 0 ? NetError{} : errorOf(WSAGetLastError());
 }
 
+// This and the two below stand in the source of each system: a shared one would have to name the
+// headers of both.
 int systemFamily(AddressFamily family) {
     return family == AddressFamily::IPv4 ? AF_INET : AF_INET6;
 }
