@@ -128,7 +128,7 @@ bool ClsMailMan::reconnectAndSend(CallContext& call, SmtpSend& send) {
 }
 
 bool ClsMailMan::stoppedByApplication(CallContext& call) {
-    if (!call.checkAbort()) return false;
+    if (!call.mustStop()) return false;
     smtp_.fail(call.log, SmtpStatus::Aborted, "SMTP send aborted by application callback");
     return true;
 }

@@ -5,64 +5,63 @@
 namespace tv {
 namespace {
 
-const char* textOf(ConnectFailReason reason) {
-    switch (reason) {
-        case ConnectFailReason::EmptyHostname:
+const char* wordsOf(Cause cause) {
+    switch (cause) {
+        case Cause::EmptyHostname:
             return "Empty hostname";
-        case ConnectFailReason::DnsFailed:
+        case Cause::DnsFailed:
             return "DNS lookup failed";
-        case ConnectFailReason::DnsTimeout:
+        case Cause::DnsTimeout:
             return "DNS timeout";
-        case ConnectFailReason::Aborted:
+        case Cause::Aborted:
             return "App aborted in event callback";
-        case ConnectFailReason::InternalError:
+        case Cause::Internal:
             return "Internal error";
-        case ConnectFailReason::Timeout:
+        case Cause::ConnectTimeout:
             return "Timeout";
-        case ConnectFailReason::Rejected:
+        case Cause::Rejected:
             return "Connection rejected";
-        case ConnectFailReason::NoServerCertificate:
+        case Cause::NoServerCertificate:
             return "No server certificate";
-        case ConnectFailReason::CertificateInvalid:
+        case Cause::CertificateInvalid:
             return "Server certificate validation failed";
-        case ConnectFailReason::CertificateRequirement:
+        case Cause::CertificateRequirement:
             return "App-defined server certificate requirements failure";
         default:
             return nullptr;
     }
 }
 
+std::string causeText(Cause cause) {
+    const char* words = wordsOf(cause);
+    return words ? std::string(words) : std::to_string(static_cast<int>(cause));
+}
+
 }  // namespace
 
-std::string connectFailText(ConnectFailReason reason) {
-    const char* text = textOf(reason);
-    return text ? std::string(text) : std::to_string(static_cast<int>(reason));
+std::string connectFailText(const Failure& failure) {
+    return failure.text().empty() ? causeText(failure.cause()) : failure.text();
 }
 
-std::string connectFailCause(const CallContext& call) {
-    return call.cause.empty() ? connectFailText(call.connectFailReason) : call.cause;
-}
-
-void logConnectFailReason(const CallContext& call) {
-    const ConnectFailReason reason = call.connectFailReason;
-    if (!call.cause.empty()) call.log.logError(call.cause + ".");
-    call.log.logData("ConnectFailReason", connectFailText(reason));
-    if (reason == ConnectFailReason::Timeout) {
-        call.log.logInfo("A few possible causes for a connection timeout are:");
-        call.log.logInfo(
+void logConnectFailReason(LogBase& log, const Failure& failure) {
+    if (!failure.text().empty()) log.logError(failure.text() + ".");
+    log.logData("ConnectFailReason", causeText(failure.cause()));
+    if (failure.is(Cause::ConnectTimeout)) {
+        log.logInfo("A few possible causes for a connection timeout are:");
+        log.logInfo(
             "- The remote host is not reachable (perhaps a firewall is blocking the connection on "
             "the remote end).");
-        call.log.logInfo(
+        log.logInfo(
             "- Your ISP is blocking the outbound connection (this is common for SMTP port 25).");
-        call.log.logInfo(
+        log.logInfo(
             "- If your timeout is too short, then maybe the server is just too slow to accept the "
             "connection.");
-    } else if (reason == ConnectFailReason::Rejected) {
-        call.log.logInfo("A few possible causes for a connection being rejected are:");
-        call.log.logInfo(
+    } else if (failure.is(Cause::Rejected)) {
+        log.logInfo("A few possible causes for a connection being rejected are:");
+        log.logInfo(
             "- A firewall (software or hardware), such as Windows Firewall, is blocking the "
             "connection .");
-        call.log.logInfo("- Nothing is listening at the remote host:port");
+        log.logInfo("- Nothing is listening at the remote host:port");
     }
 }
 

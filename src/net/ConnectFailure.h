@@ -3,19 +3,16 @@
 
 #include <string>
 
+#include "base/Failure.h"
 #include "log/LogBase.h"
-#include "net/stream/CallContext.h"
 
 namespace tv {
 
-// The reason's text; its number where it has none.
-std::string connectFailText(ConnectFailReason reason);
+// What went wrong, for a host that asks: the clause behind the cause, where there is one.
+std::string connectFailText(const Failure& failure);
 
-// The same for a host that asks what went wrong: the cause behind the reason, where one is known.
-std::string connectFailCause(const CallContext& call);
-
-// Writes the reason under "ConnectFailReason", the cause before it and the usual causes of some
-// behind it.
-void logConnectFailReason(const CallContext& call);
+// Writes the cause under "ConnectFailReason", in words or, where it has none, by its number; the
+// clause behind it stands before it, and what usually causes some of them after it.
+void logConnectFailReason(LogBase& log, const Failure& failure);
 
 }  // namespace tv

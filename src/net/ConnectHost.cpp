@@ -23,25 +23,20 @@ struct Attempt {
     CallContext& call;
 };
 
-bool fail(Attempt& attempt, const char* text, ConnectFailReason reason) {
+Failure fail(Attempt& attempt, const char* text, Cause cause) {
     attempt.call.log.logError(text);
-    attempt.call.connectFailReason = reason;
-    if (reason == ConnectFailReason::Timeout) attempt.call.timedOut = true;
-    attempt.call.cause =
-        reason == ConnectFailReason::InternalError ? "The system gave no socket" : "";
-    return false;
+    return Failure(cause, cause == Cause::Internal ? "The system gave no socket" : "");
 }
 
 // A fresh socket of the address's family, connected within limitMs (0: no limit).
-bool connectAddress(Attempt& attempt, const plat::IpAddress& address, uint64_t limitMs) {
-    attempt.call.cause.clear();
+Failure connectAddress(Attempt& attempt, const plat::IpAddress& address, uint64_t limitMs) {
     const bool made = address.isIpv4() ? attempt.socket.createSocket_ipv4(attempt.call.log)
                                        : attempt.socket.createSocket_ipv6(attempt.call.log);
     if (!made) {
         return fail(attempt,
                     address.isIpv4() ? "Cannot connect, invalid IPv4 socket"
                                      : "Cannot connect, invalid IPv6 socket",
-                    ConnectFailReason::InternalError);
+                    Cause::Internal);
     }
     return attempt.socket.connect(attempt.call, address, attempt.target.port,
                                   static_cast<uint32_t>(limitMs));
@@ -55,58 +50,64 @@ uint64_t shareOf(const Attempt& attempt, size_t addressesLeft) {
     return std::max<uint64_t>(share, 1);
 }
 
-bool connectAddresses(Attempt& attempt, const std::vector<plat::IpAddress>& addresses) {
+Failure connectAddresses(Attempt& attempt, const std::vector<plat::IpAddress>& addresses) {
     LogBase& log = attempt.call.log;
     const Deadline watch(attempt.target.connectTimeoutMs);
+    Failure last;
     for (size_t i = 0; i < addresses.size(); ++i) {
         const plat::IpAddress& address = addresses[i];
         log.logData(address.isIpv4() ? "ipv4_address" : "ipv6_address", plat::toText(address));
         if (address.isIpv4()) log.logInfo("This is an IPV4 numeric address.");
-        attempt.call.timedOut = false;
-        if (connectAddress(attempt, address, shareOf(attempt, addresses.size() - i))) return true;
-        if (attempt.call.aborted) {
-            return fail(attempt, "Aborted by application.", ConnectFailReason::Aborted);
+        last = connectAddress(attempt, address, shareOf(attempt, addresses.size() - i));
+        if (!last) return {};
+        if (last.is(Cause::Aborted)) {
+            return fail(attempt, "Aborted by application.", Cause::Aborted);
         }
         if (watch.clockWentBack()) {
-            return fail(attempt, "Connect timeout.", ConnectFailReason::Timeout);
+            return fail(attempt, "Connect timeout.", Cause::ConnectTimeout);
         }
         if (attempt.target.connectTimeoutMs != 0 && attempt.deadline.hasPassed()) {
             log.logDataLong("connectTimeoutMs", attempt.target.connectTimeoutMs);
             return fail(
                 attempt,
                 "Failed to make TCP connection before applications max wait time to connect.",
-                ConnectFailReason::Timeout);
+                Cause::ConnectTimeout);
         }
     }
     log.logDataLong("addressesTried", static_cast<int64_t>(addresses.size()));
     log.logError("Failed.");
-    return false;
+    return last;
 }
 
-// The first IPv6 address of the name, if it has one. False also where IPv4 is to be tried next.
-bool connectPreferringIpv6(Attempt& attempt, std::string_view host) {
+// The first IPv6 address of the name, if it has one. IPv4 may be tried next where it has none, or
+// where that could not be reached.
+Failure connectPreferringIpv6(Attempt& attempt, std::string_view host) {
     std::vector<plat::IpAddress> addresses;
-    if (!getAddressInfo(attempt.call, host, true, attempt.deadline, addresses)) {
-        return false;
+    if (Failure failure = getAddressInfo(attempt.call, host, true, attempt.deadline, addresses)) {
+        return failure;
     }
     const plat::IpAddress& address = addresses.front();
-    if (address.isIpv4()) return false;
+    if (address.isIpv4()) return Failure(Cause::DnsFailed);
     attempt.call.log.logData("ipv6_address", plat::toText(address));
     return connectAddress(attempt, address, shareOf(attempt, 2));
 }
 
-bool connect_domain(Attempt& attempt, std::string_view host) {
+Failure connect_domain(Attempt& attempt, std::string_view host) {
     const LogContextExitor context(attempt.call.log, "connect_domain");
     if (attempt.target.preferIpv6) {
-        if (connectPreferringIpv6(attempt, host)) return true;
-        if (attempt.call.aborted || attempt.call.timedOut) return false;
+        Failure failure = connectPreferringIpv6(attempt, host);
+        const bool final = !failure || failure.is(Cause::Aborted) ||
+                           failure.is(Cause::ConnectTimeout) || failure.is(Cause::DnsTimeout);
+        if (final) return failure;
     }
     std::vector<plat::IpAddress> addresses;
-    if (!dnsLookup(attempt.call, host, attempt.deadline, addresses)) return false;
+    if (Failure failure = dnsLookup(attempt.call, host, attempt.deadline, addresses)) {
+        return failure;
+    }
     return connectAddresses(attempt, addresses);
 }
 
-bool connectHost(Attempt& attempt, const std::string& host) {
+Failure connectHost(Attempt& attempt, const std::string& host) {
     if (const auto address = plat::parseIp(host)) {
         return connectAddress(attempt, *address, attempt.target.connectTimeoutMs);
     }
@@ -115,7 +116,7 @@ bool connectHost(Attempt& attempt, const std::string& host) {
 
 }  // namespace
 
-bool connectSocket_v2(CallContext& call, TolvaneSocket& socket, const ConnectTarget& target) {
+Failure connectSocket_v2(CallContext& call, TolvaneSocket& socket, const ConnectTarget& target) {
     const LogContextExitor context(call.log, "connectSocket_v2");
     call.log.logData("domainOrIpAddress", target.host);
     call.log.logDataLong("port", target.port);
@@ -127,15 +128,13 @@ bool connectSocket_v2(CallContext& call, TolvaneSocket& socket, const ConnectTar
                     call};
     const std::string host = normalizeHost(target.host);
     if (host.empty()) {
-        return fail(attempt, "Cannot connect, hostname is zero length",
-                    ConnectFailReason::EmptyHostname);
+        return fail(attempt, "Cannot connect, hostname is zero length", Cause::EmptyHostname);
     }
     const std::string place = host + ":" + std::to_string(target.port);
     if (call.monitor) call.monitor->textEvent("SocketConnect", place);
-    if (!connectHost(attempt, host)) return false;
-    call.connectFailReason = ConnectFailReason::None;
+    if (Failure failure = connectHost(attempt, host)) return failure;
     if (call.monitor) call.monitor->textEvent("SocketConnected", place);
-    return true;
+    return {};
 }
 
 }  // namespace tv

@@ -17,7 +17,7 @@ struct ConnectTarget {
     bool preferIpv6 = false;
 };
 
-// On failure the socket is closed and call.connectFailReason says why.
-bool connectSocket_v2(CallContext& call, TolvaneSocket& socket, const ConnectTarget& target);
+// On failure the socket is closed.
+Failure connectSocket_v2(CallContext& call, TolvaneSocket& socket, const ConnectTarget& target);
 
 }  // namespace tv

@@ -45,58 +45,56 @@ struct Socket2::State {
     std::array<uint8_t, kReceiveSize> segment;
     std::unique_ptr<LoggedSocket2> sessionLog;
 
-    bool isUsable(LogBase& log) {
-        if (alive == kAlive && type != ConnectionType::None) return true;
+    Failure whyUnusable(LogBase& log) {
+        if (alive == kAlive && type != ConnectionType::None) return {};
         if (sessionLog) sessionLog->notConnected();
         log.logError("This socket is not connected");
-        return false;
+        return Failure(Cause::ConnectionLost);
     }
 
-    bool keep(std::span<const uint8_t> bytes) {
+    void keep(std::span<const uint8_t> bytes) {
         if (sessionLog) sessionLog->received(bytes);
         received.append(bytes);
-        return true;
+    }
+
+    // A socket that another thread destroyed meanwhile has no success.
+    Failure ifAlive(Failure failure) const {
+        if (failure || alive == kAlive) return failure;
+        return Failure(Cause::ConnectionLost);
     }
 
     // One segment from the network, or one record's text, into the buffer.
-    bool receiveMore(CallContext& call, uint32_t maxIdleMs) {
-        if (tls) {
-            SecureBuffer text;
-            return tls->receiveApplicationData(call, text, maxIdleMs) && alive == kAlive &&
-                   keep(text.bytes());
-        }
+    Failure receiveMore(CallContext& call, uint32_t maxIdleMs) {
+        SecureBuffer text;
         size_t size = 0;
-        return tcp.receiveBytes(call, segment, size, maxIdleMs) && alive == kAlive &&
-               keep({segment.data(), size});
+        Failure failure = ifAlive(tls ? tls->receiveApplicationData(call, text, maxIdleMs)
+                                      : tcp.receiveBytes(call, segment, size, maxIdleMs));
+        if (!failure) keep(tls ? text.bytes() : std::span<const uint8_t>(segment.data(), size));
+        return failure;
     }
 
     // What has arrived, without waiting.
     bool receiveReady() {
-        if (tls) {
-            LogNull quiet;
-            CallContext call(quiet);
-            SecureBuffer text;
-            return tls->receiveReady(call, text) && keep(text.bytes());
-        }
+        SecureBuffer text;
         size_t size = 0;
-        return tcp.receiveReady(segment, size) && keep({segment.data(), size});
-    }
-
-    bool connectionFailed(CallContext& call) {
-        logConnectFailReason(call);
-        return false;
+        LogNull quiet;
+        CallContext call(quiet);
+        const bool any = tls ? tls->receiveReady(call, text) : tcp.receiveReady(segment, size);
+        if (any) keep(tls ? text.bytes() : std::span<const uint8_t>(segment.data(), size));
+        return any;
     }
 
     // A handshake over the open TCP connection. A failure closes it.
-    bool secure(CallContext& call, int road, uint32_t maxIdleMs) {
+    Failure secure(CallContext& call, int road, uint32_t maxIdleMs) {
         tls = std::make_unique<SChannelTolvane>(tcp);
-        if (tls->handshake(call, serverName(host), port, tlsSettings, road, maxIdleMs) &&
-            alive == kAlive) {
+        Failure failure =
+            ifAlive(tls->handshake(call, serverName(host), port, tlsSettings, road, maxIdleMs));
+        if (failure) {
+            closeTcp(call);
+        } else {
             type = ConnectionType::Tls;
-            return true;
         }
-        closeTcp(call);
-        return false;
+        return failure;
     }
 
     void closeTcp(CallContext& call) {
@@ -116,81 +114,75 @@ Socket2::~Socket2() {
     state_->tcp.terminateConnection(call, CloseForm::AtOnce, 0);
 }
 
-bool Socket2::mayRetryWithoutTls13(const CallContext& call) const {
+bool Socket2::mayRetryWithoutTls13(const LogBase& log, const Failure& failure) const {
     const TlsChannelSettings& settings = state_->tlsSettings;
-    const bool unread = call.connectFailReason == ConnectFailReason::TlsNoServerHello ||
-                        call.connectFailReason == ConnectFailReason::TlsServerHelloUnreadable;
+    const bool unread =
+        failure.is(Cause::TlsNoServerHello) || failure.is(Cause::TlsServerHelloUnreadable);
     const tls::VersionRange range = tls::versionRange(settings.tlsProtocol);
-    return unread && !settings.withoutTls13 && !tls::tlsOptions(call.log).disableTls13 &&
+    return unread && !settings.withoutTls13 && !tls::tlsOptions(log).disableTls13 &&
            range.contains(tls::Version::Tls13) && range.contains(tls::Version::Tls12);
 }
 
 // A server that falls silent or hangs up at a hello with TLS 1.3 is asked once more without it.
-bool Socket2::connectTls(CallContext& call) {
+Failure Socket2::connectTls(CallContext& call) {
     const auto state = state_;
-    if (!connectTcp(call)) {
+    if (Failure failure = connectTcp(call)) {
         call.log.logError("pmConnect failed.");
-        return false;
+        return failure;
     }
-    if (state->secure(call, kImplicitRoad, state->connectTimeoutMs)) return true;
-    if (!mayRetryWithoutTls13(call)) return false;
+    Failure failure = state->secure(call, kImplicitRoad, state->connectTimeoutMs);
+    if (!failure || !mayRetryWithoutTls13(call.log, failure)) return failure;
     call.log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
     state->tlsSettings.withoutTls13 = true;
-    call.timedOut = false;
-    call.connectFailReason = ConnectFailReason::None;
-    call.cause.clear();
-    const bool success =
-        connectTcp(call) && state->secure(call, kImplicitRoad, state->connectTimeoutMs);
+    failure = connectTcp(call);
+    if (!failure) failure = state->secure(call, kImplicitRoad, state->connectTimeoutMs);
     state->tlsSettings.withoutTls13 = false;
-    return success;
+    return failure;
 }
 
-bool Socket2::connectTcp(CallContext& call) {
+Failure Socket2::connectTcp(CallContext& call) {
     const auto state = state_;
     const ConnectTarget target{state->host, static_cast<uint16_t>(state->port),
                                state->connectTimeoutMs, state->preferIpv6};
-    if (!connectSocket_v2(call, state->tcp, target) || state->alive != kAlive) {
-        return false;
-    }
+    Failure failure = state->ifAlive(connectSocket_v2(call, state->tcp, target));
+    if (failure) return failure;
     state->type = ConnectionType::Plain;
     if (state->tcpNoDelay) state->tcp.setTcpNoDelay(call.log, true);
-    return true;
+    return {};
 }
 
-bool Socket2::connect2(CallContext& call, std::string_view hostname, int port, bool ssl) {
+Failure Socket2::connect2(CallContext& call, std::string_view hostname, int port, bool ssl) {
     const LogContextExitor context(call.log, "connect2");
     const auto state = state_;
     call.log.logData("hostname", hostname);
     call.log.logDataLong("port", port);
     call.log.logDataBool("ssl", ssl);
-    call.timedOut = false;
-    call.connectFailReason = ConnectFailReason::None;
-    call.cause.clear();
     state->closeTcp(call);
     state->host = hostname;
     state->port = port;
+    Failure failure;
     if (port < 1 || port > 65535) {
         call.log.logError("Cannot connect, the port is not a number from 1 to 65535.");
-        call.connectFailReason = ConnectFailReason::InternalError;
-        call.cause = "The port is not a number from 1 to 65535";
-        return state->connectionFailed(call);
+        failure = Failure(Cause::Internal, "The port is not a number from 1 to 65535");
+    } else if (!ensureSocketLibrary(call.log)) {
+        failure = Failure(Cause::Internal, "The system's socket library did not start");
+    } else {
+        failure = ssl ? connectTls(call) : connectTcp(call);
     }
-    if (!ensureSocketLibrary(call.log)) {
-        call.connectFailReason = ConnectFailReason::InternalError;
-        call.cause = "The system's socket library did not start";
-        return state->connectionFailed(call);
-    }
-    const bool success = ssl ? connectTls(call) : connectTcp(call);
-    return success || state->connectionFailed(call);
+    if (failure) logConnectFailReason(call.log, failure);
+    return failure;
 }
 
-bool Socket2::convertToTls(CallContext& call, std::string_view hostname, uint32_t maxIdleMs) {
+Failure Socket2::convertToTls(CallContext& call, std::string_view hostname, uint32_t maxIdleMs) {
     const LogContextExitor context(call.log, "convertToTls");
     const auto state = state_;
     call.log.logData("hostname", hostname);
-    if (!state->isUsable(call.log) || state->type != ConnectionType::Plain) return false;
+    if (Failure failure = state->whyUnusable(call.log)) return failure;
+    if (state->type != ConnectionType::Plain) return Failure(Cause::Internal);
     state->host = hostname;
-    return state->secure(call, kConversionRoad, maxIdleMs) || state->connectionFailed(call);
+    Failure failure = state->secure(call, kConversionRoad, maxIdleMs);
+    if (failure) logConnectFailReason(call.log, failure);
+    return failure;
 }
 
 bool Socket2::isTls() const {
@@ -219,57 +211,57 @@ bool Socket2::isQuiet() {
     return !state->receiveReady() && isConnected();
 }
 
-bool Socket2::sendBytes(CallContext& call, std::span<const uint8_t> bytes, uint32_t maxIdleMs) {
+Failure Socket2::sendBytes(CallContext& call, std::span<const uint8_t> bytes, uint32_t maxIdleMs) {
     const auto state = state_;
-    call.anySent = false;
-    if (!state->isUsable(call.log)) return false;
-    if (call.checkAbort()) {
+    if (Failure failure = state->whyUnusable(call.log)) return failure;
+    if (call.mustStop()) {
         call.log.logError("Socket SendBytes aborted by application.");
-        return false;
+        return Failure(Cause::Aborted);
     }
     size_t sent = 0;
-    const bool success = state->tls ? state->tls->sendApplicationData(call, bytes, sent, maxIdleMs)
-                                    : state->tcp.sendBytes(call, bytes, sent, maxIdleMs);
-    call.anySent = sent > 0 || state->tls;  // TLS counts whole records alone
+    Failure failure =
+        state->ifAlive(state->tls ? state->tls->sendApplicationData(call, bytes, sent, maxIdleMs)
+                                  : state->tcp.sendBytes(call, bytes, sent, maxIdleMs));
     if (state->sessionLog && sent > 0) state->sessionLog->sent(bytes.first(sent));
-    if (success && state->alive == kAlive) return true;
-    if (call.aborted) call.log.logError("Socket SendBytes2 aborted by application.");
+    if (!failure) return {};
+    if (failure.is(Cause::Aborted)) call.log.logError("Socket SendBytes2 aborted by application.");
     call.log.logError("Did not send all of the bytes.");
     call.log.logDataLong("numBytesToSend", static_cast<int64_t>(bytes.size()));
     call.log.logDataLong("numBytesSent", static_cast<int64_t>(sent));
-    return false;
+    return std::move(failure).withAnySent(sent > 0 ||
+                                          state->tls);  // TLS counts whole records alone
 }
 
-bool Socket2::receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t maxIdleMs) {
+Failure Socket2::receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t maxIdleMs) {
     const auto state = state_;
-    if (state->received.empty() &&
-        (!state->isUsable(call.log) || !state->receiveMore(call, maxIdleMs))) {
-        return false;
+    if (state->received.empty()) {
+        if (Failure failure = state->whyUnusable(call.log)) return failure;
+        if (Failure failure = state->receiveMore(call, maxIdleMs)) return failure;
     }
-    if (state->received.takeAll(buffer)) return true;
+    if (state->received.takeAll(buffer)) return {};
     call.log.logError("Out of memory while receiving.");
-    return false;
+    return Failure(Cause::OutOfMemory);
 }
 
-bool Socket2::receiveUntilMatch(CallContext& call, DataBuffer& buffer, std::string_view match,
-                                size_t maxSize, uint32_t maxIdleMs) {
+Failure Socket2::receiveUntilMatch(CallContext& call, DataBuffer& buffer, std::string_view match,
+                                   size_t maxSize, uint32_t maxIdleMs) {
     const auto state = state_;
-    if (!state->isUsable(call.log)) return false;
+    if (Failure failure = state->whyUnusable(call.log)) return failure;
     for (;;) {  // every round adds at least one byte, and maxSize bounds them
         switch (state->received.takeUntil(match, maxSize, buffer)) {
             case LineBuffer::Take::Found:
-                return true;
+                return {};
             case LineBuffer::Take::NeedMore:
                 break;
             case LineBuffer::Take::TooLong:
                 call.log.logError("The end of the line did not come within the size allowed.");
                 call.log.logDataLong("maxSize", static_cast<int64_t>(maxSize));
-                return false;
+                return Failure(Cause::LineTooLong);
             case LineBuffer::Take::NoMemory:
                 call.log.logError("Out of memory while receiving.");
-                return false;
+                return Failure(Cause::OutOfMemory);
         }
-        if (!state->receiveMore(call, maxIdleMs)) return false;
+        if (Failure failure = state->receiveMore(call, maxIdleMs)) return failure;
     }
 }
 

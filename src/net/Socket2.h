@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "base/DataBuffer.h"
+#include "base/Failure.h"
 #include "log/LogBase.h"
 #include "net/LoggedSocket2.h"
 #include "net/stream/CallContext.h"
@@ -29,13 +30,13 @@ public:
     Socket2& operator=(const Socket2&) = delete;
 
     // Resolves, connects within the connect time-out in all (0: six hours) and, with ssl, runs the
-    // TLS handshake. On failure call.connectFailReason says why and the socket is closed.
-    bool connect2(CallContext& call, std::string_view hostname, int port, bool ssl);
+    // TLS handshake. On failure the socket is closed.
+    Failure connect2(CallContext& call, std::string_view hostname, int port, bool ssl);
     // Runs the TLS handshake over the open plain connection. Failure closes the connection.
-    bool convertToTls(CallContext& call, std::string_view hostname, uint32_t maxIdleMs);
+    Failure convertToTls(CallContext& call, std::string_view hostname, uint32_t maxIdleMs);
     // True where the handshake that failed had offered TLS 1.3 and the server answered nothing: the
     // owner of a conversion then makes the whole connection again without it (withoutTls13).
-    bool mayRetryWithoutTls13(const CallContext& call) const;
+    bool mayRetryWithoutTls13(const LogBase& log, const Failure& failure) const;
     bool isTls() const;
     // "Unencrypted TCP/IP", "SSL/TLS", or empty while not connected.
     std::string_view connectionType() const;
@@ -46,14 +47,14 @@ public:
     bool isQuiet();
 
     // All bytes or failure; each wait for the socket to accept more is at most maxIdleMs (0: 56 h).
-    bool sendBytes(CallContext& call, std::span<const uint8_t> bytes, uint32_t maxIdleMs);
+    Failure sendBytes(CallContext& call, std::span<const uint8_t> bytes, uint32_t maxIdleMs);
     // Appends what is there, waiting up to maxIdleMs for at least one byte.
-    bool receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t maxIdleMs);
+    Failure receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t maxIdleMs);
     // Appends to buffer up to and including match; what follows is kept for the next read. Fails
     // when match does not end within maxSize bytes; those are then in buffer. After any other
     // failure buffer is as it was. Each wait for bytes is at most maxIdleMs.
-    bool receiveUntilMatch(CallContext& call, DataBuffer& buffer, std::string_view match,
-                           size_t maxSize, uint32_t maxIdleMs);
+    Failure receiveUntilMatch(CallContext& call, DataBuffer& buffer, std::string_view match,
+                              size_t maxSize, uint32_t maxIdleMs);
     // True if bytes have been received that no read has taken yet.
     bool hasBufferedInput() const;
 
@@ -82,8 +83,8 @@ public:
     const std::string& remoteIp() const;
 
 private:
-    bool connectTcp(CallContext& call);
-    bool connectTls(CallContext& call);
+    Failure connectTcp(CallContext& call);
+    Failure connectTls(CallContext& call);
 
     struct State;
     // Shared with the operations under way, which outlive the object if another thread destroys it.

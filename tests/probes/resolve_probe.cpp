@@ -26,16 +26,16 @@ void resolve(const std::string& name, uint32_t timeoutMs, bool six) {
     std::vector<plat::IpAddress> found;
     const Deadline deadline = timeoutMs ? Deadline(timeoutMs) : Deadline::unlimited(3600000);
     const uint64_t start = plat::sysClock().tickMs();
-    const bool success = six ? getAddressInfo(call, name, true, deadline, found)
-                             : dnsLookup(call, name, deadline, found);
+    const Failure failure = six ? getAddressInfo(call, name, true, deadline, found)
+                                : dnsLookup(call, name, deadline, found);
     const uint64_t ms = plat::sysClock().tickMs() - start;
     std::string list, text;
     for (const plat::IpAddress& address : found) {
         list += (list.empty() ? "" : ", ") + quoted(plat::toText(address));
     }
     log.getText(text);
-    std::cout << "{\"ok\": " << (success ? "true" : "false") << ", \"found\": [" << list
-              << "], \"reason\": " << static_cast<int>(call.connectFailReason) << ", \"ms\": " << ms
+    std::cout << "{\"ok\": " << (failure ? "false" : "true") << ", \"found\": [" << list
+              << "], \"reason\": " << static_cast<int>(failure.cause()) << ", \"ms\": " << ms
               << ", \"log\": " << quoted(text) << "}" << std::endl;
 }
 

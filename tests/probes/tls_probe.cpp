@@ -77,7 +77,7 @@ private:
     bool request(Socket2& socket);
     bool words(Socket2& socket);
     bool send(Socket2& socket, const std::string& text) {
-        return socket.sendBytes(call_, bytesFrom(text), kIdleMs);
+        return !socket.sendBytes(call_, bytesFrom(text), kIdleMs);
     }
     bool wrong(const char* text) {
         log_.logError(text);
@@ -90,6 +90,7 @@ private:
     LaterClock clock_;
     _tvLogger log_;
     CallContext call_{log_};
+    Cause reason_ = Cause::None;
     size_t received_ = 0;
 };
 
@@ -108,7 +109,7 @@ std::string offered() {
 std::string Probe::run(const Job& job) {
     job_ = &job;
     if (!value("list").empty()) return offered();
-    call_.clearOutcome();
+    reason_ = Cause::None;
     received_ = 0;
     clock_.seconds = std::strtoull(value("later").c_str(), nullptr, 10);
     log_.setVerbose(true);
@@ -135,7 +136,9 @@ bool Probe::connect(Socket2& socket) {
     socket.setConnectTimeoutMs(kIdleMs);
     socket.setTcpNoDelay(log_, true);
     const std::string host = value("host").empty() ? "127.0.0.1" : value("host");
-    return socket.connect2(call_, host, std::atoi(value("port").c_str()), true);
+    const Failure failure = socket.connect2(call_, host, std::atoi(value("port").c_str()), true);
+    reason_ = failure.cause();
+    return !failure;
 }
 
 bool Probe::talk(Socket2& socket) {
@@ -154,7 +157,7 @@ bool Probe::echo(Socket2& socket, bool reversed) {
     if (!before.empty()) {
         // The command has been carried out, or begun, once the line behind it comes back.
         if (!send(socket, before + '\n') || !send(socket, "ping\n")) return false;
-        if (!socket.receiveUntilMatch(call_, back, "ping\n", 1000, kIdleMs)) return false;
+        if (socket.receiveUntilMatch(call_, back, "ping\n", 1000, kIdleMs)) return false;
     }
     uint32_t state = 1;
     for (size_t sent = 0; sent < wanted;) {
@@ -173,7 +176,7 @@ bool Probe::echo(Socket2& socket, bool reversed) {
         sent += out.size();
         back.clear();
         while (back.size() < expected.size()) {
-            if (!socket.receiveBytes(call_, back, kIdleMs)) return false;
+            if (socket.receiveBytes(call_, back, kIdleMs)) return false;
         }
         if (back.text() != expected) return wrong("what came back is not what was sent");
         received_ += back.size();
@@ -184,7 +187,7 @@ bool Probe::echo(Socket2& socket, bool reversed) {
 bool Probe::request(Socket2& socket) {
     if (!send(socket, "GET / HTTP/1.0\r\n\r\n")) return false;
     DataBuffer back;
-    while (socket.receiveBytes(call_, back, kIdleMs)) {
+    while (!socket.receiveBytes(call_, back, kIdleMs)) {
     }
     received_ = back.size();
     return back.text().substr(0, 5) == "HTTP/" || wrong("no answer to the request");
@@ -195,7 +198,7 @@ bool Probe::words(Socket2& socket) {
     DataBuffer line;
     do {
         line.clear();
-        if (!socket.receiveUntilMatch(call_, line, "\n", 1 << 21, kIdleMs)) return false;
+        if (socket.receiveUntilMatch(call_, line, "\n", 1 << 21, kIdleMs)) return false;
         received_ += line.size();
         if (!send(socket, std::string(line.text()))) return false;
     } while (line.text() != "end\n");
@@ -211,7 +214,7 @@ std::string Probe::report(bool success, const Socket2& socket) {
         out += std::string(", \"resumed\": ") + (facts->resumed ? "true" : "false");
     }
     out += ", \"received\": " + std::to_string(received_);
-    out += ", \"reason\": " + std::to_string(static_cast<int>(call_.connectFailReason));
+    out += ", \"reason\": " + std::to_string(static_cast<int>(reason_));
     if (!success || !value("log").empty()) {
         std::string text;
         log_.getText(text);

@@ -30,9 +30,10 @@ struct ReplyBytes {
 bool readReply(CallContext& call, Socket2& socket, uint32_t limitMs, HttpReply& reply) {
     ReplyBytes received;
     for (;;) {
-        const bool more = socket.receiveBytes(call, received.data, limitMs);
-        const bool closed = !more && !call.timedOut && !call.aborted;
-        if (!more && !closed) {
+        const Failure failure = socket.receiveBytes(call, received.data, limitMs);
+        const bool outOfTime = failure.is(Cause::Timeout) || call.wasStopped();
+        const bool closed = failure && !outOfTime;
+        if (failure && !closed) {
             call.log.logError("The token endpoint did not answer in time.");
             return false;
         }
@@ -60,12 +61,12 @@ bool post(CallContext& call, const OAuth2Request& request, const OAuth2Transport
     tls.tlsProtocol = transport.tlsProtocol;
     tls.trustAnchorsFile = transport.trustAnchorsFile;
     tls.requireSslCertVerify = true;
-    if (!socket.connect2(call, request.host, request.port, request.secure)) return false;
+    if (socket.connect2(call, request.host, request.port, request.secure)) return false;
     const uint32_t limitMs = transport.idleTimeoutMs ? transport.idleTimeoutMs : kNoTimeoutMs;
     const SecureBuffer bytes = oauth2HttpRequest(request);
     const WholeLimit limit(call, limitMs);
     const bool answered =
-        socket.sendBytes(call, bytes.bytes(), limitMs) && readReply(call, socket, limitMs, reply);
+        !socket.sendBytes(call, bytes.bytes(), limitMs) && readReply(call, socket, limitMs, reply);
     socket.close(call, true, 0);
     return answered;
 }
@@ -94,11 +95,7 @@ bool OAuth2ClientCredentials::accessToken(CallContext& call, const OAuth2Transpo
         call.log.logInfo("Using the access token that was fetched before.");
     } else {
         OAuth2Token fetched;
-        // The connection to the mail server has an outcome of its own.
-        CallContext own = call.aside(call.log);
-        const bool success = fetch(own, transport, fetched);
-        call.aborted = own.aborted;
-        if (!success) return false;
+        if (!fetch(call, transport, fetched)) return false;
         token_ = std::move(fetched);
         fetchedTickMs_ = plat::sysClock().tickMs();
     }

@@ -98,16 +98,16 @@ bool SmtpConnImpl::sendQueued(CallContext& call) {
     const std::vector<QueuedCommand> commands = std::exchange(queue_, {});
     if (commands.empty()) return true;
     if (!socket_) return noConnection(call.log, commands.front().name);
-    call.timedOut = false;
     ioFailure_ = IoFailure::None;
     lastReplyCode_ = 0;
-    const bool sent = sendBytes(call, queuedBytes_.bytes());
-    lastSent_ = sent ? Sent::All : call.anySent ? Sent::Part : Sent::Nothing;
+    Failure failure = sendBytes(call, queuedBytes_.bytes());
+    const bool sent = !failure;
+    lastSent_ = sent ? Sent::All : failure.anySent() ? Sent::Part : Sent::Nothing;
     if (std::exchange(queuedSecret_, false)) plat::wipe(queuedBytes_.data(), queuedBytes_.size());
     queuedBytes_.clear();
-    if (sent && call.checkAbort()) {
+    if (sent && call.mustStop()) {
         call.log.logError("Aborted by application callback.");
-        failIo(call, "after " + commands.back().name + " was sent");
+        failIo(call, Failure(Cause::Aborted), "after " + commands.back().name + " was sent");
         return false;
     }
     for (const QueuedCommand& command : commands) {
@@ -116,8 +116,8 @@ bool SmtpConnImpl::sendQueued(CallContext& call) {
         call.log.logData(event, command.shown);
     }
     if (sent) return true;
-    const bool refused = heardLastWords(call) && lastReplyCode_ >= 400;
-    failIo(call, "while sending " + commands.front().name);
+    const bool refused = heardLastWords(call, failure) && lastReplyCode_ >= 400;
+    failIo(call, failure, "while sending " + commands.front().name);
     if (refused) outcome_.addToReason("The server's last words: " + lastReply_);
     return false;
 }
@@ -151,16 +151,15 @@ bool SmtpConnImpl::receiveLine(CallContext& call, std::string_view command, bool
                                DataBuffer& line) {
     constexpr std::string_view kLineEnd = "\r\n";
     const size_t limit = kMaxReplyLine + kLineEnd.size();
-    call.timedOut = false;
-    if (socket_->receiveUntilMatch(call, line, kLineEnd, limit, settings.idleTimeoutMs)) {
-        return true;
-    }
-    if (line.size() >= limit) {
+    const Failure failure =
+        socket_->receiveUntilMatch(call, line, kLineEnd, limit, settings.idleTimeoutMs);
+    if (!failure) return true;
+    if (failure.is(Cause::LineTooLong)) {
         badReply(call, command, "has a line of more than 64 KiB", line.text().substr(0, 200));
     } else {
         const std::string begun = unfinishedLine(call);
         const bool silent = command == "greeting" && isFirst && begun.empty();
-        failIo(call, "while waiting for " + awaited(command) + begun,
+        failIo(call, failure, "while waiting for " + awaited(command) + begun,
                silent ? adviceForSilence() : std::string());
     }
     return false;
@@ -178,7 +177,7 @@ std::string SmtpConnImpl::adviceForSilence() const {
 std::string SmtpConnImpl::unfinishedLine(CallContext& call) {
     constexpr size_t kShown = 100;
     DataBuffer rest;
-    if (!socket_->hasBufferedInput() || !socket_->receiveBytes(call, rest, 1)) return {};
+    if (!socket_->hasBufferedInput() || socket_->receiveBytes(call, rest, 1)) return {};
     const std::string_view line = trimmed(rest.text().substr(0, kShown));
     return " (a line without its end had come: " + readable(line) + ")";
 }
@@ -239,38 +238,35 @@ void SmtpConnImpl::smtpQuit(CallContext& call) {
 
 bool SmtpConnImpl::sendData(CallContext& call, std::span<const uint8_t> bytes) {
     if (!socket_) return noConnection(call.log, "the message data");
-    call.timedOut = false;
-    if (sendBytes(call, bytes)) return true;
-    if (heardLastWords(call)) failEarly(call.log);
-    failIo(call, "while sending the message data");
+    const Failure failure = sendBytes(call, bytes);
+    if (!failure) return true;
+    if (heardLastWords(call, failure)) failEarly(call.log);
+    failIo(call, failure, "while sending the message data");
     return false;
 }
 
-bool SmtpConnImpl::sendBytes(CallContext& call, std::span<const uint8_t> bytes) {
+Failure SmtpConnImpl::sendBytes(CallContext& call, std::span<const uint8_t> bytes) {
     const WholeLimit limit(call, sendLimitMs(bytes.size()), settings.idleTimeoutMs);
     return socket_->sendBytes(call, bytes, settings.idleTimeoutMs);
 }
 
 // Systems exist that drop what has come when a reset follows, and a server that refuses often says
 // why and resets: after a write that failed, what is still there to be read counts.
-bool SmtpConnImpl::heardLastWords(CallContext& call) {
-    if (call.aborted) return false;
-    const bool timedOut = call.timedOut;
-    const uint32_t idleMs = timedOut ? 1 : settings.idleTimeoutMs;  // they had their time to come
+bool SmtpConnImpl::heardLastWords(CallContext& call, const Failure& failure) {
+    if (call.wasStopped()) return false;
+    // After a time-out they had their time to come.
+    const uint32_t idleMs = failure.is(Cause::Timeout) ? 1 : settings.idleTimeoutMs;
     const uint32_t limitMs = idleMs == 0 ? kLastWordsMs : std::min(idleMs, kLastWordsMs);
     const WholeLimit limit(call, limitMs);
-    const uint64_t overranMs = call.overranMs;
     SmtpReplyReader reader("message data");
     ReplyState state = ReplyState::NeedMore;
     DataBuffer line;
     while (state == ReplyState::NeedMore &&
-           socket_->receiveUntilMatch(call, line, "\r\n", kMaxReplyLine, limitMs)) {
+           !socket_->receiveUntilMatch(call, line, "\r\n", kMaxReplyLine, limitMs)) {
         noteReplyLine(call, line.text());
         state = reader.addLine(line.text());
         line.clear();
     }
-    call.timedOut = timedOut;
-    call.overranMs = overranMs;
     return state == ReplyState::Complete && acceptReply(call.log, reader.reply());
 }
 
@@ -310,31 +306,28 @@ bool SmtpConnImpl::noConnection(LogBase& log, std::string_view wanted) {
     return false;
 }
 
-std::string SmtpConnImpl::timeoutText(const CallContext& call) const {
-    if (call.overranMs > 0) {
-        return "The server was too slow: " + durationText(call.overranMs) + " were over";
+std::string SmtpConnImpl::timeoutText(const Failure& failure) const {
+    if (failure.overranMs() > 0) {
+        return "The server was too slow: " + durationText(failure.overranMs()) + " were over";
     }
     return "Nothing moved for " + std::to_string(settings.idleTimeoutMs) + " ms";
 }
 
-void SmtpConnImpl::failIo(CallContext& call, const std::string& step, const std::string& advice) {
+void SmtpConnImpl::failIo(CallContext& call, const Failure& failure, const std::string& step,
+                          const std::string& advice) {
     const std::string end = step + "." + advice;
-    const bool timedOut = call.timedOut;
-    const bool aborted = call.aborted;
     closeSmtpConnection(call);
-    if (timedOut) {
+    if (failure.is(Cause::Timeout)) {
         ioFailure_ = IoFailure::Timeout;
         call.log.logDataLong("idleTimeoutMs", settings.idleTimeoutMs);
-        fail(call.log, SmtpStatus::Timeout, timeoutText(call) + " " + end);
-    } else if (aborted) {
+        fail(call.log, SmtpStatus::Timeout, timeoutText(failure) + " " + end);
+    } else if (failure.is(Cause::Aborted) || call.wasStopped()) {
         ioFailure_ = IoFailure::Aborted;
         fail(call.log, SmtpStatus::Aborted, "The application stopped the send " + end);
     } else {
         ioFailure_ = IoFailure::Lost;
         fail(call.log, SmtpStatus::ConnectionLost, "The connection was lost " + end);
     }
-    call.timedOut = timedOut;
-    call.aborted = aborted;
 }
 
 void SmtpConnImpl::touch() {

@@ -135,10 +135,11 @@ private:
     void badReply(CallContext& call, std::string_view command, std::string_view fault,
                   std::string_view line);
     std::optional<SmtpResponse> acceptReply(LogBase& log, SmtpResponse& reply);
-    std::string timeoutText(const CallContext& call) const;
-    bool sendBytes(CallContext& call, std::span<const uint8_t> bytes);
-    bool heardLastWords(CallContext& call);
-    void failIo(CallContext& call, const std::string& step, const std::string& advice = {});
+    std::string timeoutText(const Failure& failure) const;
+    Failure sendBytes(CallContext& call, std::span<const uint8_t> bytes);
+    bool heardLastWords(CallContext& call, const Failure& failure);
+    void failIo(CallContext& call, const Failure& failure, const std::string& step,
+                const std::string& advice = {});
     void touch();
 
     std::unique_ptr<Socket2> socket_;

@@ -133,7 +133,7 @@ bool SmtpConnImpl::openSession(CallContext& call) {
 bool SmtpConnImpl::openAndGreet(CallContext& call) {
     if (!openTcp(call)) return false;
     if (smtpGreeting(call)) return true;
-    if (call.aborted) return false;
+    if (call.wasStopped()) return false;
     call.log.logInfo("Failed to get initial SMTP response..");
     call.log.logInfo("Will re-try one time...");
     outcome_.clear();
@@ -145,7 +145,6 @@ bool SmtpConnImpl::openAndGreet(CallContext& call) {
 
 bool SmtpConnImpl::openTcp(CallContext& call) {
     closeSmtpConnection(call);
-    call.clearOutcome();
     sessionLog_.startAnew();
     capabilities_ = {};
     noLogin_.clear();
@@ -160,13 +159,13 @@ bool SmtpConnImpl::openTcp(CallContext& call) {
     tls.trustAnchorsFile = settings.trustAnchorsFile.utf8();
     tls.sessions = tlsSessions_;
     tls.withoutTls13 = withoutTls13_;
-    if (socket_->connect2(call, settings.smtpHost.utf8(), settings.smtpPort, settings.smtpSsl)) {
-        return true;
-    }
+    const Failure failure =
+        socket_->connect2(call, settings.smtpHost.utf8(), settings.smtpPort, settings.smtpSsl);
+    if (!failure) return true;
     socket_.reset();
     fail(call.log, SmtpStatus::ConnectFailed,
          "No connection to " + std::string(settings.smtpHost.utf8()) + ":" +
-             std::to_string(settings.smtpPort) + ": " + connectFailCause(call) + ".");
+             std::to_string(settings.smtpPort) + ": " + connectFailText(failure) + ".");
     return false;
 }
 

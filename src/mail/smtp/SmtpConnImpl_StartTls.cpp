@@ -50,11 +50,12 @@ bool SmtpConnImpl::upgradeToTls(CallContext& call) {
         closeSmtpConnection(call);
         return false;
     }
-    if (!socket_->convertToTls(call, settings.smtpHost.utf8(), settings.idleTimeoutMs)) {
+    if (const Failure failure =
+            socket_->convertToTls(call, settings.smtpHost.utf8(), settings.idleTimeoutMs)) {
         call.log.logError("Failed to establish TLS connection.");
-        helloUnanswered_ = socket_->mayRetryWithoutTls13(call);
+        helloUnanswered_ = socket_->mayRetryWithoutTls13(call.log, failure);
         fail(call.log, SmtpStatus::StartTlsFailed,
-             "The TLS handshake after STARTTLS failed: " + connectFailCause(call) + "." +
+             "The TLS handshake after STARTTLS failed: " + connectFailText(failure) + "." +
                  std::string(settings.startTls ? "" : kUnaskedFor));
         closeSmtpConnection(call);
         return false;

@@ -31,7 +31,7 @@ bool SmtpTransfer::sendSmtpEmail() {
     if (!(pipelined ? sendWithPipelining() : sendNonPipelining())) {
         connection_.setUnsettled(false);
         advance(SmtpSend::kEnvelopeShare);
-        if (!call_.aborted && call_.checkAbort()) {
+        if (!call_.wasStopped() && call_.mustStop()) {
             connection_.fail(call_.log, SmtpStatus::Aborted, "Aborted by application callback.");
         }
         return false;
@@ -100,7 +100,7 @@ bool SmtpTransfer::sendRecipients() {
 bool SmtpTransfer::sendRcptTo(const std::string& recipient) {
     const LogContextExitor context(call_.log, "sendRcptTo");
     if (queueRcptTo(recipient) && connection_.sendQueued(call_)) return true;
-    if (call_.aborted) {
+    if (call_.wasStopped()) {
         call_.log.logError("Aborted by application callback when sending RCPT TO");
     } else {
         call_.log.logError("Failed to send " + recipientStep(recipient));
@@ -120,7 +120,7 @@ bool SmtpTransfer::readRcptTo(const std::string& recipient) {
     const auto reply = connection_.readSmtpResponse(call_, recipientStep(recipient));
     if (!reply) return false;
     advance(SmtpSend::kRecipientShare);
-    if (call_.checkAbort()) {
+    if (call_.mustStop()) {
         connection_.fail(call_.log, SmtpStatus::Aborted,
                          "Aborted by application callback after receiving RCPT TO response.");
         close();
@@ -202,7 +202,7 @@ size_t SmtpTransfer::queueFlight(size_t first) {
 
 bool SmtpTransfer::sendFlight() {
     if (connection_.sendQueued(call_)) return true;
-    if (call_.aborted) {
+    if (call_.wasStopped()) {
         call_.log.logError("Aborted by application callback when sending RCPT TO");
     } else {
         call_.log.logError("Failed to send " + senderStep());

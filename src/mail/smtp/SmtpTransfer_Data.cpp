@@ -31,7 +31,7 @@ bool SmtpTransfer::transferMessage() {
                          "The message could not be rendered for the sent-mail log.");
     }
     if (!logged || !sendDataToSmtp()) {
-        call_.log.logError(call_.aborted
+        call_.log.logError(call_.wasStopped()
                                ? "Aborted by application callback while sending MIME data."
                                : "Failed when sending MIME body");
         close();
@@ -113,7 +113,7 @@ bool SmtpTransfer::finishMessage() {
         connection_.outcome().addToReason(kOutcomeUnknown);
         call_.log.logError(kOutcomeUnknown);
     }
-    if (call_.aborted) {
+    if (call_.wasStopped()) {
         call_.log.logError("Aborted by application callback at DATA terminator.");
         close();
         return left == SmtpConnImpl::Sent::All;  // then the message is with the server

@@ -86,38 +86,39 @@ void explainTlsFailure(LogBase& log, bool anyConnected, bool anyHandshakeFailed)
 
 }  // namespace
 
-bool doDnsQuery(CallContext& call, std::string_view host, std::span<const plat::IpAddress> servers,
-                bool requireTls, const Deadline& deadline, DnsOutcome& outcome) {
+Failure doDnsQuery(CallContext& call, std::string_view host,
+                   std::span<const plat::IpAddress> servers, bool requireTls,
+                   const Deadline& deadline, DnsOutcome& outcome) {
     const LogContextExitor context(call.log, "doDnsQuery");
     outcome = {};
-    if (!ensureSocketLibrary(call.log)) return false;
-    bool anyConnected = false, anyHandshakeFailed = false;
+    if (!ensureSocketLibrary(call.log)) return Failure(Cause::DnsFailed);
+    bool anyConnected = false, anyHandshakeFailed = false, timedOut = false;
     for (size_t i = 0; i < servers.size(); ++i) {
         const uint64_t share = shareOf(deadline, servers.size() - i);
         if (share == 0) {
             call.log.logError("DNS timeout.");
-            outcome.timedOut = true;
+            timedOut = true;
             break;
         }
         call.log.logData("nameserver", plat::toText(servers[i]));
         std::vector<uint8_t> query;
-        if (!makeQuery(call.log, host, query)) return false;
+        if (!makeQuery(call.log, host, query)) return Failure(Cause::DnsFailed);
         DnsExchange exchange{call, query, servers[i], i + 1, Deadline(share), {}};
         const End end = askServer(exchange, requireTls);
         anyConnected |= exchange.connected;
         anyHandshakeFailed |= exchange.handshakeFailed;
-        if (end == End::Aborted) return false;
-        outcome.timedOut |= end == End::TimedOut;
+        if (end == End::Aborted) return Failure(Cause::Aborted);
+        timedOut |= end == End::TimedOut;
         if (end != End::Replied) {
             outcome.silent.push_back(servers[i]);
         } else if (isFinal(call.log, exchange.reply)) {
             outcome.reply = std::move(exchange.reply);
             outcome.server = servers[i];
-            return true;
+            return {};
         }
     }
     if (requireTls) explainTlsFailure(call.log, anyConnected, anyHandshakeFailed);
-    return false;
+    return Failure(timedOut ? Cause::DnsTimeout : Cause::DnsFailed);
 }
 
 }  // namespace tv

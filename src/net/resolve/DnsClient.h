@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "log/LogBase.h"
+#include "base/Failure.h"
 #include "net/dns/DnsMessage.h"
 #include "net/stream/CallContext.h"
 #include "net/stream/Deadline.h"
@@ -20,13 +20,14 @@ struct DnsOutcome {
     dns::Reply reply;                       // of the server that answered
     std::optional<plat::IpAddress> server;  // which one that was
     std::vector<plat::IpAddress> silent;    // those that gave no reply
-    bool timedOut = false;
 };
 
 // Asks the servers in their order, each within max(2 s, time left / servers left), until one says
-// which addresses the name has or that there are none. False where none did.
-bool doDnsQuery(CallContext& call, std::string_view host, std::span<const plat::IpAddress> servers,
-                bool requireTls, const Deadline& deadline, DnsOutcome& outcome);
+// which addresses the name has or that there are none. A failure where none did: DnsTimeout where
+// one of them was silent to the end.
+Failure doDnsQuery(CallContext& call, std::string_view host,
+                   std::span<const plat::IpAddress> servers, bool requireTls,
+                   const Deadline& deadline, DnsOutcome& outcome);
 
 // One question to one server.
 struct DnsExchange {

@@ -9,6 +9,7 @@
 #include "net/resolve/DnsClient.h"
 #include "net/stream/SChannelTolvane.h"
 #include "net/stream/TolvaneSocket.h"
+#include "net/stream/WholeLimit.h"
 
 namespace tv {
 namespace {
@@ -22,45 +23,38 @@ constexpr int kImplicitTls = 3;  // ends the texts of a failed handshake
 class DnsExchange::Stream {
 public:
     explicit Stream(DnsExchange& exchange)
-        : exchange_(exchange), call_(exchange.call.aside(exchange.call.log)) {
-        call_.whole = exchange.deadline;
+        : exchange_(exchange), call_(exchange.call), limit_(call_, exchange.deadline.leftMs()) {
         socket_.useSystemBufSizes(true);
     }
     ~Stream() { socket_.terminateConnection(call_, CloseForm::AtOnce, 0); }
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
 
-    bool connect(uint16_t port) {
-        const bool made = exchange_.server.isIpv4() ? socket_.createSocket_ipv4(exchange_.call.log)
-                                                    : socket_.createSocket_ipv6(exchange_.call.log);
-        return made && socket_.connect(call_, exchange_.server, port, leftMs());
+    Failure connect(uint16_t port) {
+        const bool made = exchange_.server.isIpv4() ? socket_.createSocket_ipv4(call_.log)
+                                                    : socket_.createSocket_ipv6(call_.log);
+        if (!made) return Failure(Cause::Internal);
+        return socket_.connect(call_, exchange_.server, port, leftMs());
     }
 
     // The server is known by its address alone, so there is no name for its certificate to prove.
-    bool secure() {
+    Failure secure() {
         channel_ = std::make_unique<SChannelTolvane>(socket_);
         return channel_->handshake(call_, plat::toText(exchange_.server), kTlsPort, {},
                                    kImplicitTls, leftMs());
     }
 
-    bool send(std::span<const uint8_t> bytes) {
-        size_t sent = 0;
-        return channel_ ? channel_->sendApplicationData(call_, bytes, sent, leftMs())
-                        : socket_.sendBytes(call_, bytes, sent, leftMs());
-    }
-
-    // A whole message, without the length that stands before it.
-    bool receive(SecureBuffer& in, std::span<const uint8_t>& message) {
+    // The question there and a whole message back, without the length that stands before it.
+    Failure ask(std::span<const uint8_t> bytes, SecureBuffer& in,
+                std::span<const uint8_t>& message) {
+        if (Failure failure = send(bytes)) return failure;
         for (;;) {
             ByteReader reader(in.bytes());
             message = reader.vector16();
-            if (reader.ok()) return true;
-            if (!receiveSome(in)) return false;
+            if (reader.ok()) return {};
+            if (Failure failure = receiveSome(in)) return failure;
         }
     }
-
-    bool wasAborted() const { return call_.aborted; }
-    bool ranOut() const { return call_.timedOut; }
 
 private:
     // Never 0, which would be no limit.
@@ -68,19 +62,24 @@ private:
         return static_cast<uint32_t>(std::max<uint64_t>(exchange_.deadline.leftMs(), 1));
     }
 
-    bool receiveSome(SecureBuffer& in) {
-        if (channel_) {
-            return channel_->receiveApplicationData(call_, in, leftMs());
-        }
+    Failure send(std::span<const uint8_t> bytes) {
+        size_t sent = 0;
+        return channel_ ? channel_->sendApplicationData(call_, bytes, sent, leftMs())
+                        : socket_.sendBytes(call_, bytes, sent, leftMs());
+    }
+
+    Failure receiveSome(SecureBuffer& in) {
+        if (channel_) return channel_->receiveApplicationData(call_, in, leftMs());
         std::array<uint8_t, 4096> segment;
         size_t size = 0;
-        if (!socket_.receiveBytes(call_, segment, size, leftMs())) return false;
+        if (Failure failure = socket_.receiveBytes(call_, segment, size, leftMs())) return failure;
         in.append({segment.data(), size});
-        return true;
+        return {};
     }
 
     DnsExchange& exchange_;
-    CallContext call_;
+    CallContext& call_;
+    const WholeLimit limit_;
     TolvaneSocket socket_;
     std::unique_ptr<SChannelTolvane> channel_;
 };
@@ -97,15 +96,17 @@ DnsExchange::End DnsExchange::overStream(bool tls) {
     Stream stream(*this);
     ByteWriter framed;
     framed.vector16(query);
-    connected = stream.connect(tls ? kTlsPort : kDnsPort);
-    handshakeFailed = connected && tls && !stream.secure();
+    Failure failure = stream.connect(tls ? kTlsPort : kDnsPort);
+    connected = !failure;
+    if (connected && tls) {
+        failure = stream.secure();
+        handshakeFailed = static_cast<bool>(failure);
+    }
     SecureBuffer in;
     std::span<const uint8_t> message;
-    const bool received =
-        connected && !handshakeFailed && stream.send(framed.bytes()) && stream.receive(in, message);
-    call.aborted = stream.wasAborted();
-    if (call.aborted) return End::Aborted;
-    if (!received) return stream.ranOut() ? End::TimedOut : End::NoReply;
+    if (!failure) failure = stream.ask(framed.bytes(), in, message);
+    if (failure.is(Cause::Aborted)) return End::Aborted;
+    if (failure) return deadline.hasPassed() ? End::TimedOut : End::NoReply;
     reply = dns::decodeReply(message, query);
     if (reply.isAnswer() && reply.kind != dns::ReplyKind::Truncated) return End::Replied;
     call.log.logError(reply.kind == dns::ReplyKind::WrongId

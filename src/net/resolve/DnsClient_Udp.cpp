@@ -126,7 +126,7 @@ DnsExchange::End DnsExchange::awaitReply(DatagramSocket& socket, uint64_t waitMs
     const Deadline limit(waitMs);
     std::array<uint8_t, kMaxDatagram> datagram;
     for (;;) {
-        if (call.checkAbort()) {
+        if (call.mustStop()) {
             call.log.logError("DNS lookup aborted by application.");
             return End::Aborted;
         }

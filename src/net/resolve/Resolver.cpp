@@ -27,12 +27,6 @@ std::string_view withoutDot(std::string_view name) {
     return name.substr(0, name.size() - (name.back() == '.' ? 1 : 0));
 }
 
-bool failLookup(CallContext& call, ConnectFailReason reason) {
-    call.connectFailReason = reason;
-    if (reason == ConnectFailReason::DnsTimeout) call.timedOut = true;
-    return false;
-}
-
 plat::NetError askSystem(LogBase& log, const std::string& name, AddressFamily family,
                          std::vector<plat::IpAddress>& addresses) {
     if (!ensureSocketLibrary(log)) return {NetCode::NotInitialised, 0};
@@ -53,14 +47,14 @@ bool isJustMissing(const plat::NetError& error) {
 }
 
 // The last resort, unless the application wants others kept out of it.
-bool askSystemInstead(CallContext& call, const std::string& name, const Deadline& deadline,
-                      std::vector<plat::IpAddress>& addresses) {
+Failure askSystemInstead(CallContext& call, const std::string& name, const Deadline& deadline,
+                         std::vector<plat::IpAddress>& addresses) {
     const ResolverState& state = resolverState();
     call.log.logDataLong("num_app_defined_ns", static_cast<int64_t>(state.ownNameServers.size()));
-    if (!state.ownNameServers.empty()) return false;
+    if (!state.ownNameServers.empty()) return Failure(Cause::DnsFailed);
     if (state.requireTls) {
         call.log.logInfo("The system's resolver is not asked: it may not use TLS.");
-        return false;
+        return Failure(Cause::DnsFailed);
     }
     return getAddressInfo(call, name, false, deadline, addresses);
 }
@@ -96,99 +90,103 @@ Deadline withoutLastResort(const Deadline& deadline, const ResolverState& state)
 }
 
 // Asks name servers and remembers what they said, and which of them did not.
-bool queryServers(CallContext& call, const std::string& name,
-                  const std::vector<plat::IpAddress>& servers, const Deadline& deadline,
-                  DnsOutcome& outcome) {
+Failure queryServers(CallContext& call, const std::string& name,
+                     const std::vector<plat::IpAddress>& servers, const Deadline& deadline,
+                     DnsOutcome& outcome) {
     ResolverState& state = resolverState();
-    const bool answered = doDnsQuery(call, name, servers, state.requireTls,
-                                     withoutLastResort(deadline, state), outcome);
+    Failure failure = doDnsQuery(call, name, servers, state.requireTls,
+                                 withoutLastResort(deadline, state), outcome);
     const uint64_t nowMs = plat::sysClock().tickMs();
     for (const plat::IpAddress& server : outcome.silent) {
         state.noteServer(server, false, nowMs);
     }
     if (outcome.server) state.noteServer(*outcome.server, true, nowMs);
-    return answered;
+    return failure;
 }
 
-bool resolveByQuery(CallContext& call, const std::string& name, const Deadline& deadline,
-                    std::vector<plat::IpAddress>& addresses) {
+Failure resolveByQuery(CallContext& call, const std::string& name, const Deadline& deadline,
+                       std::vector<plat::IpAddress>& addresses) {
     const std::vector<plat::IpAddress> servers = serversFor(call.log, name);
     DnsOutcome outcome;
-    const bool answered = !servers.empty() && queryServers(call, name, servers, deadline, outcome);
-    if (call.aborted) return failLookup(call, ConnectFailReason::Aborted);
-    if (answered && outcome.reply.kind == dns::ReplyKind::Addresses) {
+    const Failure unanswered = servers.empty()
+                                   ? Failure(Cause::DnsFailed)
+                                   : queryServers(call, name, servers, deadline, outcome);
+    if (call.wasStopped()) return Failure(Cause::Aborted);
+    if (!unanswered && outcome.reply.kind == dns::ReplyKind::Addresses) {
         resolverState().keep(withoutDot(name), outcome.reply, plat::sysClock().tickMs());
         addresses = outcome.reply.addresses;
-        return true;
+        return {};
     }
-    const bool nothingUsable = answered && outcome.reply.kind == dns::ReplyKind::NoAddress;
+    const bool nothingUsable = !unanswered && outcome.reply.kind == dns::ReplyKind::NoAddress;
     if (nothingUsable) call.log.logInfo("retry");
-    if (askSystemInstead(call, name, deadline, addresses)) return true;
-    if (call.aborted) return failLookup(call, ConnectFailReason::Aborted);
+    const Failure system = askSystemInstead(call, name, deadline, addresses);
+    if (!system) return {};
+    if (call.wasStopped()) return Failure(Cause::Aborted);
     call.log.logError(nothingUsable ? "No valid DNS answer.." : "DNS resolution failed.");
-    // The system's resolver has named its reason.
-    const bool timedOut =
-        (!answered && outcome.timedOut) || call.connectFailReason == ConnectFailReason::DnsTimeout;
-    return failLookup(call,
-                      timedOut ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed);
+    const bool timedOut = unanswered.is(Cause::DnsTimeout) || system.is(Cause::DnsTimeout);
+    return Failure(timedOut ? Cause::DnsTimeout : Cause::DnsFailed);
 }
 
-bool tvDnsResolveDomainIPv4_n(CallContext& call, std::string_view domain, const Deadline& deadline,
-                              std::vector<plat::IpAddress>& addresses) {
+Failure tvDnsResolveDomainIPv4_n(CallContext& call, std::string_view domain,
+                                 const Deadline& deadline,
+                                 std::vector<plat::IpAddress>& addresses) {
     std::string name;
     if (!normalizeDomain(domain, name)) {
         call.log.logError("Invalid domain for resolving domain to IP address.");
-        return failLookup(call, ConnectFailReason::DnsFailed);
+        return Failure(Cause::DnsFailed);
     }
     ResolverState& state = resolverState();
     if (!state.isUsable()) {
         call.log.logError("DNS cache is either finalized or invalid.");
-        return failLookup(call, ConnectFailReason::DnsFailed);
+        return Failure(Cause::DnsFailed);
     }
     if (state.findInHosts(withoutDot(name), addresses)) {
         call.log.logData("ip_from_hosts_file", plat::toText(addresses.front()));
-        return true;
+        return {};
     }
     if (name.find('.') == std::string::npos) {
-        if (!getAddressInfo(call, name, false, deadline, addresses)) return false;
+        if (Failure failure = getAddressInfo(call, name, false, deadline, addresses)) {
+            return failure;
+        }
         call.log.logData("sbIp_gethostbyname", plat::toText(addresses.front()));
-        return true;
+        return {};
     }
     if (state.findInCache(withoutDot(name), plat::sysClock().tickMs(), addresses)) {
         call.log.logData("ip_from_dns_cache", plat::toText(addresses.front()));
-        return true;
+        return {};
     }
     return resolveByQuery(call, name, deadline, addresses);
 }
 
 }  // namespace
 
-bool dnsLookup(CallContext& call, std::string_view domain, const Deadline& deadline,
-               std::vector<plat::IpAddress>& addresses) {
+Failure dnsLookup(CallContext& call, std::string_view domain, const Deadline& deadline,
+                  std::vector<plat::IpAddress>& addresses) {
     const LogContextExitor context(call.log, "dnsLookup");
     addresses.clear();
-    call.connectFailReason = ConnectFailReason::None;
     const std::string_view name = trimmed(domain);
     call.log.logData("domain", name);
     if (name.empty()) {
         call.log.logError("DNS lookup failed; domain name is empty");
-        return failLookup(call, ConnectFailReason::DnsFailed);
+        return Failure(Cause::DnsFailed);
     }
     const auto numeric =
         plat::parseIp(equalsIgnoreCase(name, "localhost") ? std::string_view("127.0.0.1") : name);
     if (numeric) {
         call.log.logInfo("IP address passed to DNS lookup");
         addresses.push_back(*numeric);
-        return true;
+        return {};
     }
-    if (tvDnsResolveDomainIPv4_n(call, name, deadline, addresses)) return true;
-    call.log.logError("DNS lookup failed");
-    call.log.logData("domain", name);
-    return false;
+    Failure failure = tvDnsResolveDomainIPv4_n(call, name, deadline, addresses);
+    if (failure) {
+        call.log.logError("DNS lookup failed");
+        call.log.logData("domain", name);
+    }
+    return failure;
 }
 
-bool getAddressInfo(CallContext& call, std::string_view hostOrIpAddr, bool preferIpv6,
-                    const Deadline& deadline, std::vector<plat::IpAddress>& addresses) {
+Failure getAddressInfo(CallContext& call, std::string_view hostOrIpAddr, bool preferIpv6,
+                       const Deadline& deadline, std::vector<plat::IpAddress>& addresses) {
     const LogContextExitor context(call.log, "getAddressInfo");
     call.log.logData("hostOrIpAddr", hostOrIpAddr);
     if (preferIpv6) {
@@ -202,24 +200,23 @@ bool getAddressInfo(CallContext& call, std::string_view hostOrIpAddr, bool prefe
         if (attempt == 1 && !preferIpv6) {
             call.log.logInfo("No IPv4 address found, checking for IPv6...");
         }
-        if (call.checkAbort()) return failLookup(call, ConnectFailReason::Aborted);
+        if (call.mustStop()) return Failure(Cause::Aborted);
         if (deadline.leftMs() < kLeastTimeMs) {
             call.log.logError(
                 "Less than a second is left of the time to connect: the system's resolver is not "
                 "asked.");
-            return failLookup(call, ConnectFailReason::DnsTimeout);
+            return Failure(Cause::DnsTimeout);
         }
         error = askSystem(call.log, name, wantsIpv6 ? AddressFamily::IPv6 : AddressFamily::IPv4,
                           addresses);
-        if (error.ok()) return true;
+        if (error.ok()) return {};
         if (!isJustMissing(error)) break;
     }
     addresses.clear();
     if (isJustMissing(error)) call.log.logError("No IPv4 or IPv6 addresses found.");
     call.log.logError("getAddressInfo failed.");
     logSocketError(call.log, error);
-    return failLookup(
-        call, deadline.hasPassed() ? ConnectFailReason::DnsTimeout : ConnectFailReason::DnsFailed);
+    return Failure(deadline.hasPassed() ? Cause::DnsTimeout : Cause::DnsFailed);
 }
 
 }  // namespace tv

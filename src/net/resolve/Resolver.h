@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "log/LogBase.h"
+#include "base/Failure.h"
 #include "net/stream/CallContext.h"
 #include "net/stream/Deadline.h"
 #include "platform/IpAddress.h"
@@ -14,13 +14,12 @@ namespace tv {
 // The IPv4 addresses of a name, a numeric address itself, or, where a name has none, its IPv6
 // addresses; in the order to be tried. A name is looked for in the hosts file, the cache and at the
 // name servers; the system's resolver is asked for single labels and where that all has failed.
-// Failure sets call.connectFailReason.
-bool dnsLookup(CallContext& call, std::string_view domain, const Deadline& deadline,
-               std::vector<plat::IpAddress>& addresses);
+Failure dnsLookup(CallContext& call, std::string_view domain, const Deadline& deadline,
+                  std::vector<plat::IpAddress>& addresses);
 
 // Asks the system's resolver: addresses of one family, the preferred one if there are any. This
 // wait cannot be cut short, so it is not begun with less than a second left.
-bool getAddressInfo(CallContext& call, std::string_view hostOrIpAddr, bool preferIpv6,
-                    const Deadline& deadline, std::vector<plat::IpAddress>& addresses);
+Failure getAddressInfo(CallContext& call, std::string_view hostOrIpAddr, bool preferIpv6,
+                       const Deadline& deadline, std::vector<plat::IpAddress>& addresses);
 
 }  // namespace tv

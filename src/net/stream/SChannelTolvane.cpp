@@ -107,8 +107,7 @@ std::string clause(std::string_view sentence) {
 }
 
 // What went wrong in the handshake, for a sentence of the host's.
-std::string failureClause(const CallContext& call, const tls::TlsProtocol& engine,
-                          bool isFallback) {
+std::string failureClause(const Failure& failure, const tls::TlsProtocol& engine, bool isFallback) {
     if (isFallback && refusesFallback(engine)) {
         return "The server speaks TLS 1.3, but the connection broke off when TLS 1.3 was offered; "
                "a firewall, a proxy or an attacker on the way may have cut it. Let TLS 1.3 pass to "
@@ -120,9 +119,9 @@ std::string failureClause(const CallContext& call, const tls::TlsProtocol& engin
                std::string(tls::alertName(*engine.peerAlert())) + "\"";
     }
     if (engine.failure() != tls::TlsFailure::None) return clause(tls::textOf(engine.failure()));
-    if (!call.timedOut) return "The connection was lost in the TLS handshake";
-    if (call.overranMs == 0) return "Timeout in the TLS handshake";
-    return "The TLS handshake took more than " + durationText(call.overranMs);
+    if (!failure.is(Cause::Timeout)) return "The connection was lost in the TLS handshake";
+    if (failure.overranMs() == 0) return "Timeout in the TLS handshake";
+    return "The TLS handshake took more than " + durationText(failure.overranMs());
 }
 
 }  // namespace
@@ -143,8 +142,9 @@ bool SChannelTolvane::isOpen() const {
     return engine_ && engine_->isEstablished() && !engine_->closeNotifyReceived() && !readFailed_;
 }
 
-bool SChannelTolvane::handshake(CallContext& call, std::string_view host, int port,
-                                const TlsChannelSettings& settings, int road, uint32_t maxIdleMs) {
+Failure SChannelTolvane::handshake(CallContext& call, std::string_view host, int port,
+                                   const TlsChannelSettings& settings, int road,
+                                   uint32_t maxIdleMs) {
     const LogContextExitor context(call.log, "SslHandshake");
     call.log.logInfo("Starting");
     tls::TlsSettings wanted;
@@ -169,67 +169,73 @@ bool SChannelTolvane::handshake(CallContext& call, std::string_view host, int po
     engine_ = std::make_unique<tls::TlsProtocol>(std::move(wanted), *environment_);
     readFailed_ = false;
 
-    if (!engine_->start(call.log) || !exchange(call, maxIdleMs)) {
-        return handshakeFailed(call, road);
+    if (Failure failure = exchange(call, maxIdleMs)) {
+        return handshakeFailed(call.log, std::move(failure), road);
     }
     verifiedUntilMs_ = engine_->negotiated().resumed ? keptUntilMs : 0;
-    if (!checkServerCert(call, host, anchors ? &*anchors : nullptr, maxIdleMs)) {
+    Failure distrust = checkServerCert(call, host, anchors ? &*anchors : nullptr, maxIdleMs);
+    if (distrust) {
         call.log.logError(withRoad("Server certificate verification failed.", road));
-        return false;
+        return distrust;
     }
     keepSession();
     call.log.logInfo("Finished");
     call.log.logInfo("SSL/TLS Channel Established.");
-    return true;
+    return {};
 }
 
 // Moves bytes both ways until the handshake is over.
-bool SChannelTolvane::exchange(CallContext& call, uint32_t maxIdleMs) {
+Failure SChannelTolvane::exchange(CallContext& call, uint32_t maxIdleMs) {
+    if (!engine_->start(call.log)) return Failure(Cause::Internal);
     const WholeLimit limit(call, kMaxHandshakeMs, maxIdleMs);
     while (!engine_->isEstablished()) {
-        if (!flush(call, maxIdleMs) || !readMore(call, maxIdleMs)) return false;
+        if (Failure failure = flush(call, maxIdleMs)) return failure;
+        if (Failure failure = readMore(call, maxIdleMs)) return failure;
     }
     return flush(call, maxIdleMs);
 }
 
-bool SChannelTolvane::handshakeFailed(CallContext& call, int road) {
-    if (call.aborted) {
-        call.connectFailReason = ConnectFailReason::Aborted;
-    } else if (engine_->failure() == tls::TlsFailure::CertificateMissing) {
-        call.connectFailReason = ConnectFailReason::NoServerCertificate;
-    } else {
-        call.connectFailReason = !readFailed_ || engine_->serverAnswered()
-                                     ? ConnectFailReason::InternalError
-                                 : call.timedOut ? ConnectFailReason::TlsServerHelloUnreadable
-                                                 : ConnectFailReason::TlsNoServerHello;
-        call.cause = failureClause(call, *engine_, isFallback_);
+Failure SChannelTolvane::handshakeFailed(LogBase& log, Failure failure, int road) {
+    log.logError(withRoad("Client handshake failed.", road));
+    if (failure.is(Cause::Aborted)) return failure;
+    if (engine_->failure() == tls::TlsFailure::CertificateMissing) {
+        return Failure(Cause::NoServerCertificate);
     }
-    call.log.logError(withRoad("Client handshake failed.", road));
-    return false;
+    const Cause cause = !readFailed_ || engine_->serverAnswered() ? Cause::Internal
+                        : failure.is(Cause::Timeout)              ? Cause::TlsServerHelloUnreadable
+                                                                  : Cause::TlsNoServerHello;
+    return Failure(cause, failureClause(failure, *engine_, isFallback_));
 }
 
-bool SChannelTolvane::flush(CallContext& call, uint32_t maxIdleMs) {
+Failure SChannelTolvane::flush(CallContext& call, uint32_t maxIdleMs) {
     DataBuffer& output = engine_->output();
+    if (output.empty()) return {};
     size_t sent = 0;
-    const bool success = output.empty() || socket_.sendBytes(call, output.bytes(), sent, maxIdleMs);
+    Failure failure = socket_.sendBytes(call, output.bytes(), sent, maxIdleMs);
     output.clear();
-    return success;
+    return failure;
 }
 
 // One segment from the socket into the engine. An alert that the engine answers with goes out.
-bool SChannelTolvane::readMore(CallContext& call, uint32_t maxIdleMs) {
+Failure SChannelTolvane::readMore(CallContext& call, uint32_t maxIdleMs) {
     std::array<uint8_t, kSegment> segment;
     size_t size = 0;
-    if (!socket_.receiveBytes(call, segment, size, maxIdleMs)) {
+    if (Failure failure = socket_.receiveBytes(call, segment, size, maxIdleMs)) {
         readFailed_ = true;
-        return false;
+        return failure;
     }
-    const bool success = engine_->receive(call.log, {segment.data(), size});
-    return flush(call, maxIdleMs) && success;
+    return process(call, {segment.data(), size}, maxIdleMs);
 }
 
-bool SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,
-                                      const TrustAnchors* anchors, uint32_t maxIdleMs) {
+Failure SChannelTolvane::process(CallContext& call, std::span<const uint8_t> arrived,
+                                 uint32_t maxIdleMs) {
+    const bool success = engine_->receive(call.log, arrived);
+    if (Failure failure = flush(call, maxIdleMs)) return failure;
+    return success ? Failure() : Failure(Cause::ConnectionLost);
+}
+
+Failure SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,
+                                         const TrustAnchors* anchors, uint32_t maxIdleMs) {
     const LogContextExitor context(call.log, "checkServerCert");
     const auto& chain = engine_->negotiated().chain;  // empty for a resumed session
     x509::Certificate leaf;
@@ -240,22 +246,21 @@ bool SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,
         call.log.logInfo("Not verifying server certificate...");
         call.log.logInfo("Set the RequireSslCertVerify property to enable verification.");
         if (!usage.trusted()) tls::warnOfKeyUsage(call.log, usage.detail);
-        return true;
+        return {};
     }
     if (engine_->negotiated().resumed) {
         call.log.logInfo(
             "Not verifying server certificate because this TLS session is a resumption.");
-        return true;
+        return {};
     }
     if (chain.empty()) {
         call.log.logError("No server certificate is available.");
-        call.connectFailReason = ConnectFailReason::NoServerCertificate;
-        return false;
+        return Failure(Cause::NoServerCertificate);
     }
     call.log.logInfo("Verifying server certificate...");
     const uint64_t nowMs = wallClockMs();
     const Deadline deadline(maxIdleMs == 0 ? kMaxVerifyMs : maxIdleMs);
-    x509::WorkBudget budget([&] { return call.checkAbort() ? 0 : deadline.leftMs(); });
+    x509::WorkBudget budget([&] { return call.mustStop() ? 0 : deadline.leftMs(); });
     x509::ChainVerdict verdict =
         anchors->verify(call.log, chain, host, static_cast<int64_t>(nowMs / 1000), budget);
     if (verdict.trusted()) verdict = usage;
@@ -263,29 +268,27 @@ bool SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,
         verifiedUntilMs_ = endOfTrustMs(leaf, nowMs);
         call.log.logInfo("Server certificate is verified.");
         call.log.logInfo("Whether it has been revoked is not checked.");
-        return true;
+        return {};
     }
     return refuseCertificate(call, verdict);
 }
 
 // Tells the log and the server. Whoever looks after the server is to find the reason there, so the
 // alert must not get lost: closing with unread bytes would overtake it.
-bool SChannelTolvane::refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict) {
+Failure SChannelTolvane::refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict) {
     call.log.logError("SSL server certificate verification failed.");
     call.log.logError(x509::ruleText(verdict.broken));
     call.log.logData("certificate", verdict.subject);
     call.log.logData("issuedBy", verdict.issuer);
     if (!verdict.detail.empty()) call.log.logData("detail", verdict.detail);
-    call.connectFailReason =
-        call.aborted ? ConnectFailReason::Aborted : ConnectFailReason::CertificateInvalid;
-    call.cause = clause(x509::ruleText(verdict.broken));
     engine_->refuseCertificate(alertOf(verdict.broken));
     LogNull quiet;
     CallContext own = call.aside(quiet);
-    if (flush(own, kMaxGoodbyeMs)) {
+    if (!flush(own, kMaxGoodbyeMs)) {
         socket_.terminateConnection(own, CloseForm::Graceful, kMaxGoodbyeMs);
     }
-    return false;
+    return Failure(call.wasStopped() ? Cause::Aborted : Cause::CertificateInvalid,
+                   clause(x509::ruleText(verdict.broken)));
 }
 
 void SChannelTolvane::keepSession() {
@@ -296,50 +299,53 @@ void SChannelTolvane::keepSession() {
     sessions_->session = std::move(fresh);
 }
 
-bool SChannelTolvane::takeArrived(CallContext& call) {
+Failure SChannelTolvane::takeArrived(CallContext& call) {
     std::array<uint8_t, kSegment> segment;
     size_t size = 0;
-    if (!socket_.receiveReady(segment, size)) return socket_.isConnected();
-    const bool success = engine_->receive(call.log, {segment.data(), size});
-    keepSession();
+    if (!socket_.receiveReady(segment, size)) {
+        return socket_.isConnected() ? Failure() : Failure(Cause::ConnectionLost);
+    }
     const WholeLimit limit(call, kMaxGoodbyeMs);
-    return flush(call, kMaxGoodbyeMs) && success;
+    Failure failure = process(call, {segment.data(), size}, kMaxGoodbyeMs);
+    keepSession();
+    return failure;
 }
 
-bool SChannelTolvane::sendApplicationData(CallContext& call, std::span<const uint8_t> bytes,
-                                          size_t& sent, uint32_t maxIdleMs) {
+Failure SChannelTolvane::sendApplicationData(CallContext& call, std::span<const uint8_t> bytes,
+                                             size_t& sent, uint32_t maxIdleMs) {
     sent = 0;
     while (!bytes.empty()) {
         // A look at what the server has to say in the meantime: an alert ends a long send.
-        if (engine_->input().size() < kMaxKeptInput && !takeArrived(call)) {
-            call.log.logError("Failed to receive TLS application data while sending.");
-            return false;
+        if (engine_->input().size() < kMaxKeptInput) {
+            if (Failure failure = takeArrived(call)) {
+                call.log.logError("Failed to receive TLS application data while sending.");
+                return failure;
+            }
         }
         if (engine_->closeNotifyReceived()) {
             call.log.logError(
                 "Aborting the TLS send because the peer sent the TLS close-notify alert.");
-            return false;
+            return Failure(Cause::ConnectionLost);
         }
         while (engine_->isHandshaking()) {
-            if (!readMore(call, maxIdleMs)) return false;
+            if (Failure failure = readMore(call, maxIdleMs)) return failure;
         }
-        if (call.checkAbort()) {
+        if (call.mustStop()) {
             call.log.logError("Aborting the TLS send..");
-            return false;
+            return Failure(Cause::Aborted);
         }
         const std::span<const uint8_t> batch = bytes.first(std::min(bytes.size(), kSendBatch));
-        if (!engine_->sendApplicationData(call.log, batch) || !flush(call, maxIdleMs)) {
-            return false;
-        }
+        if (!engine_->sendApplicationData(call.log, batch)) return Failure(Cause::ConnectionLost);
+        if (Failure failure = flush(call, maxIdleMs)) return failure;
         sent += batch.size();
         bytes = bytes.subspan(batch.size());
     }
-    return true;
+    return {};
 }
 
 bool SChannelTolvane::receiveReady(CallContext& call, SecureBuffer& out) {
     if (!engine_) return false;
-    if (!takeArrived(call)) readFailed_ = true;
+    if (takeArrived(call)) readFailed_ = true;
     SecureBuffer& input = engine_->input();
     const bool any = !input.empty();
     out.append(input.bytes());
@@ -347,34 +353,35 @@ bool SChannelTolvane::receiveReady(CallContext& call, SecureBuffer& out) {
     return any;
 }
 
-bool SChannelTolvane::receiveApplicationData(CallContext& call, SecureBuffer& out,
-                                             uint32_t maxIdleMs) {
+Failure SChannelTolvane::receiveApplicationData(CallContext& call, SecureBuffer& out,
+                                                uint32_t maxIdleMs) {
     SecureBuffer& input = engine_->input();
     // Records may arrive that carry no text; the engine bounds how many.
     while (input.empty()) {
         if (engine_->closeNotifyReceived()) {
             call.log.logError("Already received close-notify.");
-            return false;
+            return Failure(Cause::ConnectionLost);
         }
         // Text that came before what fails counts; the failure shows at the next read.
-        if (!readMore(call, maxIdleMs) && input.empty()) return false;
+        Failure failure = readMore(call, maxIdleMs);
+        if (failure && input.empty()) return failure;
         keepSession();
     }
     out.append(input.bytes());
     input.clear();
-    return true;
+    return {};
 }
 
 void SChannelTolvane::closeNotify(CallContext& call, uint32_t maxIdleMs) {
-    if (!engine_ || !engine_->isEstablished() || readFailed_ || call.aborted) return;
+    if (!engine_ || !engine_->isEstablished() || readFailed_ || call.wasStopped()) return;
     engine_->sendCloseNotify();
     const uint32_t limit = maxIdleMs == 0 ? kMaxGoodbyeMs : std::min(maxIdleMs, kMaxGoodbyeMs);
     LogNull quiet;  // whatever fails from here on is of no interest
     CallContext own = call.aside(quiet);
     const WholeLimit whole(own, limit);
-    bool reading = flush(own, limit);
-    while (reading && !engine_->closeNotifyReceived()) {
-        reading = readMore(own, limit);
+    Failure failure = flush(own, limit);
+    while (!failure && !engine_->closeNotifyReceived()) {
+        failure = readMore(own, limit);
         engine_->input().clear();
     }
     keepSession();

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/Failure.h"
 #include "base/SecureBuffer.h"
 #include "log/LogBase.h"
 #include "net/stream/CallContext.h"
@@ -52,14 +53,14 @@ public:
 
     // Runs the handshake over the connected socket and, if asked for, verifies the server's
     // certificate. road ends the texts of a failure: 3 for implicit TLS, 1 for a conversion. On
-    // failure call.connectFailReason is set; the socket is left to be closed.
-    bool handshake(CallContext& call, std::string_view host, int port,
-                   const TlsChannelSettings& settings, int road, uint32_t maxIdleMs);
+    // failure the socket is left to be closed.
+    Failure handshake(CallContext& call, std::string_view host, int port,
+                      const TlsChannelSettings& settings, int road, uint32_t maxIdleMs);
 
-    bool sendApplicationData(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
-                             uint32_t maxIdleMs);
+    Failure sendApplicationData(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
+                                uint32_t maxIdleMs);
     // Appends at least one byte of plain text to out.
-    bool receiveApplicationData(CallContext& call, SecureBuffer& out, uint32_t maxIdleMs);
+    Failure receiveApplicationData(CallContext& call, SecureBuffer& out, uint32_t maxIdleMs);
     // What has arrived so far, without waiting: false where there is none.
     bool receiveReady(CallContext& call, SecureBuffer& out);
 
@@ -73,15 +74,16 @@ public:
 private:
     class Environment;
 
-    bool exchange(CallContext& call, uint32_t maxIdleMs);
-    bool flush(CallContext& call, uint32_t maxIdleMs);
-    bool readMore(CallContext& call, uint32_t maxIdleMs);
-    bool takeArrived(CallContext& call);
+    Failure exchange(CallContext& call, uint32_t maxIdleMs);
+    Failure flush(CallContext& call, uint32_t maxIdleMs);
+    Failure readMore(CallContext& call, uint32_t maxIdleMs);
+    Failure process(CallContext& call, std::span<const uint8_t> arrived, uint32_t maxIdleMs);
+    Failure takeArrived(CallContext& call);
     // anchors: null where the certificate is not to be verified.
-    bool checkServerCert(CallContext& call, std::string_view host, const TrustAnchors* anchors,
-                         uint32_t maxIdleMs);
-    bool refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict);
-    bool handshakeFailed(CallContext& call, int road);
+    Failure checkServerCert(CallContext& call, std::string_view host, const TrustAnchors* anchors,
+                            uint32_t maxIdleMs);
+    Failure refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict);
+    Failure handshakeFailed(LogBase& log, Failure failure, int road);
     void keepSession();
 
     TolvaneSocket& socket_;

@@ -221,7 +221,7 @@ void TolvaneSocket::readUntilFin(CallContext& call, uint32_t maxWaitMs) {
     uint8_t bytes[4096];
     const Deadline deadline(maxWaitMs == 0 ? kEndlessReadMs : maxWaitMs);
     for (size_t total = 0; total < kMostBytes;) {
-        if (wait(call, plat::WaitFor::Readable, deadline) != Waited::Ready) return;
+        if (wait(call, plat::WaitFor::Readable, deadline)) return;
         size_t received = 0;
         const plat::NetError error = plat::sysNet().receive(handle_, bytes, received);
         if (error.is(plat::NetCode::WouldBlock)) continue;

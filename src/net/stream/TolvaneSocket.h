@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 
+#include "base/Failure.h"
 #include "log/LogBase.h"
 #include "net/stream/CallContext.h"
 #include "net/stream/Deadline.h"
@@ -46,22 +47,22 @@ public:
     bool createSocket_ipv6(LogBase& log);
 
     // Connects the socket just created, within connectTimeoutMs (0: six hours). On failure the
-    // socket is closed and call says why.
-    bool connect(CallContext& call, const plat::IpAddress& address, uint16_t port,
-                 uint32_t connectTimeoutMs);
+    // socket is closed.
+    Failure connect(CallContext& call, const plat::IpAddress& address, uint16_t port,
+                    uint32_t connectTimeoutMs);
 
     // All bytes or failure; sent says how many were taken. Waits only when the socket takes no
     // more, then at most maxIdleMs (0: 56 hours) each time, and no longer than call.whole.
-    bool sendBytes(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
-                   uint32_t maxIdleMs);
+    Failure sendBytes(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
+                      uint32_t maxIdleMs);
     // At least one byte and what else has arrived. At the end of the stream the socket counts as
     // no longer connected.
-    bool receiveBytes(CallContext& call, std::span<uint8_t> into, size_t& received,
-                      uint32_t maxIdleMs);
+    Failure receiveBytes(CallContext& call, std::span<uint8_t> into, size_t& received,
+                         uint32_t maxIdleMs);
     // As receiveBytes without waiting and without a log: false where nothing has arrived, too.
     bool receiveReady(std::span<uint8_t> into, size_t& received);
-    bool waitReadableSocket(CallContext& call, uint32_t maxIdleMs);
-    bool waitWriteableSocket(CallContext& call, uint32_t maxIdleMs);
+    Failure waitReadableSocket(CallContext& call, uint32_t maxIdleMs);
+    Failure waitWriteableSocket(CallContext& call, uint32_t maxIdleMs);
 
     // Ends the sending direction, once.
     bool sendFinOnly(LogBase& log);
@@ -87,7 +88,6 @@ public:
     uint32_t serialNumber() const { return serialNumber_; }
 
 private:
-    enum class Waited { Ready, TimedOut, Aborted, Failed };
     // An operation under way. If the socket was to be closed meanwhile, the last one out does it.
     class InUse {
     public:
@@ -106,19 +106,19 @@ private:
 
     bool isAlive() const { return alive_ == kAlive; }
     bool mustStop() const { return !isAlive() || (closing_ && users_ > 0); }
-    bool isUsable(LogBase& log) const;
+    Failure whyUnusable(LogBase& log) const;
     bool createSocket(LogBase& log, plat::AddressFamily family);
     plat::NetError openSocket(LogBase& log, plat::AddressFamily family);
     void applyBufferSizes(LogBase& log);
     void applySize(LogBase& log, plat::SocketOption option, uint32_t bytes);
     void keepAlive(LogBase& log);
     bool doClientBind(LogBase& log);
-    bool connectFailed(CallContext& call, ConnectFailReason reason);
-    bool awaitConnect(CallContext& call, uint32_t timeoutMs);
+    Failure connectFailed(LogBase& log, Cause cause, std::string text = {});
+    Failure awaitConnect(CallContext& call, uint32_t timeoutMs);
     void explainConnectError(LogBase& log, const plat::NetError& error, uint64_t waitedMs);
     void connected(LogBase& log);
-    Waited wait(CallContext& call, plat::WaitFor what, const Deadline& deadline);
-    bool sendFailed(LogBase& log, size_t sent, size_t unsent, Waited how);
+    Failure wait(CallContext& call, plat::WaitFor what, const Deadline& deadline);
+    Failure sendFailed(LogBase& log, size_t sent, size_t unsent, Failure failure);
     void readUntilFin(CallContext& call, uint32_t maxWaitMs);
     void closeHandle(LogBase& log);
     void finishClose();

@@ -1,4 +1,6 @@
 // The non-blocking connect of one socket to one address.
+#include <utility>
+
 #include "log/LogContextExitor.h"
 #include "net/stream/SocketError.h"
 #include "net/stream/TolvaneSocket.h"
@@ -24,48 +26,46 @@ void logTwentyOneSeconds(LogBase& log, uint64_t waitedMs) {
 
 }  // namespace
 
-bool TolvaneSocket::connect(CallContext& call, const plat::IpAddress& address, uint16_t port,
-                            uint32_t connectTimeoutMs) {
+Failure TolvaneSocket::connect(CallContext& call, const plat::IpAddress& address, uint16_t port,
+                               uint32_t connectTimeoutMs) {
     const LogContextExitor context(call.log, "connect");
     const InUse use(*this);
     if (handle_ == plat::kNoSocket) {
         call.log.logError("Cannot connect, invalid socket");
-        call.connectFailReason = ConnectFailReason::InternalError;
-        return false;
+        return Failure(Cause::Internal);
     }
     remoteIp_ = plat::toText(address);
     plat::NetError error = plat::sysNet().setNonBlocking(handle_);
     if (!error.ok()) {
         logSocketError(call.log, error);
-        call.cause = "The system could not make a socket that does not block";
-        return connectFailed(call, ConnectFailReason::InternalError);
+        return connectFailed(call.log, Cause::Internal,
+                             "The system could not make a socket that does not block");
     }
     error = plat::sysNet().connect(handle_, {address, port});
     if (error.is(NetCode::WouldBlock)) {
         const uint32_t timeoutMs = connectTimeoutMs == 0 ? kEndlessConnectMs : connectTimeoutMs;
-        if (!awaitConnect(call, timeoutMs)) return false;
+        if (Failure failure = awaitConnect(call, timeoutMs)) return failure;
     } else if (!error.ok()) {
         explainConnectError(call.log, error, 0);
-        return connectFailed(call, ConnectFailReason::Rejected);
+        return connectFailed(call.log, Cause::Rejected);
     }
     connected(call.log);
-    return true;
+    return {};
 }
 
-bool TolvaneSocket::awaitConnect(CallContext& call, uint32_t timeoutMs) {
+Failure TolvaneSocket::awaitConnect(CallContext& call, uint32_t timeoutMs) {
     call.log.logInfo("Waiting for the connect to complete...");
     call.log.logDataLong("connectTimeoutMs", timeoutMs);
     const Deadline watch(timeoutMs);
-    const Waited waited = wait(call, plat::WaitFor::Writable, watch);
-    if (waited != Waited::Ready) {
+    if (const Failure failure = wait(call, plat::WaitFor::Writable, watch)) {
         call.log.logError("failedWaitToConnect");
-        if (waited == Waited::TimedOut) {
+        if (failure.is(Cause::Timeout)) {
             logFirewallHint(call.log);
             logTwentyOneSeconds(call.log, watch.elapsedMs());
+            return connectFailed(call.log, Cause::ConnectTimeout);
         }
-        return connectFailed(call, waited == Waited::Aborted    ? ConnectFailReason::Aborted
-                                   : waited == Waited::TimedOut ? ConnectFailReason::Timeout
-                                                                : ConnectFailReason::Rejected);
+        return connectFailed(call.log,
+                             failure.is(Cause::Aborted) ? Cause::Aborted : Cause::Rejected);
     }
     plat::NetError pending;
     if (!plat::sysNet().pendingError(handle_, pending).ok()) {
@@ -73,9 +73,9 @@ bool TolvaneSocket::awaitConnect(CallContext& call, uint32_t timeoutMs) {
     } else if (!pending.ok()) {
         call.log.logError("getsockopt indicates an error.");
         explainConnectError(call.log, pending, watch.elapsedMs());
-        return connectFailed(call, ConnectFailReason::Rejected);
+        return connectFailed(call.log, Cause::Rejected);
     }
-    return true;
+    return {};
 }
 
 void TolvaneSocket::explainConnectError(LogBase& log, const plat::NetError& error,
@@ -86,10 +86,9 @@ void TolvaneSocket::explainConnectError(LogBase& log, const plat::NetError& erro
     if (error.is(NetCode::TimedOut)) logTwentyOneSeconds(log, waitedMs);
 }
 
-bool TolvaneSocket::connectFailed(CallContext& call, ConnectFailReason reason) {
-    call.connectFailReason = reason;
-    closeHandle(call.log);
-    return false;
+Failure TolvaneSocket::connectFailed(LogBase& log, Cause cause, std::string text) {
+    closeHandle(log);
+    return Failure(cause, std::move(text));
 }
 
 void TolvaneSocket::connected(LogBase& log) {

@@ -1,6 +1,7 @@
 // Waiting in slices, sending and receiving. Every wait has two limits: its own, which starts anew
 // with each byte that moves, and that of the operation as a whole.
 #include <algorithm>
+#include <utility>
 
 #include "net/stream/SocketError.h"
 #include "net/stream/TolvaneSocket.h"
@@ -34,67 +35,64 @@ void yieldIfRepeated(int& fruitless) {
 
 }  // namespace
 
-bool TolvaneSocket::isUsable(LogBase& log) const {
+Failure TolvaneSocket::whyUnusable(LogBase& log) const {
     if (closing_) {
         log.logError("Another thread is closing this socket.");
-        return false;
+        return Failure(Cause::ConnectionLost);
     }
     if (!isAlive() || handle_ == plat::kNoSocket) {
         log.logError("This socket is not connected");
-        return false;
+        return Failure(Cause::ConnectionLost);
     }
-    return true;
+    return {};
 }
 
-TolvaneSocket::Waited TolvaneSocket::wait(CallContext& call, plat::WaitFor what,
-                                          const Deadline& deadline) {
+Failure TolvaneSocket::wait(CallContext& call, plat::WaitFor what, const Deadline& deadline) {
     if (handle_ == plat::kNoSocket) {
         call.log.logError("Cannot wait for socket data: not connected (invalid socket)");
-        return Waited::Failed;
+        return Failure(Cause::ConnectionLost);
     }
     for (;;) {
-        if (call.checkAbort()) return Waited::Aborted;
+        if (call.mustStop()) return Failure(Cause::Aborted);
         const uint64_t idle = deadline.leftMs();
         const uint64_t left = call.whole ? std::min(idle, call.whole->leftMs()) : idle;
         if (left == 0) {
-            call.timedOut = true;
-            call.overranMs = idle == 0 ? 0 : call.whole->limitMs();
-            return Waited::TimedOut;
+            return Failure(Cause::Timeout).withOverran(idle == 0 ? 0 : call.whole->limitMs());
         }
         bool ready = false;
         const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, call.sliceMs()));
         const plat::NetError error = plat::sysNet().wait(handle_, what, sliceMs, ready);
         if (mustStop()) {
             call.log.logError("Another thread is closing this socket.");
-            return Waited::Failed;
+            return Failure(Cause::ConnectionLost);
         }
         if (!error.ok()) {
             logSocketError(call.log, error);
-            return Waited::Failed;
+            return Failure(Cause::ConnectionLost);
         }
-        if (ready) return Waited::Ready;
+        if (ready) return {};
     }
 }
 
-bool TolvaneSocket::waitReadableSocket(CallContext& call, uint32_t maxIdleMs) {
+Failure TolvaneSocket::waitReadableSocket(CallContext& call, uint32_t maxIdleMs) {
     const InUse use(*this);
-    const Waited waited = wait(call, plat::WaitFor::Readable, idleDeadline(maxIdleMs));
-    if (waited == Waited::Aborted) call.log.logError("Wait for data on socket aborted by app");
-    return waited == Waited::Ready;
+    Failure failure = wait(call, plat::WaitFor::Readable, idleDeadline(maxIdleMs));
+    if (failure.is(Cause::Aborted)) call.log.logError("Wait for data on socket aborted by app");
+    return failure;
 }
 
-bool TolvaneSocket::waitWriteableSocket(CallContext& call, uint32_t maxIdleMs) {
+Failure TolvaneSocket::waitWriteableSocket(CallContext& call, uint32_t maxIdleMs) {
     const InUse use(*this);
-    const Waited waited = wait(call, plat::WaitFor::Writable, idleDeadline(maxIdleMs));
-    if (waited == Waited::Aborted) call.log.logError("socket operation aborted by application");
-    return waited == Waited::Ready;
+    Failure failure = wait(call, plat::WaitFor::Writable, idleDeadline(maxIdleMs));
+    if (failure.is(Cause::Aborted)) call.log.logError("socket operation aborted by application");
+    return failure;
 }
 
-bool TolvaneSocket::sendBytes(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
-                              uint32_t maxIdleMs) {
+Failure TolvaneSocket::sendBytes(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
+                                 uint32_t maxIdleMs) {
     sent = 0;
     const InUse use(*this);
-    if (!isUsable(call.log)) return false;
+    if (Failure failure = whyUnusable(call.log)) return failure;
     Deadline idle = idleDeadline(maxIdleMs);
     int fruitless = 0;
     while (sent < bytes.size()) {
@@ -105,52 +103,57 @@ bool TolvaneSocket::sendBytes(CallContext& call, std::span<const uint8_t> bytes,
             sent += taken;
             fruitless = 0;
             idle = idleDeadline(maxIdleMs);
-            if (sent < bytes.size() && call.checkAbort()) {
-                return sendFailed(call.log, sent, bytes.size() - sent, Waited::Aborted);
+            if (sent < bytes.size() && call.mustStop()) {
+                return sendFailed(call.log, sent, bytes.size() - sent, Failure(Cause::Aborted));
             }
             continue;
         }
         if (!error.ok() && !error.is(NetCode::WouldBlock)) {
             logSocketError(call.log, error);
             isConnected_ = false;
-            return false;
+            return Failure(Cause::ConnectionLost);
         }
-        const Waited waited = wait(call, plat::WaitFor::Writable, idle);
-        if (waited != Waited::Ready) return sendFailed(call.log, sent, bytes.size() - sent, waited);
+        if (Failure failure = wait(call, plat::WaitFor::Writable, idle)) {
+            return sendFailed(call.log, sent, bytes.size() - sent, std::move(failure));
+        }
         yieldIfRepeated(fruitless);
     }
-    return true;
+    return {};
 }
 
-bool TolvaneSocket::sendFailed(LogBase& log, size_t sent, size_t unsent, Waited how) {
-    if (how == Waited::Aborted) {
+Failure TolvaneSocket::sendFailed(LogBase& log, size_t sent, size_t unsent, Failure failure) {
+    if (failure.is(Cause::Aborted)) {
         log.logError("socket operation aborted by application");
-    } else if (how == Waited::TimedOut && sent > 0) {
+    } else if (failure.is(Cause::Timeout) && sent > 0) {
         log.logError("Timeout after partial send.");
         log.logDataLong("numBytesSent", static_cast<int64_t>(sent));
         log.logDataLong("numBytesUnsent", static_cast<int64_t>(unsent));
-    } else if (how == Waited::TimedOut) {
+    } else if (failure.is(Cause::Timeout)) {
         log.logError("Timeout: the remote host accepted no data.");
     }
-    return false;
+    return failure;
 }
 
-bool TolvaneSocket::receiveBytes(CallContext& call, std::span<uint8_t> into, size_t& received,
-                                 uint32_t maxIdleMs) {
+Failure TolvaneSocket::receiveBytes(CallContext& call, std::span<uint8_t> into, size_t& received,
+                                    uint32_t maxIdleMs) {
     received = 0;
     const InUse use(*this);
-    if (!isUsable(call.log)) return false;
+    if (Failure failure = whyUnusable(call.log)) return failure;
     if (receiving_.exchange(true)) {
         call.log.logError("Another thread is already receiving on this socket.");
-        return false;
+        return Failure(Cause::ConnectionLost);
     }
     const FlagWhile flag(receiving_);
     const Deadline idle = idleDeadline(maxIdleMs);
     for (int fruitless = 0;;) {
-        const Waited waited = wait(call, plat::WaitFor::Readable, idle);
-        if (waited == Waited::Aborted) call.log.logError("socket operation aborted by application");
-        if (waited == Waited::TimedOut) call.log.logError("Timeout: the remote host sent no data.");
-        if (waited != Waited::Ready) return false;
+        if (Failure failure = wait(call, plat::WaitFor::Readable, idle)) {
+            if (failure.is(Cause::Aborted)) {
+                call.log.logError("socket operation aborted by application");
+            } else if (failure.is(Cause::Timeout)) {
+                call.log.logError("Timeout: the remote host sent no data.");
+            }
+            return failure;
+        }
         const plat::NetError error = plat::sysNet().receive(
             handle_, into.first(std::min(into.size(), kMaxTransfer)), received);
         if (error.is(NetCode::WouldBlock)) {
@@ -161,15 +164,15 @@ bool TolvaneSocket::receiveBytes(CallContext& call, std::span<uint8_t> into, siz
             call.log.logError("Failed to receive data on the TCP socket");
             logSocketError(call.log, error);
             isConnected_ = false;
-            return false;
+            return Failure(Cause::ConnectionLost);
         }
         if (received == 0) {
             call.log.logError("Connection closed by peer.");
             call.log.logDataLong("maxToReceive", static_cast<int64_t>(into.size()));
             isConnected_ = false;
-            return false;
+            return Failure(Cause::ConnectionLost);
         }
-        return true;
+        return {};
     }
 }
 

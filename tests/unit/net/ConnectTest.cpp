@@ -20,7 +20,8 @@ protected:
         call.monitor = &monitor;
         socket.setConnectTimeoutMs(timeoutMs);
         startNs = clock.nowNs;
-        return socket.connect2(call, host, port, false);
+        failure = socket.connect2(call, host, port, false);
+        return !failure;
     }
     uint64_t elapsedMs() const { return (clock.nowNs - startNs) / 1000000; }
     FakeLink& greeter(const std::string& ip, int port = 25) {
@@ -34,6 +35,7 @@ protected:
     Recorded recorded{log};
     Monitor monitor;
     CallContext call{log};
+    Failure failure;  // of the last operation
     uint64_t startNs = 0;
     Socket2 socket;
 };
@@ -76,40 +78,33 @@ TEST_F(Connect, FailuresNameStepCauseAndAddress) {
     const struct {
         const char* host;
         int port;
-        ConnectFailReason reason;
-        bool timedOut;
+        Cause reason;
         std::vector<const char*> texts;
     } kCases[] = {
         {"",
          25,
-         ConnectFailReason::EmptyHostname,
-         false,
+         Cause::EmptyHostname,
          {"Cannot connect, hostname is zero length", "ConnectFailReason: Empty hostname"}},
         {"nowhere.test",
          25,
-         ConnectFailReason::DnsFailed,
-         false,
+         Cause::DnsFailed,
          {"domain: nowhere.test", "No IPv4 or IPv6 addresses found.", "getAddressInfo failed.",
           "WSAHOST_NOT_FOUND No such host is known.", "ConnectFailReason: DNS lookup failed"}},
         {"broken.test",
          25,
-         ConnectFailReason::DnsFailed,
-         false,
+         Cause::DnsFailed,
          {"Error 0x2afa", "The name server did not answer, or reported a temporary failure."}},
         {"late.test",
          25,
-         ConnectFailReason::DnsTimeout,
-         true,
+         Cause::DnsTimeout,
          {"Elapsed time: 40000 millisec", "ConnectFailReason: DNS timeout"}},
         {"no such name",
          25,
-         ConnectFailReason::DnsFailed,
-         false,
+         Cause::DnsFailed,
          {"Invalid domain for resolving domain to IP address."}},
         {"refusing.test",
          25,
-         ConnectFailReason::Rejected,
-         false,
+         Cause::Rejected,
          {"ipv4_address: 10.0.0.1", "This is an IPV4 numeric address.",
           "getsockopt indicates an error.",
           "WSAECONNREFUSED No connection could be made because the target machine actively "
@@ -120,26 +115,16 @@ TEST_F(Connect, FailuresNameStepCauseAndAddress) {
           "- Nothing is listening at the remote host:port"}},
         {"silent.test",
          26,
-         ConnectFailReason::Timeout,
-         true,
+         Cause::ConnectTimeout,
          {"ipv4_address: 10.0.0.2", "Waiting for the connect to complete...",
           "connectTimeoutMs: 30000", "failedWaitToConnect",
           "Failed to make TCP connection before applications max wait time to connect.",
           "ConnectFailReason: Timeout", "A few possible causes for a connection timeout are:"}},
-        {"10.0.0.3",
-         25,
-         ConnectFailReason::Rejected,
-         false,
-         {"domainOrIpAddress: 10.0.0.3", "WSAENETUNREACH"}},
-        {"10.0.0.4",
-         0,
-         ConnectFailReason::InternalError,
-         false,
-         {"the port is not a number from 1 to 65535"}},
+        {"10.0.0.3", 25, Cause::Rejected, {"domainOrIpAddress: 10.0.0.3", "WSAENETUNREACH"}},
+        {"10.0.0.4", 0, Cause::Internal, {"the port is not a number from 1 to 65535"}},
         {"10.0.0.4",
          65536,
-         ConnectFailReason::InternalError,
-         false,
+         Cause::Internal,
          {"The port is not a number from 1 to 65535.\r\n    ConnectFailReason: Internal error"}},
     };
     net.silent("10.0.0.2", 26);
@@ -147,9 +132,7 @@ TEST_F(Connect, FailuresNameStepCauseAndAddress) {
     for (const auto& c : kCases) {
         log.clearLog();
         EXPECT_FALSE(connect(c.host, c.port)) << c.host;
-        EXPECT_EQ(call.connectFailReason, c.reason) << c.host;
-        EXPECT_EQ(call.timedOut, c.timedOut) << c.host;
-        EXPECT_FALSE(call.aborted) << c.host;
+        EXPECT_EQ(failure.cause(), c.reason) << c.host;
         EXPECT_FALSE(socket.isConnected());
         EXPECT_LE(elapsedMs(), 40000U) << c.host;
         EXPECT_EQ(net.openSockets(), 0U) << c.host;
@@ -168,7 +151,7 @@ TEST_F(Connect, EachAddressInItsTurn) {
         size_t attempts;
         int reached;  // index, or -1
         uint64_t elapsedMs;
-        ConnectFailReason reason;
+        Cause reason;
     } kCases[] = {
         {"the second after a refusal", {Refuses, Accepts}, 30000, 2, 1, 0, {}},
         {"a fast refusal is no time-out", {Refuses, Refuses, Accepts}, 1000, 3, 2, 0, {}},
@@ -182,9 +165,9 @@ TEST_F(Connect, EachAddressInItsTurn) {
          2,
          -1,
          5000,
-         ConnectFailReason::Timeout},
-        {"all silent", {Silent, Silent}, 30000, 2, -1, 30000, ConnectFailReason::Timeout},
-        {"all refuse", {Refuses, Refuses}, 30000, 2, -1, 0, ConnectFailReason::Rejected},
+         Cause::ConnectTimeout},
+        {"all silent", {Silent, Silent}, 30000, 2, -1, 30000, Cause::ConnectTimeout},
+        {"all refuse", {Refuses, Refuses}, 30000, 2, -1, 0, Cause::Rejected},
         {"no limit: 21 s each", {Silent, Accepts}, 0, 2, 1, 21000, {}},
     };
     for (const auto& c : kCases) {
@@ -215,12 +198,11 @@ TEST_F(Connect, EachAddressInItsTurn) {
         CallContext ownCall{log};
         own.setConnectTimeoutMs(c.timeoutMs);
         const uint64_t start = ownClock.nowNs;
-        const bool connected = own.connect2(ownCall, "multi.test", 25, false);
-        EXPECT_EQ(connected, c.reached >= 0) << c.name;
+        failure = own.connect2(ownCall, "multi.test", 25, false);
+        EXPECT_EQ(!failure, c.reached >= 0) << c.name;
         EXPECT_EQ(ownNet.connects.size(), c.attempts) << c.name;
         EXPECT_EQ((ownClock.nowNs - start) / 1000000, c.elapsedMs) << c.name;
-        EXPECT_EQ(ownCall.connectFailReason, c.reason) << c.name;
-        EXPECT_EQ(ownCall.timedOut, c.reason == ConnectFailReason::Timeout) << c.name;
+        EXPECT_EQ(failure.cause(), c.reason) << c.name;
         if (c.reached >= 0) {
             EXPECT_EQ(own.remoteIp(), ips[static_cast<size_t>(c.reached)]) << c.name;
         }
@@ -233,17 +215,17 @@ TEST_F(Connect, TimeSpentOnTheNameCounts) {
     net.silent("10.0.0.1", 25);
     EXPECT_FALSE(connect("slow.test"));
     EXPECT_EQ(elapsedMs(), 30000U);
-    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Timeout);
+    EXPECT_EQ(failure.cause(), Cause::ConnectTimeout);
     // Nor does a look-up that took all of it leave the connect without a limit.
     net.name("slower.test", {"10.0.0.1"}, 40000);
     net.silent("10.0.0.1", 25);
     EXPECT_FALSE(connect("slower.test"));
     EXPECT_EQ(elapsedMs(), 40001U);
-    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Timeout);
+    EXPECT_EQ(failure.cause(), Cause::ConnectTimeout);
     // With less than a second left the system's resolver, which cannot be stopped, is not asked.
     EXPECT_FALSE(connect("slow.test", 25, 999));
     EXPECT_EQ(net.lookups.size(), 2U);
-    EXPECT_EQ(call.connectFailReason, ConnectFailReason::DnsTimeout);
+    EXPECT_EQ(failure.cause(), Cause::DnsTimeout);
 }
 
 TEST_F(Connect, ClockThatGoesBackEndsTheAttempts) {
@@ -261,7 +243,7 @@ TEST_F(Connect, TheSystemsOwnTwentyOneSecondsAreExplained) {
     const std::string explanation = "The default settings result in an overall 21 second timeout.";
     net.connectFails("10.0.0.1", 25, NetCode::TimedOut, 21100);
     EXPECT_FALSE(connect("10.0.0.1"));
-    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Rejected);
+    EXPECT_EQ(failure.cause(), Cause::Rejected);
     expectLogged(log, "WSAETIMEDOUT");
     expectLogged(log, explanation);
     log.clearLog();
@@ -270,7 +252,7 @@ TEST_F(Connect, TheSystemsOwnTwentyOneSecondsAreExplained) {
     EXPECT_EQ(textOf(log).find(explanation), std::string::npos);
     net.silent("10.0.0.1", 25);
     EXPECT_FALSE(connect("10.0.0.1", 25, 21000));
-    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Timeout);
+    EXPECT_EQ(failure.cause(), Cause::ConnectTimeout);
     expectLogged(log, explanation);
 }
 
@@ -279,9 +261,7 @@ TEST_F(Connect, AbortEndsTheWaitAtTheNextSlice) {
     net.silent("10.0.0.1", 25);
     monitor.allowed = 4;  // one before the look-up, three before slices
     EXPECT_FALSE(connect("multi.test"));
-    EXPECT_TRUE(call.aborted);
-    EXPECT_FALSE(call.timedOut);
-    EXPECT_EQ(call.connectFailReason, ConnectFailReason::Aborted);
+    EXPECT_EQ(failure.cause(), Cause::Aborted);
     EXPECT_EQ(elapsedMs(), 3 * 333U);
     EXPECT_EQ(net.connects.size(), 1U);
     expectLogged(log, "Aborted by application.");
@@ -319,7 +299,7 @@ TEST_F(Connect, SocketsAreMadeAsOrdered) {
 
     FakeLink& defaults = net.serve("10.0.0.1", 25, {});
     Socket2 other;
-    EXPECT_TRUE(other.connect2(call, "10.0.0.1", 25, false));
+    EXPECT_FALSE(failure = other.connect2(call, "10.0.0.1", 25, false));
     EXPECT_EQ(defaults.options[SocketOption::SendBuffer], 262144U);
     EXPECT_EQ(defaults.options[SocketOption::ReceiveBuffer], 4194304U);
     EXPECT_TRUE(defaults.noDelayHistory.empty());
@@ -383,7 +363,7 @@ TEST_F(Connect, FaultsOfTheSystemOnTheWay) {
     net.openErrors = {NetCode::NotInitialised};
     log.clearLog();
     EXPECT_FALSE(connect("10.0.0.9"));
-    EXPECT_EQ(call.connectFailReason, ConnectFailReason::InternalError);
+    EXPECT_EQ(failure.cause(), Cause::Internal);
     expectLogged(log, "WSAStartup error: 0x277a");
     expectLogged(log, "startupWSA failed (B)");
     expectLogged(log, "The system gave no socket.\r\n    ConnectFailReason: Internal error");
@@ -410,8 +390,8 @@ TEST_F(Connect, AServerThatSpeaksNoTlsIsLeft) {
     std::string hello;
     net.servePeer("10.0.0.1", 465,
                   std::make_unique<HelloPeer>("220 hello\r\n", Ending::None, hello));
-    EXPECT_FALSE(socket.connect2(call, "10.0.0.1", 465, true));
-    EXPECT_EQ(call.connectFailReason, ConnectFailReason::InternalError);
+    EXPECT_TRUE(failure = socket.connect2(call, "10.0.0.1", 465, true));
+    EXPECT_EQ(failure.cause(), Cause::Internal);
     EXPECT_FALSE(socket.isConnected());
     EXPECT_EQ(hello.substr(0, 2), "\x16\x03");
     expectLogged(log,
@@ -449,9 +429,9 @@ TEST_F(Connect, AServerThatAnsweredIsNotAskedWithoutTls13) {
         net.servePeer("10.0.0.1", 465, std::make_unique<Peer>(retry));
         log.clearLog();
         const size_t before = net.connects.size();
-        EXPECT_FALSE(socket.connect2(call, "10.0.0.1", 465, true));
+        EXPECT_TRUE(failure = socket.connect2(call, "10.0.0.1", 465, true));
         EXPECT_EQ(net.connects.size() - before, 1U);
-        EXPECT_EQ(call.connectFailReason, ConnectFailReason::InternalError);
+        EXPECT_EQ(failure.cause(), Cause::Internal);
         expectLogged(log,
                      retry ? "serverRequestedKeyShareGroup: secp384r1" : "SNI unrecognized name");
     }
@@ -462,29 +442,27 @@ TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
     constexpr std::string_view kFallback("\x56\x00\x01\x00", 4);  // with the compression behind it
     const char* const lost = "The connection was lost in the TLS handshake";
     const std::string refusal("\x15\x03\x03\x00\x02\x02\x56", 7);
-    using enum ConnectFailReason;
+    using enum Cause;
     const struct {
         const char* policy;
         bool verify;
         Ending ending;
         std::string answer;  // to the second hello
         size_t connects;
-        ConnectFailReason reason;
+        Cause reason;
         const char* failure;
     } kRows[] = {
         {"", false, Ending::Eof, "", 2, TlsNoServerHello, lost},
         {"", false, Ending::Reset, "", 2, TlsNoServerHello, lost},
         {"", true, Ending::Eof, "", 2, TlsNoServerHello, lost},
-        {"", true, Ending::Eof, refusal, 2, InternalError,
-         "set TlsProtocol to \"TLS 1.2 or lower\""},
-        {"", false, Ending::Eof, refusal, 2, InternalError, "the alert \"inappropriate fallback\""},
+        {"", true, Ending::Eof, refusal, 2, Internal, "set TlsProtocol to \"TLS 1.2 or lower\""},
+        {"", false, Ending::Eof, refusal, 2, Internal, "the alert \"inappropriate fallback\""},
         {"TLS 1.2 or lower", true, Ending::Eof, "", 1, TlsNoServerHello, lost},
         {"TLS 1.3 exact", false, Ending::Eof, "", 1, TlsNoServerHello, lost},
     };
     for (const auto& row : kRows) {
         std::string first, second;
         log.clearLog();
-        call.clearOutcome();
         const size_t before = net.connects.size();
         const bool again = row.connects == 2;
         socket.tlsSettings().tlsProtocol = row.policy;
@@ -494,12 +472,12 @@ TEST_F(Connect, AHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
             net.servePeer("10.0.0.1", 465,
                           std::make_unique<HelloPeer>(row.answer, row.ending, second));
         }
-        EXPECT_FALSE(socket.connect2(call, "10.0.0.1", 465, true));
+        EXPECT_TRUE(failure = socket.connect2(call, "10.0.0.1", 465, true));
         EXPECT_EQ(net.connects.size() - before, row.connects) << row.policy;
-        EXPECT_EQ(call.connectFailReason, row.reason) << textOf(log);
-        EXPECT_NE(call.cause.find(row.failure), std::string::npos) << call.cause;
-        expectLogged(log, call.cause + ".\r\n    ConnectFailReason: " +
-                              connectFailText(call.connectFailReason));
+        EXPECT_EQ(failure.cause(), row.reason) << textOf(log);
+        EXPECT_NE(failure.text().find(row.failure), std::string::npos) << failure.text();
+        expectLogged(log, failure.text() + ".\r\n    ConnectFailReason: " +
+                              connectFailText(Failure(row.reason)));
         EXPECT_EQ(first.find(kFallback), std::string::npos) << row.policy;
         if (!again) continue;
         expectLogged(log, "Failed to read the TLS server hello.  Retry without TLS 1.3");
@@ -532,7 +510,7 @@ TEST_F(Connect, WhatTheHelloCallsTheServer) {
         const char* address = c.host[0] == '[' ? "::1" : "127.0.0.1";
         net.servePeer(address, 465, std::make_unique<HelloPeer>("no TLS", Ending::None, hello));
         log.setOptions(c.options);
-        EXPECT_FALSE(socket.connect2(call, c.host, 465, true));
+        EXPECT_TRUE(failure = socket.connect2(call, c.host, 465, true));
         const std::string_view name = c.sent;
         for (const std::string_view text : {"mail.test", "localhost", "127.0.0.1", "::1"}) {
             EXPECT_EQ(hello.find(text) != std::string::npos, text == name) << c.host << text;
@@ -549,11 +527,11 @@ TEST_F(Connect, ConnectingAgainClosesTheOldConnection) {
     FakeLink& second = net.serve("10.0.0.1", 25, {say("220 second\r\n")});
     EXPECT_TRUE(connect("10.0.0.1"));
     DataBuffer bytes;
-    EXPECT_TRUE(socket.receiveUntilMatch(call, bytes, "2", 100, 1000));
+    EXPECT_FALSE(failure = socket.receiveUntilMatch(call, bytes, "2", 100, 1000));
     EXPECT_TRUE(connect("10.0.0.1"));
     EXPECT_TRUE(first.closedByClient);
     bytes.clear();
-    EXPECT_TRUE(socket.receiveUntilMatch(call, bytes, "\r\n", 100, 1000));
+    EXPECT_FALSE(failure = socket.receiveUntilMatch(call, bytes, "\r\n", 100, 1000));
     EXPECT_EQ(bytes.text(), "220 second\r\n");  // nothing of the first is left over
     EXPECT_FALSE(second.closedByClient);
 }

@@ -16,19 +16,22 @@ class Transfer : public testing::Test {
 protected:
     FakeLink& connectTo(std::vector<Turn> dialogue) {
         FakeLink& link = net.serve("10.0.0.1", 25, std::move(dialogue));
-        EXPECT_TRUE(socket.connect2(call, "10.0.0.1", 25, false));
+        EXPECT_FALSE(failure = socket.connect2(call, "10.0.0.1", 25, false));
         log.clearLog();
         call.monitor = &monitor;
         monitor.asked = 0;
         startNs = clock.nowNs;
         return link;
     }
-    bool send(std::string_view text) { return socket.sendBytes(call, bytesFrom(text), kIdleMs); }
+    bool send(std::string_view text) {
+        failure = socket.sendBytes(call, bytesFrom(text), kIdleMs);
+        return !failure;
+    }
     // The next line, or "" on failure.
     std::string line(uint32_t idleMs = kIdleMs) {
         DataBuffer out;
-        return socket.receiveUntilMatch(call, out, "\r\n", 100, idleMs) ? std::string(out.text())
-                                                                        : std::string();
+        failure = socket.receiveUntilMatch(call, out, "\r\n", 100, idleMs);
+        return failure ? std::string() : std::string(out.text());
     }
     uint64_t elapsedMs() const { return (clock.nowNs - startNs) / 1000000; }
 
@@ -38,6 +41,7 @@ protected:
     Recorded recorded{log};
     Monitor monitor;
     CallContext call{log};
+    Failure failure;  // of the last operation
     uint64_t startNs = 0;
     Socket2 socket;
 };
@@ -94,16 +98,14 @@ TEST_F(Transfer, ReceiveFailures) {
         Turn greeting = say("220 hel");
         greeting.after = c.after;
         FakeLink& link = connectTo({greeting});
-        call.clearOutcome();
         DataBuffer out;
-        EXPECT_FALSE(socket.receiveUntilMatch(call, out, "\r\n", 100, kIdleMs)) << c.name;
+        EXPECT_TRUE(failure = socket.receiveUntilMatch(call, out, "\r\n", 100, kIdleMs)) << c.name;
         EXPECT_EQ(out.size(), 0U) << c.name;
         EXPECT_TRUE(socket.hasBufferedInput()) << c.name;  // the half line
-        EXPECT_EQ(call.timedOut, c.timedOut) << c.name;
+        EXPECT_EQ(failure.is(Cause::Timeout), c.timedOut) << c.name;
         EXPECT_EQ(elapsedMs(), c.elapsedMs) << c.name;
         EXPECT_EQ(socket.isConnected(), c.timedOut) << c.name;
         expectLogged(log, c.text);
-        call.clearOutcome();
         socket.close(call, true, 0);
         EXPECT_TRUE(link.closedByClient) << c.name;
     }
@@ -131,9 +133,9 @@ TEST_F(Transfer, EachAcceptedPieceRenewsTheIdleTime) {
 TEST_F(Transfer, LineWithoutEnd) {
     connectTo({say(std::string(500, 'y'))});
     DataBuffer out;
-    EXPECT_FALSE(socket.receiveUntilMatch(call, out, "\r\n", 300, kIdleMs));
+    EXPECT_TRUE(failure = socket.receiveUntilMatch(call, out, "\r\n", 300, kIdleMs));
     EXPECT_EQ(out.size(), 300U);
-    EXPECT_FALSE(call.timedOut);
+    EXPECT_FALSE(failure.is(Cause::Timeout));
     expectLogged(log, "maxSize: 300");
 }
 
@@ -166,10 +168,9 @@ TEST_F(Transfer, SendFailures) {
         link.cutAfterClientBytes = c.after;
         link.mayEndEarly = true;
         monitor.allowed = c.allowedAborts;
-        call.clearOutcome();
         EXPECT_FALSE(send(data)) << c.name;
-        EXPECT_EQ(call.timedOut, c.timedOut) << c.name;
-        EXPECT_EQ(call.aborted, c.aborted) << c.name;
+        EXPECT_EQ(failure.is(Cause::Timeout), c.timedOut) << c.name;
+        EXPECT_EQ(failure.is(Cause::Aborted), c.aborted) << c.name;
         EXPECT_EQ(elapsedMs(), c.timedOut ? kIdleMs : c.allowedAborts == 3 ? 333 : 0) << c.name;
         expectLogged(log, c.text);
         if (c.cut == Ending::Stall && c.timedOut && c.after > 0) {
@@ -177,7 +178,7 @@ TEST_F(Transfer, SendFailures) {
             expectLogged(log, "numBytesUnsent: 600");
         }
         monitor.allowed = 1 << 30;
-        call.clearOutcome();
+        std::construct_at(&call, log);
         socket.close(call, true, 0);
     }
 }
@@ -186,8 +187,8 @@ TEST_F(Transfer, AbortEndsAReceiveAtTheNextSlice) {
     connectTo({});
     monitor.allowed = 3;
     EXPECT_EQ(line(), "");
-    EXPECT_TRUE(call.aborted);
-    EXPECT_FALSE(call.timedOut);
+    EXPECT_TRUE(failure.is(Cause::Aborted));
+    EXPECT_FALSE(failure.is(Cause::Timeout));
     EXPECT_EQ(elapsedMs(), 999U);
     expectLogged(log, "socket operation aborted by application");
 }
@@ -226,7 +227,7 @@ TEST_F(Transfer, NothingWithoutAConnection) {
     EXPECT_FALSE(send("EHLO x\r\n"));
     EXPECT_EQ(line(), "");
     DataBuffer out;
-    EXPECT_FALSE(socket.receiveBytes(call, out, kIdleMs));
+    EXPECT_TRUE(failure = socket.receiveBytes(call, out, kIdleMs));
     expectLogged(log, "This socket is not connected");
     EXPECT_EQ(socket.sessionLog()->text().find("\r\n---- Not Connected ----\r\n"), 0U);
     EXPECT_EQ(net.sockets, 0U);
@@ -276,13 +277,13 @@ TEST_F(Transfer, DestroyedDuringAWait) {
         auto doomed = std::make_unique<Socket2>();
         FakeLink& link = net.serve("10.0.0.1", 25, {});
         link.sendWindow = 0;
-        EXPECT_TRUE(doomed->connect2(call, "10.0.0.1", 25, false));
+        EXPECT_FALSE(failure = doomed->connect2(call, "10.0.0.1", 25, false));
         net.onWait = [&] { doomed.reset(); };
         DataBuffer out;
         if (sending) {
-            EXPECT_FALSE(doomed->sendBytes(call, bytesFrom("x"), kIdleMs));
+            EXPECT_TRUE(failure = doomed->sendBytes(call, bytesFrom("x"), kIdleMs));
         } else {
-            EXPECT_FALSE(doomed->receiveBytes(call, out, kIdleMs));
+            EXPECT_TRUE(failure = doomed->receiveBytes(call, out, kIdleMs));
         }
         net.onWait = nullptr;
         EXPECT_TRUE(link.closedByClient);
@@ -296,7 +297,7 @@ protected:
     FakeLink& connectTo(std::vector<Turn> dialogue) {
         FakeLink& link = net.serve("10.0.0.1", 25, std::move(dialogue));
         EXPECT_TRUE(socket.createSocket_ipv4(log));
-        EXPECT_TRUE(socket.connect(call, *plat::parseIp("10.0.0.1"), 25, 1000));
+        EXPECT_FALSE(failure = socket.connect(call, *plat::parseIp("10.0.0.1"), 25, 1000));
         return link;
     }
 
@@ -304,6 +305,7 @@ protected:
     FakeNet net{clock};
     _tvLogger log;
     CallContext call{log};
+    Failure failure;  // of the last operation
     TolvaneSocket socket;
 };
 
@@ -347,7 +349,7 @@ TEST_F(PlainSocket, FaultsWhileClosingDoNotKeepItOpen) {
     EXPECT_FALSE(second.closedByClient);
     size_t received = 0;
     uint8_t byte = 0;
-    EXPECT_TRUE(socket.receiveBytes(call, {&byte, 1}, received, 100));
+    EXPECT_FALSE(failure = socket.receiveBytes(call, {&byte, 1}, received, 100));
 }
 
 TEST_F(PlainSocket, FinGoesOutOnce) {
@@ -370,8 +372,8 @@ TEST_F(PlainSocket, TakenOverByAnother) {
     EXPECT_EQ(link.options[plat::SocketOption::SendBuffer], 8192U);
     uint8_t bytes[16];
     size_t received = 0;
-    EXPECT_FALSE(socket.receiveBytes(call, bytes, received, 100));
-    EXPECT_TRUE(holder.receiveBytes(call, bytes, received, 100));
+    EXPECT_TRUE(failure = socket.receiveBytes(call, bytes, received, 100));
+    EXPECT_FALSE(failure = holder.receiveBytes(call, bytes, received, 100));
     EXPECT_EQ(received, 5U);
 }
 
@@ -397,9 +399,9 @@ TEST_F(PlainSocket, SecondThreadIsRefused) {
         net.onWait = nullptr;
         uint8_t other = 0;
         size_t got = 0;
-        second = socket.receiveBytes(call, {&other, 1}, got, 100);
+        second = !socket.receiveBytes(call, {&other, 1}, got, 100);
     };
-    EXPECT_TRUE(socket.receiveBytes(call, {&byte, 1}, received, 1000));
+    EXPECT_FALSE(failure = socket.receiveBytes(call, {&byte, 1}, received, 1000));
     EXPECT_FALSE(second);
     expectLogged(log, "Another thread is already receiving on this socket.");
 
@@ -408,7 +410,7 @@ TEST_F(PlainSocket, SecondThreadIsRefused) {
         socket.terminateConnection(call, CloseForm::AtOnce, 0);
         EXPECT_FALSE(socket.createSocket_ipv4(log));
     };
-    EXPECT_FALSE(socket.receiveBytes(call, {&byte, 1}, received, 1000));
+    EXPECT_TRUE(failure = socket.receiveBytes(call, {&byte, 1}, received, 1000));
     expectLogged(log, "Another thread is closing this socket.");
     EXPECT_EQ(net.openSockets(), 0U);
     EXPECT_TRUE(socket.createSocket_ipv4(log));  // usable again

@@ -45,7 +45,7 @@ constexpr Row kRows[] = {
     {"send, poll", For::Send, 0xABCD0123, 0, false, 1, 1},
 };
 
-bool waitFor(CallContext& call, For what, uint32_t limitMs, Socket2& socket) {
+Failure waitFor(CallContext& call, For what, uint32_t limitMs, Socket2& socket) {
     DataBuffer out;
     switch (what) {
         case For::Connect:
@@ -56,7 +56,7 @@ bool waitFor(CallContext& call, For what, uint32_t limitMs, Socket2& socket) {
         case For::Send:
             return socket.sendBytes(call, bytesFrom("data"), limitMs);
     }
-    return true;
+    return {};
 }
 
 TEST(Wait, LastsAndIsSlicedAsOrdered) {
@@ -71,14 +71,14 @@ TEST(Wait, LastsAndIsSlicedAsOrdered) {
             net.silent("10.0.0.2", 25);
         } else {
             net.serve("10.0.0.1", 25, {say("").thenStall()});
-            ASSERT_TRUE(socket.connect2(call, "10.0.0.1", 25, false));
+            ASSERT_FALSE(socket.connect2(call, "10.0.0.1", 25, false));
         }
         call.heartbeatMs = row.heartbeatMs;
         call.fineSlices = row.fine;
         net.slices.clear();
         const uint64_t startNs = clock.nowNs;
-        EXPECT_FALSE(waitFor(call, row.what, row.limitMs, socket));
-        EXPECT_TRUE(call.timedOut);
+        const Failure failure = waitFor(call, row.what, row.limitMs, socket);
+        EXPECT_TRUE(failure.is(row.what == For::Connect ? Cause::ConnectTimeout : Cause::Timeout));
         EXPECT_EQ((clock.nowNs - startNs) / 1000000, row.elapsedMs);
         ASSERT_FALSE(net.slices.empty());
         EXPECT_EQ(*std::max_element(net.slices.begin(), net.slices.end()), row.slice);

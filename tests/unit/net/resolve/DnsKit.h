@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "base/Failure.h"
 #include "net/resolve/ResolverState.h"
 #include "net/stream/CallContext.h"
 #include "tests/fixtures/DnsMessages.h"
@@ -82,7 +83,7 @@ protected:
     uint64_t elapsedMs() const { return clock.nowNs / 1000000 - startMs; }
     void begin() {
         log.clearLog();
-        call.clearOutcome();
+        std::construct_at(&call, log);
         call.monitor = &monitor;
         net.udp.sent.clear();
         startMs = clock.nowNs / 1000000;
@@ -110,6 +111,7 @@ protected:
     Recorded recorded{log};
     Monitor monitor;
     CallContext call{log};
+    Failure failure;  // of the last operation
     uint64_t startMs = 1000;
 
 private:
