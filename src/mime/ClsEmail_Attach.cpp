@@ -18,7 +18,7 @@ namespace {
 // Appends what the file holds from here on; false for a read error or where memory ends. Room for
 // all that is expected is already reserved, so the block is never moved or grown on the usual way.
 bool readToEnd(plat::SysFile& file, size_t expected, DataBuffer& block) {
-    constexpr size_t kStep = 1024 * 1024;
+    constexpr size_t kStep = size_t{1024} * 1024;
     for (;;) {
         const size_t have = block.size();
         uint8_t beyond[512];  // the file may have grown meanwhile

@@ -7,7 +7,7 @@
 namespace tv {
 namespace {
 
-constexpr size_t kMaxFile = 16 * 1024 * 1024;
+constexpr size_t kMaxFile = size_t{16} * 1024 * 1024;
 constexpr size_t kMaxEntries = 500000;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 

@@ -217,7 +217,7 @@ void TolvaneSocket::terminateConnection(CallContext& call, CloseForm form, uint3
 
 // Throws away what still comes, within a time and a size.
 void TolvaneSocket::readUntilFin(CallContext& call, uint32_t maxWaitMs) {
-    constexpr size_t kMostBytes = 16 * 1024 * 1024;
+    constexpr size_t kMostBytes = size_t{16} * 1024 * 1024;
     uint8_t bytes[4096];
     const Deadline deadline(maxWaitMs == 0 ? kEndlessReadMs : maxWaitMs);
     for (size_t total = 0; total < kMostBytes;) {

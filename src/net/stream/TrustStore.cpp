@@ -18,7 +18,7 @@ namespace tv {
 namespace {
 
 constexpr size_t kMaxAnchors = 1000;
-constexpr size_t kMaxAnchorsFile = 16 * 1024 * 1024;
+constexpr size_t kMaxAnchorsFile = size_t{16} * 1024 * 1024;
 constexpr uint32_t kSystemChainMs = 15000;
 
 std::string systemAnchorFile() {
