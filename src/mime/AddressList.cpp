@@ -20,7 +20,7 @@ bool needsQuotes(std::string_view name) {
 // A phrase of its own: as it is, between quotes, or as encoded words.
 std::string formatName(const std::string& name, uint32_t codePage) {
     if (!needsEncoding(name)) {
-        const std::string written = needsQuotes(name) ? quotedString(name) : name;
+        std::string written = needsQuotes(name) ? quotedString(name) : name;
         if (written.size() <= kLongestPlainName) return written;
     }
     return encodedWords(name, codePage, WordPlace::Phrase);

@@ -46,7 +46,7 @@ Email2::~Email2() {
     *static_cast<volatile uint32_t*>(&tag_) = 0;
 }
 
-std::unique_ptr<Email2> Email2::clone(std::shared_ptr<_tvEmailCommon> common) const {
+std::unique_ptr<Email2> Email2::clone(const std::shared_ptr<_tvEmailCommon>& common) const {
     std::unique_ptr<Email2> copy(new Email2(common));
     copy->body_ = body_;
     for (const auto& child : children_) {

@@ -121,7 +121,7 @@ private:
     void setContentType(std::string_view type);
     void setFreshText();
     void applyInternalFields();
-    std::unique_ptr<Email2> clone(std::shared_ptr<_tvEmailCommon> common) const;
+    std::unique_ptr<Email2> clone(const std::shared_ptr<_tvEmailCommon>& common) const;
 
     std::unique_ptr<Email2> createMultipart(std::string_view type) const;
     std::unique_ptr<Email2> takeChild(size_t at);

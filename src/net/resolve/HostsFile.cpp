@@ -26,7 +26,7 @@ std::string_view takeWord(std::string_view& line) {
 
 }  // namespace
 
-HostsTable::HostsTable(std::string text) : text_(asciiLower(text)) {
+HostsTable::HostsTable(std::string_view text) : text_(asciiLower(text)) {
     std::string_view rest = text_;
     if (rest.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
         rest.remove_prefix(kByteOrderMark.size());

@@ -18,7 +18,7 @@ class HostsTable {
 public:
     HostsTable() = default;
     // Lines of an address and its names; what cannot be read is passed over.
-    explicit HostsTable(std::string text);
+    explicit HostsTable(std::string_view text);
     HostsTable(const HostsTable&) = delete;
     HostsTable& operator=(const HostsTable&) = delete;
 

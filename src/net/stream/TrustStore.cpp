@@ -51,7 +51,7 @@ std::optional<x509::ChainVerdict> verdictOnSystemPath(LogBase& log, const plat::
     const x509::CertificateSet root({path.back()});
     if (path.size() > 1) path.pop_back();
     const std::vector<x509::Bytes> views(path.begin(), path.end());
-    const x509::ChainVerdict verdict = x509::verifyChain(
+    x509::ChainVerdict verdict = x509::verifyChain(
         views, {question.host, question.nowSeconds, root, question.refused}, budget);
     log.logInfo(verdict.trusted() ? "The system knew the way to a trusted root."
                                   : "The system trusts a path that breaks a rule.");
@@ -93,9 +93,9 @@ x509::ChainVerdict TrustAnchors::verify(LogBase& log,
     const x509::CertificateSet refused(plat::sysTrustRoots().refused());
     const x509::ChainQuestion question = {host, nowSeconds, anchors, refused};
     const std::vector<x509::Bytes> views(chain.begin(), chain.end());
-    const x509::ChainVerdict verdict = x509::verifyChain(views, question, budget);
+    x509::ChainVerdict verdict = x509::verifyChain(views, question, budget);
     if (verdict.trusted() || verdict.isFinal || !ofSystem_) return verdict;
-    return verdictOnSystemPath(log, chain, question, budget).value_or(verdict);
+    return verdictOnSystemPath(log, chain, question, budget).value_or(std::move(verdict));
 }
 
 }  // namespace tv
