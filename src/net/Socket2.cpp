@@ -24,10 +24,6 @@ constexpr uint32_t kDefaultConnectTimeoutMs = 30000;
 
 enum class ConnectionType { None = 0, Plain = 1, Tls = 2 };
 
-// How the texts of a failed handshake tell implicit TLS from a conversion.
-constexpr int kImplicitRoad = 3;
-constexpr int kConversionRoad = 1;
-
 }  // namespace
 
 struct Socket2::State {
@@ -85,10 +81,10 @@ struct Socket2::State {
     }
 
     // A handshake over the open TCP connection. A failure closes it.
-    Failure secure(CallContext& call, int road, uint32_t maxIdleMs) {
+    Failure secure(CallContext& call, TlsStart start, uint32_t maxIdleMs) {
         tls = std::make_unique<SChannelTolvane>(tcp);
         Failure failure =
-            ifAlive(tls->handshake(call, serverName(host), port, tlsSettings, road, maxIdleMs));
+            ifAlive(tls->handshake(call, serverName(host), port, tlsSettings, start, maxIdleMs));
         if (failure) {
             closeTcp(call);
         } else {
@@ -130,12 +126,12 @@ Failure Socket2::connectTls(CallContext& call) {
         call.log.logError("pmConnect failed.");
         return failure;
     }
-    Failure failure = state->secure(call, kImplicitRoad, state->connectTimeoutMs);
+    Failure failure = state->secure(call, TlsStart::Implicit, state->connectTimeoutMs);
     if (!failure || !mayRetryWithoutTls13(call.log, failure)) return failure;
     call.log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
     state->tlsSettings.withoutTls13 = true;
     failure = connectTcp(call);
-    if (!failure) failure = state->secure(call, kImplicitRoad, state->connectTimeoutMs);
+    if (!failure) failure = state->secure(call, TlsStart::Implicit, state->connectTimeoutMs);
     state->tlsSettings.withoutTls13 = false;
     return failure;
 }
@@ -180,7 +176,7 @@ Failure Socket2::convertToTls(CallContext& call, std::string_view hostname, uint
     if (Failure failure = state->whyUnusable(call.log)) return failure;
     if (state->type != ConnectionType::Plain) return Failure(Cause::Internal);
     state->host = hostname;
-    Failure failure = state->secure(call, kConversionRoad, maxIdleMs);
+    Failure failure = state->secure(call, TlsStart::StartTls, maxIdleMs);
     if (failure) logConnectFailReason(call.log, failure);
     return failure;
 }

@@ -16,7 +16,6 @@ namespace {
 
 constexpr uint16_t kDnsPort = 53;
 constexpr uint16_t kTlsPort = 853;
-constexpr int kImplicitTls = 3;  // ends the texts of a failed handshake
 
 }  // namespace
 
@@ -41,7 +40,7 @@ public:
     Failure secure() {
         channel_ = std::make_unique<SChannelTolvane>(socket_);
         return channel_->handshake(call_, plat::toText(exchange_.server), kTlsPort, {},
-                                   kImplicitTls, leftMs());
+                                   TlsStart::Implicit, leftMs());
     }
 
     // The question there and a whole message back, without the length that stands before it.

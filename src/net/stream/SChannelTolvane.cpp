@@ -35,8 +35,8 @@ uint64_t wallClockMs() {
     return (plat::sysClock().fileTimeUtc() - kFileTimeOf1970) / 10000;
 }
 
-std::string withRoad(std::string_view text, int road) {
-    return std::string(text) + " (" + std::to_string(road) + ")";
+std::string withStart(std::string_view text, TlsStart start) {
+    return std::string(text) + " (" + std::to_string(static_cast<int>(start)) + ")";
 }
 
 tls::SessionScope scopeOf(std::string_view host, int port, const tls::TlsSettings& wanted,
@@ -143,7 +143,7 @@ bool SChannelTolvane::isOpen() const {
 }
 
 Failure SChannelTolvane::handshake(CallContext& call, std::string_view host, int port,
-                                   const TlsChannelSettings& settings, int road,
+                                   const TlsChannelSettings& settings, TlsStart start,
                                    uint32_t maxIdleMs) {
     const LogContextExitor context(call.log, "SslHandshake");
     call.log.logInfo("Starting");
@@ -170,12 +170,12 @@ Failure SChannelTolvane::handshake(CallContext& call, std::string_view host, int
     readFailed_ = false;
 
     if (Failure failure = exchange(call, maxIdleMs)) {
-        return handshakeFailed(call.log, std::move(failure), road);
+        return handshakeFailed(call.log, std::move(failure), start);
     }
     verifiedUntilMs_ = engine_->negotiated().resumed ? keptUntilMs : 0;
     Failure distrust = checkServerCert(call, host, anchors ? &*anchors : nullptr, maxIdleMs);
     if (distrust) {
-        call.log.logError(withRoad("Server certificate verification failed.", road));
+        call.log.logError(withStart("Server certificate verification failed.", start));
         return distrust;
     }
     keepSession();
@@ -195,8 +195,8 @@ Failure SChannelTolvane::exchange(CallContext& call, uint32_t maxIdleMs) {
     return flush(call, maxIdleMs);
 }
 
-Failure SChannelTolvane::handshakeFailed(LogBase& log, Failure failure, int road) {
-    log.logError(withRoad("Client handshake failed.", road));
+Failure SChannelTolvane::handshakeFailed(LogBase& log, Failure failure, TlsStart start) {
+    log.logError(withStart("Client handshake failed.", start));
     if (failure.is(Cause::Aborted)) return failure;
     if (engine_->failure() == tls::TlsFailure::CertificateMissing) {
         return Failure(Cause::NoServerCertificate);

@@ -32,6 +32,9 @@ struct TlsSessionSlot {
     std::optional<tls::TlsSession> session;
 };
 
+// How TLS began. The numbers end the texts of a failed handshake.
+enum class TlsStart { StartTls = 1, Implicit = 3 };
+
 struct TlsChannelSettings {
     std::string tlsProtocol;  // a version policy; empty: TLS 1.0 to 1.3
     bool requireSslCertVerify = false;
@@ -52,10 +55,9 @@ public:
     SChannelTolvane& operator=(const SChannelTolvane&) = delete;
 
     // Runs the handshake over the connected socket and, if asked for, verifies the server's
-    // certificate. road ends the texts of a failure: 3 for implicit TLS, 1 for a conversion. On
-    // failure the socket is left to be closed.
+    // certificate. On failure the socket is left to be closed.
     Failure handshake(CallContext& call, std::string_view host, int port,
-                      const TlsChannelSettings& settings, int road, uint32_t maxIdleMs);
+                      const TlsChannelSettings& settings, TlsStart start, uint32_t maxIdleMs);
 
     Failure sendApplicationData(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
                                 uint32_t maxIdleMs);
@@ -83,7 +85,7 @@ private:
     Failure checkServerCert(CallContext& call, std::string_view host, const TrustAnchors* anchors,
                             uint32_t maxIdleMs);
     Failure refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict);
-    Failure handshakeFailed(LogBase& log, Failure failure, int road);
+    Failure handshakeFailed(LogBase& log, Failure failure, TlsStart start);
     void keepSession();
 
     TolvaneSocket& socket_;
