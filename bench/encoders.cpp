@@ -82,15 +82,16 @@ void textRows() {
     DataBuffer encoded;
     BufferStream toEncoded(encoded);
     ContentCoding::encodeBase64(std::span(input).first(kInput / 4 * 3), toEncoded);
+    const auto toSink = [](std::span<const uint8_t> piece) { return sink.write(piece); };
     const double encodedMegabytes = static_cast<double>(encoded.size()) / 1e6;
     printRow("quoted-printable, ordinary text", "", kMegabytes,
              [&] { ContentCoding::encodeQuotedPrintable(bytes, sink); }, {});
     printRow("quoted-printable, random bytes", "", kMegabytes,
              [] { ContentCoding::encodeQuotedPrintable(input, sink); }, {});
-    printRow("dot-stuffing, ordinary text", "", kMegabytes, [&] { DotStuffer(sink).write(bytes); },
-             {});
+    printRow("dot-stuffing, ordinary text", "", kMegabytes,
+             [&] { DotStuffer().stuff(bytes, toSink); }, {});
     printRow("dot-stuffing, base64 lines", "", encodedMegabytes,
-             [&] { DotStuffer(sink).write(encoded.bytes()); }, {});
+             [&] { DotStuffer().stuff(encoded.bytes(), toSink); }, {});
 }
 
 void copyRow() {

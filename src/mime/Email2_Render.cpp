@@ -33,8 +33,7 @@ struct Email2::Leaf {
 
 bool Email2::render(LogBase& log, OutputStream& out, const RenderOptions& options) const {
     const LogContextExitor context(log, "assembleMimeBody");
-    BlockStream blocks(out);
-    return renderNode(log, blocks, options) && blocks.flush();
+    return renderNode(log, out, options) && out.handOn();
 }
 
 bool Email2::renderNode(LogBase& log, OutputStream& out, const RenderOptions& options) const {

@@ -15,6 +15,8 @@ public:
     virtual ~OutputStream() = default;
     // All of the bytes or failure. After a failure nothing more is written.
     virtual bool write(std::span<const uint8_t> bytes) = 0;
+    // The message is rendered to its end: a stream that gathers hands on what is ready.
+    virtual bool handOn() { return true; }
 
     bool write(std::string_view text) { return write({bytesOf(text), text.size()}); }
 };
@@ -42,23 +44,6 @@ public:
 
 private:
     DataBuffer& buffer_;
-};
-
-// Gathers small writes into blocks of 64 KiB for the stream behind, which outlives it; large writes
-// pass through. flush hands on the rest and tells whether everything arrived.
-class BlockStream final : public OutputStream {
-public:
-    explicit BlockStream(OutputStream& behind) : behind_(behind) {}
-    using OutputStream::write;
-    bool write(std::span<const uint8_t> bytes) override;
-    bool flush();
-
-private:
-    static constexpr size_t kBlock = 65536;
-
-    OutputStream& behind_;
-    DataBuffer block_;
-    bool good_ = true;
 };
 
 }  // namespace tv

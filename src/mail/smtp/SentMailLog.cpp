@@ -2,7 +2,7 @@
 // over the line.
 #include "mail/smtp/SentMailLog.h"
 
-#include "mail/smtp/ChunkStream.h"
+#include "mail/smtp/DotStuffer.h"
 #include "platform/SysClock.h"
 #include "platform/SysFile.h"
 
@@ -28,20 +28,33 @@ void waitForOthers(LogBase& log, plat::SysFile& file) {
     }
 }
 
+// A full disk must not stop the mail: what cannot be written is passed over.
+class EntryFile final : public OutputStream {
+public:
+    explicit EntryFile(plat::SysFile& file) : file_(file) {}
+    using OutputStream::write;
+    bool write(std::span<const uint8_t> block) override {
+        isComplete = isComplete && file_.write(block.data(), block.size());
+        return true;
+    }
+
+    bool isComplete = true;
+
+private:
+    plat::SysFile& file_;
+};
+
 }  // namespace
 
 bool appendToSentMailLog(LogBase& log, std::string_view path, const SmtpSend& send) {
     plat::SysFile file;
     if (!file.openAppend(path)) return true;
     waitForOthers(log, file);
-    bool written = true;  // a full disk must not stop the mail
-    ChunkStream blocks(kBlock, [&](std::span<const uint8_t> block) {
-        written = written && file.write(block.data(), block.size());
-        return true;
-    });
-    const bool rendered = blocks.write(kBegin) && send.renderStuffed(log, blocks) &&
-                          blocks.write(kEnd) && blocks.finish();
-    if (!file.close() || !written) log.logInfo("Failed to write the sent-mail log.");
+    EntryFile entry(file);
+    DataBlocks blocks(entry, kBlock);
+    const bool rendered = blocks.writeAsItIs(kBegin) && send.renderTo(log, blocks) &&
+                          blocks.writeAsItIs(kEnd) && blocks.finish();
+    if (!file.close() || !entry.isComplete) log.logInfo("Failed to write the sent-mail log.");
     return rendered;
 }
 

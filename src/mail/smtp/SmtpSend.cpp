@@ -6,21 +6,23 @@
 namespace tv {
 namespace {
 
-// Passes on what it counts.
-class CountingTap final : public OutputStream {
+// Keeps nothing of a message but how large it is.
+class MessageSize final : public OutputStream {
 public:
-    explicit CountingTap(OutputStream& out) : out_(out) {}
-
     using OutputStream::write;
     bool write(std::span<const uint8_t> bytes) override {
-        size += bytes.size();
-        return out_.write(bytes);
+        raw += bytes.size();
+        return stuffer_.stuff(bytes, [&](std::span<const uint8_t> piece) {
+            stuffed += piece.size();
+            return true;
+        });
     }
 
-    uint64_t size = 0;
+    uint64_t raw = 0;
+    uint64_t stuffed = 0;
 
 private:
-    OutputStream& out_;
+    DotStuffer stuffer_;
 };
 
 }  // namespace
@@ -31,20 +33,13 @@ bool SmtpSend::renderTo(LogBase& log, OutputStream& out) const {
 }
 
 bool SmtpSend::measure(LogBase& log) {
-    CountingStream stuffed;
-    DotStuffer stuffer(stuffed);
-    CountingTap raw(stuffer);
-    if (!renderTo(log, raw)) return false;
-    mimeSize = raw.size;
-    stuffedSize = stuffed.count();
+    MessageSize size;
+    if (!renderTo(log, size)) return false;
+    mimeSize = size.raw;
+    stuffedSize = size.stuffed;
     progressTotal = mimeSize + kEnvelopeShare + kRecipientShare * recipients.size();
     if (mimeSize == 0) log.logError("No MIME to send for this email?");
     return mimeSize != 0;
-}
-
-bool SmtpSend::renderStuffed(LogBase& log, OutputStream& out) const {
-    DotStuffer stuffer(out);
-    return renderTo(log, stuffer);
 }
 
 }  // namespace tv

@@ -41,11 +41,10 @@ struct SmtpSend {
     static constexpr uint64_t kRecipientShare = 80;
     static constexpr uint64_t kEnvelopeShare = 180;
 
+    // False if the message does not render or out fails.
     bool renderTo(LogBase& log, OutputStream& out) const;
     // Renders once to learn the sizes. False if the message does not render or is empty.
     bool measure(LogBase& log);
-    // The message as it goes over the line, in blocks. False if it does not render or out fails.
-    bool renderStuffed(LogBase& log, OutputStream& out) const;
 };
 
 }  // namespace tv

@@ -36,6 +36,7 @@ public:
 
 private:
     enum class Mail { Accepted, Refused, Unusable };
+    class DataSink;
 
     // The envelope; true when the server waits for the message (or has the recipients checked).
     bool sendNonPipelining();

@@ -3,7 +3,7 @@
 #include <new>
 
 #include "log/LogContextExitor.h"
-#include "mail/smtp/ChunkStream.h"
+#include "mail/smtp/DotStuffer.h"
 #include "mail/smtp/SentMailLog.h"
 #include "mail/smtp/SmtpTransfer.h"
 
@@ -55,16 +55,28 @@ bool SmtpTransfer::sendDataToSmtp() {
     return sent;
 }
 
-bool SmtpTransfer::streamMessage() {
-    ChunkStream chunks(connection_.settings.sendChunkSize, [&](std::span<const uint8_t> chunk) {
-        if (hasWords()) return false;
-        if (!connection_.sendData(call_, chunk)) return false;
-        advance(chunk.size());
+// Block by block to the server, as long as it keeps silent.
+class SmtpTransfer::DataSink final : public OutputStream {
+public:
+    explicit DataSink(SmtpTransfer& transfer) : transfer_(transfer) {}
+    using OutputStream::write;
+    bool write(std::span<const uint8_t> block) override {
+        if (transfer_.hasWords()) return false;
+        if (!transfer_.connection_.sendData(transfer_.call_, block)) return false;
+        transfer_.advance(block.size());
         return true;
-    });
-    const bool rendered = send_.renderStuffed(call_.log, chunks) && chunks.finish();
-    call_.log.logDataLong("numBytesSent", static_cast<int64_t>(chunks.bytesOut()));
-    if (rendered && chunks.bytesOut() == send_.stuffedSize) return true;
+    }
+
+private:
+    SmtpTransfer& transfer_;
+};
+
+bool SmtpTransfer::streamMessage() {
+    DataSink sink(*this);
+    DataBlocks blocks(sink, connection_.settings.sendChunkSize);
+    const bool rendered = send_.renderTo(call_.log, blocks) && blocks.finish();
+    call_.log.logDataLong("numBytesSent", static_cast<int64_t>(blocks.bytesOut()));
+    if (rendered && blocks.bytesOut() == send_.stuffedSize) return true;
     // A message that broke off must never get its terminator.
     if (!connection_.isConnected()) return false;
     connection_.fail(call_.log, SmtpStatus::RenderFailed,

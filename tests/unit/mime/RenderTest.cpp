@@ -220,19 +220,6 @@ TEST_F(RenderTest, SizeIsWhatIsWritten) {
     }
 }
 
-TEST_F(RenderTest, ASmallMessageIsOneWriteAndALargeOneComesInBlocks) {
-    StringStream small;
-    email_.SetHtmlBody(text("<p>"));
-    EXPECT_TRUE(email_.createEmailForSending(log_, true)->render(log_, small, {}));
-    EXPECT_EQ(small.calls, 1u);
-
-    const TempFile file("a.bin", std::string(3000000, 'x'));
-    email_.AddFileAttachment(text(file.path()), out_);
-    StringStream large;
-    EXPECT_TRUE(email_.createEmailForSending(log_, true)->render(log_, large, {}));
-    EXPECT_LE(large.calls, 4000000u / 32768u);
-}
-
 // Wherever the stream fails: the render fails, and nothing is written after the failure.
 TEST_F(RenderTest, AFailingStreamEndsTheRender) {
     const TempFile file("a.bin", std::string(200000, 'x'));
@@ -247,30 +234,6 @@ TEST_F(RenderTest, AFailingStreamEndsTheRender) {
     }
     FailingStream enough(whole);
     EXPECT_TRUE(copy->render(log_, enough, {"TVX-"}));
-}
-
-TEST(BlockStream, WritesNothingMoreAfterAFailure) {
-    FailingStream behind(10);
-    BlockStream blocks(behind);
-    EXPECT_FALSE(blocks.write(std::string(100000, 'x')));
-    EXPECT_FALSE(blocks.write("y"));
-    EXPECT_FALSE(blocks.flush());
-    EXPECT_EQ(behind.failures, 1);
-}
-
-TEST(BlockStream, GivesTheSameBytesInLargerPieces) {
-    for (const size_t piece : {1u, 7u, 65535u, 65536u, 65537u, 100000u}) {
-        StringStream behind;
-        BlockStream blocks(behind);
-        std::string expected;
-        while (expected.size() < 300000) {
-            const std::string part(piece, static_cast<char>('a' + expected.size() % 26));
-            expected += part;
-            EXPECT_TRUE(blocks.write(part));
-        }
-        EXPECT_TRUE(blocks.flush());
-        EXPECT_EQ(behind.text, expected) << piece;
-    }
 }
 
 }  // namespace

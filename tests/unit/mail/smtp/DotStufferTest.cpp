@@ -1,3 +1,4 @@
+// The dots of line starts in every form of the search, and the blocks a message leaves in.
 #include "mail/smtp/DotStuffer.h"
 
 #include <gtest/gtest.h>
@@ -13,13 +14,17 @@ namespace {
 using test::bytesIn;
 
 std::string stuffed(std::string_view text, size_t piece) {
-    test::StringStream out;
-    DotStuffer stuffer(out);
+    std::string out;
+    DotStuffer stuffer;
+    const auto take = [&](std::span<const uint8_t> bytes) {
+        out += test::textOf(bytes);
+        return true;
+    };
     for (size_t at = 0; at < text.size(); at += piece) {
-        EXPECT_TRUE(stuffer.write(text.substr(at, piece)));
-        EXPECT_TRUE(stuffer.write(std::string_view()));
+        EXPECT_TRUE(stuffer.stuff(bytesIn(text.substr(at, piece)), take));
+        EXPECT_TRUE(stuffer.stuff({}, take));
     }
-    return out.text;
+    return out;
 }
 
 class DotStufferForms : public test::CpuFormTest {};
@@ -77,26 +82,88 @@ TEST_P(DotStufferForms, TheSameHoweverItIsCut) {
 INSTANTIATE_TEST_SUITE_P(Cpu, DotStufferForms, testing::ValuesIn(test::kCpuForms),
                          test::CpuFormTest::nameOf);
 
-TEST(DotStuffer, RestartsForTheNextMessage) {
-    test::StringStream out;
-    DotStuffer stuffer(out);
-    stuffer.write(std::string_view("a\r\n"));
-    stuffer.restart();
-    stuffer.write(std::string_view(".b"));
-    EXPECT_EQ(out.text, "a\r\n.b");
+TEST(DotStuffer, StopsWhereAPieceIsRefused) {
+    for (const size_t taken : {0u, 1u, 2u}) {
+        size_t calls = 0;
+        const auto take = [&](std::span<const uint8_t>) { return ++calls <= taken; };
+        EXPECT_FALSE(DotStuffer().stuff(bytesIn("a\n.b\n.c"), take)) << taken;
+        EXPECT_EQ(calls, taken + 1);
+    }
+    DotStuffer stuffer;
+    EXPECT_TRUE(stuffer.stuff(bytesIn("\n"), [](auto) { return true; }));
+    EXPECT_FALSE(stuffer.stuff(bytesIn("."), [](auto) { return false; }));
 }
 
-TEST(DotStuffer, AFailedStreamIsReported) {
-    for (const size_t writes : {0u, 1u, 2u}) {
-        test::StringStream out(writes);
-        DotStuffer stuffer(out);
-        EXPECT_FALSE(stuffer.write(std::string_view("a\n.b\n.c"))) << writes;
-        EXPECT_EQ(out.calls, writes + 1);
+// Keeps how large each block was.
+class BlockSizes final : public OutputStream {
+public:
+    bool write(std::span<const uint8_t> block) override {
+        text += test::textOf(block);
+        sizes.push_back(block.size());
+        return true;
     }
-    test::StringStream out(1);
-    DotStuffer stuffer(out);
-    EXPECT_TRUE(stuffer.write(std::string_view("\n")));
-    EXPECT_FALSE(stuffer.write(std::string_view(".")));
+
+    std::string text;
+    std::vector<size_t> sizes;
+};
+
+TEST(DataBlocks, AreTheSameHoweverTheMessageIsCut) {
+    std::string text = test::randomText(150000, ".\n\r.\nab");
+    for (int i = 0; i < 150000; ++i) {
+        text += "\n.";  // nothing grows more
+    }
+    const std::string whole = stuffed(text, text.size());
+    for (const size_t piece : {11u, 65535u, 65536u, 65537u, 100000u, 450000u}) {
+        for (const size_t blockSize : {0u, 10u, 32767u, 65536u, 500000u}) {
+            BlockSizes sink;
+            DataBlocks blocks(sink, blockSize);
+            for (size_t at = 0; at < text.size(); at += piece) {
+                ASSERT_TRUE(blocks.write(std::string_view(text).substr(at, piece)));
+            }
+            ASSERT_TRUE(blocks.finish());
+            ASSERT_TRUE(sink.text == whole) << piece << ", " << blockSize;
+            EXPECT_EQ(blocks.bytesOut(), whole.size());
+            const size_t size = std::max<size_t>(blockSize, 1);
+            for (size_t i = 0; i < sink.sizes.size(); ++i) {
+                ASSERT_EQ(sink.sizes[i], std::min(size, whole.size() - i * size));
+            }
+        }
+    }
+}
+
+TEST(DataBlocks, LeaveTogether) {
+    test::StringStream sink;
+    DataBlocks blocks(sink, 1000);
+    EXPECT_TRUE(blocks.write(std::string(1, 'x')) && blocks.write(std::string(65535, 'x')));
+    EXPECT_EQ(sink.calls, 0u);
+    EXPECT_TRUE(blocks.write("x"));
+    EXPECT_EQ(sink.calls, 65u);
+    EXPECT_TRUE(blocks.write(std::string(1000, 'x')) && blocks.handOn());
+    EXPECT_EQ(sink.calls, 66u);
+    EXPECT_TRUE(blocks.write(std::string(65536, 'x')));
+    EXPECT_EQ(sink.calls, 132u);
+    EXPECT_TRUE(blocks.finish() && blocks.finish());
+    EXPECT_EQ(sink.calls, 133u);
+}
+
+TEST(DataBlocks, NothingLeavesAfterARefusal) {
+    test::StringStream sink(1);
+    DataBlocks blocks(sink, 4);
+    EXPECT_TRUE(blocks.write("0123456789"));
+    EXPECT_FALSE(blocks.handOn());
+    EXPECT_FALSE(blocks.write("x"));
+    EXPECT_FALSE(blocks.finish());
+    EXPECT_EQ(sink.calls, 2u);
+    EXPECT_EQ(blocks.bytesOut(), 4u);
+}
+
+TEST(DataBlocks, MarksAreNoPartOfTheMessage) {
+    test::StringStream sink;
+    DataBlocks blocks(sink, 100);
+    EXPECT_TRUE(blocks.writeAsItIs("\n.begin\n") && blocks.write(".a\n.") &&
+                blocks.writeAsItIs("\n.end") && blocks.finish());
+    EXPECT_EQ(sink.text, "\n.begin\n.a\n..\n.end");
+    EXPECT_EQ(sink.calls, 1u);
 }
 
 }  // namespace

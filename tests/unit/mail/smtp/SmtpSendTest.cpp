@@ -1,0 +1,32 @@
+// What a send knows of its message before it begins.
+#include "mail/smtp/SmtpSend.h"
+
+#include <gtest/gtest.h>
+
+#include "log/LogNull.h"
+
+namespace tv {
+namespace {
+
+TEST(SmtpSend, learnsItsSizes) {
+    LogNull log;
+    SmtpSend send;
+    send.recipients = {"a", "b"};
+    ASSERT_TRUE(send.mimeData.append("A: b\r\n\r\n.x\r\n..\r\n"));
+    ASSERT_TRUE(send.measure(log));
+    EXPECT_EQ(send.mimeSize, 16u);
+    EXPECT_EQ(send.stuffedSize, 18u);
+    EXPECT_EQ(send.progressTotal, 16u + 180u + 160u);
+
+    SmtpSend empty;
+    empty.mimeSource = [](LogBase&, OutputStream&, bool) { return true; };
+    EXPECT_FALSE(empty.measure(log));
+    SmtpSend failing;
+    failing.mimeSource = [](LogBase&, OutputStream& out, bool) { return out.write("A"), false; };
+    EXPECT_FALSE(failing.measure(log));
+    SmtpSend none;
+    EXPECT_FALSE(none.measure(log));
+}
+
+}  // namespace
+}  // namespace tv
