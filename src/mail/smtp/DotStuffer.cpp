@@ -6,8 +6,6 @@
 #include <cstring>
 #include <new>
 
-#include "base/CpuFeatures.h"
-
 namespace tv {
 namespace {
 
@@ -22,9 +20,7 @@ size_t withRoom(size_t blockSize) {
     return std::min(blockSize, SIZE_MAX - kRoom) + kRoom;
 }
 
-}  // namespace
-
-const uint8_t* findLineDotPortable(const uint8_t* in, const uint8_t* end) {
+const uint8_t* findPortable(const uint8_t* in, const uint8_t* end) {
     while (end - in >= 2) {
         // The last byte is left out: what follows it is not known yet.
         const void* found = std::memchr(in, '\n', static_cast<size_t>(end - in) - 1);
@@ -36,9 +32,19 @@ const uint8_t* findLineDotPortable(const uint8_t* in, const uint8_t* end) {
     return nullptr;
 }
 
-const uint8_t* findLineDot(const uint8_t* in, const uint8_t* end) {
-    return cpuFeatures().sse2 ? findLineDotSse2(in, end) : findLineDotPortable(in, end);
-}
+// Fastest first.
+constexpr const LineDotForm* kForms[] = {
+#if defined(__x86_64__) || defined(__i386__)
+    &kLineDotSse2,
+#endif
+    &kLineDotPortable,
+};
+
+}  // namespace
+
+constinit const LineDotForm kLineDotPortable = {"portable", alwaysUsable, findPortable};
+
+constinit Dispatch<LineDotForm> lineDotForms{kForms};
 
 DataBlocks::DataBlocks(OutputStream& sink, size_t blockSize)
     : sink_(sink), blockSize_(std::max<size_t>(blockSize, 1)), capacity_(withRoom(blockSize_)) {}

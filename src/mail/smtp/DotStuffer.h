@@ -25,8 +25,9 @@ public:
         const uint8_t* const end = from + bytes.size();
         if (afterLineFeed_ && *from == '.' && !take(std::span(from, 1))) return false;
         afterLineFeed_ = end[-1] == '\n';
+        const LineDotForm& form = lineDotForms.get();
         // Each piece ends with the dot of a line, and the next begins with the same dot again.
-        for (const uint8_t* at = from; (at = findLineDot(at, end)) != nullptr; from = at) {
+        for (const uint8_t* at = from; (at = form.find(at, end)) != nullptr; from = at) {
             if (!take(std::span(from, at + 1))) return false;
         }
         return take(std::span(from, end));

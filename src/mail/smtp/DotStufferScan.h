@@ -3,12 +3,19 @@
 
 #include <cstdint>
 
+#include "base/Dispatch.h"
+
 namespace tv {
 
-// The first dot in [in, end) that follows a line feed in it; nullptr if there is none.
-const uint8_t* findLineDot(const uint8_t* in, const uint8_t* end);
-const uint8_t* findLineDotPortable(const uint8_t* in, const uint8_t* end);
-// x86 only; elsewhere the same as the portable form.
-const uint8_t* findLineDotSse2(const uint8_t* in, const uint8_t* end);
+struct LineDotForm {
+    const char* name;
+    bool (*usable)();
+    // The first dot in [in, end) that follows a line feed in it; nullptr if there is none.
+    const uint8_t* (*find)(const uint8_t* in, const uint8_t* end);
+};
+
+extern const LineDotForm kLineDotSse2;  // on x86 only
+extern const LineDotForm kLineDotPortable;
+extern Dispatch<LineDotForm> lineDotForms;
 
 }  // namespace tv

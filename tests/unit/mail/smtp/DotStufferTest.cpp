@@ -5,10 +5,15 @@
 
 #include "base/Ascii.h"
 #include "mail/smtp/DotStufferScan.h"
-#include "tests/fixtures/CpuForms.h"
+#include "tests/fixtures/FormTest.h"
 #include "tests/fixtures/TestBytes.h"
 
 namespace tv {
+
+namespace test {
+TV_FORMS(LineDotForm, lineDotForms, &Table::find);
+}
+
 namespace {
 
 using test::bytesIn;
@@ -27,7 +32,8 @@ std::string stuffed(std::string_view text, size_t piece) {
     return out;
 }
 
-class DotStufferForms : public test::CpuFormTest {};
+class DotStufferForms : public test::FormTest<LineDotForm> {};
+TV_FOR_EACH_FORM(DotStufferForms, LineDotForm);
 
 TEST_P(DotStufferForms, DoublesTheDotOfEachLine) {
     const struct {
@@ -63,10 +69,10 @@ TEST_P(DotStufferForms, FindsADotAtEveryPlace) {
             text[at] = '\n';
             text[at + 1] = '.';
             const uint8_t* in = bytesOf(text);
-            ASSERT_EQ(findLineDot(in, in + size), in + at + 1) << size << ", " << at;
+            ASSERT_EQ(lineDotForms.get().find(in, in + size), in + at + 1) << size << ", " << at;
         }
         const std::string dots(size, '.');
-        ASSERT_EQ(findLineDot(bytesOf(dots), bytesOf(dots) + size), nullptr);
+        ASSERT_EQ(lineDotForms.get().find(bytesOf(dots), bytesOf(dots) + size), nullptr);
     }
 }
 
@@ -78,9 +84,6 @@ TEST_P(DotStufferForms, TheSameHoweverItIsCut) {
         EXPECT_EQ(stuffed(text, piece), whole) << piece;
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Cpu, DotStufferForms, testing::ValuesIn(test::kCpuForms),
-                         test::CpuFormTest::nameOf);
 
 TEST(DotStuffer, StopsWhereAPieceIsRefused) {
     for (const size_t taken : {0u, 1u, 2u}) {
