@@ -34,7 +34,7 @@ Cause Failure::cause() const {
 }
 
 const std::string& Failure::text() const {
-    return detail_ ? detail_->text : outOfMemory().text;
+    return detail_ ? detail_->text : outOfMemory().text;  // none there: an empty one that lasts
 }
 
 uint64_t Failure::overranMs() const {

@@ -64,4 +64,6 @@ private:
     std::unique_ptr<Detail, Release> detail_;
 };
 
+static_assert(sizeof(Failure) == sizeof(void*));
+
 }  // namespace tv
