@@ -1,7 +1,6 @@
 // The message on its way: dots, blocks, sizes, the sent-mail log, and what a broken render does.
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <numeric>
 
 #include "log/tvLogger.h"
@@ -292,47 +291,6 @@ TEST(Transfer, anExceptionLeavesNoConnectionToUseAgain) {
     world.serve("trial");
     EXPECT_TRUE(world.connection.smtpConnect(world.call));
     EXPECT_TRUE(first.closedByClient);
-}
-
-// Wherever the connection ends: it is no success, and the log shows it within that part of the
-// message that was rendered then.
-TEST(Transfer, aMessageCutInTheMiddleIsNotSent) {
-    const std::string path = "unit_mail_cut.bin";
-    std::ofstream(path, std::ios::binary) << std::string(80000, 'x');
-    std::string html;
-    for (int i = 0; i < 3000; ++i) {
-        html += "<p>A line</p>\n";
-    }
-    const struct {
-        const char* chunk;
-        size_t cutAt;
-        const char* within;
-    } rows[] = {
-        {"32767", 33000, "--getEncodedBody\r\n"},   {"32767", 120000, "--assembleMimeBody\r\n"},
-        {"32767", 150000, "--sendDataToSmtp\r\n"},  {"3000", 10000, "--getEncodedBody\r\n"},
-        {"3000", 150000, "--assembleMimeBody\r\n"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.cutAt);
-        MailWorld world;
-        world.set("SendChunkSize", row.chunk);
-        world.compose();
-        world.email.SetHtmlBody(XString(html));
-        XString type;
-        EXPECT_TRUE(world.email.AddFileAttachment(XString(path), type));
-        FakeLink& link = world.serve("whole");
-        link.mayEndEarly = true;
-        link.cut = Ending::Reset;
-        link.cutAfterClientBytes = row.cutAt;
-        EXPECT_FALSE(world.send());
-        EXPECT_EQ(world.word(), "ConnectionLost");
-        const std::string log = world.logText();
-        const size_t lost = log.find("The connection was lost while sending the message data.");
-        ASSERT_NE(lost, std::string::npos);
-        const size_t end = log.find("--", lost);
-        EXPECT_EQ(log.find(row.within, end), end) << log.substr(end, 30);
-    }
-    std::remove(path.c_str());
 }
 
 TEST(SentMailLog, holdsTheStuffedMessageBeforeItGoesOut) {

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "base/Ascii.h"
 
 namespace tv {
@@ -12,30 +9,6 @@ namespace {
 
 std::span<const uint8_t> bytes(std::string_view text) {
     return {bytesOf(text), text.size()};
-}
-
-// However the stream is cut, the same lines come out.
-TEST(LineBuffer, LinesDoNotDependOnTheCuts) {
-    const std::string stream = "220 a\r\n250-b\r250\n\r\n\r\n\r\r\n250 c\r\nrest";
-    const std::vector<std::string> expected = {"220 a\r\n", "250-b\r250\n\r\n", "\r\n", "\r\r\n",
-                                               "250 c\r\n"};
-    for (size_t step = 1; step <= stream.size(); ++step) {
-        LineBuffer buffer;
-        std::vector<std::string> lines;
-        for (size_t at = 0; at < stream.size(); at += step) {
-            buffer.append(bytes(std::string_view(stream).substr(at, step)));
-            for (;;) {
-                DataBuffer line;
-                if (buffer.takeUntil("\r\n", 100, line) != LineBuffer::Take::Found) break;
-                lines.emplace_back(line.text());
-            }
-        }
-        EXPECT_EQ(lines, expected) << "step " << step;
-        DataBuffer rest;
-        EXPECT_TRUE(buffer.takeAll(rest));
-        EXPECT_EQ(rest.text(), "rest");
-        EXPECT_TRUE(buffer.empty());
-    }
 }
 
 TEST(LineBuffer, SizeLimit) {
