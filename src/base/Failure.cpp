@@ -9,7 +9,7 @@ namespace tv {
 struct Failure::Detail {
     Cause cause = Cause::None;
     std::string text;
-    uint64_t overranMs = 0;
+    uint64_t totalMs = 0;
     bool anySent = false;
 };
 
@@ -37,16 +37,16 @@ const std::string& Failure::text() const {
     return detail_ ? detail_->text : outOfMemory().text;  // none there: an empty one that lasts
 }
 
-uint64_t Failure::overranMs() const {
-    return detail_ ? detail_->overranMs : 0;
+uint64_t Failure::totalMs() const {
+    return detail_ ? detail_->totalMs : 0;
 }
 
 bool Failure::anySent() const {
     return detail_ && detail_->anySent;
 }
 
-Failure&& Failure::withOverran(uint64_t ms) && {
-    if (detail_ && detail_.get() != &outOfMemory()) detail_->overranMs = ms;
+Failure&& Failure::withTotal(uint64_t ms) && {
+    if (detail_ && detail_.get() != &outOfMemory()) detail_->totalMs = ms;
     return std::move(*this);
 }
 

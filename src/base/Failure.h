@@ -45,12 +45,12 @@ public:
     bool is(Cause cause) const { return this->cause() == cause; }
     const std::string& text() const;
 
-    // Of a Timeout: the limit on the whole that ended it; 0: nothing moved.
-    uint64_t overranMs() const;
+    // Of a Timeout: the total time-out that ended it; 0: nothing moved.
+    uint64_t totalMs() const;
     // Of a send: some of the bytes may have left.
     bool anySent() const;
 
-    Failure&& withOverran(uint64_t ms) &&;
+    Failure&& withTotal(uint64_t ms) &&;
     Failure&& withAnySent(bool any) &&;
 
 private:

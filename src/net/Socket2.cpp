@@ -60,11 +60,11 @@ struct Socket2::State {
     }
 
     // One segment from the network, or one record's text, into the buffer.
-    Failure receiveMore(CallContext& call, uint32_t maxIdleMs) {
+    Failure receiveMore(CallContext& call, uint32_t idleTimeoutMs) {
         SecureBuffer text;
         size_t size = 0;
-        Failure failure = ifAlive(tls ? tls->receiveApplicationData(call, text, maxIdleMs)
-                                      : tcp.receiveBytes(call, segment, size, maxIdleMs));
+        Failure failure = ifAlive(tls ? tls->receiveApplicationData(call, text, idleTimeoutMs)
+                                      : tcp.receiveBytes(call, segment, size, idleTimeoutMs));
         if (!failure) keep(tls ? text.bytes() : std::span<const uint8_t>(segment.data(), size));
         return failure;
     }
@@ -81,10 +81,10 @@ struct Socket2::State {
     }
 
     // A handshake over the open TCP connection. A failure closes it.
-    Failure secure(CallContext& call, TlsStart start, uint32_t maxIdleMs) {
+    Failure secure(CallContext& call, TlsStart start, uint32_t idleTimeoutMs) {
         tls = std::make_unique<SChannelTolvane>(tcp);
-        Failure failure =
-            ifAlive(tls->handshake(call, serverName(host), port, tlsSettings, start, maxIdleMs));
+        Failure failure = ifAlive(
+            tls->handshake(call, serverName(host), port, tlsSettings, start, idleTimeoutMs));
         if (failure) {
             closeTcp(call);
         } else {
@@ -169,14 +169,15 @@ Failure Socket2::connect2(CallContext& call, std::string_view hostname, int port
     return failure;
 }
 
-Failure Socket2::convertToTls(CallContext& call, std::string_view hostname, uint32_t maxIdleMs) {
+Failure Socket2::convertToTls(CallContext& call, std::string_view hostname,
+                              uint32_t idleTimeoutMs) {
     const LogContextExitor context(call.log, "convertToTls");
     const auto state = state_;
     call.log.logData("hostname", hostname);
     if (Failure failure = state->whyUnusable(call.log)) return failure;
     if (state->type != ConnectionType::Plain) return Failure(Cause::Internal);
     state->host = hostname;
-    Failure failure = state->secure(call, TlsStart::StartTls, maxIdleMs);
+    Failure failure = state->secure(call, TlsStart::StartTls, idleTimeoutMs);
     if (failure) logConnectFailReason(call.log, failure);
     return failure;
 }
@@ -207,7 +208,8 @@ bool Socket2::isQuiet() {
     return !state->receiveReady() && isConnected();
 }
 
-Failure Socket2::sendBytes(CallContext& call, std::span<const uint8_t> bytes, uint32_t maxIdleMs) {
+Failure Socket2::sendBytes(CallContext& call, std::span<const uint8_t> bytes,
+                           uint32_t idleTimeoutMs) {
     const auto state = state_;
     if (Failure failure = state->whyUnusable(call.log)) return failure;
     if (call.mustStop()) {
@@ -215,9 +217,9 @@ Failure Socket2::sendBytes(CallContext& call, std::span<const uint8_t> bytes, ui
         return Failure(Cause::Aborted);
     }
     size_t sent = 0;
-    Failure failure =
-        state->ifAlive(state->tls ? state->tls->sendApplicationData(call, bytes, sent, maxIdleMs)
-                                  : state->tcp.sendBytes(call, bytes, sent, maxIdleMs));
+    Failure failure = state->ifAlive(
+        state->tls ? state->tls->sendApplicationData(call, bytes, sent, idleTimeoutMs)
+                   : state->tcp.sendBytes(call, bytes, sent, idleTimeoutMs));
     if (state->sessionLog && sent > 0) state->sessionLog->sent(bytes.first(sent));
     if (!failure) return {};
     if (failure.is(Cause::Aborted)) call.log.logError("Socket SendBytes2 aborted by application.");
@@ -228,11 +230,11 @@ Failure Socket2::sendBytes(CallContext& call, std::span<const uint8_t> bytes, ui
                                           state->tls);  // TLS counts whole records alone
 }
 
-Failure Socket2::receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t maxIdleMs) {
+Failure Socket2::receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t idleTimeoutMs) {
     const auto state = state_;
     if (state->received.empty()) {
         if (Failure failure = state->whyUnusable(call.log)) return failure;
-        if (Failure failure = state->receiveMore(call, maxIdleMs)) return failure;
+        if (Failure failure = state->receiveMore(call, idleTimeoutMs)) return failure;
     }
     if (state->received.takeAll(buffer)) return {};
     call.log.logError("Out of memory while receiving.");
@@ -240,7 +242,7 @@ Failure Socket2::receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t ma
 }
 
 Failure Socket2::receiveUntilMatch(CallContext& call, DataBuffer& buffer, std::string_view match,
-                                   size_t maxSize, uint32_t maxIdleMs) {
+                                   size_t maxSize, uint32_t idleTimeoutMs) {
     const auto state = state_;
     if (Failure failure = state->whyUnusable(call.log)) return failure;
     for (;;) {  // every round adds at least one byte, and maxSize bounds them
@@ -257,7 +259,7 @@ Failure Socket2::receiveUntilMatch(CallContext& call, DataBuffer& buffer, std::s
                 call.log.logError("Out of memory while receiving.");
                 return Failure(Cause::OutOfMemory);
         }
-        if (Failure failure = state->receiveMore(call, maxIdleMs)) return failure;
+        if (Failure failure = state->receiveMore(call, idleTimeoutMs)) return failure;
     }
 }
 
@@ -303,9 +305,9 @@ const LoggedSocket2* Socket2::sessionLog() const {
     return state_->sessionLog.get();
 }
 
-void Socket2::close(CallContext& call, bool abrupt, uint32_t maxIdleMs) {
+void Socket2::close(CallContext& call, bool abrupt, uint32_t idleTimeoutMs) {
     const auto state = state_;
-    if (state->tls && !abrupt) state->tls->closeNotify(call, maxIdleMs);
+    if (state->tls && !abrupt) state->tls->closeNotify(call, idleTimeoutMs);
     state->closeTcp(call);
 }
 

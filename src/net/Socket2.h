@@ -33,7 +33,7 @@ public:
     // TLS handshake. On failure the socket is closed.
     Failure connect2(CallContext& call, std::string_view hostname, int port, bool ssl);
     // Runs the TLS handshake over the open plain connection. Failure closes the connection.
-    Failure convertToTls(CallContext& call, std::string_view hostname, uint32_t maxIdleMs);
+    Failure convertToTls(CallContext& call, std::string_view hostname, uint32_t idleTimeoutMs);
     // True where the handshake that failed had offered TLS 1.3 and the server answered nothing: the
     // owner of a conversion then makes the whole connection again without it (withoutTls13).
     bool mayRetryWithoutTls13(const LogBase& log, const Failure& failure) const;
@@ -46,15 +46,16 @@ public:
     // The connection stands and nothing unread has arrived; looks once, without waiting.
     bool isQuiet();
 
-    // All bytes or failure; each wait for the socket to accept more is at most maxIdleMs (0: 56 h).
-    Failure sendBytes(CallContext& call, std::span<const uint8_t> bytes, uint32_t maxIdleMs);
-    // Appends what is there, waiting up to maxIdleMs for at least one byte.
-    Failure receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t maxIdleMs);
+    // All bytes or failure; each wait for the socket to accept more is at most idleTimeoutMs (0: 56
+    // h).
+    Failure sendBytes(CallContext& call, std::span<const uint8_t> bytes, uint32_t idleTimeoutMs);
+    // Appends what is there, waiting up to idleTimeoutMs for at least one byte.
+    Failure receiveBytes(CallContext& call, DataBuffer& buffer, uint32_t idleTimeoutMs);
     // Appends to buffer up to and including match; what follows is kept for the next read. Fails
     // when match does not end within maxSize bytes; those are then in buffer. After any other
-    // failure buffer is as it was. Each wait for bytes is at most maxIdleMs.
+    // failure buffer is as it was. Each wait for bytes is at most idleTimeoutMs.
     Failure receiveUntilMatch(CallContext& call, DataBuffer& buffer, std::string_view match,
-                              size_t maxSize, uint32_t maxIdleMs);
+                              size_t maxSize, uint32_t idleTimeoutMs);
     // True if bytes have been received that no read has taken yet.
     bool hasBufferedInput() const;
 
@@ -73,9 +74,9 @@ public:
     bool startSessionLog(std::string_view utf8Path);
     const LoggedSocket2* sessionLog() const;  // nullptr: none
 
-    // TLS: says good-bye first, unless abrupt, and waits at most maxIdleMs for the peer to do so.
-    // A plain connection is closed at once.
-    void close(CallContext& call, bool abrupt, uint32_t maxIdleMs);
+    // TLS: says good-bye first, unless abrupt, and waits at most idleTimeoutMs for the peer to do
+    // so. A plain connection is closed at once.
+    void close(CallContext& call, bool abrupt, uint32_t idleTimeoutMs);
 
     // As last given to connect2, and what was reached.
     const std::string& host() const;

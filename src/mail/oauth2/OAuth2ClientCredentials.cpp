@@ -9,7 +9,7 @@
 #include "log/LogContextExitor.h"
 #include "net/Socket2.h"
 #include "net/stream/SChannelTolvane.h"
-#include "net/stream/WholeLimit.h"
+#include "net/stream/TotalTimeout.h"
 #include "platform/SysClock.h"
 #include "platform/SysWipe.h"
 
@@ -64,7 +64,7 @@ bool post(CallContext& call, const OAuth2Request& request, const OAuth2Transport
     if (socket.connect2(call, request.host, request.port, request.secure)) return false;
     const uint32_t limitMs = transport.idleTimeoutMs ? transport.idleTimeoutMs : kNoTimeoutMs;
     const SecureBuffer bytes = oauth2HttpRequest(request);
-    const WholeLimit limit(call, limitMs);
+    const TotalTimeout limit(call, limitMs);
     const bool answered =
         !socket.sendBytes(call, bytes.bytes(), limitMs) && readReply(call, socket, limitMs, reply);
     socket.close(call, true, 0);

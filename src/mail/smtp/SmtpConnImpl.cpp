@@ -13,7 +13,7 @@
 #include "mail/smtp/ReplyHints.h"
 #include "mail/smtp/SmtpCommand.h"
 #include "net/stream/SChannelTolvane.h"
-#include "net/stream/WholeLimit.h"
+#include "net/stream/TotalTimeout.h"
 #include "platform/SysClock.h"
 #include "platform/SysWipe.h"
 
@@ -68,7 +68,7 @@ SmtpConnImpl::~SmtpConnImpl() {
         CallContext call(quiet);
         const uint32_t idle = settings.idleTimeoutMs;
         settings.idleTimeoutMs = idle == 0 ? kQuitTimeoutMs : std::min(idle, kQuitTimeoutMs);
-        const WholeLimit limit(call, settings.idleTimeoutMs);
+        const TotalTimeout limit(call, settings.idleTimeoutMs);
         smtpQuit(call);
         closeSmtpConnection(call);
     } catch (...) {  // no memory left to say goodbye
@@ -127,8 +127,8 @@ std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(CallContext& call,
     const LogContextExitor context(call.log, "readSmtpResponse");
     lastReplyCode_ = 0;
     ioFailure_ = IoFailure::None;
-    const WholeLimit limit(call, command == "." ? kFinalReplyLimitMs : kReplyLimitMs,
-                           settings.idleTimeoutMs);
+    const TotalTimeout limit(call, command == "." ? kFinalReplyLimitMs : kReplyLimitMs,
+                             settings.idleTimeoutMs);
     SmtpReplyReader reader(command);
     DataBuffer line;
     while (socket_) {
@@ -246,7 +246,7 @@ bool SmtpConnImpl::sendData(CallContext& call, std::span<const uint8_t> bytes) {
 }
 
 Failure SmtpConnImpl::sendBytes(CallContext& call, std::span<const uint8_t> bytes) {
-    const WholeLimit limit(call, sendLimitMs(bytes.size()), settings.idleTimeoutMs);
+    const TotalTimeout limit(call, sendLimitMs(bytes.size()), settings.idleTimeoutMs);
     return socket_->sendBytes(call, bytes, settings.idleTimeoutMs);
 }
 
@@ -257,7 +257,7 @@ bool SmtpConnImpl::heardLastWords(CallContext& call, const Failure& failure) {
     // After a time-out they had their time to come.
     const uint32_t idleMs = failure.is(Cause::Timeout) ? 1 : settings.idleTimeoutMs;
     const uint32_t limitMs = idleMs == 0 ? kLastWordsMs : std::min(idleMs, kLastWordsMs);
-    const WholeLimit limit(call, limitMs);
+    const TotalTimeout limit(call, limitMs);
     SmtpReplyReader reader("message data");
     ReplyState state = ReplyState::NeedMore;
     DataBuffer line;
@@ -307,8 +307,8 @@ bool SmtpConnImpl::noConnection(LogBase& log, std::string_view wanted) {
 }
 
 std::string SmtpConnImpl::timeoutText(const Failure& failure) const {
-    if (failure.overranMs() > 0) {
-        return "The server was too slow: " + durationText(failure.overranMs()) + " were over";
+    if (failure.totalMs() > 0) {
+        return "The server was too slow: " + durationText(failure.totalMs()) + " were over";
     }
     return "Nothing moved for " + std::to_string(settings.idleTimeoutMs) + " ms";
 }

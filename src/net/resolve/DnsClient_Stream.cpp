@@ -9,7 +9,7 @@
 #include "net/resolve/DnsClient.h"
 #include "net/stream/SChannelTolvane.h"
 #include "net/stream/TolvaneSocket.h"
-#include "net/stream/WholeLimit.h"
+#include "net/stream/TotalTimeout.h"
 
 namespace tv {
 namespace {
@@ -78,7 +78,7 @@ private:
 
     DnsExchange& exchange_;
     CallContext& call_;
-    const WholeLimit limit_;
+    const TotalTimeout limit_;
     TolvaneSocket socket_;
     std::unique_ptr<SChannelTolvane> channel_;
 };

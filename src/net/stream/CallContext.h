@@ -14,8 +14,8 @@ namespace tv {
 
 struct CallContext {
     explicit CallContext(LogBase& to) : log(to) {}
-    // For what is done beside the call, whose words are nobody's concern. A limit on the whole
-    // does not hold for it.
+    // For what is done beside the call, whose words are nobody's concern. A total
+    // time-out does not hold for it.
     CallContext aside(LogBase& to) const {
         CallContext own(to);
         own.monitor = monitor;
@@ -28,7 +28,7 @@ struct CallContext {
     ProgressMonitor* monitor = nullptr;  // not owned; may be null
     uint32_t heartbeatMs = 0;       // how often a wait returns to look for an abort; 0: default
     bool fineSlices = false;        // look more often than that
-    std::optional<Deadline> whole;  // ends the operation whatever still moves; see WholeLimit
+    std::optional<Deadline> total;  // ends the operation whatever still moves; see TotalTimeout
 
     // The longest that a wait may go without looking for an abort.
     uint32_t sliceMs() const {

@@ -11,8 +11,8 @@
 #include "base/ShuffleRandom.h"
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
+#include "net/stream/TotalTimeout.h"
 #include "net/stream/TrustStore.h"
-#include "net/stream/WholeLimit.h"
 #include "net/tls/KeyUsage.h"
 #include "net/tls/TlsProtocol.h"
 #include "net/x509/X509Cert.h"
@@ -120,8 +120,8 @@ std::string failureClause(const Failure& failure, const tls::TlsProtocol& engine
     }
     if (engine.failure() != tls::TlsFailure::None) return clause(tls::textOf(engine.failure()));
     if (!failure.is(Cause::Timeout)) return "The connection was lost in the TLS handshake";
-    if (failure.overranMs() == 0) return "Timeout in the TLS handshake";
-    return "The TLS handshake took more than " + durationText(failure.overranMs());
+    if (failure.totalMs() == 0) return "Timeout in the TLS handshake";
+    return "The TLS handshake took more than " + durationText(failure.totalMs());
 }
 
 }  // namespace
@@ -144,7 +144,7 @@ bool SChannelTolvane::isOpen() const {
 
 Failure SChannelTolvane::handshake(CallContext& call, std::string_view host, int port,
                                    const TlsChannelSettings& settings, TlsStart start,
-                                   uint32_t maxIdleMs) {
+                                   uint32_t idleTimeoutMs) {
     const LogContextExitor context(call.log, "SslHandshake");
     call.log.logInfo("Starting");
     tls::TlsSettings wanted;
@@ -169,11 +169,11 @@ Failure SChannelTolvane::handshake(CallContext& call, std::string_view host, int
     engine_ = std::make_unique<tls::TlsProtocol>(std::move(wanted), *environment_);
     readFailed_ = false;
 
-    if (Failure failure = exchange(call, maxIdleMs)) {
+    if (Failure failure = exchange(call, idleTimeoutMs)) {
         return handshakeFailed(call.log, std::move(failure), start);
     }
     verifiedUntilMs_ = engine_->negotiated().resumed ? keptUntilMs : 0;
-    Failure distrust = checkServerCert(call, host, anchors ? &*anchors : nullptr, maxIdleMs);
+    Failure distrust = checkServerCert(call, host, anchors ? &*anchors : nullptr, idleTimeoutMs);
     if (distrust) {
         call.log.logError(withStart("Server certificate verification failed.", start));
         return distrust;
@@ -185,14 +185,14 @@ Failure SChannelTolvane::handshake(CallContext& call, std::string_view host, int
 }
 
 // Moves bytes both ways until the handshake is over.
-Failure SChannelTolvane::exchange(CallContext& call, uint32_t maxIdleMs) {
+Failure SChannelTolvane::exchange(CallContext& call, uint32_t idleTimeoutMs) {
     if (!engine_->start(call.log)) return Failure(Cause::Internal);
-    const WholeLimit limit(call, kMaxHandshakeMs, maxIdleMs);
+    const TotalTimeout limit(call, kMaxHandshakeMs, idleTimeoutMs);
     while (!engine_->isEstablished()) {
-        if (Failure failure = flush(call, maxIdleMs)) return failure;
-        if (Failure failure = readMore(call, maxIdleMs)) return failure;
+        if (Failure failure = flush(call, idleTimeoutMs)) return failure;
+        if (Failure failure = readMore(call, idleTimeoutMs)) return failure;
     }
-    return flush(call, maxIdleMs);
+    return flush(call, idleTimeoutMs);
 }
 
 Failure SChannelTolvane::handshakeFailed(LogBase& log, Failure failure, TlsStart start) {
@@ -207,35 +207,35 @@ Failure SChannelTolvane::handshakeFailed(LogBase& log, Failure failure, TlsStart
     return Failure(cause, failureClause(failure, *engine_, isFallback_));
 }
 
-Failure SChannelTolvane::flush(CallContext& call, uint32_t maxIdleMs) {
+Failure SChannelTolvane::flush(CallContext& call, uint32_t idleTimeoutMs) {
     DataBuffer& output = engine_->output();
     if (output.empty()) return {};
     size_t sent = 0;
-    Failure failure = socket_.sendBytes(call, output.bytes(), sent, maxIdleMs);
+    Failure failure = socket_.sendBytes(call, output.bytes(), sent, idleTimeoutMs);
     output.clear();
     return failure;
 }
 
 // One segment from the socket into the engine. An alert that the engine answers with goes out.
-Failure SChannelTolvane::readMore(CallContext& call, uint32_t maxIdleMs) {
+Failure SChannelTolvane::readMore(CallContext& call, uint32_t idleTimeoutMs) {
     std::array<uint8_t, kSegment> segment;
     size_t size = 0;
-    if (Failure failure = socket_.receiveBytes(call, segment, size, maxIdleMs)) {
+    if (Failure failure = socket_.receiveBytes(call, segment, size, idleTimeoutMs)) {
         readFailed_ = true;
         return failure;
     }
-    return process(call, {segment.data(), size}, maxIdleMs);
+    return process(call, {segment.data(), size}, idleTimeoutMs);
 }
 
 Failure SChannelTolvane::process(CallContext& call, std::span<const uint8_t> arrived,
-                                 uint32_t maxIdleMs) {
+                                 uint32_t idleTimeoutMs) {
     const bool success = engine_->receive(call.log, arrived);
-    if (Failure failure = flush(call, maxIdleMs)) return failure;
+    if (Failure failure = flush(call, idleTimeoutMs)) return failure;
     return success ? Failure() : Failure(Cause::ConnectionLost);
 }
 
 Failure SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,
-                                         const TrustAnchors* anchors, uint32_t maxIdleMs) {
+                                         const TrustAnchors* anchors, uint32_t idleTimeoutMs) {
     const LogContextExitor context(call.log, "checkServerCert");
     const auto& chain = engine_->negotiated().chain;  // empty for a resumed session
     x509::Certificate leaf;
@@ -259,7 +259,7 @@ Failure SChannelTolvane::checkServerCert(CallContext& call, std::string_view hos
     }
     call.log.logInfo("Verifying server certificate...");
     const uint64_t nowMs = wallClockMs();
-    const Deadline deadline(maxIdleMs == 0 ? kMaxVerifyMs : maxIdleMs);
+    const Deadline deadline(idleTimeoutMs == 0 ? kMaxVerifyMs : idleTimeoutMs);
     x509::WorkBudget budget([&] { return call.mustStop() ? 0 : deadline.leftMs(); });
     x509::ChainVerdict verdict =
         anchors->verify(call.log, chain, host, static_cast<int64_t>(nowMs / 1000), budget);
@@ -305,14 +305,14 @@ Failure SChannelTolvane::takeArrived(CallContext& call) {
     if (!socket_.receiveReady(segment, size)) {
         return socket_.isConnected() ? Failure() : Failure(Cause::ConnectionLost);
     }
-    const WholeLimit limit(call, kMaxGoodbyeMs);
+    const TotalTimeout limit(call, kMaxGoodbyeMs);
     Failure failure = process(call, {segment.data(), size}, kMaxGoodbyeMs);
     keepSession();
     return failure;
 }
 
 Failure SChannelTolvane::sendApplicationData(CallContext& call, std::span<const uint8_t> bytes,
-                                             size_t& sent, uint32_t maxIdleMs) {
+                                             size_t& sent, uint32_t idleTimeoutMs) {
     sent = 0;
     while (!bytes.empty()) {
         // A look at what the server has to say in the meantime: an alert ends a long send.
@@ -328,7 +328,7 @@ Failure SChannelTolvane::sendApplicationData(CallContext& call, std::span<const 
             return Failure(Cause::ConnectionLost);
         }
         while (engine_->isHandshaking()) {
-            if (Failure failure = readMore(call, maxIdleMs)) return failure;
+            if (Failure failure = readMore(call, idleTimeoutMs)) return failure;
         }
         if (call.mustStop()) {
             call.log.logError("Aborting the TLS send..");
@@ -336,7 +336,7 @@ Failure SChannelTolvane::sendApplicationData(CallContext& call, std::span<const 
         }
         const std::span<const uint8_t> batch = bytes.first(std::min(bytes.size(), kSendBatch));
         if (!engine_->sendApplicationData(call.log, batch)) return Failure(Cause::ConnectionLost);
-        if (Failure failure = flush(call, maxIdleMs)) return failure;
+        if (Failure failure = flush(call, idleTimeoutMs)) return failure;
         sent += batch.size();
         bytes = bytes.subspan(batch.size());
     }
@@ -354,7 +354,7 @@ bool SChannelTolvane::receiveReady(CallContext& call, SecureBuffer& out) {
 }
 
 Failure SChannelTolvane::receiveApplicationData(CallContext& call, SecureBuffer& out,
-                                                uint32_t maxIdleMs) {
+                                                uint32_t idleTimeoutMs) {
     SecureBuffer& input = engine_->input();
     // Records may arrive that carry no text; the engine bounds how many.
     while (input.empty()) {
@@ -363,7 +363,7 @@ Failure SChannelTolvane::receiveApplicationData(CallContext& call, SecureBuffer&
             return Failure(Cause::ConnectionLost);
         }
         // Text that came before what fails counts; the failure shows at the next read.
-        Failure failure = readMore(call, maxIdleMs);
+        Failure failure = readMore(call, idleTimeoutMs);
         if (failure && input.empty()) return failure;
         keepSession();
     }
@@ -372,13 +372,14 @@ Failure SChannelTolvane::receiveApplicationData(CallContext& call, SecureBuffer&
     return {};
 }
 
-void SChannelTolvane::closeNotify(CallContext& call, uint32_t maxIdleMs) {
+void SChannelTolvane::closeNotify(CallContext& call, uint32_t idleTimeoutMs) {
     if (!engine_ || !engine_->isEstablished() || readFailed_ || call.wasStopped()) return;
     engine_->sendCloseNotify();
-    const uint32_t limit = maxIdleMs == 0 ? kMaxGoodbyeMs : std::min(maxIdleMs, kMaxGoodbyeMs);
+    const uint32_t limit =
+        idleTimeoutMs == 0 ? kMaxGoodbyeMs : std::min(idleTimeoutMs, kMaxGoodbyeMs);
     LogNull quiet;  // whatever fails from here on is of no interest
     CallContext own = call.aside(quiet);
-    const WholeLimit whole(own, limit);
+    const TotalTimeout whole(own, limit);
     Failure failure = flush(own, limit);
     while (!failure && !engine_->closeNotifyReceived()) {
         failure = readMore(own, limit);

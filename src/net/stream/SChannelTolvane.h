@@ -57,17 +57,17 @@ public:
     // Runs the handshake over the connected socket and, if asked for, verifies the server's
     // certificate. On failure the socket is left to be closed.
     Failure handshake(CallContext& call, std::string_view host, int port,
-                      const TlsChannelSettings& settings, TlsStart start, uint32_t maxIdleMs);
+                      const TlsChannelSettings& settings, TlsStart start, uint32_t idleTimeoutMs);
 
     Failure sendApplicationData(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
-                                uint32_t maxIdleMs);
+                                uint32_t idleTimeoutMs);
     // Appends at least one byte of plain text to out.
-    Failure receiveApplicationData(CallContext& call, SecureBuffer& out, uint32_t maxIdleMs);
+    Failure receiveApplicationData(CallContext& call, SecureBuffer& out, uint32_t idleTimeoutMs);
     // What has arrived so far, without waiting: false where there is none.
     bool receiveReady(CallContext& call, SecureBuffer& out);
 
     // Says good-bye and waits a bounded time for the peer to do so.
-    void closeNotify(CallContext& call, uint32_t maxIdleMs);
+    void closeNotify(CallContext& call, uint32_t idleTimeoutMs);
 
     // False once the peer has said good-bye or the channel has failed.
     bool isOpen() const;
@@ -76,14 +76,14 @@ public:
 private:
     class Environment;
 
-    Failure exchange(CallContext& call, uint32_t maxIdleMs);
-    Failure flush(CallContext& call, uint32_t maxIdleMs);
-    Failure readMore(CallContext& call, uint32_t maxIdleMs);
-    Failure process(CallContext& call, std::span<const uint8_t> arrived, uint32_t maxIdleMs);
+    Failure exchange(CallContext& call, uint32_t idleTimeoutMs);
+    Failure flush(CallContext& call, uint32_t idleTimeoutMs);
+    Failure readMore(CallContext& call, uint32_t idleTimeoutMs);
+    Failure process(CallContext& call, std::span<const uint8_t> arrived, uint32_t idleTimeoutMs);
     Failure takeArrived(CallContext& call);
     // anchors: null where the certificate is not to be verified.
     Failure checkServerCert(CallContext& call, std::string_view host, const TrustAnchors* anchors,
-                            uint32_t maxIdleMs);
+                            uint32_t idleTimeoutMs);
     Failure refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict);
     Failure handshakeFailed(LogBase& log, Failure failure, TlsStart start);
     void keepSession();

@@ -32,9 +32,9 @@ public:
     static constexpr uint32_t kEndlessReadMs = 201600000;    // 56 hours
     static constexpr uint32_t kEndlessConnectMs = 21600000;  // 6 hours
     // What a limit on one wait for bytes comes down to.
-    static constexpr uint64_t longestWaitMs(uint32_t maxIdleMs) {
-        if (maxIdleMs == kPoll) return 1;
-        return maxIdleMs == 0 ? kEndlessReadMs : maxIdleMs;
+    static constexpr uint64_t longestWaitMs(uint32_t idleTimeoutMs) {
+        if (idleTimeoutMs == kPoll) return 1;
+        return idleTimeoutMs == 0 ? kEndlessReadMs : idleTimeoutMs;
     }
 
     TolvaneSocket();
@@ -52,17 +52,17 @@ public:
                     uint32_t connectTimeoutMs);
 
     // All bytes or failure; sent says how many were taken. Waits only when the socket takes no
-    // more, then at most maxIdleMs (0: 56 hours) each time, and no longer than call.whole.
+    // more, then at most idleTimeoutMs (0: 56 hours) each time, and no longer than call.total.
     Failure sendBytes(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
-                      uint32_t maxIdleMs);
+                      uint32_t idleTimeoutMs);
     // At least one byte and what else has arrived. At the end of the stream the socket counts as
     // no longer connected.
     Failure receiveBytes(CallContext& call, std::span<uint8_t> into, size_t& received,
-                         uint32_t maxIdleMs);
+                         uint32_t idleTimeoutMs);
     // As receiveBytes without waiting and without a log: false where nothing has arrived, too.
     bool receiveReady(std::span<uint8_t> into, size_t& received);
-    Failure waitReadableSocket(CallContext& call, uint32_t maxIdleMs);
-    Failure waitWriteableSocket(CallContext& call, uint32_t maxIdleMs);
+    Failure waitReadableSocket(CallContext& call, uint32_t idleTimeoutMs);
+    Failure waitWriteableSocket(CallContext& call, uint32_t idleTimeoutMs);
 
     // Ends the sending direction, once.
     bool sendFinOnly(LogBase& log);

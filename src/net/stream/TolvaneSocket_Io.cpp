@@ -13,8 +13,8 @@ using plat::NetCode;
 
 constexpr size_t kMaxTransfer = 1048576;  // of one system call
 
-Deadline idleDeadline(uint32_t maxIdleMs) {
-    return Deadline(TolvaneSocket::longestWaitMs(maxIdleMs));
+Deadline idleDeadline(uint32_t idleTimeoutMs) {
+    return Deadline(TolvaneSocket::longestWaitMs(idleTimeoutMs));
 }
 
 class FlagWhile {
@@ -55,9 +55,9 @@ Failure TolvaneSocket::wait(CallContext& call, plat::WaitFor what, const Deadlin
     for (;;) {
         if (call.mustStop()) return Failure(Cause::Aborted);
         const uint64_t idle = deadline.leftMs();
-        const uint64_t left = call.whole ? std::min(idle, call.whole->leftMs()) : idle;
+        const uint64_t left = call.total ? std::min(idle, call.total->leftMs()) : idle;
         if (left == 0) {
-            return Failure(Cause::Timeout).withOverran(idle == 0 ? 0 : call.whole->limitMs());
+            return Failure(Cause::Timeout).withTotal(idle == 0 ? 0 : call.total->limitMs());
         }
         bool ready = false;
         const uint32_t sliceMs = static_cast<uint32_t>(std::min<uint64_t>(left, call.sliceMs()));
@@ -74,26 +74,26 @@ Failure TolvaneSocket::wait(CallContext& call, plat::WaitFor what, const Deadlin
     }
 }
 
-Failure TolvaneSocket::waitReadableSocket(CallContext& call, uint32_t maxIdleMs) {
+Failure TolvaneSocket::waitReadableSocket(CallContext& call, uint32_t idleTimeoutMs) {
     const InUse use(*this);
-    Failure failure = wait(call, plat::WaitFor::Readable, idleDeadline(maxIdleMs));
+    Failure failure = wait(call, plat::WaitFor::Readable, idleDeadline(idleTimeoutMs));
     if (failure.is(Cause::Aborted)) call.log.logError("Wait for data on socket aborted by app");
     return failure;
 }
 
-Failure TolvaneSocket::waitWriteableSocket(CallContext& call, uint32_t maxIdleMs) {
+Failure TolvaneSocket::waitWriteableSocket(CallContext& call, uint32_t idleTimeoutMs) {
     const InUse use(*this);
-    Failure failure = wait(call, plat::WaitFor::Writable, idleDeadline(maxIdleMs));
+    Failure failure = wait(call, plat::WaitFor::Writable, idleDeadline(idleTimeoutMs));
     if (failure.is(Cause::Aborted)) call.log.logError("socket operation aborted by application");
     return failure;
 }
 
 Failure TolvaneSocket::sendBytes(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
-                                 uint32_t maxIdleMs) {
+                                 uint32_t idleTimeoutMs) {
     sent = 0;
     const InUse use(*this);
     if (Failure failure = whyUnusable(call.log)) return failure;
-    Deadline idle = idleDeadline(maxIdleMs);
+    Deadline idle = idleDeadline(idleTimeoutMs);
     int fruitless = 0;
     while (sent < bytes.size()) {
         const size_t size = std::min(bytes.size() - sent, kMaxTransfer);
@@ -102,7 +102,7 @@ Failure TolvaneSocket::sendBytes(CallContext& call, std::span<const uint8_t> byt
         if (taken > 0) {
             sent += taken;
             fruitless = 0;
-            idle = idleDeadline(maxIdleMs);
+            idle = idleDeadline(idleTimeoutMs);
             if (sent < bytes.size() && call.mustStop()) {
                 return sendFailed(call.log, sent, bytes.size() - sent, Failure(Cause::Aborted));
             }
@@ -135,7 +135,7 @@ Failure TolvaneSocket::sendFailed(LogBase& log, size_t sent, size_t unsent, Fail
 }
 
 Failure TolvaneSocket::receiveBytes(CallContext& call, std::span<uint8_t> into, size_t& received,
-                                    uint32_t maxIdleMs) {
+                                    uint32_t idleTimeoutMs) {
     received = 0;
     const InUse use(*this);
     if (Failure failure = whyUnusable(call.log)) return failure;
@@ -144,7 +144,7 @@ Failure TolvaneSocket::receiveBytes(CallContext& call, std::span<uint8_t> into, 
         return Failure(Cause::ConnectionLost);
     }
     const FlagWhile flag(receiving_);
-    const Deadline idle = idleDeadline(maxIdleMs);
+    const Deadline idle = idleDeadline(idleTimeoutMs);
     for (int fruitless = 0;;) {
         if (Failure failure = wait(call, plat::WaitFor::Readable, idle)) {
             if (failure.is(Cause::Aborted)) {

@@ -1,6 +1,6 @@
 // Setting a limit and taking it back. The waits of TolvaneSocket keep to it, and so does all that
 // waits through them: replies, handshakes, messages.
-#include "net/stream/WholeLimit.h"
+#include "net/stream/TotalTimeout.h"
 
 #include <algorithm>
 
@@ -8,12 +8,12 @@
 
 namespace tv {
 
-WholeLimit::WholeLimit(CallContext& call, uint64_t limitMs) : call_(call), outer_(call.whole) {
-    if (!outer_ || outer_->leftMs() > limitMs) call_.whole.emplace(limitMs);
+TotalTimeout::TotalTimeout(CallContext& call, uint64_t limitMs) : call_(call), outer_(call.total) {
+    if (!outer_ || outer_->leftMs() > limitMs) call_.total.emplace(limitMs);
 }
 
-WholeLimit::WholeLimit(CallContext& call, uint64_t limitMs, uint32_t maxIdleMs)
-    : WholeLimit(call, std::max(limitMs, TolvaneSocket::longestWaitMs(maxIdleMs))) {}
+TotalTimeout::TotalTimeout(CallContext& call, uint64_t limitMs, uint32_t idleTimeoutMs)
+    : TotalTimeout(call, std::max(limitMs, TolvaneSocket::longestWaitMs(idleTimeoutMs))) {}
 
 std::string durationText(uint64_t ms) {
     constexpr uint64_t kMinute = 60000;

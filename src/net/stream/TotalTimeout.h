@@ -1,4 +1,4 @@
-// A limit on one operation as a whole. The limits of its waits are renewed by each byte that moves:
+// A time-out for one operation in all. The idle time-outs of its waits are renewed by each byte:
 // a peer that gives or takes one now and then would hold a send for days.
 #pragma once
 
@@ -10,14 +10,14 @@
 namespace tv {
 
 // Holds as long as it lives. Limits nest: the one that is over first counts.
-class WholeLimit {
+class TotalTimeout {
 public:
-    WholeLimit(CallContext& call, uint64_t limitMs);
+    TotalTimeout(CallContext& call, uint64_t limitMs);
     // Never shorter than one wait of the operation may be.
-    WholeLimit(CallContext& call, uint64_t limitMs, uint32_t maxIdleMs);
-    ~WholeLimit() { call_.whole = outer_; }
-    WholeLimit(const WholeLimit&) = delete;
-    WholeLimit& operator=(const WholeLimit&) = delete;
+    TotalTimeout(CallContext& call, uint64_t limitMs, uint32_t idleTimeoutMs);
+    ~TotalTimeout() { call_.total = outer_; }
+    TotalTimeout(const TotalTimeout&) = delete;
+    TotalTimeout& operator=(const TotalTimeout&) = delete;
 
 private:
     CallContext& call_;
