@@ -1,3 +1,5 @@
+// Searching, comparing and trimming text by ASCII rules: bytes of other characters are equal to
+// themselves alone, so UTF-8 passes unharmed.
 #include "base/Ascii.h"
 
 #include <cstring>
@@ -15,7 +17,7 @@ bool isAscii(std::string_view text) {
     for (; i < text.size(); ++i) {
         high |= static_cast<uint8_t>(text[i]);
     }
-    return (high & 0x8080808080808080) == 0;
+    return (high & 0x8080808080808080) == 0;  // the top bit of each byte
 }
 
 std::string asciiLower(std::string_view text) {

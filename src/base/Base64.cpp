@@ -1,3 +1,5 @@
+// The portable encoder, the encoder for secrets, the decoder, and the choice among the encoder's
+// forms; those for vector units stand in Base64_x86.cpp.
 #include "base/Base64.h"
 
 #include "base/Ascii.h"
@@ -93,6 +95,8 @@ bool decodeGroup(std::string_view group, size_t padding, std::vector<uint8_t>& o
         if (digit == kNoDigit) return false;
         bits = bits << 6 | digit;
     }
+    // Bits behind the last byte must be zero (RFC 4648 section 3.5): else several texts would stand
+    // for the same bytes.
     const uint32_t unused = padding == 2 ? 0xFFFF : padding == 1 ? 0xFF : 0;
     if ((bits & unused) != 0) return false;
     for (size_t i = 0; i < 3 - padding; ++i) {

@@ -62,6 +62,7 @@ TV_SSSE3 inline void encode12(const uint8_t* in, __m128i spread, char* out) {
 
 TV_SSSE3 void encodeGroupsSsse3(const uint8_t* in, size_t groups, char* out) {
     const __m128i spread = spreadFrom(0);
+    // Four groups are 12 bytes, but 16 are read: two groups behind them keep that within the input.
     for (; groups >= 6; groups -= 4, in += 12, out += 16) {
         encode12(in, spread, out);
     }
@@ -119,6 +120,7 @@ TV_AVX2 inline __m256i spreadFrom(char low, char high) {
 
 TV_AVX2 void encodeGroupsAvx2(const uint8_t* in, size_t groups, char* out) {
     const __m256i spread = spreadFrom(0, 0);
+    // Eight groups are taken and 28 bytes read, the last 16 from the twelfth on: hence ten.
     for (; groups >= 10; groups -= 8, in += 24, out += 32) {
         encode24(in, in + 12, spread, out);
     }

@@ -1,3 +1,5 @@
+// Text between code pages and UTF-8 or UTF-16. Our own tables come first, then the system's pages;
+// a page that neither knows is taken for ASCII.
 #include "base/CodePage.h"
 
 #include <algorithm>
@@ -10,7 +12,7 @@
 namespace tv {
 namespace {
 
-constexpr char32_t kMalformed = 0xFFFFFFFF;
+constexpr char32_t kMalformed = 0xFFFFFFFF;  // beyond every code point
 constexpr char32_t kReplacement = 0xFFFD;
 
 // Takes one code point off the front of text, or one byte and kMalformed.
@@ -22,11 +24,13 @@ char32_t takeUtf8(std::string_view& text) {
     if (lead >= 0x80) {
         length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
         code = lead & (0xFFu >> (length + 1));
+        // RFC 3629 section 4: C0 and C1 begin overlong forms alone, F5 and above nothing.
         bool good = lead >= 0xC2 && lead <= 0xF4 && length <= text.size();
         for (size_t i = 1; good && i < length; ++i) {
             good = (byte(i) & 0xC0) == 0x80;
             code = (code << 6) | (byte(i) & 0x3F);
         }
+        // The lowest code point that needs so many bytes; below it the form is overlong.
         constexpr char32_t kLowest[] = {0, 0, 0x80, 0x800, 0x10000};
         if (!good || code < kLowest[length] || code > 0x10FFFF ||
             (code >= 0xD800 && code < 0xE000)) {
@@ -57,6 +61,7 @@ void appendUtf8(char32_t code, std::string& out) {
     }
 }
 
+// RFC 2781 section 2.1: ten bits to each surrogate. D7C0 is D800 with the 10000 already taken off.
 void appendUtf16(char32_t code, std::u16string& out) {
     if (code >= 0x10000) {
         out += static_cast<char16_t>(0xD7C0 + (code >> 10));
@@ -114,6 +119,7 @@ std::string toUtf16Bytes(std::u16string_view text, bool bigEndian) {
 
 // The part of text up to its first byte above 127.
 std::string_view asciiPrefix(std::string_view text) {
+    // isAscii looks at whole words: long steps first, then the last bytes singly.
     constexpr size_t kStep = 64;
     size_t size = 0;
     while (text.size() - size >= kStep && isAscii(text.substr(size, kStep))) {
@@ -180,7 +186,8 @@ bool tableFromUtf8(const CodePageTable& table, std::string_view utf8, char inste
     return true;
 }
 
-// Small numbers mean "the page of this system" to some systems; a text must not depend on that.
+// Small numbers mean "the page of this system" to some systems; a text must not depend on that. 37
+// (EBCDIC) is the lowest number of a real page, 42 stands for the characters of a symbol font.
 bool systemMayKnow(uint32_t codePage) {
     return codePage >= 37 && codePage != 42;
 }
@@ -211,7 +218,7 @@ std::string_view takeLine(std::string_view& text) {
 
 // One by one the shortest sequence that the system understands; a byte that begins none is lost.
 void lineFromSystem(uint32_t codePage, std::string_view line, std::string& out) {
-    constexpr size_t kLongestCharacter = 4;
+    constexpr size_t kLongestCharacter = 4;  // of GB 18030
     while (!line.empty()) {
         size_t size = 1;
         while (size <= kLongestCharacter && !fromSystem(codePage, line.substr(0, size), out)) {
@@ -256,6 +263,7 @@ std::string codePageToUtf8(uint32_t codePage, std::string_view bytes) {
     if (!systemKnows(codePage)) return tableToUtf8(kAsciiTable, bytes);
     while (!bytes.empty()) {
         const std::string_view line = takeLine(bytes);
+        // Only lines that do not convert as a whole are taken apart.
         if (!fromSystem(codePage, line, out)) lineFromSystem(codePage, line, out);
     }
     return out;

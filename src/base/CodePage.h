@@ -8,7 +8,7 @@
 
 namespace tv {
 
-constexpr uint32_t kCodePageAscii = 20127;
+constexpr uint32_t kCodePageAscii = 20127;  // Windows' numbers of code pages
 constexpr uint32_t kCodePageLatin1 = 28591;
 constexpr uint32_t kCodePageLatin2 = 28592;
 constexpr uint32_t kCodePageUtf8 = 65001;

@@ -1,3 +1,5 @@
+// The questions to the CPU (instruction CPUID) and to the system, whose answers are asked for once.
+// On other processors every feature is missing.
 #include "base/CpuFeatures.h"
 
 #include <cstdint>
@@ -32,6 +34,7 @@ CpuFeatures detect() {
     unsigned b = 0;
     unsigned c = 0;
     unsigned d = 0;
+    // The numbers of the bits: Intel's manual, volume 2, CPUID, leaf 1 and leaf 7.
     if (__get_cpuid(1, &a, &b, &c, &d) == 0) return f;
     f.sse2 = bit(d, 26);
     f.ssse3 = bit(c, 9);
@@ -49,7 +52,7 @@ CpuFeatures detect() {
     f.avx2 = f.avx && bit(b, 5);
     f.vaes = f.avx2 && bit(c, 9);
     f.vpclmul = f.avx2 && bit(c, 10);
-    f.avx512 = f.avx2 && zmm && bit(b, 16) && bit(b, 17) && bit(b, 30) && bit(b, 31);
+    f.avx512 = f.avx2 && zmm && bit(b, 16) && bit(b, 17) && bit(b, 30) && bit(b, 31);  // F DQ BW VL
     f.avx512Vbmi = f.avx512 && bit(c, 1);
     return f;
 }

@@ -1,3 +1,4 @@
+// Growth by realloc, so that a failure comes back as false and the old content stays.
 #include "base/DataBuffer.h"
 
 #include <cstdlib>
@@ -22,6 +23,8 @@ bool DataBuffer::reserve(size_t capacity) {
 
 bool DataBuffer::grow(size_t needed) {
     if (needed <= capacity_) return true;
+    // Half as much again makes many small appends cheap; where memory is short, what is needed must
+    // do.
     const size_t half = capacity_ / 2;
     const size_t generous = capacity_ <= SIZE_MAX - half ? capacity_ + half : needed;
     if (generous > needed && reserve(generous)) return true;

@@ -1,3 +1,4 @@
+// Hexadecimal digits for logs, traces and tables of published numbers.
 #include "base/Hex.h"
 
 namespace tv {

@@ -1,3 +1,5 @@
+// The reader behind readJsonObject: one descent through the text. Members of the outermost object
+// are kept, what is nested in them is checked and kept as text.
 #include "base/Json.h"
 
 #include "base/Ascii.h"
@@ -128,7 +130,7 @@ bool JsonReader::string(SecureBuffer& out) {
     while (at_ < text_.size()) {
         const char c = text_[at_++];
         if (c == '"') return true;
-        if (static_cast<unsigned char>(c) < 0x20) return false;
+        if (static_cast<unsigned char>(c) < 0x20) return false;  // RFC 8259 section 7
         if (c == '\\') {
             if (!escape(out)) return false;
         } else {
@@ -149,7 +151,8 @@ bool JsonReader::escape(SecureBuffer& out) {
     return true;
 }
 
-// A character beyond the first plane is written as two surrogates.
+// A character beyond the first plane is written as two surrogates (RFC 8259 section 7): D800 to
+// DBFF, then DC00 to DFFF. One without the other is refused.
 bool JsonReader::unicodeEscape(SecureBuffer& out) {
     uint32_t unit = 0;
     if (!fourHexDigits(unit) || (unit >= 0xDC00 && unit < 0xE000)) return false;
@@ -176,6 +179,7 @@ bool JsonReader::fourHexDigits(uint32_t& unit) {
 
 bool JsonReader::number() {
     take('-');
+    // RFC 8259 section 6: no zero before other digits.
     if (!take('0') && !digits()) return false;
     if (take('.') && !digits()) return false;
     if (!take('e') && !take('E')) return true;

@@ -24,6 +24,7 @@ struct JsonMember {
     }
 };
 
+// Answers of servers nest once or twice; each level takes of the host's stack.
 constexpr unsigned kMaxJsonDepth = 16;
 
 // The members of the one object that text holds, in their order. Nothing where text is not exactly

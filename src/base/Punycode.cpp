@@ -1,3 +1,5 @@
+// Domain names with other letters than ASCII: lower-casing by a table, then Punycode (RFC 3492)
+// label by label.
 #include "base/Punycode.h"
 
 #include <algorithm>
@@ -20,6 +22,7 @@ constexpr uint32_t kInitialN = 128;
 
 constexpr size_t kMaxLabel = 63;  // RFC 1035 section 2.3.4
 
+// RFC 3492 section 5: a to z are 0 to 25, the decimal digits 26 to 35.
 char digitOf(uint32_t value) {
     return static_cast<char>(value < 26 ? 'a' + value : '0' + (value - 26));
 }
@@ -55,7 +58,8 @@ struct CaseRange {
     int16_t distance;
 };
 
-// Ordered. U+0130 (capital I with dot), whose small form is two characters, is left out.
+// The simple lower-case mappings of Unicode for four scripts, ordered. U+0130 (capital I with dot),
+// whose small form is two characters, is left out.
 constexpr CaseRange kCaseRanges[] = {
     {0x0041, 0x005A, 1, 32}, {0x00C0, 0x00D6, 1, 32},   {0x00D8, 0x00DE, 1, 32},
     {0x0100, 0x012E, 2, 1},  {0x0132, 0x0136, 2, 1},    {0x0139, 0x0147, 2, 1},
@@ -75,6 +79,7 @@ std::u32string codePointsOf(std::string_view utf8) {
     std::u32string out;
     for (size_t i = 0; i < units.size(); ++i) {
         char32_t code = units[i];
+        // A pair of surrogates (RFC 2781 section 2.2); utf8ToUtf16 gives no single ones.
         if ((code & 0xFC00) == 0xD800 && i + 1 < units.size()) {
             code = 0x10000 + ((code & 0x3FF) << 10 | (units[++i] & 0x3FFu));
         }
@@ -83,6 +88,7 @@ std::u32string codePointsOf(std::string_view utf8) {
     return out;
 }
 
+// RFC 3490 section 3.1.
 bool isDot(char32_t code) {
     return code == '.' || code == 0x3002 || code == 0xFF0E || code == 0xFF61;
 }
@@ -98,7 +104,7 @@ bool appendLabel(std::u32string label, std::string& out) {
         text.assign(label.begin(), label.end());
     } else {
         if (!punycodeEncode(label, text)) return false;
-        text.insert(0, "xn--");
+        text.insert(0, "xn--");  // RFC 3490 section 5
     }
     out += text;
     return !text.empty() && text.size() <= kMaxLabel;

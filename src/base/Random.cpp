@@ -1,3 +1,4 @@
+// Random bytes from the system's source; a short delivery counts as none.
 #include "base/Random.h"
 
 #include "platform/SysRandom.h"

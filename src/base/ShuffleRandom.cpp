@@ -1,3 +1,4 @@
+// The generator for boundaries and orders, and its two instances of the process.
 #include "base/ShuffleRandom.h"
 
 #include "platform/SysClock.h"

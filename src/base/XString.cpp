@@ -1,3 +1,5 @@
+// The conversions at the borders and the wiping of secrets. A secret never changes in place: the
+// new text is made first, then the old block is wiped.
 #include "base/XString.h"
 
 #include "base/Ascii.h"
