@@ -52,7 +52,7 @@ bool appendToSentMailLog(LogBase& log, std::string_view path, const SmtpSend& se
     waitForOthers(log, file);
     EntryFile entry(file);
     DataBlocks blocks(entry, kBlock);
-    const bool rendered = blocks.writeAsItIs(kBegin) && send.renderTo(log, blocks) &&
+    const bool rendered = blocks.writeAsItIs(kBegin) && send.mimeSource(log, blocks, send.utf8) &&
                           blocks.writeAsItIs(kEnd) && blocks.finish();
     if (!file.close() || !entry.isComplete) log.logInfo("Failed to write the sent-mail log.");
     return rendered;

@@ -1,4 +1,4 @@
-// The message of a send rendered: once to learn its sizes, and as it goes over the line.
+// The sizes of a message, learnt by rendering it once.
 #include "mail/smtp/SmtpSend.h"
 
 #include "mail/smtp/DotStuffer.h"
@@ -27,14 +27,9 @@ private:
 
 }  // namespace
 
-bool SmtpSend::renderTo(LogBase& log, OutputStream& out) const {
-    if (!mimeData.empty()) return out.write(mimeData.bytes());
-    return mimeSource && mimeSource(log, out, utf8);
-}
-
 bool SmtpSend::measure(LogBase& log) {
     MessageSize size;
-    if (!renderTo(log, size)) return false;
+    if (!mimeSource(log, size, utf8)) return false;
     mimeSize = size.raw;
     stuffedSize = size.stuffed;
     progressTotal = mimeSize + kEnvelopeShare + kRecipientShare * recipients.size();

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "base/DataBuffer.h"
 #include "log/LogBase.h"
 #include "mime/OutputStream.h"
 
@@ -14,13 +13,12 @@ namespace tv {
 
 struct SmtpSend {
     // Renders the prepared e-mail, with utf8 for a transaction with SMTPUTF8; gives the same bytes
-    // each time.
+    // each time. False if it does not render or out fails.
     using MimeSource = std::function<bool(LogBase&, OutputStream&, bool utf8)>;
 
     std::string fromAddress;
     std::vector<std::string> recipients;
-    DataBuffer mimeData;  // the message in one piece; empty: mimeSource renders it
-    MimeSource mimeSource;
+    MimeSource mimeSource;  // never empty
     bool pipelining = true;
     bool checkRecipientsOnly = false;  // stop after the RCPT commands
 
@@ -41,8 +39,6 @@ struct SmtpSend {
     static constexpr uint64_t kRecipientShare = 80;
     static constexpr uint64_t kEnvelopeShare = 180;
 
-    // False if the message does not render or out fails.
-    bool renderTo(LogBase& log, OutputStream& out) const;
     // Renders once to learn the sizes. False if the message does not render or is empty.
     bool measure(LogBase& log);
 };

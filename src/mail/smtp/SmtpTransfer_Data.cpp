@@ -74,7 +74,7 @@ private:
 bool SmtpTransfer::streamMessage() {
     DataSink sink(*this);
     DataBlocks blocks(sink, connection_.settings.sendChunkSize);
-    const bool rendered = send_.renderTo(call_.log, blocks) && blocks.finish();
+    const bool rendered = send_.mimeSource(call_.log, blocks, send_.utf8) && blocks.finish();
     call_.log.logDataLong("numBytesSent", static_cast<int64_t>(blocks.bytesOut()));
     if (rendered && blocks.bytesOut() == send_.stuffedSize) return true;
     // A message that broke off must never get its terminator.

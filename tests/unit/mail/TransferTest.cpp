@@ -30,6 +30,11 @@ struct TransferWorld {
         send.recipients = {kFirst};
     }
 
+    void write(const std::string& message) {
+        send.mimeSource = [message](LogBase&, OutputStream& out, bool) {
+            return out.write(message);
+        };
+    }
     FakeLink& serve(std::string_view steps) { return net.serve(kServer, 25, script(steps)); }
     bool transfer() {
         EXPECT_TRUE(connection.smtpConnectAndAuthenticate(call, false));
@@ -77,7 +82,7 @@ TEST(Transfer, stuffsDotsOnTheWay) {
         for (const uint32_t chunk : {1u, 2u, 3u, 32767u}) {
             TransferWorld world;
             world.connection.settings.sendChunkSize = chunk;
-            world.send.mimeData.append(row.given);
+            world.write(row.given);
             FakeLink& link = world.serve("whole");
             EXPECT_TRUE(world.transfer());
             EXPECT_EQ(messageOf(link), row.sent);
@@ -103,7 +108,7 @@ TEST(Transfer, largeMessagesGoInBlocksWithoutNoDelay) {
     } rows[] = {{100, false}, {20000, true}};
     for (const auto& row : rows) {
         TransferWorld world;
-        world.send.mimeData.append(lines(row.lineCount));
+        world.write(lines(row.lineCount));
         FakeLink& link = world.serve("whole");
         const size_t before = world.net.sockets;
         EXPECT_TRUE(world.transfer());
@@ -121,7 +126,7 @@ TEST(Transfer, largeMessagesGoInBlocksWithoutNoDelay) {
 TEST(Transfer, recipientsWithoutAnAddressAreNone) {
     for (const char* unusable : {"<>", "a@\xC3\xBC..test"}) {  // no address, no ASCII form
         TransferWorld world;
-        world.send.mimeData.append("A: b\r\n\r\n");
+        world.write("A: b\r\n\r\n");
         world.send.recipients = {"", unusable, " ; ", "\r\n"};
         world.serve("greet; ehlo8; quit");
         EXPECT_FALSE(world.transfer());
@@ -145,7 +150,7 @@ TEST(Transfer, eachFormGoesWithItsTransaction) {
 
 TEST(Transfer, aFlightLeavesInOneWrite) {
     TransferWorld world;
-    world.send.mimeData.append("A: b\r\n\r\n");
+    world.write("A: b\r\n\r\n");
     std::string steps = "open-piped; mail; ";
     world.send.recipients.clear();
     for (int i = 0; i < 300; ++i) {
@@ -164,7 +169,7 @@ TEST(Transfer, aFlightLeavesInOneWrite) {
 TEST(Transfer, thousandsOfRecipientsGoInSeveralFlights) {
     for (const bool refused : {false, true}) {
         TransferWorld world;
-        world.send.mimeData.append("A: b\r\n\r\n");
+        world.write("A: b\r\n\r\n");
         world.send.recipients.assign(2500, kFirst);
         std::string steps = refused ? "open-piped; mail 550 no; " : "open-piped; mail; ";
         for (int i = 0; i < (refused ? 1000 : 2500); ++i) {
@@ -184,7 +189,7 @@ TEST(Transfer, recipientsAreSpreadOverTransactions) {
     std::remove(path.c_str());
     TransferWorld world;
     world.connection.settings.sentMailLogFile.setUtf8(path);
-    world.send.mimeData.append("A: b\r\n\r\n");
+    world.write("A: b\r\n\r\n");
     world.send.recipients.clear();
     std::vector<std::string> steps;
     for (int i = 0; i < 250; ++i) {
@@ -221,7 +226,7 @@ TEST(Transfer, noopKeepsAConnectionThatAnswers) {
 TEST(Transfer, recipientsOnly) {
     for (const bool piped : {false, true}) {
         TransferWorld world;
-        world.send.mimeData.append("A: b\r\n\r\n");
+        world.write("A: b\r\n\r\n");
         world.send.checkRecipientsOnly = true;
         world.send.recipients = {kFirst, kSecond};
         world.serve(std::string(piped ? "open-piped" : "open") +
@@ -269,7 +274,7 @@ TEST(Transfer, memoryThatRunsOutAtTheLastReplyIsAnUnknownOutcome) {
         }
     } monitor;
     TransferWorld world;
-    world.send.mimeData.append("A: b\r\n\r\n");
+    world.write("A: b\r\n\r\n");
     world.call.setMonitor(&monitor);
     FakeLink& link = world.serve("open; transaction");
     EXPECT_FALSE(world.transfer());
@@ -310,7 +315,7 @@ TEST(SentMailLog, holdsTheStuffedMessageBeforeItGoesOut) {
     for (size_t i = 0; i < std::size(dialogues); ++i) {
         TransferWorld world;
         world.connection.settings.sentMailLogFile.setUtf8(path);
-        world.send.mimeData.append("A: b\r\n\r\n.x\r\n");
+        world.write("A: b\r\n\r\n.x\r\n");
         world.serve(dialogues[i]);
         plat::SysFile other;  // of another process, which keeps the file to itself
         EXPECT_TRUE(i != 1 || (other.openAppend(path) && other.tryLock()));
@@ -327,7 +332,7 @@ TEST(SentMailLog, thatCannotBeWrittenStopsNothing) {
     for (const char* path : {"no/such/place/sent.log", "directory/", "directory\\"}) {
         TransferWorld world;
         world.connection.settings.sentMailLogFile.setUtf8(path);
-        world.send.mimeData.append("A: b\r\n\r\n");
+        world.write("A: b\r\n\r\n");
         world.serve("whole");
         EXPECT_TRUE(world.transfer()) << path;
     }

@@ -12,7 +12,9 @@ TEST(SmtpSend, learnsItsSizes) {
     LogNull log;
     SmtpSend send;
     send.recipients = {"a", "b"};
-    ASSERT_TRUE(send.mimeData.append("A: b\r\n\r\n.x\r\n..\r\n"));
+    send.mimeSource = [](LogBase&, OutputStream& out, bool) {
+        return out.write("A: b\r\n\r\n.x\r\n") && out.write("..\r\n");
+    };
     ASSERT_TRUE(send.measure(log));
     EXPECT_EQ(send.mimeSize, 16u);
     EXPECT_EQ(send.stuffedSize, 18u);
@@ -24,8 +26,6 @@ TEST(SmtpSend, learnsItsSizes) {
     SmtpSend failing;
     failing.mimeSource = [](LogBase&, OutputStream& out, bool) { return out.write("A"), false; };
     EXPECT_FALSE(failing.measure(log));
-    SmtpSend none;
-    EXPECT_FALSE(none.measure(log));
 }
 
 }  // namespace
