@@ -1,3 +1,5 @@
+// The portable form of AES, four blocks at a time on bit slices, the key schedule that all forms
+// share, and the choice among them.
 #include "base/crypto/Aes.h"
 
 #include <algorithm>
@@ -111,6 +113,7 @@ size_t expandAesKey(std::span<const uint8_t> key, uint32_t (*subWord)(uint32_t),
         // A key has 4, 6 or 8 words. NOLINTNEXTLINE(clang-analyzer-core.DivideZero)
         if (i % keyWords == 0) {
             word = subWord(std::rotr(word, 8)) ^ constant;
+            // Rcon, the powers of x (FIPS 197 5.2): 1b stands for x^8 once the byte is full.
             constant = constant < 0x80 ? constant << 1 : 0x1b;
         } else if (keyWords == 8 && i % 8 == 4) {
             word = subWord(word);

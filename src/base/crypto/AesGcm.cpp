@@ -1,3 +1,5 @@
+// The mode around the block cipher and the hash: nonce, lengths, the last part of a block, the tag.
+// The portable form of the bulk work and the choice among the forms stand here too.
 #include "base/crypto/AesGcm.h"
 
 #include <algorithm>
@@ -38,7 +40,7 @@ void hash(const GcmKey& key, uint8_t* sum, const uint8_t* blocks, size_t count) 
 // Whole blocks through the cipher in counter mode.
 void applyKeyStream(const GcmKey& key, GcmState& state, const uint8_t* in, uint8_t* out,
                     size_t count) {
-    constexpr size_t kBatch = 4;
+    constexpr size_t kBatch = 4;  // what the bit slices take at once
     uint8_t stream[16 * kBatch];
     uint32_t counter = loadBe<uint32_t>(state.counter.data() + 12);
     while (count != 0) {
@@ -98,7 +100,7 @@ void AesGcm::start(GcmState& state, std::span<const uint8_t> nonce) const {
     state.counter = {};
     if (nonce.size() == kNonceSize) {
         std::copy(nonce.begin(), nonce.end(), state.counter.begin());
-        state.counter[15] = 1;
+        state.counter[15] = 1;  // SP 800-38D 7.1, step 2
         return;
     }
     // SP 800-38D 7.1, step 2: any other nonce is hashed, followed by its length.
@@ -132,6 +134,7 @@ void AesGcm::crypt(Direction direction, std::span<const uint8_t> nonce,
     uint8_t mask[kTagSize];
     form_->encryptBlock(key_, state.counter.data(), mask);
     uint8_t* const count = state.counter.data() + 12;
+    // The first counter block masks the tag, the text begins with the next (SP 800-38D 7.1).
     storeBe(count, loadBe<uint32_t>(count) + 1);
     hashPadded(state, additional);
 

@@ -42,6 +42,7 @@ struct Product {
 };
 
 TV_INLINE __m512i xor3(__m512i a, __m512i b, __m512i c) {
+    // 96 is the truth table of a ^ b ^ c.
     return _mm512_ternarylogic_epi64(a, b, c, 0x96);
 }
 
@@ -92,6 +93,7 @@ TV_INLINE void cryptBatch(const AesKey& key, __m512i& counter, const uint8_t* in
         b[i] = _mm512_xor_si512(turnBlocks(counter), first);
         counter = _mm512_add_epi32(counter, step);
     }
+// The rounds that every key size has; longer keys have two or four more.
 #pragma GCC unroll 9
     for (size_t round = 1; round < 10; ++round) {
         encryptRound(b, roundKey += kKeyStride);

@@ -1,3 +1,4 @@
+// The steps of AES on planes of bits, and the way of blocks into planes and back.
 #include "base/crypto/AesSlices.h"
 
 #include <bit>
@@ -41,7 +42,7 @@ inline uint32_t gather(uint64_t x) {
     return static_cast<uint32_t>(x | x >> 16);
 }
 
-inline void complement(AesSlices& s) {  // adds the constant 0x63
+inline void complement(AesSlices& s) {  // adds the constant 0x63 (FIPS 197 5.1.1)
     for (const size_t i : {0u, 1u, 5u, 6u}) {
         s.planes[i] = ~s.planes[i];
     }
@@ -140,6 +141,8 @@ void subBytes(AesSlices& s) {
     s.planes[0] = t48 ^ ~t60;
 }
 
+// Sixteen bits of a plane are a row, four of them a column: row r turns by r columns, that is by 4
+// r bits within its sixteen (FIPS 197 5.1.2).
 void shiftRows(AesSlices& s) {
     for (uint64_t& x : s.planes) {
         x = (x & 0x000000000000ffff) | (x & 0x00000000fff00000) >> 4 |
@@ -165,6 +168,8 @@ void mixColumns(AesSlices& s) {
         sum[i] = s.planes[i] ^ below[i];
     }
     for (size_t i = 0; i < 8; ++i) {
+        // The planes that the bit shifted out comes back to: x^8 = x^4 + x^3 + x + 1 (FIPS 197
+        // 4.2).
         const uint64_t reduced = i == 1 || i == 3 || i == 4 ? sum[7] : 0;
         s.planes[i] = sum[(i + 7) % 8] ^ reduced ^ below[i] ^ std::rotr(sum[i], 32);
     }

@@ -1,3 +1,4 @@
+// Numbers in and out of bytes and limbs; every change wipes what stood there before.
 #include "base/crypto/BigNum.h"
 
 #include <algorithm>

@@ -11,6 +11,7 @@ namespace tv::crypto {
 
 class BigNum {
 public:
+    // The largest group of RFC 7919, and more than any RSA key in use.
     static constexpr size_t kMaxBits = 8192;
     static constexpr size_t kMaxLimbs = kMaxBits / kLimbBits;
 

@@ -70,6 +70,7 @@ private:
     using Word = typename Core::State::value_type;
 
     void pad() {
+        // A one bit, zeros, and the length in bits at the end of the last block.
         pending_[fill_++] = 0x80;
         if (fill_ > kBlockSize - Core::kLengthSize) {
             std::fill(pending_.begin() + static_cast<std::ptrdiff_t>(fill_), pending_.end(),

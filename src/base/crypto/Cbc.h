@@ -52,6 +52,7 @@ public:
     }
 
 private:
+    // Blocks decrypted at once, for the forms that work side by side.
     static constexpr size_t kBatch = 32;
 
     // size is a multiple of 8, as every block size is.

@@ -1,3 +1,5 @@
+// The construction of RFC 8439 2.8 over any form, and the portable key stream. The forms for vector
+// units stand in files of their own.
 #include "base/crypto/ChaCha20Poly1305.h"
 
 #include <algorithm>
@@ -16,7 +18,7 @@ constexpr size_t kBlockSize = 64;
 constexpr size_t kPiece = 320 * kBlockSize;
 
 inline void quarterRound(ChaChaState& s, size_t a, size_t b, size_t c, size_t d) {
-    s[a] += s[b], s[d] = std::rotl(s[d] ^ s[a], 16);
+    s[a] += s[b], s[d] = std::rotl(s[d] ^ s[a], 16);  // RFC 8439 2.1
     s[c] += s[d], s[b] = std::rotl(s[b] ^ s[c], 12);
     s[a] += s[b], s[d] = std::rotl(s[d] ^ s[a], 8);
     s[c] += s[d], s[b] = std::rotl(s[b] ^ s[c], 7);
@@ -26,6 +28,7 @@ void apply(ChaChaState& state, const uint8_t* in, uint8_t* out, size_t count) {
     ChaChaState s;
     for (; count != 0; --count, in += kBlockSize, out += kBlockSize) {
         s = state;
+        // Ten times a round of columns and one of diagonals (RFC 8439 2.3).
         for (int i = 0; i < 10; ++i) {
             quarterRound(s, 0, 4, 8, 12);
             quarterRound(s, 1, 5, 9, 13);
@@ -70,6 +73,7 @@ void ChaCha20Poly1305::start(ChaChaState& state, Poly1305State& sum,
     for (size_t i = 0; i < 3; ++i) {
         state[13 + i] = loadLe<uint32_t>(nonce.data() + 4 * i);
     }
+    // Block 0 of the key stream is the key of the sum (RFC 8439 2.6), the text begins at block 1.
     uint8_t block[kBlockSize] = {};
     form_->apply(state, block, block, 1);
     startPoly1305(sum, block);

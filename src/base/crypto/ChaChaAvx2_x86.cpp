@@ -63,7 +63,8 @@ TV_INLINE void applyPair(ChaChaState& state, const uint8_t* in, uint8_t* out, si
     __m256i a = loadRow(&state[0]), b = loadRow(&state[4]), c = loadRow(&state[8]), d = last;
     for (int i = 0; i < 10; ++i) {
         quarterRound(a, b, c, d);
-        b = _mm256_shuffle_epi32(b, 0x39);  // the diagonals into columns, and back
+        // The diagonals into columns, and back: 39 turns a row by one word, 4e by two, 93 by three.
+        b = _mm256_shuffle_epi32(b, 0x39);
         c = _mm256_shuffle_epi32(c, 0x4e);
         d = _mm256_shuffle_epi32(d, 0x93);
         quarterRound(a, b, c, d);

@@ -1,3 +1,4 @@
+// The tables of the standard, the network made of them at compile time, and the key schedule.
 #include "base/crypto/Des.h"
 
 #include <bit>
@@ -111,6 +112,7 @@ inline void exchange(uint32_t& a, uint32_t& b, int shift, uint32_t mask) {
     a ^= t << shift;
 }
 
+// IP as five exchanges of bits between the halves, and its inverse as the same ones backwards.
 inline void initialPermutation(uint32_t& left, uint32_t& right) {
     exchange(left, right, 4, 0x0f0f0f0f);
     exchange(left, right, 16, 0x0000ffff);

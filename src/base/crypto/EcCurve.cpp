@@ -10,12 +10,13 @@ namespace tv::crypto {
 
 namespace {
 
-constexpr size_t kStackTaken = 49152;  // by a multiplication in any form
+constexpr size_t kStackTaken = 49152;  // by a multiplication in any form, with room to spare
 
 }  // namespace
 
 bool EcCurve::isPoint(std::span<const uint8_t> point) const {
     EcNumber x, y;
+    // 04: uncompressed (SEC 1, 2.3.3), in which alone TLS sends points (RFC 8446 4.2.8.2).
     if (point.size() != pointBytes() || point[0] != 0x04) return false;
     return takeElement(x, point.data() + 1) && takeElement(y, point.data() + 1 + fieldBytes()) &&
            curve_.holds(x, y);

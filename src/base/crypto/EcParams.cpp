@@ -1,3 +1,4 @@
+// The curves as SEC 2 and RFC 5639 print them: p, a, b, the base point's x and y, the order.
 #include "base/crypto/EcParams.h"
 
 namespace tv::crypto {

@@ -1,3 +1,4 @@
+// The private key by rejection of draws out of range, and the shared secret.
 #include "base/crypto/Ecdh.h"
 
 namespace tv::crypto {
@@ -13,7 +14,8 @@ bool EcdhKey::generate(const RandomSource& random) {
     SecureBuffer draw(curve_.fieldBytes());
     for (int i = 0; i < kMaxDraws; ++i) {
         if (!random(draw.bytes())) return false;
-        // The order of secp521r1 fills one bit of its first byte, the others fill it whole.
+        // The order of secp521r1, the only one of 66 bytes, fills one bit of its first byte, the
+        // others fill it whole.
         if (draw.size() == 66) draw[0] &= 1;
         if (setPrivate(draw.bytes())) return true;
     }

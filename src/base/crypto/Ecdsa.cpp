@@ -1,3 +1,4 @@
+// The reader of a signature's DER, in front of the curve's verification.
 #include "base/crypto/Ecdsa.h"
 
 #include <algorithm>
@@ -8,13 +9,14 @@ namespace tv::crypto {
 
 namespace {
 
-constexpr size_t kMaxNumber = 66;
-constexpr uint8_t kInteger = 0x02, kSequence = 0x30;
+constexpr size_t kMaxNumber = 66;                     // bytes, of secp521r1
+constexpr uint8_t kInteger = 0x02, kSequence = 0x30;  // tags of X.690
 
 // DER: the length in its shortest form. None of our signatures reaches 256 bytes.
 std::span<const uint8_t> readElement(ByteReader& in, uint8_t tag) {
     if (in.u8() != tag) in.fail();
     size_t length = in.u8();
+    // 81: the length follows in one byte, which is then 128 at least (X.690, 10.1).
     if (length == 0x81) {
         length = in.u8();
         if (length < 0x80) in.fail();
@@ -29,6 +31,7 @@ bool readNumber(ByteReader& in, std::span<uint8_t> out) {
     std::span<const uint8_t> content = readElement(in, kInteger);
     if (content.empty() || content[0] >= 0x80) return false;
     if (content[0] == 0) {
+        // A leading zero only keeps a number from looking negative (X.690, 8.3.2).
         if (content.size() == 1 || content[1] < 0x80) return false;
         content = content.subspan(1);
     }

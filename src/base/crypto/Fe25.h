@@ -117,9 +117,11 @@ public:
         }
         return carried(h);
     }
+    // (486662 - 2) / 4, of the curve's equation (RFC 7748 section 5).
     TV_LANES_TARGET Fe25 times121665() const { return timesSmall(V::all(121665)); }
 
     TV_LANES_TARGET static V twiceP(size_t limb) {
+        // p is all ones but for its lowest limb, which is 18 less: 2^255 - 19.
         return V::all(2 * (limb == 0 ? fe25Mask(0) - 18 : fe25Mask(limb)));
     }
 

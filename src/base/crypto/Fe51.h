@@ -101,6 +101,7 @@ public:
         return fromProduct(t);
     }
 
+    // (486662 - 2) / 4, of the curve's equation (RFC 7748 section 5).
     Fe51 times121665() const {
         DoubleLimb t[5];
         for (int i = 0; i < 5; ++i) {

@@ -247,6 +247,7 @@ void laneLimbsToBytes(uint8_t* bigEndian, size_t size, uint64_t* t) {
         t[i + 1] += t[i] >> kLaneBits;
         t[i] &= kLaneMask;
     }
+    // Below 4 p: p comes off three times at most.
     for (int round = 0; round < 3; ++round) {
         uint64_t less[kLimbs];
         uint64_t borrow = 0;

@@ -51,6 +51,7 @@ TV_CLMUL_INLINE void addGcm(GcmProduct& sum, const GcmProduct& p) {
 
 // Folds the lower half upwards in two steps of 64 bits, as ghashMultiply does.
 TV_CLMUL_INLINE __m128i reduceGcm(const GcmProduct& p) {
+    // The polynomial without its ends, in the turned order of bits: c2 is x + x^2 + x^7 times x^-1.
     const __m128i polynomial = _mm_set_epi32(0, 0, static_cast<int>(0xc2000000), 0);
     const __m128i first = _mm_xor_si128(_mm_xor_si128(p.middle, _mm_shuffle_epi32(p.low, 0x4e)),
                                         _mm_clmulepi64_si128(p.low, polynomial, 0x00));

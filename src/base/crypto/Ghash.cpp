@@ -1,3 +1,4 @@
+// GHASH (SP 800-38D 6.4) without any table: products with holes, then the reduction by shifts.
 #include "base/crypto/Ghash.h"
 
 #include "base/crypto/Endian.h"
@@ -57,6 +58,8 @@ GhashElement ghashMultiply(GhashElement a, GhashElement factor) {
     uint64_t w1 = low.high ^ cross.low ^ low.low ^ high.low;
     uint64_t w2 = high.low ^ cross.high ^ low.high ^ high.high;
     uint64_t w3 = high.high;
+    // The polynomial's 1 + x + x^2 + x^7 are shifts to the right by 0, 1, 2 and 7 bits in this
+    // order of bits; what falls out goes to the word below.
     w1 ^= w0 << 63 ^ w0 << 62 ^ w0 << 57;
     w2 ^= w0 ^ w0 >> 1 ^ w0 >> 2 ^ w0 >> 7;
     w2 ^= w1 << 63 ^ w1 << 62 ^ w1 << 57;

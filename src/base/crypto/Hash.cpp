@@ -1,3 +1,4 @@
+// The switch from a number known at run time to one of the hash types.
 #include "base/crypto/Hash.h"
 
 namespace tv::crypto {

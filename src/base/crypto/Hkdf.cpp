@@ -1,3 +1,4 @@
+// The two steps of HKDF: extract is one MAC, expand a chain of them.
 #include "base/crypto/Hkdf.h"
 
 namespace tv::crypto {

@@ -1,3 +1,4 @@
+// The key goes through the hash twice at the start; each message then begins with copies of that.
 #include "base/crypto/Hmac.h"
 
 namespace tv::crypto {
@@ -11,6 +12,7 @@ Hmac::Hmac(HashId id, std::span<const uint8_t> key) : keyedInner_(id), keyedOute
     } else {
         std::copy(key.begin(), key.end(), block.begin());
     }
+    // RFC 2104 section 2: the inner pad is 36, the outer 5c.
     for (uint8_t& byte : used) {
         byte ^= 0x36;
     }

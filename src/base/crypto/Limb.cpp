@@ -1,3 +1,4 @@
+// Limbs to bytes and back, their length in bits, and the constant of Montgomery's form.
 #include "base/crypto/Limb.h"
 
 namespace tv::crypto {

@@ -1,3 +1,4 @@
+// MD4's compression function: three rounds, each with its own mix and order of words.
 #include "base/crypto/Md4.h"
 
 namespace tv::crypto {
@@ -26,6 +27,7 @@ void round(Md4Core::State& s, const uint32_t (&words)[16], const uint8_t (&order
     }
 }
 
+// RFC 1320 3.4.
 constexpr uint8_t kOrder1[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 constexpr uint8_t kOrder2[16] = {0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15};
 constexpr uint8_t kOrder3[16] = {0, 8, 4, 12, 2, 10, 6, 14, 1, 9, 5, 13, 3, 11, 7, 15};
@@ -39,6 +41,7 @@ void Md4Core::compress(State& state, const uint8_t* blocks, size_t count) {
             words[i] = loadLe<uint32_t>(blocks + 4 * i);
         }
         State s = state;
+        // Shifts and constants of RFC 1320 3.4; the constants are the roots of 2 and 3, times 2^30.
         round<Choose>(s, words, kOrder1, {3, 7, 11, 19}, 0);
         round<Majority>(s, words, kOrder2, {3, 5, 9, 13}, 0x5a827999);
         round<Parity>(s, words, kOrder3, {3, 9, 11, 15}, 0x6ed9eba1);

@@ -11,6 +11,7 @@ struct Md4Core {
     static constexpr size_t kDigestSize = 16;
     static constexpr size_t kLengthSize = 8;
     static constexpr bool kBigEndian = false;
+    // RFC 1320 3.3.
     static constexpr State kInitial = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
     static void compress(State& state, const uint8_t* blocks, size_t count);
 };

@@ -1,3 +1,4 @@
+// MD5's compression function: four rounds of sixteen steps.
 #include "base/crypto/Md5.h"
 
 namespace tv::crypto {
@@ -23,6 +24,7 @@ constexpr size_t wordOf(size_t i) {
     return 7 * i % 16;
 }
 
+// RFC 1321 3.4.
 constexpr int kShifts[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
 
 template <size_t kRound>

@@ -1,3 +1,4 @@
+// Products, sums and inverses of the elements of a field; for public numbers a faster inverse.
 #include "base/crypto/MontField.h"
 
 #include <algorithm>

@@ -10,6 +10,7 @@
 
 namespace tv::crypto {
 
+// secp521r1 is the largest of our curves.
 inline constexpr size_t kMaxEcLimbs = limbsForBits(521);
 // The lowest limb first; zeros above the limbs that the curve uses.
 using EcNumber = std::array<Limb, kMaxEcLimbs>;

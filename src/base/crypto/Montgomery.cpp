@@ -1,3 +1,5 @@
+// Reduction, multiplication and squaring over limbs, and on them the powers for public and for
+// secret bases and exponents.
 #include "base/crypto/Montgomery.h"
 
 #include <algorithm>
@@ -11,7 +13,7 @@ namespace tv::crypto {
 namespace {
 
 constexpr size_t kMaxLimbs = BigNum::kMaxLimbs;
-constexpr size_t kWindowBits = 4;
+constexpr size_t kWindowBits = 4;  // of the exponent at a time: half a byte
 constexpr size_t kWindowEntries = size_t{1} << kWindowBits;
 
 // accumulator[0..n) += a[0..n) * factor; the limb carried out is returned.

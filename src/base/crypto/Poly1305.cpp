@@ -1,3 +1,5 @@
+// The portable form, block by block, and what the forms for vector units share: the start, the
+// powers of r and the end.
 #include "base/crypto/Poly1305.h"
 
 #include "base/ConstTime.h"
@@ -88,7 +90,7 @@ void startPoly1305(Poly1305State& state, const uint8_t* key) {
 void absorbPoly1305(Poly1305State& state, const uint8_t* blocks, size_t count) {
     Poly1305Number sum = state.sum;
     for (; count != 0; --count, blocks += 16) {
-        const Poly1305Number block = loadNumber(blocks, 1);
+        const Poly1305Number block = loadNumber(blocks, 1);  // bit 128: RFC 8439 2.5.1
 #pragma GCC unroll 5
         for (size_t i = 0; i < 5; ++i) {
             sum[i] += block[i];

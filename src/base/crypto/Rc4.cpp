@@ -1,3 +1,4 @@
+// The key schedule and the key stream of RC4.
 #include "base/crypto/Rc4.h"
 
 #include <utility>

@@ -37,6 +37,7 @@ bool RsaPublicKey::verifyPss(HashId hash, std::span<const uint8_t> digest, size_
     const size_t size = (usedBits + 7) / 8;
     if (size != bytes() && opened[0] != 0) return false;
     const std::span<uint8_t> encoded(opened + bytes() - size, size);
+    // RFC 8017 9.1.2, steps 3 and 4: room for hash, salt, the one before it and the trailer bc.
     if (saltSize > size || size < digestSize + saltSize + 2 || encoded.back() != 0xbc) return false;
     const std::span<uint8_t> masked = encoded.first(size - digestSize - 1);
     const std::span<const uint8_t> check = encoded.subspan(masked.size(), digestSize);
@@ -50,7 +51,7 @@ bool RsaPublicKey::verifyPss(HashId hash, std::span<const uint8_t> digest, size_
     if (std::any_of(masked.begin(), separator, [](uint8_t byte) { return byte != 0; }))
         return false;
     if (*separator != 0x01) return false;
-    const uint8_t zeros[8] = {};
+    const uint8_t zeros[8] = {};  // RFC 8017 9.1.2, step 12
     Hash state(hash);
     state.update(zeros);
     state.update(digest);

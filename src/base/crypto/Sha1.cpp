@@ -1,3 +1,4 @@
+// SHA-1's compression function in portable form, and the choice between it and the instructions.
 #include "base/crypto/Sha1.h"
 
 namespace tv::crypto {
@@ -10,6 +11,7 @@ inline uint32_t mix(uint32_t x, uint32_t y, uint32_t z) {
     return x ^ y ^ z;
 }
 
+// FIPS 180-4 4.2.1, one for each twenty steps; mix is 4.1.1.
 constexpr uint32_t kConstants[4] = {0x5a827999, 0x6ed9eba1, 0x8f1bbcdc, 0xca62c1d6};
 
 struct Working {

@@ -12,6 +12,7 @@ struct Sha1Core {
     static constexpr size_t kDigestSize = 20;
     static constexpr size_t kLengthSize = 8;
     static constexpr bool kBigEndian = true;
+    // FIPS 180-4 5.3.1.
     static constexpr State kInitial = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476, 0xc3d2e1f0};
     static void compress(State& state, const uint8_t* blocks, size_t count);
 };

@@ -50,6 +50,7 @@ TV_INLINE void firstSteps(Working& w, __m128i e) {
 
 TV_TARGET void compressShaNi(Sha1Core::State& state, const uint8_t* blocks, size_t count) {
     Working w;
+    // 1b reverses the four words: the instructions want a in the highest lane.
     w.abcd = _mm_shuffle_epi32(load(state.data()), 0x1b);
     __m128i e = _mm_set_epi32(static_cast<int>(state[4]), 0, 0, 0);
     for (; count != 0; --count, blocks += Sha1Core::kBlockSize) {

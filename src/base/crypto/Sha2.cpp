@@ -1,3 +1,5 @@
+// The constants (FIPS 180-4 4.2.2 and 4.2.3), one portable compression function for both word
+// sizes, and the choice between it and the instructions.
 #include "base/crypto/Sha2.h"
 
 namespace tv::crypto {

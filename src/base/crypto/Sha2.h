@@ -12,6 +12,7 @@ struct Sha256Core {
     static constexpr size_t kDigestSize = 32;
     static constexpr size_t kLengthSize = 8;
     static constexpr bool kBigEndian = true;
+    // FIPS 180-4 5.3.3.
     static constexpr State kInitial = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
                                        0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
     static void compress(State& state, const uint8_t* blocks, size_t count);
@@ -23,6 +24,7 @@ struct Sha512Core {
     static constexpr size_t kDigestSize = 64;
     static constexpr size_t kLengthSize = 16;
     static constexpr bool kBigEndian = true;
+    // FIPS 180-4 5.3.5.
     static constexpr State kInitial = {0x6a09e667f3bcc908, 0xbb67ae8584caa73b, 0x3c6ef372fe94f82b,
                                        0xa54ff53a5f1d36f1, 0x510e527fade682d1, 0x9b05688c2b3e6c1f,
                                        0x1f83d9abfb41bd6b, 0x5be0cd19137e2179};
@@ -31,6 +33,7 @@ struct Sha512Core {
 
 struct Sha384Core : Sha512Core {
     static constexpr size_t kDigestSize = 48;
+    // FIPS 180-4 5.3.4.
     static constexpr State kInitial = {0xcbbb9d5dc1059ed8, 0x629a292a367cd507, 0x9159015a3070dd17,
                                        0x152fecd8f70e5939, 0x67332667ffc00b31, 0x8eb44a8768581511,
                                        0xdb0c2e0d64f98fa7, 0x47b5481dbefa4fa4};

@@ -30,6 +30,7 @@ TV_INLINE __m128i loadWords(const uint8_t* p) {
 }
 
 TV_INLINE void loadState(Working& w, const Sha256Core::State& state) {
+    // b1 changes the words of each pair, 1b reverses all four.
     const __m128i cdab = _mm_shuffle_epi32(load(state.data()), 0xb1);
     const __m128i efgh = _mm_shuffle_epi32(load(state.data() + 4), 0x1b);
     w.abef = _mm_alignr_epi8(cdab, efgh, 8);
@@ -55,6 +56,7 @@ TV_INLINE void fourSteps(Working& w) {
     }
     const __m128i input = _mm_add_epi32(words, load(kSha256Constants + 4 * kGroup));
     w.cdgh = _mm_sha256rnds2_epu32(w.cdgh, w.abef, input);
+    // An instruction takes two steps with the lower two words: 0e moves the upper two there.
     w.abef = _mm_sha256rnds2_epu32(w.abef, w.cdgh, _mm_shuffle_epi32(input, 0x0e));
 }
 

@@ -1,3 +1,5 @@
+// Doubling and addition of points, the multiplication with secrets by windows, and the sum of two
+// products for public numbers.
 #include "base/crypto/Weierstrass.h"
 
 #include <algorithm>

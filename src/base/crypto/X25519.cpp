@@ -11,6 +11,7 @@ namespace {
 
 void multiply(uint8_t* out, X25519Bytes privateKey, X25519Bytes peer) {
     x25519Forms.get().multiply(out, privateKey.data(), peer.data());
+    // The deepest form takes less; see wipeStack.
     wipeStack<12288>();
 }
 
@@ -26,6 +27,7 @@ bool x25519(std::span<uint8_t, kX25519Size> secret, X25519Bytes privateKey, X255
 }
 
 void x25519Public(std::span<uint8_t, kX25519Size> out, X25519Bytes privateKey) {
+    // RFC 7748 4.1: u = 9.
     constexpr uint8_t kBasePoint[kX25519Size] = {9};
     multiply(out.data(), privateKey, kBasePoint);
 }
