@@ -1,3 +1,5 @@
+// Entries by name with the moment at which each ends; what is over is not found and makes room
+// first.
 #include "net/dns/DnsCache.h"
 
 #include <algorithm>
@@ -5,7 +7,8 @@
 namespace tv::dns {
 namespace {
 
-constexpr uint32_t kUnknownTtl = 60;
+constexpr uint32_t kUnknownTtl = 60;  // seconds
+// No longer: a server that has moved is found again within the hour.
 constexpr uint32_t kMaxTtl = 3600;
 
 }  // namespace

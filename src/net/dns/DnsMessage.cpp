@@ -1,3 +1,5 @@
+// One question to bytes, and the bytes of a reply to what it tells: the addresses at the end of the
+// chain of aliases, or why there are none.
 #include "net/dns/DnsMessage.h"
 
 #include <algorithm>
@@ -9,6 +11,7 @@
 namespace tv::dns {
 namespace {
 
+// RFC 1035 sections 3.2.2, 3.2.4 and 4.1.1.
 constexpr uint16_t kTypeA = 1;
 constexpr uint16_t kTypeCname = 5;
 constexpr uint16_t kClassInternet = 1;
@@ -18,6 +21,7 @@ constexpr uint16_t kOpcode = 0x7800;
 constexpr uint16_t kTruncated = 0x0200;
 constexpr uint16_t kResponseCode = 0x000F;
 constexpr int kNoSuchName = 3;
+// Honest chains have a few; a longer one may be a circle.
 constexpr int kMaxAliases = 16;
 
 struct Question {
@@ -127,8 +131,8 @@ bool encodeQuery(uint16_t id, std::string_view host, std::vector<uint8_t>& out) 
     ByteWriter writer;
     writer.u16(id);
     writer.u16(kRecursionDesired);
-    writer.u16(1);
-    writer.zeros(6);
+    writer.u16(1);    // one question
+    writer.zeros(6);  // nothing in the other sections
     writer.append(name);
     writer.u16(kTypeA);
     writer.u16(kClassInternet);

@@ -11,8 +11,8 @@
 
 namespace tv::dns {
 
-inline constexpr size_t kMaxUdpRequest = 512;
-inline constexpr size_t kMaxAddresses = 64;  // kept of one reply
+inline constexpr size_t kMaxUdpRequest = 512;  // RFC 1035 section 2.3.4
+inline constexpr size_t kMaxAddresses = 64;    // kept of one reply
 
 // False where host is no name that a question could hold.
 bool encodeQuery(uint16_t id, std::string_view host, std::vector<uint8_t>& out);

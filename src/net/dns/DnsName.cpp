@@ -1,3 +1,4 @@
+// Host names to wire form, and names out of a message with the pointers followed.
 #include "net/dns/DnsName.h"
 
 #include <algorithm>
@@ -7,9 +8,11 @@
 namespace tv::dns {
 namespace {
 
+// RFC 1035 section 2.3.4; a length with both upper bits set is a pointer (section 4.1.4).
 constexpr size_t kMaxName = 255;
 constexpr size_t kMaxLabel = 63;
 constexpr uint8_t kPointer = 0xC0;
+// A name has no more than 127 labels, and servers compress with one pointer or two.
 constexpr int kMaxPointers = 64;
 
 }  // namespace
