@@ -8,6 +8,7 @@
 namespace tv::x509 {
 namespace {
 
+// Shorter keys have been factored (RSA-250 has 829 bits).
 constexpr size_t kMinRsaBits = 1024;
 
 bool holds(const Fault& fault) {
@@ -26,7 +27,7 @@ bool isForServers(const Certificate& certificate) {
 
 // The names of one kind, as far as they go into a line.
 std::string namesOf(const Certificate& certificate, GeneralName::Kind kind) {
-    constexpr size_t kMostText = 400;
+    constexpr size_t kMostText = 400;  // certificates may hold hundreds of names
     std::string names;
     for (const GeneralName& name : certificate.altNames) {
         if (name.kind != kind) continue;

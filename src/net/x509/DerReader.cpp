@@ -1,3 +1,4 @@
+// One item after the other, each checked for the one form that DER allows.
 #include "net/x509/DerReader.h"
 
 #include <algorithm>
@@ -36,7 +37,7 @@ DerItem DerReader::any() {
     DerItem item;
     item.tag = r.u8();
     size_t length = 0;
-    const bool multiByteTag = (item.tag & 0x1F) == 0x1F;
+    const bool multiByteTag = (item.tag & 0x1F) == 0x1F;  // numbers above 30: X.690, 8.1.2.4
     if (!r.ok() || multiByteTag || !readLength(r, length)) {
         fail();
         return {};
@@ -65,6 +66,7 @@ std::optional<Bytes> DerReader::optional(uint8_t tag) {
 
 Bytes DerReader::integer() {
     const Bytes value = content(der::kInteger);
+    // X.690, 8.3.2: the first nine bits are neither all zero nor all one.
     const bool redundant = value.size() > 1 && ((value[0] == 0x00 && (value[1] & 0x80) == 0) ||
                                                 (value[0] == 0xFF && (value[1] & 0x80) != 0));
     if (value.empty() || redundant) {
@@ -105,6 +107,7 @@ bool DerReader::boolean() {
 
 Bytes DerReader::bitString() {
     const Bytes value = content(der::kBitString);
+    // X.690, 8.6.2.2: the first byte counts the unused bits of the last one.
     if (value.empty() || value[0] != 0) {
         fail();
         return {};

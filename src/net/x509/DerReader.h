@@ -12,6 +12,7 @@ namespace tv::x509 {
 using Bytes = std::span<const uint8_t>;
 
 namespace der {
+// Tags of X.680, 8.4, as X.690, 8.1.2 encodes them: 20 marks what is constructed.
 constexpr uint8_t kBoolean = 0x01;
 constexpr uint8_t kInteger = 0x02;
 constexpr uint8_t kBitString = 0x03;

@@ -46,6 +46,7 @@ Coverage hostCoverage(std::string_view host, std::string_view base, bool baseCov
 
 Coverage addressCoverage(Bytes address, Bytes base) {
     const size_t size = base.size() / 2;
+    // Address and mask of IPv4 or IPv6 (RFC 5280, 4.2.1.10).
     if (base.size() != 8 && base.size() != 32) return Coverage::Unjudged;
     if (address.size() != size) return Coverage::Outside;
     for (size_t i = 0; i < size; ++i) {
@@ -99,12 +100,12 @@ std::vector<GeneralName> otherNames(const Certificate& certificate, std::string_
 
 // The subject is walked and copied; the alternative names are neither.
 bool mayReadSubject(const Certificate& certificate, WorkBudget& budget) {
-    constexpr size_t kReadPerUnit = 16;
+    constexpr size_t kReadPerUnit = 16;  // bytes
     return budget.spend(1 + certificate.subject.size() / kReadPerUnit);
 }
 
 bool mayCompare(const GeneralName& name, const GeneralName& base, WorkBudget& budget) {
-    constexpr size_t kComparedPerUnit = 32;
+    constexpr size_t kComparedPerUnit = 32;  // bytes
     const size_t size = name.value.size() + base.value.size();
     return budget.spend(1 + size / kComparedPerUnit);
 }

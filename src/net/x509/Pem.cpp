@@ -1,3 +1,4 @@
+// The blocks of a PEM text one after the other, whatever stands between them.
 #include "net/x509/Pem.h"
 
 #include "base/Base64.h"
@@ -7,6 +8,7 @@ namespace tv::x509 {
 std::vector<std::vector<uint8_t>> pemCertificates(std::string_view text, size_t limit) {
     constexpr std::string_view kBegin = "-----BEGIN CERTIFICATE-----";
     constexpr std::string_view kEnd = "-----END CERTIFICATE-----";
+    // Far above any certificate, and little enough to hold in memory.
     constexpr size_t kMaxCertificate = 128 * 1024;
     std::vector<std::vector<uint8_t>> out;
     while (out.size() < limit) {

@@ -6,6 +6,8 @@
 namespace tv::x509 {
 namespace {
 
+// Object identifiers: RFC 8017 appendix C (1.2.840.113549.1.1.n), RFC 5758 3.2 and RFC 3279 2.2.3
+// (ECDSA), RFC 4055 2.1 (hashes).
 constexpr uint8_t kRsaPrefix[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01};  // + 1 byte
 constexpr uint8_t kEcdsaSha2Prefix[] = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x03};  // + 1 byte
 constexpr uint8_t kEcdsaSha1[] = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x04, 0x01};
@@ -57,6 +59,7 @@ SignatureAlgorithm readPssParameters(DerReader parameters) {
     DerReader list = parameters.sequence();
     crypto::HashId hash = crypto::HashId::kSha1;
     crypto::HashId maskHash = crypto::HashId::kSha1;
+    // RFC 4055, 3.1: SHA-1 and a salt of 20 bytes where the fields are absent, trailer number 1.
     uint32_t saltSize = 20;
     bool known = true;
     if (const auto field = list.optional(der::contextConstructed(0))) {

@@ -19,6 +19,7 @@ bool readTbs(DerReader tbs, Bytes outerAlgorithm, Certificate& out) {
     if (const auto field = tbs.optional(der::contextConstructed(0))) {
         DerReader number(*field);
         version = number.smallInteger();
+        // RFC 5280, 4.1.2.1: v1 is the default and not written, v3 has the number 2.
         if (!number.complete() || version == 0 || version > 2) return false;
     }
     out.serial = tbs.unsignedInteger();
@@ -37,6 +38,7 @@ bool readTbs(DerReader tbs, Bytes outerAlgorithm, Certificate& out) {
     tbs.optional(der::context(1));  // unique identifiers
     tbs.optional(der::context(2));
     if (const auto extensions = tbs.optional(der::contextConstructed(3))) {
+        // RFC 5280, 4.1.2.9: extensions in v3 alone.
         if (version != 2 || !parseExtensions(*extensions, out)) return false;
     }
     return tbs.complete();

@@ -12,6 +12,7 @@
 namespace tv::x509 {
 namespace {
 
+// What servers send is two to five; more of them, or a deeper search, only costs time.
 constexpr size_t kMaxSent = 64;
 constexpr size_t kMaxDepth = 8;
 
@@ -81,7 +82,7 @@ private:
     }
 
     bool bearsNameOfIssuer(const Certificate& candidate, const Certificate& last) {
-        constexpr size_t kComparedPerUnit = 64;
+        constexpr size_t kComparedPerUnit = 64;  // bytes
         const bool mayGoOn = budget_.spend(1 + last.issuerName.size() / kComparedPerUnit);
         return mayGoOn && candidate.subjectName == last.issuerName && keyIdsFit(last, candidate) &&
                !isOnPath(candidate);
@@ -115,7 +116,7 @@ private:
 
     // An anchor, or signed by one.
     bool isOfAnchor(const Certificate& issuer) {
-        constexpr size_t kComparedPerUnit = 64;
+        constexpr size_t kComparedPerUnit = 64;  // bytes
         if (!budget_.spend(2 + issuer.issuerName.size() / kComparedPerUnit)) return false;
         if (question_.anchors.holds(issuer)) return true;
         const auto above = question_.anchors.bySubject(issuer.issuerName);
@@ -127,7 +128,7 @@ private:
 
     // Checked once for each key, however many certificates name it and paths lead over it.
     ChainRule signatureOf(const Certificate& certificate, const Certificate& issuer) {
-        constexpr size_t kComparedPerUnit = 32;
+        constexpr size_t kComparedPerUnit = 32;  // bytes
         const Bytes key = issuer.subjectPublicKeyInfo;
         if (!budget_.spend(1 + key.size() / kComparedPerUnit)) return ChainRule::TooMuchWork;
         const std::pair check(
@@ -169,7 +170,7 @@ private:
 
     // Asked once for each pair, however many paths lead over both.
     bool allowsNames(const Certificate& authority, const Certificate& below) {
-        constexpr uint64_t kLookUp = 2;
+        constexpr uint64_t kLookUp = 2;  // units
         if (!budget_.spend(kLookUp)) return false;
         const std::pair pair(&authority, &below);
         const auto known = namings_.find(pair);

@@ -8,6 +8,8 @@
 namespace tv::x509 {
 namespace {
 
+// Each new extension is held against those before, and every name is kept: limits on what a
+// stranger can make us do.
 constexpr size_t kMaxExtensions = 64;
 constexpr size_t kMaxNames = 1000;
 
@@ -23,6 +25,7 @@ enum class Known : uint8_t {
     ExtendedKeyUsage = 37,
 };
 
+// 1.3.6.1.5.5.7.3.1 and 2.5.29.37.0 (RFC 5280, 4.2.1.12), 1.3.6.1.5.5.7.2.1 and .2 (4.2.1.4).
 constexpr uint8_t kServerAuth[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x03, 0x01};
 constexpr uint8_t kAnyUsage[] = {0x55, 0x1D, 0x25, 0x00};
 constexpr uint8_t kStatement[] = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x02, 0x01};
@@ -45,6 +48,7 @@ bool readBasicConstraints(Bytes value, Certificate& out) {
 bool readKeyUsage(Bytes value, Certificate& out) {
     DerReader outer(value);
     const Bytes bits = outer.content(der::kBitString);
+    // A count of unused bits, at most 7, and the nine bits that are defined in one byte or two.
     if (!outer.complete() || bits.size() < 2 || bits.size() > 3 || bits[0] > 7) return false;
     uint16_t usage = 0;
     for (unsigned i = 0; i < 8 * (bits.size() - 1); ++i) {
@@ -151,7 +155,7 @@ bool readSubjectKeyId(Bytes value, Certificate& out) {
 }
 
 bool readKnown(Bytes oid, bool critical, Bytes value, Certificate& out) {
-    const bool standard = oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x1D;
+    const bool standard = oid.size() == 3 && oid[0] == 0x55 && oid[1] == 0x1D;  // 2.5.29.n
     switch (standard ? static_cast<Known>(oid[2]) : Known{}) {
         case Known::SubjectKeyId:
             return readSubjectKeyId(value, out);

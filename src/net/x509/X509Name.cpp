@@ -12,6 +12,7 @@ namespace {
 
 // Object identifiers 2.5.4.n have the content 55 04 n.
 constexpr uint8_t kCommonName = 3;
+// 1.2.840.113549.1.9.1 (RFC 5280, 4.1.2.6).
 constexpr uint8_t kEmailAddress[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x01};
 
 struct AttributeLabel {
@@ -19,10 +20,11 @@ struct AttributeLabel {
     const char* label;
 };
 
+// RFC 5280, appendix A.1; the short names of RFC 4514 section 3.
 constexpr AttributeLabel kLabels[] = {{kCommonName, "CN"}, {6, "C"},  {7, "L"},
                                       {8, "ST"},           {10, "O"}, {11, "OU"}};
 
-constexpr size_t kMostText = 400;
+constexpr size_t kMostText = 400;  // of a name in a log
 
 // Calls visit(object identifier, value) for each attribute.
 template <class Visit>
@@ -49,6 +51,7 @@ std::string shown(const DerItem& value) {
     std::string text;
     for (const uint8_t byte : value.content) {
         if (value.tag == der::kBmpString && byte == 0) continue;
+        // No control characters: they could forge lines of the log.
         text += byte >= 0x20 && byte != 0x7F ? static_cast<char>(byte) : '?';
     }
     return text;

@@ -40,6 +40,7 @@ uint64_t curveCost(crypto::EcCurveId curve) {
 // A squaring for each bit of the exponent, a multiplication for each that is set, and about two to
 // get ready; what is longer is refused at once.
 uint64_t rsaCost(Bytes modulus, Bytes exponent) {
+    // What RsaPublicKey takes, in bytes.
     constexpr size_t kMaxModulus = 1024, kMaxExponent = 4;
     constexpr uint64_t kLimbProductsPerUnit = 55;
     if (modulus.size() > kMaxModulus || exponent.size() > kMaxExponent) return 1;

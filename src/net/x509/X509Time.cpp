@@ -1,3 +1,5 @@
+// Dates of certificates to seconds and seconds to text, without the system's calendar: its range
+// ends in 2038 on some, and its zone is none of ours.
 #include "net/x509/X509Time.h"
 
 #include <cstdio>
@@ -7,7 +9,9 @@ namespace {
 
 constexpr int64_t kSecondsPerDay = 86400;
 
-// Days from 1970-01-01 to a date of the proleptic Gregorian calendar.
+// Days from 1970-01-01 to a date of the proleptic Gregorian calendar. Years begin in March, so that
+// the leap day comes last; 153 days are five months from March on, 146097 an era of 400 years, and
+// 719468 lie between 0000-03-01 and 1970-01-01.
 int64_t daysFromDate(int64_t year, int64_t month, int64_t day) {
     year -= month <= 2;
     const int64_t era = (year >= 0 ? year : year - 399) / 400;
