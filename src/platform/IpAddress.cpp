@@ -1,3 +1,5 @@
+// Addresses to text and back without the system's functions, so that every system takes and writes
+// the same forms.
 #include "platform/IpAddress.h"
 
 #include <cstdio>
@@ -65,7 +67,7 @@ std::optional<size_t> parseGroups(std::string_view text, std::array<uint16_t, 8>
 }
 
 std::string ipv4Text(const uint8_t* bytes) {
-    char text[16];
+    char text[16];  // "255.255.255.255" and its end
     std::snprintf(text, sizeof text, "%u.%u.%u.%u", bytes[0], bytes[1], bytes[2], bytes[3]);
     return text;
 }
@@ -110,6 +112,7 @@ std::optional<IpAddress> parseIpv6(std::string_view text) {
     address.family = AddressFamily::IPv6;
     if (const size_t percent = text.find('%'); percent != std::string_view::npos) {
         std::string_view zone = text.substr(percent + 1);
+        // Nine digits, which fit 32 bits whatever they are.
         const auto scope = takeDecimal(zone, 9, 999999999);
         if (!scope || !zone.empty()) return std::nullopt;
         address.scope = *scope;
@@ -123,7 +126,7 @@ std::optional<IpAddress> parseIpv6(std::string_view text) {
         hasGap ? parseGroups(text.substr(gap + 2), tail) : std::optional<size_t>(0);
     if (!headCount || !tailCount) return std::nullopt;
     const size_t count = *headCount + *tailCount;
-    if (hasGap ? count > 7 : count != 8) return std::nullopt;
+    if (hasGap ? count > 7 : count != 8) return std::nullopt;  // "::" stands for one group at least
     // A dotted part may only stand at the very end.
     if (hasGap && text.substr(0, gap).find('.') != std::string_view::npos) return std::nullopt;
     for (size_t i = 0; i < *tailCount; ++i)

@@ -1,3 +1,4 @@
+// The text of a message as one line, for systems and sessions without a box to show it in.
 #include "platform/SysDialog.h"
 
 namespace tv::plat {

@@ -1,3 +1,4 @@
+// What is the same on every system: the start of a file, read with a limit.
 #include "platform/SysFile.h"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 namespace tv::plat {
 
 bool readFileStart(std::string_view utf8Path, size_t most, std::string& out) {
-    constexpr size_t kStep = 65536;
+    constexpr size_t kStep = 65536;  // so that a small file takes little memory
     out.clear();
     SysFile file;
     if (!file.openRead(utf8Path)) return false;

@@ -1,3 +1,4 @@
+// Names of POSIX locales to Windows' numbers of code pages.
 #include "platform/SysHost.h"
 
 #include <cstring>
@@ -23,6 +24,7 @@ std::string charsetOf(const std::string& locale) {
 }  // namespace
 
 uint32_t codePageOfLocale(const std::string& locale) {
+    // The charsets of glibc's locales. What stands in no row is taken for UTF-8.
     static constexpr struct {
         const char* charset;
         uint32_t codePage;

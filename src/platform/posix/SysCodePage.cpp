@@ -1,3 +1,4 @@
+// Code pages by iconv, under the names that it has for Windows' numbers.
 #include "platform/SysCodePage.h"
 
 #include <iconv.h>
@@ -24,6 +25,7 @@ std::string charsetOf(uint32_t codePage) {
             break;
     }
     char name[32];
+    // 28591 to 28605 are the parts of ISO 8859 in their order.
     if (codePage > 28590 && codePage < 28606) {
         snprintf(name, sizeof name, "ISO-8859-%u", static_cast<unsigned>(codePage - 28590));
     } else {
@@ -36,6 +38,7 @@ bool convert(const char* to, const char* from, std::string_view in, std::string&
     out.clear();
     const iconv_t converter = iconv_open(to, from);
     if (converter == reinterpret_cast<iconv_t>(-1)) return false;
+    // No byte or unit becomes more than four bytes; the rest is for the shifts of ISO-2022-JP.
     out.resize(in.size() * 4 + 16);
     char* source = const_cast<char*>(in.data());  // iconv reads only
     size_t left = in.size();

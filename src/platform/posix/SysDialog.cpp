@@ -1,3 +1,4 @@
+// One line on stderr: a library has no other place to tell its user something.
 #include "platform/SysDialog.h"
 
 #include <errno.h>

@@ -10,6 +10,7 @@ namespace tv::plat {
 namespace {
 
 std::string readComputerName() {
+    // HOST_NAME_MAX is 64 on Linux, and DNS knows no name of more than 255 bytes.
     char name[256] = {};
     if (gethostname(name, sizeof name - 1) != 0) return {};
     const std::string full = name;

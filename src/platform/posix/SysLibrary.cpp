@@ -1,3 +1,4 @@
+// Libraries by dlopen; symbols stay local, so that a library cannot change the host's.
 #include "platform/SysLibrary.h"
 
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// Where POSIX systems keep what they were told about names.
 #include "platform/SysNameServers.h"
 
 #include <unistd.h>
@@ -10,6 +11,7 @@ namespace {
 class PosixNameServers final : public SysNameServers {
 public:
     bool list(std::vector<std::string>&, std::string& domain, std::string&) override {
+        // DNS knows no name of more than 255 bytes.
         char name[256] = {};
         if (gethostname(name, sizeof name - 1) != 0) return true;
         const std::string full = name;

@@ -1,3 +1,4 @@
+// getrandom, which needs no file and waits only until the kernel has been seeded.
 #include "platform/SysRandom.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// There are no packages: every exchange is refused with its reason.
 #include "platform/SysSecurityPackage.h"
 
 #include "platform/Replaceable.h"

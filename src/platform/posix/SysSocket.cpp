@@ -1,3 +1,5 @@
+// The socket calls of POSIX with their errno values under the names of NetCode. Signals never end a
+// call or the process.
 #include "platform/SysSocket.h"
 
 #include <errno.h>
@@ -211,6 +213,7 @@ public:
         entry.fd = fd(s);
         if (what != WaitFor::Writable) entry.events |= POLLIN;
         if (what != WaitFor::Readable) entry.events |= POLLOUT;
+        // poll takes an int; the caller comes again for the rest.
         constexpr uint32_t kLongest = 0x7FFFFFFF;
         const int count = poll(&entry, 1, static_cast<int>(std::min(timeoutMs, kLongest)));
         ready = count > 0;
@@ -262,6 +265,7 @@ public:
     }
 
     NetError setKeepAliveTimes(SocketHandle s, uint32_t idleMs, uint32_t intervalMs) override {
+        // Whole seconds here, rounded up: 0 would be refused.
         const NetError error = set(s, IPPROTO_TCP, TCP_KEEPIDLE, (idleMs + 999) / 1000);
         return error.ok() ? set(s, IPPROTO_TCP, TCP_KEEPINTVL, (intervalMs + 999) / 1000) : error;
     }

@@ -1,3 +1,4 @@
+// explicit_bzero, which the compiler may not drop.
 #include "platform/SysWipe.h"
 
 #include <string.h>

@@ -1,3 +1,4 @@
+// The clocks of Windows: the performance counter for waits, the civil time with its zone.
 #include "platform/SysClock.h"
 
 #include <windows.h>
@@ -18,6 +19,7 @@ public:
         LARGE_INTEGER now;
         QueryPerformanceCounter(&now);
         const uint64_t ticks = static_cast<uint64_t>(now.QuadPart);
+        // Whole seconds apart from the rest: ticks times 10^9 would overflow within the hour.
         return ticks / frequency * 1000000000 + ticks % frequency * 1000000000 / frequency;
     }
 

@@ -1,3 +1,4 @@
+// Code pages by the system's converter, strictly: a look-alike counts as a failure.
 #include "platform/SysCodePage.h"
 
 #include <windows.h>
@@ -20,6 +21,7 @@ bool decode(uint32_t codePage, DWORD flags, std::string_view bytes, std::u16stri
 
 bool systemToUtf16(uint32_t codePage, std::string_view bytes, std::u16string& out) {
     if (bytes.size() > INT32_MAX) return false;
+    // Some pages, those of ISO 2022 among them, take no flags.
     return decode(codePage, MB_ERR_INVALID_CHARS, bytes, out) ||
            (GetLastError() == ERROR_INVALID_FLAGS && decode(codePage, 0, bytes, out));
 }
@@ -27,7 +29,7 @@ bool systemToUtf16(uint32_t codePage, std::string_view bytes, std::u16string& ou
 bool systemFromUtf16(uint32_t codePage, std::u16string_view text, std::string& out) {
     out.clear();
     if (text.empty()) return true;
-    if (text.size() > INT32_MAX / 4) return false;
+    if (text.size() > INT32_MAX / 4) return false;  // bytes to a unit at most
     const wchar_t* wide = reinterpret_cast<const wchar_t*>(text.data());
     const int length = static_cast<int>(text.size());
     const int size = WideCharToMultiByte(codePage, 0, wide, length, nullptr, 0, nullptr, nullptr);

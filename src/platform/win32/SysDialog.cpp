@@ -1,3 +1,4 @@
+// The message box, and the debugger's output where a box would have no one to close it.
 #include "platform/SysDialog.h"
 
 #include <windows.h>

@@ -1,3 +1,4 @@
+// Libraries by LoadLibrary, with the path in UTF-16.
 #include "platform/SysLibrary.h"
 
 #include <windows.h>

@@ -1,3 +1,4 @@
+// The name servers by iphlpapi, looked up at run time, and the place of the hosts file.
 #include "platform/SysNameServers.h"
 
 // Each of these needs the one before.
@@ -16,6 +17,7 @@ namespace {
 
 using GetParams = decltype(&GetNetworkParams);
 
+// Limits on what a broken system can make of us: a reply has some hundred bytes, a list some lines.
 constexpr ULONG kLargestReply = 1 << 20;
 constexpr int kMaxServers = 256;
 

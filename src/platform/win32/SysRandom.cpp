@@ -1,3 +1,4 @@
+// Random bytes by RtlGenRandom, which needs no provider to be opened.
 #include "platform/SysRandom.h"
 
 #include <windows.h>
@@ -16,6 +17,7 @@ public:
         size_t done = 0;
         while (done < size) {
             const size_t left = size - done;
+            // The length is 32 bits there; steps keep it so for any size.
             const ULONG step = left > 0x10000 ? 0x10000 : static_cast<ULONG>(left);
             if (!SystemFunction036(out + done, step)) break;
             done += step;

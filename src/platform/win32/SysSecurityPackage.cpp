@@ -1,3 +1,5 @@
+// Login exchanges by the packages of Windows (SSPI), with every handle released and the password
+// wiped.
 #include "platform/SysSecurityPackage.h"
 
 #define SECURITY_WIN32
@@ -29,7 +31,7 @@ struct Secur32 {
     bool usable = false;
 
     Secur32() {
-        wchar_t path[MAX_PATH + 16];
+        wchar_t path[MAX_PATH + 16];  // and the name of the library
         const UINT size = GetSystemDirectoryW(path, MAX_PATH);
         if (size == 0 || size >= MAX_PATH) return;
         const HMODULE library = LoadLibraryW((std::wstring(path, size) + L"\\secur32.dll").c_str());

@@ -1,3 +1,4 @@
+// The socket calls of Winsock, whose error numbers are those of NetCode already.
 #include "platform/SysSocket.h"
 
 // Each of these needs the one before.
@@ -16,7 +17,7 @@
 #include "platform/win32/WidePath.h"
 
 #ifndef WSA_FLAG_NO_HANDLE_INHERIT
-#define WSA_FLAG_NO_HANDLE_INHERIT 0x80
+#define WSA_FLAG_NO_HANDLE_INHERIT 0x80  // absent from older headers
 #endif
 
 namespace tv::plat {
@@ -118,7 +119,7 @@ bool fromSystem(const sockaddr* from, Endpoint& endpoint) {
 }
 
 int clampedSize(size_t size) {
-    constexpr size_t kMost = 0x7FFFFFFF;
+    constexpr size_t kMost = 0x7FFFFFFF;  // Winsock counts in int
     return static_cast<int>(std::min(size, kMost));
 }
 

@@ -43,7 +43,7 @@ struct Crypt32 {
     bool usable = false;
 
     Crypt32() {
-        wchar_t path[MAX_PATH + 16];
+        wchar_t path[MAX_PATH + 16];  // and the name of the library
         const UINT size = GetSystemDirectoryW(path, MAX_PATH);
         if (size == 0 || size >= MAX_PATH) return;
         const HMODULE library = LoadLibraryW((std::wstring(path, size) + L"\\crypt32.dll").c_str());

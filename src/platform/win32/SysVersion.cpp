@@ -1,3 +1,4 @@
+// The version as Windows tells it to the host: none newer than the host's manifest declares.
 #include "platform/SysVersion.h"
 
 #include <windows.h>
@@ -7,7 +8,7 @@ namespace tv::plat {
 SystemVersion systemVersion() {
     OSVERSIONINFOA info{};
     info.dwOSVersionInfoSize = sizeof info;
-    if (!GetVersionExA(&info)) return {6, 1, 7601};
+    if (!GetVersionExA(&info)) return {6, 1, 7601};  // Windows 7 with its service pack
     return {static_cast<uint8_t>(info.dwMajorVersion), static_cast<uint8_t>(info.dwMinorVersion),
             static_cast<uint16_t>(info.dwBuildNumber)};
 }

@@ -1,3 +1,4 @@
+// A memset behind which the compiler has to see a reader.
 #include "platform/SysWipe.h"
 
 #include <cstring>
