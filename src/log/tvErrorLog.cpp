@@ -1,3 +1,5 @@
+// The tree grows at its last branch; the text is two blanks to a level, each context closed by its
+// name.
 #include "log/tvErrorLog.h"
 
 namespace tv {

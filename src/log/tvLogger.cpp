@@ -1,3 +1,4 @@
+// One entry to the tree and one line to the debug file, each of which may fail alone.
 #include "log/tvLogger.h"
 
 #include <new>
@@ -142,7 +143,7 @@ void _tvLogger::setDebugLogPath(std::string_view utf8Path) {
 
 void _tvLogger::writeDebugLine(int depth, std::string_view line, std::string_view lineEnd) const {
     if (debugLogPath_.empty()) return;
-    std::string text(4 * static_cast<size_t>(depth), ' ');
+    std::string text(4 * static_cast<size_t>(depth), ' ');  // four blanks to a level, in the file
     text += line;
     text += lineEnd;
     plat::SysFile file;
