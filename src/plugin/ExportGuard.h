@@ -31,6 +31,7 @@ public:
     FloatingPointGuard& operator=(const FloatingPointGuard&) = delete;
 
 private:
+    // What FNINIT and a reset of the CPU set.
     static constexpr uint16_t kControlWord = 0x037F;
     static constexpr uint32_t kMxcsr = 0x1F80;
 

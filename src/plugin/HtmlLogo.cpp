@@ -1,3 +1,4 @@
+// The placeholder and the words of the image element, which are fixed to the byte.
 #include "plugin/HtmlLogo.h"
 
 namespace tv {

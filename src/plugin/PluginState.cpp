@@ -16,6 +16,7 @@ namespace {
 
 using Turn = WorkbenchSlot::Turn;
 
+// MAX_PATH of Windows.
 constexpr size_t kLongestDirectory = 260;
 constexpr char kSentMailLog[] = "emailsending.log";
 
