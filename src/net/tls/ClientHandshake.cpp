@@ -61,6 +61,7 @@ TlsFailure ClientHandshake::prepareHello(LogBase& log, const Negotiated* establi
     if (offersTls13_) {
         if (hello.sessionId.empty()) {
             log.logVerbose("MiddleBoxCompatibilityMode");
+            // RFC 8446, D.4: the longest a session identifier can be, so that it looks like one.
             hello.sessionId.resize(32);
             if (!shared_.environment.random(hello.sessionId)) return TlsFailure::RandomFailed;
         }

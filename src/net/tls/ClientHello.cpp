@@ -11,6 +11,7 @@ namespace tv::tls {
 namespace {
 
 constexpr uint16_t kRecordSizeLimit = 16385;  // RFC 8449: with the content type of TLS 1.3
+// RFC 8446, 4.1.2: their length is a number of two bytes.
 constexpr size_t kMaxExtensionBytes = 0xFFFF;
 constexpr uint16_t kFallbackScsv = 0x5600;  // RFC 7507, 2: a signal, no suite
 
@@ -91,6 +92,7 @@ bool looksLikeAddress(std::string_view name) {
 }  // namespace
 
 bool mayBeServerName(std::string_view name, const TlsOptions& options) {
+    // 255: the longest name of DNS.
     if (!options.sni || name.empty() || name.size() > 255 || looksLikeAddress(name)) return false;
     return options.sniLocalhost || !equalsIgnoreCase(name, "localhost");
 }

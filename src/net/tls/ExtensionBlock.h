@@ -12,6 +12,7 @@
 
 namespace tv::tls {
 
+// Each is held against those before it, and messages have a dozen.
 constexpr size_t kMaxExtensions = 64;
 
 // Visits each extension in its order until visit(type, body) answers a failure.

@@ -1,3 +1,4 @@
+// What both flows do alike with the record layer.
 #include "net/tls/Handshake.h"
 
 namespace tv::tls {
@@ -15,7 +16,7 @@ bool Handshake::sendCompatibilityCcs() {
 }
 
 TlsFailure applyRecordSizeLimit(RecordLayer& records, uint16_t limit) {
-    constexpr uint16_t kSmallest = 64;
+    constexpr uint16_t kSmallest = 64;  // RFC 8449, 4
     if (limit < kSmallest) return TlsFailure::IllegalParameter;
     records.setPeerLimit(limit);
     return TlsFailure::None;

@@ -1,3 +1,4 @@
+// The parsers of the messages behind the hellos, each of which takes its whole body or fails.
 #include "net/tls/HandshakeMessages.h"
 
 #include "base/ByteReader.h"

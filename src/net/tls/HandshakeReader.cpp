@@ -8,6 +8,8 @@
 namespace tv::tls {
 namespace {
 
+// Their lengths may reach 16 MB by the protocol. Chains of certificates are the longest messages
+// there are, and no honest one comes near these.
 constexpr size_t kMaxCertificateMessage = 128 * 1024;
 constexpr size_t kMaxMessage = 64 * 1024;
 

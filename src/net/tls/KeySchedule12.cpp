@@ -1,3 +1,4 @@
+// The pseudo-random function of TLS 1.0 to 1.2, and secrets, keys and verify data made by it.
 #include "net/tls/KeySchedule12.h"
 
 #include <algorithm>

@@ -12,6 +12,7 @@
 
 namespace tv::tls {
 
+// RFC 5246, 8.1 and 7.4.9.
 constexpr size_t kMasterSecretSize = 48;
 constexpr size_t kVerifyDataSize = 12;
 

@@ -1,3 +1,4 @@
+// HKDF-Expand-Label and the stages of TLS 1.3, each with the labels of RFC 8446, 7.1.
 #include "net/tls/KeySchedule13.h"
 
 #include "base/ByteWriter.h"

@@ -1,3 +1,4 @@
+// The groups that are known, by number, curve and name, and a key pair of each kind.
 #include "net/tls/KeyShare.h"
 
 #include <optional>

@@ -1,3 +1,4 @@
+// The protections of records: AEADs of TLS 1.3 and 1.2, CBC with its MAC, and RC4.
 #include "net/tls/RecordCipher.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@
 namespace tv::tls {
 namespace {
 
-constexpr size_t kNonceSize = 12;
+constexpr size_t kNonceSize = 12;  // RFC 5116, 5.1; RFC 8439, 2.8
 constexpr size_t kTagSize = 16;
 
 void putHeader(uint8_t* out, const RecordHeader& header, size_t bodySize) {
@@ -151,6 +152,7 @@ private:
         return out;
     }
 
+    // Sequence number, type, version, length (RFC 5246, 6.2.3.3).
     std::array<uint8_t, 13> additional(const RecordHeader& header, size_t size) const {
         std::array<uint8_t, 13> out{};
         const std::array<uint8_t, 8> number = bigEndian(sequence_);

@@ -9,6 +9,7 @@
 namespace tv::tls {
 namespace {
 
+// Sequence number, type, version, length (RFC 5246, 6.2.3.1).
 constexpr size_t kPseudoHeaderSize = 13;
 constexpr size_t kMaxPadding = 256;  // with the byte that tells its length
 
@@ -58,6 +59,7 @@ uint32_t paddingMask(std::span<const uint8_t> body, size_t macSize) {
 RecordMac::RecordMac(crypto::HashId hash, std::span<const uint8_t> key)
     : hash_(hash),
       mac_(hash, key),
+      // The pads of RFC 2104.
       inner_(keyed(hash, key, 0x36)),
       outer_(keyed(hash, key, 0x5C)) {}
 

@@ -1,3 +1,4 @@
+// The ServerHello in its three kinds and EncryptedExtensions, and which extension may stand where.
 #include "net/tls/ServerHello.h"
 
 #include <algorithm>
@@ -171,7 +172,7 @@ TlsFailure parseServerHello(std::span<const uint8_t> body, const ClientHello& of
     if (!r.complete()) {
         return tooShort != 0 ? TlsFailure::ServerHelloTooShort : TlsFailure::DecodeError;
     }
-    if (out.sessionId.size() > 32) return TlsFailure::DecodeError;
+    if (out.sessionId.size() > 32) return TlsFailure::DecodeError;  // RFC 8446, 4.1.3
     if (compression != 0) return TlsFailure::IllegalParameter;
 
     out.isRetry = std::equal(out.random.begin(), out.random.end(), std::begin(kRetryRandom));
@@ -191,6 +192,7 @@ TlsFailure parseEncryptedExtensions(std::span<const uint8_t> body, const ClientH
 }
 
 DowngradeMark downgradeMark(std::span<const uint8_t> random) {
+    // RFC 8446, 4.1.3: "DOWNGRD" and 01 or 00.
     static constexpr uint8_t kMark[] = {'D', 'O', 'W', 'N', 'G', 'R', 'D'};
     if (random.size() != kRandomSize) return DowngradeMark::None;
     const uint8_t* tail = random.data() + kRandomSize - 8;

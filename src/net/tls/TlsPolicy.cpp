@@ -1,3 +1,4 @@
+// The words of the host's setting for versions, and the keywords that change a handshake.
 #include "net/tls/TlsPolicy.h"
 
 #include <algorithm>

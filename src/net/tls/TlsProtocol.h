@@ -70,6 +70,7 @@ private:
     void sendAlert(AlertLevel level, Alert alert);
     bool countIdle() { return ++idleRecords_ <= kMaxIdleRecords; }
 
+    // Records that bring nothing on: a peer must not keep us busy with them for ever.
     static constexpr int kMaxIdleRecords = 32;
     static constexpr int kMaxRenegotiations = 3;
 

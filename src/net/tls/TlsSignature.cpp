@@ -1,3 +1,4 @@
+// The schemes that are offered, which keys they fit, and the check of a server's signature.
 #include "net/tls/TlsSignature.h"
 
 #include <optional>
@@ -92,7 +93,7 @@ bool verifyServerSignature13(SignatureScheme scheme, const x509::PublicKey& key,
                              std::span<const uint8_t> transcriptHash,
                              std::span<const uint8_t> signature) {
     if (!schemeFits13(scheme, key)) return false;
-    ByteWriter data;  // RFC 8446, 4.4.3
+    ByteWriter data;  // RFC 8446, 4.4.3: 64 blanks, the context, a zero, the hash
     for (int i = 0; i < 64; ++i) {
         data.u8(0x20);
     }

@@ -1,3 +1,4 @@
+// The words that a log has for versions and alerts.
 #include "net/tls/TlsTypes.h"
 
 namespace tv::tls {

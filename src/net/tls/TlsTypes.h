@@ -137,8 +137,8 @@ constexpr size_t kMaxPlaintext = 16384;            // RFC 8446, 5.1
 constexpr size_t kMaxCiphertext12 = 16384 + 2048;  // RFC 5246, 6.2.3
 // With the content type and the tag; padding counts as text (RFC 8446, 5.4).
 constexpr size_t kMaxCiphertext13 = 16384 + 1 + 16;
-constexpr size_t kRecordHeaderSize = 5;
-constexpr size_t kHandshakeHeaderSize = 4;
-constexpr size_t kRandomSize = 32;
+constexpr size_t kRecordHeaderSize = 5;     // RFC 8446, 5.1
+constexpr size_t kHandshakeHeaderSize = 4;  // RFC 8446, 4
+constexpr size_t kRandomSize = 32;          // RFC 8446, 4.1.2
 
 }  // namespace tv::tls

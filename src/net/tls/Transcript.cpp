@@ -1,3 +1,4 @@
+// Messages are kept until the hash is known, from then on only hashed.
 #include "net/tls/Transcript.h"
 
 #include "base/ByteWriter.h"
@@ -32,6 +33,7 @@ void Transcript::settle(Version version, crypto::HashId hash) {
 }
 
 void Transcript::restartForRetry(crypto::HashId hash) {
+    // RFC 8446, 4.4.1: a message_hash stands for the first hello.
     const crypto::DigestBytes first = crypto::Hash::of(hash, kept_);
     ByteWriter w;
     w.u8(static_cast<uint8_t>(HandshakeType::MessageHash));
