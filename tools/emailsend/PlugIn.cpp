@@ -1,3 +1,4 @@
+// Every function is looked up before any is called: a plug-in that lacks one is refused whole.
 #include "emailsend/PlugIn.h"
 
 namespace emailsend {
@@ -18,6 +19,7 @@ std::string exportedName(const char* name, size_t) {
 template <class Result, class... Args>
 bool PlugIn::resolve(const char* name, Result(EMAILSENDING_CALL*& function)(Args...),
                      std::string& error) {
+    // Decorated names of stdcall count the bytes of the arguments, each of which takes four.
     const std::string exported = exportedName(name, 4 * sizeof...(Args));
     function =
         reinterpret_cast<Result(EMAILSENDING_CALL*)(Args...)>(library_.function(exported.c_str()));

@@ -1,3 +1,4 @@
+// A step on a thread of its own, with a line that counts the seconds and an ear for Ctrl-C.
 #include "emailsend/Watched.h"
 
 #include <chrono>
@@ -12,6 +13,7 @@ namespace emailsend {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+// Often enough for Ctrl-C to feel immediate.
 constexpr std::chrono::milliseconds kLook(100);
 
 // One line that is written over and over, on a terminal alone.

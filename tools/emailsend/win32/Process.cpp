@@ -30,7 +30,8 @@ void print(DWORD which, std::string_view text) {
     }
 }
 
-// The text of OutputDebugString travels as an exception that nobody but a debugger takes.
+// The text of OutputDebugString travels as an exception that nobody but a debugger takes
+// (DBG_PRINTEXCEPTION_C).
 constexpr DWORD kDebugOutput = 0x40010006;
 constexpr size_t kMostDebugOutput = 65536;
 std::string debugOutput;  // of the only thread there is while somebody listens; never grows
