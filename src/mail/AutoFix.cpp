@@ -1,3 +1,4 @@
+// The corrections, port by port, and flags that contradict each other. Each tells what it did.
 #include "mail/AutoFix.h"
 
 namespace tv::smtp {

@@ -1,3 +1,5 @@
+// The properties by name, in one table, and what else the mail manager tells of itself. Sending and
+// the trial stand in the sources beside this one.
 #include "mail/ClsMailMan.h"
 
 #include <algorithm>

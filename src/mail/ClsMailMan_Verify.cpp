@@ -1,3 +1,4 @@
+// The trial: a connection of its own with the same settings but no secrets, greeted and closed.
 #include "log/LogContextExitor.h"
 #include "mail/ClsMailMan.h"
 

@@ -1,3 +1,5 @@
+// Hosts lose schemes, slashes and capitals, those beyond ASCII too; methods of login are found in
+// whatever stands around them.
 #include "mail/MailManText.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// ASCII as long as it does; then what the message brings along, Latin 1, Latin 2; UTF-8 where
+// nothing else does.
 #include "mime/CharsetChoice.h"
 
 #include "base/Ascii.h"

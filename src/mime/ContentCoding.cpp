@@ -1,3 +1,5 @@
+// Base64 in lines of 76, held back by less than a line; quoted-printable stands in a source of its
+// own.
 #include "mime/ContentCoding.h"
 
 #include <algorithm>

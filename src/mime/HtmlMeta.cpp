@@ -1,3 +1,5 @@
+// A search for META tags that needs no parser of HTML, in linear time, and the correction of the
+// first charset that is found there.
 #include "mime/HtmlMeta.h"
 
 #include "base/Ascii.h"

@@ -1,3 +1,4 @@
+// Random digits in a boundary, given bytes in the others, and the name of the computer behind them.
 #include "mime/Identifiers.h"
 
 #include <algorithm>

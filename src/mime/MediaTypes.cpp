@@ -1,3 +1,4 @@
+// The table, by families of types, and the search through it. Its spelling is fixed.
 #include "mime/MediaTypes.h"
 
 #include "base/Ascii.h"

@@ -1,3 +1,5 @@
+// One text in the three forms that readers understand: quoted, as encoded words, and in pieces of
+// RFC 2231.
 #include "mime/ParameterText.h"
 
 #include "base/Ascii.h"

@@ -1,3 +1,4 @@
+// Line ends made CR LF on the way, and the longest line, which decides whether a body may go plain.
 #include "mime/PlainBody.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Runs of bytes that stand for themselves are copied, the others coded. The last bytes of each
+// piece are held: whether they end a line is not known yet.
 #include "mime/QuotedPrintable.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The field's value put together: parameters in the order that readers are used to.
 #include "mime/tvContentType.h"
 
 #include "base/Ascii.h"

@@ -1,3 +1,4 @@
+// A heading wherever the direction changes, and the bytes as they are.
 #include "net/LoggedSocket2.h"
 
 #include "base/Ascii.h"

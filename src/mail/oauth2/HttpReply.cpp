@@ -1,3 +1,5 @@
+// Status line, header fields and body, of a length or in chunks. Each call reads from the start: a
+// reply is small and comes in a few pieces.
 #include "mail/oauth2/HttpReply.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// The description taken apart, the form put together, and the judgement on the answer, whose
+// errors are told in the server's words.
 #include "mail/oauth2/OAuth2Messages.h"
 
 #include <algorithm>

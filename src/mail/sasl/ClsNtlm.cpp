@@ -1,3 +1,5 @@
+// The order of an NTLM exchange and what the log shows of it: flags and names, never what was made
+// of the password.
 #include "mail/sasl/ClsNtlm.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Fields at fixed places, then the texts they point to. Every offset and length of a received
+// message is held against its end.
 #include "mail/sasl/NtlmMessage.h"
 
 #include <algorithm>

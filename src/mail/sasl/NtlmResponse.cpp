@@ -1,3 +1,4 @@
+// Hashes and responses of MS-NLMP, function by function under its own names.
 #include "mail/sasl/NtlmResponse.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Conversions by way of UTF-16, each step wiped. Upper case is that of single characters, as NTLM
+// knows it.
 #include "mail/sasl/NtlmText.h"
 
 #include <string>

@@ -1,3 +1,4 @@
+// The one number behind it.
 #include "mail/sasl/NtlmVersion.h"
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// What all mechanisms share: a secret as text, and whether a text can be sent at all.
 #include "mail/sasl/Sasl.h"
 
 namespace tv {

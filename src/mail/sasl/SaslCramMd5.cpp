@@ -1,3 +1,4 @@
+// The one response: user name and keyed digest of the challenge.
 #include "mail/sasl/SaslCramMd5.h"
 
 #include "base/Base64.h"

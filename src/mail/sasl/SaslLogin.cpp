@@ -1,3 +1,4 @@
+// The two prompts, whatever they ask, and the advice for services that refuse plain passwords.
 #include "mail/sasl/SaslLogin.h"
 
 #include "base/Ascii.h"

@@ -1,3 +1,4 @@
+// First message, challenge, answer; and what a refusal most often means.
 #include "mail/sasl/SaslNtlm.h"
 
 #include "mail/sasl/NtlmVersion.h"

@@ -1,3 +1,4 @@
+// Tokens from the package to the server and back, until the package says that it is done.
 #include "mail/sasl/SaslPackage.h"
 
 #include <string>

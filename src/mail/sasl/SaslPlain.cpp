@@ -1,3 +1,4 @@
+// The one message: an empty identity, user name and password, parted by NUL.
 #include "mail/sasl/SaslPlain.h"
 
 #include "base/Base64.h"

@@ -1,3 +1,4 @@
+// A table of words that occur in replies, and what to tell of each.
 #include "mail/smtp/ReplyHints.h"
 
 #include "log/LogContextExitor.h"

@@ -1,3 +1,5 @@
+// The loop between mechanism and server: which reply codes mean "go on", and how an exchange that
+// nobody can finish is called off.
 #include "mail/smtp/SaslExchange.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// EHLO, HELO where a server knows no better, and what it offers.
 #include "base/Ascii.h"
 #include "log/LogContextExitor.h"
 #include "mail/smtp/SmtpCommand.h"

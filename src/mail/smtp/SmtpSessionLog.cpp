@@ -1,3 +1,4 @@
+// Line ends of the transcript, and whether its last lines refuse.
 #include "mail/smtp/SmtpSessionLog.h"
 
 namespace tv {

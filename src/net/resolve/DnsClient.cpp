@@ -1,3 +1,5 @@
+// One name server after the other, each with its share of the time, and what counts as an answer.
+// UDP and streams stand in the sources beside this one.
 #include "net/resolve/DnsClient.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The file taken apart into an ordered table, and read anew when it has changed.
 #include "net/resolve/HostsFile.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// What resolv.conf or the system lists, which names belong to the house, and who was silent lately.
 #include "net/resolve/NameServers.h"
 
 #include <algorithm>

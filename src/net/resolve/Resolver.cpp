@@ -1,3 +1,5 @@
+// The order of all sources: literal address, hosts file, cache, name servers, the system's
+// resolver.
 #include "net/resolve/Resolver.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The one object of the process, and the lock around each look into it.
 #include "net/resolve/ResolverState.h"
 
 #include "platform/Replaceable.h"

@@ -1,3 +1,4 @@
+// The names and sentences of Winsock, which the log uses on every system, and advice for some.
 #include "net/stream/SocketError.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// The version that is asked for, and the words where it does not start.
 #include "net/stream/SocketLibrary.h"
 
 #include <cstdio>

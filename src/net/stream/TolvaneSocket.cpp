@@ -1,3 +1,5 @@
+// Making a socket with its options, and the ways to close one. Connecting, waiting and moving
+// bytes stand in the sources beside this one.
 #include "net/stream/TolvaneSocket.h"
 
 #include <algorithm>
