@@ -42,6 +42,7 @@ char32_t takeUtf8(std::string_view& text) {
     return code;
 }
 
+// RFC 3629 section 3.
 void appendUtf8(char32_t code, std::string& out) {
     const auto add = [&](char32_t byte) { out += static_cast<char>(byte); };
     if (code < 0x80) {

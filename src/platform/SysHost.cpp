@@ -6,7 +6,7 @@
 namespace tv::plat {
 namespace {
 
-constexpr uint32_t kUtf8 = 65001;
+constexpr uint32_t kUtf8 = 65001;  // Windows' number of it
 
 // The charset part of a locale name, lower-cased, without '-', '_' and what follows '@'.
 std::string charsetOf(const std::string& locale) {

@@ -42,6 +42,7 @@ void applyKeyStream(const GcmKey& key, GcmState& state, const uint8_t* in, uint8
                     size_t count) {
     constexpr size_t kBatch = 4;  // what the bit slices take at once
     uint8_t stream[16 * kBatch];
+    // The last four bytes count (SP 800-38D 6.2).
     uint32_t counter = loadBe<uint32_t>(state.counter.data() + 12);
     while (count != 0) {
         const size_t n = std::min(count, kBatch);

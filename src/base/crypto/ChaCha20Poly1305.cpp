@@ -42,7 +42,7 @@ void apply(ChaChaState& state, const uint8_t* in, uint8_t* out, size_t count) {
         for (size_t i = 0; i < s.size(); ++i) {
             storeLe(out + 4 * i, loadLe<uint32_t>(in + 4 * i) ^ (s[i] + state[i]));
         }
-        ++state[12];
+        ++state[12];  // the block counter
     }
     plat::wipe(&s, sizeof s);
 }

@@ -12,7 +12,7 @@ namespace tv::crypto {
 
 class Dhe {
 public:
-    static constexpr size_t kMinBits = 768;    // below: refused
+    static constexpr size_t kMinBits = 768;    // below: refused, as the groups of export suites
     static constexpr size_t kSafeBits = 2048;  // below: the caller should warn
 
     enum class Check { Ok, GroupTooSmall, GroupTooLarge, BadGroup, BadPeerKey };

@@ -16,6 +16,7 @@
 namespace tv::crypto {
 namespace {
 
+// The primes of SEC 2, 2.4 and 2.5, and limbs enough for R above 2^14 p.
 struct Secp256r1Lanes {
     static constexpr size_t kLimbs = 10, kBytes = 32;
     static constexpr SignedPower kPlusOne[] = {{256, 1}, {224, -1}, {192, 1}, {96, 1}};

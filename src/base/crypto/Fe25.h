@@ -50,7 +50,7 @@ constexpr uint64_t fe25Mask(size_t limb) {
             carry = t[i] >> fe25Bits(i);
             t[i] &= fe25Mask(i);
         }
-        carry *= 19;
+        carry *= 19;  // 2^255 is 19
     }
     t[0] += carry;
     // Now below 2^255 + a little: subtract p if adding 19 reaches 2^255.

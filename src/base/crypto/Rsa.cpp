@@ -10,6 +10,7 @@ namespace tv::crypto {
 namespace {
 
 constexpr size_t kMaxBytes = BigNum::kMaxBits / 8;
+// Whether a key is strong enough is judged above; what is shorter is none.
 constexpr size_t kMinBits = 512;
 constexpr size_t kPaddingOverhead = 11;  // 00, type, at least eight bytes, 00
 

@@ -16,6 +16,7 @@ namespace tv::dns {
 
 class DnsCache {
 public:
+    // The limit keeps a host that names ever new servers from filling the memory.
     explicit DnsCache(size_t maxNames = 256) : maxNames_(maxNames) {}
 
     bool find(std::string_view name, uint64_t nowMs, std::vector<plat::IpAddress>& out) const;

@@ -1,5 +1,5 @@
-// The socket calls of POSIX with their errno values under the names of NetCode. Signals never end a
-// call or the process.
+// The socket calls of POSIX with their errno values under the names of NetCode. A peer that is
+// gone is an error and never a signal.
 #include "platform/SysSocket.h"
 
 #include <errno.h>

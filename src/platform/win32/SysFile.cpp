@@ -9,6 +9,7 @@ namespace tv::plat {
 namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+// A call takes 32 bits of length; steps of a megabyte are long enough to cost nothing.
 constexpr DWORD kLargestStep = 1u << 20;
 
 HANDLE asHandle(intptr_t handle) {

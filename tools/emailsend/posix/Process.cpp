@@ -37,7 +37,7 @@ std::string environmentVariable(const char* name) {
 }
 
 std::string libraryBesideProgram() {
-    char path[4096];
+    char path[4096];  // PATH_MAX of Linux
     const ssize_t size = readlink("/proc/self/exe", path, sizeof path);
     const std::string program(path, size > 0 ? static_cast<size_t>(size) : 0);
     return program.substr(0, program.rfind('/') + 1) + "libemailsending.so";

@@ -73,7 +73,7 @@ std::string environmentVariable(const char* name) {
 }
 
 std::string libraryBesideProgram() {
-    wchar_t path[32768];
+    wchar_t path[32768];  // the longest there can be
     const DWORD size = GetModuleFileNameW(nullptr, path, 32768);
     const std::string program = narrow(std::wstring_view(path, size));
     return program.substr(0, program.rfind('\\') + 1) + "emailsending.dll";
