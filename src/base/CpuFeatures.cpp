@@ -1,5 +1,5 @@
-// The questions to the CPU (instruction CPUID) and to the system, whose answers are asked for once.
-// On other processors every feature is missing.
+// What the processor (CPUID) and the system say, asked once. On other processors every feature is
+// missing.
 #include "base/CpuFeatures.h"
 
 #include <cstdint>
