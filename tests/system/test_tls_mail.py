@@ -29,13 +29,13 @@ SETTINGS = {"smtpd_tls_loglevel": "1", "smtpd_tls_ciphers": "medium", "smtpd_tls
 def server(tmp_path_factory):
     certificates = tls_servers.Certificates(tmp_path_factory.mktemp("tls"))
     services, ports = "tlsmgr unix - - n 1000? 1 tlsmgr\n", {}
-    for version, kind, road in itertools.product(NAMES, KINDS, ("implicit", "starttls")):
+    for version, kind, start in itertools.product(NAMES, KINDS, ("implicit", "starttls")):
         chain = certificates.folder / f"{kind}.chain"
         chain.write_bytes(certificates.key(kind).read_bytes() + certificates.pem(kind).read_bytes())
-        port = ports[version, kind, road] = free_port()
+        port = ports[version, kind, start] = free_port()
         services += SERVICE.format(port=port, chain=chain, version=NAMES[version],
-                                   wrapper="yes" if road == "implicit" else "no",
-                                   level="encrypt" if road == "implicit" else "may")
+                                   wrapper="yes" if start == "implicit" else "no",
+                                   level="encrypt" if start == "implicit" else "may")
     try:
         with Postfix(settings=SETTINGS, services=services) as server:
             server.ports = ports
@@ -44,17 +44,17 @@ def server(tmp_path_factory):
         pytest.fail(f"Postfix: {missing}")
 
 
-@pytest.mark.parametrize("road", ["implicit", "starttls"])
+@pytest.mark.parametrize("start", ["implicit", "starttls"])
 @pytest.mark.parametrize("kind", KINDS)
 @pytest.mark.parametrize("version", NAMES)
-def test_a_mail_goes_through(product, tmp_path, server, version, kind, road):
+def test_a_mail_goes_through(product, tmp_path, server, version, kind, start):
     before, read = len(server.messages(0)), len(server.log())
     with Host(product, tmp_path) as host:
         host.Initialise()
         host.setSmtpHost("127.0.0.1")
-        host.setSmtpPort(server.ports[version, kind, road])
-        host.setUseSSL(int(road == "implicit"))
-        if road == "starttls":
+        host.setSmtpPort(server.ports[version, kind, start])
+        host.setUseSSL(int(start == "implicit"))
+        if start == "starttls":
             host.setStartTls(1)
         host.setSmtpAuthMethod("NONE")
         host.setFromAddress("anna@example.test")
