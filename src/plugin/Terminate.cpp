@@ -4,10 +4,12 @@
 
 namespace __gnu_cxx {
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the library's own name for it.
 void __verbose_terminate_handler();
 
 void __verbose_terminate_handler() {
     std::abort();
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 }  // namespace __gnu_cxx

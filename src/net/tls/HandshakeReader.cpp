@@ -10,8 +10,8 @@ namespace {
 
 // Their lengths may reach 16 MB by the protocol. Chains of certificates are the longest messages
 // there are, and no honest one comes near these.
-constexpr size_t kMaxCertificateMessage = 128 * 1024;
-constexpr size_t kMaxMessage = 64 * 1024;
+constexpr size_t kMaxCertificateMessage = size_t{128} * 1024;
+constexpr size_t kMaxMessage = size_t{64} * 1024;
 
 size_t limitOf(HandshakeType type) {
     return type == HandshakeType::Certificate ? kMaxCertificateMessage : kMaxMessage;

@@ -73,7 +73,7 @@ KeyBlock12 keyBlock12(Version version, const CipherSuite& suite, std::span<const
 
     std::span<const uint8_t> rest = block.bytes();
     const auto cut = [&](size_t size) {
-        const SecureBuffer part(rest.first(size));
+        SecureBuffer part(rest.first(size));
         rest = rest.subspan(size);
         return part;
     };

@@ -9,7 +9,7 @@ std::vector<std::vector<uint8_t>> pemCertificates(std::string_view text, size_t 
     constexpr std::string_view kBegin = "-----BEGIN CERTIFICATE-----";
     constexpr std::string_view kEnd = "-----END CERTIFICATE-----";
     // Far above any certificate, and little enough to hold in memory.
-    constexpr size_t kMaxCertificate = 128 * 1024;
+    constexpr size_t kMaxCertificate = size_t{128} * 1024;
     std::vector<std::vector<uint8_t>> out;
     while (out.size() < limit) {
         const size_t begin = text.find(kBegin);

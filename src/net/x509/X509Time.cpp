@@ -63,7 +63,8 @@ bool parseTime(const DerItem& item, int64_t& seconds) {
     if (hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 || second > 59) {
         return false;
     }
-    seconds = daysFromDate(year, month, day) * kSecondsPerDay + hour * 3600 + minute * 60 + second;
+    const int secondOfDay = (hour * 60 + minute) * 60 + second;
+    seconds = daysFromDate(year, month, day) * kSecondsPerDay + secondOfDay;
     return true;
 }
 

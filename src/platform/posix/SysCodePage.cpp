@@ -37,6 +37,7 @@ std::string charsetOf(uint32_t codePage) {
 bool convert(const char* to, const char* from, std::string_view in, std::string& out) {
     out.clear();
     const iconv_t converter = iconv_open(to, from);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): POSIX tells the failure so.
     if (converter == reinterpret_cast<iconv_t>(-1)) return false;
     // No byte or unit becomes more than four bytes; the rest is for the shifts of ISO-2022-JP.
     out.resize(in.size() * 4 + 16);
