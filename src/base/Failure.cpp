@@ -13,10 +13,11 @@ struct Failure::Detail {
     bool anySent = false;
 };
 
-// Never destroyed: nothing runs at exit or unload. One for all, so nothing is noted in it.
+// Never destroyed: nothing runs at exit or unload. One for all, so nothing is noted in it, and what
+// it cannot know it takes for the worse: bytes may have left.
 Failure::Detail& Failure::outOfMemory() noexcept {
     alignas(Detail) static unsigned char place[sizeof(Detail)];
-    static Detail* const detail = new (place) Detail{Cause::OutOfMemory, {}, 0, false};
+    static Detail* const detail = new (place) Detail{Cause::OutOfMemory, {}, 0, true};
     return *detail;
 }
 

@@ -47,7 +47,7 @@ public:
 
     // Of a Timeout: the total time-out that ended it; 0: nothing moved.
     uint64_t totalMs() const;
-    // Of a send: some of the bytes may have left.
+    // Of a send: some of the bytes may have left. OutOfMemory cannot tell, so it says they may.
     bool anySent() const;
 
     Failure&& withTotal(uint64_t ms) &&;

@@ -14,8 +14,8 @@ namespace tv {
 
 struct CallContext {
     explicit CallContext(LogBase& to) : log(to) {}
-    // For what is done beside the call, whose words are nobody's concern. A total
-    // time-out does not hold for it.
+    // For what is done beside the call, with a log of its own. A total time-out does not hold for
+    // it.
     CallContext aside(LogBase& to) const {
         CallContext own(to);
         own.monitor = monitor;
