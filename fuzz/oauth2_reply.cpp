@@ -18,15 +18,15 @@ void readAnswer(std::string_view received) {
     }
     require(tv::readHttpReply(received, true, reply) != tv::HttpRead::NeedMore);
     tv::OAuth2Token token;
-    std::string fault;
-    const bool success = tv::readOAuth2Token(reply, token, fault);
-    require(success ? !token.accessToken.empty() : !fault.empty());
+    const tv::Failure failure = tv::readOAuth2Token(reply, token);
+    require(failure ? !failure.text().empty() : !token.accessToken.empty());
 }
 
 void readDescription(std::string_view text) {
     tv::OAuth2Request request;
-    std::string fault;
-    if (!tv::readOAuth2Description(text, request, fault)) return require(!fault.empty());
+    if (const tv::Failure failure = tv::readOAuth2Description(text, request)) {
+        return require(!failure.text().empty());
+    }
     // Nothing of the description can add a header.
     const tv::SecureBuffer http = tv::oauth2HttpRequest(request);
     const std::string_view whole(reinterpret_cast<const char*>(http.data()), http.size());

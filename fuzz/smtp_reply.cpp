@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         require((state == tv::ReplyState::Complete) == (reply.statusCode > 0));
         require(reply.statusCode >= 0 && reply.statusCode <= 999);
         if (state != tv::ReplyState::Complete) continue;
-        require(reply.finalLine().substr(0, 3) ==
+        require(reply.shownFinalLine().substr(0, 3) ==
                 std::string_view(reply.lines.back()).substr(0, 3));
         tv::_tvLogger log;
         tv::smtp::logReplyHints(log, reply);

@@ -5,38 +5,20 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/Cause.h"
 
 namespace tv {
 
-enum class Cause : uint8_t {
-    None = 0,
-    // Connecting. The log shows them under "ConnectFailReason", by number where they have no words:
-    // these are part of its language.
-    EmptyHostname = 1,
-    DnsFailed = 2,
-    DnsTimeout = 3,
-    Aborted = 4,  // the application asked to stop
-    Internal = 5,
-    ConnectTimeout = 6,
-    Rejected = 7,
-    TlsNoServerHello = 103,
-    NoServerCertificate = 104,
-    CertificateInvalid = 106,
-    CertificateRequirement = 108,
-    TlsServerHelloUnreadable = 127,
-    // An open connection.
-    ConnectionLost = 200,
-    Timeout = 201,
-    LineTooLong = 202,
-    OutOfMemory = 203,
-};
-
-// As wide as a pointer; none where nothing failed.
+// As wide as a pointer; none where nothing failed. Where there is no memory for what is to be
+// noted, it is one OutOfMemory that all share, in which nothing can be noted.
 class [[nodiscard]] Failure {
 public:
     Failure() = default;
-    // text: what stands behind the cause, as a clause; empty where the cause says it all. Where
-    // there is no memory for it, the failure is OutOfMemory.
+    // text: what stands behind the cause, UTF-8; a clause on a connection, sentences on a send;
+    // empty where the cause says it all.
     explicit Failure(Cause cause, std::string text = {}) noexcept;
 
     // True where something failed.
@@ -44,14 +26,36 @@ public:
     Cause cause() const;
     bool is(Cause cause) const { return this->cause() == cause; }
     const std::string& text() const;
+    // Where a failure below is what stands behind it: the cause of that one; else its own.
+    Cause root() const;
+    Stage stage() const;
+    Repeat repeat() const;
+    // A new connection at once may do better, and cannot deliver twice.
+    bool mayReconnect() const;
+    // What the server said to it, where it did: the code, and the lines with LF between them.
+    int32_t replyCode() const;
+    const std::string& reply() const;
+    // What may lie behind it, in sentences of their own.
+    const std::vector<std::string>& hints() const;
 
-    // Of a Timeout: the total time-out that ended it; 0: nothing moved.
+    // Of a Timeout: the total time-out that ended it, in ms; 0: nothing moved.
     uint64_t totalMs() const;
     // Of a send: some of the bytes may have left. OutOfMemory cannot tell, so it says they may.
     bool anySent() const;
 
     Failure&& withTotal(uint64_t ms) &&;
     Failure&& withAnySent(bool any) &&;
+    Failure&& withReply(int32_t code, std::string lines) &&;
+    Failure&& withReconnect(bool may) &&;
+    Failure&& because(const Failure& below) &&;
+    // Where it happened, unless that is known already; None changes nothing.
+    Failure&& at(Stage stage) &&;
+
+    // What else is to be said, as a sentence of its own.
+    void addSentence(std::string_view sentence);
+    void addHint(std::string sentence);
+    // The server may have the message.
+    void setOutcomeUnknown();
 
 private:
     struct Detail;
@@ -60,6 +64,8 @@ private:
     };
 
     static Detail& outOfMemory() noexcept;
+    const Detail& detail() const;
+    Detail* own();  // null where nothing can be noted
 
     std::unique_ptr<Detail, Release> detail_;
 };

@@ -163,9 +163,9 @@ XString ClsMailMan::SmtpSessionLog() {
     return XString(smtp_.sessionLog().text());
 }
 
-SmtpStatus ClsMailMan::lastSendStatus() {
+std::string_view ClsMailMan::lastSendStatus() {
     const std::lock_guard guard(lock_);
-    return smtp_.outcome().status();
+    return statusWord(lastFailure_.cause());
 }
 
 std::vector<std::string> ClsMailMan::acceptedRecipients() {

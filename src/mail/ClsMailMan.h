@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Failure.h"
 #include "log/ClsBase.h"
 #include "mail/smtp/SmtpConnImpl.h"
 #include "mail/smtp/SmtpSend.h"
@@ -33,8 +34,8 @@ public:
     void ClearSmtpSessionLog();
     XString SmtpSessionLog();
 
-    // Of the last send.
-    SmtpStatus lastSendStatus();
+    // Of the last send; its status word lasts as long as the program.
+    std::string_view lastSendStatus();
     std::vector<std::string> acceptedRecipients();
     std::vector<std::string> rejectedRecipients();
 
@@ -43,15 +44,16 @@ public:
 
 private:
     void correctSettings(LogBase& log);
-    bool sendEmailInner(CallContext& call, const ClsEmail& email);
-    bool sendMimeInner(CallContext& call, SmtpSend& send);
-    bool ensureSmtpSession(CallContext& call);
-    bool sendOverSession(CallContext& call, SmtpSend& send);
-    void hintAtSize(LogBase& log, const SmtpSend& send);
-    bool reconnectAndSend(CallContext& call, SmtpSend& send);
-    bool stoppedByApplication(CallContext& call);
-    void closeOutcome(bool success);
+    Failure sendEmailInner(CallContext& call, const ClsEmail& email);
+    Failure sendMimeInner(CallContext& call, SmtpSend& send);
+    Failure ensureSmtpSession(CallContext& call);
+    Failure sendOverSession(CallContext& call, SmtpSend& send);
+    void hintAtSize(LogBase& log, const SmtpSend& send, Failure& failure);
+    Failure reconnectAndSend(CallContext& call, SmtpSend& send);
+    Failure stoppedByApplication(CallContext& call);
+    void tellTranscript(const Failure& failure);
 
+    Failure lastFailure_;
     SmtpConnImpl smtp_;
     std::vector<std::string> acceptedRecipients_;
     std::vector<std::string> rejectedRecipients_;

@@ -17,7 +17,7 @@ bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor) {
     CallContext call(log);
     call.setMonitor(monitor);
     const LogContextExitor context(log, "initSmtp");
-    return operation.finish(trial.smtpConnectAndAuthenticate(call, true));
+    return operation.finish(!trial.smtpConnectAndAuthenticate(call, true));
 }
 
 }  // namespace tv

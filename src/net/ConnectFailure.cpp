@@ -5,36 +5,9 @@
 namespace tv {
 namespace {
 
-const char* wordsOf(Cause cause) {
-    switch (cause) {
-        case Cause::EmptyHostname:
-            return "Empty hostname";
-        case Cause::DnsFailed:
-            return "DNS lookup failed";
-        case Cause::DnsTimeout:
-            return "DNS timeout";
-        case Cause::Aborted:
-            return "App aborted in event callback";
-        case Cause::Internal:
-            return "Internal error";
-        case Cause::ConnectTimeout:
-            return "Timeout";
-        case Cause::Rejected:
-            return "Connection rejected";
-        case Cause::NoServerCertificate:
-            return "No server certificate";
-        case Cause::CertificateInvalid:
-            return "Server certificate validation failed";
-        case Cause::CertificateRequirement:
-            return "App-defined server certificate requirements failure";
-        default:
-            return nullptr;
-    }
-}
-
 std::string causeText(Cause cause) {
-    const char* words = wordsOf(cause);
-    return words ? std::string(words) : std::to_string(static_cast<int>(cause));
+    const std::string_view words = connectWords(cause);
+    return words.empty() ? std::to_string(static_cast<int>(cause)) : std::string(words);
 }
 
 }  // namespace

@@ -21,8 +21,7 @@ int main(int argc, char** argv) {
     tv::CallContext call{log};
     tv::SaslPackage package(tv::SaslPackage::Package::Ntlm, tv::XString(argv[2]),
                             tv::XString(argv[3]), tv::XString(argv[4]), tv::XString("127.0.0.1"));
-    const bool success =
-        connection.smtpConnect(call) && tv::runSasl(call, package, connection).success;
+    const bool success = !connection.smtpConnect(call) && !tv::runSasl(call, package, connection);
     std::string text;
     log.getText(text);
     std::cout << text << connection.sessionLog().text() << std::flush;

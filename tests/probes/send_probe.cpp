@@ -98,8 +98,8 @@ public:
         const bool tried = !trial || mailMan_->VerifySmtpConnection(&watcher);
         const bool sent = tried && mailMan_->SendEmail(email, &watcher);
         const uint64_t elapsed = plat::sysClock().tickMs() - start;
-        std::cout << "{\"sent\": " << (sent ? "true" : "false") << ", \"status\": "
-                  << quoted(tried ? statusWord(mailMan_->lastSendStatus()) : "TrialFailed")
+        std::cout << "{\"sent\": " << (sent ? "true" : "false")
+                  << ", \"status\": " << quoted(tried ? mailMan_->lastSendStatus() : "TrialFailed")
                   << ", \"ms\": " << elapsed << ", \"attempts\": " << watcher.attempts
                   << ", \"asked\": " << watcher.asked << ", \"done\": " << watcher.done
                   << ", \"total\": " << watcher.total

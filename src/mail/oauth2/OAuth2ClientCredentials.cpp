@@ -6,6 +6,7 @@
 
 #include "base/Ascii.h"
 #include "base/DataBuffer.h"
+#include "log/Fail.h"
 #include "log/LogContextExitor.h"
 #include "net/Socket2.h"
 #include "net/stream/SChannelTolvane.h"
@@ -27,48 +28,48 @@ struct ReplyBytes {
     DataBuffer data;
 };
 
-bool readReply(CallContext& call, Socket2& socket, uint32_t limitMs, HttpReply& reply) {
+Failure readReply(CallContext& call, Socket2& socket, uint32_t limitMs, HttpReply& reply) {
     ReplyBytes received;
     for (;;) {
         const Failure failure = socket.receiveBytes(call, received.data, limitMs);
-        const bool outOfTime = failure.is(Cause::Timeout) || call.wasStopped();
-        const bool closed = failure && !outOfTime;
-        if (failure && !closed) {
-            call.log.logError("The token endpoint did not answer in time.");
-            return false;
+        if (failure.is(Cause::Timeout) || (failure && call.wasStopped())) {
+            return fail(call.log, call.wasStopped() ? Cause::Aborted : Cause::Timeout,
+                        "The token endpoint did not answer in time.");
         }
         if (received.data.size() > kMaxReply) {
-            call.log.logError("The token endpoint's answer is larger than 64 KiB.");
-            return false;
+            return fail(call.log, Cause::OAuth2Answer,
+                        "The token endpoint's answer is larger than 64 KiB.");
         }
+        const bool closed = static_cast<bool>(failure);
         switch (readHttpReply(received.data.text(), closed, reply)) {
             case HttpRead::Complete:
-                return true;
+                return {};
             case HttpRead::Malformed:
-                call.log.logError("The token endpoint's answer is not one of HTTP.");
-                return false;
+                return fail(call.log, Cause::OAuth2Answer,
+                            "The token endpoint's answer is not one of HTTP.");
             case HttpRead::NeedMore:
                 break;
         }
     }
 }
 
-bool post(CallContext& call, const OAuth2Request& request, const OAuth2Transport& transport,
-          HttpReply& reply) {
+Failure post(CallContext& call, const OAuth2Request& request, const OAuth2Transport& transport,
+             HttpReply& reply) {
     Socket2 socket;
     socket.setConnectTimeoutMs(transport.connectTimeoutMs);
     TlsChannelSettings& tls = socket.tlsSettings();
     tls.tlsProtocol = transport.tlsProtocol;
     tls.trustAnchorsFile = transport.trustAnchorsFile;
     tls.requireSslCertVerify = true;
-    if (socket.connect2(call, request.host, request.port, request.secure)) return false;
+    Failure failure = socket.connect2(call, request.host, request.port, request.secure);
+    if (failure) return failure;
     const uint32_t limitMs = transport.idleTimeoutMs ? transport.idleTimeoutMs : kNoTimeoutMs;
     const SecureBuffer bytes = oauth2HttpRequest(request);
     const TotalTimeout limit(call, limitMs);
-    const bool answered =
-        !socket.sendBytes(call, bytes.bytes(), limitMs) && readReply(call, socket, limitMs, reply);
+    failure = socket.sendBytes(call, bytes.bytes(), limitMs);
+    if (!failure) failure = readReply(call, socket, limitMs, reply);
     socket.close(call, true, 0);
-    return answered;
+    return failure;
 }
 
 // A server may echo what it was given.
@@ -84,8 +85,8 @@ OAuth2ClientCredentials::OAuth2ClientCredentials(const XString& description)
     description_.markSecret();
 }
 
-bool OAuth2ClientCredentials::accessToken(CallContext& call, const OAuth2Transport& transport,
-                                          SecureBuffer& token) {
+Failure OAuth2ClientCredentials::accessToken(CallContext& call, const OAuth2Transport& transport,
+                                             SecureBuffer& token) {
     const LogContextExitor context(call.log, "oauth2ClientCredentials");
     const uint64_t ageMs = plat::sysClock().tickMs() - fetchedTickMs_;
     const uint32_t lifetime = token_.lifetimeSeconds;
@@ -95,12 +96,12 @@ bool OAuth2ClientCredentials::accessToken(CallContext& call, const OAuth2Transpo
         call.log.logInfo("Using the access token that was fetched before.");
     } else {
         OAuth2Token fetched;
-        if (!fetch(call, transport, fetched)) return false;
+        if (Failure failure = fetch(call, transport, fetched)) return failure;
         token_ = std::move(fetched);
         fetchedTickMs_ = plat::sysClock().tickMs();
     }
     token = token_.accessToken;
-    return true;
+    return {};
 }
 
 bool OAuth2ClientCredentials::tokenRefused() {
@@ -108,31 +109,28 @@ bool OAuth2ClientCredentials::tokenRefused() {
     return std::exchange(lastWasKept_, false);
 }
 
-bool OAuth2ClientCredentials::fetch(CallContext& call, const OAuth2Transport& transport,
-                                    OAuth2Token& token) {
+Failure OAuth2ClientCredentials::fetch(CallContext& call, const OAuth2Transport& transport,
+                                       OAuth2Token& token) {
     OAuth2Request request;
-    std::string fault;
-    if (!readOAuth2Description(description_.utf8(), request, fault)) {
-        call.log.logError(fault);
-        return false;
+    if (Failure failure = readOAuth2Description(description_.utf8(), request)) {
+        call.log.logError(failure.text());
+        return failure;
     }
     if (!request.secure && !transport.plainAllowed) {
-        call.log.logError(
-            "The token endpoint must begin with https://: the request holds a secret.");
-        return false;
+        return fail(call.log, Cause::OAuth2Description,
+                    "The token endpoint must begin with https://: the request holds a secret.");
     }
     call.log.logData("tokenEndpointHost", request.host);
     call.log.logDataLong("tokenEndpointPort", request.port);
     call.log.logData("client_id", request.clientId);
     call.log.logData("scope", request.scope);
     HttpReply reply;
-    if (!post(call, request, transport, reply)) return false;
-    if (!readOAuth2Token(reply, token, fault)) {
-        call.log.logError(withoutSecret(fault, request.clientSecret));
-        return false;
+    if (Failure failure = post(call, request, transport, reply)) return failure;
+    if (const Failure failure = readOAuth2Token(reply, token)) {
+        return fail(call.log, failure.cause(), withoutSecret(failure.text(), request.clientSecret));
     }
     call.log.logDataLong("expires_in", token.lifetimeSeconds);
-    return true;
+    return {};
 }
 
 }  // namespace tv

@@ -28,13 +28,13 @@ public:
     // What the object was made for.
     const XString& description() const { return description_; }
 
-    // The kept token while it lives, else a new one. The reason of a failure is in the log.
-    bool accessToken(CallContext& call, const OAuth2Transport& transport, SecureBuffer& token);
+    // The kept token while it lives, else a new one.
+    Failure accessToken(CallContext& call, const OAuth2Transport& transport, SecureBuffer& token);
     // The server refused the last token. True if that one had been kept: a new one may serve.
     bool tokenRefused();
 
 private:
-    bool fetch(CallContext& call, const OAuth2Transport& transport, OAuth2Token& token);
+    Failure fetch(CallContext& call, const OAuth2Transport& transport, OAuth2Token& token);
 
     XString description_;
     OAuth2Token token_;

@@ -144,33 +144,33 @@ bool isOAuth2Description(std::string_view text) {
     return inner.starts_with('{') && inner.ends_with('}');
 }
 
-bool readOAuth2Description(std::string_view json, OAuth2Request& request, std::string& fault) {
+Failure readOAuth2Description(std::string_view json, OAuth2Request& request) {
     const auto members = readJsonObject(json);
     if (!members) {
-        fault = "The OAuth2 description is not a JSON object.";
-        return false;
+        return Failure(Cause::OAuth2Description, "The OAuth2 description is not a JSON object.");
     }
     if (!readEndpoint(textOf(*members, "token_endpoint"), request)) {
-        fault = "The OAuth2 description needs \"token_endpoint\", a URL that begins with https://.";
-        return false;
+        return Failure(
+            Cause::OAuth2Description,
+            "The OAuth2 description needs \"token_endpoint\", a URL that begins with https://.");
     }
     request.clientId = textOf(*members, "client_id");
     request.scope = textOf(*members, "scope");
     request.clientSecret.append(textOf(*members, "client_secret"));
     if (request.clientId.empty() || request.clientSecret.empty()) {
-        fault = "The OAuth2 description needs \"client_id\" and \"client_secret\".";
-        return false;
+        return Failure(Cause::OAuth2Description,
+                       "The OAuth2 description needs \"client_id\" and \"client_secret\".");
     }
     appendField(request.form, "grant_type", kGrantType);
     for (const JsonMember& member : *members) {
         if (member.name == "token_endpoint" || member.name == "grant_type") continue;
         if (!isScalar(member)) {
-            fault = "The OAuth2 description's \"" + shown(member.name) + "\" is not a text.";
-            return false;
+            return Failure(Cause::OAuth2Description, "The OAuth2 description's \"" +
+                                                         shown(member.name) + "\" is not a text.");
         }
         appendField(request.form, member.name, member.text());
     }
-    return true;
+    return {};
 }
 
 SecureBuffer oauth2HttpRequest(const OAuth2Request& request) {
@@ -188,30 +188,29 @@ SecureBuffer oauth2HttpRequest(const OAuth2Request& request) {
     return out;
 }
 
-bool readOAuth2Token(const HttpReply& reply, OAuth2Token& token, std::string& fault) {
+Failure readOAuth2Token(const HttpReply& reply, OAuth2Token& token) {
     const std::string_view body(reinterpret_cast<const char*>(reply.body.data()),
                                 reply.body.size());
     const auto members = readJsonObject(body);
     if (reply.status != 200) {
         const std::string account = members ? errorAccount(*members) : std::string();
         const bool isRedirect = reply.status >= 300 && reply.status < 400;
-        fault = "The token endpoint answered " + std::to_string(reply.status) +
-                (account.empty() ? "" : " " + account) + ".";
-        if (isRedirect) fault += " Redirects are not followed: give the final URL.";
-        return false;
+        return Failure(Cause::OAuth2Answer,
+                       "The token endpoint answered " + std::to_string(reply.status) +
+                           (account.empty() ? "" : " " + account) + "." +
+                           (isRedirect ? " Redirects are not followed: give the final URL." : ""));
     }
     if (!members || textOf(*members, "access_token").empty()) {
-        fault = "The token endpoint's answer holds no access token.";
-        return false;
+        return Failure(Cause::OAuth2Answer, "The token endpoint's answer holds no access token.");
     }
     const std::string_view type = textOf(*members, "token_type");
     if (!type.empty() && !equalsIgnoreCase(type, "bearer")) {
-        fault = "The token endpoint gave a token of the type " + shown(type) + ", not Bearer.";
-        return false;
+        return Failure(Cause::OAuth2Answer, "The token endpoint gave a token of the type " +
+                                                shown(type) + ", not Bearer.");
     }
     token.accessToken.append(textOf(*members, "access_token"));
     token.lifetimeSeconds = lifetimeOf(*members);
-    return true;
+    return {};
 }
 
 }  // namespace tv

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/Failure.h"
 #include "base/SecureBuffer.h"
 #include "mail/oauth2/HttpReply.h"
 
@@ -31,15 +32,15 @@ struct OAuth2Token {
 bool isOAuth2Description(std::string_view text);
 
 // A JSON object with "token_endpoint" (a URL), "client_id" and "client_secret"; "scope" and any
-// other text, number or boolean go into the request as they are. On failure fault says in a
-// sentence what to change.
-bool readOAuth2Description(std::string_view json, OAuth2Request& request, std::string& fault);
+// other text, number or boolean go into the request as they are. A failure says in a sentence what
+// to change.
+Failure readOAuth2Description(std::string_view json, OAuth2Request& request);
 
 // The whole HTTP request, which holds the secret.
 SecureBuffer oauth2HttpRequest(const OAuth2Request& request);
 
-// The token of the answer (RFC 6749, section 5). On failure fault says why in a sentence, with the
+// The token of the answer (RFC 6749, section 5). A failure says why in a sentence, with the
 // server's own account of an error.
-bool readOAuth2Token(const HttpReply& reply, OAuth2Token& token, std::string& fault);
+Failure readOAuth2Token(const HttpReply& reply, OAuth2Token& token);
 
 }  // namespace tv

@@ -3,13 +3,13 @@
 
 namespace tv {
 
-SaslResult SaslMechanism::bareCommand(SaslTurn& turn, std::string_view replyName,
-                                      std::string_view refusal) {
+Failure SaslMechanism::bareCommand(SaslTurn& turn, std::string_view replyName,
+                                   std::string_view refusal) {
     turn.secret = false;
     turn.wanted = SaslWanted::Challenge;
     turn.replyName = replyName;
     turn.refusal = refusal;
-    return SaslResult::Send;
+    return {};
 }
 
 std::string_view saslText(const SecureBuffer& buffer) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/Failure.h"
 #include "base/SecureBuffer.h"
 #include "log/LogBase.h"
 
@@ -31,13 +32,6 @@ struct SaslTurn {
     std::string_view success;
 };
 
-enum class SaslResult : uint8_t {
-    Send,           // the turn is ready
-    NoCredentials,  // something needed is missing or cannot be sent
-    Unavailable,    // this system does not have the mechanism
-    Failed,         // the challenge cannot be answered; the reason is in the log
-};
-
 class SaslMechanism {
 public:
     struct Names {
@@ -53,17 +47,19 @@ public:
     SaslMechanism& operator=(const SaslMechanism&) = delete;
 
     const Names& names() const { return names_; }
-    // The turn of the AUTH command; its text is the initial response, where there is one.
-    virtual SaslResult begin(LogBase& log, SaslTurn& turn) = 0;
+    // The turn of the AUTH command; its text is the initial response, where there is one. Fails
+    // with NoCredentials where something needed is missing or cannot be sent, with
+    // MechanismUnavailable where another mechanism may serve.
+    virtual Failure begin(LogBase& log, SaslTurn& turn) = 0;
     // The answer to a challenge, given as the server wrote it.
-    virtual SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) = 0;
+    virtual Failure respond(LogBase& log, std::string_view challenge, SaslTurn& turn) = 0;
     // What helps a reader of the log once the answer to the last turn was not what was wanted.
     virtual void explainRefusal(LogBase&, std::string_view /*log*/) {}
 
 protected:
     // The turn that every mechanism without an initial response begins with.
-    static SaslResult bareCommand(SaslTurn& turn, std::string_view replyName,
-                                  std::string_view refusal);
+    static Failure bareCommand(SaslTurn& turn, std::string_view replyName,
+                               std::string_view refusal);
 
 private:
     const Names names_;

@@ -18,18 +18,18 @@ SaslCramMd5::SaslCramMd5(std::string user, SecureBuffer password)
       user_(std::move(user)),
       password_(std::move(password)) {}
 
-SaslResult SaslCramMd5::begin(LogBase&, SaslTurn& turn) {
+Failure SaslCramMd5::begin(LogBase&, SaslTurn& turn) {
     if (user_.empty() || password_.empty() || !saslSendable(user_)) {
-        return SaslResult::NoCredentials;
+        return Failure(Cause::NoCredentials);
     }
     return bareCommand(turn, "AUTH CRAM-MD5", "AUTH CRAM-MD5 failed");
 }
 
-SaslResult SaslCramMd5::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
+Failure SaslCramMd5::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
     const auto bytes = base64Decode(challenge, kMaxChallenge, Base64Spaces::Skipped);
     if (!bytes) {
         log.logError("The challenge of the server is no base64 text.");
-        return SaslResult::Failed;
+        return Failure(Cause::ChallengeUnanswerable);
     }
     const auto mac = crypto::Hmac::of(crypto::HashId::kMd5, password_.bytes(), *bytes);
     std::string digits = hexLower(mac);
@@ -43,7 +43,7 @@ SaslResult SaslCramMd5::respond(LogBase& log, std::string_view challenge, SaslTu
     turn.wanted = SaslWanted::Success;
     turn.replyName = "AUTH CRAM-MD5";
     turn.sendFailure = "Failed to send CRAM-MD5 response";
-    return SaslResult::Send;
+    return {};
 }
 
 }  // namespace tv

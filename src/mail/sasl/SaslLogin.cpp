@@ -27,12 +27,12 @@ SaslLogin::SaslLogin(std::string user, SecureBuffer password, std::string smtpHo
       password_(std::move(password)),
       smtpHost_(std::move(smtpHost)) {}
 
-SaslResult SaslLogin::begin(LogBase& log, SaslTurn& turn) {
+Failure SaslLogin::begin(LogBase& log, SaslTurn& turn) {
     if (user_.empty() || password_.empty()) {
         log.logError("Username and/or password is empty");
-        return SaslResult::NoCredentials;
+        return Failure(Cause::NoCredentials);
     }
-    if (!saslSendable(user_)) return SaslResult::NoCredentials;
+    if (!saslSendable(user_)) return Failure(Cause::NoCredentials);
     if (log.hasOption("ShowPasswordInLastErrorText")) {
         log.logData("login", user_);
         log.logData("password", saslText(password_));
@@ -41,7 +41,7 @@ SaslResult SaslLogin::begin(LogBase& log, SaslTurn& turn) {
 }
 
 // The server's two questions are asked in many languages: only their order counts.
-SaslResult SaslLogin::respond(LogBase&, std::string_view, SaslTurn& turn) {
+Failure SaslLogin::respond(LogBase&, std::string_view, SaslTurn& turn) {
     if (step_ == Step::Command) {
         step_ = Step::User;
         turn.text.append(std::string_view(base64Encode(user_)));
@@ -49,14 +49,14 @@ SaslResult SaslLogin::respond(LogBase&, std::string_view, SaslTurn& turn) {
         turn.wanted = SaslWanted::ChallengeOrSuccess;
         turn.replyName = "AUTH LOGIN username";
         turn.refusal = "SMTP authentication failed after sending username.";
-        return SaslResult::Send;
+        return {};
     }
     step_ = Step::Password;
     turn.text = base64EncodeSecret(password_.bytes());
     turn.wanted = SaslWanted::Success;
     turn.replyName = "AUTH LOGIN password";
     turn.refusal = "SMTP authentication failed after sending password.";
-    return SaslResult::Send;
+    return {};
 }
 
 void SaslLogin::explainRefusal(LogBase& log, std::string_view) {

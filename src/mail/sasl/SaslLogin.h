@@ -11,8 +11,8 @@ class SaslLogin final : public SaslMechanism {
 public:
     SaslLogin(std::string user, SecureBuffer password, std::string smtpHost);
 
-    SaslResult begin(LogBase& log, SaslTurn& turn) override;
-    SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
+    Failure begin(LogBase& log, SaslTurn& turn) override;
+    Failure respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
     void explainRefusal(LogBase& log, std::string_view reply) override;
 
 private:

@@ -12,18 +12,18 @@ SaslNtlm::SaslNtlm(const XString& user, const XString& password, const XString& 
       password_(password),
       domain_(domain) {}
 
-SaslResult SaslNtlm::begin(LogBase&, SaslTurn& turn) {
+Failure SaslNtlm::begin(LogBase&, SaslTurn& turn) {
     if (user_.empty() || password_.empty() || !saslSendable(user_.utf8())) {
-        return SaslResult::NoCredentials;
+        return Failure(Cause::NoCredentials);
     }
     return bareCommand(turn, "AUTH NTLM", "AUTH NTLM failed");
 }
 
-SaslResult SaslNtlm::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
+Failure SaslNtlm::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
     return step_ == Step::Command ? sendType1(log, turn) : sendType3(log, challenge, turn);
 }
 
-SaslResult SaslNtlm::sendType1(LogBase& log, SaslTurn& turn) {
+Failure SaslNtlm::sendType1(LogBase& log, SaslTurn& turn) {
     step_ = Step::Type1;
     log.logInfo("Using Tolvane NTLM...");
     const XString computer(plat::sysHost().computerName());
@@ -38,25 +38,25 @@ SaslResult SaslNtlm::sendType1(LogBase& log, SaslTurn& turn) {
     log.logDataLong("smtpAuth.ntlmVersion", defaultNtlmVersion());
     log.logDataX("smtpAuth.computerName", computer);
     std::string message;
-    if (!ntlm_.genType1(log, message)) return SaslResult::Failed;
+    if (!ntlm_.genType1(log, message)) return Failure(Cause::ChallengeUnanswerable);
     turn.text.append(std::string_view(message));
     turn.secret = false;
     turn.wanted = SaslWanted::Challenge;
     turn.replyName = "NTLM TYPE1";
     turn.sendFailure = "Failed to send NTLM TYPE1 message to SMTP server.";
     turn.refusal = "Failed to get NTLM successful TYPE1 response from SMTP server.";
-    return SaslResult::Send;
+    return {};
 }
 
-SaslResult SaslNtlm::sendType3(LogBase& log, std::string_view challenge, SaslTurn& turn) {
+Failure SaslNtlm::sendType3(LogBase& log, std::string_view challenge, SaslTurn& turn) {
     step_ = Step::Type3;
     log.logData("NtlmChallenge", challenge);
-    if (!ntlm_.genType3(log, challenge, turn.text)) return SaslResult::Failed;
+    if (!ntlm_.genType3(log, challenge, turn.text)) return Failure(Cause::ChallengeUnanswerable);
     turn.wanted = SaslWanted::Success235;
     turn.replyName = "NTLM TYPE3";
     turn.success = "NTLM authentication succeeded.";
     turn.sendFailure = "Failed to send NTLM TYPE3 message to SMTP server.";
-    return SaslResult::Send;
+    return {};
 }
 
 void SaslNtlm::explainRefusal(LogBase& log, std::string_view reply) {

@@ -11,15 +11,15 @@ class SaslNtlm final : public SaslMechanism {
 public:
     SaslNtlm(const XString& user, const XString& password, const XString& domain);
 
-    SaslResult begin(LogBase& log, SaslTurn& turn) override;
-    SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
+    Failure begin(LogBase& log, SaslTurn& turn) override;
+    Failure respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
     void explainRefusal(LogBase& log, std::string_view reply) override;
 
 private:
     enum class Step : uint8_t { Command, Type1, Type3 };
 
-    SaslResult sendType1(LogBase& log, SaslTurn& turn);
-    SaslResult sendType3(LogBase& log, std::string_view challenge, SaslTurn& turn);
+    Failure sendType1(LogBase& log, SaslTurn& turn);
+    Failure sendType3(LogBase& log, std::string_view challenge, SaslTurn& turn);
 
     XString user_;
     XString password_;

@@ -35,17 +35,17 @@ SaslPackage::SaslPackage(Package package, const XString& user, const XString& pa
       domain_(domain),
       smtpHost_(smtpHost) {}
 
-SaslResult SaslPackage::begin(LogBase& log, SaslTurn& turn) {
-    if (user_.empty() || password_.empty()) return SaslResult::NoCredentials;
+Failure SaslPackage::begin(LogBase& log, SaslTurn& turn) {
+    if (user_.empty() || password_.empty()) return Failure(Cause::NoCredentials);
     if (package_ == Package::Ntlm) return bareCommand(turn, "AUTH NTLM", "AUTH NTLM failed");
-    if (!openPackage(log)) return SaslResult::Unavailable;
+    if (!openPackage(log)) return Failure(Cause::MechanismUnavailable);
     return bareCommand(turn, "AUTH MSN", "AUTH MSN failed");
 }
 
-SaslResult SaslPackage::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
+Failure SaslPackage::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
     if (!exchange_) {
         log.logInfo("Using Microsoft SSPI NTLM.");
-        if (!openPackage(log)) return SaslResult::Unavailable;
+        if (!openPackage(log)) return Failure(Cause::MechanismUnavailable);
     }
     const LogContextExitor context(log, "sspiAuthenticate");
     if (!tokenSent_) {
@@ -55,7 +55,7 @@ SaslResult SaslPackage::respond(LogBase& log, std::string_view challenge, SaslTu
     const auto bytes = base64Decode(challenge, kMaxToken, Base64Spaces::Skipped);
     if (!bytes) {
         log.logError("The challenge of the server is no base64 text.");
-        return SaslResult::Failed;
+        return Failure(Cause::ChallengeUnanswerable);
     }
     return nextToken(log, *bytes, turn);
 }
@@ -80,8 +80,7 @@ bool SaslPackage::openPackage(LogBase& log) {
     return true;
 }
 
-SaslResult SaslPackage::nextToken(LogBase& log, std::span<const uint8_t> challenge,
-                                  SaslTurn& turn) {
+Failure SaslPackage::nextToken(LogBase& log, std::span<const uint8_t> challenge, SaslTurn& turn) {
     using State = plat::SecurityExchange::State;
     std::vector<uint8_t> token;
     std::string error;
@@ -89,7 +88,7 @@ SaslResult SaslPackage::nextToken(LogBase& log, std::span<const uint8_t> challen
     if (state == State::Failed) {
         log.logError("The security package of the system cannot answer.");
         log.logData("securityPackage", error);
-        return SaslResult::Failed;
+        return Failure(Cause::ChallengeUnanswerable);
     }
     turn.text = base64EncodeSecret(token);
     plat::wipe(token.data(), token.size());
@@ -102,7 +101,7 @@ SaslResult SaslPackage::nextToken(LogBase& log, std::span<const uint8_t> challen
                             : "exchangePackage: failed to send package on socket";
     turn.refusal = last ? "Logon denied.  Check username, password, and domain"
                         : "exchangePackage: failed to get success response";
-    return SaslResult::Send;
+    return {};
 }
 
 }  // namespace tv

@@ -17,12 +17,12 @@ public:
     SaslPackage(Package package, const XString& user, const XString& password,
                 const XString& domain, const XString& smtpHost);
 
-    SaslResult begin(LogBase& log, SaslTurn& turn) override;
-    SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
+    Failure begin(LogBase& log, SaslTurn& turn) override;
+    Failure respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
 
 private:
     bool openPackage(LogBase& log);
-    SaslResult nextToken(LogBase& log, std::span<const uint8_t> challenge, SaslTurn& turn);
+    Failure nextToken(LogBase& log, std::span<const uint8_t> challenge, SaslTurn& turn);
 
     Package package_;
     XString user_;

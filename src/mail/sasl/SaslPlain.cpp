@@ -10,10 +10,10 @@ SaslPlain::SaslPlain(std::string user, SecureBuffer password)
       user_(std::move(user)),
       password_(std::move(password)) {}
 
-SaslResult SaslPlain::begin(LogBase&, SaslTurn& turn) {
+Failure SaslPlain::begin(LogBase&, SaslTurn& turn) {
     const bool nulInside = saslText(password_).find('\0') != std::string_view::npos;
     if (user_.empty() || password_.empty() || !saslSendable(user_) || nulInside) {
-        return SaslResult::NoCredentials;
+        return Failure(Cause::NoCredentials);
     }
     SecureBuffer message;
     message.reserve(2 * user_.size() + 2 + password_.size());
@@ -26,11 +26,11 @@ SaslResult SaslPlain::begin(LogBase&, SaslTurn& turn) {
     turn.wanted = SaslWanted::Success;
     turn.replyName = "AUTH PLAIN";
     turn.sendFailure = "Failed to send AUTH PLAIN to SMTP server.";
-    return SaslResult::Send;
+    return {};
 }
 
-SaslResult SaslPlain::respond(LogBase&, std::string_view, SaslTurn&) {
-    return SaslResult::Failed;  // nothing is left to say
+Failure SaslPlain::respond(LogBase&, std::string_view, SaslTurn&) {
+    return Failure(Cause::ChallengeUnanswerable);  // nothing is left to say
 }
 
 }  // namespace tv

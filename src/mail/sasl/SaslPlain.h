@@ -11,8 +11,8 @@ class SaslPlain final : public SaslMechanism {
 public:
     SaslPlain(std::string user, SecureBuffer password);
 
-    SaslResult begin(LogBase& log, SaslTurn& turn) override;
-    SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
+    Failure begin(LogBase& log, SaslTurn& turn) override;
+    Failure respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
 
 private:
     std::string user_;

@@ -22,17 +22,17 @@ SaslXoauth2::SaslXoauth2(std::string user, SecureBuffer token, TokenSource sourc
       token_(std::move(token)),
       source_(std::move(source)) {}
 
-SaslResult SaslXoauth2::begin(LogBase& log, SaslTurn& turn) {
+Failure SaslXoauth2::begin(LogBase& log, SaslTurn& turn) {
     if (user_.empty() || token_.empty()) {
         log.logError("Username and/or access token is empty");
-        return SaslResult::NoCredentials;
+        return Failure(Cause::NoCredentials);
     }
-    if (source_ && !source_(token_)) {
+    if (Failure failure = source_ ? source_(token_) : Failure()) {
         log.logError("Failed to get SMTP OAuth2 access token by client credentials.");
-        return SaslResult::Failed;
+        return failure;
     }
     const std::string_view token = saslText(token_);
-    if (!sendable(user_) || !sendable(token)) return SaslResult::NoCredentials;
+    if (!sendable(user_) || !sendable(token)) return Failure(Cause::NoCredentials);
     log.logData("username", user_);
     SecureBuffer message;
     message.reserve(user_.size() + token.size() + 32);
@@ -46,11 +46,11 @@ SaslResult SaslXoauth2::begin(LogBase& log, SaslTurn& turn) {
     turn.wanted = SaslWanted::SuccessOrError;
     turn.replyName = "AUTH XOAUTH2";
     turn.sendFailure = "Failed to send AUTH XOAUTH2 to SMTP server.";
-    return SaslResult::Send;
+    return {};
 }
 
 // The refusal itself follows once the error was acknowledged with an empty line.
-SaslResult SaslXoauth2::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
+Failure SaslXoauth2::respond(LogBase& log, std::string_view challenge, SaslTurn& turn) {
     const auto error = base64Decode(challenge, kMaxErrorText, Base64Spaces::Skipped);
     if (error) {
         const std::string text(error->begin(), error->end());
@@ -59,7 +59,7 @@ SaslResult SaslXoauth2::respond(LogBase& log, std::string_view challenge, SaslTu
     turn.secret = false;
     turn.wanted = SaslWanted::Success;
     turn.replyName = "AUTH XOAUTH2";
-    return SaslResult::Send;
+    return {};
 }
 
 }  // namespace tv

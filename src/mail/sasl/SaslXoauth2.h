@@ -11,14 +11,14 @@ namespace tv {
 
 class SaslXoauth2 final : public SaslMechanism {
 public:
-    // Puts the token that a description stands for in its place; the reason of a failure is in the
-    // log. None where the token was given itself.
-    using TokenSource = std::function<bool(SecureBuffer& token)>;
+    // Puts the token that a description stands for in its place. None where the token was given
+    // itself.
+    using TokenSource = std::function<Failure(SecureBuffer& token)>;
 
     SaslXoauth2(std::string user, SecureBuffer token, TokenSource source);
 
-    SaslResult begin(LogBase& log, SaslTurn& turn) override;
-    SaslResult respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
+    Failure begin(LogBase& log, SaslTurn& turn) override;
+    Failure respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
 
 private:
     std::string user_;

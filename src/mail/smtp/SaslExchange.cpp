@@ -4,10 +4,14 @@
 
 #include <algorithm>
 #include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
 
 #include "base/Ascii.h"
 #include "log/LogContextExitor.h"
 #include "mail/smtp/SmtpConnImpl.h"
+#include "mail/smtp/SmtpFailure.h"
 
 namespace tv {
 namespace {
@@ -41,97 +45,86 @@ public:
     SaslExchange(CallContext& call, SaslMechanism& mechanism, SmtpConnImpl& connection)
         : mechanism_(mechanism), connection_(connection), call_(call) {}
 
-    SaslOutcome run() {
+    Failure run() {
         const LogContextExitor context(call_.log, mechanism_.names().context);
-        outcome_.success = converse();
-        const std::string_view failure = mechanism_.names().failure;
-        if (!outcome_.success && !failure.empty()) call_.log.logError(failure);
-        return outcome_;
+        Failure failure = converse();
+        const std::string_view last = mechanism_.names().failure;
+        if (failure && !last.empty()) call_.log.logError(last);
+        return std::move(failure).at(Stage::Login);
     }
 
 private:
-    bool converse();
-    bool isReady(SaslResult result);
-    std::optional<SmtpResponse> sendAndRead(const SaslTurn& turn);
-    bool send(const SaslTurn& turn);
-    void refused(const SaslTurn& turn, const SmtpResponse& reply);
-    void authFailure(const std::string& reason);
+    Failure converse();
+    Failure notReady(Failure failure);
+    Failure sendAndRead(const SaslTurn& turn, SmtpResponse& reply);
+    Failure send(const SaslTurn& turn);
+    Failure refused(const SaslTurn& turn, const SmtpResponse& reply);
+    void noteAuthFailure() { call_.log.logData("smtpAuth.error", statusWord(Cause::AuthFailure)); }
     void cancelIfAsked();
 
     SaslMechanism& mechanism_;
     SmtpConnImpl& connection_;
     CallContext& call_;
-    SaslOutcome outcome_;
     bool commandSent_ = false;
     bool serverWaits_ = false;  // its last reply was a challenge
 };
 
-bool SaslExchange::converse() {
+Failure SaslExchange::converse() {
     call_.log.logDataX("smtpAuth.user", connection_.settings.userName);
     call_.log.logData("smtpAuth.method", mechanism_.names().method);
     std::string challenge;
     for (size_t i = 0; i < kMaxTurns; ++i) {
         SaslTurn turn;
-        const SaslResult result = commandSent_ ? mechanism_.respond(call_.log, challenge, turn)
-                                               : mechanism_.begin(call_.log, turn);
-        if (!isReady(result)) return false;
+        Failure failure = commandSent_ ? mechanism_.respond(call_.log, challenge, turn)
+                                       : mechanism_.begin(call_.log, turn);
+        if (failure) return notReady(std::move(failure));
         std::optional<LogContextExitor> context;
         if (!turn.context.empty()) context.emplace(call_.log, turn.context);
-        const auto reply = sendAndRead(turn);
-        if (!reply) return false;
-        const Verdict verdict = judge(*reply, turn.wanted);
+        SmtpResponse reply;
+        failure = sendAndRead(turn, reply);
+        if (failure) return failure;
+        const Verdict verdict = judge(reply, turn.wanted);
         if (verdict == Verdict::Success) {
             if (!turn.success.empty()) call_.log.logInfo(turn.success);
-            return true;
+            return {};
         }
-        if (verdict == Verdict::Refused) {
-            refused(turn, *reply);
-            return false;
-        }
-        const std::string_view line = trimmed(outcome_.firstReplyLine);
+        if (verdict == Verdict::Refused) return refused(turn, reply);
+        const std::string_view line = trimmed(reply.lines.front());
         challenge = trimmed(line.substr(std::min<size_t>(4, line.size())));
     }
-    authFailure("The server asks for more and more.");
+    Failure failure = fail(call_.log, Cause::AuthFailure, "The server asks for more and more.");
+    noteAuthFailure();
     cancelIfAsked();
-    return false;
+    return failure;
 }
 
-// Otherwise notes the failure and leaves no exchange open.
-bool SaslExchange::isReady(SaslResult result) {
+// The mechanism has nothing to send. No exchange stays open.
+Failure SaslExchange::notReady(Failure failure) {
     const std::string name(mechanism_.names().auth);
-    switch (result) {
-        case SaslResult::Send:
-            return true;
-        case SaslResult::NoCredentials:
-            connection_.fail(call_.log, SmtpStatus::NoCredentials,
-                             "A credential that " + name + " needs is missing or not usable.");
-            break;
-        case SaslResult::Unavailable:
-            outcome_.unavailable = true;
-            break;
-        case SaslResult::Failed:
-            authFailure("The login by " + name + " could not go on.");
-            break;
+    if (failure.is(Cause::NoCredentials)) {
+        failure = fail(call_.log, Cause::NoCredentials,
+                       "A credential that " + name + " needs is missing or not usable.");
+    } else if (!failure.is(Cause::MechanismUnavailable)) {
+        failure = fail(call_.log, Cause::AuthFailure, "The login by " + name + " could not go on.")
+                      .because(failure);
+        noteAuthFailure();
     }
     cancelIfAsked();
-    return false;
+    return failure;
 }
 
-std::optional<SmtpResponse> SaslExchange::sendAndRead(const SaslTurn& turn) {
-    outcome_.firstReplyLine.clear();
+Failure SaslExchange::sendAndRead(const SaslTurn& turn, SmtpResponse& reply) {
     serverWaits_ = false;
-    if (!send(turn)) {
+    if (Failure failure = send(turn)) {
         if (!turn.sendFailure.empty()) call_.log.logError(turn.sendFailure);
-        return std::nullopt;
+        return failure;
     }
-    auto reply = connection_.readSmtpResponse(call_, turn.replyName);
-    if (!reply) return std::nullopt;
-    serverWaits_ = reply->statusCode == kChallengeCode;
-    outcome_.firstReplyLine = reply->lines.front();
-    return reply;
+    Failure failure = connection_.readSmtpResponse(call_, turn.replyName, reply);
+    serverWaits_ = !failure && reply.statusCode == kChallengeCode;
+    return failure;
 }
 
-bool SaslExchange::send(const SaslTurn& turn) {
+Failure SaslExchange::send(const SaslTurn& turn) {
     SecureBuffer line;
     line.reserve(turn.text.size() + 32);
     if (!commandSent_) {
@@ -147,19 +140,16 @@ bool SaslExchange::send(const SaslTurn& turn) {
     return connection_.sendCmdToSmtp(call_, saslText(line), turn.secret);
 }
 
-void SaslExchange::refused(const SaslTurn& turn, const SmtpResponse& reply) {
+Failure SaslExchange::refused(const SaslTurn& turn, const SmtpResponse& reply) {
     if (!turn.refusal.empty()) call_.log.logError(turn.refusal);
     call_.log.logDataLong("smtpAuth.statusCode", reply.statusCode);
-    const std::string answer = connection_.lastReply();
-    authFailure("The server refused the login by " + std::string(mechanism_.names().auth) + ": " +
-                answer);
-    mechanism_.explainRefusal(call_.log, answer);
+    const std::string name(mechanism_.names().auth);
+    Failure failure = smtp::refused(call_.log, Cause::AuthFailure,
+                                    "The server refused the login by " + name + ": ", reply);
+    noteAuthFailure();
+    mechanism_.explainRefusal(call_.log, reply.shownFinalLine());
     cancelIfAsked();
-}
-
-void SaslExchange::authFailure(const std::string& reason) {
-    connection_.fail(call_.log, SmtpStatus::AuthFailure, reason);
-    call_.log.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
+    return failure;
 }
 
 // RFC 4954 section 4: "*" ends an exchange that the server wants to go on with; its refusal of that
@@ -167,14 +157,13 @@ void SaslExchange::authFailure(const std::string& reason) {
 void SaslExchange::cancelIfAsked() {
     if (!serverWaits_) return;
     serverWaits_ = false;
-    if (connection_.sendCmdToSmtp(call_, "*\r\n", false)) {
-        connection_.readSmtpResponse(call_, "*");
-    }
+    SmtpResponse reply;
+    std::ignore = connection_.smtpSendGet2(call_, "*\r\n", reply);
 }
 
 }  // namespace
 
-SaslOutcome runSasl(CallContext& call, SaslMechanism& mechanism, SmtpConnImpl& connection) {
+Failure runSasl(CallContext& call, SaslMechanism& mechanism, SmtpConnImpl& connection) {
     return SaslExchange(call, mechanism, connection).run();
 }
 

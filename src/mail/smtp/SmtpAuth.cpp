@@ -16,6 +16,7 @@
 #include "mail/sasl/SaslXoauth2.h"
 #include "mail/smtp/SaslExchange.h"
 #include "mail/smtp/SmtpConnImpl.h"
+#include "mail/smtp/SmtpFailure.h"
 #include "platform/SysWipe.h"
 
 namespace tv {
@@ -162,15 +163,15 @@ public:
     LoginAttempt(CallContext& call, SmtpConnImpl& connection, const Login& login)
         : connection_(connection), login_(login), call_(call) {}
 
-    bool run(AuthMechanism mechanism);
+    Failure run(AuthMechanism mechanism);
 
 private:
     std::unique_ptr<SaslMechanism> make(AuthMechanism mechanism) const;
     std::unique_ptr<SaslMechanism> makeNtlm() const;
     SaslXoauth2::TokenSource tokenSource() const;
-    bool mayRetryOverTls(const SaslOutcome& outcome) const;
-    bool mayRetryWithNewToken(const SaslOutcome& outcome) const;
-    bool loginInstead(AuthMechanism mechanism);
+    bool mayRetryOverTls(const Failure& failure) const;
+    bool mayRetryWithNewToken(const Failure& failure) const;
+    Failure loginInstead(AuthMechanism mechanism);
     std::string userBytes() const;
     SecureBuffer secretBytes(const XString& secret) const;
     bool asAnsi() const { return call_.log.hasOption("SmtpLoginAnsi"); }
@@ -180,43 +181,43 @@ private:
     CallContext& call_;
 };
 
-bool LoginAttempt::run(AuthMechanism mechanism) {
+Failure LoginAttempt::run(AuthMechanism mechanism) {
     const MechanismTexts texts = textsOf(mechanism);
     const std::unique_ptr<SaslMechanism> sasl = make(mechanism);
     if (!sasl) {
-        connection_.fail(call_.log, SmtpStatus::AuthFailure, std::string(texts.refusal));
-        call_.log.logData("smtpAuth.error", statusWord(SmtpStatus::AuthFailure));
-        return false;
+        Failure failure = fail(call_.log, Cause::AuthFailure, std::string(texts.refusal));
+        call_.log.logData("smtpAuth.error", statusWord(Cause::AuthFailure));
+        return failure;
     }
-    SaslOutcome outcome = runSasl(call_, *sasl, connection_);
-    if (!outcome.success && texts.retriedOverTls && mayRetryOverTls(outcome) &&
-        connection_.upgradeForLogin(call_)) {
-        connection_.outcome().clear();
-        outcome = runSasl(call_, *make(mechanism), connection_);
+    Failure failure = runSasl(call_, *sasl, connection_);
+    if (texts.retriedOverTls && mayRetryOverTls(failure)) {
+        // Where there is no TLS to be had, the server's refusal stays what is told.
+        const Failure noTls = connection_.upgradeForLogin(call_);
+        if (!noTls) failure = runSasl(call_, *make(mechanism), connection_);
     }
-    if (!outcome.success && mechanism == AuthMechanism::Xoauth2 && mayRetryWithNewToken(outcome)) {
+    if (mechanism == AuthMechanism::Xoauth2 && mayRetryWithNewToken(failure)) {
         call_.log.logInfo("The kept access token was refused: one more try with a new one.");
-        connection_.outcome().clear();
-        outcome = runSasl(call_, *make(mechanism), connection_);
-        if (!outcome.success) connection_.oauth2TokenRefused();
+        failure = runSasl(call_, *make(mechanism), connection_);
+        if (failure) connection_.oauth2TokenRefused();
     }
-    if (outcome.success) return true;
-    if (outcome.unavailable) return loginInstead(mechanism);
-    call_.log.logError(texts.refusal);
-    return false;
+    if (failure.is(Cause::MechanismUnavailable)) return loginInstead(mechanism);
+    if (failure) call_.log.logError(texts.refusal);
+    return failure;
 }
 
-bool LoginAttempt::mayRetryOverTls(const SaslOutcome& outcome) const {
+bool LoginAttempt::mayRetryOverTls(const Failure& failure) const {
+    const std::string_view reply = failure.reply();
+    const std::string_view firstLine = reply.substr(0, reply.find('\n'));
     return connection_.isConnected() && !connection_.isTls() && !connection_.settings.startTls &&
-           findIgnoreCase(outcome.firstReplyLine, "STARTTLS") != std::string_view::npos;
+           findIgnoreCase(firstLine, "STARTTLS") != std::string_view::npos;
 }
 
-bool LoginAttempt::mayRetryWithNewToken(const SaslOutcome& outcome) const {
-    return !outcome.firstReplyLine.empty() && connection_.oauth2TokenRefused() &&
+bool LoginAttempt::mayRetryWithNewToken(const Failure& failure) const {
+    return failure.replyCode() != 0 && connection_.oauth2TokenRefused() &&
            connection_.isConnected();
 }
 
-bool LoginAttempt::loginInstead(AuthMechanism mechanism) {
+Failure LoginAttempt::loginInstead(AuthMechanism mechanism) {
     call_.log.logData("alt_login_method", "LOGIN");
     if (mechanism == AuthMechanism::Msn) call_.log.logInfo("auth_login_3");
     return run(AuthMechanism::Login);
@@ -281,13 +282,11 @@ SecureBuffer LoginAttempt::secretBytes(const XString& secret) const {
 
 }  // namespace
 
-bool smtpAuthenticate(CallContext& call, SmtpConnImpl& connection) {
+Failure smtpAuthenticate(CallContext& call, SmtpConnImpl& connection) {
     const LogContextExitor context(call.log, "smtpAuthenticate");
     if (!connection.isConnected()) {
-        connection.fail(call.log, SmtpStatus::ConnectionLost, "Not connected.");
-        return false;
+        return fail(call.log, Cause::ConnectionLost, "Not connected.").at(Stage::Login);
     }
-    connection.clearLastReply();
     Login login = loginOf(call.log, connection);
     logServerAndUser(call.log, connection.settings, login);
     if (login.method != "NONE" && login.user.equalsIgnoreCase("default") &&
@@ -299,7 +298,7 @@ bool smtpAuthenticate(CallContext& call, SmtpConnImpl& connection) {
         call.log.logInfo("Not authenticating because SmtpAuthMethod is NONE");
         call.log.logData("smtpAuth.method", "none");
         noteNoLogin(call.log, connection, login);
-        return true;
+        return {};
     }
     AuthMechanisms offered = smtp::restrictedTo(login.method, connection.capabilities().auth);
     if (!offered.any() && login.havePassword()) noteUnlistedMechanisms(call.log, offered);
@@ -309,7 +308,7 @@ bool smtpAuthenticate(CallContext& call, SmtpConnImpl& connection) {
     if (name.empty()) noteNoLogin(call.log, connection, login);
     if (mechanism == AuthMechanism::None) {
         call.log.logData("login_method", "NONE or already authenticated");
-        return true;
+        return {};
     }
     if (!name.empty()) call.log.logData("login_method", name);
     if (!name.empty() && !connection.isTls()) {

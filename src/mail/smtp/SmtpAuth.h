@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "log/LogBase.h"
+#include "base/Failure.h"
 #include "mail/smtp/SmtpCapabilities.h"
 #include "net/stream/CallContext.h"
 
@@ -34,6 +34,6 @@ AuthMechanism chooseMechanism(const AuthMechanisms& offered, bool havePassword, 
 
 // Logs in over a greeted connection, or finds that there is nothing to log in with, which is no
 // failure. A refused login leaves the connection open.
-bool smtpAuthenticate(CallContext& call, SmtpConnImpl& connection);
+Failure smtpAuthenticate(CallContext& call, SmtpConnImpl& connection);
 
 }  // namespace tv

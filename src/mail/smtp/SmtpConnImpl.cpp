@@ -3,15 +3,16 @@
 #include "mail/smtp/SmtpConnImpl.h"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 #include "base/Ascii.h"
-#include "base/CodePage.h"
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
 #include "mail/oauth2/OAuth2ClientCredentials.h"
 #include "mail/smtp/ReplyHints.h"
 #include "mail/smtp/SmtpCommand.h"
+#include "mail/smtp/SmtpFailure.h"
 #include "net/stream/SChannelTolvane.h"
 #include "net/stream/TotalTimeout.h"
 #include "platform/SysClock.h"
@@ -29,11 +30,6 @@ constexpr uint64_t kSendLimitMs = 300000;
 constexpr size_t kSendLimitBytes = 65536;
 constexpr uint32_t kLastWordsMs = 1000;
 constexpr std::string_view kSecret = "{PasswordOrCredentials}";
-
-// Servers answer in any encoding; the log and the transcript are UTF-8.
-std::string readable(std::string_view line) {
-    return isValidUtf8(line) ? std::string(line) : std::string(XString::fromAnsi(line).utf8());
-}
 
 // How failures name a command and what is expected after it.
 std::string stepName(std::string_view command) {
@@ -75,58 +71,53 @@ SmtpConnImpl::~SmtpConnImpl() {
     }
 }
 
-bool SmtpConnImpl::sendCmdToSmtp(CallContext& call, std::string_view command, bool secret) {
-    return queueCommand(call.log, command, secret) && sendQueued(call);
+Failure SmtpConnImpl::sendCmdToSmtp(CallContext& call, std::string_view command, bool secret) {
+    Failure failure = queueCommand(call.log, command, secret);
+    return failure ? std::move(failure) : sendQueued(call);
 }
 
-bool SmtpConnImpl::queueCommand(LogBase& log, std::string_view command, bool secret) {
+Failure SmtpConnImpl::queueCommand(LogBase& log, std::string_view command, bool secret) {
     lastSent_ = Sent::Nothing;
     if (!socket_) return noConnection(log, secret ? kSecret : command);
     if (!queuedBytes_.append(command)) {
-        fail(log, SmtpStatus::Failed, "No memory for a command.");
-        return false;
+        return fail(log, Cause::OutOfMemory, "No memory for a command.");
     }
     const std::string shown = secret ? std::string(kSecret) : smtp::shownCommand(readable(command));
     sessionLog_.addCommand(shown);
     queue_.push_back({shown, stepName(secret ? kSecret : command)});
     queuedSecret_ = queuedSecret_ || secret;
-    return true;
+    return {};
 }
 
-bool SmtpConnImpl::sendQueued(CallContext& call) {
+Failure SmtpConnImpl::sendQueued(CallContext& call) {
     const LogContextExitor context(call.log, "sendCmdToSmtp");
     const std::vector<QueuedCommand> commands = std::exchange(queue_, {});
-    if (commands.empty()) return true;
+    if (commands.empty()) return {};
     if (!socket_) return noConnection(call.log, commands.front().name);
-    ioFailure_ = IoFailure::None;
-    lastReplyCode_ = 0;
-    Failure failure = sendBytes(call, queuedBytes_.bytes());
-    const bool sent = !failure;
-    lastSent_ = sent ? Sent::All : failure.anySent() ? Sent::Part : Sent::Nothing;
+    const Failure failure = sendBytes(call, queuedBytes_.bytes());
+    lastSent_ = !failure ? Sent::All : failure.anySent() ? Sent::Part : Sent::Nothing;
     if (std::exchange(queuedSecret_, false)) plat::wipe(queuedBytes_.data(), queuedBytes_.size());
     queuedBytes_.clear();
-    if (sent && call.mustStop()) {
+    if (!failure && call.mustStop()) {
         call.log.logError("Aborted by application callback.");
-        failIo(call, Failure(Cause::Aborted), "after " + commands.back().name + " was sent");
-        return false;
+        return failIo(call, Failure(Cause::Aborted), "after " + commands.back().name + " was sent");
     }
     for (const QueuedCommand& command : commands) {
-        const std::string_view event = sent ? "SmtpCmdSent" : "SmtpCmdSendFailed";
+        const std::string_view event = failure ? "SmtpCmdSendFailed" : "SmtpCmdSent";
         if (call.monitor) call.monitor->textEvent(event, command.shown);
         call.log.logData(event, command.shown);
     }
-    if (sent) return true;
-    const bool refused = heardLastWords(call, failure) && lastReplyCode_ >= 400;
-    failIo(call, failure, "while sending " + commands.front().name);
-    if (refused) outcome_.addToReason("The server's last words: " + lastReply_);
-    return false;
+    if (!failure) return {};
+    const std::optional<SmtpResponse> words = lastWords(call, failure);
+    Failure lost = failIo(call, failure, "while sending " + commands.front().name);
+    if (!words || words->statusCode < 400) return lost;
+    lost.addSentence("The server's last words: " + words->shownFinalLine());
+    return std::move(lost).withReply(words->statusCode, words->shownLines());
 }
 
-std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(CallContext& call,
-                                                           std::string_view command) {
+Failure SmtpConnImpl::readSmtpResponse(CallContext& call, std::string_view command,
+                                       SmtpResponse& reply) {
     const LogContextExitor context(call.log, "readSmtpResponse");
-    lastReplyCode_ = 0;
-    ioFailure_ = IoFailure::None;
     const TotalTimeout limit(call, command == "." ? kFinalReplyLimitMs : kReplyLimitMs,
                              settings.idleTimeoutMs);
     SmtpReplyReader reader(command);
@@ -134,35 +125,36 @@ std::optional<SmtpResponse> SmtpConnImpl::readSmtpResponse(CallContext& call,
     while (socket_) {
         line.clear();
         const bool isFirst = reader.reply().lines.empty();
-        if (!receiveLine(call, command, isFirst, line)) return std::nullopt;
+        if (Failure failure = receiveLine(call, command, isFirst, line)) return failure;
         noteReplyLine(call, line.text());
         const ReplyState state = reader.addLine(line.text());
-        if (state == ReplyState::Complete) return acceptReply(call.log, reader.reply());
+        if (state == ReplyState::Complete) {
+            reply = std::move(reader.reply());
+            acceptReply(call.log, reply);
+            return {};
+        }
         if (state != ReplyState::NeedMore) {
-            badReply(call, command, faultOf(state), line.text());
-            return std::nullopt;
+            return badReply(call, command, faultOf(state), line.text());
         }
     }
-    noConnection(call.log, awaited(command));
-    return std::nullopt;
+    return noConnection(call.log, awaited(command));
 }
 
-bool SmtpConnImpl::receiveLine(CallContext& call, std::string_view command, bool isFirst,
-                               DataBuffer& line) {
+Failure SmtpConnImpl::receiveLine(CallContext& call, std::string_view command, bool isFirst,
+                                  DataBuffer& line) {
     constexpr std::string_view kLineEnd = "\r\n";
     const size_t limit = kMaxReplyLine + kLineEnd.size();
     const Failure failure =
         socket_->receiveUntilMatch(call, line, kLineEnd, limit, settings.idleTimeoutMs);
-    if (!failure) return true;
+    if (!failure) return {};
     if (failure.is(Cause::LineTooLong)) {
-        badReply(call, command, "has a line of more than 64 KiB", line.text().substr(0, 200));
-    } else {
-        const std::string begun = unfinishedLine(call);
-        const bool silent = command == "greeting" && isFirst && begun.empty();
-        failIo(call, failure, "while waiting for " + awaited(command) + begun,
-               silent ? adviceForSilence() : std::string());
+        return badReply(call, command, "has a line of more than 64 KiB",
+                        line.text().substr(0, 200));
     }
-    return false;
+    const std::string begun = unfinishedLine(call);
+    const bool silent = command == "greeting" && isFirst && begun.empty();
+    return failIo(call, failure, "while waiting for " + awaited(command) + begun,
+                  silent ? adviceForSilence() : std::string());
 }
 
 // A server of TLS waits for the client's first word, as a server without waits for nobody.
@@ -191,58 +183,51 @@ void SmtpConnImpl::noteReplyLine(CallContext& call, std::string_view line) {
     smtp::logLineHint(call.log, line);
 }
 
-void SmtpConnImpl::badReply(CallContext& call, std::string_view command, std::string_view fault,
-                            std::string_view line) {
+Failure SmtpConnImpl::badReply(CallContext& call, std::string_view command, std::string_view fault,
+                               std::string_view line) {
     if (fault == kNoReply) call.log.logError("Unrecognized response from SMTP server");
     call.log.logData("responseLine", readable(trimmed(line)));
     std::string reason = awaited(command) + " " + std::string(fault) + ".";
     reason[0] = asciiUpper(reason[0]);
-    fail(call.log, SmtpStatus::Failed, reason);
+    Failure failure = fail(call.log, Cause::BadReply, std::move(reason));
     closeSmtpConnection(call);
-    ioFailure_ = IoFailure::BadReply;
+    return failure;
 }
 
-std::optional<SmtpResponse> SmtpConnImpl::acceptReply(LogBase& log, SmtpResponse& reply) {
-    lastReplyCode_ = reply.statusCode;
-    lastStatus_ = reply.statusCode;
-    lastReply_ = readable(reply.finalLine());
+void SmtpConnImpl::acceptReply(LogBase& log, const SmtpResponse& reply) {
     log.logDataVerbose("smtpStatusCode", std::to_string(reply.statusCode));
     log.logDataLong("smtp.lastStatus", reply.statusCode);
     smtp::logReplyHints(log, reply);
     if (reply.statusCode >= 400) sessionLog_.markRefusal();
     touch();
-    return std::move(reply);
 }
 
-std::optional<SmtpResponse> SmtpConnImpl::smtpSendGet2(CallContext& call,
-                                                       std::string_view command) {
-    if (!sendCmdToSmtp(call, command, false)) return std::nullopt;
-    return readSmtpResponse(call, trimmed(command));
+Failure SmtpConnImpl::smtpSendGet2(CallContext& call, std::string_view command,
+                                   SmtpResponse& reply) {
+    Failure failure = sendCmdToSmtp(call, command, false);
+    return failure ? std::move(failure) : readSmtpResponse(call, trimmed(command), reply);
 }
 
-bool SmtpConnImpl::smtpNoop(CallContext& call) {
-    return smtpSendGet2(call, "NOOP\r\n").has_value();
-}
-
-bool SmtpConnImpl::smtpRset(CallContext& call) {
+void SmtpConnImpl::smtpRset(CallContext& call) {
     call.log.logInfo("Sending RSET command.");
-    const auto reply = smtpSendGet2(call, "RSET\r\n");
-    if (reply && reply->isSuccess()) return true;
-    closeSmtpConnection(call);
-    return false;
+    SmtpResponse reply;
+    const Failure failure = smtpSendGet2(call, "RSET\r\n", reply);
+    if (failure || !reply.isSuccess()) closeSmtpConnection(call);
 }
 
 void SmtpConnImpl::smtpQuit(CallContext& call) {
-    smtpSendGet2(call, "QUIT\r\n");
+    SmtpResponse reply;
+    std::ignore = smtpSendGet2(call, "QUIT\r\n", reply);  // the connection ends either way
 }
 
-bool SmtpConnImpl::sendData(CallContext& call, std::span<const uint8_t> bytes) {
+Failure SmtpConnImpl::sendData(CallContext& call, std::span<const uint8_t> bytes) {
     if (!socket_) return noConnection(call.log, "the message data");
     const Failure failure = sendBytes(call, bytes);
-    if (!failure) return true;
-    if (heardLastWords(call, failure)) failEarly(call.log);
-    failIo(call, failure, "while sending the message data");
-    return false;
+    if (!failure) return {};
+    const std::optional<SmtpResponse> words = lastWords(call, failure);
+    Failure early = words ? smtp::repliedEarly(call.log, *words) : Failure();
+    Failure lost = failIo(call, failure, "while sending the message data");
+    return early ? std::move(early) : std::move(lost);
 }
 
 Failure SmtpConnImpl::sendBytes(CallContext& call, std::span<const uint8_t> bytes) {
@@ -252,8 +237,8 @@ Failure SmtpConnImpl::sendBytes(CallContext& call, std::span<const uint8_t> byte
 
 // Systems exist that drop what has come when a reset follows, and a server that refuses often says
 // why and resets: after a write that failed, what is still there to be read counts.
-bool SmtpConnImpl::heardLastWords(CallContext& call, const Failure& failure) {
-    if (call.wasStopped()) return false;
+std::optional<SmtpResponse> SmtpConnImpl::lastWords(CallContext& call, const Failure& failure) {
+    if (call.wasStopped()) return std::nullopt;
     // After a time-out they had their time to come.
     const uint32_t idleMs = failure.is(Cause::Timeout) ? 1 : settings.idleTimeoutMs;
     const uint32_t limitMs = idleMs == 0 ? kLastWordsMs : std::min(idleMs, kLastWordsMs);
@@ -267,21 +252,13 @@ bool SmtpConnImpl::heardLastWords(CallContext& call, const Failure& failure) {
         state = reader.addLine(line.text());
         line.clear();
     }
-    return state == ReplyState::Complete && acceptReply(call.log, reader.reply());
-}
-
-void SmtpConnImpl::failEarly(LogBase& log) {
-    fail(log, SmtpStatus::DataFailure, "A reply came before the end of the message: " + lastReply_);
+    if (state != ReplyState::Complete) return std::nullopt;
+    acceptReply(call.log, reader.reply());
+    return std::move(reader.reply());
 }
 
 void SmtpConnImpl::setTcpNoDelay(LogBase& log, bool on) {
     if (socket_) socket_->setTcpNoDelay(log, on);
-}
-
-void SmtpConnImpl::clearLastReply() {
-    lastStatus_ = 0;
-    lastReplyCode_ = 0;
-    lastReply_.clear();
 }
 
 void SmtpConnImpl::setAuthenticated(bool authenticated) {
@@ -294,16 +271,9 @@ void SmtpConnImpl::noteNoLogin(LogBase& log, const std::string& why) {
     log.logInfo(noLogin_);
 }
 
-void SmtpConnImpl::fail(LogBase& log, SmtpStatus status, const std::string& reason) {
-    log.logError(reason);
-    outcome_.fail(status, reason);
-}
-
-bool SmtpConnImpl::noConnection(LogBase& log, std::string_view wanted) {
+Failure SmtpConnImpl::noConnection(LogBase& log, std::string_view wanted) {
     log.logError("no connection.");
-    outcome_.fail(SmtpStatus::ConnectionLost, "No connection for " + stepName(wanted) + ".");
-    ioFailure_ = IoFailure::Lost;
-    return false;
+    return Failure(Cause::ConnectionLost, "No connection for " + stepName(wanted) + ".");
 }
 
 std::string SmtpConnImpl::timeoutText(const Failure& failure) const {
@@ -313,21 +283,18 @@ std::string SmtpConnImpl::timeoutText(const Failure& failure) const {
     return "Nothing moved for " + std::to_string(settings.idleTimeoutMs) + " ms";
 }
 
-void SmtpConnImpl::failIo(CallContext& call, const Failure& failure, const std::string& step,
-                          const std::string& advice) {
-    const std::string end = step + "." + advice;
+Failure SmtpConnImpl::failIo(CallContext& call, const Failure& failure, const std::string& step,
+                             const std::string& advice) {
+    const std::string end = " " + step + "." + advice;
     closeSmtpConnection(call);
     if (failure.is(Cause::Timeout)) {
-        ioFailure_ = IoFailure::Timeout;
         call.log.logDataLong("idleTimeoutMs", settings.idleTimeoutMs);
-        fail(call.log, SmtpStatus::Timeout, timeoutText(failure) + " " + end);
-    } else if (failure.is(Cause::Aborted) || call.wasStopped()) {
-        ioFailure_ = IoFailure::Aborted;
-        fail(call.log, SmtpStatus::Aborted, "The application stopped the send " + end);
-    } else {
-        ioFailure_ = IoFailure::Lost;
-        fail(call.log, SmtpStatus::ConnectionLost, "The connection was lost " + end);
+        return fail(call.log, Cause::Timeout, timeoutText(failure) + end);
     }
+    if (failure.is(Cause::Aborted) || call.wasStopped()) {
+        return fail(call.log, Cause::Aborted, "The application stopped the send" + end);
+    }
+    return fail(call.log, Cause::ConnectionLost, "The connection was lost" + end).because(failure);
 }
 
 void SmtpConnImpl::touch() {

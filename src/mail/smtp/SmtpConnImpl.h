@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "base/DataBuffer.h"
+#include "base/Failure.h"
 #include "base/SecureBuffer.h"
 #include "log/LogBase.h"
 #include "mail/smtp/SmtpCapabilities.h"
 #include "mail/smtp/SmtpResponse.h"
 #include "mail/smtp/SmtpSessionLog.h"
 #include "mail/smtp/SmtpSettings.h"
-#include "mail/smtp/SmtpStatus.h"
 #include "net/Socket2.h"
 #include "net/stream/CallContext.h"
 
@@ -27,9 +27,6 @@ struct TlsSessionSlot;
 
 class SmtpConnImpl {
 public:
-    // Why the last command or reply did not go through. After any of them the connection is closed.
-    enum class IoFailure : uint8_t { None, Lost, Timeout, Aborted, BadReply };
-
     SmtpConnImpl();
     ~SmtpConnImpl();  // says QUIT where that makes sense, waiting at most five seconds
     SmtpConnImpl(const SmtpConnImpl&) = delete;
@@ -43,28 +40,29 @@ public:
     void lendTlsSessions(std::shared_ptr<TlsSessionSlot> slot) { tlsSessions_ = std::move(slot); }
 
     // A greeted connection, the open one if it still serves. On failure it is closed.
-    bool smtpConnect(CallContext& call);
+    Failure smtpConnect(CallContext& call);
     // The same, logged in unless there is nothing to log in with.
-    bool smtpConnectAndAuthenticate(CallContext& call, bool skipAuthentication);
+    Failure smtpConnectAndAuthenticate(CallContext& call, bool skipAuthentication);
 
-    // One command with its line end. A secret one is shown as "{PasswordOrCredentials}".
-    bool sendCmdToSmtp(CallContext& call, std::string_view command, bool secret);
+    // One command with its line end. A secret one is shown as "{PasswordOrCredentials}". What
+    // fails from here to sendData closes the connection.
+    Failure sendCmdToSmtp(CallContext& call, std::string_view command, bool secret);
     // The same in two steps: commands queued one by one leave together, in one write.
-    bool queueCommand(LogBase& log, std::string_view command, bool secret);
-    bool sendQueued(CallContext& call);
-    // command tells what the reply answers. Nothing comes back where no reply came or none that can
-    // be read; the reason is in the outcome.
-    std::optional<SmtpResponse> readSmtpResponse(CallContext& call, std::string_view command);
-    std::optional<SmtpResponse> smtpSendGet2(CallContext& call, std::string_view command);
-    bool smtpNoop(CallContext& call);
-    // Anything but success closes: nobody knows what the server takes the next line for.
-    bool smtpRset(CallContext& call);
+    Failure queueCommand(LogBase& log, std::string_view command, bool secret);
+    Failure sendQueued(CallContext& call);
+    // command tells what the reply answers. It fails where no reply came or none that can be read;
+    // what the reply says is the caller's to judge.
+    Failure readSmtpResponse(CallContext& call, std::string_view command, SmtpResponse& reply);
+    Failure smtpSendGet2(CallContext& call, std::string_view command, SmtpResponse& reply);
+    // Anything but success closes: nobody knows what the server takes the next line for. It follows
+    // a failure that is the one to be told; its own stands in the log alone.
+    void smtpRset(CallContext& call);
     void smtpQuit(CallContext& call);
     void closeSmtpConnection(CallContext& call);
 
-    // Bytes of message data; the transcript does not see them. Failure leaves its reason: the last
-    // words of the server, where there are any.
-    bool sendData(CallContext& call, std::span<const uint8_t> bytes);
+    // Bytes of message data; the transcript does not see them. The last words of the server, where
+    // there are any, are the failure.
+    Failure sendData(CallContext& call, std::span<const uint8_t> bytes);
     void setTcpNoDelay(LogBase& log, bool on);
 
     // An exchange that does not come to its end (memory runs out in the middle) leaves the server
@@ -74,35 +72,25 @@ public:
     bool isQuiet() { return socket_ && socket_->isQuiet(); }
     // Something has come that no reply was made of yet.
     bool hasInput() const { return socket_ && socket_->hasBufferedInput(); }
-    // The reply just read came before the end of the message.
-    void failEarly(LogBase& log);
 
     bool isConnected() const { return socket_ && socket_->isConnected(); }
     bool isTls() const { return socket_ && socket_->isTls(); }
     // STARTTLS in the middle of a session, with a greeting before and after it. Failure may have
     // closed the connection.
-    bool upgradeForLogin(CallContext& call);
+    Failure upgradeForLogin(CallContext& call);
     bool isAuthenticated() const { return authenticated_; }
     void setAuthenticated(bool authenticated);
     // A login that the settings ask for does not take place on this connection: why, in sentences.
     void noteNoLogin(LogBase& log, const std::string& why);
+    const std::string& noLogin() const { return noLogin_; }
     // The access token that the OAuth2 description of the settings stands for.
-    bool oauth2AccessToken(CallContext& call, SecureBuffer& token);
+    Failure oauth2AccessToken(CallContext& call, SecureBuffer& token);
     // The server refused it. True if that was a kept one: the next may serve.
     bool oauth2TokenRefused();
     const SmtpCapabilities& capabilities() const { return capabilities_; }
-    IoFailure ioFailure() const { return ioFailure_; }
     // How much of the last queued commands may have left.
     enum class Sent : uint8_t { Nothing, Part, All };
     Sent lastSent() const { return lastSent_; }
-    int32_t lastReplyCode() const { return lastReplyCode_; }
-    int32_t lastStatus() const { return lastStatus_; }
-    const std::string& lastReply() const { return lastReply_; }
-    void clearLastReply();
-
-    // Notes why the operation failed and writes it to the log.
-    void fail(LogBase& log, SmtpStatus status, const std::string& reason);
-    SmtpOutcome& outcome() { return outcome_; }
     SmtpSessionLog& sessionLog() { return sessionLog_; }
 
 private:
@@ -110,36 +98,37 @@ private:
     std::string_view changedSetting() const;
     bool connectionIsReady(CallContext& call);
     bool automaticReset(CallContext& call);
-    bool logIn(CallContext& call);
-    bool openSession(CallContext& call);
-    bool openAndGreet(CallContext& call);
-    bool openTcp(CallContext& call);
-    bool smtpGreeting(CallContext& call);
+    Failure logIn(CallContext& call);
+    Failure openSession(CallContext& call);
+    Failure openAndGreet(CallContext& call);
+    Failure openTcp(CallContext& call);
+    Failure smtpGreeting(CallContext& call);
 
     std::string localHostName(LogBase& log) const;
-    bool ehlo(CallContext& call);
-    bool ehloOrHelo(CallContext& call);
-    bool greetServer(CallContext& call, std::string_view verb);
+    Failure ehlo(CallContext& call);
+    Failure ehloOrHelo(CallContext& call);
+    Failure greetServer(CallContext& call, std::string_view verb);
     void takeCapabilities(LogBase& log, const SmtpResponse& reply);
 
-    bool startTls(CallContext& call, bool ehloFirst, bool& serverRefused);
-    bool upgradeToTls(CallContext& call);
-    bool againWithoutTls13(LogBase& log, const std::function<bool()>& attempt);
-    bool upgradeIfPossible(CallContext& call);
+    Failure startTls(CallContext& call, bool ehloFirst);
+    Failure upgradeToTls(CallContext& call);
+    Failure againWithoutTls13(LogBase& log, Failure first, const std::function<Failure()>& attempt);
+    Failure upgradeIfPossible(CallContext& call);
 
-    bool noConnection(LogBase& log, std::string_view wanted);
-    bool receiveLine(CallContext& call, std::string_view command, bool isFirst, DataBuffer& line);
+    Failure noConnection(LogBase& log, std::string_view wanted);
+    Failure receiveLine(CallContext& call, std::string_view command, bool isFirst,
+                        DataBuffer& line);
     std::string adviceForSilence() const;
     std::string unfinishedLine(CallContext& call);
     void noteReplyLine(CallContext& call, std::string_view line);
-    void badReply(CallContext& call, std::string_view command, std::string_view fault,
-                  std::string_view line);
-    std::optional<SmtpResponse> acceptReply(LogBase& log, SmtpResponse& reply);
+    Failure badReply(CallContext& call, std::string_view command, std::string_view fault,
+                     std::string_view line);
+    void acceptReply(LogBase& log, const SmtpResponse& reply);
     std::string timeoutText(const Failure& failure) const;
     Failure sendBytes(CallContext& call, std::span<const uint8_t> bytes);
-    bool heardLastWords(CallContext& call, const Failure& failure);
-    void failIo(CallContext& call, const Failure& failure, const std::string& step,
-                const std::string& advice = {});
+    std::optional<SmtpResponse> lastWords(CallContext& call, const Failure& failure);
+    Failure failIo(CallContext& call, const Failure& failure, const std::string& step,
+                   const std::string& advice = {});
     void touch();
 
     std::unique_ptr<Socket2> socket_;
@@ -162,12 +151,6 @@ private:
     DataBuffer queuedBytes_;
     bool queuedSecret_ = false;
     Sent lastSent_ = Sent::Nothing;
-
-    int32_t lastStatus_ = 0;
-    int32_t lastReplyCode_ = 0;
-    std::string lastReply_;
-    IoFailure ioFailure_ = IoFailure::None;
-    SmtpOutcome outcome_;
     SmtpSessionLog sessionLog_;
 };
 

@@ -5,6 +5,7 @@
 #include "mail/oauth2/OAuth2ClientCredentials.h"
 #include "mail/smtp/SmtpAuth.h"
 #include "mail/smtp/SmtpConnImpl.h"
+#include "mail/smtp/SmtpFailure.h"
 #include "net/ConnectFailure.h"
 #include "net/stream/SChannelTolvane.h"
 #include "platform/SysClock.h"
@@ -18,46 +19,42 @@ constexpr uint32_t kLongWaitMs = 21600000;
 
 }  // namespace
 
-bool SmtpConnImpl::smtpConnectAndAuthenticate(CallContext& call, bool skipAuthentication) {
-    if (!smtpConnect(call)) return false;
-    if (skipAuthentication || settings.authMethod.equalsIgnoreCase("NONE")) return true;
-    const bool success = authenticated_ || logIn(call);
-    if (!noLogin_.empty()) outcome_.addHint(noLogin_);
-    return success;
+Failure SmtpConnImpl::smtpConnectAndAuthenticate(CallContext& call, bool skipAuthentication) {
+    if (Failure failure = smtpConnect(call)) return failure;
+    if (skipAuthentication || settings.authMethod.equalsIgnoreCase("NONE")) return {};
+    Failure failure = authenticated_ ? Failure() : logIn(call);
+    if (failure && !noLogin_.empty()) failure.addHint(noLogin_);
+    return failure;
 }
 
-bool SmtpConnImpl::logIn(CallContext& call) {
+Failure SmtpConnImpl::logIn(CallContext& call) {
     noLogin_.clear();
     unsettled_ = true;
-    const bool success = smtpAuthenticate(call, *this);
+    Failure failure = smtpAuthenticate(call, *this);
     unsettled_ = false;
-    setAuthenticated(success);
-    call.log.logDataBool("smtpAuth.success", success);
-    return success;
+    setAuthenticated(!failure);
+    call.log.logDataBool("smtpAuth.success", !failure);
+    return failure;
 }
 
-bool SmtpConnImpl::smtpConnect(CallContext& call) {
+Failure SmtpConnImpl::smtpConnect(CallContext& call) {
     const LogContextExitor context(call.log, "smtpConnect");
-    clearLastReply();
     if (settings.smtpHost.empty()) {
-        fail(call.log, SmtpStatus::NoSmtpHostname, "Application did not provide an SMTP hostname.");
-        return false;
+        return fail(call.log, Cause::NoSmtpHostname,
+                    "Application did not provide an SMTP hostname.");
     }
     call.log.logDataX("smtpHostname", settings.smtpHost);
     call.log.logDataLong("smtpPort", settings.smtpPort);
     if (connectionIsReady(call)) {
         touch();
-        return true;
+        return {};
     }
     closeSmtpConnection(call);
     helloUnanswered_ = false;
-    const auto open = [&] {
-        outcome_.clear();
-        return openSession(call);
-    };
-    if (open() || againWithoutTls13(call.log, open)) return true;
-    closeSmtpConnection(call);
-    return false;
+    Failure failure =
+        againWithoutTls13(call.log, openSession(call), [&] { return openSession(call); });
+    if (failure) closeSmtpConnection(call);
+    return failure;
 }
 
 std::string_view SmtpConnImpl::changedSetting() const {
@@ -101,49 +98,44 @@ bool SmtpConnImpl::connectionIsReady(CallContext& call) {
     return true;
 }
 
+// Where it fails, a new connection follows.
 bool SmtpConnImpl::automaticReset(CallContext& call) {
     const LogContextExitor context(call.log, "autoReset");
-    const auto reply = smtpSendGet2(call, "RSET\r\n");
-    if (reply && reply->isSuccess()) return true;
+    SmtpResponse reply;
+    const Failure failure = smtpSendGet2(call, "RSET\r\n", reply);
+    if (!failure && reply.isSuccess()) return true;
     call.log.logInfo("Non-success RSET response.");
-    outcome_.clear();  // a new connection follows
     return false;
 }
 
-bool SmtpConnImpl::openSession(CallContext& call) {
-    if (!openAndGreet(call)) return false;
+Failure SmtpConnImpl::openSession(CallContext& call) {
+    if (Failure failure = openAndGreet(call)) return failure;
     if (settings.startTls) {
-        bool serverRefused = false;
-        if (!startTls(call, true, serverRefused)) {
-            if (serverRefused) {
-                fail(call.log, SmtpStatus::StartTlsFailed,
-                     "The server refused STARTTLS: " + lastReply_);
-            }
-            return false;
-        }
+        Failure failure = startTls(call, true);
+        if (failure.is(Cause::StartTlsRefused)) call.log.logError(failure.text());
+        if (failure) return failure;
     }
-    if (!ehloOrHelo(call)) return false;
-    if (!upgradeIfPossible(call)) return false;
+    if (Failure failure = ehloOrHelo(call)) return failure;
+    if (Failure failure = upgradeIfPossible(call)) return failure;
     unsettled_ = false;
     touch();
-    return true;
+    return {};
 }
 
 // Some servers drop the first connection of a client they do not know.
-bool SmtpConnImpl::openAndGreet(CallContext& call) {
-    if (!openTcp(call)) return false;
-    if (smtpGreeting(call)) return true;
-    if (call.wasStopped()) return false;
+Failure SmtpConnImpl::openAndGreet(CallContext& call) {
+    if (Failure failure = openTcp(call)) return failure;
+    Failure failure = smtpGreeting(call);
+    if (!failure || call.wasStopped()) return failure;
     call.log.logInfo("Failed to get initial SMTP response..");
     call.log.logInfo("Will re-try one time...");
-    outcome_.clear();
-    if (!openTcp(call)) return false;
-    if (smtpGreeting(call)) return true;
-    call.log.logError("Failed to get initial SMTP response again.");
-    return false;
+    if (Failure again = openTcp(call)) return again;
+    failure = smtpGreeting(call);
+    if (failure) call.log.logError("Failed to get initial SMTP response again.");
+    return failure;
 }
 
-bool SmtpConnImpl::openTcp(CallContext& call) {
+Failure SmtpConnImpl::openTcp(CallContext& call) {
     closeSmtpConnection(call);
     sessionLog_.startAnew();
     capabilities_ = {};
@@ -161,25 +153,26 @@ bool SmtpConnImpl::openTcp(CallContext& call) {
     tls.withoutTls13 = withoutTls13_;
     const Failure failure =
         socket_->connect2(call, settings.smtpHost.utf8(), settings.smtpPort, settings.smtpSsl);
-    if (!failure) return true;
+    if (!failure) return {};
     socket_.reset();
-    fail(call.log, SmtpStatus::ConnectFailed,
-         "No connection to " + std::string(settings.smtpHost.utf8()) + ":" +
-             std::to_string(settings.smtpPort) + ": " + connectFailText(failure) + ".");
-    return false;
+    return fail(call.log, Cause::ConnectFailed,
+                "No connection to " + std::string(settings.smtpHost.utf8()) + ":" +
+                    std::to_string(settings.smtpPort) + ": " + connectFailText(failure) + ".")
+        .because(failure)
+        .at(failure.stage());
 }
 
-bool SmtpConnImpl::smtpGreeting(CallContext& call) {
-    const auto reply = readSmtpResponse(call, "greeting");
-    if (reply && reply->isSuccess()) return true;
-    if (reply) {
-        call.log.logError("Failed SMTP greeting response code.");
-        fail(call.log, SmtpStatus::GreetingError, "The server greeted with: " + lastReply_);
+Failure SmtpConnImpl::smtpGreeting(CallContext& call) {
+    SmtpResponse reply;
+    if (Failure failure = readSmtpResponse(call, "greeting", reply)) {
+        return std::move(failure).at(Stage::Greeting);
     }
-    return false;
+    if (reply.isSuccess()) return {};
+    call.log.logError("Failed SMTP greeting response code.");
+    return smtp::refused(call.log, Cause::GreetingError, "The server greeted with: ", reply);
 }
 
-bool SmtpConnImpl::oauth2AccessToken(CallContext& call, SecureBuffer& token) {
+Failure SmtpConnImpl::oauth2AccessToken(CallContext& call, SecureBuffer& token) {
     if (!tokenSource_ || tokenSource_->description() != settings.oauth2Token) {
         tokenSource_ = std::make_unique<OAuth2ClientCredentials>(settings.oauth2Token);
     }

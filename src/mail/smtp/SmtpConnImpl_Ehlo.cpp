@@ -3,6 +3,7 @@
 #include "log/LogContextExitor.h"
 #include "mail/smtp/SmtpCommand.h"
 #include "mail/smtp/SmtpConnImpl.h"
+#include "mail/smtp/SmtpFailure.h"
 #include "platform/SysHost.h"
 
 namespace tv {
@@ -13,37 +14,37 @@ std::string SmtpConnImpl::localHostName(LogBase& log) const {
     return plat::sysHost().computerName();
 }
 
-bool SmtpConnImpl::ehlo(CallContext& call) {
+Failure SmtpConnImpl::ehlo(CallContext& call) {
     const LogContextExitor context(call.log, "ehloCommand");
     return greetServer(call, "EHLO");
 }
 
-bool SmtpConnImpl::ehloOrHelo(CallContext& call) {
-    if (ehlo(call)) return true;
-    if (lastReplyCode_ == 0) return false;
+Failure SmtpConnImpl::ehloOrHelo(CallContext& call) {
+    Failure failure = ehlo(call);
+    if (!failure.is(Cause::GreetingError)) return failure;
     // A server of RFC 821 knows no EHLO; its refusal of HELO then is what counts.
     const LogContextExitor context(call.log, "heloCommand");
-    outcome_.clear();
     return greetServer(call, "HELO");
 }
 
-bool SmtpConnImpl::greetServer(CallContext& call, std::string_view verb) {
-    lastReplyCode_ = 0;
+Failure SmtpConnImpl::greetServer(CallContext& call, std::string_view verb) {
     const std::string command = smtp::greetingCommand(verb, localHostName(call.log));
-    if (!sendCmdToSmtp(call, command, false)) {
+    if (Failure failure = sendCmdToSmtp(call, command, false)) {
         call.log.logError("Failed to send EHLO");
-        return false;
+        return std::move(failure).at(Stage::Ehlo);
     }
-    const auto reply = readSmtpResponse(call, trimmed(command));
-    if (!reply) return false;
-    if (!reply->isSuccess()) {
+    SmtpResponse reply;
+    if (Failure failure = readSmtpResponse(call, trimmed(command), reply)) {
+        return std::move(failure).at(Stage::Ehlo);
+    }
+    if (!reply.isSuccess()) {
         call.log.logError("Non-success EHLO response.");
-        fail(call.log, SmtpStatus::GreetingError,
-             "The server refused " + std::string(verb) + ": " + lastReply_);
-        return false;
+        return smtp::refused(call.log, Cause::GreetingError,
+                             "The server refused " + std::string(verb) + ": ", reply)
+            .at(Stage::Ehlo);
     }
-    takeCapabilities(call.log, *reply);
-    return true;
+    takeCapabilities(call.log, reply);
+    return {};
 }
 
 void SmtpConnImpl::takeCapabilities(LogBase& log, const SmtpResponse& reply) {

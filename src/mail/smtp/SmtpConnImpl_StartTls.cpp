@@ -6,6 +6,7 @@
 #include "base/Ascii.h"
 #include "log/LogContextExitor.h"
 #include "mail/smtp/SmtpConnImpl.h"
+#include "mail/smtp/SmtpFailure.h"
 #include "net/ConnectFailure.h"
 
 namespace tv {
@@ -18,19 +19,21 @@ constexpr std::string_view kUnaskedFor =
 
 }  // namespace
 
-bool SmtpConnImpl::startTls(CallContext& call, bool ehloFirst, bool& serverRefused) {
+Failure SmtpConnImpl::startTls(CallContext& call, bool ehloFirst) {
     const LogContextExitor context(call.log, "startTLS");
-    serverRefused = false;
-    if (ehloFirst && !ehlo(call)) {
-        closeSmtpConnection(call);
-        return false;
+    if (ehloFirst) {
+        if (Failure failure = ehlo(call)) {
+            closeSmtpConnection(call);
+            return failure;
+        }
     }
-    const auto reply = smtpSendGet2(call, "STARTTLS\r\n");
-    if (!reply) return false;
-    if (reply->isSuccess()) return upgradeToTls(call);
-    serverRefused = true;
+    SmtpResponse reply;
+    if (Failure failure = smtpSendGet2(call, "STARTTLS\r\n", reply)) {
+        return std::move(failure).at(Stage::StartTls);
+    }
+    if (reply.isSuccess()) return upgradeToTls(call);
     call.log.logError("Non-success STARTTLS response.");
-    if (reply->statusCode == 503) {
+    if (reply.statusCode == 503) {
         call.log.logInfo(
             "A 503 \"Bad sequence of commands\" indicates the mail server has not enabled "
             "STARTTLS.");
@@ -39,61 +42,68 @@ bool SmtpConnImpl::startTls(CallContext& call, bool ehloFirst, bool& serverRefus
             "When STARTTLS is enabled on the mail server, you will see STARTTLS listed in the "
             "capabilities/extensions reported in response to the EHLO command.");
     }
-    return false;
+    return Failure(Cause::StartTlsRefused, "The server refused STARTTLS: " + reply.shownFinalLine())
+        .withReply(reply.statusCode, reply.shownLines());
 }
 
-bool SmtpConnImpl::upgradeToTls(CallContext& call) {
+Failure SmtpConnImpl::upgradeToTls(CallContext& call) {
     // RFC 3207 section 6: what came in clear after the reply may be an attacker's.
     if (socket_->hasBufferedInput()) {
-        fail(call.log, SmtpStatus::StartTlsFailed,
-             "The server sent unencrypted data after its reply to STARTTLS.");
+        Failure failure = fail(call.log, Cause::StartTlsFailed,
+                               "The server sent unencrypted data after its reply to STARTTLS.");
         closeSmtpConnection(call);
-        return false;
+        return failure;
     }
-    if (const Failure failure =
+    if (const Failure below =
             socket_->convertToTls(call, settings.smtpHost.utf8(), settings.idleTimeoutMs)) {
         call.log.logError("Failed to establish TLS connection.");
-        helloUnanswered_ = socket_->mayRetryWithoutTls13(call.log, failure);
-        fail(call.log, SmtpStatus::StartTlsFailed,
-             "The TLS handshake after STARTTLS failed: " + connectFailText(failure) + "." +
-                 std::string(settings.startTls ? "" : kUnaskedFor));
+        helloUnanswered_ = socket_->mayRetryWithoutTls13(call.log, below);
+        Failure failure =
+            fail(call.log, Cause::StartTlsFailed,
+                 "The TLS handshake after STARTTLS failed: " + connectFailText(below) + "." +
+                     std::string(settings.startTls ? "" : kUnaskedFor))
+                .because(below)
+                .at(below.stage());
         closeSmtpConnection(call);
-        return false;
+        return failure;
     }
     call.log.logInfo("TLS connection established.");
     // RFC 3207 section 4.2: nothing learnt before the handshake counts.
     capabilities_ = {};
-    clearLastReply();
-    return true;
+    return {};
 }
 
-bool SmtpConnImpl::upgradeForLogin(CallContext& call) {
-    bool serverRefused = false;
-    const auto upgrade = [&] { return startTls(call, true, serverRefused) && ehloOrHelo(call); };
-    return upgrade() || againWithoutTls13(call.log, [&] { return openSession(call) && upgrade(); });
+Failure SmtpConnImpl::upgradeForLogin(CallContext& call) {
+    const auto upgrade = [&] {
+        Failure failure = startTls(call, true);
+        return failure ? std::move(failure) : ehloOrHelo(call);
+    };
+    return againWithoutTls13(call.log, upgrade(), [&] {
+        Failure failure = openSession(call);
+        return failure ? std::move(failure) : upgrade();
+    });
 }
 
 // A server that does not answer a hello with TLS 1.3 may answer one without it; what went before on
 // the connection has to be said again, too.
-bool SmtpConnImpl::againWithoutTls13(LogBase& log, const std::function<bool()>& attempt) {
-    if (!std::exchange(helloUnanswered_, false)) return false;
+Failure SmtpConnImpl::againWithoutTls13(LogBase& log, Failure first,
+                                        const std::function<Failure()>& attempt) {
+    if (!std::exchange(helloUnanswered_, false)) return first;
     log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
     withoutTls13_ = true;
-    const bool success = attempt();
+    Failure failure = attempt();
     withoutTls13_ = false;
-    return success;
+    return failure;
 }
 
 // Goes on in clear only where the server itself said no.
-bool SmtpConnImpl::upgradeIfPossible(CallContext& call) {
-    if (socket_->isTls() || !capabilities_.hasStartTls || !settings.startTlsIfPossible) {
-        return true;
-    }
+Failure SmtpConnImpl::upgradeIfPossible(CallContext& call) {
+    if (socket_->isTls() || !capabilities_.hasStartTls || !settings.startTlsIfPossible) return {};
     call.log.logInfo("This SMTP server supports STARTTLS.  Automatically doing STARTTLS...");
     call.log.logInfo("If you don't want TLS, set mailman.StartTLSifPossible equal to false (or 0)");
-    bool serverRefused = false;
-    if (!startTls(call, false, serverRefused)) return serverRefused;
-    return ehloOrHelo(call);
+    Failure failure = startTls(call, false);
+    if (failure.is(Cause::StartTlsRefused)) return {};
+    return failure ? std::move(failure) : ehloOrHelo(call);
 }
 
 }  // namespace tv

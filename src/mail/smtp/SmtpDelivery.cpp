@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/Ascii.h"
+#include "log/Fail.h"
 #include "mail/smtp/SmtpCommand.h"
 #include "mime/tvEmailAddress.h"
 
@@ -40,19 +41,19 @@ struct SmtpDelivery::Groups {
     bool any = false;         // there are recipients at all
 };
 
-bool SmtpDelivery::deliver() {
-    send_.retryAllowed = false;
+Failure SmtpDelivery::deliver() {
     send_.goodRecipients.clear();
     send_.badRecipients.clear();
     Groups groups;
-    if (!senderFits() || !sortRecipients(groups)) return false;
-    if (deliverTo(std::move(groups.ascii), false)) {
-        deliverToUtf8(std::move(groups.utf8));
-    } else if (!send_.retryAllowed) {
+    if (Failure failure = senderFits()) return failure;
+    if (Failure failure = sortRecipients(groups)) return failure;
+    Failure failure = deliverTo(std::move(groups.ascii), false);
+    if (!failure || nobodyAccepted(failure)) {
+        failure = deliverToUtf8(std::move(groups.utf8), std::move(failure));
+    } else if (!failure.mayReconnect()) {
         giveUp(groups.utf8);
     }
-    if (taken_) send_.retryAllowed = false;
-    return taken_;
+    return taken_ ? Failure() : std::move(failure);
 }
 
 // Why an address cannot stand in the envelope here; empty if it can.
@@ -64,17 +65,16 @@ std::string_view SmtpDelivery::obstacle(std::string_view address) const {
            "offer.";
 }
 
-bool SmtpDelivery::senderFits() {
+Failure SmtpDelivery::senderFits() {
     send_.fromAddress = smtp::bareAddress(send_.fromAddress);
     const std::string_view why = obstacle(send_.fromAddress);
-    if (why.empty()) return true;
-    connection_.fail(call_.log, SmtpStatus::FromFailure,
-                     "<" + send_.fromAddress + "> cannot be the sender: " + std::string(why));
-    return false;
+    if (why.empty()) return {};
+    return fail(call_.log, Cause::FromFailure,
+                "<" + send_.fromAddress + "> cannot be the sender: " + std::string(why));
 }
 
-// False, with the reason noted, where nothing is left to be sent to.
-bool SmtpDelivery::sortRecipients(Groups& groups) {
+// Fails where nothing is left to be sent to.
+Failure SmtpDelivery::sortRecipients(Groups& groups) {
     const bool senderNeedsUtf8 = !isAscii(send_.fromAddress);
     for (const std::string& recipient : send_.recipients) {
         std::string address = smtp::recipientAddress(recipient);
@@ -92,63 +92,59 @@ bool SmtpDelivery::sortRecipients(Groups& groups) {
     }
     if (!groups.any) return noRecipients();
     if (groups.ascii.empty() && groups.utf8.empty()) {
-        connection_.fail(call_.log, SmtpStatus::NoValidRecipients,
-                         "No recipient was accepted. " + groups.unreachable);
-        return false;
+        return fail(call_.log, Cause::NoValidRecipients,
+                    "No recipient was accepted. " + groups.unreachable);
     }
     if (!groups.unreachable.empty() && connection_.settings.requireAllRecipients) {
-        connection_.fail(call_.log, SmtpStatus::SomeBadRecipients,
-                         "Not all recipients were accepted. " + groups.unreachable);
-        return false;
+        return fail(call_.log, Cause::SomeBadRecipients,
+                    "Not all recipients were accepted. " + groups.unreachable);
     }
-    return true;
+    return {};
 }
 
-bool SmtpDelivery::noRecipients() {
+Failure SmtpDelivery::noRecipients() {
     call_.log.logError("No SMTP recipients.");
     call_.log.logError(
         "You have not added any TO, CC, or BCC recipients.  Make sure to call email.AddTo, "
         "AddCC, or AddBcc at least once.");
-    connection_.fail(call_.log, SmtpStatus::NoValidRecipients,
-                     "There is no point in trying to send an email if there are no recipients.");
-    return false;
+    return fail(call_.log, Cause::NoValidRecipients,
+                "There is no point in trying to send an email if there are no recipients.");
 }
 
 // A failure here is told before that of the others, of whom nobody was accepted.
-void SmtpDelivery::deliverToUtf8(std::vector<std::string> waiting) {
-    if (waiting.empty()) return;
-    SmtpOutcome& outcome = connection_.outcome();
-    const std::string before = outcome.reason();
-    outcome.forgetFailure();
-    deliverTo(std::move(waiting), true);
-    if (!taken_ && !before.empty()) outcome.addToReason("Before that: " + before);
+Failure SmtpDelivery::deliverToUtf8(std::vector<std::string> waiting, Failure before) {
+    if (waiting.empty()) return before;
+    Failure failure = deliverTo(std::move(waiting), true);
+    if (failure && before) failure.addSentence("Before that: " + before.text());
+    return failure;
 }
 
-// Each transaction takes at least one recipient off the list. False where the send ends here.
-bool SmtpDelivery::deliverTo(std::vector<std::string> waiting, bool utf8) {
+// Each transaction takes at least one recipient off the list. Once somebody was served, what fails
+// is told to the log alone.
+Failure SmtpDelivery::deliverTo(std::vector<std::string> waiting, bool utf8) {
     while (!waiting.empty()) {
-        if (taken_) connection_.outcome().clear();
-        const bool formed = takeForm(utf8);
+        Failure failure = takeForm(utf8);
         SmtpTransaction transaction = nextOf(waiting);
-        const bool success =
-            formed && SmtpTransfer(call_, connection_, send_, transaction).sendSmtpEmail();
-        if (taken_ && !success) {
+        if (!failure) {
+            failure = SmtpTransfer(call_, connection_, send_, transaction).sendSmtpEmail();
+        }
+        if (taken_ && failure) {
             giveUp(transaction.recipients);
             giveUp(waiting);
-            return true;
+            return {};
         }
         room_ = std::max(transaction.accepted.size(), kLeastRoom);
         append(send_.goodRecipients, transaction.accepted);
         append(send_.badRecipients, transaction.refused);
-        if (!success) {
+        if (failure) {
             append(send_.badRecipients, transaction.tooMany);
-            return nobodyAccepted();
+            return failure;
         }
         taken_ = true;
         append(transaction.tooMany, waiting);
         waiting = withoutServed(std::move(transaction.tooMany));
     }
-    return true;
+    return {};
 }
 
 // A server that is told of a mailbox twice in one transaction gives it one message; in two it would
@@ -165,22 +161,20 @@ std::vector<std::string> SmtpDelivery::withoutServed(std::vector<std::string> wa
 }
 
 // Of one form: that says nothing of the others.
-bool SmtpDelivery::nobodyAccepted() const {
-    return connection_.outcome().status() == SmtpStatus::NoValidRecipients && !send_.retryAllowed &&
+bool SmtpDelivery::nobodyAccepted(const Failure& failure) const {
+    return failure.is(Cause::NoValidRecipients) && !failure.mayReconnect() &&
            connection_.isConnected();
 }
 
 // The message in the form of the next transaction, and how large it is.
-bool SmtpDelivery::takeForm(bool utf8) {
-    if (send_.utf8 == utf8) return true;
+Failure SmtpDelivery::takeForm(bool utf8) {
+    if (send_.utf8 == utf8) return {};
     send_.utf8 = utf8;
     const uint64_t total = send_.progressTotal;
     const bool rendered = send_.measure(call_.log);
     if (taken_) send_.progressTotal = total;
-    if (!rendered) {
-        connection_.fail(call_.log, SmtpStatus::RenderFailed, "The message could not be rendered.");
-    }
-    return rendered;
+    if (rendered) return {};
+    return fail(call_.log, Cause::RenderFailed, "The message could not be rendered.");
 }
 
 // The message did not reach them; that it reached others is the result.

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "log/LogBase.h"
+#include "base/Failure.h"
 #include "mail/smtp/SmtpConnImpl.h"
 #include "mail/smtp/SmtpSend.h"
 #include "mail/smtp/SmtpTransfer.h"
@@ -21,22 +21,21 @@ public:
     SmtpDelivery(CallContext& call, SmtpConnImpl& connection, SmtpSend& send)
         : connection_(connection), send_(send), call_(call) {}
 
-    // True if the server has taken the message for at least one recipient. send.retryAllowed is set
-    // only where it cannot have the message.
-    bool deliver();
+    // Nothing where the server has taken the message for at least one recipient.
+    Failure deliver();
 
 private:
     struct Groups;
 
-    bool senderFits();
-    bool sortRecipients(Groups& groups);
+    Failure senderFits();
+    Failure sortRecipients(Groups& groups);
     std::string_view obstacle(std::string_view address) const;
-    bool noRecipients();
-    bool nobodyAccepted() const;
-    bool deliverTo(std::vector<std::string> waiting, bool utf8);
-    void deliverToUtf8(std::vector<std::string> waiting);
+    Failure noRecipients();
+    bool nobodyAccepted(const Failure& failure) const;
+    Failure deliverTo(std::vector<std::string> waiting, bool utf8);
+    Failure deliverToUtf8(std::vector<std::string> waiting, Failure before);
     std::vector<std::string> withoutServed(std::vector<std::string> waiting) const;
-    bool takeForm(bool utf8);
+    Failure takeForm(bool utf8);
     SmtpTransaction nextOf(std::vector<std::string>& waiting);
     void giveUp(std::vector<std::string>& recipients);
 

@@ -3,6 +3,8 @@
 #include "mail/smtp/SmtpResponse.h"
 
 #include "base/Ascii.h"
+#include "base/CodePage.h"
+#include "base/XString.h"
 
 namespace tv {
 namespace {
@@ -27,8 +29,21 @@ int32_t codeOf(std::string_view line) {
 
 }  // namespace
 
-std::string_view SmtpResponse::finalLine() const {
-    return lines.empty() ? std::string_view() : withoutLineEnd(lines.back());
+std::string readable(std::string_view line) {
+    return isValidUtf8(line) ? std::string(line) : std::string(XString::fromAnsi(line).utf8());
+}
+
+std::string SmtpResponse::shownFinalLine() const {
+    return lines.empty() ? std::string() : readable(withoutLineEnd(lines.back()));
+}
+
+std::string SmtpResponse::shownLines() const {
+    std::string text;
+    for (const std::string& line : lines) {
+        if (!text.empty()) text += '\n';
+        text += readable(withoutLineEnd(line));
+    }
+    return text;
 }
 
 ReplyState SmtpReplyReader::addLine(std::string_view line) {

@@ -14,9 +14,13 @@ struct SmtpResponse {
     std::vector<std::string> lines;  // as received: code, separator, text, line end
 
     bool isSuccess() const { return statusCode >= 200 && statusCode <= 299; }
-    // The final line without its line end.
-    std::string_view finalLine() const;
+    // The final line, and all of them with LF between, readable.
+    std::string shownFinalLine() const;
+    std::string shownLines() const;
 };
+
+// Servers write in any encoding; the log and the transcript are UTF-8.
+std::string readable(std::string_view line);
 
 // Limits of what a server may say in one reply. RFC 5321 4.5.3.1.5 allows 512 bytes a line.
 constexpr size_t kMaxReplyLine = 65536;  // without the line end

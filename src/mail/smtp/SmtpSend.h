@@ -33,7 +33,6 @@ struct SmtpSend {
     // Each recipient that the server was asked about is in one of them.
     std::vector<std::string> goodRecipients;
     std::vector<std::string> badRecipients;
-    bool retryAllowed = false;  // a reconnect and a second try are worth it, and cannot double
 
     // The share of the progress that each recipient and the rest of the envelope stand for.
     static constexpr uint64_t kRecipientShare = 80;

@@ -3,9 +3,11 @@
 #include "mail/smtp/SmtpTransfer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "log/LogContextExitor.h"
 #include "mail/smtp/SmtpCommand.h"
+#include "mail/smtp/SmtpFailure.h"
 
 namespace tv {
 namespace {
@@ -22,56 +24,55 @@ constexpr int32_t kGoAhead = 354;
 
 }  // namespace
 
-bool SmtpTransfer::sendSmtpEmail() {
+Failure SmtpTransfer::sendSmtpEmail() {
     const LogContextExitor context(call_.log, "sendSmtpEmail");
-    connection_.clearLastReply();
-    send_.retryAllowed = false;
     connection_.setUnsettled(true);
     const bool pipelined = connection_.capabilities().hasPipelining && send_.pipelining;
-    if (!(pipelined ? sendWithPipelining() : sendNonPipelining())) {
+    Failure failure = pipelined ? sendWithPipelining() : sendNonPipelining();
+    if (failure) {
         connection_.setUnsettled(false);
         advance(SmtpSend::kEnvelopeShare);
         if (!call_.wasStopped() && call_.mustStop()) {
-            connection_.fail(call_.log, SmtpStatus::Aborted, "Aborted by application callback.");
+            call_.log.logError("Aborted by application callback.");
         }
-        return false;
+        return std::move(failure).withReconnect(mayReconnect_);
     }
-    bool success = true;
     if (send_.checkRecipientsOnly) {
         connection_.smtpRset(call_);
     } else {
-        success = transferMessage();
+        failure = transferMessage();
     }
     connection_.setUnsettled(false);
-    return success;
+    return failure;
 }
 
-bool SmtpTransfer::sendNonPipelining() {
-    if (!smtpMailFrom()) return false;
-    if (!sendRecipients()) return false;
-    if (send_.checkRecipientsOnly) return true;
-    return checkAccepted() && smtpData();
+Failure SmtpTransfer::sendNonPipelining() {
+    if (Failure failure = smtpMailFrom()) return failure;
+    if (Failure failure = sendRecipients()) return failure;
+    if (send_.checkRecipientsOnly) return {};
+    Failure failure = checkAccepted();
+    return failure ? std::move(failure) : smtpData();
 }
 
-bool SmtpTransfer::smtpMailFrom() {
-    if (!queueMailFrom() || !connection_.sendQueued(call_)) {
+Failure SmtpTransfer::smtpMailFrom() {
+    Failure failure = queueMailFrom();
+    if (!failure) failure = connection_.sendQueued(call_);
+    if (failure) {
         call_.log.logError("Failed to send " + senderStep());
-        return noteLostCommand();
+        return lostCommand(std::move(failure)).at(Stage::Sender);
     }
-    const auto reply = connection_.readSmtpResponse(call_, senderStep());
-    if (!reply) return noteLostCommand();
-    if (reply->isSuccess()) return true;
-    send_.retryAllowed = reply->statusCode == kServiceClosing || reply->statusCode == kTryAgain;
-    return refuse(SmtpStatus::FromFailure, senderStep());
+    SmtpResponse reply;
+    failure = connection_.readSmtpResponse(call_, senderStep(), reply);
+    if (failure) return lostCommand(std::move(failure)).at(Stage::Sender);
+    if (reply.isSuccess()) return {};
+    mayReconnect_ = reply.statusCode == kServiceClosing || reply.statusCode == kTryAgain;
+    return refuse(Cause::FromFailure, senderStep(), reply);
 }
 
-bool SmtpTransfer::queueMailFrom() {
+Failure SmtpTransfer::queueMailFrom() {
     const LogContextExitor context(call_.log, "smtpMailFrom");
     call_.log.logData("mailFrom", send_.fromAddress);
-    if (send_.fromAddress.empty()) {
-        connection_.outcome().fail(SmtpStatus::NoFrom, "The message has no sender.");
-        call_.log.logInfo("Warning: No From Address");
-    }
+    if (send_.fromAddress.empty()) call_.log.logInfo("Warning: No From Address");
     smtp::FromParameters parameters;
     parameters.smtpUtf8 = send_.utf8;
     if (connection_.capabilities().hasDsn) {
@@ -82,233 +83,254 @@ bool SmtpTransfer::queueMailFrom() {
                                     false);
 }
 
-bool SmtpTransfer::sendRecipients() {
+Failure SmtpTransfer::sendRecipients() {
     const LogContextExitor context(call_.log, "rcptTo");
     for (const std::string& recipient : transaction_.recipients) {
-        if (!sendRcptTo(recipient)) {
+        if (Failure failure = sendRcptTo(recipient)) {
             call_.log.logError("Failed to send RCPT TO command.");
-            return noteLostCommand();
+            return lostCommand(std::move(failure)).at(Stage::Recipients);
         }
-        if (!readRcptTo(recipient)) {
+        SmtpResponse reply;
+        if (Failure failure = readRcptTo(recipient, reply)) {
             call_.log.logError("Failed to read RCPT TO response.");
-            return noteLostCommand();
+            return lostCommand(std::move(failure));
         }
     }
-    return true;
+    return {};
 }
 
-bool SmtpTransfer::sendRcptTo(const std::string& recipient) {
+Failure SmtpTransfer::sendRcptTo(const std::string& recipient) {
     const LogContextExitor context(call_.log, "sendRcptTo");
-    if (queueRcptTo(recipient) && connection_.sendQueued(call_)) return true;
-    if (call_.wasStopped()) {
-        call_.log.logError("Aborted by application callback when sending RCPT TO");
-    } else {
-        call_.log.logError("Failed to send " + recipientStep(recipient));
+    Failure failure = queueRcptTo(recipient);
+    if (!failure) failure = connection_.sendQueued(call_);
+    if (failure) {
+        call_.log.logError(call_.wasStopped()
+                               ? "Aborted by application callback when sending RCPT TO"
+                               : "Failed to send " + recipientStep(recipient));
     }
-    return false;
+    return failure;
 }
 
-bool SmtpTransfer::queueRcptTo(const std::string& recipient) {
+Failure SmtpTransfer::queueRcptTo(const std::string& recipient) {
     const std::string_view notify = connection_.capabilities().hasDsn
                                         ? connection_.settings.dsnNotify.utf8()
                                         : std::string_view();
     return connection_.queueCommand(call_.log, smtp::rcptToCommand(recipient, notify), false);
 }
 
-bool SmtpTransfer::readRcptTo(const std::string& recipient) {
+// Fails where no reply came; what it says is noted in the transaction.
+Failure SmtpTransfer::readRcptTo(const std::string& recipient, SmtpResponse& reply) {
     const LogContextExitor context(call_.log, "readRcptTo");
-    const auto reply = connection_.readSmtpResponse(call_, recipientStep(recipient));
-    if (!reply) return false;
+    Failure failure = connection_.readSmtpResponse(call_, recipientStep(recipient), reply);
+    if (failure) return std::move(failure).at(Stage::Recipients);
     advance(SmtpSend::kRecipientShare);
     if (call_.mustStop()) {
-        connection_.fail(call_.log, SmtpStatus::Aborted,
-                         "Aborted by application callback after receiving RCPT TO response.");
+        failure = fail(call_.log, Cause::Aborted,
+                       "Aborted by application callback after receiving RCPT TO response.");
         close();
-        return false;
+        return std::move(failure).at(Stage::Recipients);
     }
-    if (reply->isSuccess()) {
+    if (reply.isSuccess()) {
         call_.log.logData("recipient", recipient);
         transaction_.accepted.push_back(recipient);
-        return true;
+        return {};
     }
-    if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
-    lastRefusal_ = recipientStep(recipient) + " was answered with: " + connection_.lastReply();
+    if (reply.statusCode == kServiceClosing) mayReconnect_ = true;
+    lastRefusal_ = recipientStep(recipient) + " was answered with: " + reply.shownFinalLine();
     // RFC 5321 section 4.5.3.1.10: the server has no room for more, but for those it has taken.
-    const bool full = reply->statusCode == kTooMany || reply->statusCode == kTooManyOfOld;
+    const bool full = reply.statusCode == kTooMany || reply.statusCode == kTooManyOfOld;
     if (full && !transaction_.accepted.empty()) {
         call_.log.logData("too_many_recipients", recipient);
         transaction_.tooMany.push_back(recipient);
-        return true;
+        return {};
     }
     call_.log.logData("bad_address", recipient);
     transaction_.refused.push_back(recipient);
-    return true;
+    refusedReply_ = reply;
+    return {};
 }
 
-bool SmtpTransfer::checkAccepted() {
+Failure SmtpTransfer::checkAccepted() {
     if (transaction_.accepted.empty()) return noValidRecipients();
-    if (transaction_.accepted.size() < transaction_.recipients.size() &&
-        connection_.settings.requireAllRecipients) {
-        connection_.fail(call_.log, SmtpStatus::SomeBadRecipients,
-                         "Not all recipients were accepted. " + lastRefusal_);
-        connection_.smtpRset(call_);
-        return false;
+    if (transaction_.accepted.size() == transaction_.recipients.size() ||
+        !connection_.settings.requireAllRecipients) {
+        return {};
     }
-    return true;
+    Failure failure =
+        recipientsRefused(Cause::SomeBadRecipients, "Not all recipients were accepted. ");
+    connection_.smtpRset(call_);
+    return failure;
 }
 
-bool SmtpTransfer::smtpData() {
-    const auto reply = connection_.smtpSendGet2(call_, "DATA\r\n");
-    if (!reply) return noteLostCommand();
-    if (reply->statusCode == kGoAhead) return true;
-    if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
+Failure SmtpTransfer::smtpData() {
+    SmtpResponse reply;
+    Failure failure = connection_.smtpSendGet2(call_, "DATA\r\n", reply);
+    if (failure) return lostCommand(std::move(failure)).at(Stage::Data);
+    if (reply.statusCode == kGoAhead) return {};
+    if (reply.statusCode == kServiceClosing) mayReconnect_ = true;
     call_.log.logError("Non-success DATA response.");
-    return refuse(SmtpStatus::DataFailure, "DATA");
+    return refuse(Cause::DataFailure, "DATA", reply);
 }
 
-bool SmtpTransfer::sendWithPipelining() {
-    Mail mail = Mail::Accepted;
+// The refusal of the sender is what is told, whatever the replies to the rest of its flight say.
+Failure SmtpTransfer::sendWithPipelining() {
+    Failure failure = sendFlights();
+    return senderRefusal_ ? std::move(senderRefusal_) : std::move(failure);
+}
+
+Failure SmtpTransfer::sendFlights() {
     size_t first = 0;
     do {
         const bool withMail = first == 0;
-        if (withMail && !queueMailFrom()) return noteLostCommand();
+        if (withMail) {
+            if (Failure failure = queueMailFrom()) {
+                return lostCommand(std::move(failure)).at(Stage::Sender);
+            }
+        }
         const size_t end = queueFlight(first);
-        if (!sendFlight()) return false;
-        if (withMail) mail = readPipelinedMailReply();
-        if (mail == Mail::Unusable) return false;
-        if (!readFlightReplies(first, end, mail == Mail::Refused)) return false;
+        if (Failure failure = sendFlight()) return failure;
+        if (withMail) {
+            if (Failure failure = readPipelinedMailReply()) return failure;
+        }
+        if (Failure failure = readFlightReplies(first, end)) return failure;
         first = end;
-    } while (first < transaction_.recipients.size() && mail == Mail::Accepted);
+    } while (first < transaction_.recipients.size() && !senderRefusal_);
     if (send_.checkRecipientsOnly || first < transaction_.recipients.size()) {
-        if (mail == Mail::Accepted) return true;
-        connection_.smtpRset(call_);
-        return false;
+        if (senderRefusal_) connection_.smtpRset(call_);
+        return {};
     }
-    return readPipelinedDataReply(mail == Mail::Refused);
+    return readPipelinedDataReply();
 }
 
 // Queues the next recipients and, with the last of them, DATA. Returns where the flight ends.
 size_t SmtpTransfer::queueFlight(size_t first) {
     const size_t end = std::min(transaction_.recipients.size(), first + kFlightRecipients);
-    for (size_t i = first; i < end; ++i) {
+    Failure failure;
+    for (size_t i = first; i < end && !failure; ++i) {
         const LogContextExitor context(call_.log, "sendRcptTo");
-        if (!queueRcptTo(transaction_.recipients[i])) return end;
+        failure = queueRcptTo(transaction_.recipients[i]);
     }
-    if (end == transaction_.recipients.size() && !send_.checkRecipientsOnly) {
-        connection_.queueCommand(call_.log, "DATA\r\n", false);
+    if (!failure && end == transaction_.recipients.size() && !send_.checkRecipientsOnly) {
+        failure = connection_.queueCommand(call_.log, "DATA\r\n", false);
     }
     return end;
 }
 
-bool SmtpTransfer::sendFlight() {
-    if (connection_.sendQueued(call_)) return true;
+Failure SmtpTransfer::sendFlight() {
+    Failure failure = connection_.sendQueued(call_);
+    if (!failure) return {};
     if (call_.wasStopped()) {
         call_.log.logError("Aborted by application callback when sending RCPT TO");
     } else {
         call_.log.logError("Failed to send " + senderStep());
         call_.log.logError("Failed to send RCPT TO command.");
     }
-    return noteLostCommand();
+    return lostCommand(std::move(failure)).at(Stage::Sender);
 }
 
-SmtpTransfer::Mail SmtpTransfer::readPipelinedMailReply() {
-    const auto reply = connection_.readSmtpResponse(call_, senderStep());
-    if (!reply) {
+// Fails where the connection does not serve any longer; a refusal is kept.
+Failure SmtpTransfer::readPipelinedMailReply() {
+    SmtpResponse reply;
+    if (Failure failure = connection_.readSmtpResponse(call_, senderStep(), reply)) {
         if (connection_.settings.userName.empty()) {
             call_.log.logInfo("Note: Your application did not provide an SMTP username.");
             call_.log.logInfo("The lack of an SMTP login name could be the cause of this error.");
         }
-        noteLostCommand();
-        return Mail::Unusable;
+        return lostCommand(std::move(failure)).at(Stage::Sender);
     }
-    if (reply->isSuccess()) return Mail::Accepted;
-    if (reply->statusCode == kGoAhead) {
-        strange354(SmtpStatus::FromFailure);
-        return Mail::Unusable;
-    }
-    send_.retryAllowed = reply->statusCode == kServiceClosing || reply->statusCode == kTryAgain;
-    connection_.fail(call_.log, SmtpStatus::FromFailure,
-                     senderStep() + " was answered with: " + connection_.lastReply());
-    return Mail::Refused;
+    if (reply.isSuccess()) return {};
+    if (reply.statusCode == kGoAhead) return strange354(Cause::FromFailure);
+    mayReconnect_ = reply.statusCode == kServiceClosing || reply.statusCode == kTryAgain;
+    senderRefusal_ = answeredWith(Cause::FromFailure, senderStep(), reply);
+    return {};
 }
 
-bool SmtpTransfer::readFlightReplies(size_t first, size_t end, bool mailRefused) {
+Failure SmtpTransfer::readFlightReplies(size_t first, size_t end) {
     for (size_t i = first; i < end; ++i) {
-        const std::string& recipient = transaction_.recipients[i];
-        if (!readRcptTo(recipient)) {
+        SmtpResponse reply;
+        if (Failure failure = readRcptTo(transaction_.recipients[i], reply)) {
             call_.log.logError("Failed to read RCPT TO response.");
-            if (!mailRefused) noteLostCommand();
-            return false;
+            return senderRefusal_ ? std::move(failure) : lostCommand(std::move(failure));
         }
-        if (connection_.lastReplyCode() == kGoAhead) return strange354(SmtpStatus::DataFailure);
+        if (reply.statusCode == kGoAhead) return strange354(Cause::DataFailure);
     }
-    return true;
+    return {};
 }
 
 // The server takes what follows for the message although replies are missing: the two sides no
 // longer speak of the same command.
-bool SmtpTransfer::strange354(SmtpStatus status) {
+Failure SmtpTransfer::strange354(Cause cause) {
     call_.log.logInfo("Strange that a 354 response was already received.");
     call_.log.logInfo(
         "Try turning off the mailman.SmtpPipelining property by setting it equal to false/0.");
-    connection_.fail(call_.log, status,
-                     "The replies to the pipelined commands came out of order: 354 too early.");
+    Failure failure =
+        fail(call_.log, cause,
+             "The replies to the pipelined commands came out of order: 354 too early.");
     close();
-    return false;
+    return failure;
 }
 
-bool SmtpTransfer::readPipelinedDataReply(bool mailRefused) {
-    const auto reply = connection_.readSmtpResponse(call_, "DATA");
-    if (!reply) {
-        if (!mailRefused) noteLostCommand();
-        return false;
+Failure SmtpTransfer::readPipelinedDataReply() {
+    SmtpResponse reply;
+    if (Failure failure = connection_.readSmtpResponse(call_, "DATA", reply)) {
+        if (senderRefusal_) return failure;
+        return lostCommand(std::move(failure)).at(Stage::Data);
     }
-    if (reply->statusCode != kGoAhead) {
-        if (reply->statusCode == kServiceClosing) send_.retryAllowed = true;
-        if (transaction_.accepted.empty() && !mailRefused) return noValidRecipients();
+    if (reply.statusCode != kGoAhead) {
+        if (reply.statusCode == kServiceClosing) mayReconnect_ = true;
+        if (transaction_.accepted.empty() && !senderRefusal_) return noValidRecipients();
         call_.log.logError("Non-success DATA response.");
-        return refuse(SmtpStatus::DataFailure, "DATA");
+        return refuse(Cause::DataFailure, "DATA", reply);
     }
     if (transaction_.accepted.empty()) return endEmptyMessage();
-    if (!mailRefused) return true;
-    close();  // somebody would get the message of a refused sender
-    return false;
+    if (senderRefusal_) close();  // somebody would get the message of a refused sender
+    return {};
 }
 
 // The server waits for a message that nobody would get: the dot alone ends it (RFC 2920 section
 // 3.1). Its reply changes nothing.
-bool SmtpTransfer::endEmptyMessage() {
-    connection_.fail(call_.log, SmtpStatus::NoValidRecipients,
-                     "No recipient was accepted. " + lastRefusal_);
-    const auto reply = connection_.smtpSendGet2(call_, ".\r\n");
-    const bool over = reply && (reply->isSuccess() || reply->statusCode >= 400);
-    if (!over || reply->statusCode == kServiceClosing) close();
-    return false;
+Failure SmtpTransfer::endEmptyMessage() {
+    Failure failure = recipientsRefused(Cause::NoValidRecipients, "No recipient was accepted. ");
+    SmtpResponse reply;
+    const Failure lost = connection_.smtpSendGet2(call_, ".\r\n", reply);
+    const bool over = !lost && (reply.isSuccess() || reply.statusCode >= 400);
+    if (!over || reply.statusCode == kServiceClosing) close();
+    return failure;
 }
 
-bool SmtpTransfer::refuse(SmtpStatus status, const std::string& what) {
-    connection_.fail(call_.log, status, what + " was answered with: " + connection_.lastReply());
+Failure SmtpTransfer::answeredWith(Cause cause, const std::string& what,
+                                   const SmtpResponse& reply) {
+    return smtp::refused(call_.log, cause, what + " was answered with: ", reply);
+}
+
+Failure SmtpTransfer::refuse(Cause cause, const std::string& what, const SmtpResponse& reply) {
+    Failure failure = answeredWith(cause, what, reply);
     connection_.smtpRset(call_);
-    return false;
+    return failure;
 }
 
-bool SmtpTransfer::noValidRecipients() {
+// With the last refusal, which stands for the others.
+Failure SmtpTransfer::recipientsRefused(Cause cause, const std::string& sentence) {
+    return fail(call_.log, cause, sentence + lastRefusal_)
+        .withReply(refusedReply_.statusCode, refusedReply_.shownLines());
+}
+
+Failure SmtpTransfer::noValidRecipients() {
     call_.log.logError("No valid recipients");
-    connection_.fail(call_.log, SmtpStatus::NoValidRecipients,
-                     "No recipient was accepted. " + lastRefusal_);
+    Failure failure = recipientsRefused(Cause::NoValidRecipients, "No recipient was accepted. ");
     connection_.smtpRset(call_);
-    return false;
+    return failure;
 }
 
 // Nothing of the message has been sent yet: a lost connection allows another try. A recipient
 // refused just before may be why it was lost.
-bool SmtpTransfer::noteLostCommand() {
+Failure SmtpTransfer::lostCommand(Failure failure) {
     if (!lastRefusal_.empty()) {
-        connection_.outcome().addToReason("Before that, " + lastRefusal_);
+        failure.addSentence("Before that, " + lastRefusal_);
         call_.log.logError("Before that, " + lastRefusal_);
     }
-    if (connection_.ioFailure() == SmtpConnImpl::IoFailure::Lost) send_.retryAllowed = true;
-    return false;
+    if (failure.is(Cause::ConnectionLost)) mayReconnect_ = true;
+    return failure;
 }
 
 void SmtpTransfer::advance(uint64_t amount) {

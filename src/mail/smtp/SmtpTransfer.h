@@ -1,11 +1,10 @@
 // One mail transaction on a greeted connection: MAIL FROM, RCPT TO, DATA, the message, its end.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "log/LogBase.h"
+#include "base/Failure.h"
 #include "mail/smtp/SmtpConnImpl.h"
 #include "mail/smtp/SmtpSend.h"
 #include "net/stream/CallContext.h"
@@ -29,48 +28,49 @@ public:
                  SmtpTransaction& transaction)
         : connection_(connection), send_(send), transaction_(transaction), call_(call) {}
 
-    // True if the server has taken the message. A refusal leaves the connection open after RSET,
-    // everything else that fails closes it. send.retryAllowed is set only where the server cannot
-    // have the message.
-    bool sendSmtpEmail();
+    // Nothing where the server has taken the message. A refusal leaves the connection open after
+    // RSET, everything else that fails closes it.
+    Failure sendSmtpEmail();
 
 private:
-    enum class Mail { Accepted, Refused, Unusable };
     class DataSink;
 
-    // The envelope; true when the server waits for the message (or has the recipients checked).
-    bool sendNonPipelining();
-    bool sendWithPipelining();
+    // The envelope, to where the server waits for the message (or has the recipients checked).
+    Failure sendNonPipelining();
+    Failure sendWithPipelining();
 
-    bool queueMailFrom();
-    bool queueRcptTo(const std::string& recipient);
-    bool sendRcptTo(const std::string& recipient);
-    bool readRcptTo(const std::string& recipient);
-    bool sendFlight();
+    Failure queueMailFrom();
+    Failure queueRcptTo(const std::string& recipient);
+    Failure sendRcptTo(const std::string& recipient);
+    Failure readRcptTo(const std::string& recipient, SmtpResponse& reply);
+    Failure sendFlights();
+    Failure sendFlight();
     size_t queueFlight(size_t first);
-    Mail readPipelinedMailReply();
-    bool readFlightReplies(size_t first, size_t end, bool mailRefused);
-    bool readPipelinedDataReply(bool mailRefused);
-    bool endEmptyMessage();
-    bool strange354(SmtpStatus status);
+    Failure readPipelinedMailReply();
+    Failure readFlightReplies(size_t first, size_t end);
+    Failure readPipelinedDataReply();
+    Failure endEmptyMessage();
+    Failure strange354(Cause cause);
 
-    bool smtpMailFrom();
-    bool sendRecipients();
-    bool checkAccepted();
-    bool smtpData();
+    Failure smtpMailFrom();
+    Failure sendRecipients();
+    Failure checkAccepted();
+    Failure smtpData();
 
-    bool transferMessage();
-    bool sendDataToSmtp();
-    bool streamMessage();
-    bool hasWords();
-    bool answeredTooEarly();
-    std::optional<SmtpResponse> replyToEnd();
-    bool finishMessage();
-    bool judgeFinalReply(const SmtpResponse& reply);
+    Failure transferMessage();
+    Failure sendDataToSmtp();
+    Failure streamMessage();
+    Failure earlyWords();
+    Failure answeredTooEarly();
+    Failure replyToEnd(SmtpResponse& reply);
+    Failure finishMessage();
+    Failure judgeFinalReply(const SmtpResponse& reply);
 
-    bool refuse(SmtpStatus status, const std::string& what);
-    bool noValidRecipients();
-    bool noteLostCommand();
+    Failure refuse(Cause cause, const std::string& what, const SmtpResponse& reply);
+    Failure answeredWith(Cause cause, const std::string& what, const SmtpResponse& reply);
+    Failure recipientsRefused(Cause cause, const std::string& sentence);
+    Failure noValidRecipients();
+    Failure lostCommand(Failure failure);
     void close() { connection_.closeSmtpConnection(call_); }
     void advance(uint64_t amount);
     std::string senderStep() const;
@@ -80,7 +80,10 @@ private:
     SmtpSend& send_;
     SmtpTransaction& transaction_;
     CallContext& call_;
-    std::string lastRefusal_;  // of a recipient
+    std::string lastRefusal_;  // of a recipient, and the reply that it was
+    SmtpResponse refusedReply_;
+    Failure senderRefusal_;      // in a flight whose other replies are still to be read
+    bool mayReconnect_ = false;  // nothing of the message has left, and a new connection may do
 };
 
 }  // namespace tv

@@ -1,10 +1,12 @@
 // The message of a transaction and its end. Once the terminator has begun to leave, the server may
 // have the message whatever comes after.
 #include <new>
+#include <utility>
 
 #include "log/LogContextExitor.h"
 #include "mail/smtp/DotStuffer.h"
 #include "mail/smtp/SentMailLog.h"
+#include "mail/smtp/SmtpFailure.h"
 #include "mail/smtp/SmtpTransfer.h"
 
 namespace tv {
@@ -18,130 +20,128 @@ constexpr std::string_view kOutcomeUnknown =
 
 }  // namespace
 
-// The server waits for the message. From here on no second try is allowed: what breaks off after
-// the terminator began may have been accepted.
-bool SmtpTransfer::transferMessage() {
-    send_.retryAllowed = false;
+// The server waits for the message. From here on no failure asks for a second try: what breaks off
+// after the terminator began may have been accepted.
+Failure SmtpTransfer::transferMessage() {
     const std::string_view sentMailLog = connection_.settings.sentMailLogFile.utf8();
     const bool logged = sentMailLog.empty() || transaction_.isFurther ||
                         smtp::appendToSentMailLog(call_.log, sentMailLog, send_);
     call_.log.logDataLong("mimeDataSize", static_cast<int64_t>(send_.stuffedSize));
-    if (!logged) {
-        connection_.fail(call_.log, SmtpStatus::RenderFailed,
-                         "The message could not be rendered for the sent-mail log.");
-    }
-    if (!logged || !sendDataToSmtp()) {
+    Failure failure = logged ? sendDataToSmtp()
+                             : fail(call_.log, Cause::RenderFailed,
+                                    "The message could not be rendered for the sent-mail log.");
+    if (failure) {
         call_.log.logError(call_.wasStopped()
                                ? "Aborted by application callback while sending MIME data."
                                : "Failed when sending MIME body");
-        close();
-        return false;
+    } else {
+        failure = finishMessage();
     }
-    if (finishMessage()) return true;
-    close();
-    return false;
+    if (failure) close();
+    return failure;
 }
 
-bool SmtpTransfer::sendDataToSmtp() {
+Failure SmtpTransfer::sendDataToSmtp() {
     const LogContextExitor context(call_.log, "sendDataToSmtp");
     const bool large = send_.stuffedSize > kLargeTransfer;
     if (large) connection_.setTcpNoDelay(call_.log, false);
     connection_.sessionLog().addDataSize(send_.stuffedSize);
-    const bool sent = streamMessage();
+    Failure failure = streamMessage();
     if (large) connection_.setTcpNoDelay(call_.log, true);
-    const std::string_view event = sent ? "SmtpDataSent" : "SmtpDataSendFailed";
+    const std::string_view event = failure ? "SmtpDataSendFailed" : "SmtpDataSent";
     if (call_.monitor) call_.monitor->textEvent(event, "...");
     call_.log.logData(event, "...");
-    return sent;
+    return failure;
 }
 
-// Block by block to the server, as long as it keeps silent.
+// Block by block to the server, as long as it keeps silent. Nothing is taken after a failure.
 class SmtpTransfer::DataSink final : public OutputStream {
 public:
     explicit DataSink(SmtpTransfer& transfer) : transfer_(transfer) {}
     using OutputStream::write;
     bool write(std::span<const uint8_t> block) override {
-        if (transfer_.hasWords()) return false;
-        if (!transfer_.connection_.sendData(transfer_.call_, block)) return false;
+        failure = transfer_.earlyWords();
+        if (!failure) failure = transfer_.connection_.sendData(transfer_.call_, block);
+        if (failure) return false;
         transfer_.advance(block.size());
         return true;
     }
+
+    Failure failure;
 
 private:
     SmtpTransfer& transfer_;
 };
 
-bool SmtpTransfer::streamMessage() {
+Failure SmtpTransfer::streamMessage() {
     DataSink sink(*this);
     DataBlocks blocks(sink, connection_.settings.sendChunkSize);
     const bool rendered = send_.mimeSource(call_.log, blocks, send_.utf8) && blocks.finish();
     call_.log.logDataLong("numBytesSent", static_cast<int64_t>(blocks.bytesOut()));
-    if (rendered && blocks.bytesOut() == send_.stuffedSize) return true;
+    if (sink.failure) return std::move(sink.failure).at(Stage::Data);
+    if (rendered && blocks.bytesOut() == send_.stuffedSize) return {};
     // A message that broke off must never get its terminator.
-    if (!connection_.isConnected()) return false;
-    connection_.fail(call_.log, SmtpStatus::RenderFailed,
-                     "The message could not be rendered to its end; it was not finished.");
-    return false;
+    return fail(call_.log, Cause::RenderFailed,
+                "The message could not be rendered to its end; it was not finished.");
 }
 
 // A reply that comes before the end of the message is no reply to it. Most often the server
 // refuses what it has seen so far, and nothing more is worth sending.
-bool SmtpTransfer::hasWords() {
-    if (connection_.isQuiet() || !connection_.hasInput()) return false;
-    if (connection_.readSmtpResponse(call_, "the message data")) {
-        connection_.failEarly(call_.log);
-    }
+Failure SmtpTransfer::earlyWords() {
+    if (connection_.isQuiet() || !connection_.hasInput()) return {};
+    SmtpResponse reply;
+    Failure failure = connection_.readSmtpResponse(call_, "the message data", reply);
+    if (!failure) failure = smtp::repliedEarly(call_.log, reply);
     close();
-    return true;
+    return failure;
 }
 
-bool SmtpTransfer::answeredTooEarly() {
-    if (hasWords()) return true;
-    if (connection_.isConnected()) return false;
-    connection_.fail(call_.log, SmtpStatus::ConnectionLost,
-                     "The server closed the connection before the end of the message.");
-    return true;
+Failure SmtpTransfer::answeredTooEarly() {
+    Failure failure = earlyWords();
+    if (!failure && !connection_.isConnected()) {
+        failure = fail(call_.log, Cause::ConnectionLost,
+                       "The server closed the connection before the end of the message.");
+    }
+    return std::move(failure).at(Stage::Data);
 }
 
 // A host that reads of memory alone would send again: what it must know is made here.
-std::optional<SmtpResponse> SmtpTransfer::replyToEnd() {
+Failure SmtpTransfer::replyToEnd(SmtpResponse& reply) {
     try {
-        if (!connection_.sendCmdToSmtp(call_, "\r\n.\r\n", false)) return std::nullopt;
-        return connection_.readSmtpResponse(call_, ".");
+        Failure failure = connection_.sendCmdToSmtp(call_, "\r\n.\r\n", false);
+        return failure ? std::move(failure) : connection_.readSmtpResponse(call_, ".", reply);
     } catch (const std::bad_alloc&) {
-        connection_.fail(call_.log, SmtpStatus::Failed,
-                         "No memory for the end of the message data.");
-        return std::nullopt;
+        return fail(call_.log, Cause::OutOfMemory, "No memory for the end of the message data.");
     }
 }
 
-bool SmtpTransfer::finishMessage() {
-    if (answeredTooEarly()) return false;
-    const auto reply = replyToEnd();
-    const SmtpConnImpl::Sent left = connection_.lastSent();
-    if (reply) return judgeFinalReply(*reply);
-    const bool refused = connection_.lastReplyCode() >= 400;  // by the last words
-    if (left != SmtpConnImpl::Sent::Nothing && !refused) {
-        connection_.outcome().addToReason(kOutcomeUnknown);
+Failure SmtpTransfer::finishMessage() {
+    using Sent = SmtpConnImpl::Sent;
+    if (Failure failure = answeredTooEarly()) return failure;
+    SmtpResponse reply;
+    Failure failure = replyToEnd(reply).at(Stage::Acceptance);
+    if (!failure) return judgeFinalReply(reply);
+    const Sent left = connection_.lastSent();
+    if (left != Sent::Nothing && failure.replyCode() < 400) {  // no refusal in the last words
+        failure.addSentence(kOutcomeUnknown);
+        failure.setOutcomeUnknown();
         call_.log.logError(kOutcomeUnknown);
     }
     if (call_.wasStopped()) {
         call_.log.logError("Aborted by application callback at DATA terminator.");
         close();
-        return left == SmtpConnImpl::Sent::All;  // then the message is with the server
+        return left == Sent::All ? Failure() : std::move(failure);  // all: the server has it
     }
-    call_.log.logError(left == SmtpConnImpl::Sent::All
+    call_.log.logError(left == Sent::All
                            ? "SMTP failed when receiving the DATA terminator response."
                            : "SMTP failed when sending DATA terminator.");
-    return false;
+    return failure;
 }
 
-bool SmtpTransfer::judgeFinalReply(const SmtpResponse& reply) {
-    if (reply.statusCode < 400) return true;
+Failure SmtpTransfer::judgeFinalReply(const SmtpResponse& reply) {
+    if (reply.statusCode < 400) return {};
     call_.log.logError("Non-success DATA terminator response.");
-    connection_.fail(call_.log, SmtpStatus::DataFailure,
-                     "The message was answered with: " + connection_.lastReply());
-    return false;
+    return answeredWith(Cause::DataFailure, "The message", reply).at(Stage::Acceptance);
 }
 
 }  // namespace tv

@@ -52,7 +52,7 @@ struct MailWorld {
 
     std::string transcript() { return std::string(mailMan.SmtpSessionLog().utf8()); }
     std::string logText() { return std::string(mailMan.lastErrorText().utf8()); }
-    std::string word() { return std::string(statusWord(mailMan.lastSendStatus())); }
+    std::string word() { return std::string(mailMan.lastSendStatus()); }
 };
 
 // The message bytes that went over the link, dots stuffed, without the terminator; empty if the

@@ -4,7 +4,6 @@
 #include "mail/AutoFix.h"
 #include "mail/ClsMailMan.h"
 #include "mail/MailManText.h"
-#include "mail/smtp/SmtpStatus.h"
 #include "tests/fixtures/FakeSystem.h"
 
 namespace tv {
@@ -157,22 +156,6 @@ TEST(ClsMailMan, everyPropertyTakesAValue) {
     for (const std::string_view name : ClsMailMan::propertyNames()) {
         EXPECT_TRUE(mailMan.setProperty(name, XString("1"))) << name;
     }
-}
-
-TEST(SmtpOutcome, firstFailureNamesIt) {
-    SmtpOutcome outcome;
-    outcome.fail(SmtpStatus::NoFrom, "no sender");
-    EXPECT_EQ(outcome.status(), SmtpStatus::NoFrom);
-    outcome.fail(SmtpStatus::FromFailure, "refused");
-    outcome.fail(SmtpStatus::ConnectionLost, "lost");
-    EXPECT_EQ(statusWord(outcome.status()), "FromFailure");
-    EXPECT_EQ(outcome.reason(), "refused");
-    outcome.settle(false);
-    EXPECT_EQ(statusWord(outcome.status()), "FromFailure");
-    outcome.settle(true);
-    EXPECT_EQ(statusWord(outcome.status()), "Success");
-    outcome.settle(false);
-    EXPECT_EQ(statusWord(outcome.status()), "Failed");
 }
 
 }  // namespace

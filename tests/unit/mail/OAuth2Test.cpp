@@ -54,12 +54,11 @@ TEST(OAuth2, descriptions) {
     };
     for (const Row& row : rows) {
         OAuth2Request request;
-        std::string fault;
-        const bool valid =
-            readOAuth2Description(std::string("{") + row.members + "}", request, fault);
-        EXPECT_EQ(valid, row.form != nullptr) << row.members;
-        if (!valid) {
-            EXPECT_TRUE(fault.ends_with(row.host)) << row.members << fault;
+        const Failure failure =
+            readOAuth2Description(std::string("{") + row.members + "}", request);
+        EXPECT_EQ(!failure, row.form != nullptr) << row.members;
+        if (failure) {
+            EXPECT_TRUE(failure.text().ends_with(row.host)) << row.members << failure.text();
             continue;
         }
         EXPECT_EQ(request.host + ":" + std::to_string(request.port) + request.path, row.host);
@@ -109,10 +108,10 @@ TEST(OAuth2, answers) {
         std::string result = "malformed";
         if (readHttpReply(row.reply, true, reply) == HttpRead::Complete) {
             OAuth2Token read;
-            if (readOAuth2Token(reply, read, result)) {
-                result = std::string(saslText(read.accessToken)) + " " +
-                         std::to_string(read.lifetimeSeconds);
-            }
+            const Failure failure = readOAuth2Token(reply, read);
+            result = failure ? failure.text()
+                             : std::string(saslText(read.accessToken)) + " " +
+                                   std::to_string(read.lifetimeSeconds);
         }
         EXPECT_TRUE(result.ends_with(row.result)) << row.reply << "\n" << result;
         // A reply of known length is complete at its last byte and not before.
@@ -137,6 +136,8 @@ Turn tokenTurn(const std::string& token, int lifetime) {
 }
 
 struct TokenWorld : MailWorld {
+    Failure failure;
+
     TokenWorld() {
         connection.settings.smtpHost.setUtf8(kServer);
         connection.settings.userName.setUtf8("tester");
@@ -147,13 +148,13 @@ struct TokenWorld : MailWorld {
         serve(offering("XOAUTH2") + turns + Turns{quit()});
         CallContext call{log};
         log.clearLog();
-        const bool success = connection.smtpConnectAndAuthenticate(call, false);
+        failure = connection.smtpConnectAndAuthenticate(call, false);
         log.getText(text);
         connection.smtpQuit(call);
         connection.closeSmtpConnection(call);
         EXPECT_FALSE(contains(text, "hidden")) << text;
         EXPECT_FALSE(contains(std::string(connection.sessionLog().text()), "hidden"));
-        return success;
+        return !failure;
     }
     void giveToken(const std::string& token, int lifetime = 3600) {
         net.serve("10.0.0.9", 80, {tokenTurn(token, lifetime)});
@@ -233,7 +234,7 @@ TEST(OAuth2, whatTheEndpointMayDo) {
         EXPECT_TRUE(contains(world.text,
                              "Failed to get SMTP OAuth2 access token by client "
                              "credentials."));
-        EXPECT_EQ(statusWord(world.connection.outcome().status()), "AuthFailure");
+        EXPECT_EQ(statusWord(world.failure.cause()), "AuthFailure");
     }
 }
 

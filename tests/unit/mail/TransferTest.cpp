@@ -23,6 +23,7 @@ struct TransferWorld {
     CallContext call{log};
     SmtpConnImpl connection;
     SmtpSend send;
+    Failure failure;
 
     TransferWorld() {
         connection.settings.smtpHost.setUtf8(kServer);
@@ -37,11 +38,12 @@ struct TransferWorld {
     }
     FakeLink& serve(std::string_view steps) { return net.serve(kServer, 25, script(steps)); }
     bool transfer() {
-        EXPECT_TRUE(connection.smtpConnectAndAuthenticate(call, false));
+        EXPECT_FALSE(connection.smtpConnectAndAuthenticate(call, false));
         EXPECT_TRUE(send.measure(log));
-        return SmtpDelivery(call, connection, send).deliver();
+        failure = SmtpDelivery(call, connection, send).deliver();
+        return !failure;
     }
-    std::string word() { return std::string(statusWord(connection.outcome().status())); }
+    std::string_view word() const { return statusWord(failure.cause()); }
 };
 
 class Watcher : public ProgressMonitor {
@@ -213,16 +215,6 @@ TEST(Transfer, recipientsAreSpreadOverTransactions) {
     std::remove(path.c_str());
 }
 
-TEST(Transfer, noopKeepsAConnectionThatAnswers) {
-    for (const bool answers : {true, false}) {
-        TransferWorld world;
-        world.serve(answers ? "open; 'NOOP' 250 ok; quit" : "open; 'NOOP' -!close");
-        EXPECT_TRUE(world.connection.smtpConnect(world.call));
-        EXPECT_EQ(world.connection.smtpNoop(world.call), answers);
-        EXPECT_EQ(world.connection.isConnected(), answers);
-    }
-}
-
 TEST(Transfer, recipientsOnly) {
     for (const bool piped : {false, true}) {
         TransferWorld world;
@@ -260,10 +252,55 @@ TEST(Transfer, aMessageThatBreaksOffNeverGetsItsTerminator) {
         link.mayEndEarly = true;
         EXPECT_FALSE(world.transfer());
         EXPECT_EQ(world.word(), "RenderFailed");
-        EXPECT_FALSE(world.send.retryAllowed);
+        EXPECT_FALSE(world.failure.mayReconnect());
         EXPECT_TRUE(link.closedByClient);
         EXPECT_FALSE(contains(link.fromClient, "\r\n.\r\n"));
         EXPECT_FALSE(contains(link.fromClient, "QUIT"));
+    }
+}
+
+// Where it failed, why, and whether it may be sent again: no line of the log says that.
+TEST(Transfer, failuresTellStageAndRepetition) {
+    const struct {
+        const char* steps;  // empty: nobody serves
+        Stage stage;
+        Cause cause;
+        int32_t code;
+        Repeat repeat;
+        bool reconnects = false;
+    } rows[] = {
+        {"", Stage::Connect, Cause::ConnectFailed, 0, Repeat::NothingSent},
+        {"greet 554 no", Stage::Greeting, Cause::GreetingError, 554, Repeat::RefusedForGood},
+        {"greet !close", Stage::Ehlo, Cause::ConnectionLost, 0, Repeat::NothingSent},
+        {"open; mail 451 later; rset; quit", Stage::Sender, Cause::FromFailure, 451,
+         Repeat::RefusedForNow, true},
+        {"open; mail; rcpt 550 no; rset; quit", Stage::Recipients, Cause::NoValidRecipients, 550,
+         Repeat::RefusedForGood},
+        {"open; mail; rcpt !close", Stage::Data, Cause::ConnectionLost, 0, Repeat::NothingSent,
+         true},
+        {"open; mail; rcpt; data 452 full; rset; quit", Stage::Data, Cause::DataFailure, 452,
+         Repeat::RefusedForNow},
+        {"open; mail; rcpt; data; text 554 no", Stage::Acceptance, Cause::DataFailure, 554,
+         Repeat::RefusedForGood},
+        {"open; mail; rcpt; data; text -!close", Stage::Acceptance, Cause::ConnectionLost, 0,
+         Repeat::Unknown},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.steps);
+        TransferWorld world;
+        world.write("A: b\r\n\r\n");
+        if (*row.steps) world.serve(row.steps);
+        if (row.stage == Stage::Greeting) world.serve(row.steps);  // it is asked once more
+        Failure failure = world.connection.smtpConnectAndAuthenticate(world.call, false);
+        EXPECT_TRUE(world.send.measure(world.log));
+        if (!failure) {
+            failure = SmtpDelivery(world.call, world.connection, world.send).deliver();
+        }
+        EXPECT_EQ(failure.stage(), row.stage);
+        EXPECT_EQ(failure.cause(), row.cause);
+        EXPECT_EQ(failure.replyCode(), row.code);
+        EXPECT_EQ(failure.repeat(), row.repeat);
+        EXPECT_EQ(failure.mayReconnect(), row.reconnects);
     }
 }
 
@@ -278,7 +315,7 @@ TEST(Transfer, memoryThatRunsOutAtTheLastReplyIsAnUnknownOutcome) {
     world.call.setMonitor(&monitor);
     FakeLink& link = world.serve("open; transaction");
     EXPECT_FALSE(world.transfer());
-    EXPECT_TRUE(contains(world.connection.outcome().reason(), "may deliver it twice"));
+    EXPECT_TRUE(contains(world.failure.text(), "may deliver it twice"));
     EXPECT_TRUE(link.closedByClient);
 }
 
@@ -294,7 +331,7 @@ TEST(Transfer, anExceptionLeavesNoConnectionToUseAgain) {
     FakeLink& first = world.serve("open; mail; rcpt; data");
     EXPECT_THROW(world.transfer(), std::bad_alloc);
     world.serve("trial");
-    EXPECT_TRUE(world.connection.smtpConnect(world.call));
+    EXPECT_FALSE(world.connection.smtpConnect(world.call));
     EXPECT_TRUE(first.closedByClient);
 }
 
