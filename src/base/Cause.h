@@ -50,6 +50,49 @@ enum class Cause : uint8_t {
     CertificateInvalid = 106,
     CertificateRequirement = 108,
     TlsServerHelloUnreadable = 127,
+    // TLS, found in what the peer sent.
+    TlsUnexpectedMessage = 130,
+    TlsUnexpectedCcs = 131,
+    TlsBadRecordMac = 132,
+    TlsRecordOverflow = 133,
+    TlsRecordVersion = 134,
+    TlsRecordType = 135,
+    TlsUnprotectedRecord = 136,
+    TlsMessageTooLong = 137,
+    TlsTooManyIdleRecords = 138,
+    TlsLeftoverAtKeyChange = 139,
+    TlsDecodeError = 140,
+    TlsServerHelloTooShort = 141,
+    TlsIllegalParameter = 142,
+    TlsUnsupportedExtension = 143,
+    TlsMissingExtension = 144,
+    TlsVersionNotOffered = 145,
+    TlsDowngrade = 146,
+    TlsSuiteNotOffered = 147,
+    TlsGroupNotOffered = 148,
+    TlsHelloRetryUnchanged = 149,
+    TlsHelloTooLong = 150,
+    TlsBadKeyShare = 151,
+    TlsBadServerKey = 152,
+    TlsWeakDhGroup = 153,
+    TlsSchemeNotAllowed = 154,
+    TlsBadSignature = 155,
+    TlsBadFinished = 156,
+    TlsBadRenegotiation = 157,
+    TlsTooManyRenegotiations = 158,
+    TlsMasterSecretMismatch = 159,
+    TlsResumptionMismatch = 160,
+    TlsCertificateUnreadable = 161,
+    TlsCertificateChanged = 162,
+    TlsCertificateMissing = 163,
+    TlsKeyUsageLacking = 164,
+    TlsCertificateRefused = 165,
+    TlsPeerAlert = 166,
+    // TLS, found on our side.
+    TlsNoUsableVersion = 167,
+    TlsRandomFailed = 168,
+    TlsNoKeys = 169,
+    TlsInternal = 170,
     // An open connection.
     ConnectionLost = 200,
     Timeout = 201,
@@ -82,5 +125,7 @@ Stage stageOf(Cause cause);
 std::string_view statusWord(Cause cause);
 // The words under "ConnectFailReason"; empty where there are none.
 std::string_view connectWords(Cause cause);
+// What TLS has to say of it, as a sentence; empty where that is somebody else's to say.
+std::string_view tlsSentence(Cause cause);
 
 }  // namespace tv

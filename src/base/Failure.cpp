@@ -60,7 +60,9 @@ Cause Failure::root() const {
 }
 
 Stage Failure::stage() const {
-    return detail().stage == Stage::None ? stageOf(cause()) : detail().stage;
+    if (detail().stage != Stage::None) return detail().stage;
+    const Stage below = stageOf(root());
+    return below == Stage::None ? stageOf(cause()) : below;
 }
 
 Repeat Failure::repeat() const {
@@ -117,7 +119,15 @@ Failure&& Failure::withReconnect(bool may) && {
 }
 
 Failure&& Failure::because(const Failure& below) && {
-    if (Detail* detail = own()) detail->root = below.root();
+    if (Detail* detail = own()) {
+        detail->root = below.root();
+        if (detail->stage == Stage::None) detail->stage = below.detail().stage;
+    }
+    return std::move(*this);
+}
+
+Failure&& Failure::because(Cause below) && {
+    if (Detail* detail = own()) detail->root = below;
     return std::move(*this);
 }
 

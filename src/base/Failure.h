@@ -28,6 +28,7 @@ public:
     const std::string& text() const;
     // Where a failure below is what stands behind it: the cause of that one; else its own.
     Cause root() const;
+    // The one that was noted, else that of the root.
     Stage stage() const;
     Repeat repeat() const;
     // A new connection at once may do better, and cannot deliver twice.
@@ -47,7 +48,9 @@ public:
     Failure&& withAnySent(bool any) &&;
     Failure&& withReply(int32_t code, std::string lines) &&;
     Failure&& withReconnect(bool may) &&;
+    // below: None changes nothing.
     Failure&& because(const Failure& below) &&;
+    Failure&& because(Cause below) &&;
     // Where it happened, unless that is known already; None changes nothing.
     Failure&& at(Stage stage) &&;
 

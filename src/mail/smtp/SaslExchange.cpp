@@ -106,6 +106,7 @@ Failure SaslExchange::notReady(Failure failure) {
                        "A credential that " + name + " needs is missing or not usable.");
     } else if (!failure.is(Cause::MechanismUnavailable)) {
         failure = fail(call_.log, Cause::AuthFailure, "The login by " + name + " could not go on.")
+                      .at(Stage::Login)
                       .because(failure);
         noteAuthFailure();
     }

@@ -158,8 +158,7 @@ Failure SmtpConnImpl::openTcp(CallContext& call) {
     return fail(call.log, Cause::ConnectFailed,
                 "No connection to " + std::string(settings.smtpHost.utf8()) + ":" +
                     std::to_string(settings.smtpPort) + ": " + connectFailText(failure) + ".")
-        .because(failure)
-        .at(failure.stage());
+        .because(failure);
 }
 
 Failure SmtpConnImpl::smtpGreeting(CallContext& call) {

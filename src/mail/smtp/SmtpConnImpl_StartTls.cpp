@@ -62,8 +62,7 @@ Failure SmtpConnImpl::upgradeToTls(CallContext& call) {
             fail(call.log, Cause::StartTlsFailed,
                  "The TLS handshake after STARTTLS failed: " + connectFailText(below) + "." +
                      std::string(settings.startTls ? "" : kUnaskedFor))
-                .because(below)
-                .at(below.stage());
+                .because(below);
         closeSmtpConnection(call);
         return failure;
     }

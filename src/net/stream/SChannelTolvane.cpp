@@ -96,8 +96,8 @@ tls::Alert alertOf(x509::ChainRule rule) {
 
 // The server says that it can do more than the repetition without TLS 1.3 offers.
 bool refusesFallback(const tls::TlsProtocol& engine) {
-    return engine.failure() == tls::TlsFailure::Downgrade ||
-           (engine.failure() == tls::TlsFailure::PeerAlert &&
+    return engine.failure() == Cause::TlsDowngrade ||
+           (engine.failure() == Cause::TlsPeerAlert &&
             engine.peerAlert() == tls::Alert::InappropriateFallback);
 }
 
@@ -114,11 +114,11 @@ std::string failureClause(const Failure& failure, const tls::TlsProtocol& engine
                "the server, or set TlsProtocol to \"TLS 1.2 or lower\" where the network is "
                "trusted";
     }
-    if (engine.failure() == tls::TlsFailure::PeerAlert && engine.peerAlert()) {
+    if (engine.failure() == Cause::TlsPeerAlert && engine.peerAlert()) {
         return "The server ended the TLS handshake with the alert \"" +
                std::string(tls::alertName(*engine.peerAlert())) + "\"";
     }
-    if (engine.failure() != tls::TlsFailure::None) return clause(tls::textOf(engine.failure()));
+    if (engine.failure() != Cause::None) return clause(tlsSentence(engine.failure()));
     if (!failure.is(Cause::Timeout)) return "The connection was lost in the TLS handshake";
     if (failure.totalMs() == 0) return "Timeout in the TLS handshake";
     return "The TLS handshake took more than " + durationText(failure.totalMs());
@@ -198,13 +198,15 @@ Failure SChannelTolvane::exchange(CallContext& call, uint32_t idleTimeoutMs) {
 Failure SChannelTolvane::handshakeFailed(LogBase& log, Failure failure, TlsStart start) {
     log.logError(withStart("Client handshake failed.", start));
     if (failure.is(Cause::Aborted)) return failure;
-    if (engine_->failure() == tls::TlsFailure::CertificateMissing) {
+    if (engine_->failure() == Cause::TlsCertificateMissing) {
         return Failure(Cause::NoServerCertificate);
     }
     const Cause cause = !readFailed_ || engine_->serverAnswered() ? Cause::Internal
                         : failure.is(Cause::Timeout)              ? Cause::TlsServerHelloUnreadable
                                                                   : Cause::TlsNoServerHello;
-    return Failure(cause, failureClause(failure, *engine_, isFallback_));
+    return Failure(cause, failureClause(failure, *engine_, isFallback_))
+        .because(engine_->failure())
+        .at(Stage::TlsHandshake);
 }
 
 Failure SChannelTolvane::flush(CallContext& call, uint32_t idleTimeoutMs) {
@@ -231,7 +233,7 @@ Failure SChannelTolvane::process(CallContext& call, std::span<const uint8_t> arr
                                  uint32_t idleTimeoutMs) {
     const bool success = engine_->receive(call.log, arrived);
     if (Failure failure = flush(call, idleTimeoutMs)) return failure;
-    return success ? Failure() : Failure(Cause::ConnectionLost);
+    return success ? Failure() : Failure(Cause::ConnectionLost).because(engine_->failure());
 }
 
 Failure SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,

@@ -34,28 +34,28 @@ ClientHandshake::ClientHandshake(const TlsSettings& settings, TlsEnvironment& en
     : settings_(settings), shared_{settings, environment, records, {}, {}, {},
                                    false,    false,       {},      {}, {}} {}
 
-TlsFailure ClientHandshake::start(LogBase& log, const Negotiated* established) {
+Cause ClientHandshake::start(LogBase& log, const Negotiated* established) {
     const LogContextExitor context(log, "initClientHello");
     established_ = established;
-    const TlsFailure failure = prepareHello(log, established);
-    return failure == TlsFailure::None ? sendHello(log) : failure;
+    const Cause failure = prepareHello(log, established);
+    return failure == Cause::None ? sendHello(log) : failure;
 }
 
-TlsFailure ClientHandshake::prepareHello(LogBase& log, const Negotiated* established) {
+Cause ClientHandshake::prepareHello(LogBase& log, const Negotiated* established) {
     offered_ = settings_.versions;
     if (settings_.options.disableTls13) {
         log.logInfo("TLS 1.3 is explicitly disabled...");
         offered_.highest = std::min(offered_.highest, Version::Tls12);
     }
     if (established) offered_ = {established->version, established->version};
-    if (offered_.empty()) return TlsFailure::NoUsableVersion;
+    if (offered_.empty()) return Cause::TlsNoUsableVersion;
     offersTls13_ = offered_.highest >= Version::Tls13;
 
     ClientHello& hello = shared_.hello;
     shared_.result.version = offered_.highest;
     hello.legacyVersion = std::min(offered_.highest, Version::Tls12);
     hello.fallback = settings_.fallback && !established;
-    if (!shared_.environment.random(hello.random)) return TlsFailure::RandomFailed;
+    if (!shared_.environment.random(hello.random)) return Cause::TlsRandomFailed;
     // RFC 7507, 4: what resumes a session is no fallback, and the other way round.
     if (!established && !hello.fallback) offerSession(log);
     if (offersTls13_) {
@@ -63,11 +63,11 @@ TlsFailure ClientHandshake::prepareHello(LogBase& log, const Negotiated* establi
             log.logVerbose("MiddleBoxCompatibilityMode");
             // RFC 8446, D.4: the longest a session identifier can be, so that it looks like one.
             hello.sessionId.resize(32);
-            if (!shared_.environment.random(hello.sessionId)) return TlsFailure::RandomFailed;
+            if (!shared_.environment.random(hello.sessionId)) return Cause::TlsRandomFailed;
         }
         if (!addShare(log, Group::X25519) || !addShare(log, Group::Secp256r1) ||
             (settings_.options.brainpool && !addShare(log, Group::BrainpoolP256r1))) {
-            return TlsFailure::RandomFailed;
+            return Cause::TlsRandomFailed;
         }
     }
     const SuiteFilter filter{offered_.lowest,         offered_.highest,
@@ -83,7 +83,7 @@ TlsFailure ClientHandshake::prepareHello(LogBase& log, const Negotiated* establi
         std::erase(hello.suites, suite);
         hello.suites.insert(hello.suites.begin(), suite);
     }
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 // A session is offered if this hello could end in its version and suite.
@@ -123,7 +123,7 @@ HelloParameters ClientHandshake::parameters() const {
     return p;
 }
 
-TlsFailure ClientHandshake::sendHello(LogBase& log) {
+Cause ClientHandshake::sendHello(LogBase& log) {
     HelloParameters p = parameters();
     std::vector<OfferedShare> shares;
     for (const auto& share : shared_.shares) {
@@ -132,7 +132,7 @@ TlsFailure ClientHandshake::sendHello(LogBase& log) {
     p.shares = shares;
     ClientHello& hello = shared_.hello;
     hello.extensions = helloExtensions(p);
-    if (!hello.fits()) return TlsFailure::HelloTooLong;
+    if (!hello.fits()) return Cause::TlsHelloTooLong;
     if (!extensionOrder_.empty()) {
         sortLike(hello.extensions, extensionOrder_);
     } else if (settings_.options.shuffleExtensions) {
@@ -146,7 +146,7 @@ TlsFailure ClientHandshake::sendHello(LogBase& log) {
     logHello(log);
     std::vector<uint8_t> message = hello.encode();
     if (p.psk.binderSize != 0) fillBinder(message);
-    return shared_.send(message) ? TlsFailure::None : TlsFailure::OutOfMemory;
+    return shared_.send(message) ? Cause::None : Cause::OutOfMemory;
 }
 
 // The binder covers the transcript and this hello up to the list of binders (RFC 8446, 4.2.11.2).
@@ -180,34 +180,33 @@ void ClientHandshake::logHello(LogBase& log) const {
     if (hello.offers(ExtensionType::ServerName)) log.logData("SNI_hostname", settings_.serverName);
 }
 
-TlsFailure ClientHandshake::onMessage(LogBase& log, const HandshakeMessage& message,
-                                      bool atBoundary) {
+Cause ClientHandshake::onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) {
     if (flow_) {
-        if (!flow_->next().allows(message.type)) return TlsFailure::UnexpectedMessage;
+        if (!flow_->next().allows(message.type)) return Cause::TlsUnexpectedMessage;
         return flow_->onMessage(log, message, atBoundary);
     }
     if (message.type == HandshakeType::ServerHello) return onServerHello(log, message, atBoundary);
-    return TlsFailure::UnexpectedMessage;
+    return Cause::TlsUnexpectedMessage;
 }
 
-TlsFailure ClientHandshake::onChangeCipherSpec() {
-    if (!flow_ || !flow_->next().allowsChangeCipherSpec()) return TlsFailure::UnexpectedCcs;
+Cause ClientHandshake::onChangeCipherSpec() {
+    if (!flow_ || !flow_->next().allowsChangeCipherSpec()) return Cause::TlsUnexpectedCcs;
     readKeysChanged_ = true;
     return flow_->onChangeCipherSpec();
 }
 
-TlsFailure ClientHandshake::onServerHello(LogBase& log, const HandshakeMessage& message,
-                                          bool atBoundary) {
+Cause ClientHandshake::onServerHello(LogBase& log, const HandshakeMessage& message,
+                                     bool atBoundary) {
     const LogContextExitor context(log, "processServerHello");
     ServerHello reply;
     int tooShort = 0;
-    TlsFailure failure = parseServerHello(message.body, shared_.hello, reply, tooShort);
+    Cause failure = parseServerHello(message.body, shared_.hello, reply, tooShort);
     if (tooShort != 0) {
         log.logError("ServerHello too short (" + std::to_string(tooShort) + ")");
     }
-    if (failure == TlsFailure::None) failure = judgeVersion(log, reply);
-    if (failure == TlsFailure::None) failure = judgeSuite(reply);
-    if (failure != TlsFailure::None) return failure;
+    if (failure == Cause::None) failure = judgeVersion(log, reply);
+    if (failure == Cause::None) failure = judgeSuite(reply);
+    if (failure != Cause::None) return failure;
     log.logData("negotiatedVersion", versionName(reply.version));
     log.logData("negotiatedCipherSuite", findCipherSuite(reply.suite)->name);
     if (reply.isRetry) return onHelloRetryRequest(log, reply, message, atBoundary);
@@ -215,17 +214,17 @@ TlsFailure ClientHandshake::onServerHello(LogBase& log, const HandshakeMessage& 
 }
 
 // RFC 8446, 4.1.3 and 4.2.1: TLS 1.3 is chosen by supported_versions alone and nothing else is.
-TlsFailure ClientHandshake::judgeVersion(LogBase& log, const ServerHello& reply) const {
+Cause ClientHandshake::judgeVersion(LogBase& log, const ServerHello& reply) const {
     const bool byExtension = reply.extensions.selectedVersion.has_value();
-    if (reply.isRetry && reply.version != Version::Tls13) return TlsFailure::IllegalParameter;
+    if (reply.isRetry && reply.version != Version::Tls13) return Cause::TlsIllegalParameter;
     if (byExtension && (reply.version != Version::Tls13 || reply.legacyVersion != Version::Tls12)) {
-        return TlsFailure::IllegalParameter;
+        return Cause::TlsIllegalParameter;
     }
-    if (!byExtension && reply.version > Version::Tls12) return TlsFailure::VersionNotOffered;
-    if (!offered_.contains(reply.version)) return TlsFailure::VersionNotOffered;
+    if (!byExtension && reply.version > Version::Tls12) return Cause::TlsVersionNotOffered;
+    if (!offered_.contains(reply.version)) return Cause::TlsVersionNotOffered;
 
     const DowngradeMark mark = downgradeMark(reply.random);
-    if (mark == DowngradeMark::None || byExtension) return TlsFailure::None;
+    if (mark == DowngradeMark::None || byExtension) return Cause::None;
     if (mark == DowngradeMark::ToTls11OrBelow) {
         log.logInfo("TLS 1.3 server is negotiating TLS 1.1 or below...");
     } else {
@@ -234,31 +233,31 @@ TlsFailure ClientHandshake::judgeVersion(LogBase& log, const ServerHello& reply)
     const bool lowered =
         offersTls13_ || shared_.hello.fallback ||
         (mark == DowngradeMark::ToTls11OrBelow && offered_.highest >= Version::Tls12);
-    return lowered ? TlsFailure::Downgrade : TlsFailure::None;
+    return lowered ? Cause::TlsDowngrade : Cause::None;
 }
 
-TlsFailure ClientHandshake::judgeSuite(const ServerHello& reply) const {
+Cause ClientHandshake::judgeSuite(const ServerHello& reply) const {
     const CipherSuite* suite = findCipherSuite(reply.suite);
-    if (!suite || !shared_.hello.offersSuite(suite->id)) return TlsFailure::SuiteNotOffered;
-    if (suite->isTls13() != (reply.version == Version::Tls13)) return TlsFailure::SuiteNotOffered;
-    if (suite->minVersion > reply.version) return TlsFailure::SuiteNotOffered;
-    if (retrySuite_ && retrySuite_ != suite) return TlsFailure::IllegalParameter;
+    if (!suite || !shared_.hello.offersSuite(suite->id)) return Cause::TlsSuiteNotOffered;
+    if (suite->isTls13() != (reply.version == Version::Tls13)) return Cause::TlsSuiteNotOffered;
+    if (suite->minVersion > reply.version) return Cause::TlsSuiteNotOffered;
+    if (retrySuite_ && retrySuite_ != suite) return Cause::TlsIllegalParameter;
     if (reply.version == Version::Tls13 &&
         !std::equal(reply.sessionId.begin(), reply.sessionId.end(), shared_.hello.sessionId.begin(),
                     shared_.hello.sessionId.end())) {
-        return TlsFailure::IllegalParameter;
+        return Cause::TlsIllegalParameter;
     }
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake::onHelloRetryRequest(LogBase& log, const ServerHello& reply,
-                                                const HandshakeMessage& message, bool atBoundary) {
+Cause ClientHandshake::onHelloRetryRequest(LogBase& log, const ServerHello& reply,
+                                           const HandshakeMessage& message, bool atBoundary) {
     log.logInfo("Received a HelloRetryRequest...");
-    if (retrySuite_) return TlsFailure::UnexpectedMessage;  // RFC 8446, 4.1.4: at most one
-    if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
+    if (retrySuite_) return Cause::TlsUnexpectedMessage;  // RFC 8446, 4.1.4: at most one
+    if (!atBoundary) return Cause::TlsLeftoverAtKeyChange;
     retrySuite_ = findCipherSuite(reply.suite);
     const ServerExtensions& answer = reply.extensions;
-    if (!answer.hasKeyShare && !answer.cookie) return TlsFailure::HelloRetryUnchanged;
+    if (!answer.hasKeyShare && !answer.cookie) return Cause::TlsHelloRetryUnchanged;
 
     if (answer.hasKeyShare) {
         const Group group = answer.keyShareGroup;
@@ -266,10 +265,10 @@ TlsFailure ClientHandshake::onHelloRetryRequest(LogBase& log, const ServerHello&
         const std::vector<Group> groups = offeredGroups(parameters());
         if (std::find(groups.begin(), groups.end(), group) == groups.end() ||
             shareOffered(shared_, group)) {
-            return TlsFailure::GroupNotOffered;
+            return Cause::TlsGroupNotOffered;
         }
         shared_.shares.clear();
-        if (!addShare(log, group)) return TlsFailure::RandomFailed;
+        if (!addShare(log, group)) return Cause::TlsRandomFailed;
     }
     if (answer.cookie) cookie_.assign(answer.cookie->begin(), answer.cookie->end());
     // A ticket under another hash can no longer be used (RFC 8446, 4.1.4).
@@ -282,11 +281,11 @@ TlsFailure ClientHandshake::onHelloRetryRequest(LogBase& log, const ServerHello&
     shared_.transcript.add(message.whole);
     shared_.records.setVersion(Version::Tls12);  // header of all records from here on
     log.logDataBool("bIsAfterHelloRetryRequest", true);
-    return shared_.sendCompatibilityCcs() ? sendHello(log) : TlsFailure::OutOfMemory;
+    return shared_.sendCompatibilityCcs() ? sendHello(log) : Cause::OutOfMemory;
 }
 
-TlsFailure ClientHandshake::startFlow(LogBase& log, const ServerHello& reply,
-                                      const HandshakeMessage& message, bool atBoundary) {
+Cause ClientHandshake::startFlow(LogBase& log, const ServerHello& reply,
+                                 const HandshakeMessage& message, bool atBoundary) {
     shared_.result.version = reply.version;
     shared_.result.suite = findCipherSuite(reply.suite);
     shared_.serverRandom.assign(reply.random.begin(), reply.random.end());
@@ -294,14 +293,14 @@ TlsFailure ClientHandshake::startFlow(LogBase& log, const ServerHello& reply,
     shared_.transcript.add(message.whole);
     shared_.transcript.settle(reply.version, shared_.result.suite->hash);
     if (reply.version == Version::Tls13) {
-        if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
+        if (!atBoundary) return Cause::TlsLeftoverAtKeyChange;
         auto flow = std::make_unique<ClientHandshake13>(shared_);
-        const TlsFailure failure = flow->begin(log, reply);
+        const Cause failure = flow->begin(log, reply);
         flow_ = std::move(flow);
         return failure;
     }
     auto flow = std::make_unique<ClientHandshake12>(shared_, established_);
-    const TlsFailure failure = flow->begin(log, reply);
+    const Cause failure = flow->begin(log, reply);
     flow_ = std::move(flow);
     return failure;
 }

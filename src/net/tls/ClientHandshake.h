@@ -15,9 +15,9 @@ public:
 
     // Sends the ClientHello. For a renegotiation, established tells of the connection so far: only
     // its version is offered and no session.
-    TlsFailure start(LogBase& log, const Negotiated* established);
-    TlsFailure onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary);
-    TlsFailure onChangeCipherSpec();
+    Cause start(LogBase& log, const Negotiated* established);
+    Cause onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary);
+    Cause onChangeCipherSpec();
 
     bool done() const { return flow_ && flow_->done(); }
     // Until the version is known this is the highest one offered.
@@ -33,21 +33,21 @@ public:
     HandshakeFlow* flow() { return flow_.get(); }
 
 private:
-    TlsFailure prepareHello(LogBase& log, const Negotiated* established);
+    Cause prepareHello(LogBase& log, const Negotiated* established);
     void offerSession(LogBase& log);
     bool addShare(LogBase& log, Group group);
     HelloParameters parameters() const;
-    TlsFailure sendHello(LogBase& log);
+    Cause sendHello(LogBase& log);
     void fillBinder(std::vector<uint8_t>& message) const;
     void logHello(LogBase& log) const;
 
-    TlsFailure onServerHello(LogBase& log, const HandshakeMessage& message, bool atBoundary);
-    TlsFailure onHelloRetryRequest(LogBase& log, const ServerHello& reply,
-                                   const HandshakeMessage& message, bool atBoundary);
-    TlsFailure judgeVersion(LogBase& log, const ServerHello& reply) const;
-    TlsFailure judgeSuite(const ServerHello& reply) const;
-    TlsFailure startFlow(LogBase& log, const ServerHello& reply, const HandshakeMessage& message,
-                         bool atBoundary);
+    Cause onServerHello(LogBase& log, const HandshakeMessage& message, bool atBoundary);
+    Cause onHelloRetryRequest(LogBase& log, const ServerHello& reply,
+                              const HandshakeMessage& message, bool atBoundary);
+    Cause judgeVersion(LogBase& log, const ServerHello& reply) const;
+    Cause judgeSuite(const ServerHello& reply) const;
+    Cause startFlow(LogBase& log, const ServerHello& reply, const HandshakeMessage& message,
+                    bool atBoundary);
 
     const TlsSettings& settings_;
     Handshake shared_;

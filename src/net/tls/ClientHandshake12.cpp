@@ -19,16 +19,16 @@ bool same(std::span<const uint8_t> a, std::span<const uint8_t> b) {
 
 }  // namespace
 
-TlsFailure ClientHandshake12::begin(LogBase& log, const ServerHello& reply) {
+Cause ClientHandshake12::begin(LogBase& log, const ServerHello& reply) {
     const ServerExtensions& answer = reply.extensions;
     shared_.shares.clear();
-    TlsFailure failure = judgeRenegotiation(answer);
-    if (failure == TlsFailure::None) failure = judgeSession(reply);
-    if (failure != TlsFailure::None) return failure;
+    Cause failure = judgeRenegotiation(answer);
+    if (failure == Cause::None) failure = judgeSession(reply);
+    if (failure != Cause::None) return failure;
     // One connection, one way of making its master secrets: else a renegotiation would take away
     // what the first handshake was protected by.
     if (established_ && established_->extendedMasterSecret != answer.extendedMasterSecret) {
-        return TlsFailure::MasterSecretMismatch;
+        return Cause::TlsMasterSecretMismatch;
     }
     shared_.result.extendedMasterSecret = answer.extendedMasterSecret;
     statusAnnounced_ = answer.statusRequest;
@@ -37,53 +37,53 @@ TlsFailure ClientHandshake12::begin(LogBase& log, const ServerHello& reply) {
     shared_.records.setPeerLimit(0);
     if (answer.recordSizeLimit) {
         failure = applyRecordSizeLimit(shared_.records, *answer.recordSizeLimit);
-        if (failure != TlsFailure::None) return failure;
+        if (failure != Cause::None) return failure;
     }
     if (shared_.result.resumed) return beginResumed(log);
     next_ = {HandshakeType::Certificate};
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 // RFC 5746, 3.4 and 3.5.
-TlsFailure ClientHandshake12::judgeRenegotiation(const ServerExtensions& answer) {
+Cause ClientHandshake12::judgeRenegotiation(const ServerExtensions& answer) {
     RenegotiationState& state = shared_.result.renegotiation;
     state.isSecure = answer.renegotiationInfo.has_value();
     if (!established_) {
         const bool empty = !answer.renegotiationInfo || answer.renegotiationInfo->empty();
-        return empty ? TlsFailure::None : TlsFailure::BadRenegotiation;
+        return empty ? Cause::None : Cause::TlsBadRenegotiation;
     }
     std::vector<uint8_t> expected = established_->renegotiation.clientVerify;
     expected.insert(expected.end(), established_->renegotiation.serverVerify.begin(),
                     established_->renegotiation.serverVerify.end());
     const bool right = state.isSecure && ctEqual(*answer.renegotiationInfo, expected);
-    return right ? TlsFailure::None : TlsFailure::BadRenegotiation;
+    return right ? Cause::None : Cause::TlsBadRenegotiation;
 }
 
-TlsFailure ClientHandshake12::judgeSession(const ServerHello& reply) {
+Cause ClientHandshake12::judgeSession(const ServerHello& reply) {
     const bool echoed = !reply.sessionId.empty() && same(reply.sessionId, shared_.hello.sessionId);
-    if (!echoed) return TlsFailure::None;
+    if (!echoed) return Cause::None;
     // A session ID that was only made up for compatibility stands for nothing to resume.
     if (!shared_.sessionOffered || shared_.settings.session->isTls13()) {
-        return TlsFailure::ResumptionMismatch;
+        return Cause::TlsResumptionMismatch;
     }
     const TlsSession& session = *shared_.settings.session;
     if (session.version != reply.version || session.suite != reply.suite) {
-        return TlsFailure::ResumptionMismatch;
+        return Cause::TlsResumptionMismatch;
     }
     if (session.extendedMasterSecret != reply.extensions.extendedMasterSecret) {
-        return TlsFailure::MasterSecretMismatch;  // RFC 7627, 5.3
+        return Cause::TlsMasterSecretMismatch;  // RFC 7627, 5.3
     }
     shared_.result.resumed = true;
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake12::beginResumed(LogBase& log) {
+Cause ClientHandshake12::beginResumed(LogBase& log) {
     log.logVerbose("The server resumes the session.");
     master_ = shared_.settings.session->secret;
     shared_.result.leaf = shared_.settings.session->leaf;
-    if (!makeCiphers()) return TlsFailure::Internal;
+    if (!makeCiphers()) return Cause::TlsInternal;
     next_ = beforeServerFinished();
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 NextMessages ClientHandshake12::beforeServerFinished() const {
@@ -93,10 +93,9 @@ NextMessages ClientHandshake12::beforeServerFinished() const {
     return NextMessages::changeCipherSpec();
 }
 
-TlsFailure ClientHandshake12::onMessage(LogBase& log, const HandshakeMessage& message,
-                                        bool atBoundary) {
+Cause ClientHandshake12::onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) {
     next_ = {};
-    TlsFailure failure = TlsFailure::UnexpectedMessage;
+    Cause failure = Cause::TlsUnexpectedMessage;
     switch (message.type) {
         case HandshakeType::Certificate:
             failure = onCertificate(log, message.body);
@@ -104,8 +103,7 @@ TlsFailure ClientHandshake12::onMessage(LogBase& log, const HandshakeMessage& me
         case HandshakeType::CertificateStatus:
             statusAnnounced_ = false;  // read and not used: no revocation is checked
             next_ = afterCertificate();
-            failure =
-                parseCertificateStatus12(message.body) ? TlsFailure::None : TlsFailure::DecodeError;
+            failure = parseCertificateStatus12(message.body) ? Cause::None : Cause::TlsDecodeError;
             break;
         case HandshakeType::ServerKeyExchange:
             failure = onServerKeyExchange(log, message.body);
@@ -114,8 +112,8 @@ TlsFailure ClientHandshake12::onMessage(LogBase& log, const HandshakeMessage& me
             clientCertificateAsked_ = true;
             next_ = {HandshakeType::ServerHelloDone};
             failure = parseCertificateRequest12(message.body, shared_.result.version)
-                          ? TlsFailure::None
-                          : TlsFailure::DecodeError;
+                          ? Cause::None
+                          : Cause::TlsDecodeError;
             break;
         case HandshakeType::ServerHelloDone:
             shared_.transcript.add(message.whole);
@@ -123,15 +121,14 @@ TlsFailure ClientHandshake12::onMessage(LogBase& log, const HandshakeMessage& me
         case HandshakeType::NewSessionTicket:
             log.logVerbose("Ignoring because this is not TLS 1.3.");
             next_ = NextMessages::changeCipherSpec();
-            failure =
-                parseNewSessionTicket12(message.body) ? TlsFailure::None : TlsFailure::DecodeError;
+            failure = parseNewSessionTicket12(message.body) ? Cause::None : Cause::TlsDecodeError;
             break;
         case HandshakeType::Finished:
             return onFinished(log, message, atBoundary);
         default:
             break;
     }
-    if (failure == TlsFailure::None) shared_.transcript.add(message.whole);
+    if (failure == Cause::None) shared_.transcript.add(message.whole);
     return failure;
 }
 
@@ -148,42 +145,42 @@ NextMessages ClientHandshake12::afterCertificate() const {
             HandshakeType::ServerHelloDone};
 }
 
-TlsFailure ClientHandshake12::onCertificate(LogBase& log, std::span<const uint8_t> body) {
+Cause ClientHandshake12::onCertificate(LogBase& log, std::span<const uint8_t> body) {
     CertificateList list;
-    if (!parseCertificate12(body, list)) return TlsFailure::DecodeError;
-    if (list.empty()) return TlsFailure::CertificateMissing;
+    if (!parseCertificate12(body, list)) return Cause::TlsDecodeError;
+    if (list.empty()) return Cause::TlsCertificateMissing;
     if (established_ && !same(list.front(), established_->leaf)) {
-        return TlsFailure::CertificateChanged;
+        return Cause::TlsCertificateChanged;
     }
     shared_.result.leaf.assign(list.front().begin(), list.front().end());
     for (const auto& certificate : list) {
         shared_.result.chain.emplace_back(certificate.begin(), certificate.end());
     }
     if (!x509::findPublicKey(shared_.result.chain.front(), serverKey_)) {
-        return TlsFailure::CertificateUnreadable;
+        return Cause::TlsCertificateUnreadable;
     }
     const bool wantsEc = shared_.result.suite->keyExchange == KeyExchangeKind::EcdheEcdsa;
     const bool fits = wantsEc ? serverKey_.kind == x509::KeyKind::Ec &&
                                     offersGroup(groupOf(serverKey_.curve))  // RFC 8422, 5.3
                               : serverKey_.kind == x509::KeyKind::Rsa;
-    if (!fits) return TlsFailure::BadServerKey;
+    if (!fits) return Cause::TlsBadServerKey;
     next_ = afterCertificate();
-    return established_ ? judgeKeyUsage(log) : TlsFailure::None;
+    return established_ ? judgeKeyUsage(log) : Cause::None;
 }
 
 // The first handshake's certificate is judged when that is over. A renegotiation brings the same
 // one, but another suite may come with it.
-TlsFailure ClientHandshake12::judgeKeyUsage(LogBase& log) const {
+Cause ClientHandshake12::judgeKeyUsage(LogBase& log) const {
     x509::Certificate leaf;
-    if (!x509::parseCertificate(shared_.result.leaf, leaf)) return TlsFailure::None;
+    if (!x509::parseCertificate(shared_.result.leaf, leaf)) return Cause::None;
     const std::string lacking = lackingKeyUsage(leaf, *shared_.result.suite);
-    if (lacking.empty()) return TlsFailure::None;
+    if (lacking.empty()) return Cause::None;
     if (!shared_.settings.verifiesServer) {
         warnOfKeyUsage(log, lacking);
-        return TlsFailure::None;
+        return Cause::None;
     }
     log.logData("detail", lacking);
-    return TlsFailure::KeyUsageLacking;
+    return Cause::TlsKeyUsageLacking;
 }
 
 bool ClientHandshake12::offersGroup(Group group) const {
@@ -194,64 +191,64 @@ bool ClientHandshake12::offersGroup(Group group) const {
     return std::find(groups.begin(), groups.end(), group) != groups.end();
 }
 
-TlsFailure ClientHandshake12::onServerKeyExchange(LogBase& log, std::span<const uint8_t> body) {
+Cause ClientHandshake12::onServerKeyExchange(LogBase& log, std::span<const uint8_t> body) {
     next_ = {HandshakeType::CertificateRequest, HandshakeType::ServerHelloDone};
     return shared_.result.suite->isEcdhe() ? onEcdhe(log, body) : onDhe(log, body);
 }
 
-TlsFailure ClientHandshake12::onEcdhe(LogBase& log, std::span<const uint8_t> body) {
+Cause ClientHandshake12::onEcdhe(LogBase& log, std::span<const uint8_t> body) {
     EcdheParameters p;
-    if (!parseServerKeyExchange(body, shared_.result.version, p)) return TlsFailure::DecodeError;
+    if (!parseServerKeyExchange(body, shared_.result.version, p)) return Cause::TlsDecodeError;
     if (!offersGroup(p.group)) {
         log.logError("Unsupported named curve.");
-        return TlsFailure::GroupNotOffered;
+        return Cause::TlsGroupNotOffered;
     }
-    const TlsFailure failure = judgeSignature(p.parameters, p.signature);
-    if (failure != TlsFailure::None) return failure;
+    const Cause failure = judgeSignature(p.parameters, p.signature);
+    if (failure != Cause::None) return failure;
     log.logVerbose("Verified server key exchange.");
     const std::unique_ptr<KeyShare> share = makeKeyShare(p.group, shared_.randomSource());
-    if (!share) return TlsFailure::RandomFailed;
-    if (!share->derive(p.publicKey, premaster_)) return TlsFailure::BadKeyShare;
+    if (!share) return Cause::TlsRandomFailed;
+    if (!share->derive(p.publicKey, premaster_)) return Cause::TlsBadKeyShare;
     shared_.result.group = p.group;
     ByteWriter w;
     w.vector8(share->publicKey());
     exchangeBody_ = w.take();
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake12::onDhe(LogBase& log, std::span<const uint8_t> body) {
+Cause ClientHandshake12::onDhe(LogBase& log, std::span<const uint8_t> body) {
     DheParameters p;
-    if (!parseServerKeyExchange(body, shared_.result.version, p)) return TlsFailure::DecodeError;
+    if (!parseServerKeyExchange(body, shared_.result.version, p)) return Cause::TlsDecodeError;
     crypto::Dhe dhe;
     switch (dhe.setServerParams(p.p, p.g, p.publicKey)) {
         case crypto::Dhe::Check::Ok:
             break;
         case crypto::Dhe::Check::GroupTooSmall:
-            return TlsFailure::WeakDhGroup;
+            return Cause::TlsWeakDhGroup;
         case crypto::Dhe::Check::GroupTooLarge:
         case crypto::Dhe::Check::BadGroup:
         case crypto::Dhe::Check::BadPeerKey:
-            return TlsFailure::BadKeyShare;
+            return Cause::TlsBadKeyShare;
     }
-    const TlsFailure failure = judgeSignature(p.parameters, p.signature);
-    if (failure != TlsFailure::None) return failure;
+    const Cause failure = judgeSignature(p.parameters, p.signature);
+    if (failure != Cause::None) return failure;
     log.logVerbose("Verified server key exchange.");
     if (dhe.bits() < crypto::Dhe::kSafeBits) {
         log.logInfo("Warning: the server's Diffie-Hellman group has only " +
                     std::to_string(dhe.bits()) + " bits.");
     }
-    if (!dhe.generate(shared_.randomSource())) return TlsFailure::RandomFailed;
-    if (!dhe.deriveStripped(premaster_)) return TlsFailure::BadKeyShare;
+    if (!dhe.generate(shared_.randomSource())) return Cause::TlsRandomFailed;
+    if (!dhe.deriveStripped(premaster_)) return Cause::TlsBadKeyShare;
     ByteWriter w;
     w.vector16(dhe.publicValue());
     exchangeBody_ = w.take();
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake12::judgeSignature(std::span<const uint8_t> parameters,
-                                             const Signature& signature) const {
+Cause ClientHandshake12::judgeSignature(std::span<const uint8_t> parameters,
+                                        const Signature& signature) const {
     if (shared_.result.version >= Version::Tls12 && !schemeFits12(signature.scheme, serverKey_)) {
-        return TlsFailure::SchemeNotAllowed;
+        return Cause::TlsSchemeNotAllowed;
     }
     ByteWriter data;
     data.append(shared_.hello.random);
@@ -259,54 +256,54 @@ TlsFailure ClientHandshake12::judgeSignature(std::span<const uint8_t> parameters
     data.append(parameters);
     const bool right = verifyServerSignature12(shared_.result.version, signature.scheme, serverKey_,
                                                data.bytes(), signature.bytes);
-    return right ? TlsFailure::None : TlsFailure::BadSignature;
+    return right ? Cause::None : Cause::TlsBadSignature;
 }
 
-TlsFailure ClientHandshake12::onServerHelloDone(LogBase& log, std::span<const uint8_t> body) {
-    if (!body.empty()) return TlsFailure::DecodeError;
+Cause ClientHandshake12::onServerHelloDone(LogBase& log, std::span<const uint8_t> body) {
+    if (!body.empty()) return Cause::TlsDecodeError;
     if (shared_.result.suite->keyExchange == KeyExchangeKind::Rsa) {
-        const TlsFailure failure = makeRsaPremaster();
-        if (failure != TlsFailure::None) return failure;
+        const Cause failure = makeRsaPremaster();
+        if (failure != Cause::None) return failure;
     }
-    const TlsFailure failure = sendKeyExchange();
-    if (failure != TlsFailure::None) return failure;
+    const Cause failure = sendKeyExchange();
+    if (failure != Cause::None) return failure;
     log.logVerbose("Sending the client's Finished...");
-    if (!sendFinished()) return TlsFailure::OutOfMemory;
+    if (!sendFinished()) return Cause::OutOfMemory;
     next_ = beforeServerFinished();
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 // RFC 5246, 7.4.7.1: the version is the hello's, not the negotiated one.
-TlsFailure ClientHandshake12::makeRsaPremaster() {
+Cause ClientHandshake12::makeRsaPremaster() {
     crypto::RsaPublicKey key;
-    if (!key.set(serverKey_.modulus, serverKey_.exponent)) return TlsFailure::BadServerKey;
+    if (!key.set(serverKey_.modulus, serverKey_.exponent)) return Cause::TlsBadServerKey;
     premaster_ = SecureBuffer(kMasterSecretSize);
     const uint16_t version = static_cast<uint16_t>(shared_.hello.legacyVersion);
     premaster_[0] = static_cast<uint8_t>(version >> 8);
     premaster_[1] = static_cast<uint8_t>(version);
     if (!shared_.environment.random(premaster_.bytes().subspan(2))) {
-        return TlsFailure::RandomFailed;
+        return Cause::TlsRandomFailed;
     }
     std::vector<uint8_t> encrypted(key.bytes());
     if (!key.encryptPkcs1(premaster_.bytes(), shared_.randomSource(), encrypted)) {
-        return TlsFailure::RandomFailed;
+        return Cause::TlsRandomFailed;
     }
     ByteWriter w;
     w.vector16(encrypted);
     exchangeBody_ = w.take();
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake12::sendKeyExchange() {
+Cause ClientHandshake12::sendKeyExchange() {
     static constexpr uint8_t kNoCertificates[] = {0, 0, 0};
     const bool sent =
         (!clientCertificateAsked_ ||
          shared_.send(handshakeMessage(HandshakeType::Certificate, kNoCertificates))) &&
         shared_.send(handshakeMessage(HandshakeType::ClientKeyExchange, exchangeBody_));
-    if (!sent) return TlsFailure::OutOfMemory;
+    if (!sent) return Cause::OutOfMemory;
     deriveMaster(premaster_.bytes());
     premaster_ = {};
-    return makeCiphers() ? TlsFailure::None : TlsFailure::Internal;
+    return makeCiphers() ? Cause::None : Cause::TlsInternal;
 }
 
 void ClientHandshake12::deriveMaster(std::span<const uint8_t> premaster) {
@@ -349,23 +346,23 @@ bool ClientHandshake12::sendFinished() {
     return sent;
 }
 
-TlsFailure ClientHandshake12::onChangeCipherSpec() {
-    if (!readCipher_) return TlsFailure::UnexpectedCcs;
+Cause ClientHandshake12::onChangeCipherSpec() {
+    if (!readCipher_) return Cause::TlsUnexpectedCcs;
     shared_.records.protectReading(std::move(readCipher_));
     next_ = {HandshakeType::Finished};
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake12::onFinished(LogBase& log, const HandshakeMessage& message,
-                                         bool atBoundary) {
+Cause ClientHandshake12::onFinished(LogBase& log, const HandshakeMessage& message,
+                                    bool atBoundary) {
     std::vector<uint8_t> expected = verifyData(false);
-    if (message.body.size() != expected.size()) return TlsFailure::DecodeError;
-    if (!ctEqual(message.body, expected)) return TlsFailure::BadFinished;
-    if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
+    if (message.body.size() != expected.size()) return Cause::TlsDecodeError;
+    if (!ctEqual(message.body, expected)) return Cause::TlsBadFinished;
+    if (!atBoundary) return Cause::TlsLeftoverAtKeyChange;
     log.logVerbose("Server's FINISHED verify data is OK.");
     shared_.transcript.add(message.whole);
     shared_.result.renegotiation.serverVerify = std::move(expected);
-    if (!sentFinished_ && !sendFinished()) return TlsFailure::OutOfMemory;
+    if (!sentFinished_ && !sendFinished()) return Cause::OutOfMemory;
 
     TlsSession session;
     session.version = shared_.result.version;
@@ -380,7 +377,7 @@ TlsFailure ClientHandshake12::onFinished(LogBase& log, const HandshakeMessage& m
     if (!session.id.empty()) shared_.newSession = std::move(session);
     done_ = true;
     log.logVerbose("Handshake completed successfully.");
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 }  // namespace tv::tls

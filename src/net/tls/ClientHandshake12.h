@@ -15,32 +15,31 @@ public:
     ClientHandshake12(Handshake& shared, const Negotiated* established)
         : shared_(shared), established_(established) {}
 
-    TlsFailure begin(LogBase& log, const ServerHello& reply);
+    Cause begin(LogBase& log, const ServerHello& reply);
     const NextMessages& next() const override { return next_; }
-    TlsFailure onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) override;
-    TlsFailure onChangeCipherSpec() override;
+    Cause onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) override;
+    Cause onChangeCipherSpec() override;
     bool done() const override { return done_; }
 
 private:
-    TlsFailure judgeRenegotiation(const ServerExtensions& answer);
-    TlsFailure judgeSession(const ServerHello& reply);
-    TlsFailure beginResumed(LogBase& log);
+    Cause judgeRenegotiation(const ServerExtensions& answer);
+    Cause judgeSession(const ServerHello& reply);
+    Cause beginResumed(LogBase& log);
     NextMessages afterCertificate() const;
-    TlsFailure onCertificate(LogBase& log, std::span<const uint8_t> body);
-    TlsFailure judgeKeyUsage(LogBase& log) const;
+    Cause onCertificate(LogBase& log, std::span<const uint8_t> body);
+    Cause judgeKeyUsage(LogBase& log) const;
     bool offersGroup(Group group) const;
-    TlsFailure onServerKeyExchange(LogBase& log, std::span<const uint8_t> body);
-    TlsFailure onEcdhe(LogBase& log, std::span<const uint8_t> body);
-    TlsFailure onDhe(LogBase& log, std::span<const uint8_t> body);
-    TlsFailure judgeSignature(std::span<const uint8_t> parameters,
-                              const Signature& signature) const;
-    TlsFailure onServerHelloDone(LogBase& log, std::span<const uint8_t> body);
-    TlsFailure makeRsaPremaster();
-    TlsFailure sendKeyExchange();
+    Cause onServerKeyExchange(LogBase& log, std::span<const uint8_t> body);
+    Cause onEcdhe(LogBase& log, std::span<const uint8_t> body);
+    Cause onDhe(LogBase& log, std::span<const uint8_t> body);
+    Cause judgeSignature(std::span<const uint8_t> parameters, const Signature& signature) const;
+    Cause onServerHelloDone(LogBase& log, std::span<const uint8_t> body);
+    Cause makeRsaPremaster();
+    Cause sendKeyExchange();
     void deriveMaster(std::span<const uint8_t> premaster);
     bool makeCiphers();
     bool sendFinished();
-    TlsFailure onFinished(LogBase& log, const HandshakeMessage& message, bool atBoundary);
+    Cause onFinished(LogBase& log, const HandshakeMessage& message, bool atBoundary);
     std::vector<uint8_t> verifyData(bool fromClient) const;
     NextMessages beforeServerFinished() const;
 

@@ -19,21 +19,21 @@ bool ClientHandshake13::protect(std::span<const uint8_t> trafficSecret, bool rea
     return true;
 }
 
-TlsFailure ClientHandshake13::begin(LogBase& log, const ServerHello& reply) {
+Cause ClientHandshake13::begin(LogBase& log, const ServerHello& reply) {
     const CipherSuite& suite = *shared_.result.suite;
     SecureBuffer psk;
     if (reply.extensions.selectedPsk) {
         // Only one ticket was offered, and it fits only its own hash (RFC 8446, 4.2.11).
         if (!shared_.sessionOffered || *reply.extensions.selectedPsk != 0 ||
             findCipherSuite(shared_.settings.session->suite)->hash != suite.hash) {
-            return TlsFailure::ResumptionMismatch;
+            return Cause::TlsResumptionMismatch;
         }
         shared_.result.resumed = true;
         psk = shared_.settings.session->secret;
     }
     SecureBuffer shared;
-    const TlsFailure failure = sharedSecret(log, reply, shared);
-    if (failure != TlsFailure::None) return failure;
+    const Cause failure = sharedSecret(log, reply, shared);
+    if (failure != Cause::None) return failure;
     shared_.shares.clear();
 
     const std::vector<uint8_t> hash = shared_.transcript.hash();
@@ -42,36 +42,35 @@ TlsFailure ClientHandshake13::begin(LogBase& log, const ServerHello& reply) {
     serverHandshake_ = stage_->serverTraffic(hash);
     // Both directions at once: an alert, too, is protected from here on (RFC 8446, 6).
     if (!protect(serverHandshake_.bytes(), true) || !protect(clientHandshake_.bytes(), false)) {
-        return TlsFailure::Internal;
+        return Cause::TlsInternal;
     }
     next_ = {HandshakeType::EncryptedExtensions};
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake13::sharedSecret(LogBase& log, const ServerHello& reply,
-                                           SecureBuffer& shared) {
+Cause ClientHandshake13::sharedSecret(LogBase& log, const ServerHello& reply,
+                                      SecureBuffer& shared) {
     const LogContextExitor context(log, "computeTls13SharedSecret");
     const ServerExtensions& answer = reply.extensions;
     // Without a key_share only a ticket protects the connection; psk_ke was offered, so the server
     // may do that.
     if (!answer.hasKeyShare) {
-        return shared_.result.resumed ? TlsFailure::None : TlsFailure::MissingExtension;
+        return shared_.result.resumed ? Cause::None : Cause::TlsMissingExtension;
     }
     for (const auto& share : shared_.shares) {
         if (share->group() != answer.keyShareGroup) continue;
         shared_.result.group = share->group();
-        if (share->derive(answer.keyShare, shared)) return TlsFailure::None;
+        if (share->derive(answer.keyShare, shared)) return Cause::None;
         log.logError("ServerHello " + std::string(groupName(share->group())) +
                      " public key is missing or not the correct size.");
-        return TlsFailure::BadKeyShare;
+        return Cause::TlsBadKeyShare;
     }
-    return TlsFailure::GroupNotOffered;
+    return Cause::TlsGroupNotOffered;
 }
 
-TlsFailure ClientHandshake13::onMessage(LogBase& log, const HandshakeMessage& message,
-                                        bool atBoundary) {
+Cause ClientHandshake13::onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) {
     next_ = {};
-    TlsFailure failure = TlsFailure::UnexpectedMessage;
+    Cause failure = Cause::TlsUnexpectedMessage;
     switch (message.type) {
         case HandshakeType::EncryptedExtensions:
             failure = onEncryptedExtensions(message.body);
@@ -91,14 +90,14 @@ TlsFailure ClientHandshake13::onMessage(LogBase& log, const HandshakeMessage& me
             break;
     }
     // Signature and Finished cover what came before them, so the message is added after its check.
-    if (failure == TlsFailure::None) shared_.transcript.add(message.whole);
+    if (failure == Cause::None) shared_.transcript.add(message.whole);
     return failure;
 }
 
-TlsFailure ClientHandshake13::onEncryptedExtensions(std::span<const uint8_t> body) {
+Cause ClientHandshake13::onEncryptedExtensions(std::span<const uint8_t> body) {
     ServerExtensions answer;
-    TlsFailure failure = parseEncryptedExtensions(body, shared_.hello, answer);
-    if (failure == TlsFailure::None && answer.recordSizeLimit) {
+    Cause failure = parseEncryptedExtensions(body, shared_.hello, answer);
+    if (failure == Cause::None && answer.recordSizeLimit) {
         failure = applyRecordSizeLimit(shared_.records, *answer.recordSizeLimit);
     }
     if (shared_.result.resumed) {
@@ -109,57 +108,57 @@ TlsFailure ClientHandshake13::onEncryptedExtensions(std::span<const uint8_t> bod
     return failure;
 }
 
-TlsFailure ClientHandshake13::onCertificateRequest(std::span<const uint8_t> body) {
+Cause ClientHandshake13::onCertificateRequest(std::span<const uint8_t> body) {
     std::span<const uint8_t> context;
-    const TlsFailure failure = parseCertificateRequest13(body, context);
-    if (failure != TlsFailure::None) return failure;
-    if (!context.empty()) return TlsFailure::IllegalParameter;  // RFC 8446, 4.3.2
+    const Cause failure = parseCertificateRequest13(body, context);
+    if (failure != Cause::None) return failure;
+    if (!context.empty()) return Cause::TlsIllegalParameter;  // RFC 8446, 4.3.2
     clientCertificateAsked_ = true;
     next_ = {HandshakeType::Certificate};
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake13::onCertificate(std::span<const uint8_t> body) {
+Cause ClientHandshake13::onCertificate(std::span<const uint8_t> body) {
     CertificateList list;
-    const TlsFailure failure = parseCertificate13(body, list);
-    if (failure != TlsFailure::None) return failure;
-    if (list.empty()) return TlsFailure::CertificateMissing;
+    const Cause failure = parseCertificate13(body, list);
+    if (failure != Cause::None) return failure;
+    if (list.empty()) return Cause::TlsCertificateMissing;
     for (const auto& certificate : list) {
         shared_.result.chain.emplace_back(certificate.begin(), certificate.end());
     }
     if (!x509::findPublicKey(shared_.result.chain.front(), serverKey_)) {
-        return TlsFailure::CertificateUnreadable;
+        return Cause::TlsCertificateUnreadable;
     }
     next_ = {HandshakeType::CertificateVerify};
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake13::onCertificateVerify(std::span<const uint8_t> body) {
+Cause ClientHandshake13::onCertificateVerify(std::span<const uint8_t> body) {
     Signature signature;
-    if (!parseCertificateVerify(body, signature)) return TlsFailure::DecodeError;
-    if (!schemeFits13(signature.scheme, serverKey_)) return TlsFailure::SchemeNotAllowed;
+    if (!parseCertificateVerify(body, signature)) return Cause::TlsDecodeError;
+    if (!schemeFits13(signature.scheme, serverKey_)) return Cause::TlsSchemeNotAllowed;
     if (!verifyServerSignature13(signature.scheme, serverKey_, shared_.transcript.hash(),
                                  signature.bytes)) {
-        return TlsFailure::BadSignature;
+        return Cause::TlsBadSignature;
     }
     next_ = {HandshakeType::Finished};
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure ClientHandshake13::onFinished(LogBase& log, const HandshakeMessage& message,
-                                         bool atBoundary) {
+Cause ClientHandshake13::onFinished(LogBase& log, const HandshakeMessage& message,
+                                    bool atBoundary) {
     const crypto::HashId hash = shared_.result.suite->hash;
     const std::vector<uint8_t> expected =
         finishedMac13(hash, serverHandshake_.bytes(), shared_.transcript.hash());
-    if (message.body.size() != expected.size()) return TlsFailure::DecodeError;
-    if (!ctEqual(message.body, expected)) return TlsFailure::BadFinished;
-    if (!atBoundary) return TlsFailure::LeftoverAtKeyChange;
+    if (message.body.size() != expected.size()) return Cause::TlsDecodeError;
+    if (!ctEqual(message.body, expected)) return Cause::TlsBadFinished;
+    if (!atBoundary) return Cause::TlsLeftoverAtKeyChange;
     shared_.transcript.add(message.whole);
     return finish(log);
 }
 
 // Our second flight, and the keys of the connection.
-TlsFailure ClientHandshake13::finish(LogBase& log) {
+Cause ClientHandshake13::finish(LogBase& log) {
     const crypto::HashId hash = shared_.result.suite->hash;
     const MasterStage13 master = stage_->master();
     const std::vector<uint8_t> serverDone = shared_.transcript.hash();
@@ -175,10 +174,10 @@ TlsFailure ClientHandshake13::finish(LogBase& log) {
     const std::vector<uint8_t> verify =
         finishedMac13(hash, clientHandshake_.bytes(), shared_.transcript.hash());
     sent = sent && shared_.send(handshakeMessage(HandshakeType::Finished, verify));
-    if (!sent) return TlsFailure::OutOfMemory;
+    if (!sent) return Cause::OutOfMemory;
 
     if (!protect(traffic_.server.bytes(), true) || !protect(traffic_.client.bytes(), false)) {
-        return TlsFailure::Internal;
+        return Cause::TlsInternal;
     }
     log.logVerbose("Deriving resumption secret for TLS 1.3");
     traffic_.resumption = master.resumption(shared_.transcript.hash());
@@ -186,7 +185,7 @@ TlsFailure ClientHandshake13::finish(LogBase& log) {
     clientHandshake_.clear();
     serverHandshake_.clear();
     done_ = true;
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 }  // namespace tv::tls

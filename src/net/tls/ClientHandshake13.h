@@ -20,22 +20,22 @@ class ClientHandshake13 final : public HandshakeFlow {
 public:
     explicit ClientHandshake13(Handshake& shared) : shared_(shared) {}
 
-    TlsFailure begin(LogBase& log, const ServerHello& reply);
+    Cause begin(LogBase& log, const ServerHello& reply);
     const NextMessages& next() const override { return next_; }
-    TlsFailure onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) override;
-    TlsFailure onChangeCipherSpec() override { return TlsFailure::UnexpectedCcs; }
+    Cause onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) override;
+    Cause onChangeCipherSpec() override { return Cause::TlsUnexpectedCcs; }
     bool done() const override { return done_; }
 
     TrafficSecrets13 takeSecrets() { return std::move(traffic_); }
 
 private:
-    TlsFailure sharedSecret(LogBase& log, const ServerHello& reply, SecureBuffer& shared);
-    TlsFailure onEncryptedExtensions(std::span<const uint8_t> body);
-    TlsFailure onCertificateRequest(std::span<const uint8_t> body);
-    TlsFailure onCertificate(std::span<const uint8_t> body);
-    TlsFailure onCertificateVerify(std::span<const uint8_t> body);
-    TlsFailure onFinished(LogBase& log, const HandshakeMessage& message, bool atBoundary);
-    TlsFailure finish(LogBase& log);
+    Cause sharedSecret(LogBase& log, const ServerHello& reply, SecureBuffer& shared);
+    Cause onEncryptedExtensions(std::span<const uint8_t> body);
+    Cause onCertificateRequest(std::span<const uint8_t> body);
+    Cause onCertificate(std::span<const uint8_t> body);
+    Cause onCertificateVerify(std::span<const uint8_t> body);
+    Cause onFinished(LogBase& log, const HandshakeMessage& message, bool atBoundary);
+    Cause finish(LogBase& log);
     bool protect(std::span<const uint8_t> trafficSecret, bool reading);
 
     Handshake& shared_;

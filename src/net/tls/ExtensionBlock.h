@@ -7,7 +7,7 @@
 #include <span>
 
 #include "base/ByteReader.h"
-#include "net/tls/TlsFailure.h"
+#include "net/tls/CauseAlert.h"
 #include "net/tls/TlsTypes.h"
 
 namespace tv::tls {
@@ -17,22 +17,22 @@ constexpr size_t kMaxExtensions = 64;
 
 // Visits each extension in its order until visit(type, body) answers a failure.
 template <class Visit>
-TlsFailure walkExtensions(std::span<const uint8_t> block, Visit visit) {
+Cause walkExtensions(std::span<const uint8_t> block, Visit visit) {
     std::array<uint16_t, kMaxExtensions> seen{};
     size_t count = 0;
     ByteReader r(block);
     while (r.ok() && !r.atEnd()) {
         const uint16_t number = r.u16();
         const std::span<const uint8_t> body = r.vector16();
-        if (!r.ok() || count == kMaxExtensions) return TlsFailure::DecodeError;
+        if (!r.ok() || count == kMaxExtensions) return Cause::TlsDecodeError;
         if (std::find(seen.begin(), seen.begin() + count, number) != seen.begin() + count) {
-            return TlsFailure::IllegalParameter;
+            return Cause::TlsIllegalParameter;
         }
         seen[count++] = number;
-        const TlsFailure failure = visit(static_cast<ExtensionType>(number), body);
-        if (failure != TlsFailure::None) return failure;
+        const Cause failure = visit(static_cast<ExtensionType>(number), body);
+        if (failure != Cause::None) return failure;
     }
-    return r.complete() ? TlsFailure::None : TlsFailure::DecodeError;
+    return r.complete() ? Cause::None : Cause::TlsDecodeError;
 }
 
 }  // namespace tv::tls

@@ -15,11 +15,11 @@ bool Handshake::sendCompatibilityCcs() {
     return records.send(ContentType::ChangeCipherSpec, kBody);
 }
 
-TlsFailure applyRecordSizeLimit(RecordLayer& records, uint16_t limit) {
+Cause applyRecordSizeLimit(RecordLayer& records, uint16_t limit) {
     constexpr uint16_t kSmallest = 64;  // RFC 8449, 4
-    if (limit < kSmallest) return TlsFailure::IllegalParameter;
+    if (limit < kSmallest) return Cause::TlsIllegalParameter;
     records.setPeerLimit(limit);
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 }  // namespace tv::tls

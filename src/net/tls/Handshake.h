@@ -10,13 +10,13 @@
 
 #include "log/LogBase.h"
 #include "log/LogContextExitor.h"
+#include "net/tls/CauseAlert.h"
 #include "net/tls/ClientHello.h"
 #include "net/tls/HandshakeMessages.h"
 #include "net/tls/HandshakeReader.h"
 #include "net/tls/KeyShare.h"
 #include "net/tls/RecordLayer.h"
 #include "net/tls/ServerHello.h"
-#include "net/tls/TlsFailure.h"
 #include "net/tls/TlsPolicy.h"
 #include "net/tls/TlsSession.h"
 #include "net/tls/Transcript.h"
@@ -132,15 +132,14 @@ public:
     virtual ~HandshakeFlow() = default;
     virtual const NextMessages& next() const = 0;
     // A message that next() allows. atBoundary: nothing of another message has arrived behind it.
-    virtual TlsFailure onMessage(LogBase& log, const HandshakeMessage& message,
-                                 bool atBoundary) = 0;
+    virtual Cause onMessage(LogBase& log, const HandshakeMessage& message, bool atBoundary) = 0;
     // A ChangeCipherSpec that next() allows; between messages only.
-    virtual TlsFailure onChangeCipherSpec() = 0;
+    virtual Cause onChangeCipherSpec() = 0;
     virtual bool done() const = 0;
 };
 
 // record_size_limit of the peer (RFC 8449, 4): too small is refused; the record layer caps a large
 // one.
-TlsFailure applyRecordSizeLimit(RecordLayer& records, uint16_t limit);
+Cause applyRecordSizeLimit(RecordLayer& records, uint16_t limit);
 
 }  // namespace tv::tls

@@ -44,24 +44,24 @@ bool parseCertificate12(std::span<const uint8_t> body, CertificateList& out) {
     return list.complete();
 }
 
-TlsFailure parseCertificate13(std::span<const uint8_t> body, CertificateList& out) {
+Cause parseCertificate13(std::span<const uint8_t> body, CertificateList& out) {
     ByteReader outer(body);
     const std::span<const uint8_t> context = outer.vector8();
     ByteReader list(outer.vector24());
-    if (!outer.complete()) return TlsFailure::DecodeError;
-    if (!context.empty()) return TlsFailure::IllegalParameter;
+    if (!outer.complete()) return Cause::TlsDecodeError;
+    if (!context.empty()) return Cause::TlsIllegalParameter;
     while (list.ok() && !list.atEnd()) {
         const std::span<const uint8_t> certificate = list.vector24();
         const std::span<const uint8_t> extensions = list.vector16();
-        if (certificate.empty() || out.size() == kMaxCertificates) return TlsFailure::DecodeError;
-        const TlsFailure failure = walkExtensions(extensions, [](ExtensionType type, auto status) {
-            if (type != ExtensionType::StatusRequest) return TlsFailure::UnsupportedExtension;
-            return isCertificateStatus(status) ? TlsFailure::None : TlsFailure::DecodeError;
+        if (certificate.empty() || out.size() == kMaxCertificates) return Cause::TlsDecodeError;
+        const Cause failure = walkExtensions(extensions, [](ExtensionType type, auto status) {
+            if (type != ExtensionType::StatusRequest) return Cause::TlsUnsupportedExtension;
+            return isCertificateStatus(status) ? Cause::None : Cause::TlsDecodeError;
         });
-        if (failure != TlsFailure::None) return failure;
+        if (failure != Cause::None) return failure;
         out.push_back(certificate);
     }
-    return list.complete() ? TlsFailure::None : TlsFailure::DecodeError;
+    return list.complete() ? Cause::None : Cause::TlsDecodeError;
 }
 
 bool parseCertificateStatus12(std::span<const uint8_t> body) {
@@ -76,20 +76,19 @@ bool parseCertificateRequest12(std::span<const uint8_t> body, Version version) {
     return r.complete() && hasTypes;
 }
 
-TlsFailure parseCertificateRequest13(std::span<const uint8_t> body,
-                                     std::span<const uint8_t>& context) {
+Cause parseCertificateRequest13(std::span<const uint8_t> body, std::span<const uint8_t>& context) {
     ByteReader r(body);
     context = r.vector8();
     const std::span<const uint8_t> extensions = r.vector16();
-    if (!r.complete()) return TlsFailure::DecodeError;
+    if (!r.complete()) return Cause::TlsDecodeError;
     bool hasSchemes = false;
-    const TlsFailure failure = walkExtensions(extensions, [&](ExtensionType type, auto list) {
-        if (type != ExtensionType::SignatureAlgorithms) return TlsFailure::None;
+    const Cause failure = walkExtensions(extensions, [&](ExtensionType type, auto list) {
+        if (type != ExtensionType::SignatureAlgorithms) return Cause::None;
         hasSchemes = isSchemeList(list);
-        return hasSchemes ? TlsFailure::None : TlsFailure::DecodeError;
+        return hasSchemes ? Cause::None : Cause::TlsDecodeError;
     });
-    if (failure != TlsFailure::None) return failure;
-    return hasSchemes ? TlsFailure::None : TlsFailure::MissingExtension;
+    if (failure != Cause::None) return failure;
+    return hasSchemes ? Cause::None : Cause::TlsMissingExtension;
 }
 
 bool parseCertificateVerify(std::span<const uint8_t> body, Signature& out) {
@@ -120,15 +119,15 @@ bool parseServerKeyExchange(std::span<const uint8_t> body, Version version, DheP
     return r.complete() && !out.p.empty() && !out.g.empty() && !out.publicKey.empty();
 }
 
-TlsFailure parseNewSessionTicket13(std::span<const uint8_t> body, NewSessionTicket13& out) {
+Cause parseNewSessionTicket13(std::span<const uint8_t> body, NewSessionTicket13& out) {
     ByteReader r(body);
     out.lifetimeSeconds = r.u32();
     out.ageAdd = r.u32();
     out.nonce = r.vector8();
     out.ticket = r.vector16();
     const std::span<const uint8_t> extensions = r.vector16();
-    if (!r.complete() || out.ticket.empty()) return TlsFailure::DecodeError;
-    return walkExtensions(extensions, [](ExtensionType, auto) { return TlsFailure::None; });
+    if (!r.complete() || out.ticket.empty()) return Cause::TlsDecodeError;
+    return walkExtensions(extensions, [](ExtensionType, auto) { return Cause::None; });
 }
 
 bool parseNewSessionTicket12(std::span<const uint8_t> body) {

@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "net/tls/TlsFailure.h"
+#include "net/tls/CauseAlert.h"
 #include "net/tls/TlsTypes.h"
 
 namespace tv::tls {
@@ -20,13 +20,12 @@ constexpr size_t kMaxCertificates = 64;
 bool parseCertificate12(std::span<const uint8_t> body, CertificateList& out);
 // The context must be empty in the handshake; extensions of entries must have been asked for
 // (status_request).
-TlsFailure parseCertificate13(std::span<const uint8_t> body, CertificateList& out);
+Cause parseCertificate13(std::span<const uint8_t> body, CertificateList& out);
 bool parseCertificateStatus12(std::span<const uint8_t> body);
 
 bool parseCertificateRequest12(std::span<const uint8_t> body, Version version);
 // The context is empty in the handshake and names the request after it.
-TlsFailure parseCertificateRequest13(std::span<const uint8_t> body,
-                                     std::span<const uint8_t>& context);
+Cause parseCertificateRequest13(std::span<const uint8_t> body, std::span<const uint8_t>& context);
 
 struct Signature {
     SignatureScheme scheme = SignatureScheme::None;  // None before TLS 1.2
@@ -55,7 +54,7 @@ struct NewSessionTicket13 {
     std::span<const uint8_t> nonce;
     std::span<const uint8_t> ticket;
 };
-TlsFailure parseNewSessionTicket13(std::span<const uint8_t> body, NewSessionTicket13& out);
+Cause parseNewSessionTicket13(std::span<const uint8_t> body, NewSessionTicket13& out);
 bool parseNewSessionTicket12(std::span<const uint8_t> body);
 
 // A handshake message: type, three bytes of length, body.

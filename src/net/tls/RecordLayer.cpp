@@ -22,8 +22,8 @@ void RecordLayer::setVersion(Version version) {
     maxBody_ = isTls13_ ? kMaxCiphertext13 : kMaxCiphertext12;
 }
 
-RecordLayer::Next RecordLayer::next(Record& out, TlsFailure& failure) {
-    const auto failed = [&](TlsFailure why) {
+RecordLayer::Next RecordLayer::next(Record& out, Cause& failure) {
+    const auto failed = [&](Cause why) {
         failure = why;
         return Next::Failed;
     };
@@ -35,12 +35,12 @@ RecordLayer::Next RecordLayer::next(Record& out, TlsFailure& failure) {
     RecordHeader header{static_cast<ContentType>(r.u8()), static_cast<Version>(r.u16())};
     const size_t length = r.u16();
     if (!r.ok()) return needMore();
-    if (!isKnownType(header.type)) return failed(TlsFailure::RecordType);
-    if (static_cast<uint16_t>(header.version) >> 8 != 3) return failed(TlsFailure::RecordVersion);
+    if (!isKnownType(header.type)) return failed(Cause::TlsRecordType);
+    if (static_cast<uint16_t>(header.version) >> 8 != 3) return failed(Cause::TlsRecordVersion);
     const bool opens = reader_ && !(isTls13_ && header.type == ContentType::ChangeCipherSpec);
-    if (length > (opens ? maxBody_ : kMaxPlaintext)) return failed(TlsFailure::RecordOverflow);
+    if (length > (opens ? maxBody_ : kMaxPlaintext)) return failed(Cause::TlsRecordOverflow);
     if (opens && isTls13_ && header.type != ContentType::ApplicationData) {
-        return failed(TlsFailure::UnprotectedRecord);
+        return failed(Cause::TlsUnprotectedRecord);
     }
     if (r.left() < length) return needMore();
 
@@ -48,12 +48,12 @@ RecordLayer::Next RecordLayer::next(Record& out, TlsFailure& failure) {
     taken_ += kRecordHeaderSize + length;
     out.plaintext = {body, length};
     if (opens && !reader_->open(header, {body, length}, out.plaintext)) {
-        return failed(TlsFailure::BadRecordMac);
+        return failed(Cause::TlsBadRecordMac);
     }
-    if (out.plaintext.size() > kMaxPlaintext) return failed(TlsFailure::RecordOverflow);
-    if (!isKnownType(header.type)) return failed(TlsFailure::RecordType);
+    if (out.plaintext.size() > kMaxPlaintext) return failed(Cause::TlsRecordOverflow);
+    if (!isKnownType(header.type)) return failed(Cause::TlsRecordType);
     if (opens && isTls13_ && header.type == ContentType::ChangeCipherSpec) {
-        return failed(TlsFailure::UnexpectedCcs);  // RFC 8446, 5: never protected
+        return failed(Cause::TlsUnexpectedCcs);  // RFC 8446, 5: never protected
     }
     out.type = header.type;
     return Next::Record;

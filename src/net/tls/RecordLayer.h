@@ -8,8 +8,8 @@
 
 #include "base/DataBuffer.h"
 #include "base/SecureBuffer.h"
+#include "net/tls/CauseAlert.h"
 #include "net/tls/RecordCipher.h"
-#include "net/tls/TlsFailure.h"
 #include "net/tls/TlsTypes.h"
 
 namespace tv::tls {
@@ -25,7 +25,7 @@ public:
     void feed(std::span<const uint8_t> bytes) { inbox_.append(bytes); }
     enum class Next : uint8_t { NeedMore, Record, Failed };
     // The next whole record, opened. NeedMore: those before it are wiped. Failed sets failure.
-    Next next(Record& out, TlsFailure& failure);
+    Next next(Record& out, Cause& failure);
 
     // Cuts the bytes into records and appends them to the outbox. An empty span sends nothing.
     bool send(ContentType type, std::span<const uint8_t> bytes);

@@ -56,16 +56,16 @@ bool allowed(const Place& place, HelloKind kind) {
 
 // Unknown or not offered: unsupported_extension. Offered, but in the wrong message:
 // illegal_parameter (RFC 8446, 4.2).
-TlsFailure checkPlace(ExtensionType type, HelloKind kind, const ClientHello& offered) {
+Cause checkPlace(ExtensionType type, HelloKind kind, const ClientHello& offered) {
     // A cookie is the one extension that a server may send first.
     const bool mayComeFirst = type == ExtensionType::Cookie && kind == HelloKind::HelloRetryRequest;
-    if (!mayComeFirst && !offered.offers(type)) return TlsFailure::UnsupportedExtension;
+    if (!mayComeFirst && !offered.offers(type)) return Cause::TlsUnsupportedExtension;
     for (const Place& place : kPlaces) {
         if (place.type == type) {
-            return allowed(place, kind) ? TlsFailure::None : TlsFailure::IllegalParameter;
+            return allowed(place, kind) ? Cause::None : Cause::TlsIllegalParameter;
         }
     }
-    return TlsFailure::IllegalParameter;
+    return Cause::TlsIllegalParameter;
 }
 
 void readKeyShare(ByteReader& r, HelloKind kind, ServerExtensions& out) {
@@ -77,8 +77,8 @@ void readKeyShare(ByteReader& r, HelloKind kind, ServerExtensions& out) {
 }
 
 // Reads one body into out.
-TlsFailure readExtension(ExtensionType type, std::span<const uint8_t> body, HelloKind kind,
-                         ServerExtensions& out) {
+Cause readExtension(ExtensionType type, std::span<const uint8_t> body, HelloKind kind,
+                    ServerExtensions& out) {
     ByteReader r(body);
     switch (type) {
         case ExtensionType::SupportedVersions:
@@ -114,7 +114,7 @@ TlsFailure readExtension(ExtensionType type, std::span<const uint8_t> body, Hell
             if (formats.empty()) r.fail();
             // Without uncompressed points there is nothing in common (RFC 8422, 5.1.2).
             const bool common = std::find(formats.begin(), formats.end(), 0) != formats.end();
-            if (r.complete() && !common) return TlsFailure::IllegalParameter;
+            if (r.complete() && !common) return Cause::TlsIllegalParameter;
             break;
         }
         case ExtensionType::SupportedGroups: {
@@ -125,14 +125,14 @@ TlsFailure readExtension(ExtensionType type, std::span<const uint8_t> body, Hell
         default:
             break;  // server_name: empty
     }
-    return r.complete() ? TlsFailure::None : TlsFailure::DecodeError;
+    return r.complete() ? Cause::None : Cause::TlsDecodeError;
 }
 
-TlsFailure readExtensions(std::span<const uint8_t> block, HelloKind kind,
-                          const ClientHello& offered, ServerExtensions& out) {
+Cause readExtensions(std::span<const uint8_t> block, HelloKind kind, const ClientHello& offered,
+                     ServerExtensions& out) {
     return walkExtensions(block, [&](ExtensionType type, std::span<const uint8_t> body) {
-        const TlsFailure failure = checkPlace(type, kind, offered);
-        return failure == TlsFailure::None ? readExtension(type, body, kind, out) : failure;
+        const Cause failure = checkPlace(type, kind, offered);
+        return failure == Cause::None ? readExtension(type, body, kind, out) : failure;
     });
 }
 
@@ -151,8 +151,8 @@ std::optional<Version> findSelectedVersion(std::span<const uint8_t> block) {
 
 }  // namespace
 
-TlsFailure parseServerHello(std::span<const uint8_t> body, const ClientHello& offered,
-                            ServerHello& out, int& tooShort) {
+Cause parseServerHello(std::span<const uint8_t> body, const ClientHello& offered, ServerHello& out,
+                       int& tooShort) {
     ByteReader r(body);
     tooShort = 0;
     const auto shortAt = [&](int place) {
@@ -170,10 +170,10 @@ TlsFailure parseServerHello(std::span<const uint8_t> body, const ClientHello& of
     if (r.ok() && !r.atEnd()) block = r.vector16();
     shortAt(4);
     if (!r.complete()) {
-        return tooShort != 0 ? TlsFailure::ServerHelloTooShort : TlsFailure::DecodeError;
+        return tooShort != 0 ? Cause::TlsServerHelloTooShort : Cause::TlsDecodeError;
     }
-    if (out.sessionId.size() > 32) return TlsFailure::DecodeError;  // RFC 8446, 4.1.3
-    if (compression != 0) return TlsFailure::IllegalParameter;
+    if (out.sessionId.size() > 32) return Cause::TlsDecodeError;  // RFC 8446, 4.1.3
+    if (compression != 0) return Cause::TlsIllegalParameter;
 
     out.isRetry = std::equal(out.random.begin(), out.random.end(), std::begin(kRetryRandom));
     const std::optional<Version> selected = findSelectedVersion(block);
@@ -183,11 +183,11 @@ TlsFailure parseServerHello(std::span<const uint8_t> body, const ClientHello& of
     return readExtensions(block, kind, offered, out.extensions);
 }
 
-TlsFailure parseEncryptedExtensions(std::span<const uint8_t> body, const ClientHello& offered,
-                                    ServerExtensions& out) {
+Cause parseEncryptedExtensions(std::span<const uint8_t> body, const ClientHello& offered,
+                               ServerExtensions& out) {
     ByteReader r(body);
     const std::span<const uint8_t> block = r.vector16();
-    if (!r.complete()) return TlsFailure::DecodeError;
+    if (!r.complete()) return Cause::TlsDecodeError;
     return readExtensions(block, HelloKind::Encrypted, offered, out);
 }
 

@@ -7,8 +7,8 @@
 #include <span>
 #include <vector>
 
+#include "net/tls/CauseAlert.h"
 #include "net/tls/ClientHello.h"
-#include "net/tls/TlsFailure.h"
 #include "net/tls/TlsTypes.h"
 
 namespace tv::tls {
@@ -45,12 +45,12 @@ struct ServerHello {
 // The body of a ServerHello or HelloRetryRequest, checked against what the hello offered:
 // unsolicited, repeated and misplaced extensions end the handshake. tooShort is 1 to 4 for the
 // place where the message ended early.
-TlsFailure parseServerHello(std::span<const uint8_t> body, const ClientHello& offered,
-                            ServerHello& out, int& tooShort);
+Cause parseServerHello(std::span<const uint8_t> body, const ClientHello& offered, ServerHello& out,
+                       int& tooShort);
 
 // The body of EncryptedExtensions.
-TlsFailure parseEncryptedExtensions(std::span<const uint8_t> body, const ClientHello& offered,
-                                    ServerExtensions& out);
+Cause parseEncryptedExtensions(std::span<const uint8_t> body, const ClientHello& offered,
+                               ServerExtensions& out);
 
 // How the end of a server's random marks that it could have spoken a higher version (RFC 8446,
 // 4.1.3).

@@ -16,27 +16,27 @@ TlsProtocol::~TlsProtocol() = default;
 bool TlsProtocol::start(LogBase& log) {
     if (std::exchange(started_, true)) return false;
     handshake_ = std::make_unique<ClientHandshake>(settings_, environment_, records_);
-    const TlsFailure failure = handshake_->start(log, nullptr);
-    return failure == TlsFailure::None || fail(log, failure);
+    const Cause failure = handshake_->start(log, nullptr);
+    return failure == Cause::None || fail(log, failure);
 }
 
 // Ends the connection with the alert that goes with the failure. Always false.
-bool TlsProtocol::fail(LogBase& log, TlsFailure failure) {
-    log.logError(textOf(failure));
+bool TlsProtocol::fail(LogBase& log, Cause failure) {
+    log.logError(tlsSentence(failure));
     end(failure, alertOf(failure));
     return false;
 }
 
-void TlsProtocol::end(TlsFailure failure, Alert alert) {
+void TlsProtocol::end(Cause failure, Alert alert) {
     failure_ = failure;
-    if (failure != TlsFailure::PeerAlert) sendAlert(AlertLevel::Fatal, alert);
+    if (failure != Cause::TlsPeerAlert) sendAlert(AlertLevel::Fatal, alert);
     handshake_.reset();
     session_.reset();
     traffic_ = {};
 }
 
 void TlsProtocol::refuseCertificate(Alert alert) {
-    if (failure_ == TlsFailure::None) end(TlsFailure::CertificateRefused, alert);
+    if (failure_ == Cause::None) end(Cause::TlsCertificateRefused, alert);
 }
 
 void TlsProtocol::sendAlert(AlertLevel level, Alert alert) {
@@ -45,26 +45,26 @@ void TlsProtocol::sendAlert(AlertLevel level, Alert alert) {
 }
 
 bool TlsProtocol::receive(LogBase& log, std::span<const uint8_t> bytes) {
-    if (failure_ != TlsFailure::None) return false;
+    if (failure_ != Cause::None) return false;
     records_.feed(bytes);
     // Nothing that follows a close_notify counts (RFC 8446, 6.1).
     while (!closeNotifyReceived_) {
         Record record{};
-        TlsFailure failure = TlsFailure::None;
+        Cause failure = Cause::None;
         const RecordLayer::Next next = records_.next(record, failure);
         if (next == RecordLayer::Next::NeedMore) return true;
         if (next == RecordLayer::Next::Record) failure = process(log, record);
-        if (failure != TlsFailure::None) return fail(log, failure);
+        if (failure != Cause::None) return fail(log, failure);
     }
     return true;
 }
 
-TlsFailure TlsProtocol::process(LogBase& log, const Record& record) {
+Cause TlsProtocol::process(LogBase& log, const Record& record) {
     const bool mayInterrupt =
         record.type == ContentType::Handshake || record.type == ContentType::Alert;
     if (!mayInterrupt && !reader_.atBoundary()) {
-        return record.type == ContentType::ChangeCipherSpec ? TlsFailure::UnexpectedCcs
-                                                            : TlsFailure::UnexpectedMessage;
+        return record.type == ContentType::ChangeCipherSpec ? Cause::TlsUnexpectedCcs
+                                                            : Cause::TlsUnexpectedMessage;
     }
     switch (record.type) {
         case ContentType::ChangeCipherSpec:
@@ -76,22 +76,22 @@ TlsFailure TlsProtocol::process(LogBase& log, const Record& record) {
         case ContentType::ApplicationData:
             return onApplicationData(record.plaintext);
     }
-    return TlsFailure::RecordType;
+    return Cause::TlsRecordType;
 }
 
-TlsFailure TlsProtocol::onChangeCipherSpec(std::span<const uint8_t> body) {
+Cause TlsProtocol::onChangeCipherSpec(std::span<const uint8_t> body) {
     const bool wellFormed = body.size() == 1 && body[0] == 1;
-    if (!wellFormed || !handshake_) return TlsFailure::UnexpectedCcs;
+    if (!wellFormed || !handshake_) return Cause::TlsUnexpectedCcs;
     const bool maybeTls13 = handshake_->version() == Version::Tls13 ||
                             (!handshake_->serverHelloSeen() && handshake_->usesCompatibilityMode());
     if (!maybeTls13) return handshake_->onChangeCipherSpec();
     // Dropped between our first hello and the server's Finished (RFC 8446, 5), not without end.
-    return ++ccsDropped_ > kMaxIdleRecords ? TlsFailure::UnexpectedCcs : TlsFailure::None;
+    return ++ccsDropped_ > kMaxIdleRecords ? Cause::TlsUnexpectedCcs : Cause::None;
 }
 
-TlsFailure TlsProtocol::onAlert(LogBase& log, std::span<const uint8_t> body) {
-    if (body.empty()) return TlsFailure::UnexpectedMessage;  // RFC 8446, 5.4
-    if (body.size() != 2) return TlsFailure::DecodeError;
+Cause TlsProtocol::onAlert(LogBase& log, std::span<const uint8_t> body) {
+    if (body.empty()) return Cause::TlsUnexpectedMessage;  // RFC 8446, 5.4
+    if (body.size() != 2) return Cause::TlsDecodeError;
     const AlertLevel level = static_cast<AlertLevel>(body[0]);
     const Alert alert = static_cast<Alert>(body[1]);
     {
@@ -103,59 +103,59 @@ TlsFailure TlsProtocol::onAlert(LogBase& log, std::span<const uint8_t> body) {
     serverAnswered_ = true;
     if (alert == Alert::CloseNotify) {
         closeNotifyReceived_ = true;
-        if (!handshake_) return TlsFailure::None;
+        if (!handshake_) return Cause::None;
         log.logError("Aborting handshake because of fatal alert.");
-        return TlsFailure::PeerAlert;
+        return Cause::TlsPeerAlert;
     }
     // In TLS 1.3 the level says nothing: all but two are fatal (RFC 8446, 6).
     const bool isTls13 = serverHelloSeen_ && negotiated_.version == Version::Tls13;
     const bool harmless = isTls13 ? alert == Alert::UserCanceled : level == AlertLevel::Warning;
-    if (harmless && !reader_.atBoundary()) return TlsFailure::UnexpectedMessage;  // RFC 8446, 5.1
-    if (harmless) return countIdle() ? TlsFailure::None : TlsFailure::TooManyIdleRecords;
+    if (harmless && !reader_.atBoundary()) return Cause::TlsUnexpectedMessage;  // RFC 8446, 5.1
+    if (harmless) return countIdle() ? Cause::None : Cause::TlsTooManyIdleRecords;
     if (handshake_) log.logError("Aborting handshake because of fatal alert.");
-    return TlsFailure::PeerAlert;
+    return Cause::TlsPeerAlert;
 }
 
-TlsFailure TlsProtocol::onHandshake(LogBase& log, std::span<const uint8_t> fragment) {
+Cause TlsProtocol::onHandshake(LogBase& log, std::span<const uint8_t> fragment) {
     if (fragment.empty()) {
         // Never legal in TLS 1.3 (RFC 8446, 5.1), and never of use.
         const bool isTls13 = negotiated_.version == Version::Tls13;
-        if (isTls13 || !countIdle()) return TlsFailure::UnexpectedMessage;
-        return TlsFailure::None;
+        if (isTls13 || !countIdle()) return Cause::TlsUnexpectedMessage;
+        return Cause::None;
     }
     reader_.append(fragment);
     for (;;) {
         HandshakeMessage message{};
         switch (reader_.next(message)) {
             case HandshakeReader::Result::NeedMore:
-                return TlsFailure::None;
+                return Cause::None;
             case HandshakeReader::Result::TooLong:
-                return TlsFailure::MessageTooLong;
+                return Cause::TlsMessageTooLong;
             case HandshakeReader::Result::Message:
                 break;
         }
-        const TlsFailure failure = onMessage(log, message);
-        if (failure != TlsFailure::None) return failure;
+        const Cause failure = onMessage(log, message);
+        if (failure != Cause::None) return failure;
     }
 }
 
-TlsFailure TlsProtocol::onMessage(LogBase& log, const HandshakeMessage& message) {
+Cause TlsProtocol::onMessage(LogBase& log, const HandshakeMessage& message) {
     serverAnswered_ |= message.type == HandshakeType::ServerHello;
     if (!handshake_) return onPostHandshake(log, message);
     // A HelloRequest during a handshake is ignored (RFC 5246, 7.4.1.1).
     if (message.type == HandshakeType::HelloRequest && negotiated_.version != Version::Tls13) {
         const bool fine = message.body.empty() && countIdle();
-        return fine ? TlsFailure::None : TlsFailure::UnexpectedMessage;
+        return fine ? Cause::None : Cause::TlsUnexpectedMessage;
     }
     idleRecords_ = 0;
-    const TlsFailure failure = handshake_->onMessage(log, message, reader_.atBoundary());
-    if (failure != TlsFailure::None) return failure;
+    const Cause failure = handshake_->onMessage(log, message, reader_.atBoundary());
+    if (failure != Cause::None) return failure;
     if (handshake_->serverHelloSeen()) {
         serverHelloSeen_ = true;
         negotiated_.version = handshake_->version();
     }
     if (handshake_->done()) finishHandshake();
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 void TlsProtocol::finishHandshake() {
@@ -171,54 +171,54 @@ void TlsProtocol::finishHandshake() {
     settings_.session.reset();  // a session is used once
 }
 
-TlsFailure TlsProtocol::onApplicationData(std::span<const uint8_t> bytes) {
+Cause TlsProtocol::onApplicationData(std::span<const uint8_t> bytes) {
     // In a renegotiation it may come until the keys change.
     const bool allowed = established_ && !(handshake_ && handshake_->readKeysChanged());
-    if (!allowed) return TlsFailure::UnexpectedMessage;
-    if (bytes.empty()) return countIdle() ? TlsFailure::None : TlsFailure::TooManyIdleRecords;
+    if (!allowed) return Cause::TlsUnexpectedMessage;
+    if (bytes.empty()) return countIdle() ? Cause::None : Cause::TlsTooManyIdleRecords;
     idleRecords_ = 0;
     input_.append(bytes);
-    return TlsFailure::None;
+    return Cause::None;
 }
 
-TlsFailure TlsProtocol::onPostHandshake(LogBase& log, const HandshakeMessage& message) {
-    if (!countIdle()) return TlsFailure::TooManyIdleRecords;
+Cause TlsProtocol::onPostHandshake(LogBase& log, const HandshakeMessage& message) {
+    if (!countIdle()) return Cause::TlsTooManyIdleRecords;
     if (negotiated_.version == Version::Tls13) {
         if (message.type == HandshakeType::NewSessionTicket) {
             return onNewSessionTicket(log, message.body);
         }
         if (message.type == HandshakeType::KeyUpdate) return onKeyUpdate(log, message.body);
         if (message.type == HandshakeType::CertificateRequest) return onCertificateRequest(message);
-        return TlsFailure::UnexpectedMessage;
+        return Cause::TlsUnexpectedMessage;
     }
     if (message.type == HandshakeType::HelloRequest) return onHelloRequest(log, message.body);
-    return TlsFailure::UnexpectedMessage;
+    return Cause::TlsUnexpectedMessage;
 }
 
-TlsFailure TlsProtocol::onHelloRequest(LogBase& log, std::span<const uint8_t> body) {
-    if (!body.empty()) return TlsFailure::DecodeError;
+Cause TlsProtocol::onHelloRequest(LogBase& log, std::span<const uint8_t> body) {
+    if (!body.empty()) return Cause::TlsDecodeError;
     log.logInfo("Need to re-negotiate the security parameters.");
-    if (closeNotifySent_) return TlsFailure::None;
+    if (closeNotifySent_) return Cause::None;
     if (!negotiated_.renegotiation.isSecure) {
         sendAlert(AlertLevel::Warning, Alert::NoRenegotiation);  // RFC 5746, 4.2
-        return TlsFailure::None;
+        return Cause::None;
     }
-    if (++renegotiations_ > kMaxRenegotiations) return TlsFailure::TooManyRenegotiations;
+    if (++renegotiations_ > kMaxRenegotiations) return Cause::TlsTooManyRenegotiations;
     log.logInfo("Starting the handshake process again...");
     log.logInfo("Not re-using the session for re-negotiation...");
     handshake_ = std::make_unique<ClientHandshake>(settings_, environment_, records_);
     return handshake_->start(log, &negotiated_);
 }
 
-TlsFailure TlsProtocol::onNewSessionTicket(LogBase& log, std::span<const uint8_t> body) {
+Cause TlsProtocol::onNewSessionTicket(LogBase& log, std::span<const uint8_t> body) {
     NewSessionTicket13 ticket;
-    const TlsFailure failure = parseNewSessionTicket13(body, ticket);
-    if (failure != TlsFailure::None) return failure;
+    const Cause failure = parseNewSessionTicket13(body, ticket);
+    if (failure != Cause::None) return failure;
     log.logDataVerbose("ticket_lifetime", std::to_string(ticket.lifetimeSeconds));
     log.logDataVerbose("ticket_age_add", std::to_string(ticket.ageAdd));
     // No lifetime: to be dropped at once.
     if (ticket.lifetimeSeconds == 0 || ticket.ticket.size() > kMaxOfferedTicket) {
-        return TlsFailure::None;
+        return Cause::None;
     }
     TlsSession session;
     session.version = Version::Tls13;
@@ -230,15 +230,15 @@ TlsFailure TlsProtocol::onNewSessionTicket(LogBase& log, std::span<const uint8_t
     session.ageAdd = ticket.ageAdd;
     session.receivedAtMs = environment_.wallClockMs();
     session_ = std::move(session);
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 // Only where post_handshake_auth was offered; answered with no certificate (RFC 8446, 4.6.2).
-TlsFailure TlsProtocol::onCertificateRequest(const HandshakeMessage& message) {
-    if (!settings_.options.postHandshakeAuth) return TlsFailure::UnexpectedMessage;
+Cause TlsProtocol::onCertificateRequest(const HandshakeMessage& message) {
+    if (!settings_.options.postHandshakeAuth) return Cause::TlsUnexpectedMessage;
     std::span<const uint8_t> context;
-    const TlsFailure failure = parseCertificateRequest13(message.body, context);
-    if (failure != TlsFailure::None) return failure;
+    const Cause failure = parseCertificateRequest13(message.body, context);
+    if (failure != Cause::None) return failure;
     ByteWriter body;
     body.vector8(context);
     body.u24(0);
@@ -251,7 +251,7 @@ TlsFailure TlsProtocol::onCertificateRequest(const HandshakeMessage& message) {
     const bool sent =
         records_.send(ContentType::Handshake, none) &&
         records_.send(ContentType::Handshake, handshakeMessage(HandshakeType::Finished, verify));
-    return sent ? TlsFailure::None : TlsFailure::OutOfMemory;
+    return sent ? Cause::None : Cause::OutOfMemory;
 }
 
 // Moves a traffic secret on and makes the cipher of the new one.
@@ -261,37 +261,37 @@ std::unique_ptr<RecordCipher> TlsProtocol::renewedCipher(SecureBuffer& secret) {
     return makeRecordCipher(suite, Version::Tls13, trafficKeys13(suite, secret.bytes()), {});
 }
 
-TlsFailure TlsProtocol::onKeyUpdate(LogBase& log, std::span<const uint8_t> body) {
-    if (body.size() != 1) return TlsFailure::DecodeError;
-    if (body[0] > 1) return TlsFailure::IllegalParameter;  // RFC 8446, 4.6.3
-    if (!reader_.atBoundary()) return TlsFailure::LeftoverAtKeyChange;
+Cause TlsProtocol::onKeyUpdate(LogBase& log, std::span<const uint8_t> body) {
+    if (body.size() != 1) return Cause::TlsDecodeError;
+    if (body[0] > 1) return Cause::TlsIllegalParameter;  // RFC 8446, 4.6.3
+    if (!reader_.atBoundary()) return Cause::TlsLeftoverAtKeyChange;
     log.logVerbose("Received a TLS 1.3 KeyUpdate.");
     records_.protectReading(renewedCipher(traffic_.server));
     // One answer, however many updates are asked for before we send data (RFC 8446, 4.6.3): until
     // then the new keys are as good as newer ones.
-    if (body[0] == 0 || std::exchange(keyUpdateAnswered_, true)) return TlsFailure::None;
+    if (body[0] == 0 || std::exchange(keyUpdateAnswered_, true)) return Cause::None;
     static constexpr uint8_t kNotRequested[] = {0};
     const bool sent = records_.send(ContentType::Handshake,
                                     handshakeMessage(HandshakeType::KeyUpdate, kNotRequested));
-    if (!sent) return TlsFailure::OutOfMemory;
+    if (!sent) return Cause::OutOfMemory;
     records_.protectWriting(renewedCipher(traffic_.client));
-    return TlsFailure::None;
+    return Cause::None;
 }
 
 bool TlsProtocol::sendApplicationData(LogBase& log, std::span<const uint8_t> bytes) {
-    if (failure_ != TlsFailure::None || closeNotifySent_ || isHandshaking()) return false;
+    if (failure_ != Cause::None || closeNotifySent_ || isHandshaking()) return false;
     if (!established_ || !records_.isWritingProtected()) {
-        log.logError(textOf(TlsFailure::NoKeys));
+        log.logError(tlsSentence(Cause::TlsNoKeys));
         return false;
     }
     keyUpdateAnswered_ = false;
     if (records_.send(ContentType::ApplicationData, bytes)) return true;
     log.logError("Failed to encrypt TLS fragment");
-    return fail(log, TlsFailure::OutOfMemory);
+    return fail(log, Cause::OutOfMemory);
 }
 
 void TlsProtocol::sendCloseNotify() {
-    if (failure_ != TlsFailure::None || std::exchange(closeNotifySent_, true)) return;
+    if (failure_ != Cause::None || std::exchange(closeNotifySent_, true)) return;
     sendAlert(AlertLevel::Warning, Alert::CloseNotify);
     records_.endWriting();  // it is the last that a side says (RFC 8446, 6.1)
 }

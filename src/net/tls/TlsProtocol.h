@@ -39,32 +39,32 @@ public:
     // Plain text from the peer; whoever reads it removes it.
     SecureBuffer& input() { return input_; }
 
-    bool isEstablished() const { return established_ && failure_ == TlsFailure::None; }
+    bool isEstablished() const { return established_ && failure_ == Cause::None; }
     // A renegotiation is under way: application data waits until it is over.
     bool isHandshaking() const { return handshake_ != nullptr; }
     // A whole ServerHello (a HelloRetryRequest is one) or an alert has come.
     bool serverAnswered() const { return serverAnswered_; }
     bool closeNotifyReceived() const { return closeNotifyReceived_; }
-    TlsFailure failure() const { return failure_; }
+    Cause failure() const { return failure_; }
     std::optional<Alert> peerAlert() const { return peerAlert_; }
     const Negotiated& negotiated() const { return negotiated_; }
     // The newest session that this connection was given, without scope and verdict; at most once.
     std::optional<TlsSession> takeSession();
 
 private:
-    bool fail(LogBase& log, TlsFailure failure);
-    void end(TlsFailure failure, Alert alert);
-    TlsFailure process(LogBase& log, const Record& record);
-    TlsFailure onChangeCipherSpec(std::span<const uint8_t> body);
-    TlsFailure onAlert(LogBase& log, std::span<const uint8_t> body);
-    TlsFailure onHandshake(LogBase& log, std::span<const uint8_t> fragment);
-    TlsFailure onApplicationData(std::span<const uint8_t> bytes);
-    TlsFailure onMessage(LogBase& log, const HandshakeMessage& message);
-    TlsFailure onPostHandshake(LogBase& log, const HandshakeMessage& message);
-    TlsFailure onHelloRequest(LogBase& log, std::span<const uint8_t> body);
-    TlsFailure onCertificateRequest(const HandshakeMessage& message);
-    TlsFailure onNewSessionTicket(LogBase& log, std::span<const uint8_t> body);
-    TlsFailure onKeyUpdate(LogBase& log, std::span<const uint8_t> body);
+    bool fail(LogBase& log, Cause failure);
+    void end(Cause failure, Alert alert);
+    Cause process(LogBase& log, const Record& record);
+    Cause onChangeCipherSpec(std::span<const uint8_t> body);
+    Cause onAlert(LogBase& log, std::span<const uint8_t> body);
+    Cause onHandshake(LogBase& log, std::span<const uint8_t> fragment);
+    Cause onApplicationData(std::span<const uint8_t> bytes);
+    Cause onMessage(LogBase& log, const HandshakeMessage& message);
+    Cause onPostHandshake(LogBase& log, const HandshakeMessage& message);
+    Cause onHelloRequest(LogBase& log, std::span<const uint8_t> body);
+    Cause onCertificateRequest(const HandshakeMessage& message);
+    Cause onNewSessionTicket(LogBase& log, std::span<const uint8_t> body);
+    Cause onKeyUpdate(LogBase& log, std::span<const uint8_t> body);
     std::unique_ptr<RecordCipher> renewedCipher(SecureBuffer& secret);
     void finishHandshake();
     void sendAlert(AlertLevel level, Alert alert);
@@ -84,7 +84,7 @@ private:
     TrafficSecrets13 traffic_;
     Transcript handshakeTranscript_;  // of TLS 1.3, for certificate requests after the handshake
     std::optional<TlsSession> session_;
-    TlsFailure failure_ = TlsFailure::None;
+    Cause failure_ = Cause::None;
     std::optional<Alert> peerAlert_;
     int idleRecords_ = 0;  // in a row that brought nothing on
     int ccsDropped_ = 0;

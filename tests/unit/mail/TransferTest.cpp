@@ -268,8 +268,11 @@ TEST(Transfer, failuresTellStageAndRepetition) {
         int32_t code;
         Repeat repeat;
         bool reconnects = false;
+        Cause root = Cause::None;  // where another one lies below
     } rows[] = {
-        {"", Stage::Connect, Cause::ConnectFailed, 0, Repeat::NothingSent},
+        {"", Stage::Connect, Cause::ConnectFailed, 0, Repeat::NothingSent, false, Cause::Rejected},
+        {"greet; silence", Stage::TlsHandshake, Cause::ConnectFailed, 0, Repeat::NothingSent, false,
+         Cause::TlsRecordType},  // in clear where TLS is wanted
         {"greet 554 no", Stage::Greeting, Cause::GreetingError, 554, Repeat::RefusedForGood},
         {"greet !close", Stage::Ehlo, Cause::ConnectionLost, 0, Repeat::NothingSent},
         {"open; mail 451 later; rset; quit", Stage::Sender, Cause::FromFailure, 451,
@@ -289,8 +292,10 @@ TEST(Transfer, failuresTellStageAndRepetition) {
         SCOPED_TRACE(row.steps);
         TransferWorld world;
         world.write("A: b\r\n\r\n");
-        if (*row.steps) world.serve(row.steps);
+        const bool ssl = row.stage == Stage::TlsHandshake;
+        if (*row.steps) world.serve(row.steps).mayEndEarly = ssl;
         if (row.stage == Stage::Greeting) world.serve(row.steps);  // it is asked once more
+        world.connection.settings.smtpSsl = ssl;
         Failure failure = world.connection.smtpConnectAndAuthenticate(world.call, false);
         EXPECT_TRUE(world.send.measure(world.log));
         if (!failure) {
@@ -298,6 +303,7 @@ TEST(Transfer, failuresTellStageAndRepetition) {
         }
         EXPECT_EQ(failure.stage(), row.stage);
         EXPECT_EQ(failure.cause(), row.cause);
+        EXPECT_EQ(failure.root(), row.root == Cause::None ? row.cause : row.root);
         EXPECT_EQ(failure.replyCode(), row.code);
         EXPECT_EQ(failure.repeat(), row.repeat);
         EXPECT_EQ(failure.mayReconnect(), row.reconnects);

@@ -340,9 +340,9 @@ TEST(ClientHello, WithoutVersionOrRandomThereIsNone) {
         EXPECT_FALSE(engine.start(log));
         return engine.failure();
     };
-    EXPECT_EQ(failure("SSL 3.0 exact", true), TlsFailure::NoUsableVersion);
-    EXPECT_EQ(failure("", false), TlsFailure::RandomFailed);
-    EXPECT_EQ(failure("TLS 1.2 exact", false), TlsFailure::RandomFailed);
+    EXPECT_EQ(failure("SSL 3.0 exact", true), Cause::TlsNoUsableVersion);
+    EXPECT_EQ(failure("", false), Cause::TlsRandomFailed);
+    EXPECT_EQ(failure("TLS 1.2 exact", false), Cause::TlsRandomFailed);
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ protected:
         ServerHello hello;
         int tooShort = 0;
         EXPECT_EQ(parseServerHello(std::span(message).subspan(4), offered, hello, tooShort),
-                  TlsFailure::None);
+                  Cause::None);
         return hello;
     }
     static ClientHello offer() {
@@ -107,7 +107,7 @@ class Rfc8448Flow : public Rfc8448 {
 protected:
     Record open(const char* name) {
         Record record{};
-        TlsFailure failure = TlsFailure::None;
+        Cause failure = Cause::None;
         records.feed(bytes(name));
         EXPECT_EQ(records.next(record, failure), RecordLayer::Next::Record) << name;
         return record;
@@ -122,14 +122,13 @@ protected:
         HandshakeMessage message{};
         while (reader.next(message) == HandshakeReader::Result::Message) {
             ASSERT_TRUE(flow.next().allows(message.type));
-            ASSERT_EQ(flow.onMessage(log, message, reader.atBoundary()), TlsFailure::None);
+            ASSERT_EQ(flow.onMessage(log, message, reader.atBoundary()), Cause::None);
         }
     }
     void exchangeData(const TrafficSecrets13& secrets) {
         const Record ticketRecord = open("serverTicket");
         NewSessionTicket13 ticket;
-        ASSERT_EQ(parseNewSessionTicket13(ticketRecord.plaintext.subspan(4), ticket),
-                  TlsFailure::None);
+        ASSERT_EQ(parseNewSessionTicket13(ticketRecord.plaintext.subspan(4), ticket), Cause::None);
         expect("ticketNonce", ticket.nonce);
         expect("ticketKey",
                ticketKey13(suite().hash, secrets.resumption.bytes(), ticket.nonce).bytes());
@@ -139,7 +138,7 @@ protected:
         expect("data", data.plaintext);
         // Nothing follows, and of what was decrypted nothing stays.
         Record more{};
-        TlsFailure failure = TlsFailure::None;
+        Cause failure = Cause::None;
         EXPECT_EQ(records.next(more, failure), RecordLayer::Next::NeedMore);
         EXPECT_EQ(hexLower(data.plaintext), std::string(2 * data.plaintext.size(), '0'));
     }
@@ -158,7 +157,7 @@ TEST_P(Rfc8448Flow, RecordsOfTheWholeConnection) {
     records.setVersion(Version::Tls13);
     ClientHandshake13 flow(shared);
     const auto message = bytes("serverHello");
-    ASSERT_EQ(flow.begin(log, serverHello(message, shared.hello)), TlsFailure::None);
+    ASSERT_EQ(flow.begin(log, serverHello(message, shared.hello)), Cause::None);
     runFlow(flow);
     ASSERT_TRUE(flow.done());
     expectSent("clientFlight");

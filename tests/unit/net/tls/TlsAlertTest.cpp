@@ -10,7 +10,7 @@ namespace tv::tls::test {
 namespace {
 
 // The log of a client whose hello is answered with these bytes.
-std::string logOf(std::string_view hex, TlsFailure expected) {
+std::string logOf(std::string_view hex, Cause expected) {
     TestEnvironment environment;
     TlsProtocol engine({}, environment);
     _tvLogger log;
@@ -41,33 +41,32 @@ TEST(TlsAlert, EveryNumberHasItsWords) {
     };
     // clang-format on
     for (const auto& [number, words] : rows) {
-        const std::string text =
-            logOf(std::string("1503010002 02") + number, TlsFailure::PeerAlert);
+        const std::string text = logOf(std::string("1503010002 02") + number, Cause::TlsPeerAlert);
         EXPECT_TRUE(has(text, "TlsAlert:")) << text;
         EXPECT_TRUE(has(text, "level: fatal")) << text;
         EXPECT_TRUE(has(text, std::string("descrip: ") + words)) << text;
         EXPECT_TRUE(has(text, "Aborting handshake because of fatal alert.")) << text;
         EXPECT_TRUE(has(text, "Closing connection in response to fatal SSL/TLS alert.")) << text;
     }
-    EXPECT_TRUE(has(logOf("1503010002 0170", TlsFailure::None), "level: warning"));
+    EXPECT_TRUE(has(logOf("1503010002 0170", Cause::None), "level: warning"));
 }
 
 TEST(TlsAlert, OtherAnswersAreNamed) {
     const struct {
         const char* bytes;
-        TlsFailure failure;
+        Cause failure;
         const char* words;
     } rows[] = {
-        {"1403010001 02", TlsFailure::UnexpectedCcs,
+        {"1403010001 02", Cause::TlsUnexpectedCcs,
          "Sending fatal alert because we received a ChangeCipherSpec before more handshake "
          "messages.."},
-        {"3232302072656164790d0a", TlsFailure::RecordType,
+        {"3232302072656164790d0a", Cause::TlsRecordType,
          "The peer does not speak TLS on this connection (bad record type)."},
-        {"1602000005 0102030405", TlsFailure::RecordVersion,
+        {"1602000005 0102030405", Cause::TlsRecordVersion,
          "The peer does not speak TLS on this connection (bad record version)."},
-        {"1603014001", TlsFailure::RecordOverflow, "A received record is too long."},
-        {"1603010004 02000000", TlsFailure::ServerHelloTooShort, "ServerHello too short (1)"},
-        {"1603010004 0b000000", TlsFailure::UnexpectedMessage,
+        {"1603014001", Cause::TlsRecordOverflow, "A received record is too long."},
+        {"1603010004 02000000", Cause::TlsServerHelloTooShort, "ServerHello too short (1)"},
+        {"1603010004 0b000000", Cause::TlsUnexpectedMessage,
          "Received a handshake message that is not allowed at this point."},
     };
     for (const auto& row : rows) {

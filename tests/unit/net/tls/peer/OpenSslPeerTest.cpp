@@ -172,7 +172,7 @@ TEST(OpenSslPeer, ServerMayRenegotiateThreeTimes) {
         SSL_renegotiate(c.ssl());
         SSL_do_handshake(c.ssl());
         c.pump();
-        EXPECT_EQ(c.engine.failure(), TlsFailure::TooManyRenegotiations);
+        EXPECT_EQ(c.engine.failure(), Cause::TlsTooManyRenegotiations);
     }
 }
 

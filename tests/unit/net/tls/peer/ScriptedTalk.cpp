@@ -173,7 +173,7 @@ void expectCuts(Prepare prepare) {
         Talk talk(setup);
         talk.pump(SIZE_MAX, cut);
         EXPECT_FALSE(talk.engine.isEstablished()) << cut;
-        EXPECT_EQ(talk.engine.failure(), TlsFailure::None) << cut;
+        EXPECT_EQ(talk.engine.failure(), Cause::None) << cut;
     }
 }
 

@@ -79,9 +79,9 @@ public:
 
     Alert verdict() {
         if (serverGaveUp) {
-            return engine.failure() == TlsFailure::None ? kServerEnds : alertOf(engine.failure());
+            return engine.failure() == Cause::None ? kServerEnds : alertOf(engine.failure());
         }
-        if (engine.failure() == TlsFailure::None && engine.isEstablished() && dataFlows() &&
+        if (engine.failure() == Cause::None && engine.isEstablished() && dataFlows() &&
             server.alerts.empty()) {
             return kLegal;
         }

@@ -372,7 +372,7 @@ TEST(ScriptedTls12, FailingRandomSourceEndsTheHandshake) {
         Talk talk(setup);
         talk.environment.randomWorks = false;  // from the first hello on
         EXPECT_EQ(talk.pump().verdict(), Alert::InternalError) << talk.logText();
-        EXPECT_EQ(talk.engine.failure(), TlsFailure::RandomFailed);
+        EXPECT_EQ(talk.engine.failure(), Cause::TlsRandomFailed);
     }
 }
 
