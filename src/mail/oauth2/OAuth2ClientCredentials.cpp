@@ -17,7 +17,7 @@
 namespace tv {
 namespace {
 
-constexpr size_t kMaxReply = 65536;
+constexpr size_t kMaxReply = 65536;        // tokens have some KiB
 constexpr uint32_t kNoTimeoutMs = 300000;  // for the exchange, where the settings name no limit
 constexpr uint32_t kMarginSeconds = 60;    // a token is not used in the last minute of its life
 

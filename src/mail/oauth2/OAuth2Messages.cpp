@@ -11,9 +11,9 @@
 namespace tv {
 namespace {
 
-constexpr size_t kMaxAccount = 1000;        // of an error text that is shown
-constexpr uint32_t kDefaultLifetime = 300;  // seconds, of a token that does not tell
-constexpr uint32_t kMaxLifetime = 24 * 3600;
+constexpr size_t kMaxAccount = 1000;          // of an error text that is shown
+constexpr uint32_t kDefaultLifetime = 300;    // seconds, of a token that does not tell
+constexpr uint32_t kMaxLifetime = 24 * 3600;  // whatever the server promises
 constexpr std::string_view kGrantType = "client_credentials";
 
 bool isUnreserved(char c) {

@@ -19,6 +19,7 @@
 namespace tv {
 namespace {
 
+// Of a Type 2 message: two fields of at most 64 KiB each make up nearly all of it.
 constexpr size_t kMaxMessage = 131072;
 
 using Guard = std::lock_guard<std::recursive_mutex>;

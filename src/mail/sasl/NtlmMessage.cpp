@@ -95,6 +95,8 @@ void assign(ntlm::Bytes& to, std::span<const uint8_t> bytes) {
 }  // namespace
 
 std::optional<ntlm::Bytes> NtlmNegotiate::encode() const {
+    // Where the security buffers stand ([MS-NLMP] section 2.2.1.1), then their room and the
+    // version.
     constexpr size_t kDomain = 16;
     constexpr size_t kWorkstation = 24;
     ByteWriter writer;
@@ -127,6 +129,7 @@ NtlmDefect NtlmNegotiate::decode(std::span<const uint8_t> message) {
 }
 
 std::optional<ntlm::Bytes> NtlmChallenge::encode() const {
+    // As above ([MS-NLMP] section 2.2.1.2).
     constexpr size_t kTargetName = 12;
     constexpr size_t kTargetInfo = 40;
     ByteWriter writer;

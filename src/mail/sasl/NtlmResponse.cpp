@@ -18,8 +18,8 @@ namespace {
 
 using View = std::span<const uint8_t>;
 
-constexpr size_t kHashSize = 16;
-constexpr size_t kDesKeySize = 7;
+constexpr size_t kHashSize = 16;   // of MD4 and MD5
+constexpr size_t kDesKeySize = 7;  // 56 bits, before the parity bits are spread in
 constexpr size_t kDesBlock = crypto::Des::kBlockSize;
 
 // 56 bits spread over eight bytes, the parity bits zero.

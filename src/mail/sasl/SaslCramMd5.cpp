@@ -9,7 +9,7 @@
 namespace tv {
 namespace {
 
-constexpr size_t kMaxChallenge = 65536;
+constexpr size_t kMaxChallenge = 65536;  // as much as a reply line holds
 
 }  // namespace
 

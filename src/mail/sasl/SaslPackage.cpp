@@ -14,7 +14,7 @@
 namespace tv {
 namespace {
 
-constexpr size_t kMaxToken = 65536;
+constexpr size_t kMaxToken = 65536;  // as much as a reply line holds
 
 const SaslMechanism::Names& namesOf(SaslPackage::Package package) {
     static constexpr SaslMechanism::Names kNtlm = {"NTLM", "ntlm", "auth_ntlm",

@@ -7,8 +7,8 @@
 namespace tv {
 namespace {
 
-constexpr size_t kMaxErrorText = 8192;
-constexpr char kSeparator = '\x01';
+constexpr size_t kMaxErrorText = 8192;  // shown in the log
+constexpr char kSeparator = '\x01';     // ends each field of the message
 
 bool sendable(std::string_view text) {
     return saslSendable(text) && text.find(kSeparator) == std::string_view::npos;

@@ -18,7 +18,7 @@ namespace {
 
 // More turns than any mechanism has; a server may not keep a package talking for ever.
 constexpr size_t kMaxTurns = 12;
-constexpr int32_t kChallengeCode = 334;
+constexpr int32_t kChallengeCode = 334;  // RFC 4954 section 4
 
 enum class Verdict { GoOn, Success, Refused };
 

@@ -11,9 +11,9 @@ namespace {
 
 constexpr std::string_view kBegin = "--BEGIN SENT TOLVANE EMAIL--\n";
 constexpr std::string_view kEnd = "\n--END SENT TOLVANE EMAIL--\n";
-constexpr size_t kBlock = 65536;
-constexpr uint64_t kLongestWaitMs = 2000;
-constexpr uint32_t kLookMs = 50;
+constexpr size_t kBlock = 65536;           // written at once
+constexpr uint64_t kLongestWaitMs = 2000;  // for another process
+constexpr uint32_t kLookMs = 50;           // how often it is looked
 
 // Several processes may write to one file, and each entry is written in blocks. Who keeps it to
 // himself for longer must not keep the mail from going out.

@@ -60,7 +60,7 @@ void addAuthLine(std::string_view line, AuthMechanisms& found) {
     }
 }
 
-constexpr size_t kMaxAuthNames = 20;
+constexpr size_t kMaxAuthNames = 20;  // of unknown ones, for a hint: twice what servers offer
 
 // RFC 4422 section 3.1: at most 20 letters, digits, hyphens and underscores.
 bool isMechanismName(std::string_view word) {

@@ -21,6 +21,7 @@
 namespace tv {
 namespace {
 
+// A host that ends waits for the server no longer than its user does.
 constexpr uint32_t kQuitTimeoutMs = 5000;
 // However much moves: a whole reply, that to the message itself (RFC 5321 section 4.5.3.2.6), and
 // so many bytes sent.
@@ -28,7 +29,9 @@ constexpr uint64_t kReplyLimitMs = 300000;
 constexpr uint64_t kFinalReplyLimitMs = 600000;
 constexpr uint64_t kSendLimitMs = 300000;
 constexpr size_t kSendLimitBytes = 65536;
+// What a server said before it broke off is on its way already.
 constexpr uint32_t kLastWordsMs = 1000;
+constexpr size_t kShownOfLongLine = 200;
 constexpr std::string_view kSecret = "{PasswordOrCredentials}";
 
 // How failures name a command and what is expected after it.
@@ -149,7 +152,7 @@ Failure SmtpConnImpl::receiveLine(CallContext& call, std::string_view command, b
     if (!failure) return {};
     if (failure.is(Cause::LineTooLong)) {
         return badReply(call, command, "has a line of more than 64 KiB",
-                        line.text().substr(0, 200));
+                        line.text().substr(0, kShownOfLongLine));
     }
     const std::string begun = unfinishedLine(call);
     const bool silent = command == "greeting" && isFirst && begun.empty();
@@ -167,7 +170,7 @@ std::string SmtpConnImpl::adviceForSilence() const {
 
 // What had come of a line that never ended: a server that forgets its CR shows here.
 std::string SmtpConnImpl::unfinishedLine(CallContext& call) {
-    constexpr size_t kShown = 100;
+    constexpr size_t kShown = 100;  // enough to know the line by
     DataBuffer rest;
     if (!socket_->hasBufferedInput() || socket_->receiveBytes(call, rest, 1)) return {};
     const std::string_view line = trimmed(rest.text().substr(0, kShown));

@@ -13,9 +13,13 @@
 namespace tv {
 namespace {
 
+// Servers may hang up after five minutes of silence (RFC 5321 section 4.5.3.2.7), and many do
+// sooner.
 constexpr uint64_t kMaxIdleMs = 60000;
-constexpr uint32_t kNoLimit = 0xABCD0123;
+// Idle time-outs with a meaning of their own when a TLS connection is closed: 0 means six hours,
+// the value for a single look no limit.
 constexpr uint32_t kLongWaitMs = 21600000;
+constexpr uint32_t kSingleLook = 0xABCD0123;
 
 }  // namespace
 
@@ -197,7 +201,7 @@ void SmtpConnImpl::closeSmtpConnection(CallContext& call) {
     if (!socket_) return;
     uint32_t limit = settings.idleTimeoutMs;
     if (limit == 0) limit = kLongWaitMs;
-    if (limit == kNoLimit) limit = 0;
+    if (limit == kSingleLook) limit = 0;
     const bool abrupt = !socket_->isTls();
     socket_->close(call, abrupt, limit);
     socket_.reset();

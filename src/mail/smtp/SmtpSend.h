@@ -34,7 +34,8 @@ struct SmtpSend {
     std::vector<std::string> goodRecipients;
     std::vector<std::string> badRecipients;
 
-    // The share of the progress that each recipient and the rest of the envelope stand for.
+    // The share of the progress that each recipient and the rest of the envelope stand for: about
+    // the bytes of their commands and replies.
     static constexpr uint64_t kRecipientShare = 80;
     static constexpr uint64_t kEnvelopeShare = 180;
 

@@ -16,6 +16,7 @@ namespace {
 // other once every buffer between them is full (RFC 2920 section 3.1).
 constexpr size_t kFlightRecipients = 1000;
 
+// Reply codes of RFC 5321 section 4.2.3.
 constexpr int32_t kServiceClosing = 421;
 constexpr int32_t kTryAgain = 451;
 constexpr int32_t kTooMany = 452;
