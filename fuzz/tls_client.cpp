@@ -38,7 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     engine.start(log);
     while (!rest.empty()) {
         const size_t n = std::min(piece, rest.size());
-        if (!engine.receive(log, rest.first(n))) break;
+        std::copy_n(rest.begin(), n, engine.room().begin());
+        if (!engine.receive(log, n)) break;
         engine.output().clear();
         rest = rest.subspan(n);
     }

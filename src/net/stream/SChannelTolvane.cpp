@@ -3,7 +3,6 @@
 #include "net/stream/SChannelTolvane.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "base/Ascii.h"
@@ -23,7 +22,6 @@
 namespace tv {
 namespace {
 
-constexpr size_t kSegment = 16384 + 512;
 constexpr size_t kSendBatch = 4 * tls::kMaxPlaintext;
 constexpr size_t kMaxKeptInput = 65536;  // beyond it, what arrives during a send stays unread
 constexpr uint64_t kMaxHandshakeMs = 300000;
@@ -220,17 +218,15 @@ Failure SChannelTolvane::flush(CallContext& call, uint32_t idleTimeoutMs) {
 
 // One segment from the socket into the engine. An alert that the engine answers with goes out.
 Failure SChannelTolvane::readMore(CallContext& call, uint32_t idleTimeoutMs) {
-    std::array<uint8_t, kSegment> segment;
     size_t size = 0;
-    if (Failure failure = socket_.receiveBytes(call, segment, size, idleTimeoutMs)) {
+    if (Failure failure = socket_.receiveBytes(call, engine_->room(), size, idleTimeoutMs)) {
         readFailed_ = true;
         return failure;
     }
-    return process(call, {segment.data(), size}, idleTimeoutMs);
+    return process(call, size, idleTimeoutMs);
 }
 
-Failure SChannelTolvane::process(CallContext& call, std::span<const uint8_t> arrived,
-                                 uint32_t idleTimeoutMs) {
+Failure SChannelTolvane::process(CallContext& call, size_t arrived, uint32_t idleTimeoutMs) {
     const bool success = engine_->receive(call.log, arrived);
     if (Failure failure = flush(call, idleTimeoutMs)) return failure;
     return success ? Failure() : Failure(Cause::ConnectionLost).because(engine_->failure());
@@ -302,13 +298,12 @@ void SChannelTolvane::keepSession() {
 }
 
 Failure SChannelTolvane::takeArrived(CallContext& call) {
-    std::array<uint8_t, kSegment> segment;
     size_t size = 0;
-    if (!socket_.receiveReady(segment, size)) {
+    if (!socket_.receiveReady(engine_->room(), size)) {
         return socket_.isConnected() ? Failure() : Failure(Cause::ConnectionLost);
     }
     const TotalTimeout limit(call, kMaxGoodbyeMs);
-    Failure failure = process(call, {segment.data(), size}, kMaxGoodbyeMs);
+    Failure failure = process(call, size, kMaxGoodbyeMs);
     keepSession();
     return failure;
 }

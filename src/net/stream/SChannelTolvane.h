@@ -79,7 +79,7 @@ private:
     Failure exchange(CallContext& call, uint32_t idleTimeoutMs);
     Failure flush(CallContext& call, uint32_t idleTimeoutMs);
     Failure readMore(CallContext& call, uint32_t idleTimeoutMs);
-    Failure process(CallContext& call, std::span<const uint8_t> arrived, uint32_t idleTimeoutMs);
+    Failure process(CallContext& call, size_t arrived, uint32_t idleTimeoutMs);
     Failure takeArrived(CallContext& call);
     // anchors: null where the certificate is not to be verified.
     Failure checkServerCert(CallContext& call, std::string_view host, const TrustAnchors* anchors,

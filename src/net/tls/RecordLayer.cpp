@@ -2,9 +2,10 @@
 #include "net/tls/RecordLayer.h"
 
 #include <algorithm>
-#include <utility>
+#include <cstring>
 
 #include "base/ByteReader.h"
+#include "platform/SysWipe.h"
 
 namespace tv::tls {
 namespace {
@@ -22,16 +23,28 @@ void RecordLayer::setVersion(Version version) {
     maxBody_ = isTls13_ ? kMaxCiphertext13 : kMaxCiphertext12;
 }
 
+std::span<uint8_t> RecordLayer::room() {
+    return inbox_.bytes().subspan(end_, std::min(kReceiveSize, inbox_.size() - end_));
+}
+
+// Wipes the first size bytes of what has come and moves the rest to the front.
+void RecordLayer::discard(size_t size) {
+    end_ -= size;
+    taken_ = 0;
+    std::memmove(inbox_.data(), inbox_.data() + size, end_);
+    plat::wipe(inbox_.data() + end_, size);
+}
+
 RecordLayer::Next RecordLayer::next(Record& out, Cause& failure) {
     const auto failed = [&](Cause why) {
         failure = why;
         return Next::Failed;
     };
     const auto needMore = [&] {
-        inbox_.removeFront(std::exchange(taken_, 0));
+        discard(taken_);
         return Next::NeedMore;
     };
-    ByteReader r(inbox_.bytes().subspan(taken_));
+    ByteReader r(inbox_.bytes().subspan(taken_, end_ - taken_));
     RecordHeader header{static_cast<ContentType>(r.u8()), static_cast<Version>(r.u16())};
     const size_t length = r.u16();
     if (!r.ok()) return needMore();

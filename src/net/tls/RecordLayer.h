@@ -21,8 +21,16 @@ struct Record {
 
 class RecordLayer {
 public:
-    // Bytes that came from the peer.
-    void feed(std::span<const uint8_t> bytes) { inbox_.append(bytes); }
+    // What is asked of the socket at once: a full record with its header and protection fits. The
+    // log of a connection that ended tells the number (maxToReceive).
+    static constexpr size_t kReceiveSize = kMaxPlaintext + 512;
+
+    // Where bytes from the peer are put: kReceiveSize of them, once next has said NeedMore.
+    std::span<uint8_t> room();
+    // The first size bytes of the room have come.
+    void arrived(size_t size) { end_ += size; }
+    // Wipes all that has come.
+    void discardArrived() { discard(end_); }
     enum class Next : uint8_t { NeedMore, Record, Failed };
     // The next whole record, opened. NeedMore: those before it are wiped. Failed sets failure.
     Next next(Record& out, Cause& failure);
@@ -43,11 +51,14 @@ public:
     void setPeerLimit(size_t limit) { peerLimit_ = limit; }
 
 private:
+    void discard(size_t size);
     size_t largestPlaintext() const;
     bool sendOne(ContentType type, std::span<const uint8_t> fragment);
 
-    SecureBuffer inbox_;  // records are opened in place
-    size_t taken_ = 0;    // bytes at its front that were handed out already
+    // The longest record that is not whole yet, and the next read. Records are opened in place.
+    SecureBuffer inbox_{kRecordHeaderSize + kMaxCiphertext12 + kReceiveSize};
+    size_t taken_ = 0;  // bytes at its front that were handed out already
+    size_t end_ = 0;    // of what has come
     DataBuffer outbox_;
     std::unique_ptr<RecordCipher> reader_;
     std::unique_ptr<RecordCipher> writer_;

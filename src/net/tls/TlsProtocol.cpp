@@ -33,6 +33,7 @@ void TlsProtocol::end(Cause failure, Alert alert) {
     handshake_.reset();
     session_.reset();
     traffic_ = {};
+    records_.discardArrived();
 }
 
 void TlsProtocol::refuseCertificate(Alert alert) {
@@ -44,10 +45,9 @@ void TlsProtocol::sendAlert(AlertLevel level, Alert alert) {
     records_.send(ContentType::Alert, body);
 }
 
-bool TlsProtocol::receive(LogBase& log, std::span<const uint8_t> bytes) {
+bool TlsProtocol::receive(LogBase& log, size_t size) {
     if (failure_ != Cause::None) return false;
-    records_.feed(bytes);
-    // Nothing that follows a close_notify counts (RFC 8446, 6.1).
+    records_.arrived(size);
     while (!closeNotifyReceived_) {
         Record record{};
         Cause failure = Cause::None;
@@ -56,6 +56,7 @@ bool TlsProtocol::receive(LogBase& log, std::span<const uint8_t> bytes) {
         if (next == RecordLayer::Next::Record) failure = process(log, record);
         if (failure != Cause::None) return fail(log, failure);
     }
+    records_.discardArrived();  // nothing that follows a close_notify counts (RFC 8446, 6.1)
     return true;
 }
 

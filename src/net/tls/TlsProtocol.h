@@ -25,9 +25,11 @@ public:
 
     // Puts the ClientHello into the output.
     bool start(LogBase& log);
-    // Takes bytes that came from the peer. False once the connection has failed: failure() says
+    // Where bytes from the peer are put, RecordLayer::kReceiveSize of them at most.
+    std::span<uint8_t> room() { return records_.room(); }
+    // Takes the first size bytes of the room. False once the connection has failed: failure() says
     // why, the output may hold a last alert, and nothing more is taken.
-    bool receive(LogBase& log, std::span<const uint8_t> bytes);
+    bool receive(LogBase& log, size_t size);
     // Protects bytes and appends their records to the output. Not during a renegotiation.
     bool sendApplicationData(LogBase& log, std::span<const uint8_t> bytes);
     void sendCloseNotify();

@@ -108,7 +108,9 @@ protected:
     Record open(const char* name) {
         Record record{};
         Cause failure = Cause::None;
-        records.feed(bytes(name));
+        const std::vector<uint8_t> arrived = bytes(name);
+        std::copy(arrived.begin(), arrived.end(), records.room().begin());
+        records.arrived(arrived.size());
         EXPECT_EQ(records.next(record, failure), RecordLayer::Next::Record) << name;
         return record;
     }

@@ -1,10 +1,10 @@
-// Random, draws and clock for the engine under test.
+// Random, draws and clock for the engine under test, and bytes into it.
 #pragma once
 
 #include <algorithm>
 #include <vector>
 
-#include "net/tls/Handshake.h"
+#include "net/tls/TlsProtocol.h"
 
 namespace tv::tls::test {
 
@@ -32,5 +32,14 @@ public:
 private:
     uint64_t next() { return state = state * 6364136223846793005 + 1442695040888963407; }
 };
+
+// As if the peer had sent them, in reads as long as the engine has room for.
+inline void feed(TlsProtocol& engine, LogBase& log, std::span<const uint8_t> bytes) {
+    while (const size_t size = std::min(bytes.size(), engine.room().size())) {
+        std::copy_n(bytes.begin(), size, engine.room().begin());
+        engine.receive(log, size);
+        bytes = bytes.subspan(size);
+    }
+}
 
 }  // namespace tv::tls::test

@@ -16,7 +16,7 @@ std::string logOf(std::string_view hex, Cause expected) {
     _tvLogger log;
     EXPECT_TRUE(engine.start(log));
     engine.output().clear();
-    engine.receive(log, tv::test::bytesOfHex(hex));
+    feed(engine, log, tv::test::bytesOfHex(hex));
     EXPECT_EQ(engine.failure(), expected) << hex;
     std::string text;
     log.getText(text);

@@ -65,7 +65,7 @@ void Connection::pump(size_t chunk) {
         BIO_read(fromSsl_, bytes.data(), static_cast<int>(bytes.size()));
         for (size_t at = 0; at < bytes.size(); at += std::min(chunk, bytes.size() - at)) {
             const size_t size = std::min(chunk, bytes.size() - at);
-            engine.receive(log_, {bytes.data() + at, size});
+            feed(engine, log_, {bytes.data() + at, size});
         }
         moved = true;
     }

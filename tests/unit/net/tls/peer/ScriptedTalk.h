@@ -58,7 +58,7 @@ public:
             if (bytes.empty() && engine.output().empty()) return *this;
             while (!bytes.empty()) {
                 const size_t n = std::min(chunk, bytes.size());
-                engine.receive(log, bytes.first(n));
+                feed(engine, log, bytes.first(n));
                 bytes = bytes.subspan(n);
                 delivered += n;
             }

@@ -360,6 +360,16 @@ TEST(ScriptedTls13, WhatMayFollowTheHandshake) {
     }
 }
 
+TEST(ScriptedTls13, NothingCountsBehindCloseNotify) {
+    Talk talk({});
+    talk.pump().server.send(21, Bytes{1, 0});
+    sendMany(talk.server, 4, 23, Bytes(16384));
+    talk.pump();
+    EXPECT_TRUE(talk.engine.closeNotifyReceived()) << talk.logText();
+    EXPECT_TRUE(talk.engine.input().empty());
+    EXPECT_EQ(talk.engine.room().size(), RecordLayer::kReceiveSize);
+}
+
 TEST(ScriptedTls13, RequestAfterTheHandshakeIsAnsweredWhereItWasOffered) {
     TlsSettings settings = namedSettings();
     settings.options.postHandshakeAuth = true;
