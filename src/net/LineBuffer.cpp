@@ -11,6 +11,15 @@ void LineBuffer::append(std::span<const uint8_t> bytes) {
     buffer_.append(bytes);
 }
 
+void LineBuffer::takeFrom(SecureBuffer& source) {
+    if (empty()) {
+        std::swap(buffer_, source);
+    } else {
+        append(source.bytes());
+    }
+    source.clear();
+}
+
 LineBuffer::Take LineBuffer::takeUntil(std::string_view match, size_t maxSize, DataBuffer& out) {
     const std::string_view text =
         std::string_view(reinterpret_cast<const char*>(buffer_.data()), buffer_.size())

@@ -17,6 +17,8 @@ public:
     enum class Take { Found, NeedMore, TooLong, NoMemory };
 
     void append(std::span<const uint8_t> bytes);
+    // As append, and empties source: bytes move only where some wait here already.
+    void takeFrom(SecureBuffer& source);
 
     // Moves everything up to and including match to the end of out. NeedMore: match is not there
     // yet. TooLong: it is not within the first maxSize bytes; those are moved all the same.

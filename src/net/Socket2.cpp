@@ -48,9 +48,16 @@ struct Socket2::State {
         return Failure(Cause::ConnectionLost);
     }
 
-    void keep(std::span<const uint8_t> bytes) {
+    // What has come: text of the TLS channel, or size bytes of the segment.
+    void keep(size_t size) {
+        const std::span<const uint8_t> bytes =
+            tls ? tls->input().bytes() : std::span(segment).first(size);
         if (sessionLog) sessionLog->received(bytes);
-        received.append(bytes);
+        if (tls) {
+            received.takeFrom(tls->input());
+        } else {
+            received.append(bytes);
+        }
     }
 
     // A socket that another thread destroyed meanwhile has no success.
@@ -61,22 +68,20 @@ struct Socket2::State {
 
     // One segment from the network, or one record's text, into the buffer.
     Failure receiveMore(CallContext& call, uint32_t idleTimeoutMs) {
-        SecureBuffer text;
         size_t size = 0;
-        Failure failure = ifAlive(tls ? tls->receiveApplicationData(call, text, idleTimeoutMs)
+        Failure failure = ifAlive(tls ? tls->receiveApplicationData(call, idleTimeoutMs)
                                       : tcp.receiveBytes(call, segment, size, idleTimeoutMs));
-        if (!failure) keep(tls ? text.bytes() : std::span<const uint8_t>(segment.data(), size));
+        if (!failure) keep(size);
         return failure;
     }
 
     // What has arrived, without waiting.
     bool receiveReady() {
-        SecureBuffer text;
         size_t size = 0;
         LogNull quiet;
         CallContext call(quiet);
-        const bool any = tls ? tls->receiveReady(call, text) : tcp.receiveReady(segment, size);
-        if (any) keep(tls ? text.bytes() : std::span<const uint8_t>(segment.data(), size));
+        const bool any = tls ? tls->receiveReady(call) : tcp.receiveReady(segment, size);
+        if (any) keep(size);
         return any;
     }
 

@@ -68,7 +68,12 @@ private:
     }
 
     Failure receiveSome(SecureBuffer& in) {
-        if (channel_) return channel_->receiveApplicationData(call_, in, leftMs());
+        if (channel_) {
+            Failure failure = channel_->receiveApplicationData(call_, leftMs());
+            in.append(channel_->input().bytes());
+            channel_->input().clear();
+            return failure;
+        }
         std::array<uint8_t, 4096> segment;
         size_t size = 0;
         if (Failure failure = socket_.receiveBytes(call_, segment, size, leftMs())) return failure;

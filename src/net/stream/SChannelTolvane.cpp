@@ -340,32 +340,28 @@ Failure SChannelTolvane::sendApplicationData(CallContext& call, std::span<const 
     return {};
 }
 
-bool SChannelTolvane::receiveReady(CallContext& call, SecureBuffer& out) {
-    if (!engine_) return false;
-    if (takeArrived(call)) readFailed_ = true;
-    SecureBuffer& input = engine_->input();
-    const bool any = !input.empty();
-    out.append(input.bytes());
-    input.clear();
-    return any;
+SecureBuffer& SChannelTolvane::input() {
+    return engine_->input();
 }
 
-Failure SChannelTolvane::receiveApplicationData(CallContext& call, SecureBuffer& out,
-                                                uint32_t idleTimeoutMs) {
-    SecureBuffer& input = engine_->input();
+bool SChannelTolvane::receiveReady(CallContext& call) {
+    if (!engine_) return false;
+    if (takeArrived(call)) readFailed_ = true;
+    return !input().empty();
+}
+
+Failure SChannelTolvane::receiveApplicationData(CallContext& call, uint32_t idleTimeoutMs) {
     // Records may arrive that carry no text; the engine bounds how many.
-    while (input.empty()) {
+    while (input().empty()) {
         if (engine_->closeNotifyReceived()) {
             call.log.logError("Already received close-notify.");
             return Failure(Cause::ConnectionLost);
         }
         // Text that came before what fails counts; the failure shows at the next read.
         Failure failure = readMore(call, idleTimeoutMs);
-        if (failure && input.empty()) return failure;
+        if (failure && input().empty()) return failure;
         keepSession();
     }
-    out.append(input.bytes());
-    input.clear();
     return {};
 }
 
@@ -380,7 +376,7 @@ void SChannelTolvane::closeNotify(CallContext& call, uint32_t idleTimeoutMs) {
     Failure failure = flush(own, limit);
     while (!failure && !engine_->closeNotifyReceived()) {
         failure = readMore(own, limit);
-        engine_->input().clear();
+        input().clear();
     }
     keepSession();
     if (!engine_->closeNotifyReceived()) {

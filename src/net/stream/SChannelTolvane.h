@@ -61,10 +61,12 @@ public:
 
     Failure sendApplicationData(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
                                 uint32_t idleTimeoutMs);
-    // Appends at least one byte of plain text to out.
-    Failure receiveApplicationData(CallContext& call, SecureBuffer& out, uint32_t idleTimeoutMs);
-    // What has arrived so far, without waiting: false where there is none.
-    bool receiveReady(CallContext& call, SecureBuffer& out);
+    // Waits until input holds at least one byte.
+    Failure receiveApplicationData(CallContext& call, uint32_t idleTimeoutMs);
+    // Looks once, without waiting; false where input is empty all the same.
+    bool receiveReady(CallContext& call);
+    // Plain text from the peer; whoever reads it removes it. Only after a handshake.
+    SecureBuffer& input();
 
     // Says good-bye and waits a bounded time for the peer to do so.
     void closeNotify(CallContext& call, uint32_t idleTimeoutMs);

@@ -36,5 +36,22 @@ TEST(LineBuffer, SizeLimit) {
     }
 }
 
+TEST(LineBuffer, TakesFromAnotherBuffer) {
+    for (const std::string waiting : {"", "a", "a\r", "a\r\n", "a\r\nb"}) {
+        LineBuffer buffer;
+        DataBuffer out;
+        buffer.append(bytes(waiting));
+        buffer.takeUntil("\r\n", 10, out);
+        for (const char* next : {"\nc", "d\r\ne"}) {
+            SecureBuffer source(bytes(next));
+            buffer.takeFrom(source);
+            EXPECT_TRUE(source.empty()) << waiting;
+            buffer.takeUntil("\r\n", 10, out);
+        }
+        EXPECT_TRUE(buffer.takeAll(out));
+        EXPECT_EQ(out.text(), waiting + "\ncd\r\ne");
+    }
+}
+
 }  // namespace
 }  // namespace tv
