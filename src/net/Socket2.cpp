@@ -3,6 +3,7 @@
 #include "net/Socket2.h"
 
 #include <array>
+#include <atomic>
 
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
@@ -18,7 +19,6 @@
 namespace tv {
 namespace {
 
-constexpr uint32_t kAlive = 0xC64D29EA;
 constexpr size_t kReceiveSize = 16384;
 constexpr uint32_t kDefaultConnectTimeoutMs = 30000;
 
@@ -27,7 +27,7 @@ enum class ConnectionType { None = 0, Plain = 1, Tls = 2 };
 }  // namespace
 
 struct Socket2::State {
-    std::atomic<uint32_t> alive{kAlive};
+    std::atomic<bool> alive{true};  // false: the Socket2 is gone, an operation is still under way
     TolvaneSocket tcp;
     ConnectionType type = ConnectionType::None;
     bool tcpNoDelay = false;
@@ -42,7 +42,7 @@ struct Socket2::State {
     std::unique_ptr<LoggedSocket2> sessionLog;
 
     Failure whyUnusable(LogBase& log) {
-        if (alive == kAlive && type != ConnectionType::None) return {};
+        if (alive && type != ConnectionType::None) return {};
         if (sessionLog) sessionLog->notConnected();
         log.logError("This socket is not connected");
         return Failure(Cause::ConnectionLost);
@@ -62,7 +62,7 @@ struct Socket2::State {
 
     // A socket that another thread destroyed meanwhile has no success.
     Failure ifAlive(Failure failure) const {
-        if (failure || alive == kAlive) return failure;
+        if (failure || alive) return failure;
         return Failure(Cause::ConnectionLost);
     }
 
@@ -111,7 +111,7 @@ Socket2::Socket2() : state_(std::make_shared<State>()) {}
 Socket2::~Socket2() {
     LogNull quiet;
     CallContext call(quiet);
-    state_->alive = 0;
+    state_->alive = false;
     state_->tcp.terminateConnection(call, CloseForm::AtOnce, 0);
 }
 
