@@ -13,7 +13,7 @@
 namespace tv {
 namespace {
 
-constexpr uint64_t kLeastShareMs = 4000;
+constexpr uint64_t kLeastShareMs = 4000;       // a SYN may be lost: Windows repeats it after 3 s
 constexpr uint64_t kUnlimitedShareMs = 21000;  // as long as Windows itself tries
 
 struct Attempt {
@@ -89,7 +89,7 @@ Failure connectPreferringIpv6(Attempt& attempt, std::string_view host) {
     const plat::IpAddress& address = addresses.front();
     if (address.isIpv4()) return Failure(Cause::DnsFailed);
     attempt.call.log.logData("ipv6_address", plat::toText(address));
-    return connectAddress(attempt, address, shareOf(attempt, 2));
+    return connectAddress(attempt, address, shareOf(attempt, 2));  // IPv4 is the second
 }
 
 Failure connect_domain(Attempt& attempt, std::string_view host) {

@@ -19,7 +19,7 @@
 namespace tv {
 namespace {
 
-constexpr size_t kReceiveSize = 16384;
+constexpr size_t kReceiveSize = 16384;  // of clear text at once; the log's maxToReceive
 constexpr uint32_t kDefaultConnectTimeoutMs = 30000;
 
 enum class ConnectionType { None = 0, Plain = 1, Tls = 2 };

@@ -22,12 +22,12 @@
 namespace tv {
 namespace {
 
-constexpr size_t kSendBatch = 4 * tls::kMaxPlaintext;
-constexpr size_t kMaxKeptInput = 65536;  // beyond it, what arrives during a send stays unread
-constexpr uint64_t kMaxHandshakeMs = 300000;
-constexpr uint32_t kMaxGoodbyeMs = 1000;
-constexpr uint32_t kMaxVerifyMs = 60000;
-constexpr uint64_t kFileTimeOf1970 = 116444736000000000;
+constexpr size_t kSendBatch = 4 * tls::kMaxPlaintext;  // between two looks at what the server says
+constexpr size_t kMaxKeptInput = 65536;       // beyond it, what arrives during a send stays unread
+constexpr uint64_t kMaxHandshakeMs = 300000;  // as a greeting may (RFC 5321, 4.5.3.2.1)
+constexpr uint32_t kMaxGoodbyeMs = 1000;      // the good-bye changes nothing any more
+constexpr uint32_t kMaxVerifyMs = 60000;      // of work, where the host sets no limit
+constexpr uint64_t kFileTimeOf1970 = 116444736000000000;  // in 100 ns since 1601
 
 uint64_t wallClockMs() {
     return (plat::sysClock().fileTimeUtc() - kFileTimeOf1970) / 10000;

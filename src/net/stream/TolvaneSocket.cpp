@@ -13,10 +13,14 @@
 namespace tv {
 namespace {
 
+// The log of each connection tells both. They bound what may be under way in one round trip
+// (RFC 7323, 1.1); the systems' own are small for long ways.
 constexpr uint32_t kDefaultSendBufSize = 262144;
 constexpr uint32_t kDefaultRecvBufSize = 4194304;
 constexpr uint32_t kBufSizeUnit = 4096;
 constexpr uint32_t kMaxBufSize = 0x800000;
+// Just below two minutes and half a minute, round times after which gateways forget a connection
+// that is silent. They are asked to keep it for two hours (RFC 5382, 5), and many do not.
 constexpr uint32_t kKeepAliveIdleMs = 119000;
 constexpr uint32_t kKeepAliveIntervalMs = 29000;
 
@@ -60,6 +64,7 @@ bool TolvaneSocket::createSocket(LogBase& log, plat::AddressFamily family) {
     closeHandle(log);
     family_ = family;
     plat::NetError error = openSocket(log, family);
+    // The host may have ended Winsock once more often than it started it.
     if (error.is(plat::NetCode::NotInitialised)) {
         if (!startupWSA(log)) {
             log.logError(isIpv6 ? "startupWSA failed (D)" : "startupWSA failed (B)");
@@ -87,6 +92,7 @@ bool TolvaneSocket::createSocket(LogBase& log, plat::AddressFamily family) {
 plat::NetError TolvaneSocket::openSocket(LogBase& log, plat::AddressFamily family) {
     plat::SocketHandle opened = plat::kNoSocket;
     plat::NetError error = plat::sysNet().openTcp(family, false, opened);
+    // Filters that hook into Winsock need not know protocol 0.
     if (error.is(plat::NetCode::Invalid)) {
         log.logInfo("Retry with IPPROTO_TCP explicitly specified...");
         error = plat::sysNet().openTcp(family, true, opened);

@@ -26,7 +26,8 @@ enum class CloseForm {
 
 class TolvaneSocket {
 public:
-    // As a time-out: look once for a millisecond instead of waiting.
+    // As a time-out: look once for a millisecond instead of waiting. As a time, 33 days, it is
+    // nobody's.
     static constexpr uint32_t kPoll = 0xABCD0123;
     // What a time-out of 0 stands for.
     static constexpr uint32_t kEndlessReadMs = 201600000;    // 56 hours
@@ -102,6 +103,8 @@ private:
         TolvaneSocket& socket_;
     };
 
+    // A mark that memory does not keep by chance: an operation that outlives its socket ends at
+    // its next slice.
     static constexpr uint32_t kAlive = 0x4901FB2A;
 
     bool isAlive() const { return alive_ == kAlive; }

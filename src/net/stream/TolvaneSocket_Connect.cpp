@@ -16,6 +16,8 @@ void logFirewallHint(LogBase& log) {
         "filtering.");
 }
 
+// Windows repeats the SYN after 3 and 9 s and gives up after 21 s, as seen from here a little
+// sooner or later.
 void logTwentyOneSeconds(LogBase& log, uint64_t waitedMs) {
     if (waitedMs < 20000 || waitedMs > 23000) return;
     log.logInfo(

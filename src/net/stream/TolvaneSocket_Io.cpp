@@ -11,7 +11,9 @@ namespace {
 
 using plat::NetCode;
 
-constexpr size_t kMaxTransfer = 1048576;  // of one system call
+// Of one system call. Winsock may refuse much larger ones for lack of buffers, and whether to stop
+// is asked between two.
+constexpr size_t kMaxTransfer = 1048576;
 
 Deadline idleDeadline(uint32_t idleTimeoutMs) {
     return Deadline(TolvaneSocket::longestWaitMs(idleTimeoutMs));

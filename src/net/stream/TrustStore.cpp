@@ -17,9 +17,9 @@
 namespace tv {
 namespace {
 
-constexpr size_t kMaxAnchors = 1000;
+constexpr size_t kMaxAnchors = 1000;  // the public lists hold some 150
 constexpr size_t kMaxAnchorsFile = size_t{16} * 1024 * 1024;
-constexpr uint32_t kSystemChainMs = 15000;
+constexpr uint32_t kSystemChainMs = 15000;  // the system may ask the network for a root
 
 std::string systemAnchorFile() {
     for (const std::string& path : plat::sysTrustRoots().anchorFiles()) {
