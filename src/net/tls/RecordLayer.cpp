@@ -29,6 +29,7 @@ std::span<uint8_t> RecordLayer::room() {
 
 // Wipes the first size bytes of what has come and moves the rest to the front.
 void RecordLayer::discard(size_t size) {
+    if (size == 0) return;
     end_ -= size;
     taken_ = 0;
     std::memmove(inbox_.data(), inbox_.data() + size, end_);
