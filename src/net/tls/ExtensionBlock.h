@@ -7,7 +7,7 @@
 #include <span>
 
 #include "base/ByteReader.h"
-#include "net/tls/CauseAlert.h"
+#include "base/Cause.h"
 #include "net/tls/TlsTypes.h"
 
 namespace tv::tls {

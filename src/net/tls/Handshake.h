@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "base/Cause.h"
 #include "log/LogBase.h"
 #include "log/LogContextExitor.h"
-#include "net/tls/CauseAlert.h"
 #include "net/tls/ClientHello.h"
 #include "net/tls/HandshakeMessages.h"
 #include "net/tls/HandshakeReader.h"

@@ -36,41 +36,37 @@ void RecordLayer::discard(size_t size) {
     plat::wipe(inbox_.data() + end_, size);
 }
 
-RecordLayer::Next RecordLayer::next(Record& out, Cause& failure) {
-    const auto failed = [&](Cause why) {
-        failure = why;
-        return Next::Failed;
-    };
-    const auto needMore = [&] {
-        discard(taken_);
-        return Next::NeedMore;
-    };
+Cause RecordLayer::next(std::optional<Record>& out) {
+    out.reset();
     ByteReader r(inbox_.bytes().subspan(taken_, end_ - taken_));
     RecordHeader header{static_cast<ContentType>(r.u8()), static_cast<Version>(r.u16())};
     const size_t length = r.u16();
     if (!r.ok()) return needMore();
-    if (!isKnownType(header.type)) return failed(Cause::TlsRecordType);
-    if (static_cast<uint16_t>(header.version) >> 8 != 3) return failed(Cause::TlsRecordVersion);
+    if (!isKnownType(header.type)) return Cause::TlsRecordType;
+    if (static_cast<uint16_t>(header.version) >> 8 != 3) return Cause::TlsRecordVersion;
     const bool opens = reader_ && !(isTls13_ && header.type == ContentType::ChangeCipherSpec);
-    if (length > (opens ? maxBody_ : kMaxPlaintext)) return failed(Cause::TlsRecordOverflow);
+    if (length > (opens ? maxBody_ : kMaxPlaintext)) return Cause::TlsRecordOverflow;
     if (opens && isTls13_ && header.type != ContentType::ApplicationData) {
-        return failed(Cause::TlsUnprotectedRecord);
+        return Cause::TlsUnprotectedRecord;
     }
     if (r.left() < length) return needMore();
 
-    uint8_t* body = inbox_.data() + taken_ + kRecordHeaderSize;
+    const std::span<uint8_t> body = inbox_.bytes().subspan(taken_ + kRecordHeaderSize, length);
     taken_ += kRecordHeaderSize + length;
-    out.plaintext = {body, length};
-    if (opens && !reader_->open(header, {body, length}, out.plaintext)) {
-        return failed(Cause::TlsBadRecordMac);
-    }
-    if (out.plaintext.size() > kMaxPlaintext) return failed(Cause::TlsRecordOverflow);
-    if (!isKnownType(header.type)) return failed(Cause::TlsRecordType);
+    std::span<const uint8_t> plaintext = body;
+    if (opens && !reader_->open(header, body, plaintext)) return Cause::TlsBadRecordMac;
+    if (plaintext.size() > kMaxPlaintext) return Cause::TlsRecordOverflow;
+    if (!isKnownType(header.type)) return Cause::TlsRecordType;
     if (opens && isTls13_ && header.type == ContentType::ChangeCipherSpec) {
-        return failed(Cause::TlsUnexpectedCcs);  // RFC 8446, 5: never protected
+        return Cause::TlsUnexpectedCcs;  // RFC 8446, 5: never protected
     }
-    out.type = header.type;
-    return Next::Record;
+    out = Record{header.type, plaintext};
+    return Cause::None;
+}
+
+Cause RecordLayer::needMore() {
+    discard(taken_);
+    return Cause::None;
 }
 
 size_t RecordLayer::largestPlaintext() const {

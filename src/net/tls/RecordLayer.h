@@ -4,11 +4,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 
+#include "base/Cause.h"
 #include "base/DataBuffer.h"
 #include "base/SecureBuffer.h"
-#include "net/tls/CauseAlert.h"
 #include "net/tls/RecordCipher.h"
 #include "net/tls/TlsTypes.h"
 
@@ -31,9 +32,9 @@ public:
     void arrived(size_t size) { end_ += size; }
     // Wipes all that has come.
     void discardArrived() { discard(end_); }
-    enum class Next : uint8_t { NeedMore, Record, Failed };
-    // The next whole record, opened. NeedMore: those before it are wiped. Failed sets failure.
-    Next next(Record& out, Cause& failure);
+    // The next whole record, opened; none where more has to come, and those before it are wiped
+    // then.
+    Cause next(std::optional<Record>& out);
 
     // Cuts the bytes into records and appends them to the outbox. An empty span sends nothing.
     bool send(ContentType type, std::span<const uint8_t> bytes);
@@ -52,6 +53,7 @@ public:
 
 private:
     void discard(size_t size);
+    Cause needMore();
     size_t largestPlaintext() const;
     bool sendOne(ContentType type, std::span<const uint8_t> fragment);
 

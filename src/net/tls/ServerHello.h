@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "net/tls/CauseAlert.h"
+#include "base/Cause.h"
 #include "net/tls/ClientHello.h"
 #include "net/tls/TlsTypes.h"
 

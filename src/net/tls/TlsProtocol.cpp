@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/ByteWriter.h"
+#include "net/tls/CauseAlert.h"
 
 namespace tv::tls {
 
@@ -49,11 +50,10 @@ bool TlsProtocol::receive(LogBase& log, size_t size) {
     if (failure_ != Cause::None) return false;
     records_.arrived(size);
     while (!closeNotifyReceived_) {
-        Record record{};
-        Cause failure = Cause::None;
-        const RecordLayer::Next next = records_.next(record, failure);
-        if (next == RecordLayer::Next::NeedMore) return true;
-        if (next == RecordLayer::Next::Record) failure = process(log, record);
+        std::optional<Record> record;
+        Cause failure = records_.next(record);
+        if (failure == Cause::None && !record) return true;
+        if (record) failure = process(log, *record);
         if (failure != Cause::None) return fail(log, failure);
     }
     records_.discardArrived();  // nothing that follows a close_notify counts (RFC 8446, 6.1)

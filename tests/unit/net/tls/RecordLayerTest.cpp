@@ -31,9 +31,9 @@ TEST(RecordLayer, RoomBehindTheLongestRecord) {
         std::copy_n(left.begin(), size, records.room().begin());
         records.arrived(size);
         left = left.subspan(size);
-        Record record{};
-        Cause failure = Cause::None;
-        ASSERT_EQ(records.next(record, failure), RecordLayer::Next::NeedMore);
+        std::optional<Record> record;
+        ASSERT_EQ(records.next(record), Cause::None);
+        ASSERT_FALSE(record);
     }
     EXPECT_EQ(records.room().size(), RecordLayer::kReceiveSize);
 }

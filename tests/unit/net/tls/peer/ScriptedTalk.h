@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "log/tvLogger.h"
+#include "net/tls/CauseAlert.h"
 #include "net/tls/TlsProtocol.h"
 #include "tests/fixtures/Record.h"
 #include "tests/fixtures/TestBytes.h"
