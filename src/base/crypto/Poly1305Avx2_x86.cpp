@@ -23,6 +23,7 @@ struct Avx2 {
     TV_INLINE Vector product(Vector a, Vector b) {
         return Vector(_mm256_mul_epu32(__m256i(a), __m256i(b)));
     }
+    TV_INLINE Vector timesFour(Vector v) { return Vector(_mm256_slli_epi64(__m256i(v), 2)); }
     TV_INLINE Vector lows(Vector a, Vector b) {
         return Vector(_mm256_unpacklo_epi64(__m256i(a), __m256i(b)));
     }

@@ -20,6 +20,7 @@ struct Avx512 {
     TV_INLINE Vector product(Vector a, Vector b) {
         return Vector(_mm512_mul_epu32(__m512i(a), __m512i(b)));
     }
+    TV_INLINE Vector timesFour(Vector v) { return Vector(_mm512_slli_epi64(__m512i(v), 2)); }
     TV_INLINE Vector lows(Vector a, Vector b) {
         return Vector(_mm512_unpacklo_epi64(__m512i(a), __m512i(b)));
     }
