@@ -1,6 +1,8 @@
 // SHA-1 by the processor's SHA instructions.
 #include <immintrin.h>
 
+#include <utility>
+
 #include "base/CpuFeatures.h"
 #include "base/crypto/Sha1.h"
 
@@ -29,7 +31,7 @@ TV_INLINE __m128i loadWords(const uint8_t* p) {
 }
 
 // Four steps with the four words of this group (of twenty groups).
-template <int kGroup>
+template <size_t kGroup>
 TV_INLINE void fourSteps(Working& w) {
     __m128i& words = w.words[kGroup % 4];
     if constexpr (kGroup >= 4) {
@@ -39,7 +41,13 @@ TV_INLINE void fourSteps(Working& w) {
     }
     const __m128i input = _mm_sha1nexte_epu32(w.before, words);
     w.before = w.abcd;
-    w.abcd = _mm_sha1rnds4_epu32(w.abcd, input, kGroup / 5);
+    w.abcd = _mm_sha1rnds4_epu32(w.abcd, input, static_cast<int>(kGroup / 5));
+}
+
+// All groups but the first.
+template <size_t... kGroup>
+TV_INLINE void groups(Working& w, std::index_sequence<kGroup...>) {
+    (fourSteps<kGroup + 1>(w), ...);
 }
 
 TV_INLINE void firstSteps(Working& w, __m128i e) {
@@ -60,25 +68,7 @@ TV_TARGET void compressShaNi(Sha1Core::State& state, const uint8_t* blocks, size
         w.words[2] = loadWords(blocks + 32);
         w.words[3] = loadWords(blocks + 48);
         firstSteps(w, e);
-        fourSteps<1>(w);
-        fourSteps<2>(w);
-        fourSteps<3>(w);
-        fourSteps<4>(w);
-        fourSteps<5>(w);
-        fourSteps<6>(w);
-        fourSteps<7>(w);
-        fourSteps<8>(w);
-        fourSteps<9>(w);
-        fourSteps<10>(w);
-        fourSteps<11>(w);
-        fourSteps<12>(w);
-        fourSteps<13>(w);
-        fourSteps<14>(w);
-        fourSteps<15>(w);
-        fourSteps<16>(w);
-        fourSteps<17>(w);
-        fourSteps<18>(w);
-        fourSteps<19>(w);
+        groups(w, std::make_index_sequence<19>());
         e = _mm_sha1nexte_epu32(w.before, e);
         w.abcd = _mm_add_epi32(w.abcd, startAbcd);
     }

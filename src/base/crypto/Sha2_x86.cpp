@@ -1,6 +1,8 @@
 // SHA-256 by the processor's SHA instructions.
 #include <immintrin.h>
 
+#include <utility>
+
 #include "base/CpuFeatures.h"
 #include "base/crypto/Sha2.h"
 
@@ -60,6 +62,11 @@ TV_INLINE void fourSteps(Working& w) {
     w.abef = _mm_sha256rnds2_epu32(w.abef, w.cdgh, _mm_shuffle_epi32(input, 0x0e));
 }
 
+template <size_t... kGroup>
+TV_INLINE void groups(Working& w, std::index_sequence<kGroup...>) {
+    (fourSteps<kGroup>(w), ...);
+}
+
 TV_TARGET void compressShaNi(Sha256Core::State& state, const uint8_t* blocks, size_t count) {
     Working w;
     loadState(w, state);
@@ -70,22 +77,7 @@ TV_TARGET void compressShaNi(Sha256Core::State& state, const uint8_t* blocks, si
         w.words[1] = loadWords(blocks + 16);
         w.words[2] = loadWords(blocks + 32);
         w.words[3] = loadWords(blocks + 48);
-        fourSteps<0>(w);
-        fourSteps<1>(w);
-        fourSteps<2>(w);
-        fourSteps<3>(w);
-        fourSteps<4>(w);
-        fourSteps<5>(w);
-        fourSteps<6>(w);
-        fourSteps<7>(w);
-        fourSteps<8>(w);
-        fourSteps<9>(w);
-        fourSteps<10>(w);
-        fourSteps<11>(w);
-        fourSteps<12>(w);
-        fourSteps<13>(w);
-        fourSteps<14>(w);
-        fourSteps<15>(w);
+        groups(w, std::make_index_sequence<16>());
         w.abef = _mm_add_epi32(w.abef, startAbef);
         w.cdgh = _mm_add_epi32(w.cdgh, startCdgh);
     }
