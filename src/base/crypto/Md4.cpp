@@ -35,21 +35,12 @@ constexpr uint8_t kOrder3[16] = {0, 8, 4, 12, 2, 10, 6, 14, 1, 9, 5, 13, 3, 11, 
 }  // namespace
 
 void Md4Core::compress(State& state, const uint8_t* blocks, size_t count) {
-    uint32_t words[16];
-    for (; count != 0; --count, blocks += kBlockSize) {
-        for (size_t i = 0; i < 16; ++i) {
-            words[i] = loadLe<uint32_t>(blocks + 4 * i);
-        }
-        State s = state;
+    compressMd(state, blocks, count, [](State& s, const uint32_t(&words)[16]) {
         // Shifts and constants of RFC 1320 3.4; the constants are the roots of 2 and 3, times 2^30.
         round<Choose>(s, words, kOrder1, {3, 7, 11, 19}, 0);
         round<Majority>(s, words, kOrder2, {3, 5, 9, 13}, 0x5a827999);
         round<Parity>(s, words, kOrder3, {3, 9, 11, 15}, 0x6ed9eba1);
-        for (size_t i = 0; i < s.size(); ++i) {
-            state[i] += s[i];
-        }
-    }
-    plat::wipe(words, sizeof words);
+    });
 }
 
 }  // namespace tv::crypto

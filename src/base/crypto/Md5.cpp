@@ -55,21 +55,12 @@ inline void round(Md5Core::State& s, const uint32_t* words) {
 }  // namespace
 
 void Md5Core::compress(State& state, const uint8_t* blocks, size_t count) {
-    uint32_t words[16];
-    for (; count != 0; --count, blocks += kBlockSize) {
-        for (size_t i = 0; i < 16; ++i) {
-            words[i] = loadLe<uint32_t>(blocks + 4 * i);
-        }
-        State s = state;
+    compressMd(state, blocks, count, [](State& s, const uint32_t* words) {
         round<0>(s, words);
         round<1>(s, words);
         round<2>(s, words);
         round<3>(s, words);
-        for (size_t i = 0; i < s.size(); ++i) {
-            state[i] += s[i];
-        }
-    }
-    plat::wipe(words, sizeof words);
+    });
 }
 
 }  // namespace tv::crypto
