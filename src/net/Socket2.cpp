@@ -7,6 +7,7 @@
 
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
+#include "net/AgainWithoutTls13.h"
 #include "net/ConnectFailure.h"
 #include "net/ConnectHost.h"
 #include "net/LineBuffer.h"
@@ -115,30 +116,20 @@ Socket2::~Socket2() {
     state_->tcp.terminateConnection(call, CloseForm::AtOnce, 0);
 }
 
-bool Socket2::mayRetryWithoutTls13(const LogBase& log, const Failure& failure) const {
-    const TlsChannelSettings& settings = state_->tlsSettings;
-    const bool unread =
-        failure.is(Cause::TlsNoServerHello) || failure.is(Cause::TlsServerHelloUnreadable);
-    const tls::VersionRange range = tls::versionRange(settings.tlsProtocol);
-    return unread && !settings.withoutTls13 && !tls::tlsOptions(log).disableTls13 &&
-           range.contains(tls::Version::Tls13) && range.contains(tls::Version::Tls12);
-}
-
-// A server that falls silent or hangs up at a hello with TLS 1.3 is asked once more without it.
 Failure Socket2::connectTls(CallContext& call) {
     const auto state = state_;
     if (Failure failure = connectTcp(call)) {
         call.log.logError("pmConnect failed.");
         return failure;
     }
-    Failure failure = state->secure(call, TlsStart::Implicit, state->connectTimeoutMs);
-    if (!failure || !mayRetryWithoutTls13(call.log, failure)) return failure;
-    call.log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
-    state->tlsSettings.withoutTls13 = true;
-    failure = connectTcp(call);
-    if (!failure) failure = state->secure(call, TlsStart::Implicit, state->connectTimeoutMs);
-    state->tlsSettings.withoutTls13 = false;
-    return failure;
+    const auto secure = [&] {
+        return state->secure(call, TlsStart::Implicit, state->connectTimeoutMs);
+    };
+    TlsChannelSettings& tls = state->tlsSettings;
+    return againWithoutTls13(call.log, tls.tlsProtocol, tls.withoutTls13, secure(), [&] {
+        Failure failure = connectTcp(call);
+        return failure ? std::move(failure) : secure();
+    });
 }
 
 Failure Socket2::connectTcp(CallContext& call) {

@@ -34,9 +34,6 @@ public:
     Failure connect2(CallContext& call, std::string_view hostname, int port, bool ssl);
     // Runs the TLS handshake over the open plain connection. Failure closes the connection.
     Failure convertToTls(CallContext& call, std::string_view hostname, uint32_t idleTimeoutMs);
-    // True where the handshake that failed had offered TLS 1.3 and the server answered nothing: the
-    // owner of a conversion then makes the whole connection again without it (withoutTls13).
-    bool mayRetryWithoutTls13(const LogBase& log, const Failure& failure) const;
     bool isTls() const;
     // "Unencrypted TCP/IP", "SSL/TLS", or empty while not connected.
     std::string_view connectionType() const;

@@ -139,8 +139,7 @@ private:
     bool authenticated_ = false;
     std::string noLogin_;
     bool unsettled_ = false;
-    bool withoutTls13_ = false;     // this attempt offers no TLS 1.3
-    bool helloUnanswered_ = false;  // the last one did, and nothing came back
+    bool withoutTls13_ = false;  // this attempt offers no TLS 1.3
     uint64_t lastActivityTickMs_ = 0;
 
     struct QueuedCommand {

@@ -54,7 +54,6 @@ Failure SmtpConnImpl::smtpConnect(CallContext& call) {
         return {};
     }
     closeSmtpConnection(call);
-    helloUnanswered_ = false;
     Failure failure =
         againWithoutTls13(call.log, openSession(call), [&] { return openSession(call); });
     if (failure) closeSmtpConnection(call);

@@ -7,6 +7,7 @@
 #include "log/LogContextExitor.h"
 #include "mail/smtp/SmtpConnImpl.h"
 #include "mail/smtp/SmtpFailure.h"
+#include "net/AgainWithoutTls13.h"
 #include "net/ConnectFailure.h"
 
 namespace tv {
@@ -57,7 +58,6 @@ Failure SmtpConnImpl::upgradeToTls(CallContext& call) {
     if (const Failure below =
             socket_->convertToTls(call, settings.smtpHost.utf8(), settings.idleTimeoutMs)) {
         call.log.logError("Failed to establish TLS connection.");
-        helloUnanswered_ = socket_->mayRetryWithoutTls13(call.log, below);
         Failure failure =
             fail(call.log, Cause::StartTlsFailed,
                  "The TLS handshake after STARTTLS failed: " + connectFailText(below) + "." +
@@ -83,16 +83,13 @@ Failure SmtpConnImpl::upgradeForLogin(CallContext& call) {
     });
 }
 
-// A server that does not answer a hello with TLS 1.3 may answer one without it; what went before on
-// the connection has to be said again, too.
+// What went before STARTTLS has to be said again, too. A connection that begins with TLS has had
+// its second try.
 Failure SmtpConnImpl::againWithoutTls13(LogBase& log, Failure first,
                                         const std::function<Failure()>& attempt) {
-    if (!std::exchange(helloUnanswered_, false)) return first;
-    log.logInfo("Failed to read the TLS server hello.  Retry without TLS 1.3");
-    withoutTls13_ = true;
-    Failure failure = attempt();
-    withoutTls13_ = false;
-    return failure;
+    if (!first.is(Cause::StartTlsFailed)) return first;
+    return tv::againWithoutTls13(log, settings.tlsProtocol.utf8(), withoutTls13_, std::move(first),
+                                 attempt);
 }
 
 // Goes on in clear only where the server itself said no.
