@@ -182,17 +182,6 @@ bool Socket2::isTls() const {
     return state_->type == ConnectionType::Tls;
 }
 
-std::string_view Socket2::connectionType() const {
-    switch (state_->type) {
-        case ConnectionType::Plain:
-            return "Unencrypted TCP/IP";
-        case ConnectionType::Tls:
-            return "SSL/TLS";
-        default:
-            return {};
-    }
-}
-
 bool Socket2::isConnected() const {
     return state_->type != ConnectionType::None && state_->tcp.isConnected() &&
            (!state_->tls || state_->tls->isOpen());
@@ -284,14 +273,6 @@ TlsChannelSettings& Socket2::tlsSettings() {
     return state_->tlsSettings;
 }
 
-void Socket2::setSendBufSize(LogBase& log, uint32_t bytes) {
-    state_->tcp.setSendBufSize(log, bytes);
-}
-
-void Socket2::setRecvBufSize(LogBase& log, uint32_t bytes) {
-    state_->tcp.setRecvBufSize(log, bytes);
-}
-
 bool Socket2::startSessionLog(std::string_view utf8Path) {
     state_->sessionLog = std::make_unique<LoggedSocket2>();
     return utf8Path.empty() || state_->sessionLog->openFile(utf8Path);
@@ -305,14 +286,6 @@ void Socket2::close(CallContext& call, bool abrupt, uint32_t idleTimeoutMs) {
     const auto state = state_;
     if (state->tls && !abrupt) state->tls->closeNotify(call, idleTimeoutMs);
     state->closeTcp(call);
-}
-
-const std::string& Socket2::host() const {
-    return state_->host;
-}
-
-int Socket2::port() const {
-    return state_->port;
 }
 
 const std::string& Socket2::remoteIp() const {

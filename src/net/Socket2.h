@@ -35,8 +35,6 @@ public:
     // Runs the TLS handshake over the open plain connection. Failure closes the connection.
     Failure convertToTls(CallContext& call, std::string_view hostname, uint32_t idleTimeoutMs);
     bool isTls() const;
-    // "Unencrypted TCP/IP", "SSL/TLS", or empty while not connected.
-    std::string_view connectionType() const;
     // Turns false when the peer has closed or an operation has failed; the socket stays to be
     // closed.
     bool isConnected() const;
@@ -63,8 +61,6 @@ public:
     const tls::Negotiated* negotiated() const;
     // Versions, verification and sessions of the next handshake.
     TlsChannelSettings& tlsSettings();
-    void setSendBufSize(LogBase& log, uint32_t bytes);
-    void setRecvBufSize(LogBase& log, uint32_t bytes);
 
     // Copies all traffic from now on, also to a file unless the path is empty. False where the file
     // cannot be opened; memory is used all the same.
@@ -76,8 +72,6 @@ public:
     void close(CallContext& call, bool abrupt, uint32_t idleTimeoutMs);
 
     // As last given to connect2, and what was reached.
-    const std::string& host() const;
-    int port() const;
     const std::string& remoteIp() const;
 
 private:

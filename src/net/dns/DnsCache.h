@@ -24,7 +24,6 @@ public:
     // full, the entry that would end first gives way.
     void put(std::string_view name, const std::vector<plat::IpAddress>& addresses,
              std::optional<uint32_t> ttlSeconds, uint64_t nowMs);
-    void clear() { entries_.clear(); }
     size_t size() const { return entries_.size(); }
 
 private:

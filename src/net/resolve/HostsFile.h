@@ -42,7 +42,6 @@ private:
 class HostsFile {
 public:
     bool find(const std::string& path, std::string_view name, std::vector<plat::IpAddress>& out);
-    void clear() { *this = HostsFile(); }
     size_t timesParsed() const { return timesParsed_; }
 
 private:

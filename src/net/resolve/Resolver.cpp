@@ -138,10 +138,6 @@ Failure tvDnsResolveDomainIPv4_n(CallContext& call, std::string_view domain,
         return Failure(Cause::DnsFailed);
     }
     ResolverState& state = resolverState();
-    if (!state.isUsable()) {
-        call.log.logError("DNS cache is either finalized or invalid.");
-        return Failure(Cause::DnsFailed);
-    }
     if (state.findInHosts(withoutDot(name), addresses)) {
         call.log.logData("ip_from_hosts_file", plat::toText(addresses.front()));
         return {};

@@ -21,20 +21,15 @@ public:
     bool requireTls = false;                      // DNS over TLS only
     std::vector<plat::IpAddress> ownNameServers;  // in place of the system's
 
-    // False once finalised: then nothing is looked up any more.
-    bool isUsable() const;
     bool findInHosts(std::string_view name, std::vector<plat::IpAddress>& out);
     bool findInCache(std::string_view name, uint64_t nowMs,
                      std::vector<plat::IpAddress>& out) const;
     void keep(std::string_view name, const dns::Reply& reply, uint64_t nowMs);
     void noteServer(const plat::IpAddress& server, bool answered, uint64_t nowMs);
     void order(std::vector<plat::IpAddress>& servers, uint64_t nowMs) const;
-    // Frees everything, for good.
-    void finalise();
 
 private:
     mutable std::mutex lock_;
-    bool finalised_ = false;
     dns::DnsCache cache_;
     HostsFile hosts_;
     SilentServers silent_;

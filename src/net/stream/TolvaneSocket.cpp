@@ -15,10 +15,8 @@ namespace {
 
 // The log of each connection tells both. They bound what may be under way in one round trip
 // (RFC 7323, 1.1); the systems' own are small for long ways.
-constexpr uint32_t kDefaultSendBufSize = 262144;
-constexpr uint32_t kDefaultRecvBufSize = 4194304;
-constexpr uint32_t kBufSizeUnit = 4096;
-constexpr uint32_t kMaxBufSize = 0x800000;
+constexpr uint32_t kSendBufSize = 262144;
+constexpr uint32_t kRecvBufSize = 4194304;
 // Just below two minutes and half a minute, round times after which gateways forget a connection
 // that is silent. They are asked to keep it for two hours (RFC 5382, 5), and many do not.
 constexpr uint32_t kKeepAliveIdleMs = 119000;
@@ -26,18 +24,9 @@ constexpr uint32_t kKeepAliveIntervalMs = 29000;
 
 std::atomic<uint32_t> socketsMade{0};
 
-// The size to be set for a request; what it was where the request is too small.
-uint32_t bufferSize(uint32_t requested, uint32_t before) {
-    if (requested < kBufSizeUnit) return before;
-    return std::min(requested, kMaxBufSize) / kBufSizeUnit * kBufSizeUnit;
-}
-
 }  // namespace
 
-TolvaneSocket::TolvaneSocket()
-    : sendBufSize_(kDefaultSendBufSize),
-      recvBufSize_(kDefaultRecvBufSize),
-      serialNumber_(++socketsMade) {}
+TolvaneSocket::TolvaneSocket() : serialNumber_(++socketsMade) {}
 
 TolvaneSocket::~TolvaneSocket() {
     alive_ = 0;
@@ -84,7 +73,7 @@ bool TolvaneSocket::createSocket(LogBase& log, plat::AddressFamily family) {
             log.logInfo("Failed to set the socket option for IPv6/IPv4 dual-stack support.");
         }
     }
-    if (!systemBufSizes_) applyBufferSizes(log);
+    if (!systemBufSizes_) setBufferSizes(log);
     keepAlive(log);
     return doClientBind(log);
 }
@@ -101,12 +90,12 @@ plat::NetError TolvaneSocket::openSocket(LogBase& log, plat::AddressFamily famil
     return error;
 }
 
-void TolvaneSocket::applyBufferSizes(LogBase& log) {
-    applySize(log, plat::SocketOption::SendBuffer, sendBufSize_);
-    applySize(log, plat::SocketOption::ReceiveBuffer, recvBufSize_);
+void TolvaneSocket::setBufferSizes(LogBase& log) {
+    setSize(log, plat::SocketOption::SendBuffer, kSendBufSize);
+    setSize(log, plat::SocketOption::ReceiveBuffer, kRecvBufSize);
 }
 
-void TolvaneSocket::applySize(LogBase& log, plat::SocketOption option, uint32_t bytes) {
+void TolvaneSocket::setSize(LogBase& log, plat::SocketOption option, uint32_t bytes) {
     const bool isSend = option == plat::SocketOption::SendBuffer;
     log.logInfo(isSend ? "Setting SO_SNDBUF size" : "Setting SO_RCVBUF size");
     log.logDataLong(isSend ? "sendBufSize" : "recvBufSize", bytes);
@@ -153,20 +142,6 @@ void TolvaneSocket::setClientBind(std::string_view ipAddress, uint16_t port) {
     bindPort_ = port;
 }
 
-void TolvaneSocket::setSendBufSize(LogBase& log, uint32_t bytes) {
-    sendBufSize_ = bufferSize(bytes, sendBufSize_);
-    if (handle_ != plat::kNoSocket && bytes >= kBufSizeUnit) {
-        applySize(log, plat::SocketOption::SendBuffer, sendBufSize_);
-    }
-}
-
-void TolvaneSocket::setRecvBufSize(LogBase& log, uint32_t bytes) {
-    recvBufSize_ = bufferSize(bytes, recvBufSize_);
-    if (handle_ != plat::kNoSocket && bytes >= kBufSizeUnit) {
-        applySize(log, plat::SocketOption::ReceiveBuffer, recvBufSize_);
-    }
-}
-
 bool TolvaneSocket::setTcpNoDelay(LogBase& log, bool on) {
     if (handle_ == plat::kNoSocket) return false;
     log.logInfo(on ? "Turning on TCP_NODELAY." : "Turning off TCP_NODELAY.");
@@ -174,33 +149,6 @@ bool TolvaneSocket::setTcpNoDelay(LogBase& log, bool on) {
         plat::sysNet().setOption(handle_, plat::SocketOption::TcpNoDelay, on ? 1 : 0);
     if (!error.ok()) logSocketError(log, error);
     return error.ok();
-}
-
-void TolvaneSocket::takeOver(LogBase& log, TolvaneSocket& other) {
-    if (&other == this) return;
-    closeHandle(log);
-    handle_ = other.handle_.exchange(plat::kNoSocket);
-    isConnected_ = other.isConnected_.exchange(false);
-    sentFin_ = std::exchange(other.sentFin_, false);
-    family_ = other.family_;
-    remoteIp_ = std::exchange(other.remoteIp_, {});
-    if (handle_ != plat::kNoSocket && !systemBufSizes_) applyBufferSizes(log);
-}
-
-bool TolvaneSocket::sendFinOnly(LogBase& log) {
-    if (handle_ == plat::kNoSocket) return false;
-    if (sentFin_) {
-        log.logInfo("Already sent FIN.");
-        return true;
-    }
-    const plat::NetError error = plat::sysNet().shutdownSend(handle_);
-    if (!error.ok()) {
-        logSocketError(log, error);
-        log.logError("error on socket shutdown(SD_SEND).");
-        return false;
-    }
-    sentFin_ = true;
-    return true;
 }
 
 void TolvaneSocket::terminateConnection(CallContext& call, CloseForm form, uint32_t maxWaitMs) {
@@ -211,7 +159,7 @@ void TolvaneSocket::terminateConnection(CallContext& call, CloseForm form, uint3
     if (form == CloseForm::Abortive) {
         call.log.logInfo("AbortiveClose");
         plat::sysNet().setZeroLinger(handle_);
-    } else if (isConnected_ && !sentFin_ && !plat::sysNet().shutdownSend(handle_).ok()) {
+    } else if (isConnected_ && !plat::sysNet().shutdownSend(handle_).ok()) {
         // Expected where the peer has reset the connection.
         call.log.logInfo("error on socket shutdown.");
     } else if (form == CloseForm::Graceful && isConnected_) {
@@ -246,7 +194,6 @@ void TolvaneSocket::readUntilFin(CallContext& call, uint32_t maxWaitMs) {
 void TolvaneSocket::closeHandle(LogBase& log) {
     const plat::SocketHandle handle = handle_.exchange(plat::kNoSocket);
     isConnected_ = false;
-    sentFin_ = false;
     if (handle == plat::kNoSocket) return;
     if (!plat::sysNet().close(handle).ok()) log.logInfo("error on closesocket.");
 }

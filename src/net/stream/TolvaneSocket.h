@@ -62,25 +62,15 @@ public:
                          uint32_t idleTimeoutMs);
     // As receiveBytes without waiting and without a log: false where nothing has arrived, too.
     bool receiveReady(std::span<uint8_t> into, size_t& received);
-    Failure waitReadableSocket(CallContext& call, uint32_t idleTimeoutMs);
-    Failure waitWriteableSocket(CallContext& call, uint32_t idleTimeoutMs);
 
-    // Ends the sending direction, once.
-    bool sendFinOnly(LogBase& log);
     // Whatever fails on the way, the socket is closed afterwards. Only a graceful close waits, at
     // most maxWaitMs in all.
     void terminateConnection(CallContext& call, CloseForm form, uint32_t maxWaitMs);
 
-    // The other's connection passes over to this socket, with this socket's buffer sizes.
-    void takeOver(LogBase& log, TolvaneSocket& other);
-
     bool setTcpNoDelay(LogBase& log, bool on);
-    // Sizes below 4096 are ignored; others are rounded down to a multiple of it, 8 MiB at most.
-    // Applied to every socket created from now on, and to the present one.
-    void setSendBufSize(LogBase& log, uint32_t bytes);
-    void setRecvBufSize(LogBase& log, uint32_t bytes);
     void useSystemBufSizes(bool on) { systemBufSizes_ = on; }
-    // A local address or port (0: any) that every socket created from now on is bound to.
+    // A local address or port (0: any) that every socket created from now on is bound to; for
+    // settings that name one.
     void setClientBind(std::string_view ipAddress, uint16_t port);
 
     bool isConnected() const { return isConnected_; }
@@ -112,8 +102,8 @@ private:
     Failure whyUnusable(LogBase& log) const;
     bool createSocket(LogBase& log, plat::AddressFamily family);
     plat::NetError openSocket(LogBase& log, plat::AddressFamily family);
-    void applyBufferSizes(LogBase& log);
-    void applySize(LogBase& log, plat::SocketOption option, uint32_t bytes);
+    void setBufferSizes(LogBase& log);
+    void setSize(LogBase& log, plat::SocketOption option, uint32_t bytes);
     void keepAlive(LogBase& log);
     bool doClientBind(LogBase& log);
     Failure connectFailed(LogBase& log, Cause cause, std::string text = {});
@@ -132,11 +122,8 @@ private:
     std::atomic<bool> receiving_{false};
     std::atomic<bool> closing_{false};
     std::atomic<int> users_{0};
-    bool sentFin_ = false;
     bool systemBufSizes_ = false;
     plat::AddressFamily family_ = plat::AddressFamily::IPv4;
-    uint32_t sendBufSize_;
-    uint32_t recvBufSize_;
     std::string bindIpAddress_;
     uint16_t bindPort_ = 0;
     std::string remoteIp_;

@@ -95,7 +95,6 @@ Failure TolvaneSocket::connectFailed(LogBase& log, Cause cause, std::string text
 
 void TolvaneSocket::connected(LogBase& log) {
     isConnected_ = true;
-    sentFin_ = false;
     plat::Endpoint local;
     if (plat::sysNet().localEndpoint(handle_, local).ok()) {
         log.logData("myIP", plat::toText(local.address));

@@ -76,20 +76,6 @@ Failure TolvaneSocket::wait(CallContext& call, plat::WaitFor what, const Deadlin
     }
 }
 
-Failure TolvaneSocket::waitReadableSocket(CallContext& call, uint32_t idleTimeoutMs) {
-    const InUse use(*this);
-    Failure failure = wait(call, plat::WaitFor::Readable, idleDeadline(idleTimeoutMs));
-    if (failure.is(Cause::Aborted)) call.log.logError("Wait for data on socket aborted by app");
-    return failure;
-}
-
-Failure TolvaneSocket::waitWriteableSocket(CallContext& call, uint32_t idleTimeoutMs) {
-    const InUse use(*this);
-    Failure failure = wait(call, plat::WaitFor::Writable, idleDeadline(idleTimeoutMs));
-    if (failure.is(Cause::Aborted)) call.log.logError("socket operation aborted by application");
-    return failure;
-}
-
 Failure TolvaneSocket::sendBytes(CallContext& call, std::span<const uint8_t> bytes, size_t& sent,
                                  uint32_t idleTimeoutMs) {
     sent = 0;

@@ -388,23 +388,5 @@ TEST_F(Resolver, AbortIsNoFailureOfTheName) {
     EXPECT_TRUE(net.lookups.empty());
 }
 
-TEST_F(Resolver, OnceFinalisedNothingIsLookedUp) {
-    serve("10.0.0.1", isAt("192.0.2.1"));
-    EXPECT_TRUE(lookUp("mail.example"));
-    state.finalise();
-    for (const char* name : {"mail.example", "single"}) {
-        EXPECT_FALSE(lookUp(name));
-        expectTexts(name, {"DNS cache is either finalized or invalid."});
-        EXPECT_EQ(failure.cause(), Cause::DnsFailed);
-    }
-    dns::Reply late;  // of a look-up that was under way
-    late.addresses = addresses = {*plat::parseIp("192.0.2.1")};
-    state.keep("mail.example", late, 0);
-    EXPECT_FALSE(state.findInCache("mail.example", 0, addresses));
-    net.nameServers.hosts = file("finalised", "192.0.2.1 mail.example\n");
-    EXPECT_FALSE(state.findInHosts("mail.example", addresses));
-    EXPECT_TRUE(lookUp("10.0.0.1"));  // no look-up
-}
-
 }  // namespace
 }  // namespace tv

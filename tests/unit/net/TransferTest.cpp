@@ -352,31 +352,6 @@ TEST_F(PlainSocket, FaultsWhileClosingDoNotKeepItOpen) {
     EXPECT_FALSE(failure = socket.receiveBytes(call, {&byte, 1}, received, 100));
 }
 
-TEST_F(PlainSocket, FinGoesOutOnce) {
-    FakeLink& link = connectTo({});
-    link.ignoresFin = true;
-    EXPECT_TRUE(socket.sendFinOnly(log));
-    EXPECT_TRUE(socket.sendFinOnly(log));
-    expectLogged(log, "Already sent FIN.");
-    EXPECT_TRUE(socket.isConnected());
-}
-
-TEST_F(PlainSocket, TakenOverByAnother) {
-    FakeLink& link = connectTo({say("hello")});
-    TolvaneSocket holder;
-    holder.setSendBufSize(log, 8192);
-    holder.takeOver(log, socket);
-    EXPECT_FALSE(socket.isConnected());
-    EXPECT_TRUE(holder.isConnected());
-    EXPECT_EQ(holder.remoteIp(), "10.0.0.1");
-    EXPECT_EQ(link.options[plat::SocketOption::SendBuffer], 8192U);
-    uint8_t bytes[16];
-    size_t received = 0;
-    EXPECT_TRUE(failure = socket.receiveBytes(call, bytes, received, 100));
-    EXPECT_FALSE(failure = holder.receiveBytes(call, bytes, received, 100));
-    EXPECT_EQ(received, 5U);
-}
-
 TEST_F(PlainSocket, BoundToALocalAddress) {
     socket.setClientBind("192.0.2.1", 4321);
     EXPECT_TRUE(socket.createSocket_ipv4(log));
