@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "platform/Replaceable.h"
+
 namespace tv::plat {
 
 // Local civil time with the offset from UTC that is in force at that moment.
@@ -34,6 +36,8 @@ SysClock& sysClock();
 
 // Puts another clock in place (nullptr: the system's own again) and returns the one before, or
 // nullptr if that was the system's own. For tests; not safe while other threads use the clock.
-SysClock* replaceSysClock(SysClock* clock);
+inline SysClock* replaceSysClock(SysClock* clock) {
+    return Replaceable<SysClock>::replace(clock);
+}
 
 }  // namespace tv::plat

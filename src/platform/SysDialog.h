@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Replaceable.h"
+
 namespace tv::plat {
 
 class SysDialog {
@@ -18,7 +20,9 @@ public:
 SysDialog& sysDialog();
 
 // For tests: as replaceSysClock.
-SysDialog* replaceSysDialog(SysDialog* dialog);
+inline SysDialog* replaceSysDialog(SysDialog* dialog) {
+    return Replaceable<SysDialog>::replace(dialog);
+}
 
 // A text of several indented lines as one line without control characters; the lines are parted by
 // one blank each.

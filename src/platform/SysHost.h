@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/Replaceable.h"
+
 namespace tv::plat {
 
 class SysHost {
@@ -23,7 +25,9 @@ public:
 SysHost& sysHost();
 
 // For tests: as replaceSysClock.
-SysHost* replaceSysHost(SysHost* host);
+inline SysHost* replaceSysHost(SysHost* host) {
+    return Replaceable<SysHost>::replace(host);
+}
 
 // The code page that a POSIX locale name ("hu_HU.ISO-8859-2") selects; 65001 where none is named or
 // the name is C, POSIX, us-ascii or unknown.

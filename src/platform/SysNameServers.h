@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/Replaceable.h"
+
 namespace tv::plat {
 
 class SysNameServers {
@@ -22,6 +24,8 @@ public:
 SysNameServers& sysNameServers();
 
 // For tests: as replaceSysClock.
-SysNameServers* replaceSysNameServers(SysNameServers* source);
+inline SysNameServers* replaceSysNameServers(SysNameServers* source) {
+    return Replaceable<SysNameServers>::replace(source);
+}
 
 }  // namespace tv::plat

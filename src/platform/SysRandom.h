@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/Replaceable.h"
+
 namespace tv::plat {
 
 class SysRandom {
@@ -16,6 +18,8 @@ public:
 SysRandom& sysRandom();
 
 // For tests: as replaceSysClock.
-SysRandom* replaceSysRandom(SysRandom* source);
+inline SysRandom* replaceSysRandom(SysRandom* source) {
+    return Replaceable<SysRandom>::replace(source);
+}
 
 }  // namespace tv::plat

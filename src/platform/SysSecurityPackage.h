@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/Replaceable.h"
+
 namespace tv::plat {
 
 struct SecurityIdentity {  // UTF-8
@@ -41,6 +43,8 @@ public:
 SysSecurity& sysSecurity();
 
 // For tests: as replaceSysClock.
-SysSecurity* replaceSysSecurity(SysSecurity* security);
+inline SysSecurity* replaceSysSecurity(SysSecurity* security) {
+    return Replaceable<SysSecurity>::replace(security);
+}
 
 }  // namespace tv::plat

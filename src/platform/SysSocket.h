@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/IpAddress.h"
+#include "platform/Replaceable.h"
 
 namespace tv::plat {
 
@@ -118,6 +119,8 @@ public:
 SysNet& sysNet();
 
 // For tests: as replaceSysClock.
-SysNet* replaceSysNet(SysNet* net);
+inline SysNet* replaceSysNet(SysNet* net) {
+    return Replaceable<SysNet>::replace(net);
+}
 
 }  // namespace tv::plat

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/Replaceable.h"
+
 namespace tv::plat {
 
 using DerList = std::vector<std::vector<uint8_t>>;
@@ -31,6 +33,8 @@ public:
 SysTrustRoots& sysTrustRoots();
 
 // For tests: as replaceSysClock.
-SysTrustRoots* replaceSysTrustRoots(SysTrustRoots* source);
+inline SysTrustRoots* replaceSysTrustRoots(SysTrustRoots* source) {
+    return Replaceable<SysTrustRoots>::replace(source);
+}
 
 }  // namespace tv::plat

@@ -56,8 +56,4 @@ SysClock& sysClock() {
     return Replaceable<SysClock>::get<PosixClock>();
 }
 
-SysClock* replaceSysClock(SysClock* clock) {
-    return Replaceable<SysClock>::replace(clock);
-}
-
 }  // namespace tv::plat

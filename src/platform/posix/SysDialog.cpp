@@ -31,8 +31,4 @@ SysDialog& sysDialog() {
     return Replaceable<SysDialog>::get<StderrLine>();
 }
 
-SysDialog* replaceSysDialog(SysDialog* dialog) {
-    return Replaceable<SysDialog>::replace(dialog);
-}
-
 }  // namespace tv::plat

@@ -42,8 +42,4 @@ SysHost& sysHost() {
     return Replaceable<SysHost>::get<PosixHost>();
 }
 
-SysHost* replaceSysHost(SysHost* host) {
-    return Replaceable<SysHost>::replace(host);
-}
-
 }  // namespace tv::plat

@@ -29,8 +29,4 @@ SysNameServers& sysNameServers() {
     return Replaceable<SysNameServers>::get<PosixNameServers>();
 }
 
-SysNameServers* replaceSysNameServers(SysNameServers* source) {
-    return Replaceable<SysNameServers>::replace(source);
-}
-
 }  // namespace tv::plat

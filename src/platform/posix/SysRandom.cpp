@@ -31,8 +31,4 @@ SysRandom& sysRandom() {
     return Replaceable<SysRandom>::get<PosixRandom>();
 }
 
-SysRandom* replaceSysRandom(SysRandom* source) {
-    return Replaceable<SysRandom>::replace(source);
-}
-
 }  // namespace tv::plat

@@ -21,8 +21,4 @@ SysSecurity& sysSecurity() {
     return Replaceable<SysSecurity>::get<NoSecurity>();
 }
 
-SysSecurity* replaceSysSecurity(SysSecurity* security) {
-    return Replaceable<SysSecurity>::replace(security);
-}
-
 }  // namespace tv::plat

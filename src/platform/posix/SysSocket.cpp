@@ -329,8 +329,4 @@ SysNet& sysNet() {
     return Replaceable<SysNet>::get<PosixNet>();
 }
 
-SysNet* replaceSysNet(SysNet* net) {
-    return Replaceable<SysNet>::replace(net);
-}
-
 }  // namespace tv::plat

@@ -29,8 +29,4 @@ SysTrustRoots& sysTrustRoots() {
     return Replaceable<SysTrustRoots>::get<BundleFiles>();
 }
 
-SysTrustRoots* replaceSysTrustRoots(SysTrustRoots* source) {
-    return Replaceable<SysTrustRoots>::replace(source);
-}
-
 }  // namespace tv::plat

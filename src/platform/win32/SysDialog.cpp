@@ -47,8 +47,4 @@ SysDialog& sysDialog() {
     return Replaceable<SysDialog>::get<MessageBoxDialog>();
 }
 
-SysDialog* replaceSysDialog(SysDialog* dialog) {
-    return Replaceable<SysDialog>::replace(dialog);
-}
-
 }  // namespace tv::plat

@@ -33,8 +33,4 @@ SysHost& sysHost() {
     return Replaceable<SysHost>::get<WindowsHost>();
 }
 
-SysHost* replaceSysHost(SysHost* host) {
-    return Replaceable<SysHost>::replace(host);
-}
-
 }  // namespace tv::plat

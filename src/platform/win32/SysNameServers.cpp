@@ -85,8 +85,4 @@ SysNameServers& sysNameServers() {
     return Replaceable<SysNameServers>::get<WindowsNameServers>();
 }
 
-SysNameServers* replaceSysNameServers(SysNameServers* source) {
-    return Replaceable<SysNameServers>::replace(source);
-}
-
 }  // namespace tv::plat

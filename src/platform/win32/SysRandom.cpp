@@ -32,8 +32,4 @@ SysRandom& sysRandom() {
     return Replaceable<SysRandom>::get<WindowsRandom>();
 }
 
-SysRandom* replaceSysRandom(SysRandom* source) {
-    return Replaceable<SysRandom>::replace(source);
-}
-
 }  // namespace tv::plat

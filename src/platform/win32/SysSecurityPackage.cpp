@@ -189,8 +189,4 @@ SysSecurity& sysSecurity() {
     return Replaceable<SysSecurity>::get<WindowsSecurity>();
 }
 
-SysSecurity* replaceSysSecurity(SysSecurity* security) {
-    return Replaceable<SysSecurity>::replace(security);
-}
-
 }  // namespace tv::plat

@@ -307,8 +307,4 @@ SysNet& sysNet() {
     return Replaceable<SysNet>::get<WindowsNet>();
 }
 
-SysNet* replaceSysNet(SysNet* net) {
-    return Replaceable<SysNet>::replace(net);
-}
-
 }  // namespace tv::plat

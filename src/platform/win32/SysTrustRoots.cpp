@@ -226,8 +226,4 @@ SysTrustRoots& sysTrustRoots() {
     return Replaceable<SysTrustRoots>::get<WindowsStores>();
 }
 
-SysTrustRoots* replaceSysTrustRoots(SysTrustRoots* source) {
-    return Replaceable<SysTrustRoots>::replace(source);
-}
-
 }  // namespace tv::plat
