@@ -21,71 +21,50 @@
 namespace tv::plat {
 namespace {
 
+constexpr struct {
+    int error;
+    NetCode code;
+} kCodes[] = {
+    {EACCES, NetCode::Access},
+    {EPERM, NetCode::Access},
+    {EINVAL, NetCode::Invalid},
+    {EMFILE, NetCode::TooManyFiles},
+    {ENFILE, NetCode::TooManyFiles},
+    {EAGAIN, NetCode::WouldBlock},
+    {EINPROGRESS, NetCode::InProgress},
+    {EALREADY, NetCode::InProgress},
+    {EBADF, NetCode::NotSocket},
+    {ENOTSOCK, NetCode::NotSocket},
+    {EPROTOTYPE, NetCode::PrototypeMismatch},
+    {ENOPROTOOPT, NetCode::NoProtocolOption},
+    {EPROTONOSUPPORT, NetCode::ProtocolNotSupported},
+    {ESOCKTNOSUPPORT, NetCode::SocketTypeNotSupported},
+    {EOPNOTSUPP, NetCode::OperationNotSupported},
+    {EAFNOSUPPORT, NetCode::FamilyNotSupported},
+    {EADDRINUSE, NetCode::AddressInUse},
+    {EADDRNOTAVAIL, NetCode::AddressNotAvailable},
+    {ENETDOWN, NetCode::NetDown},
+    {ENETUNREACH, NetCode::NetUnreachable},
+    {ENETRESET, NetCode::NetReset},
+    {ECONNABORTED, NetCode::ConnectionAborted},
+    {ECONNRESET, NetCode::ConnectionReset},
+    {EPIPE, NetCode::ConnectionReset},
+    {ENOBUFS, NetCode::NoBuffers},
+    {ENOMEM, NetCode::NoBuffers},
+    {ENOTCONN, NetCode::NotConnected},
+    {ESHUTDOWN, NetCode::Shutdown},
+    {ETIMEDOUT, NetCode::TimedOut},
+    {ECONNREFUSED, NetCode::ConnectionRefused},
+    {EHOSTDOWN, NetCode::HostDown},
+    {EHOSTUNREACH, NetCode::HostUnreachable},
+};
+
 NetCode codeOfErrno(int error) {
-    switch (error) {
-        case 0:
-            return NetCode::None;
-        case EACCES:
-        case EPERM:
-            return NetCode::Access;
-        case EINVAL:
-            return NetCode::Invalid;
-        case EMFILE:
-        case ENFILE:
-            return NetCode::TooManyFiles;
-        case EAGAIN:
-            return NetCode::WouldBlock;
-        case EINPROGRESS:
-        case EALREADY:
-            return NetCode::InProgress;
-        case EBADF:
-        case ENOTSOCK:
-            return NetCode::NotSocket;
-        case EPROTOTYPE:
-            return NetCode::PrototypeMismatch;
-        case ENOPROTOOPT:
-            return NetCode::NoProtocolOption;
-        case EPROTONOSUPPORT:
-            return NetCode::ProtocolNotSupported;
-        case ESOCKTNOSUPPORT:
-            return NetCode::SocketTypeNotSupported;
-        case EOPNOTSUPP:
-            return NetCode::OperationNotSupported;
-        case EAFNOSUPPORT:
-            return NetCode::FamilyNotSupported;
-        case EADDRINUSE:
-            return NetCode::AddressInUse;
-        case EADDRNOTAVAIL:
-            return NetCode::AddressNotAvailable;
-        case ENETDOWN:
-            return NetCode::NetDown;
-        case ENETUNREACH:
-            return NetCode::NetUnreachable;
-        case ENETRESET:
-            return NetCode::NetReset;
-        case ECONNABORTED:
-            return NetCode::ConnectionAborted;
-        case ECONNRESET:
-        case EPIPE:
-            return NetCode::ConnectionReset;
-        case ENOBUFS:
-        case ENOMEM:
-            return NetCode::NoBuffers;
-        case ENOTCONN:
-            return NetCode::NotConnected;
-        case ESHUTDOWN:
-            return NetCode::Shutdown;
-        case ETIMEDOUT:
-            return NetCode::TimedOut;
-        case ECONNREFUSED:
-            return NetCode::ConnectionRefused;
-        case EHOSTDOWN:
-            return NetCode::HostDown;
-        case EHOSTUNREACH:
-            return NetCode::HostUnreachable;
-        default:
-            return NetCode::Other;
+    if (error == 0) return NetCode::None;
+    for (const auto& row : kCodes) {
+        if (row.error == error) return row.code;
     }
+    return NetCode::Other;
 }
 
 NetError errorOf(int error) {
