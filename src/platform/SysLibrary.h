@@ -19,9 +19,14 @@ public:
     void close();
     bool isOpen() const { return handle_ != nullptr; }
 
-    // The address of an exported function, to be cast to its type; nullptr where there is none.
+    // The address of an exported function; nullptr where there is none.
     using Function = void (*)();
     Function function(const char* name) const;
+    // The same in the type that is wanted.
+    template <class Wanted>
+    void find(const char* name, Wanted*& out) const {
+        out = reinterpret_cast<Wanted*>(function(name));
+    }
 
 private:
     void* handle_ = nullptr;

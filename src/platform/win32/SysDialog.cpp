@@ -18,18 +18,6 @@ bool somebodyCanSee() {
            (flags.dwFlags & WSF_VISIBLE) != 0;
 }
 
-std::string toAnsi(std::string_view utf8) {
-    const std::wstring wide = widen(utf8);
-    const int length = static_cast<int>(wide.size());
-    const int size =
-        WideCharToMultiByte(CP_ACP, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string ansi(size > 0 ? static_cast<size_t>(size) : 0, '\0');
-    if (size > 0) {
-        WideCharToMultiByte(CP_ACP, 0, wide.data(), length, ansi.data(), size, nullptr, nullptr);
-    }
-    return ansi;
-}
-
 class MessageBoxDialog final : public SysDialog {
 public:
     void showError(const char* titleBytes, std::string_view text) override {

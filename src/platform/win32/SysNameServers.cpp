@@ -21,13 +21,6 @@ using GetParams = decltype(&GetNetworkParams);
 constexpr ULONG kLargestReply = 1 << 20;
 constexpr int kMaxServers = 256;
 
-std::string inSystemFolder(const wchar_t* name) {
-    wchar_t path[MAX_PATH + 1];
-    const UINT size = GetSystemDirectoryW(path, MAX_PATH);
-    if (size == 0 || size >= MAX_PATH) return {};
-    return narrow(std::wstring(path, size) + name);
-}
-
 // A text of the system, which need not be terminated.
 template <size_t size>
 std::string textOf(const char (&field)[size]) {
@@ -44,8 +37,8 @@ public:
             error = "Failed to load Iphlpapi.dll";
             return false;
         }
-        const auto getParams = reinterpret_cast<GetParams>(
-            reinterpret_cast<void*>(library.function("GetNetworkParams")));
+        GetParams getParams = nullptr;
+        library.find("GetNetworkParams", getParams);
         if (!getParams) {
             error = "Failed to find GetNetworkParams function in Iphlpapi.dll";
             return false;

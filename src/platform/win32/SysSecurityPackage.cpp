@@ -8,16 +8,12 @@
 #include <security.h>
 
 #include "platform/Replaceable.h"
+#include "platform/SysLibrary.h"
 #include "platform/SysWipe.h"
 #include "platform/win32/WidePath.h"
 
 namespace tv::plat {
 namespace {
-
-template <class Function>
-Function function(HMODULE library, const char* name) {
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
 
 // secur32, from the system folder and never unloaded.
 struct Secur32 {
@@ -31,18 +27,16 @@ struct Secur32 {
     bool usable = false;
 
     Secur32() {
-        wchar_t path[MAX_PATH + 16];  // and the name of the library
-        const UINT size = GetSystemDirectoryW(path, MAX_PATH);
-        if (size == 0 || size >= MAX_PATH) return;
-        const HMODULE library = LoadLibraryW((std::wstring(path, size) + L"\\secur32.dll").c_str());
-        if (!library) return;
-        queryPackage = function<decltype(queryPackage)>(library, "QuerySecurityPackageInfoW");
-        acquire = function<decltype(acquire)>(library, "AcquireCredentialsHandleW");
-        initialize = function<decltype(initialize)>(library, "InitializeSecurityContextW");
-        complete = function<decltype(complete)>(library, "CompleteAuthToken");
-        deleteContext = function<decltype(deleteContext)>(library, "DeleteSecurityContext");
-        freeCredentials = function<decltype(freeCredentials)>(library, "FreeCredentialsHandle");
-        freeBuffer = function<decltype(freeBuffer)>(library, "FreeContextBuffer");
+        auto& library = *new SysLibrary;
+        std::string reason;
+        if (!library.open(inSystemFolder(L"\\secur32.dll"), reason)) return;
+        library.find("QuerySecurityPackageInfoW", queryPackage);
+        library.find("AcquireCredentialsHandleW", acquire);
+        library.find("InitializeSecurityContextW", initialize);
+        library.find("CompleteAuthToken", complete);
+        library.find("DeleteSecurityContext", deleteContext);
+        library.find("FreeCredentialsHandle", freeCredentials);
+        library.find("FreeContextBuffer", freeBuffer);
         usable =
             queryPackage && acquire && initialize && deleteContext && freeCredentials && freeBuffer;
     }

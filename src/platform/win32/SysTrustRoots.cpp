@@ -13,6 +13,8 @@
 #include <string_view>
 
 #include "platform/Replaceable.h"
+#include "platform/SysLibrary.h"
+#include "platform/win32/WidePath.h"
 
 namespace tv::plat {
 namespace {
@@ -20,11 +22,6 @@ namespace {
 // Conditions under which Windows takes a root: distrusted from a date on or for usages, taken for
 // certificates issued before a date. Older headers have no names for them.
 constexpr DWORD kConditions[] = {104, 122, 126, 127};
-
-template <class Function>
-Function function(HMODULE library, const char* name) {
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
 
 // crypt32, from the system folder and never unloaded.
 struct Crypt32 {
@@ -43,23 +40,21 @@ struct Crypt32 {
     bool usable = false;
 
     Crypt32() {
-        wchar_t path[MAX_PATH + 16];  // and the name of the library
-        const UINT size = GetSystemDirectoryW(path, MAX_PATH);
-        if (size == 0 || size >= MAX_PATH) return;
-        const HMODULE library = LoadLibraryW((std::wstring(path, size) + L"\\crypt32.dll").c_str());
-        if (!library) return;
-        openStore = function<decltype(openStore)>(library, "CertOpenSystemStoreW");
-        closeStore = function<decltype(closeStore)>(library, "CertCloseStore");
-        next = function<decltype(next)>(library, "CertEnumCertificatesInStore");
-        createContext = function<decltype(createContext)>(library, "CertCreateCertificateContext");
-        freeContext = function<decltype(freeContext)>(library, "CertFreeCertificateContext");
-        openMemoryStore = function<decltype(openMemoryStore)>(library, "CertOpenStore");
-        add = function<decltype(add)>(library, "CertAddEncodedCertificateToStore");
-        buildChain = function<decltype(buildChain)>(library, "CertGetCertificateChain");
-        freeChain = function<decltype(freeChain)>(library, "CertFreeCertificateChain");
-        judgeChain = function<decltype(judgeChain)>(library, "CertVerifyCertificateChainPolicy");
-        usages = function<decltype(usages)>(library, "CertGetEnhancedKeyUsage");
-        property = function<decltype(property)>(library, "CertGetCertificateContextProperty");
+        auto& library = *new SysLibrary;
+        std::string reason;
+        if (!library.open(inSystemFolder(L"\\crypt32.dll"), reason)) return;
+        library.find("CertOpenSystemStoreW", openStore);
+        library.find("CertCloseStore", closeStore);
+        library.find("CertEnumCertificatesInStore", next);
+        library.find("CertCreateCertificateContext", createContext);
+        library.find("CertFreeCertificateContext", freeContext);
+        library.find("CertOpenStore", openMemoryStore);
+        library.find("CertAddEncodedCertificateToStore", add);
+        library.find("CertGetCertificateChain", buildChain);
+        library.find("CertFreeCertificateChain", freeChain);
+        library.find("CertVerifyCertificateChainPolicy", judgeChain);
+        library.find("CertGetEnhancedKeyUsage", usages);
+        library.find("CertGetCertificateContextProperty", property);
         usable = openStore && closeStore && next && createContext && freeContext &&
                  openMemoryStore && add && buildChain && freeChain && judgeChain && usages &&
                  property;

@@ -4,6 +4,20 @@
 #include <windows.h>
 
 namespace tv::plat {
+namespace {
+
+std::string toCodePage(UINT codePage, std::wstring_view wide) {
+    const int length = static_cast<int>(wide.size());
+    const int size =
+        WideCharToMultiByte(codePage, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
+    std::string bytes(size > 0 ? static_cast<size_t>(size) : 0, '\0');
+    if (size > 0) {
+        WideCharToMultiByte(codePage, 0, wide.data(), length, bytes.data(), size, nullptr, nullptr);
+    }
+    return bytes;
+}
+
+}  // namespace
 
 std::wstring widen(std::string_view utf8) {
     const int length = static_cast<int>(utf8.size());
@@ -30,14 +44,18 @@ std::wstring widePath(std::string_view utf8) {
 }
 
 std::string narrow(std::wstring_view wide) {
-    const int length = static_cast<int>(wide.size());
-    const int size =
-        WideCharToMultiByte(CP_UTF8, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string utf8(size > 0 ? static_cast<size_t>(size) : 0, '\0');
-    if (size > 0) {
-        WideCharToMultiByte(CP_UTF8, 0, wide.data(), length, utf8.data(), size, nullptr, nullptr);
-    }
-    return utf8;
+    return toCodePage(CP_UTF8, wide);
+}
+
+std::string toAnsi(std::string_view utf8) {
+    return toCodePage(CP_ACP, widen(utf8));
+}
+
+std::string inSystemFolder(const wchar_t* name) {
+    wchar_t path[MAX_PATH + 1];
+    const UINT size = GetSystemDirectoryW(path, MAX_PATH);
+    if (size == 0 || size >= MAX_PATH) return {};
+    return narrow(std::wstring(path, size) + name);
 }
 
 }  // namespace tv::plat
