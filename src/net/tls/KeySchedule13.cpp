@@ -7,23 +7,12 @@
 namespace tv::tls {
 namespace {
 
-// Derive-Secret with the transcript hash already computed.
-SecureBuffer derive(crypto::HashId hash, const SecureBuffer& secret, std::string_view label,
-                    std::span<const uint8_t> transcriptHash) {
-    return expandLabel(hash, secret.bytes(), label, transcriptHash, crypto::digestSize(hash));
-}
-
 SecureBuffer extract(crypto::HashId hash, std::span<const uint8_t> salt,
                      std::span<const uint8_t> secret) {
     const SecureBuffer zeros(crypto::digestSize(hash));
     const crypto::DigestBytes out =
         crypto::hkdfExtract(hash, salt, secret.empty() ? zeros.bytes() : secret);
     return SecureBuffer(out.bytes());
-}
-
-// The salt of the next stage.
-SecureBuffer derived(crypto::HashId hash, const SecureBuffer& secret) {
-    return derive(hash, secret, "derived", crypto::Hash::of(hash, {}));
 }
 
 }  // namespace
@@ -65,39 +54,52 @@ SecureBuffer ticketKey13(crypto::HashId hash, std::span<const uint8_t> resumptio
     return expandLabel(hash, resumptionSecret, "resumption", nonce, crypto::digestSize(hash));
 }
 
+SecureBuffer Stage13::derive(std::string_view label,
+                             std::span<const uint8_t> transcriptHash) const {
+    return expandLabel(hash_, secret_.bytes(), label, transcriptHash, crypto::digestSize(hash_));
+}
+
+SecureBuffer Stage13::derive(std::string_view label) const {
+    return derive(label, crypto::Hash::of(hash_, {}));
+}
+
+SecureBuffer Stage13::next(std::span<const uint8_t> input) const {
+    return extract(hash_, derive("derived").bytes(), input);
+}
+
 EarlyStage13::EarlyStage13(crypto::HashId hash, std::span<const uint8_t> psk)
-    : hash_(hash), secret_(extract(hash, {}, psk)) {}
+    : Stage13(hash, extract(hash, {}, psk)) {}
 
 SecureBuffer EarlyStage13::resumptionBinder() const {
-    return derive(hash_, secret_, "res binder", crypto::Hash::of(hash_, {}));
+    return derive("res binder");
 }
 
 HandshakeStage13 EarlyStage13::handshake(std::span<const uint8_t> shared) const {
-    return {hash_, extract(hash_, derived(hash_, secret_).bytes(), shared)};
+    return {hash_, next(shared)};
 }
 
 SecureBuffer HandshakeStage13::clientTraffic(std::span<const uint8_t> transcriptHash) const {
-    return derive(hash_, secret_, "c hs traffic", transcriptHash);
+    return derive("c hs traffic", transcriptHash);
 }
 
 SecureBuffer HandshakeStage13::serverTraffic(std::span<const uint8_t> transcriptHash) const {
-    return derive(hash_, secret_, "s hs traffic", transcriptHash);
+    return derive("s hs traffic", transcriptHash);
 }
 
 MasterStage13 HandshakeStage13::master() const {
-    return {hash_, extract(hash_, derived(hash_, secret_).bytes(), {})};
+    return {hash_, next({})};
 }
 
 SecureBuffer MasterStage13::clientTraffic(std::span<const uint8_t> transcriptHash) const {
-    return derive(hash_, secret_, "c ap traffic", transcriptHash);
+    return derive("c ap traffic", transcriptHash);
 }
 
 SecureBuffer MasterStage13::serverTraffic(std::span<const uint8_t> transcriptHash) const {
-    return derive(hash_, secret_, "s ap traffic", transcriptHash);
+    return derive("s ap traffic", transcriptHash);
 }
 
 SecureBuffer MasterStage13::resumption(std::span<const uint8_t> transcriptHash) const {
-    return derive(hash_, secret_, "res master", transcriptHash);
+    return derive("res master", transcriptHash);
 }
 
 }  // namespace tv::tls

@@ -27,7 +27,22 @@ std::vector<uint8_t> finishedMac13(crypto::HashId hash, std::span<const uint8_t>
 SecureBuffer ticketKey13(crypto::HashId hash, std::span<const uint8_t> resumptionSecret,
                          std::span<const uint8_t> nonce);
 
-class MasterStage13 {
+// A secret of the schedule and what is made of it.
+class Stage13 {
+protected:
+    Stage13(crypto::HashId hash, SecureBuffer secret) : hash_(hash), secret_(std::move(secret)) {}
+    // Derive-Secret with the transcript hash already computed.
+    SecureBuffer derive(std::string_view label, std::span<const uint8_t> transcriptHash) const;
+    // The same for no messages at all.
+    SecureBuffer derive(std::string_view label) const;
+    // The secret of the next stage; input is empty where nothing new goes in.
+    SecureBuffer next(std::span<const uint8_t> input) const;
+
+    crypto::HashId hash_;
+    SecureBuffer secret_;
+};
+
+class MasterStage13 : Stage13 {
 public:
     // transcriptHash: through the server's Finished.
     SecureBuffer clientTraffic(std::span<const uint8_t> transcriptHash) const;
@@ -37,14 +52,10 @@ public:
 
 private:
     friend class HandshakeStage13;
-    MasterStage13(crypto::HashId hash, SecureBuffer secret)
-        : hash_(hash), secret_(std::move(secret)) {}
-
-    crypto::HashId hash_;
-    SecureBuffer secret_;
+    MasterStage13(crypto::HashId hash, SecureBuffer secret) : Stage13(hash, std::move(secret)) {}
 };
 
-class HandshakeStage13 {
+class HandshakeStage13 : Stage13 {
 public:
     // transcriptHash: through the ServerHello.
     SecureBuffer clientTraffic(std::span<const uint8_t> transcriptHash) const;
@@ -53,14 +64,10 @@ public:
 
 private:
     friend class EarlyStage13;
-    HandshakeStage13(crypto::HashId hash, SecureBuffer secret)
-        : hash_(hash), secret_(std::move(secret)) {}
-
-    crypto::HashId hash_;
-    SecureBuffer secret_;
+    HandshakeStage13(crypto::HashId hash, SecureBuffer secret) : Stage13(hash, std::move(secret)) {}
 };
 
-class EarlyStage13 {
+class EarlyStage13 : Stage13 {
 public:
     // psk is empty where none is used.
     EarlyStage13(crypto::HashId hash, std::span<const uint8_t> psk);
@@ -68,10 +75,6 @@ public:
     SecureBuffer resumptionBinder() const;
     // shared is empty where only a pre-shared key is used.
     HandshakeStage13 handshake(std::span<const uint8_t> shared) const;
-
-private:
-    crypto::HashId hash_;
-    SecureBuffer secret_;
 };
 
 }  // namespace tv::tls
