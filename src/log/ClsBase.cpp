@@ -2,10 +2,16 @@
 // ending an operation.
 #include "log/ClsBase.h"
 
-#include <bit>
 #include <string>
 
 namespace tv {
+namespace {
+
+// Every machine we build for is little-endian.
+constexpr std::string_view kArchitecture =
+    sizeof(void*) == 8 ? "Little Endian; 64-bit" : "Little Endian; 32-bit";
+
+}  // namespace
 
 XString ClsBase::lastErrorText() {
     const std::lock_guard guard(lock_);
@@ -36,15 +42,13 @@ void ClsBase::setUncommonOptions(const XString& options) {
 
 ClsBase::Operation::Operation(ClsBase& object, std::string_view name)
     : guard_(object.lock_), object_(object) {
-    constexpr bool kLittle = std::endian::native == std::endian::little;
     LogBase& log = object_.log_;
     log.setVerbose(object_.verbose_);
     log.clearLog();
     log.enterContext(name, 1);
     log.logData("DllDate", "Mar 29 2024");
     log.logData("TolvaneVersion", "9.5.0.98");
-    log.logData("Architecture", std::string(kLittle ? "Little Endian; " : "Big Endian; ") +
-                                    std::to_string(8 * sizeof(void*)) + "-bit");
+    log.logData("Architecture", kArchitecture);
     log.logData("Language", "C");
     log.logDataLong("VerboseLogging", object_.verbose_);
 }

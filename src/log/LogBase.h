@@ -16,7 +16,7 @@ namespace tv {
 class LogBase {
 public:
     virtual ~LogBase() = default;
-    // A text entry of the neutral kind "X".
+    // A text that is neither an error nor information.
     virtual bool logText(std::string_view text) = 0;
     // Information that only a verbose log keeps.
     virtual bool logVerbose(std::string_view text) = 0;

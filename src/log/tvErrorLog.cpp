@@ -1,77 +1,91 @@
-// The tree grows at its last branch; the text is two blanks to a level, each context closed by its
-// name.
+// Two blanks to a level, each context closed by its name.
 #include "log/tvErrorLog.h"
 
 namespace tv {
+namespace {
 
-void tvErrorLog::restart(std::string_view rootName) {
-    root_ = {EntryKind::Context, std::string(rootName), {}, 0, false, {}};
-    openDepth_ = 0;
+constexpr std::string_view kRootName = "TolvaneLog";
+constexpr std::string_view kLineEnd = "\r\n";
+constexpr std::string_view kEndMark = "--";
+constexpr size_t kLongestElapsed = std::string_view("(4294967295ms)").size();
+
+// Of what stands in a context at this index, or in the root.
+constexpr size_t indentBelow(size_t contexts) {
+    return 2 * (contexts + 1);
 }
 
-tvErrorLog::Entry& tvErrorLog::current() {
-    Entry* entry = &root_;
-    for (size_t i = 0; i < openDepth_; ++i) {
-        entry = &entry->children.back();
-    }
-    return *entry;
+}  // namespace
+
+void tvErrorLog::restart() {
+    text_.clear();
+    open_.clear();
+    endSizes_ = 0;
+    nameless_ = 0;
 }
 
-void tvErrorLog::addText(EntryKind kind, std::string_view text) {
-    if (!text.empty()) {
-        current().children.push_back({kind, {}, std::string(text), 0, false, {}});
-    }
+void tvErrorLog::addText(std::string_view text) {
+    if (!text.empty()) addLine(text, {}, {});
 }
 
 void tvErrorLog::addData(std::string_view name, std::string_view value) {
-    if (!name.empty() && !value.empty()) {
-        current().children.push_back(
-            {EntryKind::Data, std::string(name), std::string(value), 0, false, {}});
-    }
+    if (!name.empty() && !value.empty()) addLine(name, ": ", value);
+}
+
+void tvErrorLog::addLine(std::string_view name, std::string_view separator,
+                         std::string_view value) {
+    if (nameless_ > 0) return;
+    const size_t indent = indentBelow(open_.size());
+    makeRoom(indent + name.size() + separator.size() + value.size() + kLineEnd.size());
+    text_.append(indent, ' ').append(name).append(separator).append(value).append(kLineEnd);
 }
 
 void tvErrorLog::openContext(std::string_view name) {
-    current().children.push_back({EntryKind::Context, std::string(name), {}, 0, false, {}});
-    ++openDepth_;
+    if (name.empty() || nameless_ > 0) {
+        ++nameless_;
+        return;
+    }
+    const size_t indent = indentBelow(open_.size());
+    const size_t lineSize = indent + kEndMark.size() + name.size() + kLineEnd.size();
+    const size_t endSize = lineSize + kLongestElapsed;
+    makeRoom(lineSize + endSize);
+    open_.push_back({text_.size() + indent, name.size(), endSize});
+    text_.append(indent, ' ').append(name).append(":").append(kLineEnd);
+    endSizes_ += endSize;
+}
+
+void tvErrorLog::makeRoom(size_t size) {
+    text_.reserve(text_.size() + size + endSizes_);
 }
 
 void tvErrorLog::closeContext(uint32_t elapsedMs, bool showElapsed) {
-    if (openDepth_ == 0) return;
-    Entry& context = current();
-    context.elapsedMs = elapsedMs;
-    context.showElapsed = showElapsed;
-    --openDepth_;
+    if (nameless_ > 0) {
+        --nameless_;
+        return;
+    }
+    if (open_.empty()) return;
+    const Context& context = open_.back();
+    appendEnd(open_.size() - 1, text_);
+    if (elapsedMs != 0 && showElapsed) {
+        text_.insert(context.nameAt + context.nameSize, '(' + std::to_string(elapsedMs) + "ms)");
+    }
+    endSizes_ -= context.endSize;
+    open_.pop_back();
 }
 
 void tvErrorLog::render(std::string& out) const {
-    out.clear();
-    renderEntry(root_, 0, out);
+    out = kRootName;
+    out += ":\r\n";
+    out += text_;
+    for (size_t i = open_.size(); i > 0; --i) {
+        appendEnd(i - 1, out);
+    }
+    out.append(kEndMark).append(kRootName).append(kLineEnd);
 }
 
-void tvErrorLog::renderEntry(const Entry& entry, size_t depth, std::string& out) {
-    const std::string indent(2 * depth, ' ');
-    switch (entry.kind) {
-        case EntryKind::Context:
-            if (entry.name.empty()) return;
-            out += indent + entry.name;
-            if (entry.elapsedMs != 0 && entry.showElapsed) {
-                out += '(' + std::to_string(entry.elapsedMs) + "ms)";
-            }
-            out += ":\r\n";
-            for (const Entry& child : entry.children) {
-                renderEntry(child, depth + 1, out);
-            }
-            out += indent + "--" + entry.name + "\r\n";
-            return;
-        case EntryKind::Data:
-            out += indent + entry.name + ": " + entry.text + "\r\n";
-            return;
-        case EntryKind::Error:
-        case EntryKind::Information:
-        case EntryKind::Text:
-            out += indent + entry.text + "\r\n";
-            return;
-    }
+void tvErrorLog::appendEnd(size_t index, std::string& out) const {
+    const Context& context = open_[index];
+    out.append(indentBelow(index), ' ').append(kEndMark);
+    out.append(text_, context.nameAt, context.nameSize).append(kLineEnd);
 }
 
 }  // namespace tv

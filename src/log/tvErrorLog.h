@@ -1,49 +1,45 @@
-// The tree of log entries and its text form.
+// The entries of a log, kept as the text that they become: it grows at its end, and what is open is
+// known by where its name stands.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tv {
 
-enum class EntryKind : char {
-    Error = 'E',
-    Information = 'I',
-    Text = 'X',
-    Data = 'T',
-    Context = 'C'
-};
-
+// An entry for which there is no memory throws and leaves all as it was; closing needs none.
 class tvErrorLog {
 public:
-    // Drops everything and opens the root context.
-    void restart(std::string_view rootName);
-    // Nothing is added for an empty text, name or value.
-    void addText(EntryKind kind, std::string_view text);
+    // Drops everything but the memory it took; the root context is open.
+    void restart();
+    // Nothing is added for an empty text, name or value, nor inside a context without a name.
+    void addText(std::string_view text);
     void addData(std::string_view name, std::string_view value);
     void openContext(std::string_view name);
     // Closes the innermost open context with its elapsed time; the root stays open.
     void closeContext(uint32_t elapsedMs, bool showElapsed);
+    // The whole text, with what is open shown as closed.
     void render(std::string& out) const;
 
 private:
-    struct Entry {
-        EntryKind kind;
-        std::string name;
-        std::string text;
-        uint32_t elapsedMs = 0;
-        bool showElapsed = false;
-        std::vector<Entry> children;
+    struct Context {
+        size_t nameAt;  // in text_
+        size_t nameSize;
+        size_t endSize;  // what its last line and its elapsed time take at most
     };
 
-    Entry& current();
-    static void renderEntry(const Entry& entry, size_t depth, std::string& out);
+    void addLine(std::string_view name, std::string_view separator, std::string_view value);
+    // For a line of this size, and behind it the ends of all that is open.
+    void makeRoom(size_t size);
+    void appendEnd(size_t index, std::string& out) const;
 
-    Entry root_{EntryKind::Context, {}, {}, 0, false, {}};
-    size_t openDepth_ = 0;  // open contexts below the root: each is the last child of the one above
+    std::string text_;           // below the root
+    std::vector<Context> open_;  // below the root, outermost first
+    size_t endSizes_ = 0;        // of all that are open
+    size_t nameless_ = 0;        // open contexts from the first without a name on
 };
 
 }  // namespace tv

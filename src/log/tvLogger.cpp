@@ -1,4 +1,4 @@
-// One entry to the tree and one line to the debug file, each of which may fail alone.
+// One entry to the account and one line to the debug file, each of which may fail alone.
 #include "log/tvLogger.h"
 
 #include <new>
@@ -10,7 +10,6 @@
 namespace tv {
 namespace {
 
-constexpr std::string_view kRootTag = "TolvaneLog";
 constexpr std::string_view kSecret = "{PasswordOrCredentials}";
 
 // Logging never fails its caller: an entry for which there is no memory is dropped. False if so.
@@ -30,28 +29,28 @@ _tvLogger::_tvLogger() {
     clearLog();
 }
 
-bool _tvLogger::addText(EntryKind kind, std::string_view text) {
+bool _tvLogger::addText(std::string_view text) {
     if (null_) return true;
     const std::lock_guard guard(lock_);
-    done([&] { errorLog_.addText(kind, text); });
-    done([&] { writeDebugLine(depth_, text, "\n"); });
+    done([&] { errorLog_.addText(text); });
+    done([&] { writeDebugLine(depth_, {text, "\n"}); });
     return true;
 }
 
 bool _tvLogger::logText(std::string_view text) {
-    return addText(EntryKind::Text, text);
+    return addText(text);
 }
 
 bool _tvLogger::logVerbose(std::string_view text) {
-    return !verbose_ || addText(EntryKind::Information, text);
+    return !verbose_ || addText(text);
 }
 
 bool _tvLogger::logError(std::string_view text) {
-    return addText(EntryKind::Error, text);
+    return addText(text);
 }
 
 bool _tvLogger::logInfo(std::string_view text) {
-    return addText(EntryKind::Information, text);
+    return addText(text);
 }
 
 void _tvLogger::getText(std::string& out) {
@@ -63,7 +62,7 @@ bool _tvLogger::logData(std::string_view name, std::string_view value) {
     if (null_) return true;
     const std::lock_guard guard(lock_);
     done([&] { errorLog_.addData(name, value); });
-    done([&] { writeDebugLine(depth_, std::string(name).append(": ").append(value), "\r\n"); });
+    done([&] { writeDebugLine(depth_, {name, ": ", value, "\r\n"}); });
     return true;
 }
 
@@ -82,7 +81,7 @@ bool _tvLogger::logDataHex(std::string_view name, std::span<const uint8_t> bytes
 
 void _tvLogger::clearLog() {
     const std::lock_guard guard(lock_);
-    errorLog_.restart(kRootTag);
+    errorLog_.restart();
     open_.clear();
     dropped_ = 0;
     depth_ = 0;
@@ -99,7 +98,7 @@ bool _tvLogger::enterContext(std::string_view name, int show) {
     // Its leaving comes all the same and must not close another context.
     if (!opened) ++dropped_;
     const int depth = depth_++;
-    done([&] { writeDebugLine(depth, std::string(name) + ":", "\n"); });
+    done([&] { writeDebugLine(depth, {name, ":\n"}); });
     return true;
 }
 
@@ -109,10 +108,11 @@ bool _tvLogger::leaveContext() {
     if (depth_ > 0) --depth_;
     const uint32_t elapsedMs = closeContext();
     done([&] {
-        writeDebugLine(depth_,
-                       elapsedMs != 0 ? "(leaveContext " + std::to_string(elapsedMs) + "ms)"
-                                      : std::string("(leaveContext)"),
-                       "\n");
+        if (elapsedMs != 0) {
+            writeDebugLine(depth_, {"(leaveContext ", std::to_string(elapsedMs), "ms)\n"});
+        } else {
+            writeDebugLine(depth_, {"(leaveContext)\n"});
+        }
     });
     return true;
 }
@@ -141,11 +141,12 @@ void _tvLogger::setDebugLogPath(std::string_view utf8Path) {
     debugLogPath_ = utf8Path;
 }
 
-void _tvLogger::writeDebugLine(int depth, std::string_view line, std::string_view lineEnd) const {
+void _tvLogger::writeDebugLine(int depth, std::initializer_list<std::string_view> parts) const {
     if (debugLogPath_.empty()) return;
     std::string text(4 * static_cast<size_t>(depth), ' ');  // four blanks to a level, in the file
-    text += line;
-    text += lineEnd;
+    for (const std::string_view part : parts) {
+        text += part;
+    }
     plat::SysFile file;
     if (file.openAppend(debugLogPath_)) {
         file.write(text.data(), text.size());

@@ -1,6 +1,7 @@
-// The real log: entries in a tree and, where a path is set, line by line in a debug file.
+// The real log: entries of an account and, where a path is set, line by line in a debug file.
 #pragma once
 
+#include <initializer_list>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -41,10 +42,11 @@ private:
         bool show;
     };
 
-    bool addText(EntryKind kind, std::string_view text);
+    bool addText(std::string_view text);
     uint32_t closeContext();
-    // Opens and closes the file, so that the line is there before the call returns.
-    void writeDebugLine(int depth, std::string_view line, std::string_view lineEnd) const;
+    // The parts with their line end are one line. Opens and closes the file, so that it is there
+    // before the call returns.
+    void writeDebugLine(int depth, std::initializer_list<std::string_view> parts) const;
 
     // One thread may read the text while another is still writing entries.
     mutable std::recursive_mutex lock_;

@@ -142,6 +142,22 @@ TEST(Log, ShowsElapsedTimeOnlyWhenVerboseAndNotZero) {
     }
 }
 
+TEST(Log, ElapsedTimesStandWithTheirOwnContexts) {
+    test::FakeClock clock;
+    _tvLogger log;
+    log.setVerbose(true);
+    for (const char* name : {"outer", "inner"}) {
+        log.enterContext(name, 1);
+        clock.advanceMs(5);
+    }
+    log.leaveContext();
+    log.logInfo("between");
+    log.leaveContext();
+    log.logInfo("behind");
+    EXPECT_EQ(entriesOf(log),
+              "  outer(10ms):\n    inner(5ms):\n    --inner\n    between\n  --outer\n  behind\n");
+}
+
 TEST(Log, VerboseEntriesNeedAVerboseLog) {
     _tvLogger log;
     log.logVerbose("hidden");
