@@ -8,11 +8,11 @@ namespace tv {
 
 bool isAscii(std::string_view text) {
     uint64_t high = 0;
+    uint64_t words[4];
     size_t i = 0;
-    for (; i + sizeof high <= text.size(); i += sizeof high) {
-        uint64_t word;
-        std::memcpy(&word, text.data() + i, sizeof word);
-        high |= word;
+    for (; i + sizeof words <= text.size(); i += sizeof words) {
+        std::memcpy(words, text.data() + i, sizeof words);
+        high |= words[0] | words[1] | words[2] | words[3];
     }
     for (; i < text.size(); ++i) {
         high |= static_cast<uint8_t>(text[i]);

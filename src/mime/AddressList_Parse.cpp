@@ -22,7 +22,8 @@ constexpr bool isControl(char c) {
 
 // What stands in an address only between quotes or as its own punctuation (RFC 5322 section 3.2.3).
 constexpr bool isSpecial(char c) {
-    return isControl(c) || std::string_view(" ()<>@,;:\\\"[]").find(c) != kNone;
+    return !isAsciiAlnum(c) &&
+           (isControl(c) || std::string_view(" ()<>@,;:\\\"[]").find(c) != kNone);
 }
 
 // The end of what opens at from, on the same line; escaped characters open and close nothing.
@@ -121,6 +122,7 @@ bool hasInvisible(std::string_view text) {
 
 // Texts that were copied from somewhere bring them along at their ends.
 std::string_view withoutInvisibleAround(std::string_view text) {
+    if (isAscii(text)) return trimmed(text);
     size_t before;
     do {
         before = text.size();

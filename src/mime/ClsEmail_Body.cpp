@@ -25,7 +25,7 @@ bool ClsEmail::setHtmlBody(LogBase& log, Email2& root, std::string_view utf8) {
     // The renderer does the same for what is shorter than this and still too long for mail.
     constexpr size_t kLongLine = 2000;
     Email2* body = root.findBody("text/html");
-    if (body && body->transferEncoding() == "7bit" && longestLine(utf8) >= kLongLine) {
+    if (body && body->transferEncoding() == "7bit" && hasLongerLine(utf8, kLongLine - 1)) {
         log.logInfo(
             "Using quoted-printable because the longest HTML line length is 2000 chars or more.");
         body->setTransferEncoding("quoted-printable");

@@ -6,17 +6,18 @@
 namespace tv {
 
 std::string Email2::getSmtpReversePath(LogBase& log) const {
-    const struct {
+    constexpr struct {
         std::string_view source;
-        std::string address;
-    } sources[] = {
-        {"fromTvxBounceAddr", firstAddress(header_.get("TVX-Bounce-Address"))},
-        {"fromReturnPath", firstAddress(header_.get("return-path"))},
-        {"fromAddr822", from_.address()},
-        {"fromMimeHeader", firstAddress(header_.get("from"))},
-        {"fromReplyTo", firstAddress(header_.get("reply-to"))},
+        std::string_view field;  // none: the sender's own record
+    } kSources[] = {
+        {"fromTvxBounceAddr", "TVX-Bounce-Address"},
+        {"fromReturnPath", "return-path"},
+        {"fromAddr822", {}},
+        {"fromMimeHeader", "from"},
+        {"fromReplyTo", "reply-to"},
     };
-    for (const auto& [source, address] : sources) {
+    for (const auto& [source, field] : kSources) {
+        std::string address = field.empty() ? from_.address() : firstAddress(header_.get(field));
         if (address.empty()) continue;
         log.logDataVerbose(source, address);
         return address;

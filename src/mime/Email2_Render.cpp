@@ -73,7 +73,7 @@ Email2::Leaf Email2::prepareLeaf(LogBase& log, const RenderOptions& options) con
     const bool coded = equalsIgnoreCase(leaf.encoding, kBase64) ||
                        equalsIgnoreCase(leaf.encoding, kQuotedPrintable);
     // RFC 5322 section 2.1.1; there are servers that bounce a longer line, and such that cut it.
-    if (!coded && longestLine(leaf.text()) > kLongestMailLine) leaf.encoding = kQuotedPrintable;
+    if (!coded && hasLongerLine(leaf.text(), kLongestMailLine)) leaf.encoding = kQuotedPrintable;
     return leaf;
 }
 

@@ -193,6 +193,9 @@ void appendHeaderText(std::string_view utf8, uint32_t codePage, size_t column, s
 }
 
 std::string onOneLine(std::string_view text) {
+    const bool isOne = std::none_of(text.begin(), text.end(),
+                                    [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+    if (isOne) return std::string(text);
     std::string out;
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {

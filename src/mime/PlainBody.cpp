@@ -1,4 +1,4 @@
-// Line ends made CR LF on the way, and the longest line, which decides whether a body may go plain.
+// Line ends made CR LF on the way, and the search for a line too long for a body to go plain.
 #include "mime/PlainBody.h"
 
 #include <algorithm>
@@ -56,16 +56,13 @@ bool writePlainBody(std::string_view text, bool repairLineEnds, bool dotStuffing
     return out.write(text.substr(written));
 }
 
-size_t longestLine(std::string_view text) {
-    size_t longest = 0;
-    size_t start = 0;
-    LineEnds ends(text);
-    while (start <= text.size()) {
-        const size_t end = ends.next(start);
-        longest = std::max(longest, end - start);
-        start = end + 1;
+bool hasLongerLine(std::string_view text, size_t size) {
+    while (text.size() > size) {
+        const size_t lastEnd = text.substr(0, size + 1).find_last_of("\r\n");
+        if (lastEnd == std::string_view::npos) return true;
+        text.remove_prefix(lastEnd + 1);
     }
-    return longest;
+    return false;
 }
 
 }  // namespace tv

@@ -12,7 +12,7 @@ namespace tv {
 bool writePlainBody(std::string_view text, bool repairLineEnds, bool dotStuffing,
                     OutputStream& out);
 
-// The number of bytes of the longest line, without its line end.
-size_t longestLine(std::string_view text);
+// True if a line has more bytes than that, without its line end.
+bool hasLongerLine(std::string_view text, size_t size);
 
 }  // namespace tv

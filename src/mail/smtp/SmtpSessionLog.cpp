@@ -1,6 +1,8 @@
 // Line ends of the transcript, and whether its last lines refuse.
 #include "mail/smtp/SmtpSessionLog.h"
 
+#include <algorithm>
+
 namespace tv {
 
 void SmtpSessionLog::clear() {
@@ -31,9 +33,10 @@ void SmtpSessionLog::addRemark(std::string_view word, std::string_view reason) {
 
 void SmtpSessionLog::addLine(std::string_view line, std::string_view lineEnd) {
     endsInRefusal_ = false;
-    for (const char c : line) {
-        if (c != '\0') text_ += c;  // the host reads the transcript as a zero-terminated string
-    }
+    const auto before = static_cast<std::ptrdiff_t>(text_.size());
+    text_ += line;
+    // The host reads the transcript as a zero-terminated string.
+    text_.erase(std::remove(text_.begin() + before, text_.end(), '\0'), text_.end());
     text_ += lineEnd;
 }
 
