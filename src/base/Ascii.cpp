@@ -7,12 +7,18 @@
 namespace tv {
 
 bool isAscii(std::string_view text) {
+    const auto word = [text](size_t at) {
+        uint64_t bytes;
+        std::memcpy(&bytes, text.data() + at, sizeof bytes);
+        return bytes;
+    };
     uint64_t high = 0;
-    uint64_t words[4];
     size_t i = 0;
-    for (; i + sizeof words <= text.size(); i += sizeof words) {
-        std::memcpy(words, text.data() + i, sizeof words);
-        high |= words[0] | words[1] | words[2] | words[3];
+    for (; i + 32 <= text.size(); i += 32) {
+        high |= word(i) | word(i + 8) | word(i + 16) | word(i + 24);
+    }
+    for (; i + 8 <= text.size(); i += 8) {
+        high |= word(i);
     }
     for (; i < text.size(); ++i) {
         high |= static_cast<uint8_t>(text[i]);

@@ -1,24 +1,38 @@
 // The date of a message header out of a civil time; the words are English in every locale.
 #include "base/DateTime.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
 
 namespace tv {
+namespace {
+
+void append(std::string_view before, int number, size_t leastDigits, std::string& out) {
+    const std::string digits = std::to_string(number);
+    out += before;
+    out.append(leastDigits - std::min(leastDigits, digits.size()), '0');
+    out += digits;
+}
+
+}  // namespace
 
 std::string mailDate(const plat::CivilTime& time) {
-    static constexpr char kDays[] = "SunMonTueWedThuFriSat";
-    static constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    constexpr std::string_view kDays = "SunMonTueWedThuFriSat";
+    constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
     const size_t day = static_cast<unsigned>(time.weekday) % 7;
     const size_t month = static_cast<unsigned>(time.month - 1) % 12;
     const int offset = std::abs(time.utcOffsetMinutes);
-    // A date takes 31 characters. The rest is for fields as wide as an int, so that no value from
-    // the system's clock can be cut off.
-    char text[96];
-    std::snprintf(text, sizeof text, "%.3s, %02d %.3s %04d %02d:%02d:%02d %c%02d%02d",
-                  kDays + 3 * day, time.day, kMonths + 3 * month, time.year, time.hour, time.minute,
-                  time.second, time.utcOffsetMinutes < 0 ? '-' : '+', offset / 60, offset % 60);
-    return text;
+    std::string out(kDays.substr(3 * day, 3));
+    append(", ", time.day, 2, out);
+    out += ' ';
+    out += kMonths.substr(3 * month, 3);
+    append(" ", time.year, 4, out);
+    append(" ", time.hour, 2, out);
+    append(":", time.minute, 2, out);
+    append(":", time.second, 2, out);
+    append(time.utcOffsetMinutes < 0 ? " -" : " +", offset / 60, 2, out);
+    append("", offset % 60, 2, out);
+    return out;
 }
 
 }  // namespace tv

@@ -179,7 +179,12 @@ bool needsEncoding(std::string_view text) {
 }
 
 void appendHeaderText(std::string_view utf8, uint32_t codePage, size_t column, std::string& out) {
-    if (!needsEncoding(utf8) && foldsIntoLines(utf8, column)) {
+    const bool plain = !needsEncoding(utf8);
+    if (plain && column + utf8.size() <= kHeaderLine) {
+        out += utf8;
+        return;
+    }
+    if (plain && foldsIntoLines(utf8, column)) {
         appendFolded(utf8, column, out);
         return;
     }

@@ -80,7 +80,7 @@ void MimeHeader::writeField(LogBase& log, const Field& field, uint32_t codePage,
         out += formatAddressList(list, codePage, form);
         if (!list.empty()) return;
     }
-    if (!needsEncoding(value)) log.logVerbose("Does not need encoding...");
+    if (log.isVerbose() && !needsEncoding(value)) log.logVerbose("Does not need encoding...");
     appendHeaderText(value, codePage, field.name.size() + 2, out);
 }
 

@@ -36,22 +36,17 @@ bool writePlainBody(std::string_view text, bool repairLineEnds, bool dotStuffing
     };
     bool lineStart = true;
     LineEnds ends(text);
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (!lineStart && c != '\r' && c != '\n') {
-            i = ends.next(i) - 1;
-            continue;
+    for (size_t i = 0; i < text.size();) {
+        if (lineStart && dotStuffing && text[i] == '.' && !writeUpTo(i, ".")) return false;
+        i = ends.next(i);
+        if (i == text.size()) break;
+        const bool isPair = text.substr(i).starts_with("\r\n");
+        lineStart = repairLineEnds || isPair || text[i] == '\n';
+        if (repairLineEnds && !isPair) {
+            if (!writeUpTo(i, "\r\n")) return false;
+            written = i + 1;
         }
-        if (lineStart && dotStuffing && c == '.' && !writeUpTo(i, ".")) return false;
-        lineStart = c == '\n';
-        if (!repairLineEnds || (c != '\r' && c != '\n')) continue;
-        lineStart = true;
-        if (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n') {
-            ++i;
-            continue;
-        }
-        if (!writeUpTo(i, "\r\n")) return false;
-        written = i + 1;
+        i += isPair ? 2 : 1;
     }
     return out.write(text.substr(written));
 }
