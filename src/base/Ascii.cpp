@@ -65,6 +65,7 @@ std::string_view trimmed(std::string_view text) {
 
 std::string replaceAll(std::string_view text, std::string_view wanted, std::string_view by) {
     std::string out;
+    out.reserve(text.size());
     size_t from = 0;
     for (;;) {
         const size_t at = wanted.empty() ? std::string_view::npos : text.find(wanted, from);

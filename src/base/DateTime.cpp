@@ -22,7 +22,9 @@ std::string mailDate(const plat::CivilTime& time) {
     const size_t day = static_cast<unsigned>(time.weekday) % 7;
     const size_t month = static_cast<unsigned>(time.month - 1) % 12;
     const int offset = std::abs(time.utcOffsetMinutes);
-    std::string out(kDays.substr(3 * day, 3));
+    std::string out;
+    out.reserve(31);  // what a date takes in a year of four digits
+    out += kDays.substr(3 * day, 3);
     append(", ", time.day, 2, out);
     out += ' ';
     out += kMonths.substr(3 * month, 3);

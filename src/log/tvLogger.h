@@ -49,7 +49,7 @@ private:
     void writeDebugLine(int depth, std::initializer_list<std::string_view> parts) const;
 
     // One thread may read the text while another is still writing entries.
-    mutable std::recursive_mutex lock_;
+    std::mutex lock_;
     tvErrorLog errorLog_;
     std::vector<OpenContext> open_;
     int dropped_ = 0;  // contexts that there was no memory to open

@@ -302,7 +302,9 @@ std::vector<_tvEmailAddress> parseMailboxes(std::string_view text) {
 std::vector<_tvEmailAddress> parseMailboxes(std::string_view text,
                                             std::vector<std::string_view>& leftOut) {
     leftOut.clear();
-    return MailboxReader(withoutSeparatorsAround(text), leftOut).read();
+    text = withoutSeparatorsAround(text);
+    if (text.empty()) return {};
+    return MailboxReader(text, leftOut).read();
 }
 
 std::string firstAddress(std::string_view text) {

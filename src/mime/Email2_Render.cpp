@@ -128,8 +128,7 @@ void Email2::writeHeaderField(LogBase& log, const MimeHeader::Field& field, cons
     const auto is = [&](std::string_view name) { return equalsIgnoreCase(field.name, name); };
     const uint32_t page = common_->codePage;
     const auto write = [&](std::string_view value) {
-        out += field.name + ": ";
-        out += value;
+        out.append(field.name).append(": ").append(value);
     };
     if (is("Content-Type")) {
         const _tvContentType& type = leaf ? leaf->type : contentType_;

@@ -217,6 +217,7 @@ std::string onOneLine(std::string_view text) {
 
 std::string withoutControls(std::string_view text) {
     std::string out(text);
+    if (std::none_of(text.begin(), text.end(), isControl)) return out;
     std::replace(out.begin(), out.end(), '\t', ' ');
     std::erase_if(out, isControl);
     return out;

@@ -53,9 +53,12 @@ bool writePlainBody(std::string_view text, bool repairLineEnds, bool dotStuffing
 
 bool hasLongerLine(std::string_view text, size_t size) {
     while (text.size() > size) {
-        const size_t lastEnd = text.substr(0, size + 1).find_last_of("\r\n");
-        if (lastEnd == std::string_view::npos) return true;
-        text.remove_prefix(lastEnd + 1);
+        size_t next = size + 1;  // behind the last line end that comes in time
+        while (next > 0 && text[next - 1] != '\r' && text[next - 1] != '\n') {
+            --next;
+        }
+        if (next == 0) return true;
+        text.remove_prefix(next);
     }
     return false;
 }

@@ -19,7 +19,7 @@ void _tvEmailAddress::setName(std::string_view name) {
 void _tvEmailAddress::setAddress(std::string_view address) {
     address_ = trimmed(withoutControls(address));
     const size_t at = address_.rfind('@');
-    if (at == std::string::npos) return;
+    if (at == std::string::npos || isAscii(address_)) return;
     std::string domain;
     if (domainToAscii(std::string_view(address_).substr(at + 1), domain)) {
         address_.replace(at + 1, std::string::npos, domain);

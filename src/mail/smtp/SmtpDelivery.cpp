@@ -150,6 +150,7 @@ Failure SmtpDelivery::deliverTo(std::vector<std::string> waiting, bool utf8) {
 // A server that is told of a mailbox twice in one transaction gives it one message; in two it would
 // give it two.
 std::vector<std::string> SmtpDelivery::withoutServed(std::vector<std::string> waiting) const {
+    if (waiting.empty()) return waiting;
     std::set<std::string> served;
     for (const std::string& address : send_.goodRecipients) {
         served.insert(mailboxKey(address));
