@@ -1,9 +1,8 @@
 // SHA-1 by the processor's SHA instructions.
-#include <immintrin.h>
-
 #include <utility>
 
 #include "base/CpuFeatures.h"
+#include "base/crypto/Load_x86.h"
 #include "base/crypto/Sha1.h"
 
 #define TV_TARGET __attribute__((target("sha,sse4.1,ssse3")))
@@ -18,16 +17,9 @@ struct Working {
     __m128i words[4];
 };
 
-TV_INLINE __m128i load(const void* p) {
-    return _mm_loadu_si128(static_cast<const __m128i*>(p));
-}
-
-TV_INLINE void store(void* p, __m128i v) {
-    _mm_storeu_si128(static_cast<__m128i*>(p), v);
-}
-
 TV_INLINE __m128i loadWords(const uint8_t* p) {
-    return _mm_shuffle_epi8(load(p), _mm_set_epi32(0x00010203, 0x04050607, 0x08090a0b, 0x0c0d0e0f));
+    return _mm_shuffle_epi8(load128(p),
+                            _mm_set_epi32(0x00010203, 0x04050607, 0x08090a0b, 0x0c0d0e0f));
 }
 
 // Four steps with the four words of this group (of twenty groups).
@@ -59,7 +51,7 @@ TV_INLINE void firstSteps(Working& w, __m128i e) {
 TV_TARGET void compressShaNi(Sha1Core::State& state, const uint8_t* blocks, size_t count) {
     Working w;
     // 1b reverses the four words: the instructions want a in the highest lane.
-    w.abcd = _mm_shuffle_epi32(load(state.data()), 0x1b);
+    w.abcd = _mm_shuffle_epi32(load128(state.data()), 0x1b);
     __m128i e = _mm_set_epi32(static_cast<int>(state[4]), 0, 0, 0);
     for (; count != 0; --count, blocks += Sha1Core::kBlockSize) {
         const __m128i startAbcd = w.abcd;
@@ -72,7 +64,7 @@ TV_TARGET void compressShaNi(Sha1Core::State& state, const uint8_t* blocks, size
         e = _mm_sha1nexte_epu32(w.before, e);
         w.abcd = _mm_add_epi32(w.abcd, startAbcd);
     }
-    store(state.data(), _mm_shuffle_epi32(w.abcd, 0x1b));
+    store128(state.data(), _mm_shuffle_epi32(w.abcd, 0x1b));
     state[4] = static_cast<uint32_t>(_mm_extract_epi32(e, 3));
 }
 
