@@ -18,6 +18,7 @@ namespace {
 // Appends what the file holds from here on; false for a read error or where memory ends. Room for
 // all that is expected is already reserved, so the block is never moved or grown on the usual way.
 bool readToEnd(plat::SysFile& file, size_t expected, DataBuffer& block) {
+    // A size that is not true costs no more than a step.
     constexpr size_t kStep = size_t{1024} * 1024;
     for (;;) {
         const size_t have = block.size();
@@ -126,11 +127,9 @@ bool ClsEmail::AddFileAttachment(const XString& path, XString& contentType) {
     Operation operation(*this, "AddFileAttachment");
     LogBase& log = operation.log();
     Email2* message = root(log);
-    if (message && addFileAttachment(log, *message, path.utf8(), contentType)) {
-        return operation.finish(true);
-    }
-    log.logError("Failed to add file attachment");
-    return operation.finish(false);
+    const bool added = message && addFileAttachment(log, *message, path.utf8(), contentType);
+    if (!added) log.logError("Failed to add file attachment");
+    return operation.finish(added);
 }
 
 bool ClsEmail::addFileAttachment(LogBase& log, Email2& root, std::string_view given,
@@ -160,11 +159,9 @@ bool ClsEmail::AddRelatedFile(const XString& path, XString& contentId) {
     Operation operation(*this, "AddRelatedFile");
     LogBase& log = operation.log();
     Email2* message = root(log);
-    if (message && addRelatedFile(log, *message, path.utf8(), contentId)) {
-        return operation.finish(true);
-    }
-    log.logError("Failed to add related file");
-    return operation.finish(false);
+    const bool added = message && addRelatedFile(log, *message, path.utf8(), contentId);
+    if (!added) log.logError("Failed to add related file");
+    return operation.finish(added);
 }
 
 bool ClsEmail::addRelatedFile(LogBase& log, Email2& root, std::string_view given,
