@@ -9,10 +9,12 @@
 namespace tv {
 namespace {
 
+// Below the 78 columns of RFC 5322 section 2.1.1, for the field's name is not counted.
 constexpr size_t kFoldAt = 69;
 // A longer name could, with its address, make a line longer than mail allows.
 constexpr size_t kLongestPlainName = 250;
 
+// The specials of RFC 5322 section 3.2.3, and the blank.
 bool needsQuotes(std::string_view name) {
     return name.find_first_of(" ()<>@,;:\\\".[]") != std::string_view::npos;
 }

@@ -6,6 +6,7 @@
 namespace tv {
 namespace {
 
+// The numbers are those of Windows; 1 is ours, for a text whose charset nobody knows (RFC 1428).
 // The first name of a code page is the one that is written; the others are understood.
 constexpr struct {
     uint32_t codePage;

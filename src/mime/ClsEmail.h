@@ -55,6 +55,7 @@ public:
     std::unique_ptr<Email2> createEmailForSending(LogBase& log, bool autoMessageId) const;
 
 private:
+    // A number that stray memory hardly holds.
     static constexpr uint32_t kAlive = 0x7A3C59E1;
 
     Email2* root(LogBase& log);

@@ -33,7 +33,7 @@ public:
 private:
     bool putLines(const uint8_t* in, size_t count);
 
-    static constexpr size_t kStagedLines = 128;
+    static constexpr size_t kStagedLines = 128;  // some 10 kB a write
 
     OutputStream& out_;
     bool good_ = true;

@@ -13,6 +13,7 @@
 namespace tv {
 namespace {
 
+// So many that no two messages draw the same, ever (RFC 5322 section 3.6.4).
 constexpr size_t kMessageIdBytes = 20;
 
 bool draw(std::vector<uint8_t>& bytes) {
@@ -72,6 +73,7 @@ bool Email2::generateMessageId(LogBase& log) {
         log.logError("Failed to generate random bytes for email Message-ID");
         return false;
     }
+    // Zeros are what a broken source gives: it has one more chance.
     const bool allZero = std::all_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b == 0; });
     if (allZero && !draw(bytes)) {
         log.logError("Failed to generate random bytes for email Message-ID.");

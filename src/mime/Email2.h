@@ -113,6 +113,7 @@ public:
     bool isPlaceholder() const;
 
 private:
+    // A number that stray memory hardly holds.
     static constexpr uint32_t kTag = 0xF592C107;
     static constexpr size_t index(Recipients kind) { return static_cast<size_t>(kind); }
     struct Leaf;

@@ -45,6 +45,7 @@ bool Email2::renderNode(LogBase& log, OutputStream& out, const RenderOptions& op
     return renderHeader(log, &leaf, out, options) && renderBody(log, leaf, out, options);
 }
 
+// RFC 2046 section 5.1.1: the line end before a delimiter belongs to the delimiter.
 bool Email2::renderChildren(LogBase& log, OutputStream& out, const RenderOptions& options) const {
     const std::string delimiter = "--" + contentType_.boundary;
     const auto writeDelimiter = [&](std::string_view end) {
@@ -115,6 +116,7 @@ bool Email2::renderHeader(LogBase& log, const Leaf* leaf, OutputStream& out,
     if (leaf && !leaf->encoding.empty() && !header_.has(kTransferEncoding)) {
         block += std::string(kTransferEncoding) + ": " + std::string(leaf->encoding);
     }
+    // Exactly one empty line ends a header, whatever the last field ended with.
     while (block.ends_with('\r') || block.ends_with('\n')) {
         block.pop_back();
     }

@@ -11,6 +11,7 @@
 namespace tv {
 namespace {
 
+// No charset of ours for encoded words: few readers know it.
 constexpr uint32_t kCodePageUtf7 = 65000;
 
 constexpr bool isControl(char c) {
@@ -18,6 +19,7 @@ constexpr bool isControl(char c) {
     return byte < 32 || byte == 127;
 }
 
+// RFC 2047 section 4.2. In a phrase the specials are coded, too; section 5 (3) would code more.
 constexpr bool isPlainInQ(char c, WordPlace place) {
     if (place == WordPlace::Phrase &&
         std::string_view("()<>@,;:\\\"[]").find(c) != std::string_view::npos) {
@@ -58,6 +60,7 @@ std::string wordQ(std::string_view bytes, std::string_view charset, WordPlace pl
 // Bytes of the character at the front; of one byte and its followers where the text is malformed.
 size_t characterLength(std::string_view utf8) {
     size_t length = 1;
+    // RFC 3629 section 3: no more than four, and all but the first begin with the bits 10.
     while (length < utf8.size() && length < 4 && (utf8[length] & 0xC0) == 0x80) {
         ++length;
     }
@@ -127,21 +130,22 @@ void appendFolded(std::string_view text, size_t column, std::string& out) {
 
 bool choosesQ(uint32_t codePage) {
     switch (codePage) {
-        case 932:
-        case 936:
-        case 949:
-        case 950:
-        case 874:
-        case 1361:
-        case 52936:
+        case 932:    // Shift JIS
+        case 936:    // GBK
+        case 949:    // Korean
+        case 950:    // Big5
+        case 874:    // Thai
+        case 1361:   // Johab
+        case 52936:  // HZ
         case kCodePageUtf16Le:
         case kCodePageUtf16Be:
-        case 28596:
-        case 1256:
-        case 20866:
-        case 21866:
+        case 28596:  // Arabic
+        case 1256:   // Arabic of Windows
+        case 20866:  // KOI8-R
+        case 21866:  // KOI8-U
             return false;
         default:
+            // Between them: ISO 2022, EUC, GB 18030 and their kin.
             return codePage < 50001 || codePage > 64999;
     }
 }

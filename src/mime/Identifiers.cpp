@@ -19,6 +19,7 @@ std::string hostPart() {
 
 }  // namespace
 
+// Twelve digits that nobody can foresee, each behind a zero: the form is what receivers know.
 std::string newBoundary() {
     std::string boundary(12, '-');
     for (int pair = 0; pair < 12; ++pair) {
@@ -35,6 +36,7 @@ std::string messageIdOf(std::span<const uint8_t> bytes) {
 std::string contentIdOf(std::span<const uint8_t, 16> random) {
     uint8_t uuid[16];
     std::copy(random.begin(), random.end(), uuid);
+    // RFC 9562 section 5.4: the bits that say version 4. The groups are those of section 4.
     uuid[6] = static_cast<uint8_t>((uuid[6] & 0x0F) | 0x40);
     uuid[8] = static_cast<uint8_t>((uuid[8] & 0x3F) | 0x80);
     std::string text = hexLower(uuid);

@@ -11,7 +11,7 @@ namespace {
 
 // RFC 5322 section 2.2: printable ASCII but the colon.
 bool isFieldName(std::string_view name) {
-    constexpr size_t kLongestName = 76;
+    constexpr size_t kLongestName = 76;  // with ": " the 78 columns of section 2.1.1
     return !name.empty() && name.size() <= kLongestName &&
            std::all_of(name.begin(), name.end(),
                        [](char c) { return c > 32 && c < 127 && c != ':'; });

@@ -9,8 +9,9 @@ namespace tv {
 namespace {
 
 // Longer values are cut into pieces. Readers exist that know no pieces: no file name of ordinary
-// length has them.
+// length has them. A line could hold 998 (RFC 5322 section 2.1.1).
 constexpr size_t kLongestWhole = 800;
+// With " filename*10*=" and a coded character that begins at its end still 76 columns.
 constexpr size_t kPiece = 58;
 
 // RFC 2231 section 7: attribute-char.
@@ -25,6 +26,7 @@ std::string percentEncoded(char c) {
     return {'%', kDigits[byte >> 4], kDigits[byte & 15]};
 }
 
+// RFC 2231 section 4.1: the charset stands in the first piece alone.
 std::string inPieces(std::string_view name, std::string_view utf8) {
     std::string out;
     size_t number = 0;

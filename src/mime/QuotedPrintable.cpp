@@ -8,7 +8,7 @@
 namespace tv {
 namespace {
 
-constexpr size_t kMaxLine = 76;
+constexpr size_t kMaxLine = 76;               // RFC 2045 section 6.7 (5)
 constexpr size_t kFullColumn = kMaxLine - 1;  // the last place is for the "=" of a soft break
 
 // Blanks and CR depend on what follows them.
@@ -18,6 +18,7 @@ struct ClassTable {
     uint8_t classes[256];
     constexpr ClassTable() : classes() {
         for (unsigned i = 0; i < 256; ++i) {
+            // RFC 2045 section 6.7 (2)
             const bool plain = i >= 33 && i <= 126 && i != '=';
             const bool blank = i == ' ' || i == '\t';
             classes[i] = plain ? kPlain : blank ? kBlank : i == '\r' ? kReturn : kCoded;
@@ -55,7 +56,6 @@ struct ItemTable {
 };
 constexpr ItemTable kItems;
 
-// Writes the three characters of a coded byte.
 void writeCoded(uint8_t byte, char* out) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
     out[0] = '=';

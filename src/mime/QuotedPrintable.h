@@ -23,6 +23,7 @@ public:
 private:
     // How far beyond an input byte one must see to encode it: "From " and a blank before CR LF.
     static constexpr size_t kLookAhead = 4;
+    // Together they stay in the first cache of a processor, and a write is rare.
     static constexpr size_t kInput = 4096;
     static constexpr size_t kStage = 8192;
     static constexpr size_t kLargestStep = 80;  // staged at once: a line, or a break and an item

@@ -30,6 +30,7 @@ void _tvContentType::setCharset(uint32_t codePage) {
     charset_ = {codePage, codePage == 0 ? std::string() : std::string(charsetName(codePage))};
 }
 
+// Of the last two no RFC asks it; receivers have been seeing it.
 bool _tvContentType::carriesCharset() const {
     return mediaType_.starts_with("text") || mediaType_ == "multipart/signed" ||
            mediaType_.starts_with("message");
@@ -54,6 +55,7 @@ std::string _tvContentType::value(uint32_t headerCodePage, bool flowed) const {
     appendQuoted("protocol", protocol, out);
     appendBare("micalg", micalg, out);
     appendBare("smime-type", smimeType, out);
+    // RFC 3676 section 4
     if (flowed && formatFlowed && is("text/plain")) appendBare("format", "flowed", out);
     for (const auto& [parameter, text] : others) {
         appendQuoted(parameter, text, out);

@@ -26,6 +26,8 @@ public:
     // False for an address that no header line can hold (RFC 5322 section 2.1.1).
     bool fitsHeader() const { return address_.size() <= kLongestAddress; }
 
+    // More than twice what SMTP must take (RFC 5321 section 4.5.3.1), and a line of 998 has room
+    // for a name beside it.
     static constexpr size_t kLongestAddress = 700;
 
 private:

@@ -27,7 +27,8 @@ extern const ChaChaForm kChaChaAvx2;
 extern const ChaChaForm kChaChaAvx512;
 extern Dispatch<ChaChaForm> chaChaForms;
 
-// One key; any number of messages, each under a nonce of its own.
+// One key; any number of messages, each under a nonce of its own. The face of AesGcm, for which
+// templates take it; what stands behind has nothing in common.
 class ChaCha20Poly1305 {
 public:
     static constexpr size_t kKeySize = 32;

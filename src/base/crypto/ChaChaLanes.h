@@ -1,6 +1,7 @@
 // The key stream of ChaCha20 by vector registers of one width. In bulk a register holds the same
 // word of many blocks; for the rest of a text, and where registers are few, the same row of a few
-// blocks (a group). To be included after TV_LANES_TARGET is set. V stands for the register:
+// blocks (a group). To be included after TV_LANES_TARGET is set. V stands for the register,
+// with what the compiler has no operator for:
 //     Vector: its lanes as a vector of uint32_t
 //     kIndex: the number of each lane
 //     kGroups: how many groups side by side are the bulk; 0 where the words of many blocks are

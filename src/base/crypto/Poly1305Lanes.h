@@ -1,5 +1,6 @@
 // Poly1305 over as many blocks at once as a vector register has lanes of 64 bits, a limb to each.
-// To be included after TV_LANES_TARGET is set. V stands for the register:
+// To be included after TV_LANES_TARGET is set. V stands for the register,
+// with what the compiler has no operator for:
 //     Vector: its lanes as a vector of uint64_t
 //     kLaneOf: where lows and highs put the last block, which needs r, the one before it, and so on
 //     load(bytes), product(a, b) of the lower 32 bits, widened(numbers of 32 bits),

@@ -1,4 +1,4 @@
-// X25519 in 128-bit vectors.
+// X25519 in 128-bit vectors. A file for each width, as each is compiled for its own processor.
 #include "base/crypto/X25519.h"
 
 #if defined(__x86_64__) || defined(__i386__)

@@ -15,6 +15,7 @@ namespace {
 using dns::ReplyKind;
 using End = DnsExchange::End;
 
+// A question over UDP is repeated after 1.5 s: with less, one lost datagram would be the end.
 constexpr uint64_t kLeastShareMs = 2000;
 
 uint64_t shareOf(const Deadline& deadline, size_t serversLeft) {
@@ -35,6 +36,7 @@ bool makeQuery(LogBase& log, std::string_view host, std::vector<uint8_t>& query)
     return false;
 }
 
+// RFC 1035 section 4.1.1; 3, a name that does not exist, is an answer.
 const char* explain(int responseCode) {
     switch (responseCode) {
         case 1:

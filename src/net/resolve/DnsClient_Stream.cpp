@@ -15,7 +15,7 @@ namespace tv {
 namespace {
 
 constexpr uint16_t kDnsPort = 53;
-constexpr uint16_t kTlsPort = 853;
+constexpr uint16_t kTlsPort = 853;  // RFC 7858 section 3.1
 
 }  // namespace
 

@@ -15,13 +15,16 @@ using plat::NetCode;
 using plat::NetError;
 
 constexpr uint16_t kDnsPort = 53;
+// A port that nobody can guess (RFC 5452 section 9.2), drawn anew where another program has it.
 constexpr uint16_t kFirstPort = 49152;  // of 16384, the dynamic ports of RFC 6335
 constexpr uint16_t kPortMask = 0x3FFF;
 constexpr int kPortAttempts = 32;
 constexpr int kMaxIgnored = 64;  // datagrams that are no reply, of one server
+// Without EDNS a reply has 512 bytes at most (RFC 1035 section 4.2.1); some servers forget that.
 constexpr size_t kMaxDatagram = 4096;
 
-// When to send again. A step is left out unless more than onlyAboveMs are left.
+// When to send again; the last waits as long as there is time. A step is left out unless more than
+// onlyAboveMs are left.
 struct Step {
     const char* ordinal;
     uint64_t waitMs;

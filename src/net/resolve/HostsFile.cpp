@@ -8,6 +8,7 @@
 namespace tv {
 namespace {
 
+// Lists that block advertising run to some hundred thousand names; more is no hosts file.
 constexpr size_t kMaxFile = size_t{16} * 1024 * 1024;
 constexpr size_t kMaxEntries = 500000;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";

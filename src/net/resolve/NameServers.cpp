@@ -10,9 +10,12 @@
 namespace tv {
 namespace {
 
+// Honest settings have some lines: these keep a broken or hostile file from filling memory.
 constexpr size_t kMaxSettings = 65536;
 constexpr size_t kMaxSuffixes = 32;
 constexpr size_t kMaxRemembered = 64;
+// Long enough that the messages of one run do not all wait for the same dead server, short enough
+// that one which is back is asked first again soon.
 constexpr uint64_t kRecentMs = 300000;
 constexpr std::string_view kBlanks = " \t\r\f\v";
 
@@ -56,6 +59,7 @@ void NameServers::addSuffix(std::string_view domain) {
 
 bool NameServers::isInside(std::string_view name) const {
     if (!name.empty() && name.back() == '.') name.remove_suffix(1);
+    // RFC 6762 section 3, the domain reserved for private use, and what many routers give out.
     for (const std::string_view domain : {"local", "internal", "lan"}) {
         if (isUnder(name, domain)) return true;
     }

@@ -21,7 +21,9 @@ namespace {
 using plat::AddressFamily;
 using plat::NetCode;
 
+// The system's resolver cannot be stopped: with less time left it is not asked.
 constexpr uint64_t kLeastTimeMs = 1000;
+// What is kept back for it from the name servers: a quarter of the time, but no more than this.
 constexpr uint64_t kMostForSystemMs = 5000;
 
 // The form under which a name is remembered: "host.tld." and "host.tld" are the same.
