@@ -60,7 +60,7 @@ private:
     Failure send(const SaslTurn& turn);
     Failure refused(const SaslTurn& turn, const SmtpResponse& reply);
     void noteAuthFailure() { call_.log.logData("smtpAuth.error", statusWord(Cause::AuthFailure)); }
-    void cancelIfAsked();
+    Failure cancelIfAsked();
 
     SaslMechanism& mechanism_;
     SmtpConnImpl& connection_;
@@ -94,23 +94,28 @@ Failure SaslExchange::converse() {
     }
     Failure failure = fail(call_.log, Cause::AuthFailure, "The server asks for more and more.");
     noteAuthFailure();
-    cancelIfAsked();
+    std::ignore = cancelIfAsked();
     return failure;
 }
 
 // The mechanism has nothing to send. No exchange stays open.
 Failure SaslExchange::notReady(Failure failure) {
+    if (failure.is(Cause::MechanismUnavailable)) {
+        // Where the connection goes as well, no other mechanism can serve.
+        Failure lost = cancelIfAsked();
+        return lost ? std::move(lost) : std::move(failure);
+    }
     const std::string name(mechanism_.names().auth);
     if (failure.is(Cause::NoCredentials)) {
         failure = fail(call_.log, Cause::NoCredentials,
                        "A credential that " + name + " needs is missing or not usable.");
-    } else if (!failure.is(Cause::MechanismUnavailable)) {
+    } else {
         failure = fail(call_.log, Cause::AuthFailure, "The login by " + name + " could not go on.")
                       .at(Stage::Login)
                       .because(failure);
         noteAuthFailure();
     }
-    cancelIfAsked();
+    std::ignore = cancelIfAsked();
     return failure;
 }
 
@@ -149,17 +154,17 @@ Failure SaslExchange::refused(const SaslTurn& turn, const SmtpResponse& reply) {
                                     "The server refused the login by " + name + ": ", reply);
     noteAuthFailure();
     mechanism_.explainRefusal(call_.log, reply.shownFinalLine());
-    cancelIfAsked();
+    std::ignore = cancelIfAsked();
     return failure;
 }
 
 // RFC 4954 section 4: "*" ends an exchange that the server wants to go on with; its refusal of that
-// is as expected.
-void SaslExchange::cancelIfAsked() {
-    if (!serverWaits_) return;
+// is as expected, no reply to it is a failure, which counts where none came before.
+Failure SaslExchange::cancelIfAsked() {
+    if (!serverWaits_) return {};
     serverWaits_ = false;
     SmtpResponse reply;
-    std::ignore = connection_.smtpSendGet2(call_, "*\r\n", reply);
+    return connection_.smtpSendGet2(call_, "*\r\n", reply);
 }
 
 }  // namespace

@@ -92,6 +92,24 @@ TEST(LoginNtlm, theLoggedOnUserNeedsThePackage) {
     }
 }
 
+// Nothing else can be tried on a connection that the end of the exchange took with it.
+TEST(LoginNtlm, whatTheEndOfTheExchangeMeetsIsTold) {
+    const char* const rows[][2] = {
+        {"cancel -!close", "ConnectionLost: The connection was lost while waiting for the reply to *."},
+        {"cancel -; silence", "Timeout: Nothing moved for 30000 ms while waiting for the reply to *."},
+        {"cancel ?", "Failed: The reply to * is no line of an SMTP server."},
+    };
+    for (const auto& [steps, told] : rows) {
+        SCOPED_TRACE(steps);
+        FakeSecurity security;
+        MailWorld world(Properties{{"SmtpUsername", "default"}, {"SmtpPassword", "default"}});
+        world.compose();
+        world.serve(offering("NTLM") + script("ntlm; " + std::string(steps)));
+        EXPECT_FALSE(world.send());
+        EXPECT_TRUE(contains(world.transcript(), told)) << world.transcript();
+    }
+}
+
 TEST(LoginNtlm, tokensOfThePackage) {
     const std::string begun = "ntlm; 'b25l' 334 dHdv; 'dGhyZWU=' ";
     const char* const denied = "Logon denied.  Check username, password, and domain";
