@@ -1,47 +1,93 @@
-// Published examples (tests/data/crypto/vectors.json) and Wycheproof files for the primitives.
+// Published examples, made by hand or of Project Wycheproof, and the forms that they are run with.
 #pragma once
 
-#include <string>
+#include <cstdio>
+#include <functional>
 
+#include "base/Ascii.h"
+#include "base/crypto/AesGcm.h"
+#include "base/crypto/ChaCha20Poly1305.h"
 #include "base/crypto/Hash.h"
-#include "tests/fixtures/TestData.h"
-#include "tests/fixtures/Wycheproof.h"
+#include "base/crypto/X25519.h"
+#include "tests/fixtures/FormTest.h"
+#include "tests/fixtures/HexBytes.h"
+#include "tests/fixtures/Json.h"
+#include "tests/fixtures/TestBytes.h"
 
 namespace tv::test {
 
-// Calls each(vector) for every example of the primitive.
-inline void forEachVector(const char* primitive, const std::function<void(const Json&)>& each) {
-    static const Json data = *Json::load(testDataPath("crypto/vectors.json"));
-    ASSERT_FALSE(data[primitive].items().empty());
-    for (const Json& vector : data[primitive].items()) {
-        SCOPED_TRACE(std::string(primitive) + ", " + vector["name"].text());
-        each(vector);
+TV_FORMS(crypto::AesForm, crypto::aesForms, &Table::encrypt, &Table::decrypt);
+TV_FORMS(crypto::GcmForm, crypto::gcmForms, &Table::encrypt, &Table::decrypt);
+TV_FORMS(crypto::ChaChaForm, crypto::chaChaForms, &Table::apply, &Table::absorb);
+TV_FORMS(crypto::Sha1Form, crypto::sha1Forms, &Table::compress);
+TV_FORMS(crypto::Sha256Form, crypto::sha256Forms, &Table::compress);
+TV_FORMS(crypto::X25519Form, crypto::x25519Forms, &Table::multiply);
+
+using Bytes = std::vector<uint8_t>;
+
+inline crypto::HashId hashNamed(std::string name) {  // sha256, SHA-256, HMACSHA256
+    std::erase(name, '-');
+    const std::pair<const char*, crypto::HashId> kNames[] = {
+        {"md5", crypto::HashId::kMd5},       {"sha1", crypto::HashId::kSha1},
+        {"sha256", crypto::HashId::kSha256}, {"sha384", crypto::HashId::kSha384},
+        {"sha512", crypto::HashId::kSha512},
+    };
+    for (const auto& [ending, id] : kNames) {
+        if (asciiLower(name).ends_with(ending)) return id;
     }
+    throw std::runtime_error("no hash: " + name);
 }
 
-// Every test of a file, with what ran and what did not; skips where there are no such files.
-inline void runWycheproof(const std::string& file, const char* form,
-                          const std::function<void(const Json& group, const Json& test)>& each) {
-    const auto count = forEachWycheproof(file, [&](const Json& group, const Json& test) {
-        each(group, test);
-        return true;
-    });
-    if (!count) GTEST_SKIP() << "no vectors beside the repository: " << file;
-    printCount(file + " " + form, *count);
+// One example: what it holds stands in the test, in its group or at the head of the file.
+struct Vector {
+    const Json &test, &group, &file;
+
+    const Json& operator[](std::string_view name) const {
+        return test.has(name) ? test[name] : group.has(name) ? group[name] : file[name];
+    }
+    Bytes bytes(std::string_view name) const { return bytesOfHex((*this)[name].text()); }
+    size_t number(std::string_view name) const {
+        return static_cast<size_t>((*this)[name].number());
+    }
+    bool isValid() const { return !test.has("result") || test["result"].text() == "valid"; }
+    crypto::HashId hash() const {
+        const bool named = test.has("sha") || group.has("sha");
+        return hashNamed((*this)[named ? "sha" : "algorithm"].text());
+    }
+};
+using Check = std::function<void(const Vector&)>;
+
+// Beside the repository; where it is not, tests that want it are skipped.
+const std::string kWycheproof = "../../../shared/vectors/wycheproof/";
+
+// Every test of a file.
+inline void forEachTest(const std::string& path, const Check& check) {
+    const auto file = Json::load(testDataPath(path));
+    if (!file && path.starts_with(kWycheproof)) GTEST_SKIP() << "no vectors beside the repository";
+    int run = 0;
+    for (const Json& group : file.value()["testGroups"].items()) {
+        for (const Json& test : group["tests"].items()) {
+            SCOPED_TRACE(path + " test " + test["tcId"].text());
+            check({test, group, *file});
+            ++run;
+        }
+    }
+    EXPECT_EQ((*file)["numberOfTests"].number(), run);
+    std::printf("[ VECTORS  ] %s: %d run\n", path.c_str(), run);
 }
 
-inline bool isValid(const Json& test) {
-    return test["result"].text() == "valid";
-}
-
-inline crypto::HashId hashNamed(std::string_view name) {
-    using crypto::HashId;
-    if (name == "md5") return HashId::kMd5;
-    if (name == "sha1") return HashId::kSha1;
-    if (name == "sha256" || name == "SHA-256") return HashId::kSha256;
-    if (name == "sha384" || name == "SHA-384") return HashId::kSha384;
-    EXPECT_TRUE(name == "sha512" || name == "SHA-512") << name;
-    return HashId::kSha512;
+// Every example of vectors.json under that name, then of the Wycheproof files.
+inline void forEachVector(const std::string& name, const std::vector<std::string>& files,
+                          const Check& check) {
+    static const Json published = Json::load(testDataPath("crypto/vectors.json")).value();
+    ASSERT_FALSE(published[name].items().empty());
+    for (const Json& row : published[name].items()) {
+        SCOPED_TRACE(name + ", " + row["name"].text());
+        check({row, row, row});
+    }
+    for (const std::string& file : files) {
+        forEachTest(kWycheproof + file + "_test.json", check);
+    }
 }
 
 }  // namespace tv::test
