@@ -1,3 +1,4 @@
+// Numbers and vectors in bytes, constant-time choices, hexadecimal digits, buffers.
 #include <gtest/gtest.h>
 
 #include "base/ByteReader.h"
@@ -17,72 +18,54 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-Bytes copyOf(std::span<const uint8_t> bytes) {
-    return {bytes.begin(), bytes.end()};
-}
-
-TEST(ByteReader, ReadsBothByteOrders) {
-    const Bytes bytes = {1, 2, 3, 4, 5, 6, 7, 8};
-    const auto reader = [&] { return ByteReader(bytes); };
-    EXPECT_EQ(reader().u8(), 0x01u);
-    EXPECT_EQ(reader().u16(), 0x0102u);
-    EXPECT_EQ(reader().u24(), 0x010203u);
-    EXPECT_EQ(reader().u32(), 0x01020304u);
-    EXPECT_EQ(reader().u64(), 0x0102030405060708u);
-    EXPECT_EQ(reader().u16le(), 0x0201u);
-    EXPECT_EQ(reader().u32le(), 0x04030201u);
-    EXPECT_EQ(reader().u64le(), 0x0807060504030201u);
-}
-
-TEST(ByteReader, EveryReadBeyondTheEndFailsForGood) {
+// Each read takes all of its bytes; one of fewer bytes fails for good.
+TEST(ByteReader, readsWhatIsThere) {
+    using Reader = ByteReader;
     const struct {
         const char* name;
         Bytes bytes;
-        void (*read)(ByteReader&);
+        uint64_t (*read)(Reader&);
+        uint64_t value;
     } rows[] = {
-        {"u8", {}, [](ByteReader& r) { EXPECT_EQ(r.u8(), 0); }},
-        {"u16", {1}, [](ByteReader& r) { EXPECT_EQ(r.u16(), 0); }},
-        {"u24", {1, 2}, [](ByteReader& r) { EXPECT_EQ(r.u24(), 0u); }},
-        {"u32", {1, 2, 3}, [](ByteReader& r) { EXPECT_EQ(r.u32(), 0u); }},
-        {"u32le", {1, 2, 3}, [](ByteReader& r) { EXPECT_EQ(r.u32le(), 0u); }},
-        {"u64", {1, 2, 3, 4, 5, 6, 7}, [](ByteReader& r) { EXPECT_EQ(r.u64(), 0u); }},
-        {"bytes", {1}, [](ByteReader& r) { EXPECT_TRUE(r.bytes(2).empty()); }},
-        {"huge", {1}, [](ByteReader& r) { EXPECT_TRUE(r.bytes(SIZE_MAX).empty()); }},
-        {"skip", {1}, [](ByteReader& r) { r.skip(2); }},
-        {"seek", {1}, [](ByteReader& r) { r.seek(2); }},
-        {"vector8", {2, 1}, [](ByteReader& r) { EXPECT_TRUE(r.vector8().empty()); }},
-        {"vector16", {0, 2, 1}, [](ByteReader& r) { EXPECT_TRUE(r.vector16().empty()); }},
-        {"vector24", {0, 0, 2, 1}, [](ByteReader& r) { EXPECT_TRUE(r.vector24().empty()); }},
-        {"no length", {0}, [](ByteReader& r) { EXPECT_TRUE(r.vector16().empty()); }},
+        {"u8", {1}, [](Reader& r) -> uint64_t { return r.u8(); }, 1},
+        {"u16", {1, 2}, [](Reader& r) -> uint64_t { return r.u16(); }, 0x0102},
+        {"u24", {1, 2, 3}, [](Reader& r) -> uint64_t { return r.u24(); }, 0x010203},
+        {"u32", {1, 2, 3, 4}, [](Reader& r) -> uint64_t { return r.u32(); }, 0x01020304},
+        {"u64", Bytes(8, 7), [](Reader& r) { return r.u64(); }, 0x0707070707070707},
+        {"u16le", {1, 2}, [](Reader& r) -> uint64_t { return r.u16le(); }, 0x0201},
+        {"u32le", {1, 2, 3, 4}, [](Reader& r) -> uint64_t { return r.u32le(); }, 0x04030201},
+        {"u64le", {8, 0, 0, 0, 0, 0, 0, 1}, [](Reader& r) { return r.u64le(); }, 0x100000000000008},
+        {"bytes", {1, 9}, [](Reader& r) -> uint64_t { return r.bytes(2).size(); }, 2},
+        {"vector8", {1, 9}, [](Reader& r) -> uint64_t { return r.vector8().size(); }, 1},
+        {"vector16", {0, 1, 9}, [](Reader& r) -> uint64_t { return r.vector16().size(); }, 1},
+        {"vector24", {0, 0, 1, 9}, [](Reader& r) -> uint64_t { return r.vector24().size(); }, 1},
+        {"skip", {1, 9}, [](Reader& r) -> uint64_t { return r.skip(2), 0; }, 0},
+        {"seek", {1, 9}, [](Reader& r) -> uint64_t { return r.seek(2), 0; }, 0},
     };
     for (const auto& row : rows) {
-        ByteReader reader(row.bytes);
-        row.read(reader);
-        EXPECT_FALSE(reader.ok()) << row.name;
-        EXPECT_FALSE(reader.complete()) << row.name;
-        reader.seek(0);
-        EXPECT_EQ(reader.u8(), 0) << row.name << ": failed once is failed";
+        Reader whole(row.bytes);
+        EXPECT_EQ(row.read(whole), row.value) << row.name;
+        EXPECT_TRUE(whole.complete()) << row.name;
+        for (size_t cut = 0; cut < row.bytes.size(); ++cut) {
+            const Bytes less(row.bytes.begin(), row.bytes.begin() + ptrdiff_t(cut));
+            Reader reader(less);
+            EXPECT_EQ(row.read(reader), 0u) << row.name;
+            reader.seek(0);
+            EXPECT_EQ(reader.u8(), 0) << row.name << ": failed once is failed";
+            EXPECT_FALSE(reader.ok() || reader.complete()) << row.name;
+        }
     }
-}
-
-TEST(ByteReader, KnowsWhenNothingIsLeftOver) {
     const Bytes bytes = {2, 7, 8, 9};
-    ByteReader reader(bytes);
-    EXPECT_EQ(copyOf(reader.vector8()), (Bytes{7, 8}));
-    EXPECT_TRUE(reader.ok());
-    EXPECT_FALSE(reader.complete());
-    EXPECT_EQ(reader.position(), 3u);
-    EXPECT_EQ(reader.left(), 1u);
-    EXPECT_EQ(copyOf(reader.rest()), (Bytes{9}));
+    Reader reader(bytes);
+    EXPECT_EQ(hexUpper(reader.vector8()), "0708");
+    EXPECT_TRUE(reader.ok() && !reader.complete() && reader.position() == 3 && reader.left() == 1);
+    EXPECT_EQ(hexUpper(reader.rest()), "09");
     EXPECT_TRUE(reader.complete());
-    reader.seek(1);
-    EXPECT_EQ(reader.u8(), 7);
-    reader.fail();
-    EXPECT_FALSE(reader.complete());
-    EXPECT_TRUE(ByteReader().complete());
+    EXPECT_TRUE(reader.bytes(SIZE_MAX).empty());
+    EXPECT_FALSE(reader.ok());
 }
 
-TEST(ByteWriter, WritesBothByteOrdersAndVectors) {
+TEST(ByteWriter, writesNumbersAndVectors) {
     ByteWriter writer;
     writer.u8(1);
     writer.u16(0x0203);
@@ -105,38 +88,28 @@ TEST(ByteWriter, WritesBothByteOrdersAndVectors) {
     EXPECT_EQ(writer.size(), 0u);
 }
 
-TEST(ByteWriter, NumbersThatDoNotFitSpoilTheMessage) {
-    const struct {
-        const char* name;
-        void (*write)(ByteWriter&);
-    } rows[] = {
-        {"u8", [](ByteWriter& w) { w.u8(0x100); }},
-        {"u16", [](ByteWriter& w) { w.u16(0x10000); }},
-        {"u24", [](ByteWriter& w) { w.u24(0x1000000); }},
-        {"u32", [](ByteWriter& w) { w.u32(0x100000000); }},
-        {"u16le", [](ByteWriter& w) { w.u16le(0x10000); }},
-        {"vector8", [](ByteWriter& w) { w.vector8(Bytes(256)); }},
-        {"vector", [](ByteWriter& w) { w.vector(1, [&] { w.zeros(256); }); }},
-        {"patch outside", [](ByteWriter& w) { w.patchU16le(1, 1); }},
+TEST(ByteWriter, numbersThatDoNotFitSpoilTheMessage) {
+    using Writer = ByteWriter;
+    const std::pair<const char*, void (*)(Writer&)> rows[] = {
+        {"u8", [](Writer& w) { w.u8(0x100); }},
+        {"u16", [](Writer& w) { w.u16(0x10000); }},
+        {"u24", [](Writer& w) { w.u24(0x1000000); }},
+        {"u32", [](Writer& w) { w.u32(0x100000000); }},
+        {"u16le", [](Writer& w) { w.u16le(0x10000); }},
+        {"vector8", [](Writer& w) { w.vector8(Bytes(256)); }},
+        {"vector", [](Writer& w) { w.vector(1, [&] { w.zeros(256); }); }},
+        {"patch outside", [](Writer& w) { w.patchU16le(1, 1); }},
     };
-    for (const auto& row : rows) {
-        ByteWriter writer;
+    for (const auto& [name, write] : rows) {
+        Writer writer;
         writer.u16(0);
-        row.write(writer);
-        EXPECT_FALSE(writer.ok()) << row.name;
+        write(writer);
         writer.u8(1);
-        EXPECT_FALSE(writer.ok()) << row.name;
+        EXPECT_FALSE(writer.ok()) << name;
     }
 }
 
-TEST(ByteWriter, WritesSecretsIntoWipedMemory) {
-    SecureByteWriter writer;
-    writer.vector(2, [&] { writer.append(std::string_view("pw")); });
-    const SecureBuffer message = writer.take();
-    EXPECT_TRUE(ctEqual(message.bytes(), Bytes{0, 2, 'p', 'w'}));
-}
-
-TEST(ConstTime, MasksAreAllOrNothing) {
+TEST(ConstTime, masksAreAllOrNothing) {
     constexpr uint32_t kTop = 0x80000000;
     const uint32_t values[] = {0, 1, 2, 25, kTop - 1, kTop, kTop + 1, UINT32_MAX - 1, UINT32_MAX};
     for (const uint32_t a : values) {
@@ -150,13 +123,17 @@ TEST(ConstTime, MasksAreAllOrNothing) {
             EXPECT_EQ(ctSelect(0u, a, b), b);
         }
     }
-    const Bytes bytes = {7, 8, 9};
-    EXPECT_TRUE(ctEqual(bytes, Bytes{7, 8, 9}));
-    EXPECT_FALSE(ctEqual(bytes, Bytes{7, 8, 8}));
-    EXPECT_FALSE(ctEqual(bytes, Bytes{7, 8}));
+    const Bytes bytes = test::randomBytesOf(40);
+    EXPECT_TRUE(ctEqual(bytes, Bytes(bytes)) && ctEqual(Bytes(), Bytes()));
+    EXPECT_FALSE(ctEqual(bytes, Bytes(bytes.begin(), bytes.end() - 1)));
+    for (size_t bit = 0; bit < 8 * bytes.size(); ++bit) {
+        Bytes other = bytes;
+        other[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
+        EXPECT_FALSE(ctEqual(bytes, other)) << bit;
+    }
 }
 
-TEST(Hex, DecodesPairsOfDigitsOnly) {
+TEST(Hex, decodesPairsOfDigitsOnly) {
     const Bytes all = test::randomBytesOf(64);
     EXPECT_EQ(hexDecode(hexUpper(all)), all);
     EXPECT_EQ(hexDecode(hexLower(all)), all);
@@ -167,22 +144,14 @@ TEST(Hex, DecodesPairsOfDigitsOnly) {
     }
 }
 
-TEST(DataBuffer, GrowsAndShrinks) {
+TEST(DataBuffer, noMemoryIsAnAnswer) {
     DataBuffer buffer;
-    EXPECT_TRUE(buffer.append(std::string_view("abc")));
-    EXPECT_TRUE(buffer.append(std::string_view()));
+    EXPECT_TRUE(buffer.append(std::string_view("abc")) && buffer.append(std::string_view()));
     EXPECT_TRUE(buffer.resize(5));
     EXPECT_EQ(buffer.text(), std::string_view("abc\0\0", 5));
     EXPECT_TRUE(buffer.resize(1));
+    EXPECT_FALSE(buffer.reserve(SIZE_MAX) || buffer.resize(SIZE_MAX - 1));
     EXPECT_EQ(buffer.text(), "a");
-}
-
-TEST(DataBuffer, NoMemoryIsAnAnswer) {
-    DataBuffer buffer;
-    ASSERT_TRUE(buffer.append(std::string_view("abc")));
-    EXPECT_FALSE(buffer.reserve(SIZE_MAX));
-    EXPECT_FALSE(buffer.resize(SIZE_MAX - 1));
-    EXPECT_EQ(buffer.text(), "abc");
 }
 
 }  // namespace
