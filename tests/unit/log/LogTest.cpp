@@ -1,8 +1,11 @@
+// The log: what its entries become in the account and in the debug file, and the account that each
+// public operation leaves.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <sstream>
 
 #include "base/Ascii.h"
 #include "log/ClsBase.h"
@@ -34,10 +37,12 @@ void operator delete(void* block, std::size_t) noexcept {
 namespace tv {
 namespace {
 
+using Log = _tvLogger;
+using Clock = test::FakeClock;
+
 // The text of a log between its first and its last line, with plain line ends.
 std::string entriesOf(std::string_view all) {
-    constexpr std::string_view kFirst = "TolvaneLog:\r\n";
-    constexpr std::string_view kLast = "--TolvaneLog\r\n";
+    constexpr std::string_view kFirst = "TolvaneLog:\r\n", kLast = "--TolvaneLog\r\n";
     EXPECT_TRUE(all.starts_with(kFirst) && all.ends_with(kLast)) << all;
     all = all.substr(kFirst.size(), all.size() - kFirst.size() - kLast.size());
     const std::string text = replaceAll(all, "\r\n", "\n");
@@ -50,166 +55,74 @@ std::string entriesOf(LogBase& log) {
     return entriesOf(text);
 }
 
-TEST(Log, RendersTheTree) {
-    _tvLogger log;
-    {
-        const LogContextExitor outer(log, "outer");
-        log.logData("name", "value");
-        {
-            const LogContextExitor inner(log, "inner");
-            log.logError("an error");
-        }
-        { const LogContextExitor empty(log, "empty"); }
-        log.logInfo("information");
-        log.logText("text");
+// Does to a log what the steps say: a letter and its text each, with bars between them.
+void play(Log& log, Clock& clock, const std::string& script) {
+    std::istringstream steps(script);
+    for (std::string text; std::getline(steps, text, '|');) {
+        const char step = text.at(0);
+        text.erase(0, 1);
+        if (step == '>') log.enterContext(text, 1);
+        if (step == ')') log.enterContext(text, 0);  // its time is not to be shown
+        if (step == '<') log.leaveContext();
+        if (step == '!') log.logError(text);
+        if (step == '.') log.logInfo(text);
+        if (step == '=') log.logData("name", text);
+        if (step == 'v') log.logVerbose(text), log.logDataVerbose("name", text);
+        if (step == 'V') log.setVerbose(true);
+        if (step == 'C') log.clearLog();
+        if (step == '+') clock.advanceMs(std::stoul(text));
+        if (step == 'e') log.logElapsed("t", clock.tickMs() - uint64_t(std::stoll(text)));
     }
+}
+
+TEST(Log, becomesText) {
+    const struct {
+        const char *name, *script, *entries;
+    } rows[] = {
+        {"contexts", ">outer|=value|>inner|!an error|<|>empty|<|.information|<",
+         "  outer:|    name: value|    inner:|      an error|    --inner|    empty:|    --empty|"
+         "    information|  --outer|"},
+        {"entries that say nothing", "!|.|=|>|.below a context without a name|<", ""},
+        {"open contexts", ">running|.so far", "  running:|    so far|  --running|"},
+        {"leaving with nothing open", "<|<|>a|.in it|<", "  a:|    in it|  --a|"},
+        {"clearing with contexts open", ">a|>b|C|.at the root", "  at the root|"},
+        {"measured", "V|>c|+42|<", "  c(42ms):|  --c|"},
+        {"nothing elapsed", "V|>c|<", "  c:|  --c|"},
+        {"not verbose", ">c|+42|<", "  c:|  --c|"},
+        {"not to be shown", "V|)c|+42|<", "  c:|  --c|"},
+        {"times stand with their own contexts", "V|>outer|+5|>inner|+5|<|.between|<|.behind",
+         "  outer(10ms):|    inner(5ms):|    --inner|    between|  --outer|  behind|"},
+        {"verbose entries", "vhidden|V|vshown", "  shown|  name: shown|"},
+        {"elapsed", "e0|e899999999",
+         "  t: Elapsed time: 0 millisec|  t: Elapsed time: 899999999 millisec|"},
+        {"implausibly elapsed", "e900000000|e-1", ""},
+    };
+    for (const auto& row : rows) {
+        Clock clock(1'000'000'000);
+        Log log;
+        play(log, clock, row.script);
+        EXPECT_EQ(replaceAll(entriesOf(log), "\n", "|"), row.entries) << row.name;
+    }
+}
+
+TEST(Log, showsValuesAndNoSecrets) {
+    Log log;
+    log.logText("text");
     log.logDataLong("number", -7);
     log.logDataBool("flag", true);
     const uint8_t bytes[] = {0x0A, 0xFF};
     log.logDataHex("bytes", bytes);
-    EXPECT_EQ(entriesOf(log), R"(  outer:
-    name: value
-    inner:
-      an error
-    --inner
-    empty:
-    --empty
-    information
-    text
-  --outer
-  number: -7
-  flag: 1
-  bytes: 0AFF
-)");
-    log.clearLog();
-    EXPECT_EQ(entriesOf(log), "");
-}
-
-TEST(Log, SkipsEntriesThatSayNothing) {
-    _tvLogger log;
-    log.logError("");
-    log.logInfo("");
-    log.logData("", "value");
-    log.logData("name", "");
-    log.enterContext("", 1);
-    log.logInfo("below a context without a name");
-    log.leaveContext();
-    EXPECT_EQ(entriesOf(log), "");
-}
-
-TEST(Log, OpenContextsAreShownClosed) {
-    _tvLogger log;
-    log.enterContext("running", 1);
-    log.logInfo("so far");
-    EXPECT_EQ(entriesOf(log), "  running:\n    so far\n  --running\n");
-}
-
-TEST(Log, LeavingWithNothingOpenKeepsTheDepthAtZero) {
-    _tvLogger log;
-    log.leaveContext();
-    log.leaveContext();
-    EXPECT_EQ(log.depth(), 0);
-    log.enterContext("a", 1);
-    EXPECT_EQ(log.depth(), 1);
-    log.enterContext("b", 1);
-    log.clearLog();
-    EXPECT_EQ(log.depth(), 0);
-    log.logInfo("at the root again");
-    EXPECT_EQ(entriesOf(log), "  at the root again\n");
-}
-
-TEST(Log, ShowsElapsedTimeOnlyWhenVerboseAndNotZero) {
-    const struct {
-        const char* name;
-        bool verbose;
-        int show;
-        uint32_t ms;
-        const char* head;
-    } rows[] = {
-        {"measured", true, 1, 42, "  c(42ms):\n"},
-        {"nothing elapsed", true, 1, 0, "  c:\n"},
-        {"not verbose", false, 1, 42, "  c:\n"},
-        {"not to be shown", true, 0, 42, "  c:\n"},
-    };
-    for (const auto& row : rows) {
-        test::FakeClock clock;
-        _tvLogger log;
-        log.setVerbose(row.verbose);
-        log.enterContext("c", row.show);
-        clock.advanceMs(row.ms);
-        log.leaveContext();
-        EXPECT_EQ(entriesOf(log), std::string(row.head) + "  --c\n") << row.name;
-    }
-}
-
-TEST(Log, ElapsedTimesStandWithTheirOwnContexts) {
-    test::FakeClock clock;
-    _tvLogger log;
-    log.setVerbose(true);
-    for (const char* name : {"outer", "inner"}) {
-        log.enterContext(name, 1);
-        clock.advanceMs(5);
-    }
-    log.leaveContext();
-    log.logInfo("between");
-    log.leaveContext();
-    log.logInfo("behind");
-    EXPECT_EQ(entriesOf(log),
-              "  outer(10ms):\n    inner(5ms):\n    --inner\n    between\n  --outer\n  behind\n");
-}
-
-TEST(Log, VerboseEntriesNeedAVerboseLog) {
-    _tvLogger log;
-    log.logVerbose("hidden");
-    log.logDataVerbose("name", "hidden");
-    log.setVerbose(true);
-    log.logVerbose("shown");
-    log.logDataVerbose("name", "shown");
-    EXPECT_EQ(entriesOf(log), "  shown\n  name: shown\n");
-}
-
-TEST(Log, ElapsedEntriesLeaveOutImplausibleTimes) {
-    const struct {
-        const char* name;
-        uint64_t start;
-        uint64_t now;
-        const char* line;
-    } rows[] = {
-        {"some time", 1000, 1250, "  t: Elapsed time: 250 millisec\n"},
-        {"none", 1000, 1000, "  t: Elapsed time: 0 millisec\n"},
-        {"longest", 5, 900000004, "  t: Elapsed time: 899999999 millisec\n"},
-        {"too long", 5, 900000005, ""},
-        {"backwards", 1000, 999, ""},
-    };
-    for (const auto& row : rows) {
-        const test::FakeClock clock(row.now);
-        _tvLogger log;
-        log.logElapsed("t", row.start);
-        EXPECT_EQ(entriesOf(log), row.line) << row.name;
-    }
-}
-
-TEST(Log, NeverShowsASecret) {
-    _tvLogger log;
     XString password("Passw0rd");
     log.logDataX("user", XString("me"));
     password.markSecret();
     log.logDataX("password", password);
-    EXPECT_EQ(entriesOf(log), "  user: me\n  password: {PasswordOrCredentials}\n");
+    EXPECT_EQ(entriesOf(log),
+              "  text\n  number: -7\n  flag: 1\n  bytes: 0AFF\n  user: me\n"
+              "  password: {PasswordOrCredentials}\n");
 }
 
-TEST(Log, FindsOptionsBySubstring) {
-    _tvLogger log;
-    EXPECT_FALSE(log.hasOption("NO_TLS_SNI"));
-    log.setOptions("UseBccHeader,NO_TLS_SNI");
-    EXPECT_TRUE(log.hasOption("NO_TLS_SNI"));
-    EXPECT_TRUE(log.hasOption("UseBccHeader"));
-    EXPECT_FALSE(log.hasOption("DisableTls13"));
-    EXPECT_FALSE(LogNull().hasOption("UseBccHeader"));
-}
-
-TEST(Log, NoMemoryDropsEntriesAndKeepsTheContextsPaired) {
-    _tvLogger log;
+TEST(Log, noMemoryDropsEntriesAndKeepsTheContextsPaired) {
+    Log log;
     const std::string longText(100, 'x');
     log.enterContext("outer", 1);
     noMemory = true;
@@ -224,7 +137,15 @@ TEST(Log, NoMemoryDropsEntriesAndKeepsTheContextsPaired) {
     EXPECT_EQ(entriesOf(log), "  outer:\n    still inside\n  --outer\n");
 }
 
-TEST(LogNull, SwallowsEverything) {
+TEST(Log, findsOptionsBySubstring) {
+    Log log;
+    EXPECT_FALSE(log.hasOption("NO_TLS_SNI"));
+    log.setOptions("UseBccHeader,NO_TLS_SNI");
+    EXPECT_TRUE(log.hasOption("NO_TLS_SNI") && log.hasOption("UseBccHeader"));
+    EXPECT_FALSE(log.hasOption("DisableTls13") || LogNull().hasOption("UseBccHeader"));
+}
+
+TEST(LogNull, swallowsEverything) {
     LogNull log;
     EXPECT_TRUE(log.enterContext("c", 1) && log.logError("e") && log.logInfo("i"));
     EXPECT_TRUE(log.logData("n", "v") && log.logDataLong("n", 1) && log.logElapsed("n", 0));
@@ -234,57 +155,32 @@ TEST(LogNull, SwallowsEverything) {
     EXPECT_EQ(text, "");
 }
 
-class DebugFile : public testing::Test {
-protected:
-    DebugFile() { std::remove(path_.c_str()); }
-    ~DebugFile() override { std::remove(path_.c_str()); }
-
-    std::string content() const { return fileText(path_); }
-
-    std::string path_ = testing::TempDir() + "tv_debug_log_test.txt";
-};
-
-TEST_F(DebugFile, GetsEveryLineAsItIsWritten) {
-    test::FakeClock clock;
-    _tvLogger log;
-    log.setDebugLogPath(path_);
-    log.enterContext("outer", 1);
-    EXPECT_EQ(content(), "outer:\n");
-    log.enterContext("inner", 1);
-    log.logError("error");
-    log.logData("name", "value");
-    clock.advanceMs(5);
-    log.leaveContext();
-    log.setVerbose(true);
-    log.leaveContext();
-    EXPECT_EQ(content(),
-              "outer:\n"
-              "    inner:\n"
-              "        error\n"
-              "        name: value\r\n"
-              "    (leaveContext)\n"
-              "(leaveContext 5ms)\n");
-}
-
-TEST_F(DebugFile, AnEmptyPathEndsItAndASecondOneGoesOn) {
-    _tvLogger log;
-    log.setDebugLogPath(path_);
-    log.logInfo("one");
+// Each line as it is written; an empty path ends that, a second one goes on behind the first.
+TEST(DebugFile, getsEveryLine) {
+    const std::string path = testing::TempDir() + "tv_debug_log_test.txt";
+    std::remove(path.c_str());
+    Clock clock;
+    Log log;
+    log.setDebugLogPath(path);
+    play(log, clock, ">outer");
+    EXPECT_EQ(fileText(path), "outer:\n");
+    play(log, clock, ">inner|!error|=value");
     log.setDebugLogPath("");
-    log.logInfo("two");
-    log.setDebugLogPath(path_);
-    log.logInfo("three");
-    EXPECT_EQ(content(), "one\nthree\n");
-}
-
-TEST_F(DebugFile, APathThatCannotBeOpenedIsSkipped) {
-    for (const std::string& path : {std::string("no such folder/x/y"), testing::TempDir() + "tv\\",
+    play(log, clock, ".nowhere");
+    log.setDebugLogPath(path);
+    play(log, clock, "+5|<|V|<");
+    EXPECT_EQ(fileText(path),
+              "outer:\n    inner:\n        error\n        name: value\r\n    (leaveContext)\n"
+              "(leaveContext 5ms)\n");
+    std::remove(path.c_str());
+    // What cannot be opened is skipped.
+    for (const std::string& none : {std::string("no such folder/x/y"), testing::TempDir() + "tv\\",
                                     testing::TempDir() + "tv/", std::string("/")}) {
-        _tvLogger log;
-        log.setDebugLogPath(path);
-        EXPECT_TRUE(log.logInfo("kept in the tree")) << path;
-        EXPECT_EQ(entriesOf(log), "  kept in the tree\n");
-        EXPECT_FALSE(plat::isRegularFile(path));
+        log.clearLog();
+        log.setDebugLogPath(none);
+        EXPECT_TRUE(log.logInfo("kept")) << none;
+        EXPECT_EQ(entriesOf(log), "  kept\n");
+        EXPECT_FALSE(plat::isRegularFile(none));
     }
 }
 
@@ -301,29 +197,27 @@ public:
     }
 };
 
-std::string expectedEntries(const char* verbose, const char* closing) {
-    const std::string bits = sizeof(void*) == 8 ? "64" : "32";
-    return R"(  Act:
-    DllDate: Mar 29 2024
-    TolvaneVersion: 9.5.0.98
-    Architecture: Little Endian; )" +
-           bits + "-bit\n    Language: C\n    VerboseLogging: " + verbose + "\n    at work\n    " +
-           closing + "\n  --Act\n";
-}
-
-TEST(ClsBase, GivesTheAccountOfTheLastOperation) {
-    const test::FakeClock clock;
+TEST(ClsBase, givesTheAccountOfTheLastOperation) {
+    const Clock clock;
     Thing thing;
-    EXPECT_TRUE(thing.act(true));
-    EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), expectedEntries("0", "Success."));
-    EXPECT_FALSE(thing.act(false));
-    EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), expectedEntries("0", "Failed."));
-    thing.setVerboseLogging(true);
-    thing.act(true);
-    EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), expectedEntries("1", "Success."));
+    const std::string bits = sizeof(void*) == 8 ? "64" : "32";
+    for (const bool verbose : {false, true}) {
+        for (const bool success : {true, false}) {
+            thing.setVerboseLogging(verbose);
+            EXPECT_EQ(thing.act(success), success);
+            EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()),
+                      "  Act:\n    DllDate: Mar 29 2024\n    TolvaneVersion: 9.5.0.98\n"
+                      "    Architecture: Little Endian; " +
+                          bits +
+                          "-bit\n    Language: C\n"
+                          "    VerboseLogging: " +
+                          (verbose ? "1" : "0") + "\n    at work\n    " +
+                          (success ? "Success." : "Failed.") + "\n  --Act\n");
+        }
+    }
 }
 
-TEST(ClsBase, AnExceptionLeavesAClosedAndFailedAccount) {
+TEST(ClsBase, anExceptionLeavesAClosedAndFailedAccount) {
     Thing thing;
     EXPECT_THROW(thing.throwing(), std::bad_alloc);
     const std::string text(thing.lastErrorText().utf8());

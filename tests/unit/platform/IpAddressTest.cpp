@@ -1,3 +1,4 @@
+// IP addresses as text, and what is none; the system's own functions judge random ones.
 #include "platform/IpAddress.h"
 
 #include <gtest/gtest.h>
@@ -11,58 +12,45 @@
 namespace tv::plat {
 namespace {
 
-TEST(IpAddress, ReadsAndWrites) {
-    const struct {
-        const char* text;
-        const char* written;  // nullptr: not an address
-    } kCases[] = {
-        {"127.0.0.1", "127.0.0.1"},
-        {"255.255.255.255", "255.255.255.255"},
-        {"0.0.0.0", "0.0.0.0"},
-        {"256.0.0.1", nullptr},
-        {"1.2.3", nullptr},
-        {"1.2.3.4.5", nullptr},
-        {"1.2.3.4 ", nullptr},
-        {"1..3.4", nullptr},
-        {"0001.2.3.4", nullptr},
-        {"", nullptr},
-        {"mail.example", nullptr},
-        {"::1", "::1"},
-        {"::", "::"},
-        {"1::", "1::"},
-        {"2001:DB8:0:0:1:0:0:1", "2001:db8::1:0:0:1"},
-        {"2001:db8:0:1:1:1:1:1", "2001:db8:0:1:1:1:1:1"},
-        {"1:0:0:2:0:0:0:3", "1:0:0:2::3"},
-        {"1:2:3:4:5:6:7:8", "1:2:3:4:5:6:7:8"},
-        {"::ffff:10.0.0.1", "::ffff:10.0.0.1"},
-        {"64:ff9b::1.2.3.4", "64:ff9b::102:304"},
-        {"fe80::1%3", "fe80::1%3"},
-        {"fe80::1%eth0", nullptr},
-        {"fe80::1%", nullptr},
-        {"1:2:3:4:5:6:7", nullptr},
-        {"1:2:3:4:5:6:7:8:9", nullptr},
-        {"1:2:3:4:5:6:7::8", nullptr},
-        {"1::2::3", nullptr},
-        {":::", nullptr},
-        {":1", nullptr},
-        {"1:", nullptr},
-        {"12345::", nullptr},
-        {"1.2.3.4::", nullptr},
-        {"1:2:3:4:5:6:7:1.2.3.4", nullptr},
-        {"[::1]", nullptr},
-    };
-    for (const auto& c : kCases) {
-        const auto address = parseIp(c.text);
-        EXPECT_EQ(address.has_value(), c.written != nullptr) << c.text;
-        if (address && c.written) {
-            EXPECT_EQ(toText(*address), c.written) << c.text;
-        }
+TEST(IpAddress, readsAndWrites) {
+    for (const char* same :
+         {"127.0.0.1", "255.255.255.255", "0.0.0.0", "::1", "::", "1::", "2001:db8:0:1:1:1:1:1",
+          "1:2:3:4:5:6:7:8", "::ffff:10.0.0.1", "fe80::1%3"}) {
+        const auto address = parseIp(same);
+        ASSERT_TRUE(address) << same;
+        EXPECT_EQ(toText(*address), same);
+    }
+    EXPECT_EQ(toText(parseIp("2001:DB8:0:0:1:0:0:1").value()), "2001:db8::1:0:0:1");
+    EXPECT_EQ(toText(parseIp("1:0:0:2:0:0:0:3").value()), "1:0:0:2::3");
+    EXPECT_EQ(toText(parseIp("64:ff9b::1.2.3.4").value()), "64:ff9b::102:304");
+    for (const char* none : {"256.0.0.1",
+                             "1.2.3",
+                             "1.2.3.4.5",
+                             "1.2.3.4 ",
+                             "1..3.4",
+                             "0001.2.3.4",
+                             "",
+                             "mail.example",
+                             "fe80::1%eth0",
+                             "fe80::1%",
+                             "1:2:3:4:5:6:7",
+                             "1:2:3:4:5:6:7:8:9",
+                             "1:2:3:4:5:6:7::8",
+                             "1::2::3",
+                             ":::",
+                             ":1",
+                             "1:",
+                             "12345::",
+                             "1.2.3.4::",
+                             "1:2:3:4:5:6:7:1.2.3.4",
+                             "[::1]"}) {
+        EXPECT_FALSE(parseIp(none)) << none;
     }
 }
 
 #ifndef _WIN32
 // The system's own functions judge a few ten thousand texts that are addresses or nearly so.
-TEST(IpAddress, AgreesWithTheSystem) {
+TEST(IpAddress, agreesWithTheSystem) {
     std::mt19937 random(7);
     const std::string alphabet = "0123456789abcF:::...";
     for (int i = 0; i < 60000; ++i) {
