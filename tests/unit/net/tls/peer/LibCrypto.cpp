@@ -2,8 +2,6 @@
 
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
-#include <openssl/hmac.h>
-#include <openssl/kdf.h>
 #include <openssl/param_build.h>
 #include <openssl/rand.h>
 #include <openssl/rsa.h>
@@ -12,8 +10,6 @@
 
 #include <map>
 #include <stdexcept>
-
-#include "base/ByteWriter.h"
 
 namespace tv::tls::test {
 namespace {
@@ -32,26 +28,6 @@ Bytes bytesOf(const BIGNUM* n) {
     Bytes out(static_cast<size_t>(BN_num_bytes(n)));
     BN_bn2bin(n, out.data());
     return out;
-}
-
-const EVP_CIPHER* aes(View key, bool gcm) {
-    if (gcm) return key.size() == 16 ? EVP_aes_128_gcm() : EVP_aes_256_gcm();
-    return key.size() == 16 ? EVP_aes_128_cbc() : EVP_aes_256_cbc();
-}
-
-using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)>;
-
-CipherContext cipher(bool encrypt, bool gcm, View key, View iv) {
-    CipherContext ctx(EVP_CIPHER_CTX_new(), EVP_CIPHER_CTX_free);
-    EVP_CipherInit_ex(ctx.get(), aes(key, gcm), nullptr, key.data(), iv.data(), encrypt ? 1 : 0);
-    EVP_CIPHER_CTX_set_padding(ctx.get(), 0);
-    return ctx;
-}
-
-void update(EVP_CIPHER_CTX* ctx, uint8_t* out, View in) {
-    int n = 0;
-    must(in.empty() || EVP_CipherUpdate(ctx, out, &n, in.data(), static_cast<int>(in.size())) == 1,
-         "cipher");
 }
 
 Bytes derOf(X509* cert) {
@@ -105,120 +81,6 @@ Bytes joined(std::initializer_list<View> parts) {
 Bytes randomBytes(size_t size) {
     Bytes out(size);
     RAND_bytes(out.data(), static_cast<int>(size));
-    return out;
-}
-
-Bytes digestOf(const char* hash, View data) {
-    uint8_t out[EVP_MAX_MD_SIZE];
-    size_t size = sizeof out;
-    must(EVP_Q_digest(nullptr, hash, nullptr, data.data(), data.size(), out, &size) == 1, hash);
-    return {out, out + size};
-}
-
-Bytes hmacOf(const char* hash, View key, View data) {
-    uint8_t out[EVP_MAX_MD_SIZE];
-    size_t size = 0;
-    static const uint8_t kNone = 0;  // an empty key must not be a null pointer
-    EVP_Q_mac(nullptr, "HMAC", nullptr, hash, nullptr, key.empty() ? &kNone : key.data(),
-              key.size(), data.data(), data.size(), out, sizeof out, &size);
-    must(size != 0, hash);
-    return {out, out + size};
-}
-
-Bytes prf(const char* hash, View secret, const std::string& label, View seed, size_t size) {
-    EVP_KDF* kdf = EVP_KDF_fetch(nullptr, "TLS1-PRF", nullptr);
-    EVP_KDF_CTX* ctx = EVP_KDF_CTX_new(kdf);
-    EVP_KDF_free(kdf);
-    const Bytes key(secret.begin(), secret.end());
-    const Bytes all =
-        joined({{reinterpret_cast<const uint8_t*>(label.data()), label.size()}, seed});
-    const OSSL_PARAM params[] = {
-        OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, const_cast<char*>(hash), 0),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SECRET, const_cast<uint8_t*>(key.data()),
-                                          key.size()),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SEED, const_cast<uint8_t*>(all.data()),
-                                          all.size()),
-        OSSL_PARAM_construct_end()};
-    Bytes out(size);
-    const int ok = EVP_KDF_derive(ctx, out.data(), size, params);
-    EVP_KDF_CTX_free(ctx);
-    must(ok == 1, "PRF");
-    return out;
-}
-
-Bytes expandLabel(const char* hash, View secret, const std::string& label, View context,
-                  size_t size) {
-    ByteWriter info;
-    info.u16(size);
-    info.vector(1, [&] { info.append("tls13 " + label); });
-    info.vector8(context);
-    info.u8(1);  // the first block of HKDF-Expand is all that is needed
-    Bytes out = hmacOf(hash, secret, info.bytes());
-    out.resize(size);
-    return out;
-}
-
-Bytes gcmSeal(View key, View nonce, View additional, View text) {
-    const CipherContext ctx = cipher(true, true, key, nonce);
-    Bytes out(text.size() + 16);
-    update(ctx.get(), nullptr, additional);
-    update(ctx.get(), out.data(), text);
-    int n = 0;
-    EVP_CipherFinal_ex(ctx.get(), out.data(), &n);
-    EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_AEAD_GET_TAG, 16, out.data() + text.size());
-    return out;
-}
-
-bool gcmOpen(View key, View nonce, View additional, View sealed, Bytes& text) {
-    if (sealed.size() < 16) return false;
-    const CipherContext ctx = cipher(false, true, key, nonce);
-    text.resize(sealed.size() - 16);
-    Bytes tag(sealed.end() - 16, sealed.end());
-    update(ctx.get(), nullptr, additional);
-    update(ctx.get(), text.data(), sealed.first(text.size()));
-    EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_AEAD_SET_TAG, 16, tag.data());
-    int n = 0;
-    uint8_t rest[16];
-    return EVP_CipherFinal_ex(ctx.get(), rest, &n) == 1;
-}
-
-Bytes cbc(bool encrypt, View key, View iv, View data) {
-    const CipherContext ctx = cipher(encrypt, false, key, iv);
-    Bytes out(data.size());
-    update(ctx.get(), out.data(), data);
-    return out;
-}
-
-Pkey groupKey(uint16_t group) {
-    static const std::map<uint16_t, const char*> names = {
-        {23, "P-256"},           {24, "P-384"},           {25, "P-521"},
-        {26, "brainpoolP256r1"}, {27, "brainpoolP384r1"}, {28, "brainpoolP512r1"}};
-    EVP_PKEY* key =
-        group == 29 ? EVP_PKEY_Q_keygen(nullptr, nullptr, "X25519") : EVP_EC_gen(names.at(group));
-    return {key, EVP_PKEY_free};
-}
-
-Bytes publicOf(EVP_PKEY* key) {
-    uint8_t* bytes = nullptr;
-    const size_t size = EVP_PKEY_get1_encoded_public_key(key, &bytes);
-    Bytes out(bytes, bytes + size);
-    OPENSSL_free(bytes);
-    return out;
-}
-
-Bytes sharedWith(EVP_PKEY* key, View peer) {
-    const Pkey other(EVP_PKEY_new(), EVP_PKEY_free);
-    EVP_PKEY_copy_parameters(other.get(), key);
-    must(EVP_PKEY_set1_encoded_public_key(other.get(), peer.data(), peer.size()) == 1, "share");
-    EVP_PKEY_CTX* ctx = EVP_PKEY_CTX_new(key, nullptr);
-    EVP_PKEY_derive_init(ctx);
-    EVP_PKEY_derive_set_peer(ctx, other.get());
-    Bytes out(128);
-    size_t size = out.size();
-    const int ok = EVP_PKEY_derive(ctx, out.data(), &size);
-    EVP_PKEY_CTX_free(ctx);
-    must(ok == 1, "derive");
-    out.resize(size);
     return out;
 }
 
@@ -278,7 +140,7 @@ EVP_PKEY* keyOf(const std::string& kind) {
     if (!key) {
         key = kind.rfind("RSA-", 0) == 0
                   ? EVP_RSA_gen(static_cast<unsigned>(std::stoul(kind.substr(4))))
-                  : EVP_EC_gen(kind.c_str());
+                  : EVP_EC_gen(kind.substr(0, kind.find('#')).c_str());
     }
     return key;
 }

@@ -1,3 +1,4 @@
+// The server's side of the handshakes, message by message.
 #include "tests/unit/net/tls/peer/ScriptedTlsServer.h"
 
 #include <algorithm>
@@ -5,7 +6,8 @@
 
 #include "base/ByteReader.h"
 #include "base/ByteWriter.h"
-#include "base/Hex.h"
+#include "net/tls/Transcript.h"
+#include "tests/fixtures/TestBytes.h"
 
 namespace tv::tls::test {
 namespace {
@@ -32,56 +34,42 @@ Bytes counted(View data) {
     return w.take();
 }
 
-Bytes nonceOf(View iv, uint64_t sequence) {
-    Bytes nonce = bytesIn(iv);
-    for (size_t i = 0; i < 8; ++i) {
-        nonce[4 + i] ^= static_cast<uint8_t>(sequence >> (56 - 8 * i));
-    }
-    return nonce;
+// Takes the first bytes away, so many.
+Bytes cut(Bytes& from, size_t size) {
+    const auto end = from.begin() + static_cast<std::ptrdiff_t>(size);
+    const Bytes front(from.begin(), end);
+    from.erase(from.begin(), end);
+    return front;
 }
 
-Item message(uint8_t type, Bytes body) {
+bool fillRandom(std::span<uint8_t> out) {
+    std::ranges::copy(randomBytes(out.size()), out.begin());
+    return true;
+}
+
+Item message(uint8_t type, Bytes body, std::optional<std::vector<Extension>> exts = std::nullopt) {
     Item item;
     item.type = type;
     item.body = std::move(body);
-    return item;
-}
-
-Item withExts(uint8_t type, Bytes body, std::vector<Extension> exts) {
-    Item item = message(type, std::move(body));
     item.exts = std::move(exts);
-    item.hasExts = true;
     return item;
-}
-
-std::vector<Extension> readExtensions(View block) {
-    std::vector<Extension> exts;
-    for (ByteReader r(block); !r.atEnd();) {
-        const uint16_t type = r.u16();
-        exts.push_back({type, bytesIn(r.vector16())});
-        must(r.ok(), "extension");
-    }
-    return exts;
 }
 
 }  // namespace
 
-Bytes Item::content() const {
-    ByteWriter w;
-    w.append(body);
-    if (hasExts) {
-        w.vector(2, [&] {
-            for (const Extension& e : exts) {
-                w.u16(e.type);
-                w.vector16(e.body);
-            }
-        });
+Item& Item::flat() {
+    if (!exts) return *this;
+    Bytes block;
+    for (const Extension& e : *exts) {
+        block = joined({block, u16(e.type), counted<2>(e.body)});
     }
-    return w.take();
+    body = joined({body, counted<2>(block)});
+    exts.reset();
+    return *this;
 }
 
 Bytes Item::encode() const {
-    const Bytes all = content();
+    const Bytes all = Item(*this).flat().body;
     if (record != kHandshake || raw) return all;
     ByteWriter w;
     w.u8(type);
@@ -90,133 +78,53 @@ Bytes Item::encode() const {
     return w.take();
 }
 
-Item& Item::flat() {
-    body = content();
-    hasExts = false;
-    return *this;
-}
-
 Bytes& Item::ext(uint16_t extension) {
-    for (Extension& e : exts) {
+    for (Extension& e : exts.value()) {
         if (e.type == extension) return e.body;
     }
     throw std::runtime_error("no such extension");
 }
 
 void Item::drop(uint16_t extension) {
-    std::erase_if(exts, [&](const Extension& e) { return e.type == extension; });
+    std::erase_if(exts.value(), [&](const Extension& e) { return e.type == extension; });
 }
 
 const Extension* ScriptedTlsServer::Hello::find(uint16_t type) const {
-    const auto at =
-        std::find_if(exts.begin(), exts.end(), [&](const auto& e) { return e.type == type; });
+    const auto at = std::ranges::find(exts, type, &Extension::type);
     return at == exts.end() ? nullptr : &*at;
 }
 
-ScriptedTlsServer::ScriptedTlsServer(ServerSetup s) : setup(std::move(s)) {}
-
-bool ScriptedTlsServer::isCbc() const {
-    return setup.suite == 0xC009 || setup.suite == 0xC013 || setup.suite == 0x002F ||
-           setup.suite == 0x0033;
-}
-
-const char* ScriptedTlsServer::hash() const {
-    if (setup.version < 0x0303) return "MD5-SHA1";
-    return setup.suite == 0x1302 || setup.suite == 0xC030 ? "SHA384" : "SHA256";
-}
-
-Bytes ScriptedTlsServer::take() {
-    return std::exchange(out_, {});
+Bytes ScriptedTlsServer::transcriptHash() const {
+    Transcript transcript;
+    transcript.add(transcript_);
+    transcript.settle(version(), suite().hash);
+    return transcript.hash();
 }
 
 // ---- records
 
-Bytes ScriptedTlsServer::additional(const Keys& keys, uint8_t type, size_t size) const {
-    ByteWriter w;
-    w.u64(keys.sequence);
-    w.u8(type);
-    w.u16(setup.version);
-    w.u16(size);
-    return w.take();
-}
-
-Bytes ScriptedTlsServer::seal(uint8_t type, View text) {
-    Keys& keys = *write_;
-    Bytes body;
-    if (is13()) {
-        Bytes inner = joined({text, View(&type, 1)});
-        inner.resize(inner.size() + setup.padding);
-        const Bytes header = joined({Bytes{kData, 3, 3}, u16(inner.size() + 16)});
-        body = gcmSeal(keys.key, nonceOf(keys.iv, keys.sequence++), header, inner);
-        return joined({header, body});
-    }
-    if (isCbc()) {
-        const Bytes mac =
-            hmacOf("SHA1", keys.mac, joined({additional(keys, type, text.size()), text}));
-        Bytes padded = joined({text, mac});
-        const size_t padding = 16 - padded.size() % 16;
-        padded.resize(padded.size() + padding, static_cast<uint8_t>(padding - 1));
-        const bool explicitIv = setup.version >= 0x0302;
-        const Bytes iv = explicitIv ? randomBytes(16) : keys.iv;
-        const Bytes sealed = cbc(true, keys.key, iv, padded);
-        keys.iv.assign(sealed.end() - 16, sealed.end());
-        body = explicitIv ? joined({iv, sealed}) : sealed;
-    } else {
-        ByteWriter number;
-        number.u64(keys.sequence);
-        const Bytes sealed = gcmSeal(keys.key, joined({keys.iv, number.bytes()}),
-                                     additional(keys, type, text.size()), text);
-        body = joined({number.bytes(), sealed});
-    }
-    ++keys.sequence;
-    return joined({View(&type, 1), u16(setup.version), u16(body.size()), body});
-}
-
-bool ScriptedTlsServer::open(uint8_t& type, View body, Bytes& text) {
-    Keys& keys = *read_;
-    if (is13()) {
-        const Bytes header = joined({Bytes{kData, 3, 3}, u16(body.size())});
-        if (!gcmOpen(keys.key, nonceOf(keys.iv, keys.sequence++), header, body, text)) return false;
-        while (!text.empty() && text.back() == 0) {
-            text.pop_back();
-        }
-        if (text.empty()) return false;
-        type = text.back();
-        text.pop_back();
-        return true;
-    }
-    if (isCbc()) {
-        const bool explicitIv = setup.version >= 0x0302;
-        const Bytes iv = explicitIv ? bytesIn(body.first(16)) : keys.iv;
-        if (explicitIv) body = body.subspan(16);
-        text = cbc(false, keys.key, iv, body);
-        keys.iv.assign(body.end() - 16, body.end());
-        const size_t drop = text.back() + size_t{21};
-        if (text.size() < drop) return false;
-        const Bytes mac(text.end() - static_cast<std::ptrdiff_t>(drop),
-                        text.end() - static_cast<std::ptrdiff_t>(drop - 20));
-        text.resize(text.size() - drop);
-        const Bytes wanted =
-            hmacOf("SHA1", keys.mac, joined({additional(keys, type, text.size()), text}));
-        ++keys.sequence;
-        return mac == wanted;
-    }
-    const bool ok = body.size() >= 24 &&
-                    gcmOpen(keys.key, joined({keys.iv, body.first(8)}),
-                            additional(keys, type, body.size() - 24), body.subspan(8), text);
-    ++keys.sequence;
-    return ok;
+void ScriptedTlsServer::seal(uint8_t type, View text) {
+    // Zeros behind the type are padding, and the last one passes for the type.
+    const bool pads = is13() && setup.padding > 0;
+    Bytes padded = joined({text, View(&type, pads ? 1 : 0)});
+    if (pads) padded.resize(padded.size() + setup.padding - 1);
+    DataBuffer out;
+    write_->seal({static_cast<ContentType>(pads ? 0 : type), headerVersion()}, padded, out);
+    wire(out.bytes());
 }
 
 void ScriptedTlsServer::send(uint8_t record, View content, bool plain) {
     const bool sealed = write_ && !plain;
-    if (sealed && setup.emptyRecords) wire(seal(record == kHandshake ? kHandshake : kData, {}));
+    if (sealed && setup.emptyRecords) seal(record == kHandshake ? kHandshake : kData, {});
     do {
         const View piece = content.first(std::min(content.size(), setup.recordSize));
         content = content.subspan(piece.size());
-        wire(sealed ? seal(record, piece)
-                    : joined({Bytes{record}, u16(std::min<uint16_t>(setup.version, 0x0303)),
-                              u16(piece.size()), piece}));
+        if (sealed) {
+            seal(record, piece);
+        } else {
+            const size_t minor = static_cast<size_t>(headerVersion());
+            wire(joined({Bytes{record}, u16(minor), counted<2>(piece)}));
+        }
     } while (!content.empty());
 }
 
@@ -224,44 +132,45 @@ void ScriptedTlsServer::receive(View bytes) {
     in_.insert(in_.end(), bytes.begin(), bytes.end());
     for (;;) {
         ByteReader r(in_);
-        const uint8_t type = r.u8();
-        r.u16();
-        const Bytes body = bytesIn(r.vector16());
+        r.skip(3);
+        r.vector16();
         if (!r.ok()) return;
-        in_.erase(in_.begin(), in_.begin() + static_cast<std::ptrdiff_t>(r.position()));
-        onRecord(type, body);
+        const Bytes record = cut(in_, r.position());
+        onRecord(record[0], View(record).subspan(5));
     }
 }
 
 void ScriptedTlsServer::onRecord(uint8_t type, View body) {
-    Bytes text = bytesIn(body);
+    Bytes opened = bytesIn(body);
+    View text = opened;
     const bool isPlain = is13() && type != kData;  // an early alert, or the ChangeCipherSpec
-    must(!closed, "record behind its close_notify");
-    if (read_ && !isPlain) must(open(type, body, text), "record");
+    must(!closed_, "record behind its close_notify");
+    if (read_ && !isPlain) {
+        RecordHeader header{static_cast<ContentType>(type), headerVersion()};
+        must(read_->open(header, opened, text), "record");
+        type = static_cast<uint8_t>(header.type);
+    }
     if (type == kCcs) {
-        must(text == Bytes{1}, "ChangeCipherSpec");
-        if (!is13()) read_ = std::exchange(nextRead_, std::nullopt);
+        must(bytesIn(text) == Bytes{1}, "ChangeCipherSpec");
+        if (!is13()) read_ = std::move(nextRead_);
     } else if (type == kAlert) {
         must(text.size() == 2, "alert");
-        closed = text[1] == 0;
-        if (!closed) alerts.push_back(text[1]);
+        closed_ = text[1] == 0;
+        if (!closed_) alerts.push_back(text[1]);
         clearAlerts += isPlain;
     } else if (type == kData) {
-        updated = false;
+        updated_ = false;
         received.append(text.begin(), text.end());
         recordSizes.push_back(text.size());
     } else {
         messages_.insert(messages_.end(), text.begin(), text.end());
         for (;;) {
             ByteReader r(messages_);
-            const uint8_t messageType = r.u8();
-            const Bytes content = bytesIn(r.vector24());
+            r.u8();
+            r.vector24();
             if (!r.ok()) return;
-            const Bytes whole(messages_.begin(),
-                              messages_.begin() + static_cast<std::ptrdiff_t>(r.position()));
-            messages_.erase(messages_.begin(),
-                            messages_.begin() + static_cast<std::ptrdiff_t>(whole.size()));
-            onMessage(messageType, content, whole);
+            const Bytes whole = cut(messages_, r.position());
+            onMessage(whole[0], View(whole).subspan(4), whole);
         }
     }
 }
@@ -272,8 +181,9 @@ void ScriptedTlsServer::onMessage(uint8_t type, View body, View whole) {
     if (type == 1) return onHello(body, whole);
     if (type == 20) return onFinished(body, whole);
     if (type == 24) {  // KeyUpdate: one until data follows (RFC 8446, 4.6.3)
-        must(!std::exchange(updated, true), "number of key updates");
-        read_ = trafficKeys(expandLabel(hash(), read_->secret, "traffic upd", {}, 32));
+        must(!std::exchange(updated_, true), "number of key updates");
+        clientSecret_ = nextTrafficSecret(suite().hash, clientSecret_.bytes());
+        read_ = cipher13(clientSecret_);
         return;
     }
     if (type == 11) clientCertificate = bytesIn(body);
@@ -283,28 +193,21 @@ void ScriptedTlsServer::onMessage(uint8_t type, View body, View whole) {
 
 void ScriptedTlsServer::onHello(View body, View whole) {
     Hello hello;
-    hello.whole = bytesIn(whole);
-    hello.body = bytesIn(body);
     ByteReader r(body);
-    r.u16();
+    r.skip(2);
     hello.random = bytesIn(r.bytes(32));
     hello.sessionId = bytesIn(r.vector8());
     for (ByteReader s(r.vector16()); !s.atEnd();) {
         hello.suites.push_back(s.u16());
     }
     r.vector8();
-    hello.exts = readExtensions(r.vector16());
+    for (ByteReader e(r.vector16()); !e.atEnd();) {
+        const uint16_t type = e.u16();
+        hello.exts.push_back({type, bytesIn(e.vector16())});
+    }
     must(r.complete(), "ClientHello");
     hellos.push_back(hello);
-    if (const Extension* psk = hello.find(41); psk && !setup.sessionSecret.empty()) {
-        const size_t size = digestOf(hash(), {}).size();
-        const Bytes early = hmacOf(hash(), {}, setup.sessionSecret);
-        const Bytes key = expandLabel(
-            hash(), expandLabel(hash(), early, "res binder", digestOf(hash(), {}), size),
-            "finished", {}, size);
-        const Bytes truncated = joined({transcript_, whole.first(whole.size() - size - 3)});
-        binderRight = hmacOf(hash(), key, digestOf(hash(), truncated)) == bytesIn(whole.last(size));
-    }
+    if (hello.find(41) && !setup.sessionSecret.empty()) checkBinder(whole);
     if (retried_) {
         transcript_ = joined({transcript_, whole});
     } else {
@@ -313,8 +216,7 @@ void ScriptedTlsServer::onHello(View body, View whole) {
         random_ = randomBytes(32);
         if (setup.retry) {
             retried_ = true;
-            const Bytes first = transcriptHash();
-            transcript_ = joined({Bytes{254, 0, 0, static_cast<uint8_t>(first.size())}, first});
+            transcript_ = joined({Bytes{254, 0, 0}, counted<1>(transcriptHash())});
             return emit(Step::HelloRetry);
         }
     }
@@ -325,6 +227,15 @@ void ScriptedTlsServer::onHello(View body, View whole) {
     }
 }
 
+void ScriptedTlsServer::checkBinder(View whole) {
+    const size_t size = crypto::Hash::of(suite().hash, {}).size();
+    const Bytes truncated = joined({transcript_, whole.first(whole.size() - size - 3)});
+    const Bytes wanted = finishedMac13(
+        suite().hash, EarlyStage13(suite().hash, setup.sessionSecret).resumptionBinder().bytes(),
+        crypto::Hash::of(suite().hash, truncated));
+    binderRight = wanted == bytesIn(whole.last(size));
+}
+
 std::vector<Step> ScriptedTlsServer::usualFlight() const {
     using enum Step;
     if (is13()) {
@@ -332,56 +243,51 @@ std::vector<Step> ScriptedTlsServer::usualFlight() const {
         return {ServerHello, EncryptedExtensions, Certificate, CertificateVerify, Finished};
     }
     if (resumed) return {ServerHello, ChangeCipherSpec, Finished};
-    const bool plainRsa = setup.suite == 0x009C || setup.suite == 0x002F;
-    if (plainRsa) return {ServerHello, Certificate, ServerHelloDone};
+    if (suite().keyExchange == KeyExchangeKind::Rsa) {
+        return {ServerHello, Certificate, ServerHelloDone};
+    }
     return {ServerHello, Certificate, ServerKeyExchange, ServerHelloDone};
 }
 
 void ScriptedTlsServer::onClientKeyExchange(View body) {
     ByteReader r(body);
+    SecureBuffer premaster;
     if (share_) {
-        premaster_ = sharedWith(share_.get(), r.vector8());
+        must(share_->derive(r.vector8(), premaster), "share");
         share_.reset();
     } else if (!setup.dhPrime.empty()) {
-        premaster_ = powerModulo(r.vector16(), dhPrivate_, setup.dhPrime);
+        premaster = SecureBuffer(powerModulo(r.vector16(), dhPrivate_, setup.dhPrime));
     } else {
-        premaster_ = rsaDecrypt(keyOf(setup.key), r.vector16());
-        must(
-            premaster_.size() == 48 && premaster_[0] == 3 && premaster_[1] == hellos.back().body[1],
-            "premaster secret");
+        premaster = SecureBuffer(rsaDecrypt(keyOf(setup.key), r.vector16()));
+        must(premaster.size() == 48 && bytesIn(premaster.bytes().first(2)) == Bytes{3, 3},
+             "premaster secret");
     }
     must(r.complete(), "ClientKeyExchange");
     const bool extended = setup.extendedMaster && hellos.back().find(kExtendedMaster);
-    master_ = prf(hash(), premaster_, extended ? "extended master secret" : "master secret",
-                  extended ? transcriptHash() : joined({hellos.back().random, random_}), 48);
+    const Bytes seed = extended ? transcriptHash() : joined({hellos.back().random, random_});
+    master_ =
+        bytesIn(masterSecret12(version(), suite().hash, premaster.bytes(), extended, seed).bytes());
     makeKeys12();
 }
 
 void ScriptedTlsServer::onFinished(View body, View whole) {
+    const Bytes wanted = verifyData(true);
+    must(bytesIn(body) == wanted, "Finished");
+    transcript_ = joined({transcript_, whole});
+    ++clientFinished;
     if (is13()) {
-        const Bytes key =
-            expandLabel(hash(), read_->secret, "finished", {}, digestOf(hash(), {}).size());
-        must(bytesIn(body) == hmacOf(hash(), key, transcriptHash()), "Finished");
-        transcript_ = joined({transcript_, whole});
-        ++clientFinished;
         if (!nextRead_) return;  // an answer to a request after the handshake
-        read_ = std::exchange(nextRead_, std::nullopt);
+        read_ = std::move(nextRead_);
+        clientSecret_ = nextClientSecret_;
         if (setup.ticket) emit(Step::NewSessionTicket);
         return;
     }
-    clientVerify_ = verifyData(true);
-    must(bytesIn(body) == clientVerify_, "Finished");
-    transcript_ = joined({transcript_, whole});
-    ++clientFinished;
+    clientVerify_ = wanted;
     sessionSecret = master_;
     if (resumed) return;
-    using enum Step;
-    std::vector<Step> flight = setup.finalFlight;
-    if (flight.empty()) flight = {ChangeCipherSpec, Finished};
-    if (setup.ticket) flight.insert(flight.begin(), NewSessionTicket);
-    for (const Step step : flight) {
-        emit(step);
-    }
+    if (setup.ticket) emit(Step::NewSessionTicket);
+    emit(Step::ChangeCipherSpec);
+    emit(Step::Finished);
 }
 
 // ---- what the server says
@@ -407,13 +313,12 @@ void ScriptedTlsServer::emit(Step step) {
     };
     if (!setup.rehash) hashed(original);
     if (step == Step::ServerHello && setup.rehash && !items.empty()) {
-        const Bytes hello = items.front().content();
+        Bytes hello = Item(items.front()).flat().body;
         if (hello.size() >= 34) random_.assign(hello.begin() + 2, hello.begin() + 34);
     }
     for (const Item& item : items) {
-        const Bytes bytes = item.encode();
         if (setup.rehash) hashed(item);
-        send(item.record, joined({bytes, item.tail}), item.plain);
+        send(item.record, joined({item.encode(), item.tail}), item.plain);
     }
     after(step);
 }
@@ -425,13 +330,17 @@ Item ScriptedTlsServer::build(Step step) {
         case Step::ServerHello:
             return serverHello();
         case Step::EncryptedExtensions:
-            return withExts(8, {}, {{28, {0x40, 0x01}}});
+            return message(8, {}, {{{28, {0x40, 0x01}}}});
         case Step::CertificateRequest:
-            if (is13()) return withExts(13, {0}, {{13, {0, 2, 4, 3}}});
+            if (is13()) return message(13, {0}, {{{13, {0, 2, 4, 3}}}});
             return message(
                 13, setup.version < 0x0303 ? Bytes{1, 64, 0, 0} : Bytes{1, 64, 0, 2, 4, 3, 0, 0});
-        case Step::Certificate:
-            return certificate();
+        case Step::Certificate: {
+            const Bytes& own = setup.certificate;
+            const Bytes der = counted<3>(own.empty() ? certificateOf(keyOf(setup.key)) : own);
+            if (!is13()) return message(11, counted<3>(der));
+            return message(11, joined({Bytes{0}, counted<3>(joined({der, Bytes{0, 0}}))}));
+        }
         case Step::CertificateStatus:
             return message(22, {1, 0, 0, 3, 0x30, 0x01, 0});
         case Step::CertificateVerify:
@@ -444,12 +353,11 @@ Item ScriptedTlsServer::build(Step step) {
         case Step::NewSessionTicket:
             // An hour, age_add 7, nonce 1, ticket "ticket"; before TLS 1.3 no nonce and age_add.
             if (!is13()) return message(4, {0, 0, 14, 16, 0, 6, 't', 'i', 'c', 'k', 'e', 't'});
-            return withExts(4, {0, 0, 14, 16, 0, 0, 0, 7, 1, 1, 0, 6, 't', 'i', 'c', 'k', 'e', 't'},
-                            {});
+            return message(4, {0, 0, 14, 16, 0, 0, 0, 7, 1, 1, 0, 6, 't', 'i', 'c', 'k', 'e', 't'},
+                           std::vector<Extension>());
         case Step::ChangeCipherSpec: {
-            Item item;
+            Item item = message(0, {1});
             item.record = kCcs;
-            item.body = {1};
             item.plain = is13();
             return item;
         }
@@ -466,51 +374,45 @@ Item ScriptedTlsServer::build(Step step) {
 
 Item ScriptedTlsServer::serverHello() {
     const Hello& hello = hellos.back();
-    sessionId = is13() ? hello.sessionId : resumed ? setup.sessionId : randomBytes(32);
-    const Bytes body = joined({u16(std::min<uint16_t>(setup.version, 0x0303)), random_,
+    sessionId = is13() || setup.echo ? hello.sessionId
+                : resumed            ? setup.sessionId
+                                     : randomBytes(32);
+    const Bytes body = joined({u16(static_cast<size_t>(headerVersion())), random_,
                                counted<1>(sessionId), u16(setup.suite), Bytes{0}});
     std::vector<Extension> exts;
     if (is13()) {
         if (resumed) exts.push_back({41, {0, 0}});
         if (setup.keyShare) {
-            share_ = groupKey(setup.group);
-            exts.push_back({51, joined({u16(setup.group), counted<2>(publicOf(share_.get()))})});
+            share_ = makeKeyShare(static_cast<Group>(setup.group), fillRandom);
+            exts.push_back({51, joined({u16(setup.group), counted<2>(share_->publicKey())})});
         }
         exts.push_back({43, {3, 4}});
-        return withExts(2, body, exts);
+        return message(2, body, exts);
     }
     if (setup.secureRenegotiation) {
         exts.push_back({kRenegotiationInfo, counted<1>(joined({clientVerify_, serverVerify_}))});
     }
     if (setup.extendedMaster && hello.find(kExtendedMaster)) exts.push_back({kExtendedMaster, {}});
     if (setup.ticket && hello.find(35)) exts.push_back({35, {}});
-    return withExts(2, body, exts);
+    return message(2, body, exts);
 }
 
-Item ScriptedTlsServer::helloRetry() {
-    static const Bytes kRandom = digestOf(
-        "SHA256", joined({View(reinterpret_cast<const uint8_t*>("HelloRetryRequest"), 17)}));
+Item ScriptedTlsServer::helloRetry() const {
+    const crypto::DigestBytes random =
+        crypto::Hash::of(crypto::HashId::kSha256, tv::test::bytesIn("HelloRetryRequest"));
     std::vector<Extension> exts;
     if (setup.retryForGroup) exts.push_back({51, u16(setup.group)});
     if (!setup.cookie.empty()) exts.push_back({44, counted<2>(setup.cookie)});
     exts.push_back({43, {3, 4}});
-    return withExts(2,
-                    joined({Bytes{3, 3}, kRandom, counted<1>(hellos.back().sessionId),
-                            u16(setup.suite), Bytes{0}}),
-                    exts);
+    return message(2,
+                   joined({Bytes{3, 3}, random, counted<1>(hellos.back().sessionId),
+                           u16(setup.suite), Bytes{0}}),
+                   exts);
 }
 
-Item ScriptedTlsServer::certificate() {
-    const Bytes der =
-        setup.certificate.empty() ? certificateOf(keyOf(setup.key)) : setup.certificate;
-    if (!is13()) return message(11, counted<3>(counted<3>(der)));
-    return message(11, joined({Bytes{0}, counted<3>(joined({counted<3>(der), Bytes{0, 0}}))}));
-}
-
-Item ScriptedTlsServer::certificateVerify() {
-    const std::string text = std::string(64, ' ') + "TLS 1.3, server CertificateVerify";
-    const Bytes data = joined(
-        {View(reinterpret_cast<const uint8_t*>(text.c_str()), text.size() + 1), transcriptHash()});
+Item ScriptedTlsServer::certificateVerify() const {
+    const std::string text = std::string(64, ' ') + "TLS 1.3, server CertificateVerify" + '\0';
+    const Bytes data = joined({tv::test::bytesIn(text), transcriptHash()});
     return message(15, joined({u16(setup.scheme),
                                counted<2>(signatureOf(keyOf(setup.key), setup.scheme, data))}));
 }
@@ -518,12 +420,13 @@ Item ScriptedTlsServer::certificateVerify() {
 Item ScriptedTlsServer::keyExchange() {
     Bytes params;
     if (!setup.dhPrime.empty()) {
+        const Bytes generator = {2};
         dhPrivate_ = randomBytes(32);
-        params = joined({counted<2>(setup.dhPrime), counted<2>(setup.dhGenerator),
-                         counted<2>(powerModulo(setup.dhGenerator, dhPrivate_, setup.dhPrime))});
+        params = joined({counted<2>(setup.dhPrime), counted<2>(generator),
+                         counted<2>(powerModulo(generator, dhPrivate_, setup.dhPrime))});
     } else {
-        share_ = groupKey(setup.group);
-        params = joined({Bytes{3}, u16(setup.group), counted<1>(publicOf(share_.get()))});
+        share_ = makeKeyShare(static_cast<Group>(setup.group), fillRandom);
+        params = joined({Bytes{3}, u16(setup.group), counted<1>(share_->publicKey())});
     }
     Items items{message(12, params)};
     runEdits(Step::ServerKeyParams, items);
@@ -534,87 +437,72 @@ Item ScriptedTlsServer::keyExchange() {
 }
 
 Bytes ScriptedTlsServer::verifyData(bool fromClient) const {
-    if (is13()) {
-        const Bytes secret = write_ ? write_->secret : Bytes(32);
-        const size_t size = digestOf(hash(), {}).size();
-        return hmacOf(hash(), expandLabel(hash(), secret, "finished", {}, size), transcriptHash());
+    if (!is13()) {
+        return verifyData12(version(), suite().hash, master_, fromClient, transcriptHash());
     }
-    return prf(hash(), master_, fromClient ? "client finished" : "server finished",
-               transcriptHash(), 12);
+    const SecureBuffer& secret = fromClient ? clientSecret_ : serverSecret_;
+    return finishedMac13(suite().hash, secret.bytes(), transcriptHash());
 }
 
 // ---- keys
 
 void ScriptedTlsServer::after(Step step) {
-    const size_t size = digestOf(hash(), {}).size();
-    if (step == Step::ServerHello && is13()) makeHandshakeKeys();
-    if (step == Step::ServerHello && !is13() && resumed) {
-        master_ = setup.sessionSecret;
-        makeKeys12();
+    if (!is13()) {
+        if (step == Step::ServerHello && resumed) {
+            master_ = setup.sessionSecret;
+            makeKeys12();
+        }
+        if (step == Step::ChangeCipherSpec && nextWrite_) write_ = std::move(nextWrite_);
+        return;
     }
-    if (step == Step::ChangeCipherSpec && !is13() && nextWrite_) {
-        write_ = std::exchange(nextWrite_, std::nullopt);
-    }
-    if (!is13() || !write_) return;
+    if (step == Step::ServerHello) makeHandshakeKeys();
+    if (!write_) return;
     if (step == Step::Finished) {
-        const Bytes done = transcriptHash();
-        write_ = trafficKeys(expandLabel(hash(), masterSecret13_, "s ap traffic", done, size));
-        nextRead_ = trafficKeys(expandLabel(hash(), masterSecret13_, "c ap traffic", done, size));
+        serverSecret_ = masterStage_->serverTraffic(transcriptHash());
+        nextClientSecret_ = masterStage_->clientTraffic(transcriptHash());
+        nextRead_ = cipher13(nextClientSecret_);
     }
     if (step == Step::KeyUpdate) {
-        write_ = trafficKeys(expandLabel(hash(), write_->secret, "traffic upd", {}, size));
+        serverSecret_ = nextTrafficSecret(suite().hash, serverSecret_.bytes());
     }
+    if (step == Step::Finished || step == Step::KeyUpdate) write_ = cipher13(serverSecret_);
     if (step == Step::NewSessionTicket) {
-        const Bytes resumption =
-            expandLabel(hash(), masterSecret13_, "res master", transcriptHash(), size);
-        sessionSecret = expandLabel(hash(), resumption, "resumption", Bytes{1}, size);
+        const SecureBuffer resumption = masterStage_->resumption(transcriptHash());
+        sessionSecret = bytesIn(ticketKey13(suite().hash, resumption.bytes(), Bytes{1}).bytes());
     }
 }
 
 void ScriptedTlsServer::makeHandshakeKeys() {
-    const size_t size = digestOf(hash(), {}).size();
-    const Bytes zeros(size), nothing = digestOf(hash(), {});
-    Bytes shared = zeros;
+    SecureBuffer shared;
     if (setup.keyShare) {
         must(hellos.back().find(51), "set of key shares");
         for (ByteReader r(View(hellos.back().find(51)->body).subspan(2)); !r.atEnd();) {
             const uint16_t group = r.u16();
             const View peer = r.vector16();
-            if (group == setup.group) shared = sharedWith(share_.get(), peer);
+            if (group == setup.group) must(share_->derive(peer, shared), "share");
         }
     }
-    const Bytes early = hmacOf(hash(), {}, resumed ? setup.sessionSecret : zeros);
-    const Bytes secret =
-        hmacOf(hash(), expandLabel(hash(), early, "derived", nothing, size), shared);
-    masterSecret13_ = hmacOf(hash(), expandLabel(hash(), secret, "derived", nothing, size), zeros);
-    write_ = trafficKeys(expandLabel(hash(), secret, "s hs traffic", transcriptHash(), size));
-    read_ = trafficKeys(expandLabel(hash(), secret, "c hs traffic", transcriptHash(), size));
+    const EarlyStage13 early(suite().hash, resumed ? View(setup.sessionSecret) : View());
+    const HandshakeStage13 stage = early.handshake(shared.bytes());
+    masterStage_.emplace(stage.master());
+    clientSecret_ = stage.clientTraffic(transcriptHash());
+    serverSecret_ = stage.serverTraffic(transcriptHash());
+    read_ = cipher13(clientSecret_);
+    write_ = cipher13(serverSecret_);
 }
 
-ScriptedTlsServer::Keys ScriptedTlsServer::trafficKeys(const Bytes& secret) const {
-    return {secret,
-            expandLabel(hash(), secret, "key", {}, setup.suite == 0x1302 ? 32 : 16),
-            expandLabel(hash(), secret, "iv", {}, 12),
-            {},
-            0};
+ScriptedTlsServer::Cipher ScriptedTlsServer::cipherOf(const RecordKeys& keys) const {
+    return makeRecordCipher(suite(), version(), keys, fillRandom);
+}
+
+ScriptedTlsServer::Cipher ScriptedTlsServer::cipher13(const SecureBuffer& secret) const {
+    return cipherOf(trafficKeys13(suite(), secret.bytes()));
 }
 
 void ScriptedTlsServer::makeKeys12() {
-    const size_t mac = isCbc() ? 20 : 0;
-    const size_t key = setup.suite == 0xC030 ? 32 : 16;
-    const size_t iv = !isCbc() ? 4 : setup.version < 0x0302 ? 16 : 0;
-    const Bytes block = prf(hash(), master_, "key expansion",
-                            joined({random_, hellos.back().random}), 2 * (mac + key + iv));
-    ByteReader r(block);
-    Keys client, server;
-    client.mac = bytesIn(r.bytes(mac));
-    server.mac = bytesIn(r.bytes(mac));
-    client.key = bytesIn(r.bytes(key));
-    server.key = bytesIn(r.bytes(key));
-    client.iv = bytesIn(r.bytes(iv));
-    server.iv = bytesIn(r.bytes(iv));
-    nextRead_ = client;
-    nextWrite_ = server;
+    const KeyBlock12 block = keyBlock12(version(), suite(), master_, hellos.back().random, random_);
+    nextRead_ = cipherOf(block.client);
+    nextWrite_ = cipherOf(block.server);
 }
 
 }  // namespace tv::tls::test
