@@ -1,7 +1,9 @@
 // Sending, receiving, waiting, closing, and the session log.
+#include <algorithm>
+
 #include "net/Socket2.h"
 #include "net/stream/TolvaneSocket.h"
-#include "platform/SysFile.h"
+#include "tests/fixtures/TestData.h"
 #include "tests/unit/net/NetTestKit.h"
 
 namespace tv {
@@ -10,269 +12,213 @@ namespace {
 using namespace tv::test;
 using plat::NetCode;
 
-constexpr uint32_t kIdleMs = 5000;
-
-class Transfer : public testing::Test {
+class Transfer : public NetWorld {
 protected:
     FakeLink& connectTo(std::vector<Turn> dialogue) {
         FakeLink& link = net.serve("10.0.0.1", 25, std::move(dialogue));
+        monitor.allowed = 1 << 30;
+        begin();
         EXPECT_FALSE(failure = socket.connect2(call, "10.0.0.1", 25, false));
-        log.clearLog();
-        call.monitor = &monitor;
-        monitor.asked = 0;
-        startNs = clock.nowNs;
+        begin();
         return link;
     }
-    bool send(std::string_view text) {
-        failure = socket.sendBytes(call, bytesFrom(text), kIdleMs);
+    bool send(std::string_view text, uint32_t idleMs = 5000) {
+        failure = socket.sendBytes(call, bytesFrom(text), idleMs);
         return !failure;
     }
     // The next line, or "" on failure.
-    std::string line(uint32_t idleMs = kIdleMs) {
+    std::string line(uint32_t idleMs = 5000) {
         DataBuffer out;
-        failure = socket.receiveUntilMatch(call, out, "\r\n", 100, idleMs);
+        failure = socket.receiveUntilMatch(call, out, "\r\n", 300, idleMs);
         return failure ? std::string() : std::string(out.text());
     }
-    uint64_t elapsedMs() const { return (clock.nowNs - startNs) / 1000000; }
-
-    FakeClock clock;
-    FakeNet net{clock};
-    _tvLogger log;
-    Recorded recorded{log};
-    Monitor monitor;
-    CallContext call{log};
-    Failure failure;  // of the last operation
-    uint64_t startNs = 0;
     Socket2 socket;
 };
 
-TEST_F(Transfer, OneReceivePerSegmentAndNoWaitBeforeASend) {
-    FakeLink& link = connectTo({say("220-a\r\n220 b\r\n"), turn("EHLO x\r\n", "250 ok\r\n")});
-    EXPECT_EQ(line(), "220-a\r\n");
-    EXPECT_EQ(line(), "220 b\r\n");
-    const size_t waits = link.waits;
-    EXPECT_TRUE(send("EHLO x\r\n"));
-    EXPECT_EQ(link.waits, waits);
-    EXPECT_EQ(link.sends, 1U);
-    EXPECT_EQ(line(), "250 ok\r\n");
-    EXPECT_EQ(link.receives, 2U);
-}
-
-// Whatever the network does to the pieces, the same bytes arrive at both ends.
-TEST_F(Transfer, PiecesOfEverySize) {
-    const std::string body(3000, 'x');
-    for (const Delivery delivery : {Delivery::Whole, Delivery::Lines, Delivery::Bytes}) {
-        for (const size_t most : {size_t{1}, size_t{7}, SIZE_MAX}) {
-            FakeLink& link = connectTo({say("220 hello\r\n"), turn("DATA\r\n", "354 go\r\n"),
-                                        turn(body + ".\r\n", "250-taken\r\n250 ok\r\n")});
-            link.delivery = delivery;
-            link.maxReceive = most;
-            link.maxSend = most;
-            link.sendWindow = most == SIZE_MAX ? SIZE_MAX : 5 * most;
-            link.latencyMs = 20;
-            EXPECT_EQ(line(), "220 hello\r\n");
-            EXPECT_TRUE(send("DATA\r\n"));
-            EXPECT_EQ(line(), "354 go\r\n");
-            EXPECT_TRUE(send(body + ".\r\n"));
-            EXPECT_EQ(line(), "250-taken\r\n");
-            EXPECT_EQ(line(), "250 ok\r\n");
-            EXPECT_TRUE(link.finished);
-            socket.close(call, false, 0);
-        }
-    }
-}
-
-TEST_F(Transfer, ReceiveFailures) {
-    const struct {
+TEST_F(Transfer, failures) {
+    using enum Cause;
+    constexpr size_t kReceive = SIZE_MAX;
+    constexpr struct {
         const char* name;
-        Ending after;
+        Ending ending;
+        size_t after;  // bytes of the client, of 1000; kReceive: after half a line of the server
+        int allowed;   // how often the application says go on
+        Cause cause;
         uint64_t elapsedMs;
-        bool timedOut;
-        const char* text;
+        const char* texts;
     } kCases[] = {
-        {"end of stream", Ending::Eof, 0, false, "Connection closed by peer."},
-        {"reset", Ending::Reset, 0, false, "Failed to receive data on the TCP socket"},
-        {"silence", Ending::None, 5000, true, "Timeout: the remote host sent no data."},
-    };
-    for (const auto& c : kCases) {
-        Turn greeting = say("220 hel");
-        greeting.after = c.after;
-        FakeLink& link = connectTo({greeting});
-        DataBuffer out;
-        EXPECT_TRUE(failure = socket.receiveUntilMatch(call, out, "\r\n", 100, kIdleMs)) << c.name;
-        EXPECT_EQ(out.size(), 0U) << c.name;
-        EXPECT_TRUE(socket.hasBufferedInput()) << c.name;  // the half line
-        EXPECT_EQ(failure.is(Cause::Timeout), c.timedOut) << c.name;
-        EXPECT_EQ(elapsedMs(), c.elapsedMs) << c.name;
-        EXPECT_EQ(socket.isConnected(), c.timedOut) << c.name;
-        expectLogged(log, c.text);
-        socket.close(call, true, 0);
-        EXPECT_TRUE(link.closedByClient) << c.name;
-    }
-}
-
-TEST_F(Transfer, EachByteRenewsTheIdleTime) {
-    FakeLink& link = connectTo({say("250 ok\r\n")});
-    link.delivery = Delivery::Bytes;
-    EXPECT_EQ(line(), "250 ok\r\n");
-    connectTo({say("2").delayedBy(4000), turn("x", "5\r\n").delayedBy(4000)});
-    EXPECT_TRUE(send("x"));
-    EXPECT_EQ(line(), "25\r\n");
-    EXPECT_EQ(elapsedMs(), 8000U);
-}
-
-TEST_F(Transfer, EachAcceptedPieceRenewsTheIdleTime) {
-    const std::string data(50, 'd');
-    FakeLink& link = connectTo({turn(data, "")});
-    link.sendWindow = 10;
-    link.drainMs = 4000;
-    EXPECT_TRUE(send(data)) << textOf(log);
-    EXPECT_EQ(elapsedMs(), 16000U);
-}
-
-TEST_F(Transfer, LineWithoutEnd) {
-    connectTo({say(std::string(500, 'y'))});
-    DataBuffer out;
-    EXPECT_TRUE(failure = socket.receiveUntilMatch(call, out, "\r\n", 300, kIdleMs));
-    EXPECT_EQ(out.size(), 300U);
-    EXPECT_FALSE(failure.is(Cause::Timeout));
-    expectLogged(log, "maxSize: 300");
-}
-
-TEST_F(Transfer, SendFailures) {
-    const std::string data(1000, 'd');
-    const struct {
-        const char* name;
-        Ending cut;
-        size_t after;
-        int allowedAborts;
-        bool timedOut;
-        bool aborted;
-        const char* text;
-    } kCases[] = {
-        {"stall after some", Ending::Stall, 400, 100, true, false, "Timeout after partial send."},
-        {"stall at once", Ending::Stall, 0, 100, true, false,
+        {"the end", Ending::Eof, kReceive, 99, ConnectionLost, 0, "Connection closed by peer."},
+        {"reset", Ending::Reset, kReceive, 99, ConnectionLost, 0,
+         "Failed to receive data on the TCP socket | WSAECONNRESET"},
+        {"silence", Ending::None, kReceive, 99, Timeout, 5000,
+         "Timeout: the remote host sent no data."},
+        {"stopped", Ending::None, kReceive, 3, Aborted, 666,
+         "socket operation aborted by application"},
+        {"stall after some", Ending::Stall, 400, 99, Timeout, 5000,
+         "Timeout after partial send. | numBytesSent: 400 | numBytesUnsent: 600"},
+        {"stall at once", Ending::Stall, 0, 99, Timeout, 5000,
          "Timeout: the remote host accepted no data."},
-        {"reset", Ending::Reset, 400, 100, false, false,
+        {"reset after some", Ending::Reset, 400, 99, ConnectionLost, 0,
          "WSAECONNRESET An existing connection was forcibly closed by the remote host."},
-        {"closed by the peer", Ending::Eof, 0, 100, false, false, "WSAECONNRESET"},
-        {"aborted at once", Ending::Stall, 400, 0, false, true,
+        {"closed", Ending::Eof, 0, 99, ConnectionLost, 0, "WSAECONNRESET"},
+        {"stopped at once", Ending::Stall, 400, 0, Aborted, 0,
          "Socket SendBytes aborted by application."},
-        {"aborted during the wait", Ending::Stall, 400, 3, false, true,
-         "Socket SendBytes2 aborted by application."},
+        {"stopped in the wait", Ending::Stall, 400, 3, Aborted, 333,
+         "Socket SendBytes2 aborted by application. | socket operation aborted by application"},
     };
+    const std::string data(1000, 'd');
     for (const auto& c : kCases) {
-        FakeLink& link = connectTo({turn(data, "")});
-        link.maxSend = 900;
-        link.cut = c.cut;
-        link.cutAfterClientBytes = c.after;
+        SCOPED_TRACE(c.name);
+        const bool receives = c.after == kReceive;
+        Turn half = say("220 hel");
+        half.after = c.ending;
+        FakeLink& link = connectTo({receives ? half : turn(data, "")});
         link.mayEndEarly = true;
-        monitor.allowed = c.allowedAborts;
-        EXPECT_FALSE(send(data)) << c.name;
-        EXPECT_EQ(failure.is(Cause::Timeout), c.timedOut) << c.name;
-        EXPECT_EQ(failure.is(Cause::Aborted), c.aborted) << c.name;
-        EXPECT_EQ(elapsedMs(), c.timedOut ? kIdleMs : c.allowedAborts == 3 ? 333 : 0) << c.name;
-        expectLogged(log, c.text);
-        if (c.cut == Ending::Stall && c.timedOut && c.after > 0) {
-            expectLogged(log, "numBytesSent: 400");
-            expectLogged(log, "numBytesUnsent: 600");
-        }
-        monitor.allowed = 1 << 30;
-        std::construct_at(&call, log);
+        link.maxSend = 900;
+        link.cut = receives ? Ending::None : c.ending;
+        link.cutAfterClientBytes = c.after;
+        monitor.allowed = c.allowed;
+        EXPECT_FALSE(receives ? !line().empty() : send(data));
+        EXPECT_EQ(failure.cause(), c.cause);
+        EXPECT_EQ(failure.anySent(), !receives && link.fromClient.size() > 0);
+        EXPECT_EQ(elapsedMs(), c.elapsedMs);
+        EXPECT_EQ(socket.isConnected(), c.cause != ConnectionLost);
+        EXPECT_EQ(socket.hasBufferedInput(), receives);  // the half line
+        expectLogged(log, c.texts);
         socket.close(call, true, 0);
+        EXPECT_TRUE(link.closedByClient);
     }
 }
 
-TEST_F(Transfer, AbortEndsAReceiveAtTheNextSlice) {
-    connectTo({});
-    monitor.allowed = 3;
-    EXPECT_EQ(line(), "");
-    EXPECT_TRUE(failure.is(Cause::Aborted));
-    EXPECT_FALSE(failure.is(Cause::Timeout));
-    EXPECT_EQ(elapsedMs(), 999U);
-    expectLogged(log, "socket operation aborted by application");
+enum class For { Connect, Receive, Send };
+
+// How long each kind of wait takes and in which slices.
+TEST_F(Transfer, waitsLastAndAreSlicedAsOrdered) {
+    constexpr uint32_t kPoll = 0xABCD0123;
+    constexpr uint64_t kHour = 3600000;
+    constexpr struct {
+        const char* name;
+        uint32_t limitMs, heartbeatMs;
+        bool fine;
+        uint32_t slice;
+        uint64_t elapsedMs;  // 0: as long as without a limit
+    } kWaits[] = {
+        {"as usual", 2000, 0, false, 333, 2000},
+        {"fine slices", 2000, 0, true, 66, 2000},
+        {"heartbeat", 2000, 200, false, 200, 2000},
+        {"heartbeat before fine slices", 2000, 200, true, 200, 2000},
+        {"heartbeat too short", 2000, 7, false, 50, 2000},
+        {"heartbeat longer than the limit", 2000, 5000, false, 2000, 2000},
+        {"no limit", 0, 60000, false, 60000, 0},
+        {"a look", kPoll, 0, false, 1, 1},
+        {"a look with a heartbeat", kPoll, 200, false, 1, 1},
+    };
+    for (const For what : {For::Connect, For::Receive, For::Send}) {
+        for (const auto& row : kWaits) {
+            if (what == For::Connect && row.limitMs == kPoll) continue;
+            SCOPED_TRACE(std::to_string(static_cast<int>(what)) + row.name);
+            if (what == For::Connect) {
+                net.silent("10.0.0.2", 25);
+                socket.setConnectTimeoutMs(row.limitMs);
+                begin();
+            } else {
+                connectTo({say("").thenStall()});
+            }
+            call.heartbeatMs = row.heartbeatMs;
+            call.fineSlices = row.fine;
+            if (what == For::Connect) failure = socket.connect2(call, "10.0.0.2", 25, false);
+            if (what == For::Receive) line(row.limitMs);
+            if (what == For::Send) send("data", row.limitMs);
+            const bool connects = what == For::Connect;
+            EXPECT_TRUE(failure.is(connects ? Cause::ConnectTimeout : Cause::Timeout));
+            const uint64_t limit = row.elapsedMs ? row.elapsedMs : (connects ? 6 : 56) * kHour;
+            EXPECT_EQ(elapsedMs(), limit);
+            EXPECT_EQ(*std::max_element(net.slices.begin(), net.slices.end()), row.slice);
+            // Asleep all the time, and no more often awake than it has to be.
+            EXPECT_EQ(net.slices.size(), (limit + row.slice - 1) / row.slice);
+            socket.close(call, true, 0);
+        }
+    }
+}
+
+TEST_F(Transfer, linesWithinTheirSize) {
+    const struct {
+        const char* stream;
+        size_t maxSize;
+        const char *taken, *left;  // left: what is there for the next
+    } kLines[] = {
+        {"abc\r\nx", 5, "abc\r\n", "x"},
+        {"abc\r\nx", 4, "abc\r", "\nx"},  // the mark straddles the limit
+        {"abcdef", 4, "abcd", "ef"},
+    };
+    for (const auto& c : kLines) {
+        for (const Delivery delivery : {Delivery::Whole, Delivery::Bytes}) {
+            connectTo({say(c.stream)}).delivery = delivery;
+            DataBuffer out, rest;
+            failure = socket.receiveUntilMatch(call, out, "\r\n", c.maxSize, 5000);
+            EXPECT_EQ(out.text(), c.taken);
+            EXPECT_EQ(failure.cause(), c.maxSize == 5 ? Cause::None : Cause::LineTooLong);
+            expectLogged(log, c.maxSize == 5 ? "!maxSize" : "maxSize: 4");
+            while (rest.size() < std::string(c.left).size())
+                ASSERT_FALSE(failure = socket.receiveBytes(call, rest, 5000));
+            EXPECT_EQ(rest.text(), c.left);
+        }
+    }
 }
 
 // A connection is quiet only while it stands and nobody has said anything since.
-TEST_F(Transfer, Quiet) {
-    EXPECT_FALSE(socket.isQuiet());
-    connectTo({say("220 a\r\n"), turn("NOOP\r\n", "250 ok\r\n"),
-               turn("NOOP\r\n", "250 ok\r\n421 bye\r\n")});
-    EXPECT_FALSE(socket.isQuiet());  // the greeting is unread
-    EXPECT_EQ(line(), "220 a\r\n");  // and not lost
-    EXPECT_TRUE(socket.isQuiet());
-    EXPECT_TRUE(send("NOOP\r\n"));
-    EXPECT_EQ(line(), "250 ok\r\n");
-    EXPECT_TRUE(socket.isQuiet());
-    EXPECT_TRUE(send("NOOP\r\n"));
-    EXPECT_EQ(line(), "250 ok\r\n");
+TEST_F(Transfer, quiet) {
     EXPECT_FALSE(socket.isQuiet());
     const struct {
         Turn turn;
         bool quiet;
-    } kEnds[] = {{say("220 a\r\n").thenClose(), false},
+    } kEnds[] = {{say("220 a\r\n"), true},
+                 {say("220 a\r\n421 bye\r\n"), false},
+                 {say("220 a\r\n").thenStall(), true},
                  {say("220 a\r\n").thenReset(), false},
-                 {say("220 a\r\n").thenStall(), true}};
+                 {say("220 a\r\n").thenClose(), false}};
     for (const auto& c : kEnds) {
         connectTo({c.turn});
-        EXPECT_EQ(line(), "220 a\r\n");
+        EXPECT_FALSE(socket.isQuiet());  // the greeting is unread
+        EXPECT_EQ(line(), "220 a\r\n");  // and not lost
         net.slices.clear();
         EXPECT_EQ(socket.isQuiet(), c.quiet);
         EXPECT_TRUE(net.slices.empty());  // it never waits
     }
 }
 
-TEST_F(Transfer, NothingWithoutAConnection) {
-    socket.startSessionLog("");
-    EXPECT_FALSE(send("EHLO x\r\n"));
-    EXPECT_EQ(line(), "");
-    DataBuffer out;
-    EXPECT_TRUE(failure = socket.receiveBytes(call, out, kIdleMs));
-    expectLogged(log, "This socket is not connected");
-    EXPECT_EQ(socket.sessionLog()->text().find("\r\n---- Not Connected ----\r\n"), 0U);
-    EXPECT_EQ(net.sockets, 0U);
-}
-
-TEST_F(Transfer, SessionLogHasOneHeaderPerRun) {
+TEST_F(Transfer, theSessionLogHasOneHeaderPerRun) {
     const std::string path = "session-log-test.txt";
     std::remove(path.c_str());
     EXPECT_TRUE(socket.startSessionLog(path));
+    EXPECT_FALSE(send("EHLO x\r\n"));
+    expectLogged(log, "This socket is not connected");
+    EXPECT_EQ(line(), "");
+    EXPECT_EQ(net.sockets, 0U);
     connectTo({say("220 a\r\n"), turn("MAIL\r\n", ""), turn("RCPT\r\n", "250 ok\r\n250 ok\r\n")});
     EXPECT_EQ(line(), "220 a\r\n");
-    EXPECT_TRUE(send("MAIL\r\n"));
-    EXPECT_TRUE(send("RCPT\r\n"));
+    EXPECT_TRUE(send("MAIL\r\n") && send("RCPT\r\n"));
     EXPECT_EQ(line(), "250 ok\r\n");
-    const std::string expected =
-        "\r\n---- Received ----\r\n220 a\r\n"
-        "\r\n---- Sending ----\r\nMAIL\r\nRCPT\r\n"
-        "\r\n---- Received ----\r\n250 ok\r\n250 ok\r\n";
+    const std::string none = "\r\n---- Not Connected ----\r\n";
+    const std::string expected = none + none +
+                                 "\r\n---- Received ----\r\n220 a\r\n"
+                                 "\r\n---- Sending ----\r\nMAIL\r\nRCPT\r\n"
+                                 "\r\n---- Received ----\r\n250 ok\r\n250 ok\r\n";
     EXPECT_EQ(socket.sessionLog()->text(), expected);
-    EXPECT_TRUE(socket.startSessionLog(""));  // closes the file
-    plat::SysFile file;
-    ASSERT_TRUE(file.openRead(path));
-    std::string copy(1000, ' ');
-    size_t got = 0;
-    EXPECT_TRUE(file.read(copy.data(), copy.size(), got));
-    EXPECT_EQ(copy.substr(0, got), expected);
-    file.close();
+    EXPECT_FALSE(socket.startSessionLog("no/such/folder/log.txt"));  // memory is used all the same
+    EXPECT_NE(socket.sessionLog(), nullptr);
+    EXPECT_EQ(fileText(path), expected);
     std::remove(path.c_str());
-    EXPECT_FALSE(socket.startSessionLog("no/such/folder/log.txt"));
-    EXPECT_NE(socket.sessionLog(), nullptr);  // memory is used all the same
-}
-
 #ifndef _WIN32
-TEST_F(Transfer, SessionLogFileThatFillsUpIsLeftAlone) {
-    LoggedSocket2 sessionLog;
-    ASSERT_TRUE(sessionLog.openFile("/dev/full"));
-    sessionLog.sent(bytesFrom("MAIL\r\n"));
-    EXPECT_FALSE(sessionLog.hasFile());
-    sessionLog.sent(bytesFrom("RCPT\r\n"));
-    EXPECT_EQ(sessionLog.text(), "\r\n---- Sending ----\r\nMAIL\r\nRCPT\r\n");
-}
+    LoggedSocket2 full;
+    ASSERT_TRUE(full.openFile("/dev/full"));
+    full.sent(bytesFrom("MAIL\r\n"));
+    EXPECT_FALSE(full.hasFile());
 #endif
+}
 
 // A Socket2 destroyed while it waits: the wait ends, nothing is touched that is gone.
-TEST_F(Transfer, DestroyedDuringAWait) {
+TEST_F(Transfer, destroyedDuringAWait) {
     for (const bool sending : {false, true}) {
         auto doomed = std::make_unique<Socket2>();
         FakeLink& link = net.serve("10.0.0.1", 25, {});
@@ -280,11 +226,8 @@ TEST_F(Transfer, DestroyedDuringAWait) {
         EXPECT_FALSE(failure = doomed->connect2(call, "10.0.0.1", 25, false));
         net.onWait = [&] { doomed.reset(); };
         DataBuffer out;
-        if (sending) {
-            EXPECT_TRUE(failure = doomed->sendBytes(call, bytesFrom("x"), kIdleMs));
-        } else {
-            EXPECT_TRUE(failure = doomed->receiveBytes(call, out, kIdleMs));
-        }
+        EXPECT_TRUE(failure = sending ? doomed->sendBytes(call, bytesFrom("x"), 5000)
+                                      : doomed->receiveBytes(call, out, 5000));
         net.onWait = nullptr;
         EXPECT_TRUE(link.closedByClient);
         EXPECT_EQ(net.openSockets(), 0U);
@@ -292,72 +235,61 @@ TEST_F(Transfer, DestroyedDuringAWait) {
     }
 }
 
-class PlainSocket : public testing::Test {
+class PlainSocket : public NetWorld {
 protected:
     FakeLink& connectTo(std::vector<Turn> dialogue) {
         FakeLink& link = net.serve("10.0.0.1", 25, std::move(dialogue));
         EXPECT_TRUE(socket.createSocket_ipv4(log));
         EXPECT_FALSE(failure = socket.connect(call, *plat::parseIp("10.0.0.1"), 25, 1000));
+        begin();
         return link;
     }
-
-    FakeClock clock;
-    FakeNet net{clock};
-    _tvLogger log;
-    CallContext call{log};
-    Failure failure;  // of the last operation
+    bool receive(uint32_t idleMs = 1000) {
+        uint8_t byte = 0;
+        size_t received = 0;
+        failure = socket.receiveBytes(call, {&byte, 1}, received, idleMs);
+        return !failure;
+    }
     TolvaneSocket socket;
 };
 
-TEST_F(PlainSocket, WaysToClose) {
-    const struct {
+TEST_F(PlainSocket, waysToClose) {
+    constexpr struct {
         CloseForm form;
-        bool serverCloses;
+        bool stalls, faults;
         uint64_t elapsedMs;
-        bool fin;
-        const char* text;
+        const char* texts;
     } kCases[] = {
-        {CloseForm::AtOnce, true, 0, true, "Terminated TCP connection."},
-        {CloseForm::Graceful, true, 0, true, "Cleanly terminated TCP connection."},
-        {CloseForm::Graceful, false, 700, true, "Terminated TCP connection."},
-        {CloseForm::Abortive, true, 0, false, "AbortiveClose"},
+        {CloseForm::AtOnce, false, false, 0, "Terminated TCP connection. | !Cleanly"},
+        {CloseForm::Graceful, false, false, 0,
+         "Cleanly terminated TCP connection. | TCP connection cleanly closed by peer."},
+        {CloseForm::Graceful, true, false, 700, "Terminated TCP connection. | !Cleanly"},
+        {CloseForm::Graceful, false, true, 0,
+         "error on socket shutdown. | error on closesocket. | Terminated TCP connection."},
+        {CloseForm::Abortive, false, false, 0, "AbortiveClose"},
     };
     for (const auto& c : kCases) {
-        log.clearLog();
-        FakeLink& link = connectTo({say("unread")});
-        link.ignoresFin = !c.serverCloses;
-        const uint64_t start = clock.nowNs;
+        SCOPED_TRACE(c.texts);
+        FakeLink& link = connectTo({c.stalls ? say("unread").thenStall() : say("unread")});
+        if (c.faults) net.faults["shutdown"] = {NetCode::NotConnected};
+        if (c.faults) net.faults["close"] = {NetCode::ConnectionReset};
         socket.terminateConnection(call, c.form, 700);
-        EXPECT_EQ((clock.nowNs - start) / 1000000, c.elapsedMs) << c.text;
-        EXPECT_EQ(link.finFromClient, c.fin) << c.text;
-        EXPECT_EQ(link.closedAbortively, c.form == CloseForm::Abortive) << c.text;
-        EXPECT_TRUE(link.closedByClient) << c.text;
+        EXPECT_EQ(elapsedMs(), c.elapsedMs);
+        EXPECT_EQ(link.finFromClient, c.form != CloseForm::Abortive && !c.faults);
+        EXPECT_EQ(link.closedAbortively, c.form == CloseForm::Abortive);
+        EXPECT_TRUE(link.closedByClient);
         EXPECT_FALSE(socket.isConnected());
-        expectLogged(log, c.text);
+        expectLogged(log, c.texts);
     }
+    connectTo({say("x")});
+    EXPECT_TRUE(receive());  // usable again
 }
 
-TEST_F(PlainSocket, FaultsWhileClosingDoNotKeepItOpen) {
-    FakeLink& link = connectTo({});
-    net.shutdownErrors = {NetCode::NotConnected};
-    net.closeErrors = {NetCode::ConnectionReset};
-    socket.terminateConnection(call, CloseForm::Graceful, 700);
-    EXPECT_TRUE(link.closedByClient);
-    expectLogged(log, "error on socket shutdown.");
-    expectLogged(log, "error on closesocket.");
-    FakeLink& second = connectTo({say("x")});
-    EXPECT_FALSE(second.closedByClient);
-    size_t received = 0;
-    uint8_t byte = 0;
-    EXPECT_FALSE(failure = socket.receiveBytes(call, {&byte, 1}, received, 100));
-}
-
-TEST_F(PlainSocket, BoundToALocalAddress) {
+TEST_F(PlainSocket, boundToALocalAddress) {
     socket.setClientBind("192.0.2.1", 4321);
     EXPECT_TRUE(socket.createSocket_ipv4(log));
-    expectLogged(log, "bindIpAddr1: 192.0.2.1");
-    expectLogged(log, "bindPort: 4321");
-    net.bindErrors = {NetCode::AddressNotAvailable};
+    expectLogged(log, "bindIpAddr1: 192.0.2.1 | bindPort: 4321 | !Failed");
+    net.faults["bind"] = {NetCode::AddressNotAvailable};
     EXPECT_FALSE(socket.createSocket_ipv4(log));
     expectLogged(log, "Failed to bind to local IP address");
     EXPECT_FALSE(socket.createSocket_ipv6(log));  // an IPv4 address does not fit
@@ -365,27 +297,22 @@ TEST_F(PlainSocket, BoundToALocalAddress) {
 }
 
 // A second reader, and anybody who comes while the socket is being closed, is refused at once.
-TEST_F(PlainSocket, SecondThreadIsRefused) {
-    connectTo({say("x").delayedBy(500)});
-    uint8_t byte = 0;
-    size_t received = 0;
+TEST_F(PlainSocket, aSecondThreadIsRefused) {
+    connectTo({say("x")}).latencyMs = 500;
     bool second = true;
     net.onWait = [&] {
         net.onWait = nullptr;
-        uint8_t other = 0;
-        size_t got = 0;
-        second = !socket.receiveBytes(call, {&other, 1}, got, 100);
+        second = receive(100);
     };
-    EXPECT_FALSE(failure = socket.receiveBytes(call, {&byte, 1}, received, 1000));
+    EXPECT_TRUE(receive());
     EXPECT_FALSE(second);
     expectLogged(log, "Another thread is already receiving on this socket.");
-
     net.onWait = [&] {
         net.onWait = nullptr;
         socket.terminateConnection(call, CloseForm::AtOnce, 0);
         EXPECT_FALSE(socket.createSocket_ipv4(log));
     };
-    EXPECT_TRUE(failure = socket.receiveBytes(call, {&byte, 1}, received, 1000));
+    EXPECT_FALSE(receive());
     expectLogged(log, "Another thread is closing this socket.");
     EXPECT_EQ(net.openSockets(), 0U);
     EXPECT_TRUE(socket.createSocket_ipv4(log));  // usable again
