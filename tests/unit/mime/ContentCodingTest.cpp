@@ -1,97 +1,132 @@
+// Base64 and quoted-printable bodies: their lines, in pieces of any size, to streams that fail.
 #include "mime/ContentCoding.h"
 
-#include <gtest/gtest.h>
-
-#include "base/Ascii.h"
+#include "mime/QuotedPrintable.h"
 #include "tests/fixtures/Base64FormTest.h"
-#include "tests/fixtures/TestBytes.h"
+#include "tests/unit/mime/MimeSupport.h"
 
-namespace tv {
+namespace tv::test {
 namespace {
 
-using test::bytesIn;
+const auto kBothEncoders = {false, true};
 
-// The reference: the whole in one line, then broken every 76 characters.
-std::string brokenLines(std::span<const uint8_t> bytes) {
-    const std::string text = base64Encode(bytes);
-    std::string out;
-    for (size_t at = 0; at < text.size(); at += 76) {
-        if (at != 0) out += "\r\n";
-        out += text.substr(at, 76);
-    }
-    return out;
+std::unique_ptr<BodyEncoder> encoderTo(OutputStream& out, bool base64) {
+    if (base64) return std::make_unique<Base64BodyEncoder>(out);
+    return std::make_unique<QuotedPrintableEncoder>(out);
 }
 
-std::string encoded(std::span<const uint8_t> bytes) {
-    test::StringStream out;
-    EXPECT_TRUE(ContentCoding::encodeBase64(bytes, out));
+std::string encoded(std::string_view text, bool base64, size_t piece = 1 << 20) {
+    StringStream out;
+    const auto encoder = encoderTo(out, base64);
+    for (size_t at = 0; at < text.size(); at += piece) {
+        EXPECT_TRUE(encoder->put(bytesIn(text.substr(at, piece))) && encoder->put({}));
+    }
+    EXPECT_TRUE(encoder->finish());
     return out.text;
 }
 
-TEST(Base64Body, BreaksLinesButDoesNotEndInOne) {
-    const std::string line(76, 'A');
-    const struct {
-        size_t zeros;
-        std::string text;
-    } rows[] = {
-        {0, ""},
-        {1, "AA=="},
-        {2, "AAA="},
-        {56, std::string(75, 'A') + "="},
-        {57, line},
-        {58, line + "\r\nAA=="},
-        {114, line + "\r\n" + line},
-        {115, line + "\r\n" + line + "\r\nAA=="},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(encoded(std::vector<uint8_t>(row.zeros)), row.text);
-    }
-}
-
-class Base64BodyForms : public test::FormTest<Base64Form> {};
+class Base64BodyForms : public FormTest<Base64Form> {};
 TV_FOR_EACH_FORM(Base64BodyForms, Base64Form);
 
-TEST_P(Base64BodyForms, EveryLengthInOnePiece) {
-    for (size_t size = 0; size < 400; ++size) {
-        const std::vector<uint8_t> bytes = test::randomBytesOf(size, 7);
-        ASSERT_EQ(encoded(bytes), brokenLines(bytes)) << size;
+// The reference: the whole in one line, then broken every 76 characters.
+TEST_P(Base64BodyForms, everyLengthInLinesOf76) {
+    for (size_t size = 0; size < 20000; size += size < 400 ? 1 : 1999) {
+        const std::vector<uint8_t> bytes = randomBytesOf(size, 7);
+        std::string lines = base64Encode(bytes);
+        for (size_t at = 76; at < lines.size(); at += 78) {
+            lines.insert(at, "\r\n");
+        }
+        ASSERT_EQ(encoded(textOf(bytes), true), lines) << size;
     }
-    const std::vector<uint8_t> large = test::randomBytesOf(100000);
-    EXPECT_EQ(encoded(large), brokenLines(large));
 }
 
-TEST(Base64Body, TheSameHoweverItIsCut) {
-    for (const size_t size : {57u, 58u, 200u, 20000u}) {
-        const std::vector<uint8_t> bytes = test::randomBytesOf(size);
-        const std::string expected = brokenLines(bytes);
-        for (const size_t piece : {1u, 2u, 3u, 19u, 56u, 57u, 58u, 113u, 114u, 115u, 7297u}) {
-            test::StringStream out;
-            Base64BodyEncoder encoder(out);
-            for (size_t at = 0; at < size; at += piece) {
-                ASSERT_TRUE(encoder.put(std::span(bytes).subspan(at, std::min(piece, size - at))));
-                ASSERT_TRUE(encoder.put({}));
+TEST(QuotedPrintable, encodesByTheRules) {
+    const std::string x70(70, 'x');
+    const struct {
+        const char* name;
+        std::string text;
+        std::string expected;
+    } rows[] = {
+        {"empty", "", ""},
+        {"plain", "Hello, world~!", "Hello, world~!"},
+        {"controls and DEL", std::string("\0\x01\x1F\x7F", 4), "=00=01=1F=7F"},
+        {"blanks inside stay", "a b\tc", "a b\tc"},
+        {"only the last of several blanks", "a  \t\r\nb", "a  =09\r\nb"},
+        {"blank before a lone CR or LF", "a \rb \nc", "a =0Db =0Ac"},
+        {"LF CR, CR CR LF", "a\n\rb\r\r\nc\r", "a=0A=0Db=0D\r\nc=0D"},
+        {"breaks", "a\r\n\r\nb\r\n", "a\r\n\r\nb\r\n"},
+        {"dots at the start", "..a.b\r\n.\r\n", "=2E.a.b\r\n=2E\r\n"},
+        {"From at the start", "From me\r\nFrom ", "=46rom me\r\n=46rom=20"},
+        {"From without its blank", "From\tme Fromage", "From\tme Fromage"},
+        {"from elsewhere", "from me From b", "from me From b"},
+        // Lengths: x70 and five more fill 75 columns.
+        {"75 and the end", x70 + "12345", x70 + "12345"},
+        {"75 and a break", x70 + "12345\r\nz", x70 + "12345\r\nz"},
+        {"76 plain and a break", x70 + "123456\r\n", x70 + "12345=\r\n6\r\n"},
+        {"coded to 75", x70 + "12\xE9z", x70 + "12=E9=\r\nz"},
+        {"coded to 76, last of the line", x70 + "123\xE9\r\nz", x70 + "123=E9\r\nz"},
+        {"coded to 76, last of all", x70 + "123\xE9", x70 + "123=E9"},
+        {"coded to 76, more follows", x70 + "123\xE9z", x70 + "123=\r\n=E9z"},
+        {"blank to 76, last of the line", x70 + "123 \r\n", x70 + "123=20\r\n"},
+        {"blank to 77, last of the line", x70 + "1234 \r\n", x70 + "1234=\r\n=20\r\n"},
+        {"blank at the last column", x70 + "1234 z", x70 + "1234 =\r\nz"},
+        {"From after a soft break", x70 + "12345From z", x70 + "12345=\r\n=46rom z"},
+        {"dot after a soft break", x70 + "12345.z", x70 + "12345=\r\n=2Ez"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(encoded(row.text, false), row.expected) << row.name;
+    }
+}
+
+// Any reader may rely on these lines, and what it reads is what was there.
+void expectSafeLines(const std::string& coded, std::string_view text) {
+    ASSERT_EQ(decodeQ(coded), text);
+    for (const std::string& line : linesOf(coded)) {
+        ASSERT_LE(line.size(), 76u) << line;
+        ASSERT_FALSE(line.starts_with('.') || line.starts_with("From ")) << line;
+        ASSERT_FALSE(line.ends_with(' ') || line.ends_with('\t')) << line;
+        for (const char c : line) {
+            ASSERT_TRUE((c >= ' ' && c <= '~') || c == '\t');
+        }
+    }
+    ASSERT_FALSE(coded.ends_with("=\r\n")) << "a soft break with nothing behind it";
+}
+
+TEST(BodyEncoder, givesTheSameHoweverItsInputIsCut) {
+    constexpr std::string_view kAlphabets[] = {
+        "ab .", "F\r\n", "From \r\n.", "a \t\r\n", "x\xE9=.", {"kmo. From \r\n=\xC3\0", 15}};
+    uint32_t seed = 0;
+    for (const std::string_view alphabet : kAlphabets) {
+        for (const size_t size : {1u, 5u, 57u, 58u, 74u, 75u, 76u, 77u, 400u, 9000u}) {
+            const std::string text = randomText(size, alphabet, ++seed);
+            expectSafeLines(encoded(text, false), text);
+            for (const size_t piece :
+                 {1u, 2u, 3u, 4u, 5u, 6u, 19u, 56u, 57u, 58u, 77u, 115u, 4095u, 4097u, 7297u}) {
+                for (const bool base64 : kBothEncoders) {
+                    ASSERT_EQ(encoded(text, base64, piece), encoded(text, base64))
+                        << "alphabet " << alphabet << " size " << size << " by " << piece;
+                }
             }
-            ASSERT_TRUE(encoder.finish());
-            ASSERT_EQ(out.text, expected) << size << " by " << piece;
         }
     }
 }
 
-TEST(Base64Body, AFailedStreamFailsTheRest) {
-    const std::vector<uint8_t> bytes(40000);
-    for (const size_t writes : {0u, 1u, 3u}) {
-        test::StringStream out(writes);
-        Base64BodyEncoder encoder(out);
-        EXPECT_FALSE(encoder.put(bytes)) << writes;
-        const size_t calls = out.calls;
-        EXPECT_FALSE(encoder.put(bytes));
-        EXPECT_FALSE(encoder.finish());
-        EXPECT_EQ(out.calls, calls) << "nothing more is written";
+TEST(BodyEncoder, writesNothingMoreBehindAFailure) {
+    const std::vector<uint8_t> bytes(50000);
+    for (const bool base64 : kBothEncoders) {
+        for (const size_t writes : {0u, 1u, 3u}) {
+            StringStream out(writes);
+            const auto encoder = encoderTo(out, base64);
+            EXPECT_FALSE(encoder->put(bytes));
+            EXPECT_FALSE(encoder->put(bytes));
+            EXPECT_FALSE(encoder->finish());
+            EXPECT_EQ(out.calls, writes + 1);
+        }
     }
-    test::StringStream broken(0);
+    StringStream broken(0);
     EXPECT_FALSE(ContentCoding::encodeBase64(bytesIn("short"), broken));
     EXPECT_FALSE(ContentCoding::encodeQuotedPrintable(bytesIn("short"), broken));
 }
 
 }  // namespace
-}  // namespace tv
+}  // namespace tv::test

@@ -1,114 +1,111 @@
-// What the tests of messages share: a system that always draws the same, files to attach, rendering
-// into a string, and a small reader of encoded words that knows nothing of the writer.
+// What the tests of messages share: a system that always draws the same, a host at work on one
+// message step by step, and a small reader of encoded words that knows nothing of the writer.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <string_view>
-#include <vector>
 
+#include "base/Base64.h"
 #include "base/CodePage.h"
 #include "base/ShuffleRandom.h"
 #include "log/LogNull.h"
-#include "log/tvLogger.h"
 #include "mime/CharsetNames.h"
 #include "mime/ClsEmail.h"
-#include "mime/Email2.h"
 #include "tests/fixtures/FakeSystem.h"
+#include "tests/fixtures/TestBytes.h"
 
 namespace tv::test {
 
-// Clock, random source, computer and boundaries are the same in every test.
+inline std::filesystem::path pathOf(std::string_view utf8) {
+    return std::u8string(utf8.begin(), utf8.end());
+}
+
+// Clock, random source, computer and boundaries are the same in every test, which has a folder of
+// its own.
 class MimeTest : public testing::Test {
 protected:
-    MimeTest() { boundaryRandom().setState(12345); }
-    ~MimeTest() override { boundaryRandom().setState(0); }
+    MimeTest() {
+        boundaryRandom().setState(12345);
+        // Several test programs may run at once.
+        for (unsigned number = 0; folder_.empty(); ++number) {
+            folder_ = testing::TempDir() + "mime_test_" + std::to_string(number);
+            if (!std::filesystem::create_directory(pathOf(folder_))) folder_.clear();
+        }
+    }
+    ~MimeTest() override {
+        boundaryRandom().setState(0);
+        std::error_code ignored;
+        std::filesystem::remove_all(pathOf(folder_), ignored);
+    }
+
+    // Writes a file of that name; its path.
+    std::string file(const std::string& name, std::string_view content) const {
+        std::ofstream(pathOf(folder_ + '/' + name), std::ios::binary) << content;
+        return folder_ + '/' + name;
+    }
+
+    // "verb argument" or, for addresses, "verb name|address". Files are those of the folder.
+    bool step(ClsEmail& email, const std::string& step) {
+        const std::string verb = step.substr(0, step.find(' '));
+        const std::string text = step.substr(std::min(verb.size() + 1, step.size()));
+        const size_t bar = text.find('|');
+        const XString name(bar == std::string::npos ? "" : text.substr(0, bar)), all(text);
+        const XString address(text.substr(bar == std::string::npos ? 0 : bar + 1));
+        const XString path(folder_ + '/' + text);
+        if (verb == "to") return email.AddTo(name, address);
+        if (verb == "cc") return email.AddCC(name, address);
+        if (verb == "bcc") return email.AddBcc(name, address);
+        if (verb == "html") return email.SetHtmlBody(all);
+        if (verb == "attach") return email.AddFileAttachment(path, out_);
+        if (verb == "logo") return email.AddRelatedFile(path, out_);
+        if (verb == "from") return email.put_FromAddress(all), true;
+        if (verb == "subject") return email.put_Subject(all), true;
+        if (verb == "options") return email.setUncommonOptions(all), true;
+        if (verb == "verbose") return email.setVerboseLogging(true), true;
+        if (verb == "page") return (host_.textFilePage = uint32_t(std::stoul(text))), true;
+        if (verb != "reset") return false;
+        email.ClearBcc();
+        email.ClearCC();
+        email.ClearTo();
+        email.KeepFrom();
+        email.put_Subject({});
+        email.RemovePlainTextAlternative();
+        email.RemoveHtmlAlternative();
+        email.DropAttachments();
+        email.DropRelatedItems();
+        return true;
+    }
 
     FakeClock clock_;
     FakeRandom random_;
     FakeHost host_;
+    LogNull log_;
+    std::string folder_;
+    XString out_;  // what the last file gave: its type or its Content-ID
 };
 
-inline std::filesystem::path pathOf(const std::string& utf8) {
-    return std::u8string(utf8.begin(), utf8.end());
-}
-
-inline std::string utf8Of(const std::filesystem::path& path) {
-    const std::u8string utf8 = path.u8string();
-    return {utf8.begin(), utf8.end()};
-}
-
-// A file of a chosen name in a directory of its own, gone with the object.
-class TempFile {
-public:
-    TempFile(const std::string& utf8Name, std::string_view content) {
-        directory_ = freshDirectory();
-        file_ = directory_ / pathOf(utf8Name);
-        std::ofstream(file_, std::ios::binary) << content;
-    }
-    ~TempFile() {
-        std::error_code ignored;
-        std::filesystem::remove_all(directory_, ignored);
-    }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-
-    std::string path() const { return utf8Of(file_); }
-    std::string directory() const { return utf8Of(directory_); }
-
-private:
-    // Several test programs may run at once.
-    static std::filesystem::path freshDirectory() {
-        const std::filesystem::path parent = pathOf(testing::TempDir());
-        for (unsigned number = 0;; ++number) {
-            std::filesystem::path directory = parent / ("mime_test_" + std::to_string(number));
-            if (std::filesystem::create_directory(directory)) return directory;
-        }
-    }
-
-    std::filesystem::path directory_;
-    std::filesystem::path file_;
-};
-
-// Names the rows of a table after their member "name".
-struct CaseName {
-    template <class Row>
-    std::string operator()(const testing::TestParamInfo<Row>& row) const {
-        return row.param.name;
-    }
-};
-
-inline XString text(std::string_view utf8) {
-    return XString(utf8);
-}
-
-inline std::string renderTree(const Email2& root, const RenderOptions& options = {"TVX-"}) {
+inline std::string rendered(const Email2& root, const RenderOptions& options = {"TVX-"}) {
     LogNull log;
-    DataBuffer buffer;
-    BufferStream out(buffer);
+    StringStream out;
     EXPECT_TRUE(root.render(log, out, options));
-    return std::string(buffer.text());
+    return out.text;
 }
 
-inline std::string renderSent(const ClsEmail& email) {
+inline std::string sent(const ClsEmail& email) {
     LogNull log;
-    const std::unique_ptr<Email2> copy = email.createEmailForSending(log, true);
-    return copy ? renderTree(*copy) : "no copy";
+    return rendered(*email.createEmailForSending(log, true));
 }
 
 // The value of a header field of a rendered message, unfolded; "(none)" if it has no such field.
-inline std::string fieldOf(std::string_view message, std::string_view name) {
-    std::string header(message.substr(0, message.find("\r\n\r\n")));
-    header = replaceAll(header, "\r\n ", " ");
-    const std::string start = "\r\n" + std::string(name) + ": ";
-    const std::string lines = "\r\n" + header + "\r\n";
-    const size_t at = lines.find(start);
+inline std::string fieldOf(std::string_view message, const std::string& name) {
+    const std::string header =
+        "\r\n" + std::string(message.substr(0, message.find("\r\n\r\n") + 2));
+    const std::string lines = replaceAll(header, "\r\n ", " ");
+    const size_t at = lines.find("\r\n" + name + ": ");
     if (at == std::string::npos) return "(none)";
-    const size_t value = at + start.size();
+    const size_t value = at + name.size() + 4;
     return lines.substr(value, lines.find("\r\n", value) - value);
 }
 
@@ -122,53 +119,45 @@ inline std::vector<std::string> linesOf(std::string_view text) {
     return lines;
 }
 
-inline int hexValue(char c) {
-    return c >= '0' && c <= '9' ? c - '0' : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
-inline std::string decodeQ(std::string_view in) {
+// Quoted-printable as its standard has it: soft breaks go, coded bytes come back.
+inline std::string decodeQ(std::string_view in, char mark = '=') {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string out;
     for (size_t i = 0; i < in.size(); ++i) {
-        if (in[i] == '=' && i + 2 < in.size()) {
-            out += static_cast<char>(hexValue(in[i + 1]) * 16 + hexValue(in[i + 2]));
-            i += 2;
-        } else {
-            out += in[i] == '_' ? ' ' : in[i];
+        if (in[i] != mark) {
+            out += in[i];
+            continue;
         }
+        const std::string_view two = in.substr(i + 1, 2);
+        i += 2;
+        if (two != "\r\n") out += char(kDigits.find(two.at(0)) * 16 + kDigits.find(two.at(1)));
     }
     return out;
 }
 
-inline std::string decodeB(std::string_view in) {
-    constexpr std::string_view kAlphabet =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    unsigned bits = 0;
-    int have = 0;
-    for (const char c : in) {
-        if (c == '=') break;
-        bits = bits << 6 | static_cast<unsigned>(kAlphabet.find(c));
-        have += 6;
-        if (have < 8) continue;
-        have -= 8;
-        out += static_cast<char>(bits >> have & 0xFF);
-    }
-    return out;
-}
-
-// The UTF-8 text of a value made of encoded words alone; each word is decoded for itself, so a
-// character that was cut in two comes out wrong.
-inline std::string decodeWords(std::string_view value) {
-    std::string out;
-    for (size_t at = value.find("=?"); at != std::string_view::npos; at = value.find("=?", at)) {
-        const size_t charsetEnd = value.find('?', at + 2);
-        const size_t end = value.find("?=", charsetEnd + 3);
-        if (end == std::string_view::npos) return "(broken)";
-        const std::string_view charset = value.substr(at + 2, charsetEnd - at - 2);
-        const std::string_view coded = value.substr(charsetEnd + 3, end - charsetEnd - 3);
-        const std::string bytes = value[charsetEnd + 1] == 'B' ? decodeB(coded) : decodeQ(coded);
-        out += codePageToUtf8(codePageOfCharset(charset), bytes);
+// The encoded words of a text.
+inline std::vector<std::string> wordsIn(const std::string& text) {
+    std::vector<std::string> words;
+    for (size_t at = 0; (at = text.find("=?", at)) != std::string::npos;) {
+        const size_t coding = text.find('?', at + 2);
+        const size_t end = coding == std::string::npos ? coding : text.find("?=", coding + 3);
+        if (end == std::string::npos) break;
+        words.push_back(text.substr(at, end + 2 - at));
         at = end + 2;
+    }
+    return words;
+}
+
+// The UTF-8 text of a value's encoded words; each word is decoded for itself, so a character that
+// was cut in two comes out wrong.
+inline std::string decodeWords(const std::string& value) {
+    std::string out;
+    for (const std::string& word : wordsIn(value)) {
+        const size_t coding = word.find('?', 2) + 1;
+        const std::string text = word.substr(coding + 2, word.size() - coding - 4);
+        const std::string bytes = word[coding] == 'B' ? textOf(*base64Decode(text, text.size()))
+                                                      : decodeQ(replaceAll(text, "_", " "));
+        out += codePageToUtf8(codePageOfCharset(word.substr(2, coding - 3)), bytes);
     }
     return out;
 }
