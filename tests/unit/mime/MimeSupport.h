@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <regex>
 
 #include "base/Base64.h"
 #include "base/CodePage.h"
@@ -13,6 +14,7 @@
 #include "log/LogNull.h"
 #include "mime/CharsetNames.h"
 #include "mime/ClsEmail.h"
+#include "mime/TvEmail.h"
 #include "tests/fixtures/FakeSystem.h"
 #include "tests/fixtures/TestBytes.h"
 
@@ -47,30 +49,34 @@ protected:
     }
 
     // "verb argument" or, for addresses, "verb name|address". Files are those of the folder.
-    bool step(ClsEmail& email, const std::string& step) {
+    bool step(TvEmail& email, const std::string& step) {
         const std::string verb = step.substr(0, step.find(' '));
         const std::string text = step.substr(std::min(verb.size() + 1, step.size()));
         const size_t bar = text.find('|');
-        const XString name(bar == std::string::npos ? "" : text.substr(0, bar)), all(text);
-        const XString address(text.substr(bar == std::string::npos ? 0 : bar + 1));
-        const XString path(folder_ + '/' + text);
-        if (verb == "to") return email.AddTo(name, address);
-        if (verb == "cc") return email.AddCC(name, address);
-        if (verb == "bcc") return email.AddBcc(name, address);
-        if (verb == "html") return email.SetHtmlBody(all);
-        if (verb == "attach") return email.AddFileAttachment(path, out_);
-        if (verb == "logo") return email.AddRelatedFile(path, out_);
-        if (verb == "from") return email.put_FromAddress(all), true;
-        if (verb == "subject") return email.put_Subject(all), true;
-        if (verb == "options") return email.setUncommonOptions(all), true;
-        if (verb == "verbose") return email.setVerboseLogging(true), true;
+        const std::string name = bar == std::string::npos ? "" : text.substr(0, bar);
+        const std::string address = text.substr(bar == std::string::npos ? 0 : bar + 1);
+        const std::string path = folder_ + '/' + text;
+        TvString id;
+        email.put_Utf8(true);
+        if (verb == "to") return email.AddTo(name.c_str(), address.c_str());
+        if (verb == "cc") return email.AddCC(name.c_str(), address.c_str());
+        if (verb == "bcc") return email.AddBcc(name.c_str(), address.c_str());
+        if (verb == "html") return email.SetHtmlBody(text.c_str());
+        if (verb == "attach") return email.AddFileAttachment(path.c_str());
+        if (verb == "logo") return email.AddRelatedFile(path.c_str(), id);
+        if (verb == "from") return email.put_From(text.c_str()), true;
+        if (verb == "subject") return email.put_Subject(text.c_str()), true;
+        if (verb == "options") return email.impl().setUncommonOptions(XString(text)), true;
+        if (verb == "verbose") return email.impl().setVerboseLogging(true), true;
+        if (verb == "computer") return (host_.name = text), true;
         if (verb == "page") return (host_.textFilePage = uint32_t(std::stoul(text))), true;
+        if (verb == "random") return random_.bytes = {uint8_t(std::stoul(text))}, true;
         if (verb != "reset") return false;
         email.ClearBcc();
         email.ClearCC();
         email.ClearTo();
         email.KeepFrom();
-        email.put_Subject({});
+        email.put_Subject("");
         email.RemovePlainTextAlternative();
         email.RemoveHtmlAlternative();
         email.DropAttachments();
@@ -83,7 +89,6 @@ protected:
     FakeHost host_;
     LogNull log_;
     std::string folder_;
-    XString out_;  // what the last file gave: its type or its Content-ID
 };
 
 inline std::string rendered(const Email2& root, const RenderOptions& options = {"TVX-"}) {
@@ -93,9 +98,9 @@ inline std::string rendered(const Email2& root, const RenderOptions& options = {
     return out.text;
 }
 
-inline std::string sent(const ClsEmail& email) {
+inline std::string sent(TvEmail& email) {
     LogNull log;
-    return rendered(*email.createEmailForSending(log, true));
+    return rendered(*email.impl().createEmailForSending(log, true));
 }
 
 // The value of a header field of a rendered message, unfolded; "(none)" if it has no such field.
@@ -109,12 +114,11 @@ inline std::string fieldOf(std::string_view message, const std::string& name) {
     return lines.substr(value, lines.find("\r\n", value) - value);
 }
 
-inline std::vector<std::string> linesOf(std::string_view text) {
+inline std::vector<std::string> linesOf(std::string_view text, std::string_view end = "\r\n") {
     std::vector<std::string> lines;
-    for (size_t at = 0; at <= text.size();) {
-        const size_t end = std::min(text.find("\r\n", at), text.size());
-        lines.emplace_back(text.substr(at, end - at));
-        at = end + 2;
+    for (size_t at = 0, next; at <= text.size(); at = next + end.size()) {
+        next = std::min(text.find(end, at), text.size());
+        lines.emplace_back(text.substr(at, next - at));
     }
     return lines;
 }
@@ -135,29 +139,18 @@ inline std::string decodeQ(std::string_view in, char mark = '=') {
     return out;
 }
 
-// The encoded words of a text.
-inline std::vector<std::string> wordsIn(const std::string& text) {
-    std::vector<std::string> words;
-    for (size_t at = 0; (at = text.find("=?", at)) != std::string::npos;) {
-        const size_t coding = text.find('?', at + 2);
-        const size_t end = coding == std::string::npos ? coding : text.find("?=", coding + 3);
-        if (end == std::string::npos) break;
-        words.push_back(text.substr(at, end + 2 - at));
-        at = end + 2;
-    }
-    return words;
-}
+// An encoded word: its charset, coding and text.
+inline const std::regex kWord("=\\?([^?]*)\\?([QB])\\?([^?]*)\\?=");
 
 // The UTF-8 text of a value's encoded words; each word is decoded for itself, so a character that
 // was cut in two comes out wrong.
 inline std::string decodeWords(const std::string& value) {
     std::string out;
-    for (const std::string& word : wordsIn(value)) {
-        const size_t coding = word.find('?', 2) + 1;
-        const std::string text = word.substr(coding + 2, word.size() - coding - 4);
-        const std::string bytes = word[coding] == 'B' ? textOf(*base64Decode(text, text.size()))
+    for (std::sregex_iterator word(value.begin(), value.end(), kWord), end; word != end; ++word) {
+        const std::string text = word->str(3);
+        const std::string bytes = word->str(2) == "B" ? textOf(*base64Decode(text, text.size()))
                                                       : decodeQ(replaceAll(text, "_", " "));
-        out += codePageToUtf8(codePageOfCharset(word.substr(2, coding - 3)), bytes);
+        out += codePageToUtf8(codePageOfCharset(word->str(1)), bytes);
     }
     return out;
 }
