@@ -12,6 +12,7 @@ import termios
 
 import pytest
 
+import samples
 from cutter import Cutter
 from programs import run
 from receiver import Receiver
@@ -24,37 +25,44 @@ def send(product, port, *args, **options):
                **options)
 
 
-def test_a_whole_message(product, tmp_path):
-    body = "<p>Árvíztűrő</p>{LOGO}<p>vége</p>"
-    files = {"logo.png": b"\x89PNG\r\n\x1a\n" + bytes(range(256)), "jelentés.bin": bytes(70000),
-             "plain.txt": b"one line\r\n"}
-    for name, content in files.items():
-        (tmp_path / name).write_bytes(content)
-    (tmp_path / "body.html").write_bytes(b"\xef\xbb\xbf" + body.encode())
-    with Receiver() as receiver:
-        done = send(product, receiver.port, "--to", "cili@example.test", "--cc", "dora@example.test",
-                    "--bcc", "elek@example.test", "--subject", "Őszi jelentés", "--html", "body.html",
-                    "--logo", "logo.png", "--attach", "jelentés.bin", "--attach", "plain.txt",
-                    "--log", cwd=tmp_path)
+def test_the_sample(product, receiver, sample, tmp_path):
+    done = run(product, product.program, "--host", "127.0.0.1", "--port", receiver.port, "--log",
+               *sample.command_line(product), cwd=tmp_path)
     assert (done.code, done.out, done.err) == (0, "", "")
+    [received] = receiver.messages
+    assert received.recipients == [samples.TO, samples.CC, samples.BCC]
+    sample.check(received.parsed())
+    assert (tmp_path / "emailsending.log").read_bytes().startswith(b"--BEGIN SENT TOLVANE EMAIL--\n")
 
-    [mail] = receiver.messages
-    assert mail.sender == "anna@example.test"
-    assert mail.recipients == [f"{name}@example.test" for name in ("bela", "cili", "dora", "elek")]
-    message = mail.parsed()
-    assert message["Subject"] == "Őszi jelentés"
-    assert message["From"].addresses[0].display_name == "Anna"
-    assert "elek" not in mail.data.decode("latin-1")
-    logo = next(part for part in message.walk() if part["Content-ID"])
-    element = (f'<img title="logo" src="cid:{logo["Content-ID"][1:-1]}"'
-               ' style="width: 100%; height: auto;">')
-    assert message.get_body(("html",)).get_content().strip() == body.replace("{LOGO}", element)
-    assert logo.get_content() == files["logo.png"]
-    attached = {part.get_filename(): part.get_payload(decode=True) for part in message.iter_attachments()}
-    assert attached["jelentés.bin"] == files["jelentés.bin"]
-    assert attached["plain.txt"] == files["plain.txt"]
-    logged = (tmp_path / "emailsending.log").read_bytes()
-    assert logged.startswith(b"--BEGIN SENT TOLVANE EMAIL--\n") and b"Message-ID" in logged
+
+# Name: options beyond two recipients, exit code, connections, what stderr begins with.
+FAILURES = {
+    "refused recipient": ([], 1, 2, "emailsend: the message was not accepted\n"),
+    "no address": (["--cc", ""], 1, 0, 'emailsend: no recipient: ""\n'),
+    "missing body": (["--html", "missing"], 2, 0, "emailsend: cannot read the file missing"),
+    "missing file": (["--attach", "plain", "--attach", "missing"], 2, 0, "emailsend: cannot read the file missing"),
+    "missing logo": (["--html", "plain", "--logo", "missing"], 2, 0, "emailsend: cannot read the file missing"),
+    "missing password": (["--password-file", "missing"], 2, 0, "emailsend: cannot read the file missing"),
+    "a folder": (["--attach", "."], 2, 0, "emailsend: cannot read the file ."),
+    "no file": (["--attach", ""], 2, 0, "emailsend: --attach names no file"),
+    "NUL in the body": (["--html", "zero"], 2, 0, "emailsend: the body is no UTF-8 text: zero"),
+    "body in Latin-1": (["--html", "latin1"], 2, 0, "emailsend: the body is no UTF-8 text: latin1"),
+    "two lines": (["--password-file", "lines"], 2, 0, "emailsend: the file holds more than one line: lines"),
+    "no password": (["--user", "me", "--auth", "NTLM"], 2, 0, "emailsend: --user needs a password"),
+    "missing library": (["--library", "missing"], 2, 0, "emailsend: cannot load the plug-in missing: "),
+}
+
+
+@pytest.mark.parametrize("case", FAILURES)
+def test_failures(product, tmp_path, case):
+    arguments, code, connections, error = FAILURES[case]
+    for name, content in {"plain": b"text", "zero": b"a\0b", "latin1": b"\xe1", "lines": b"a\nb\n"}.items():
+        (tmp_path / name).write_bytes(content)
+    with Receiver(refuse=["bela@example.test"]) as receiver:
+        done = send(product, receiver.port, *arguments, cwd=tmp_path)
+    assert (done.code, receiver.connections, receiver.messages) == (code, connections, [])
+    assert done.err.startswith(error)
+    assert ("RCPT TO:<bela@example.test>" in done.err and "no such mailbox" in done.err) == (connections > 0)
 
 
 def test_no_server(product):
@@ -63,66 +71,22 @@ def test_no_server(product):
     done = send(product, port, "--verbose", "--auth", "ntlm", "--user", "Default")  # needs no password
     assert done.code == 1
     assert done.err.startswith("emailsend: the message was not accepted\nTolvaneLog:")
+    assert "VerboseLogging: 1" in done.err
 
 
-def test_refused_recipient(product):
-    with Receiver(refuse=["bela@example.test"]) as receiver:
-        done = send(product, receiver.port)
-    assert done.code == 1
-    assert receiver.messages == []
-    assert "RCPT TO:<bela@example.test>" in done.err and "no such mailbox" in done.err
-
-
-def test_a_recipient_without_an_address_is_noticed_before_anything_is_sent(product):
-    with Receiver() as receiver:
-        done = send(product, receiver.port, "--cc", "")
-    assert (done.code, receiver.connections) == (1, 0)
-    assert done.err == 'emailsend: no recipient: ""\n'
-
-
-FILES = {
-    "missing body": (["--html", "missing"], "cannot read the file missing"),
-    "missing attachment": (["--attach", "plain", "--attach", "missing"], "cannot read the file missing"),
-    "missing logo": (["--html", "plain", "--logo", "missing"], "cannot read the file missing"),
-    "missing password": (["--password-file", "missing"], "cannot read the file missing"),
-    "a folder": (["--attach", "."], "cannot read the file ."),
-    "no file": (["--attach", ""], "--attach names no file"),
-    "NUL in the body": (["--html", "zero"], "the body is no UTF-8 text: zero"),
-    "body in Latin-1": (["--html", "latin1"], "the body is no UTF-8 text: latin1"),
-    "password of two lines": (["--password-file", "lines"], "the file holds more than one line: lines"),
-    "a user without a password": (["--user", "me", "--auth", "NTLM"], "--user needs a password"),
-    "missing library": (["--library", "missing"], "cannot load the plug-in missing: "),
-}
-
-
-@pytest.mark.parametrize("case", FILES)
-def test_files_are_looked_at_first(product, tmp_path, case):
-    for name, content in {"plain": b"text", "zero": b"a\0b", "latin1": b"\xe1", "lines": b"a\nb\n"}.items():
-        (tmp_path / name).write_bytes(content)
-    arguments, error = FILES[case]
-    with Receiver() as receiver:
-        done = send(product, receiver.port, *arguments, cwd=tmp_path)
-    assert done.code == 2
-    assert done.err.startswith("emailsend: " + error)
-    assert receiver.connections == 0
-
-
-def test_a_file_beyond_all_memory(dll, tmp_path):
-    (tmp_path / "small").write_bytes(b"text")
+def test_a_file_beyond_all_memory(dll, receiver, tmp_path):
     with open(tmp_path / "huge", "wb") as huge:
         huge.truncate(3 << 30)
-    with Receiver() as receiver:
-        done = send(dll, receiver.port, "--attach", "small", "--attach", "huge", cwd=tmp_path)
+    done = send(dll, receiver.port, "--attach", "huge", cwd=tmp_path)
     assert (done.code, done.err) == (2, "emailsend: there is not enough memory for the file huge\n")
     assert receiver.connections == 0
 
 
-def test_a_file_that_the_plug_in_cannot_attach(so, tmp_path):
+def test_a_file_that_the_plug_in_cannot_attach(so, receiver, tmp_path):
     """So few descriptors are left to the process that the plug-in gets none for the file."""
     (tmp_path / "plain").write_bytes(b"text")
-    with Receiver() as receiver:
-        done = send(so, receiver.port, "--attach", "plain", cwd=tmp_path,
-                    preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (6, 6)))
+    done = send(so, receiver.port, "--attach", "plain", cwd=tmp_path,
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (6, 6)))
     assert done.code == 2 and receiver.connections == 0
     assert done.err.startswith("emailsend: could not attach the file plain\nemailsending: ")
     assert "Failed to load file." in done.err
@@ -135,14 +99,11 @@ WORDS = {
     "no recipient": (["--host", "h", "--from", "a@b"], "there is no recipient"),
     "logo alone": (["--host", "h", *ADDRESSES, "--logo", "x"], "--logo needs a body"),
     "no value": (["--host"], "--host needs a value"),
-    "unknown option": (["--hots", "h"], 'unknown argument "--hots"'),
     "a word too many": (["--log", "now"], 'unknown argument "now"'),
     "password in the open": (["--password", "x"], 'unknown argument "--password"'),
-    "TLS of another kind": (["--tls", "ssl3"], '--tls cannot be "ssl3"'),
-    "a login that no function reaches": (["--auth", "XOAUTH2"], '--auth cannot be "XOAUTH2"'),
-    "NTLM without a number": (["--ntlm-version", "v2"], '--ntlm-version cannot be "v2"'),
-    **{f"port {port!r}": (["--port", port], f'--port cannot be "{port}"')
-       for port in ("", "0", "-1", "65536", "25x", " 25", "99999999999")},
+    **{f"{option} {value!r}": ([option, value], f'{option} cannot be "{value}"') for option, value in [
+        ("--tls", "ssl3"), ("--auth", "XOAUTH2"), ("--ntlm-version", "v2"),
+        *(("--port", port) for port in ("", "0", "-1", "65536", "25x", " 25", "99999999999"))]},
 }
 
 
@@ -169,65 +130,59 @@ def test_server_settings_must_fit_the_code_page(dll):
     assert done.err.startswith("emailsend: --user has characters")
 
 
-class Terminal:
-    """Context manager: the program on a terminal of its own. `seen` is all that stood on it."""
+@contextlib.contextmanager
+def terminal(product, port):
+    """The program on a terminal of its own: the process, the terminal, and a function that reads on
+    until a text (or, without one, the end) has come and returns all that stood there."""
+    master, slave = pty.openpty()
+    seen = ""
 
-    def __init__(self, product, port):
-        self._master, slave = pty.openpty()
-        command = product.command(product.program, "--host", "127.0.0.1", "--port", str(port), *ADDRESSES)
-        self.process = subprocess.Popen(command, env=product.env, stdin=slave, stdout=slave, stderr=slave,
-                                        preexec_fn=lambda: (os.setsid(), fcntl.ioctl(0, termios.TIOCSCTTY, 0)))
-        os.close(slave)
-        self.seen = ""
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.process.kill()
-        self.process.wait()
-        os.close(self._master)
-
-    def type(self, keys):
-        os.write(self._master, keys)
-
-    def read_until(self, text):
-        """To the end of the output where the text is None."""
+    def read(text=None):
+        nonlocal seen
         with contextlib.suppress(OSError):  # the program has gone
-            while text is None or text not in self.seen:
-                assert select.select([self._master], [], [], 30)[0], self.seen
-                self.seen += os.read(self._master, 4096).decode()
+            while text is None or text not in seen:
+                assert select.select([master], [], [], 30)[0], seen
+                seen += os.read(master, 4096).decode()
+        return seen
+
+    with subprocess.Popen(product.command(product.program, "--host", "127.0.0.1", "--port", str(port), *ADDRESSES),
+                          env=product.env, stdin=slave, stdout=slave, stderr=slave,
+                          preexec_fn=lambda: (os.setsid(), fcntl.ioctl(0, termios.TIOCSCTTY, 0))) as process:
+        os.close(slave)
+        try:
+            yield process, master, read
+        finally:
+            process.kill()
+            os.close(master)
 
 
-def test_a_line_on_the_terminal_while_it_takes_long(so):
-    with Receiver() as receiver, Cutter() as cutter:
-        with Terminal(so, cutter.line(receiver.port, delay=0.2).port) as terminal:
-            terminal.read_until(None)
-            assert terminal.process.wait(30) == 0
-        assert len(receiver.messages) == 1
+def test_a_line_on_the_terminal_while_it_takes_long(so, receiver):
+    with Cutter() as cutter, terminal(so, cutter.line(receiver.port, delay=0.2).port) as (process, _, read):
+        seen = read()
+        assert process.wait(30) == 0
+    assert len(receiver.messages) == 1
     line = "emailsend: sending 0 KB to 127.0.0.1 1 s (Ctrl-C stops)"
-    assert terminal.seen.startswith("\r" + line)
-    assert terminal.seen.endswith("\r" + " " * len(line) + "\r")
+    assert seen.startswith("\r" + line) and seen.endswith("\r" + " " * len(line) + "\r")
+
+
+STOPPED = "emailsend: stopped; the server may or may not have the message"
 
 
 def test_ctrl_c_ends_it_at_once(product):
-    with socket.create_server(("127.0.0.1", 0)) as silent, Terminal(product, silent.getsockname()[1]) as terminal:
-        terminal.read_until("Ctrl-C stops")
-        terminal.type(b"\x03")
-        assert terminal.process.wait(10) == 3
-        terminal.read_until(None)
-    # Wine's console writes control sequences of its own.
-    assert "emailsend: sending 0 KB to 127.0.0.1" in terminal.seen
-    assert "emailsend: stopped; the server may or may not have the message\r" in terminal.seen
+    with socket.create_server(("127.0.0.1", 0)) as silent, terminal(product, silent.getsockname()[1]) as (
+            process, keyboard, read):
+        read("Ctrl-C stops")
+        os.write(keyboard, b"\x03")
+        assert process.wait(10) == 3
+        # Wine's console writes control sequences of its own.
+        assert "emailsend: sending 0 KB to 127.0.0.1" in read() and STOPPED + "\r" in read()
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
-def test_a_signal_without_a_terminal(so, number, tmp_path):
-    with socket.create_server(("127.0.0.1", 0)) as silent, open(tmp_path / "err", "w+") as errors:
-        process = subprocess.Popen([so.program, "--host", "127.0.0.1", "--port", str(silent.getsockname()[1]),
-                                    *ADDRESSES], stdin=subprocess.DEVNULL, stderr=errors)
+def test_a_signal_without_a_terminal(so, number):
+    with socket.create_server(("127.0.0.1", 0)) as silent, subprocess.Popen(
+            [so.program, "--host", "127.0.0.1", "--port", str(silent.getsockname()[1]), *ADDRESSES],
+            stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True) as process:
         silent.accept()
         process.send_signal(number)
-        assert process.wait(10) == 3
-        errors.seek(0)
-        assert errors.read() == "emailsend: stopped; the server may or may not have the message\n"
+        assert process.communicate(timeout=10) == (None, STOPPED + "\n") and process.returncode == 3
