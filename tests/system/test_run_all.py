@@ -1,4 +1,4 @@
-"""The test runner itself: nothing that went wrong may be counted as passed."""
+"""The test runner and its checks: nothing that went wrong may be counted as passed."""
 import pathlib
 import shutil
 import subprocess
@@ -7,71 +7,65 @@ import sys
 import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
+import check_includes  # noqa: E402
 import run_all  # noqa: E402
 
 PASSED = '<testcase name="a" status="run" result="completed" classname="S"/>'
 FAILED = '<testcase name="b" status="run" classname="S"><failure message="x != y"/></testcase>'
-ERROR = '<testcase name="c" classname="S"><error message="fixture"/></testcase>'
-SKIPPED = ('<testcase name="d" result="skipped" classname="S">'
-           '<skipped message="../a.cpp:12&#10;{reason}"/></testcase>')
+SKIPPED = '<testcase name="d" result="skipped" classname="S"><skipped message="../a.cpp:12&#10;{}"/></testcase>'
+NO_SERVER, NO_VAES = SKIPPED.format("no server"), SKIPPED.format("this CPU has no VAES")
 DISABLED = '<testcase name="e" status="notrun" result="suppressed" classname="S"/>'
 
-
-def report(*cases):
-    return f"<testsuites><testsuite>{''.join(cases)}</testsuite></testsuites>"
-
-
-# name: (name of the program, its report or None, its exit code or "crash", CI, counts)
+# Name: the program, the cases of its report or None, what it does at its end, CI, counts.
 PROGRAMS = {
-    "all passed": ("unit_x", report(PASSED, PASSED), 0, False, (2, 0, 0)),
-    "one failed": ("unit_x", report(PASSED, FAILED), 1, False, (1, 1, 0)),
-    "an error in a fixture": ("unit_x", report(PASSED, ERROR), 1, False, (1, 1, 0)),
-    "passed, then a leak": ("unit_x", report(PASSED), 23, False, (1, 1, 0)),
-    "no report": ("unit_x", None, 0, False, (0, 1, 0)),
-    "half a report": ("unit_x", "<testsuites>", 1, False, (0, 1, 0)),
-    "a crash": ("unit_x", None, "crash", False, (0, 1, 0)),
-    "a skip": ("unit_x", report(PASSED, SKIPPED.format(reason="no server")), 0, False, (1, 0, 1)),
-    "a skip in CI": ("unit_x", report(PASSED, SKIPPED.format(reason="no server")), 0, True, (1, 1, 0)),
-    "a form of another CPU": ("unit_x", report(SKIPPED.format(reason="this CPU has no VAES")), 0, True, (0, 0, 1)),
-    "disabled in CI": ("unit_x", report(DISABLED), 0, True, (0, 1, 0)),
-    "plain program": ("host_x", None, 0, False, (1, 0, 0)),
-    "plain program fails": ("host_x", None, 3, False, (0, 1, 0)),
-    "not registered with a command": ("unit_x", None, None, False, (0, 1, 0)),
-    "not built": ("unit_x", None, "no program", False, (0, 1, 0)),
+    "all passed": ("unit_x", [PASSED, PASSED], "exit 0", "", "2 passed, 0 failed"),
+    "one failed": ("unit_x", [PASSED, FAILED], "exit 1", "", "1 passed, 1 failed"),
+    "passed, then a leak": ("unit_x", [PASSED], "exit 23", "", "1 passed, 1 failed"),
+    "no report": ("unit_x", None, "exit 0", "", "0 passed, 1 failed"),
+    "half a report": ("unit_x", ["<testcase>"], "exit 0", "", "0 passed, 1 failed"),
+    "a crash": ("unit_x", None, "kill -SEGV $$", "", "0 passed, 1 failed"),
+    "it hangs": ("unit_x", None, "sleep 600 & sleep 600", "", "0 passed, 1 failed"),
+    "a skip": ("unit_x", [PASSED, NO_SERVER], "exit 0", "", "1 passed, 0 failed, 1 skipped"),
+    "a skip in CI": ("unit_x", [PASSED, NO_SERVER], "exit 0", "1", "1 passed, 1 failed"),
+    "a form of another CPU": ("unit_x", [NO_VAES], "exit 0", "1", "0 passed, 0 failed, 1 skipped"),
+    "disabled in CI": ("unit_x", [DISABLED], "exit 0", "1", "0 passed, 1 failed"),
+    "plain program": ("host_x", None, "exit 0", "", "1 passed, 0 failed"),
+    "plain program fails": ("host_x", None, "exit 3", "", "0 passed, 1 failed"),
+    "not built": ("unit_x", None, None, "", "0 passed, 1 failed"),
+    "not registered": ("unit_y", [PASSED], "exit 0", "", "1 passed, 1 failed"),
 }
 
 
 @pytest.mark.parametrize("case", PROGRAMS)
-def test_counts(case, tmp_path, monkeypatch):
-    name, text, code, in_ci, counts = PROGRAMS[case]
+def test_programs(case, tmp_path, monkeypatch):
+    name, cases, end, in_ci, counts = PROGRAMS[case]
     monkeypatch.setattr(run_all, "RESULTS", tmp_path)
-    monkeypatch.setattr(run_all, "IN_CI", in_ci)
-    (tmp_path / "native").mkdir()
-    (tmp_path / "report").write_text(text or "")
-    script = f"cp {tmp_path}/report {name}.xml; " if text else ""
-    script += "kill -SEGV $$" if code == "crash" else f"exit {code}"
-    command = None if code is None else ["sh", "-c", script, "program"]
-    if code == "no program":
-        command = [str(tmp_path / "unit_x")]
-    _, count, _ = run_all.run_registered("native", name, command, {}, {"PATH": "/usr/bin:/bin"})
-    assert (count.passed, count.failed, count.skipped) == counts
-    assert len(count.failures) == count.failed
-    assert count.line() == f"{counts[0]} passed, {counts[1]} failed" + (f", {counts[2]} skipped" if counts[2] else "")
+    monkeypatch.setattr(run_all, "IN_CI", bool(in_ci))
+    monkeypatch.setattr(run_all, "PROGRAM_SECONDS", 1)
+    (tmp_path / "report").write_text(f"<testsuites>{''.join(cases or ())}</testsuites>")
+    copy = f"cp {tmp_path}/report {name}.xml; " if cases else ""
+    command = "/no/such" if end is None else f"/bin/sh -c [=[{copy}{end}]=]"
+    (tmp_path / "CTestTestfile.cmake").write_text(f"add_test({name} {command})\n")
+    due = ["unit_x"] if name.startswith("unit") else []
+    count = run_all.run_programs("native", tmp_path, due, {"PATH": "/usr/bin:/bin"})
+    assert count.line() == counts, count.failures
 
 
-def test_a_hanging_program_is_ended(tmp_path, monkeypatch):
-    code = run_all.run(["sh", "-c", "sleep 600 & sleep 600"], tmp_path / "log", seconds=0.2)
-    assert code is None
-
-
-@pytest.mark.parametrize("code, counts", [(0, (1, 0, 0)), (1, (0, 1, 0)), (77, (0, 0, 1))])
+@pytest.mark.parametrize("code, counts", [
+    (0, "1 passed, 0 failed"), (1, "0 passed, 1 failed"), (77, "0 passed, 0 failed, 1 skipped")])
 def test_checks(code, counts, tmp_path, monkeypatch):
     monkeypatch.setattr(run_all, "RESULTS", tmp_path)
     monkeypatch.setattr(run_all, "IN_CI", True)
-    monkeypatch.setitem(run_all.CHECKS, "lint", ["sh", "-c", f"echo no git history; exit {code}"])
-    count = run_all.Count()
-    run_all.run_check("lint", count)
-    assert (count.passed, count.failed, count.skipped) == counts
+    count, _ = run_all.run_part("lint", ["sh", "-c", f"echo no git history; exit {code}"])
+    assert count.line() == counts
+
+
+@pytest.mark.parametrize("report", ["<testsuites/>", "<testsuites>", f"<a>{FAILED}</a>"])
+def test_a_part_without_a_pass_has_failed(report, tmp_path, monkeypatch):
+    monkeypatch.setattr(run_all, "RESULTS", tmp_path)
+    (tmp_path / "report").write_text(report)
+    count, _ = run_all.run_part("system", ["true"], tmp_path / "report")
+    assert count.line() == "0 passed, 1 failed"
 
 
 # A fault in a header is seen where sources see the header: through a link of a view.
@@ -86,3 +80,22 @@ def test_lint_sees_headers(body, code, tmp_path):
     result = subprocess.run(["clang-tidy-14", "--quiet", "Fault.cpp", "--", f"-I{view.parents[1]}"], cwd=tmp_path,
                             capture_output=True, text=True)
     assert result.returncode == code, result.stdout + result.stderr
+
+
+INCLUDES = {
+    "mime/A.cpp": ('#include "mime/B.h"\n#include <string_view>', True),
+    "platform/posix/A.cpp": ("#  include <sys/socket.h>", True),
+    "net/A.cpp": ("#include <sys/socket.h>", False),
+    "mime/B.cpp": ('#include "../net/B.h"', False),
+    "log/A.cpp": ("#include <iostream>", False),
+    "other/A.cpp": ("", False),
+}
+
+
+@pytest.mark.parametrize("path", INCLUDES)
+def test_includes(path, tmp_path):
+    text, allowed = INCLUDES[path]
+    (tmp_path / "CMakeLists.txt").write_text("".join(f"tv_room({r})\n" for r in ("platform", "log", "mime", "net")))
+    (tmp_path / "src" / path).parent.mkdir(parents=True)
+    (tmp_path / "src" / path).write_text(f"// comment\n{text}\n")
+    assert (check_includes.check(tmp_path) == []) == allowed
