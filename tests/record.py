@@ -20,13 +20,16 @@ MASKS = ((re.compile(rb"\(?\b\d+ ?ms\b\)?"), b""), (re.compile(rb"(ticket_age_ad
          (re.compile(rb"\n *ws2_32_DLL_Version[^\n]*"), b""))  # once a process
 
 
-def record(preset, programs, folder, env):
+def record(preset, folder, session):
     out = folder / f"{preset}.raw"
     out.write_bytes(b"")
-    for command in programs:
+    paths = {path for pattern in PROGRAMS for path in (ROOT / "build" / preset / "tests").glob(pattern)
+             if path.suffix in ("", ".exe") and path.is_file()}
+    for path in sorted(paths):
         # A relative path means the same to Windows programs.
+        command = session.command(path) if path.suffix else [path]
         subprocess.run([*command, "--gtest_brief=1", f"--gtest_filter=-{WITHOUT}"], cwd=folder, check=True,
-                       env={**env, "TV_RECORD": out.name})
+                       env={**session.env, "TV_RECORD": out.name})
     text = out.read_bytes().replace(b"\r\n", b"\n")
     out.unlink()
     for pattern, replacement in MASKS:
@@ -36,18 +39,9 @@ def record(preset, programs, folder, env):
     print(f"{preset}: {len(records)} records")
 
 
-def programs_of(preset):
-    return sorted(path for pattern in PROGRAMS for path in (ROOT / "build" / preset / "tests").glob(pattern)
-                  if path.is_file() and path.suffix in ("", ".exe"))
-
-
-def main():
-    folder = pathlib.Path(sys.argv[1]).resolve()
-    folder.mkdir(parents=True, exist_ok=True)
-    with wine.WineSession() as session:
-        record("native", [[path] for path in programs_of("native")], folder, session.env)
-        record("win32", [session.command(path) for path in programs_of("win32")], folder, session.env)
-
-
 if __name__ == "__main__":
-    main()
+    target = pathlib.Path(sys.argv[1]).resolve()
+    target.mkdir(parents=True, exist_ok=True)
+    with wine.WineSession() as wine_session:
+        record("native", target, wine_session)
+        record("win32", target, wine_session)

@@ -63,23 +63,27 @@ class Count:
         else:
             self.reasons[reason] += 1
 
-    def take(self, label, cases):
-        """Cases of a report as GoogleTest, pytest and CTest write it."""
+    def take(self, label, report):
+        """Adds what GoogleTest or pytest reported; false where there is no whole report with a case in it."""
+        cases = []
+        with contextlib.suppress(OSError, ET.ParseError):
+            cases = list(ET.parse(report).iter("testcase"))
         for case in cases:
             name = f"{label} {case.get('classname', '')}.{case.get('name', '')}"
-            bad = [*case.iter("failure"), *case.iter("error")]
-            skipped = case.find("skipped")
-            if bad:
-                self.failures.append(f"{name}: {(bad[0].get('message') or '').strip()[:300]}")
+            bad, skipped = case.find("failure"), case.find("skipped")
+            bad = case.find("error") if bad is None else bad
+            if bad is not None:
+                self.failures.append(f"{name}: {bad.get('message', '').strip()[:300]}")
             elif skipped is not None or case.get("status") == "notrun":
-                reason = "disabled" if skipped is None else skipped.get("message") or ""
+                reason = "disabled" if skipped is None else skipped.get("message", "")
                 # GoogleTest puts the place of the skip before the reason.
                 self.skip(name, re.sub(r"^\S+:\d+\s+", "", " ".join(reason.split())))
             else:
                 self.passed += 1
+        return bool(cases)
 
-    def add(self, label, other, seconds):
-        print(f"  {label}: {other.line()} ({seconds:.1f} s)", flush=True)
+    def add(self, label, other, started):
+        print(f"  {label}: {other.line()} ({time.monotonic() - started:.1f} s)", flush=True)
         for reason, number in sorted(other.reasons.items()):
             print(f"    skipped {number}: {reason[:200]}")
         self.passed += other.passed
@@ -106,74 +110,63 @@ def run(command, log, env=None, cwd=ROOT, seconds=PART_SECONDS):
             process.wait()
 
 
-def tail(text, lines=40):
-    return "\n".join(text.splitlines()[-lines:])
+def tail(log, lines=40):
+    return "\n".join(log.read_text(errors="replace").splitlines()[-lines:])
 
 
-def cases_of(report):
-    """None where there is no whole report."""
-    with contextlib.suppress(OSError, ET.ParseError):
-        return list(ET.parse(report).iter("testcase"))
+def judge(label, code, log, report=None):
+    """The count of a program that has ended, by its report or else as one."""
+    count = Count()
+    whole = count.take(label, report) if report else code == NO_HISTORY
+    if code == NO_HISTORY and not report:
+        count.skip(label, tail(log, 1))
+    elif not report and code == 0:
+        count.passed = 1
+    elif not count.failures and not (whole and code == 0):
+        # For instance a leak found at the end, after every test had passed.
+        how = "hung" if code is None else f"ended with code {code}{' and no report' if report and not whole else ''}"
+        count.failures.append(f"{label}: {how}\n{tail(log)}")
+    return count
 
 
-def run_program(label, test, folder, env):
+def run_part(part, command, report=None, env=None):
+    log = RESULTS / f"{part}.log"
+    return judge(part, run(command, log, env), log, report)
+
+
+def run_program(preset, test, env):
     """One test that CTest knows. GoogleTest counts its cases itself, any other program is one."""
-    name, count, started = test["name"], Count(), time.monotonic()
-    log, is_unit = folder / f"{name}.log", name.startswith("unit_")
+    name, folder, started = test["name"], RESULTS / preset, time.monotonic()
+    log, report = folder / f"{name}.log", folder / f"{name}.xml" if name.startswith("unit_") else None
     given = {p["name"]: p["value"] for p in test.get("properties", [])}
     code = run(test.get("command", ["false"]), log, {
         **env, **dict(v.split("=", 1) for v in given.get("ENVIRONMENT", [])),
         "GTEST_OUTPUT": f"xml:{name}.xml"},  # a relative path means the same to Windows programs
-        folder if is_unit else given.get("WORKING_DIRECTORY", folder), PROGRAM_SECONDS)
-    cases = cases_of(folder / f"{name}.xml") if is_unit else []
-    count.take(label, cases or ())
-    if code == 0 and cases is not None:
-        count.passed += not cases
-    elif not count.failures:
-        # For instance a leak found at the end, after every test had passed.
-        how = "hung" if code is None else f"ended with code {code}{'' if cases is None else ' and no report'}"
-        count.failures.append(f"{label}: {how}\n{tail(log.read_text(errors='replace'))}")
-    return label, count, time.monotonic() - started
+        folder if report else given.get("WORKING_DIRECTORY", folder), PROGRAM_SECONDS)
+    return f"{preset} {name}", judge(f"{preset} {name}", code, log, report), started
 
 
 def run_programs(preset, build_folder, due, env, only=()):
     """What the build folder registered with CTest, or only some of it; due are names that have to be among it."""
-    folder, total = RESULTS / preset, Count()
-    folder.mkdir(parents=True)
+    total = Count()
+    (RESULTS / preset).mkdir(parents=True)
     listing = subprocess.run(["ctest", "--test-dir", build_folder, "--show-only=json-v1"], capture_output=True,
                              text=True, check=True).stdout
     tests = [test for test in json.loads(listing)["tests"] if not only or test["name"] in only]
     missing = set(due) - {test["name"] for test in tests}
     total.failures += [f"{preset} {name}: not registered" for name in sorted(missing)]
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        jobs = [pool.submit(run_program, f"{preset} {test['name']}", test, folder, env) for test in tests]
+        jobs = [pool.submit(run_program, preset, test, env) for test in tests]
         for job in concurrent.futures.as_completed(jobs):
             total.add(*job.result())
     return total
-
-
-def run_part(part, command, report=None, env=None):
-    """A check, which counts once, or a program that leaves a report."""
-    log, count, started = RESULTS / f"{part}.log", Count(), time.monotonic()
-    code = run(command, log, env)
-    said = log.read_text(errors="replace")
-    count.take(part, report and cases_of(report) or ())
-    if not report:
-        count.passed += code == 0
-        if code == NO_HISTORY:
-            count.skip(part, tail(said, 1))
-    if not count.failures and (code not in (0, NO_HISTORY) or not count.passed and not count.reasons):
-        count.failures.append(f"{part}: ended with code {code}")
-    if count.failures:
-        print(tail(said, 120))
-    return count, time.monotonic() - started
 
 
 def build(preset, targets):
     started, log = time.monotonic(), RESULTS / f"build-{preset}.log"
     for command in (["cmake", "--preset", preset], ["cmake", "--build", "--preset", preset, *targets]):
         if run(command, log) != 0:
-            print(tail(log.read_text(errors="replace")), flush=True)
+            print(tail(log), flush=True)
             return False
     print(f"{preset}: built in {time.monotonic() - started:.0f} s", flush=True)
     return True
@@ -196,34 +189,31 @@ def main():
         parser.error(f"no such part or room: {', '.join(sorted(unknown))}")
     shutil.rmtree(RESULTS, ignore_errors=True)
     RESULTS.mkdir(parents=True)
-    count = Count()
-    for part in [check for check in CHECKS if check in parts]:
-        count.add(part, *run_part(part, CHECKS[part]))
-    in_full = {*parts, *(SYSTEM_NEEDS if "system" in parts else ())}
+    count, env = Count(), dict(os.environ)
     chosen = [rooms()[part] for part in parts if part in rooms()]
-    env = dict(os.environ)
+    in_full = {*parts, *(SYSTEM_NEEDS if "system" in parts else ())}
     with contextlib.ExitStack() as stack:
-        for preset in PRESETS:
-            only = chosen if preset == "native" and preset not in parts else []
-            if preset not in in_full and not only:
-                continue
-            if not build(preset, ["--target", *only] if preset not in in_full else []):
-                count.failures.append(f"{preset}: does not build")
-                continue
-            try:
-                if preset == "win32":
-                    env = stack.enter_context(wine.WineSession()).env
-            except wine.WineMissing as missing:
-                count.failures.append(f"Wine: {missing}")
-                continue
-            due = only or [name for room, name in rooms().items() if preset != "tsan" or room == "plugin"]
-            if preset in parts or only:
-                started = time.monotonic()
-                result = run_programs(preset, ROOT / "build" / preset, due, env, only)
-                count.add(preset, result, time.monotonic() - started)
-        if "system" in parts:
+        for part in (*CHECKS, *PRESETS, "system"):
+            started = time.monotonic()
+            only = chosen if part == "native" and part not in parts else []
             report = RESULTS / "system.xml"
-            count.add("system", *run_part("system", [*SYSTEM, f"--junitxml={report}"], report, env))
+            if part in CHECKS and part in parts:
+                count.add(part, run_part(part, CHECKS[part]), started)
+            elif part == "system" and part in parts:
+                count.add(part, run_part(part, [*SYSTEM, f"--junitxml={report}"], report, env), started)
+            elif part in PRESETS and (part in in_full or only):
+                if not build(part, [] if part in in_full else ["--target", *only]):
+                    count.failures.append(f"{part}: does not build")
+                    continue
+                try:
+                    env = stack.enter_context(wine.WineSession()).env if part == "win32" else env
+                except wine.WineMissing as missing:
+                    count.failures.append(f"Wine: {missing}")
+                    continue
+                due = only or [name for room, name in rooms().items() if part != "tsan" or room == "plugin"]
+                if part in parts or only:
+                    started = time.monotonic()
+                    count.add(part, run_programs(part, ROOT / "build" / part, due, env, only), started)
     for text in count.failures:
         print(f"- {text}")
     print(count.line(), flush=True)

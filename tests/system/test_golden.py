@@ -1,8 +1,7 @@
-"""The golden messages of the unit tests, judged by readers of others: Python's email and ripmime."""
+"""The golden messages of the unit tests, judged by a reader of others: Python's email."""
 import email
 import email.policy
 import pathlib
-import subprocess
 
 import pytest
 
@@ -36,6 +35,10 @@ MESSAGES = {
 }
 
 
+def parsed(name):
+    return email.message_from_bytes((GOLDEN / f"{name}.eml").read_bytes(), policy=email.policy.SMTP)
+
+
 def test_every_golden_message_is_judged():
     assert sorted(p.stem for p in GOLDEN.glob("*.eml")) == sorted(MESSAGES)
 
@@ -43,37 +46,23 @@ def test_every_golden_message_is_judged():
 @pytest.mark.parametrize("name", MESSAGES)
 def test_python_reads_it_back(name):
     subject, parts = MESSAGES[name]
-    raw = (GOLDEN / f"{name}.eml").read_bytes()
-    for line in raw.split(b"\r\n"):
+    for line in (GOLDEN / f"{name}.eml").read_bytes().split(b"\r\n"):
         assert len(line) <= 998 and b"\r" not in line and b"\n" not in line
-    message = email.message_from_bytes(raw, policy=email.policy.SMTP)
-    assert message["Subject"] == subject
-    found = list(message.walk())
+    assert parsed(name)["Subject"] == subject
+    found = list(parsed(name).walk())
     assert [(p.get_content_type(), p.get_filename()) for p in found] == [p[:2] for p in parts]
     for part, (_, _, content) in zip(found, parts):
         assert not part.defects
-        if isinstance(content, str):
-            content = content.encode(part.get_content_charset())
         if content is not None:
-            assert part.get_payload(decode=True) == content
+            wanted = content.encode(part.get_content_charset()) if isinstance(content, str) else content
+            assert part.get_payload(decode=True) == wanted
 
 
 def test_python_reads_the_addresses():
-    message = email.message_from_bytes((GOLDEN / "everything.eml").read_bytes(),
-                                       policy=email.policy.SMTP)
-    assert [(a.display_name, a.addr_spec) for a in message["To"].addresses] == [
-        ("", "anna@example.com"), ("Kovács Béla", "bela@xn--plda-bpa.hu"),
-        ("Doe, John", "john@example.com"),
-        ("", "a.rather.long.local.part@a.rather.long.domain.example.com")]
-    assert [a.addr_spec for a in message["From"].addresses] == ["sender@example.com"]
-    assert [a.addr_spec for a in message["Cc"].addresses] == ["copy@example.com"]
+    message = parsed("everything")
+    assert [[(a.display_name, a.addr_spec) for a in message[name].addresses] for name in ("From", "To", "Cc")] == [
+        [("", "sender@example.com")],
+        [("", "anna@example.com"), ("Kovács Béla", "bela@xn--plda-bpa.hu"), ("Doe, John", "john@example.com"),
+         ("", "a.rather.long.local.part@a.rather.long.domain.example.com")], [("", "copy@example.com")]]
     assert message["Date"].datetime.isoformat() == "2026-11-14T09:05:07+01:00"
     assert "hidden" not in message.as_string()
-
-
-def test_ripmime_takes_it_apart(tmp_path):
-    subprocess.run(["ripmime", "-i", GOLDEN / "everything.eml", "-d", tmp_path], check=True)
-    assert (tmp_path / "data.bin").read_bytes() == DATA
-    assert (tmp_path / "logo.png").read_bytes() == LOGO
-    assert (tmp_path / "notes.txt").read_bytes().splitlines() == NOTES.splitlines()
-    assert (tmp_path / INVOICE).read_bytes() == b"%PDF"

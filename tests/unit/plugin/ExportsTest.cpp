@@ -1,20 +1,26 @@
 // The exports as a host calls them, linked into the test, over a network of data.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdio>
+#include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "emailsending.h"
 #include "mail/ClsMailMan.h"
 #include "mail/sasl/NtlmVersion.h"
 #include "platform/SysClock.h"
+#include "platform/SysDialog.h"
 #include "plugin/PluginState.h"
 #include "tests/fixtures/Dialogue.h"
 #include "tests/fixtures/FakeNet.h"
 #include "tests/fixtures/FakeSystem.h"
+#include "tests/fixtures/LoopbackServer.h"
 #include "tests/fixtures/TestData.h"
-#include "tests/unit/plugin/FakeDialog.h"
 
 namespace tv {
 namespace {
@@ -24,6 +30,30 @@ using namespace test;
 constexpr char kServer[] = "10.0.0.1";
 constexpr int kPort = 2525;
 constexpr char kOutOfMemory[] = "Sending failed: Out of memory.";
+
+// Keeps what the user would have been shown, from whatever thread.
+class FakeDialog final : public plat::SysDialog {
+public:
+    FakeDialog() = default;
+    ~FakeDialog() override { plat::replaceSysDialog(before_); }
+    FakeDialog(const FakeDialog&) = delete;
+    FakeDialog& operator=(const FakeDialog&) = delete;
+
+    void showError(const char* titleBytes, std::string_view text) override {
+        {
+            const std::lock_guard guard(lock_);
+            texts.push_back(titleBytes + std::string(": ").append(text));
+        }
+        if (const auto meanwhile = whileOpen) meanwhile();
+    }
+
+    std::function<void()> whileOpen;  // what the host's timers do
+    std::vector<std::string> texts;   // title and text
+
+private:
+    std::mutex lock_;
+    plat::SysDialog* before_ = plat::replaceSysDialog(this);
+};
 
 class Exports : public testing::Test {
 protected:
@@ -86,27 +116,21 @@ void callAll(const char* text, int number) {
     }
     for (const auto set : {::setSmtpPort, ::setUseSSL, ::setStartTls})
         set(number);
-    EXPECT_EQ(::setNoopCount(number), number);
-    EXPECT_EQ(::setDefaultNtlmVersion(number), number);
+    EXPECT_EQ(::setNoopCount(number) + ::setDefaultNtlmVersion(number), 2 * number);
     ::setVerboseLogging();
     ::ResetEmail();
 }
 
 TEST_F(Exports, beforeInitialiseNothingIsDoneAndSendingSaysWhy) {
-    PluginState untouched;
-    PluginState* const before = PluginState::replaceInstance(&untouched);
-    for (const char* text : {"a@example.test", "", static_cast<const char*>(nullptr)}) {
-        EXPECT_STREQ(::getLastError(), "");
+    state.workbench.replace(nullptr);
+    for (const char* text : {"a@example.test", static_cast<const char*>(nullptr)}) {
         callAll(text, 1);
         ::setLogging();
         EXPECT_EQ(::setRecipient(text) + ::setCC(text) + ::setBCC(text), 0);
         EXPECT_EQ(expectFailure(""), "Nothing was sent: Initialise has not been called.");
-        untouched.lastError.set({});
     }
     EXPECT_TRUE(dialog.texts.empty());
-    EXPECT_EQ(untouched.logDirectory(), "");
-    EXPECT_EQ(untouched.workbench.current(), nullptr);
-    PluginState::replaceInstance(before);
+    EXPECT_EQ(state.logDirectory(), "");
 }
 
 TEST_F(Exports, nullIsTheEmptyString) {
@@ -129,15 +153,12 @@ TEST_F(Exports, settingsReachTheMailManager) {
     ::setLoginDomain("OFFICE");
     ::setNoopCount(-5);
     EXPECT_EQ(::setDefaultNtlmVersion(-2147483647 - 1), -2147483647 - 1);
-    const SmtpSettings& s = settings();
-    const std::pair<XString, const char*> texts[] = {{s.smtpHost, "mail.example.test"},
-                                                     {s.userName, "J\xC3\xB3zsi"},
-                                                     {s.password, "p\xC3\xA1ss"},
-                                                     {s.authMethod, "LOGIN"},
-                                                     {s.loginDomain, "OFFICE"}};
-    for (const auto& [text, expected] : texts)
-        EXPECT_EQ(text, expected);
-    EXPECT_TRUE(s.password.isSecret());
+    EXPECT_EQ(settings().smtpHost, "mail.example.test");
+    EXPECT_EQ(settings().userName, "J\xC3\xB3zsi");
+    EXPECT_EQ(settings().password, "p\xC3\xA1ss");
+    EXPECT_EQ(settings().authMethod, "LOGIN");
+    EXPECT_EQ(settings().loginDomain, "OFFICE");
+    EXPECT_TRUE(settings().password.isSecret());
     EXPECT_EQ(state.noopCount, -5);
     EXPECT_EQ(defaultNtlmVersion(), -2147483647 - 1);
     // Of a flag the lowest byte counts.
@@ -348,6 +369,119 @@ TEST_F(Exports, theErrorTextStaysWhateverOthersDo) {
     std::thread([] { EXPECT_TRUE(::szBrisko() == 0 && *::getLastError()); }).join();
     EXPECT_EQ(copy, text);
     EXPECT_NE(copy, ::getLastError());
+}
+
+// ---- All at the same time from several threads, against a real server: whatever meets whatever,
+// no message goes out in part and what the sends report is what the server has.
+
+// A mail server that takes every message.
+struct Sink {
+    struct Message {
+        std::string envelope, text;
+    };
+
+    void serve(LoopbackServer::Connection& peer) {
+        Message message;
+        peer.send("220 sink\r\n");
+        for (std::string line = "EHLO"; !line.empty() && line != "QUIT\r\n";) {
+            line = peer.receiveUntil("\r\n");
+            if (line.starts_with("MAIL")) message = {};
+            message.envelope += line;
+            if (line == "DATA\r\n") {
+                peer.send("354 go ahead\r\n");
+                message.text = peer.receiveUntil("\r\n.\r\n");
+                const std::lock_guard guard(lock);
+                messages.push_back(message);
+            }
+            peer.send("250 ok\r\n");
+        }
+    }
+
+    std::mutex lock;
+    std::vector<Message> messages;
+};
+
+size_t named(std::string_view text) {
+    constexpr std::string_view kDomain = "@to.test";
+    size_t count = 0;
+    for (size_t at = text.find(kDomain); at != std::string_view::npos; ++count)
+        at = text.find(kDomain, at + 1);
+    return count;
+}
+
+// To its end, which is somewhere as long as the text is still there.
+void readError() {
+    const std::string text = ::getLastError();
+    EXPECT_TRUE(text.empty() || text.ends_with('\n') || text.ends_with('.')) << text;
+}
+
+TEST(Threads, allExportsAtTheSameTime) {
+    constexpr int kRounds = 30;
+    Sink sink;
+    const LoopbackServer server([&](auto& peer) { sink.serve(peer); });
+    FakeDialog dialog;
+    dialog.whileOpen = [] { ::setSubject("from the box"); };
+    PluginState state;
+    PluginState* const before = PluginState::replaceInstance(&state);
+    std::atomic<int> accepted = 0;
+    std::atomic<bool> done = false;
+
+    const auto startAnew = [&] {  // the port first: nobody else's server is to be met
+        ::Initialise();
+        ::setSmtpPort(server.port());
+        ::setSmtpHost("localhost");
+    };
+    startAnew();
+    const auto sendAll = [&](bool mayStartAnew) {
+        for (int i = 0; i < kRounds; ++i) {
+            if (mayStartAnew && i % 3 == 0) startAnew();
+            ::setRecipient("to@to.test");
+            ::setCC("cc@to.test");
+            ::setBCC("blind@blind.test");
+            ::setLogo("");
+            accepted += ::szBrisko();
+            readError();
+        }
+    };
+    const auto setAll = [&] {
+        while (!done) {
+            ::setSmtpPort(server.port());
+            for (const auto set : {::setSmtpUser, ::setSmtpPassword, ::setSubject, ::setLoginDomain,
+                                   ::setBody, ::setAttachment}) {
+                set("<p>{LOGO}</p>");
+            }
+            ::setSmtpAuthMethod("NONE");
+            ::setDefaultNtlmVersion(2);
+            ::setUseSSL(0);
+            ::setStartTls(0);
+            ::setNoopCount(1);
+            ::setLogging();
+            ::setVerboseLogging();
+            ::setFromAddress("Anna <anna@from.test>");
+            ::setRecipient("another@to.test");
+            ::ResetEmail();
+            readError();
+        }
+    };
+    std::thread setters[] = {std::thread(setAll), std::thread(setAll)};
+    std::thread senders[] = {std::thread(sendAll, true), std::thread(sendAll, false),
+                             std::thread(sendAll, false)};
+    for (std::thread& thread : senders) {
+        thread.join();
+    }
+    done = true;
+    for (std::thread& thread : setters) {
+        thread.join();
+    }
+    PluginState::replaceInstance(before);
+    std::remove("emailsending.log");
+
+    EXPECT_FALSE(dialog.texts.empty());
+    EXPECT_GT(accepted, 0);
+    EXPECT_EQ(sink.messages.size(), static_cast<size_t>(accepted));
+    for (const auto& [envelope, text] : sink.messages) {
+        EXPECT_EQ(named(text.substr(0, text.find("\r\n\r\n"))), named(envelope)) << text;
+    }
 }
 
 }  // namespace
