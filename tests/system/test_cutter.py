@@ -9,8 +9,8 @@ import queue
 
 import pytest
 
-from cutter import CLIENT, SERVER, Cutter, Fault
-from probes import SendProbe
+from cutter import CLIENT, SERVER, Fault, Line
+from probes import Probe
 from receiver import Receiver, self_signed
 
 LIMIT_MS = 300
@@ -20,24 +20,13 @@ WORKERS = 12
 # Windows counts in pages, and its heap keeps what was freed; the soak looks closer.
 KEPT_BYTES = {"so": 512, "dll": 256 * 1024}
 ROADS = {"clear": None, "implicit": "implicit", "starttls": "starttls"}
-WORDS = {None: {"StartTLSifPossible": 0}, "implicit": {"SmtpSsl": 1}, "starttls": {"StartTLS": 1}}
-
-
-@pytest.fixture(scope="module")
-def certificate(tmp_path_factory):
-    return self_signed(tmp_path_factory.mktemp("certificate"))
-
-
-@pytest.fixture(scope="module")
-def cutter():
-    with Cutter() as cutter:
-        yield cutter
+WORDS = {"clear": {"StartTLSifPossible": 0}, "implicit": {"SmtpSsl": 1}, "starttls": {"StartTLS": 1}}
 
 
 @pytest.fixture(params=ROADS)
-def server(request, certificate):
-    with Receiver(tls=ROADS[request.param], certificate=certificate) as receiver:
-        yield receiver, WORDS[ROADS[request.param]]
+def server(request, tmp_path):
+    with Receiver(tls=ROADS[request.param], certificate=self_signed(tmp_path)) as receiver:
+        yield receiver, WORDS[request.param]
 
 
 def borders(passed):
@@ -68,37 +57,16 @@ def accepted(server):
     return collections.Counter(message.parsed()["Subject"] for message in server.messages)
 
 
-class Bench:
-    """Probes that wait for work, and what they needed before and after it."""
-
-    def __init__(self, stack, product, cutter, server, words):
-        self.cutter, self.server, self.words = cutter, server, words
-        self.probes = [stack.enter_context(SendProbe(product, RetryWait=10, SmtpHost="127.0.0.1", **words))
-                       for _ in range(WORKERS)]
-        self.idle = queue.SimpleQueue()
-        self.before = [self.undisturbed(probe) for probe in self.probes for _ in range(2)][1::2]
-        for probe in self.probes:
-            self.idle.put(probe)
-
-    def undisturbed(self, probe, **kind):
-        line = self.cutter.line(self.server.port, **kind)
-        result = probe.send(SmtpPort=line.port, id="whole")
-        self.cutter.close(line)
-        assert result["sent"], result
-        return {**result, "passed": line.passed}
-
-    def play(self, number, fault):
-        line = self.cutter.line(self.server.port, fault)
-        probe = self.idle.get()
-        try:
-            return fault, probe.send(SmtpPort=line.port, id=f"cut-{number}", ReadTimeout=LIMIT_MS,
-                                     ConnectTimeout=LIMIT_MS)
-        finally:
-            self.idle.put(probe)
-            self.cutter.close(line)
+def send(probe, server, fault=Fault(), trickle=False, **words):
+    """What the probe says of it, and what has passed."""
+    line = Line(server.port, fault, trickle=trickle)
+    try:
+        return {**probe.run(SmtpPort=line.port, **words), "passed": line.passed}
+    finally:
+        line.close()
 
 
-def verdict(fault, result, count):
+def verdict(result, count):
     """What is wrong with the outcome, or None."""
     if count > 1:
         return f"{count} copies were accepted"
@@ -111,29 +79,41 @@ def verdict(fault, result, count):
     return None
 
 
-def test_cuts(product, server, cutter):
+def test_cuts(product, server):
     receiver, words = server
+    idle = queue.SimpleQueue()
+
+    def play(number, fault):
+        probe = idle.get()
+        try:
+            return send(probe, receiver, fault, id=f"cut-{number}", ReadTimeout=LIMIT_MS, ConnectTimeout=LIMIT_MS)
+        finally:
+            idle.put(probe)
+
     with contextlib.ExitStack() as stack:
-        bench = Bench(stack, product, cutter, receiver, words)
-        plan = list(enumerate(faults(bench.before[0]["passed"], words == WORDS[None])))
+        probes = [stack.enter_context(Probe(product, "send", RetryWait=10, SmtpHost="127.0.0.1", **words))
+                  for _ in range(WORKERS)]
+        before = [send(probe, receiver, id="whole") for probe in probes for _ in range(2)][1::2]
+        for probe in probes:
+            idle.put(probe)
+        plan = list(faults(before[0]["passed"], words == WORDS["clear"]))
         with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
-            results = list(pool.map(bench.play, *zip(*plan)))
-        after = [bench.undisturbed(probe) for probe in bench.probes]
+            results = list(pool.map(play, range(len(plan)), plan))
+        after = [send(probe, receiver, id="whole") for probe in probes]
     counts = accepted(receiver)
-    wrong = [f"{fault}: {text}: {result}" for number, (fault, result) in enumerate(results)
-             if (text := verdict(fault, result, counts[f"cut-{number}"]))]
+    assert counts["whole"] == 3 * WORKERS
+    wrong = [f"{fault}: {text}: {result}" for number, (fault, result) in enumerate(zip(plan, results))
+             if (text := verdict(result, counts[f"cut-{number}"]))]
     assert not wrong, "\n".join(wrong[:20])
-    failed = sum(not result["sent"] for _, result in results)
+    failed = sum(not result["sent"] for result in results)
     assert len(results) / 4 < failed < len(results)
-    for before, later in zip(bench.before, after):
-        assert later["handles"] <= before["handles"]
-        assert later["memory"] - before["memory"] <= KEPT_BYTES[product.name]
+    for first, last in zip(before, after):
+        assert last["handles"] <= first["handles"]
+        assert last["memory"] - first["memory"] <= KEPT_BYTES[product.name]
 
 
-def test_one_byte_at_a_time(product, server, cutter):
+def test_one_byte_at_a_time(product, server):
     receiver, words = server
-    with contextlib.ExitStack() as stack:
-        probe = stack.enter_context(SendProbe(product, SmtpHost="127.0.0.1", **words))
-        line = cutter.line(receiver.port, trickle=True)
-        assert probe.send(SmtpPort=line.port, id="bytes")["sent"]
+    with Probe(product, "send", SmtpHost="127.0.0.1", **words) as probe:
+        assert send(probe, receiver, trickle=True, id="bytes")["sent"]
     assert accepted(receiver)["bytes"] == 1

@@ -4,14 +4,13 @@ import copy
 import dataclasses
 import shutil
 import subprocess
-import threading
 import time
 
 import pytest
 
-from cutter import CLIENT, SERVER, Cutter, Fault
+from cutter import CLIENT, SERVER, Fault, Line
 from netns import FAR, FAR6, NO_NETWORK, NO_ROUTE, SILENT, Network, NetworkMissing
-from probes import SendProbe
+from probes import Probe
 from receiver import Receiver
 
 SLICE_MS = 333
@@ -67,25 +66,15 @@ class Servers:
     """Everything that listens on the far machine, by name of its port."""
 
     def __init__(self, network):
-        self.network = network
-        self.mail = network.far.run(Receiver(host=FAR).__enter__)
-        self.mail6 = network.far.run(Receiver(host=FAR6).__enter__)
-        self.cutter = network.far.run(Cutter().__enter__)
-        kept = len(b"220 mail.example.test Python SMTP 1.4.")  # the line never ends
-        self.lines = {"slow": self._line(delay=0.1), "lossy": self._line(fault=Fault("lose", SERVER, kept, True)),
-                      "watched": self._line()}
+        self.receivers = [network.far.run(Receiver(host=host).__enter__) for host in (FAR, FAR6)]
+        port, kept = self.receivers[0].port, len(b"220 mail.example.test Python SMTP 1.4.")  # the line never ends
+        lines = {"slow": {"delay": 0.1}, "lossy": {"fault": Fault("lose", SERVER, kept, True)}, "watched": {}}
+        self.lines = {name: network.far.run(Line, port, host=FAR, listen=FAR, **kind) for name, kind in lines.items()}
+        self.ports = {"closed": 9, "mail": port, "mail6": self.receivers[1].port,
+                      **{name: line.port for name, line in self.lines.items()}}
 
-    def _line(self, **kind):
-        return self.cutter.line(self.mail.port, host=FAR, listen=FAR, **kind)
-
-    def port(self, name):
-        if name == "closed":
-            return 9
-        return self.lines[name].port if name in self.lines else getattr(self, name).port
-
-    def close(self):
-        for server in (self.mail, self.mail6, self.cutter):
-            server.__exit__()
+    def messages(self):
+        return sum(len(receiver.messages) for receiver in self.receivers)
 
 
 @pytest.fixture(scope="module")
@@ -101,7 +90,10 @@ def network(tmp_path_factory):
 def servers(network):
     servers = Servers(network)
     yield servers
-    servers.close()
+    for line in servers.lines.values():
+        line.close()
+    for receiver in servers.receivers:
+        receiver.__exit__()
 
 
 @pytest.fixture(scope="module")
@@ -122,35 +114,26 @@ def near_product(network, product, tmp_path_factory):
     shutil.rmtree(prefix)
 
 
-def cut_in_transfer(network, line, done):
-    """The cable goes as soon as some of the message has passed."""
-    while len(line.passed[CLIENT]) < CUT_AFTER and not done.is_set():
-        time.sleep(0.002)
-    network.cut_cable()
-
-
 def send(network, servers, product, row):
     words = {"ConnectTimeout": CONNECT_MS, "ReadTimeout": READ_MS, **row.words}
-    probe = network.near.run(SendProbe, product, SmtpHost=row.host, SmtpPort=servers.port(row.port), log=1, **words)
-    with probe:
-        if row.port != "watched":
-            return probe.send()
-        done = threading.Event()
-        watcher = threading.Thread(target=cut_in_transfer, args=(network, servers.lines["watched"], done))
-        servers.lines["watched"].passed[CLIENT].clear()
-        watcher.start()
+    with network.near.run(Probe, product, "send", SmtpHost=row.host, SmtpPort=servers.ports[row.port], **words) as probe:
+        passed = servers.lines["watched"].passed[CLIENT]
+        passed.clear()
+        probe.start()
+        while row.port == "watched" and len(passed) < CUT_AFTER:  # the cable goes once some of it has passed
+            time.sleep(0.002)
+        if row.port == "watched":
+            network.cut_cable()
         try:
-            return probe.send()
+            return probe.answer()
         finally:
-            done.set()
-            watcher.join()
             network.join_cable()
 
 
 @pytest.mark.parametrize("case", TABLE)
 def test_table(network, servers, near_product, case):
     row = TABLE[case]
-    before = len(servers.mail.messages) + len(servers.mail6.messages)
+    before = servers.messages()
     result = send(network, servers, near_product, row)
     assert result["status"] == row.status, result["log"]
     assert result["log"].count("  createSocket_ipv") == row.attempts
@@ -158,5 +141,4 @@ def test_table(network, servers, near_product, case):
     assert result["ms"] <= waits * row.limit_ms + SLICE_MS, result["log"]
     for text in row.log:
         assert text in result["log"], result["log"]
-    copies = len(servers.mail.messages) + len(servers.mail6.messages) - before
-    assert copies == (row.status == "Success")
+    assert servers.messages() - before == (row.status == "Success")

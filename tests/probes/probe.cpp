@@ -1,0 +1,317 @@
+// Takes inner parts of the product to servers of others.
+//
+//     probe send|tls|resolve|login [NAME=VALUE...]
+//
+// Each line of standard input is one job: more such words, parted by tabs, those of the command
+// line hold for every job. It is answered with one line of JSON. All jobs of a process share what
+// the product remembers.
+//
+// send: through the mail manager. Its properties, and
+//     keep=1      with the mail manager, and so the connection, of the job before
+//     id=TEXT     becomes the subject
+//     bytes=N     least size of the body
+// tls: a connection to port=N of 127.0.0.1
+//     host=NAME   connected to in place of it
+//     policy=, options=, morecurves=1: the version policy, keywords, two more brainpool curves
+//     slot=WORD   jobs with the same word share the place where a session waits for the next
+//     anchors=FILE the server is verified by it; "system": by the system's anchors
+//     later=N     seconds by which the clock is ahead
+//     talk=       echo (lines that come back), http (one request), words (each line that comes is
+//                 sent back until "end")
+//     lines=N     how many to echo; before=LINE: what the server takes for a command
+//     list=1      no connection, but the suites that are offered
+// resolve: name=NAME as a connect does
+//     timeout=MS, tls=1 (name servers over TLS only), six=1 (the system's resolver, IPv6 first)
+// login: by the system's security package at port=N, with user=, password= and domain=
+#include <algorithm>
+#include <concepts>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "log/tvLogger.h"
+#include "mail/ClsMailMan.h"
+#include "mail/sasl/SaslPackage.h"
+#include "mail/smtp/SaslExchange.h"
+#include "mail/smtp/SmtpConnImpl.h"
+#include "mime/ClsEmail.h"
+#include "net/Socket2.h"
+#include "net/resolve/Resolver.h"
+#include "net/resolve/ResolverState.h"
+#include "net/stream/SChannelTolvane.h"
+#include "net/tls/CipherSuites.h"
+#include "net/tls/KeyShare.h"
+#include "net/tls/TlsProtocol.h"
+#include "platform/SysClock.h"
+#include "tests/fixtures/hosts/process_use.h"
+
+namespace tv {
+namespace {
+
+constexpr uint32_t kIdleMs = 20000;
+
+// The words of a job, taken one by one, and its answer.
+class Job {
+public:
+    void add(const std::string& word) {
+        const size_t sign = std::min(word.find('='), word.size());
+        words[word.substr(0, sign)] = word.substr(std::min(sign + 1, word.size()));
+    }
+    std::string text(const char* name, const char* otherwise = "") {
+        const auto word = words.extract(name);
+        return word ? word.mapped() : otherwise;
+    }
+    int number(const char* name, const char* otherwise = "0") {
+        return std::atoi(text(name, otherwise).c_str());
+    }
+    void say(const char* name, std::integral auto value) { begin(name) << value; }
+    void say(const char* name, std::string_view value) {
+        begin(name) << '"';
+        for (const char c : value) {
+            char code[8] = {c};
+            if (c == '"' || c == '\\' || static_cast<unsigned char>(c) < ' ')
+                std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(c));
+            std::cout << code;
+        }
+        std::cout << '"';
+    }
+
+    std::map<std::string, std::string> words;  // not taken yet
+
+private:
+    std::ostream& begin(const char* name) {
+        std::cout << (std::exchange(first_, false) ? "{\"" : ", \"") << name << "\": ";
+        return std::cout;
+    }
+    bool first_ = true;
+};
+
+void sayLog(Job& job, _tvLogger& log) {
+    std::string text;
+    log.getText(text);
+    job.say("log", text);
+}
+
+class Sender {
+public:
+    void run(Job& job) {
+        const bool keep = job.number("keep") != 0;
+        if (!keep || !mailMan_) mailMan_ = std::make_unique<ClsMailMan>();
+        std::string body;
+        for (const size_t size = static_cast<size_t>(job.number("bytes", "100"));
+             body.size() < size;)
+            body += "<p>A line of the body, with a full stop.</p>\n";
+        ClsEmail email;
+        email.put_FromAddress(XString("anna@example.test"));
+        email.put_Subject(XString(job.text("id", "probe")));
+        email.SetHtmlBody(XString(body));
+        email.AddTo(XString(), XString("bela@example.test"));
+        std::erase_if(job.words, [&](const auto& word) {
+            return mailMan_->setProperty(word.first, XString(word.second));
+        });
+        const uint64_t start = plat::sysClock().tickMs();
+        const bool sent = mailMan_->SendEmail(email, nullptr);
+        job.say("ms", plat::sysClock().tickMs() - start);
+        job.say("sent", sent);
+        job.say("status", mailMan_->lastSendStatus());
+        job.say("transcript", mailMan_->SmtpSessionLog().utf8());
+        job.say("log", mailMan_->lastErrorText().utf8());
+        const uint64_t end = plat::sysClock().tickMs();
+        if (!keep) mailMan_.reset();
+        job.say("closeMs", plat::sysClock().tickMs() - end);
+        job.say("handles", open_handles());
+        job.say("memory", memory_in_use());
+    }
+
+private:
+    std::unique_ptr<ClsMailMan> mailMan_;
+};
+
+// The system's, but ahead of it.
+class LaterClock final : public plat::SysClock {
+public:
+    LaterClock() { plat::replaceSysClock(this); }
+    ~LaterClock() override { plat::replaceSysClock(nullptr); }
+    uint64_t monotonicNs() override { return real_.monotonicNs(); }
+    plat::CivilTime localTime() override { return real_.localTime(); }
+    uint64_t fileTimeUtc() override { return real_.fileTimeUtc() + seconds * 10000000; }
+    void sleepMs(uint32_t ms) override { real_.sleepMs(ms); }
+
+    uint64_t seconds = 0;
+
+private:
+    plat::SysClock& real_ = plat::sysClock();
+};
+
+bool sendText(CallContext& call, Socket2& socket, std::string_view text) {
+    return !socket.sendBytes(call, {reinterpret_cast<const uint8_t*>(text.data()), text.size()},
+                             kIdleMs);
+}
+
+bool receiveLine(CallContext& call, Socket2& socket, DataBuffer& line) {
+    line.clear();
+    return !socket.receiveUntilMatch(call, line, "\n", 1 << 21, kIdleMs);
+}
+
+// Lines that differ from each other; each reads the same from both ends, as one of the servers
+// turns them around.
+bool echo(CallContext& call, Socket2& socket, int lines, const std::string& before) {
+    DataBuffer back;
+    // The command has been carried out, or begun, once the line behind it comes back.
+    if (!before.empty() &&
+        !(sendText(call, socket, before + "\nping\n") && receiveLine(call, socket, back)))
+        return false;
+    for (uint32_t state = 1; lines > 0;) {
+        std::string out;
+        for (int burst = 0; burst < 16 && lines > 0; ++burst, --lines) {
+            std::string half(4000, ' ');
+            for (char& c : half) {
+                state = state * 1664525 + 1013904223;
+                c = static_cast<char>('a' + (state >> 24) % 26);
+            }
+            out.append(half).append(half.rbegin(), half.rend()) += '\n';
+        }
+        if (!sendText(call, socket, out)) return false;
+        for (back.clear(); back.size() < out.size();)
+            if (socket.receiveBytes(call, back, kIdleMs)) return false;
+        if (back.text() != out) return false;
+    }
+    return true;
+}
+
+bool talk(CallContext& call, Socket2& socket, const std::string& how, int lines,
+          const std::string& before) {
+    if (how == "echo") return echo(call, socket, lines, before);
+    DataBuffer back;
+    if (how == "http") {
+        if (!sendText(call, socket, "GET / HTTP/1.0\r\n\r\n")) return false;
+        while (!socket.receiveBytes(call, back, kIdleMs)) {
+        }
+        return back.text().starts_with("HTTP/");
+    }
+    if (how != "words") return true;
+    if (!sendText(call, socket, "ready\n")) return false;
+    while (back.text() != "end\n") {
+        if (!receiveLine(call, socket, back) || !sendText(call, socket, back.text())) return false;
+    }
+    return true;
+}
+
+void listSuites(Job& job) {
+    std::string lines;
+    for (const tls::CipherSuite* suite : tls::offeredSuites({}, [](uint32_t) { return 0u; }))
+        lines.append(suite->name).append(" ").append(tls::versionName(suite->minVersion)) +=
+            " " + std::to_string(suite->id) + "\n";
+    job.say("suites", lines);
+}
+
+class TlsClient {
+public:
+    void run(Job& job) {
+        if (job.number("list")) return listSuites(job);
+        clock_.seconds = static_cast<uint64_t>(job.number("later"));
+        _tvLogger log;
+        CallContext call{log};
+        log.setVerbose(true);
+        log.setOptions(job.text("options"));
+        const std::string how = job.text("talk"), before = job.text("before");
+        const int lines = job.number("lines");
+        Socket2 socket;
+        TlsChannelSettings& settings = socket.tlsSettings();
+        settings.tlsProtocol = job.text("policy");
+        settings.moreCurves = job.number("morecurves");
+        const std::string anchors = job.text("anchors"), slot = job.text("slot");
+        settings.requireSslCertVerify = !anchors.empty();
+        if (anchors != "system") settings.trustAnchorsFile = anchors;
+        if (!slot.empty()) {
+            settings.sessions = slots_[slot];
+            if (!settings.sessions)
+                settings.sessions = slots_[slot] = std::make_shared<TlsSessionSlot>();
+        }
+        socket.setConnectTimeoutMs(kIdleMs);
+        socket.setTcpNoDelay(log, true);
+        const Failure failure =
+            socket.connect2(call, job.text("host", "127.0.0.1"), job.number("port"), true);
+        const bool ok = !failure && talk(call, socket, how, lines, before);
+        job.say("ok", ok);
+        if (const tls::Negotiated* facts = socket.negotiated()) {
+            job.say("version", tls::versionName(facts->version));
+            job.say("suite", facts->suite ? facts->suite->name : "");
+            job.say("group", tls::groupName(facts->group));
+            job.say("resumed", facts->resumed);
+        }
+        sayLog(job, log);
+        socket.close(call, !ok, kIdleMs);
+    }
+
+private:
+    std::map<std::string, std::shared_ptr<TlsSessionSlot>> slots_;
+    LaterClock clock_;
+};
+
+void resolve(Job& job) {
+    _tvLogger log;
+    CallContext call{log};
+    std::vector<plat::IpAddress> found;
+    resolverState().requireTls = job.number("tls");
+    const Deadline deadline(static_cast<uint32_t>(job.number("timeout", "20000")));
+    const std::string name = job.text("name");
+    const uint64_t start = plat::sysClock().tickMs();
+    const Failure failure = job.number("six") ? getAddressInfo(call, name, true, deadline, found)
+                                              : dnsLookup(call, name, deadline, found);
+    job.say("ms", plat::sysClock().tickMs() - start);
+    std::string addresses;
+    for (const plat::IpAddress& address : found)
+        addresses += plat::toText(address) + ' ';
+    job.say("ok", !failure);
+    job.say("found", addresses);
+    job.say("reason", static_cast<int>(failure.cause()));
+    sayLog(job, log);
+}
+
+void login(Job& job) {
+    SmtpConnImpl connection;
+    connection.settings.smtpHost.setUtf8("127.0.0.1");
+    connection.settings.smtpPort = job.number("port");
+    _tvLogger log;
+    CallContext call{log};
+    SaslPackage package(SaslPackage::Package::Ntlm, XString(job.text("user")),
+                        XString(job.text("password")), XString(job.text("domain")),
+                        XString("127.0.0.1"));
+    job.say("ok", !connection.smtpConnect(call) && !runSasl(call, package, connection));
+    job.say("transcript", connection.sessionLog().text());
+    sayLog(job, log);
+}
+
+}  // namespace
+}  // namespace tv
+
+int main(int argc, char** argv) {
+    const std::string what = argc > 1 ? argv[1] : "";
+    tv::Sender sender;
+    tv::TlsClient client;
+    for (std::string line; std::getline(std::cin, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        tv::Job job;
+        for (int i = 2; i < argc; ++i)
+            job.add(argv[i]);
+        for (size_t at = 0; at < line.size();) {
+            const size_t end = std::min(line.find('\t', at), line.size());
+            job.add(line.substr(at, end - at));
+            at = end + 1;
+        }
+        if (what == "send") sender.run(job);
+        if (what == "tls") client.run(job);
+        if (what == "resolve") tv::resolve(job);
+        if (what == "login") tv::login(job);
+        std::cout << "}" << std::endl;
+        for (const auto& [name, value] : job.words) {
+            std::cerr << "probe: nobody takes " << name << "=" << value << "\n";
+            return 2;
+        }
+    }
+    return 0;
+}
