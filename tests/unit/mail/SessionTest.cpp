@@ -1,69 +1,11 @@
-// What surrounds the transaction: the trial connection, STARTTLS, and host texts that try
-// to speak SMTP themselves.
+// What dialogues as data cannot say: the bytes of TLS hellos, identifiers, the good-bye of a mail
+// manager, and host texts that try to speak SMTP themselves.
 #include <algorithm>
 
-#include "tests/unit/mail/MailDialogue.h"
+#include "tests/unit/mail/MailWorld.h"
 
 namespace tv::test {
 namespace {
-
-TEST(Verify, greetsAndLeaves) {
-    MailWorld world(Properties{{"SmtpUsername", "u"}, {"SmtpPassword", "wrong"}});
-    world.serve("greet; ehlo 250-x|250 AUTH LOGIN; quit");
-    EXPECT_TRUE(world.mailMan.VerifySmtpConnection());
-    EXPECT_TRUE(contains(world.logText(), "initSmtp:"));
-    EXPECT_TRUE(contains(world.logText(), "Success."));
-    EXPECT_FALSE(contains(world.logText(), "wrong"));
-    EXPECT_EQ(world.transcript(), "") << "the transcript is the send's";
-}
-
-TEST(Verify, leavesTheOpenConnectionAlone) {
-    MailWorld world;
-    world.compose();
-    FakeLink& own = world.serve("open; transaction; transaction; quit");
-    world.serve("trial");
-    EXPECT_TRUE(world.send());
-    EXPECT_TRUE(world.mailMan.VerifySmtpConnection());
-    EXPECT_FALSE(own.closedByClient);
-    EXPECT_TRUE(world.send());
-}
-
-TEST(Verify, correctsSettingsForGood) {
-    MailWorld world(Properties{{"SmtpPort", "110"}, {"SmtpSsl", "1"}});
-    world.serve("trial");
-    EXPECT_TRUE(world.mailMan.VerifySmtpConnection());
-    EXPECT_EQ(world.mailMan.settings().smtpPort, 25);
-    EXPECT_FALSE(world.mailMan.settings().smtpSsl);
-    EXPECT_TRUE(
-        contains(world.logText(), "AutoFix: Port 110 is for POP3.  Using port 25 for SMTP."));
-
-    MailWorld unfixed(
-        Properties{{"SmtpPort", "2525"}, {"AutoFix", "0"}, {"SmtpSsl", "1"}, {"StartTLS", "1"}});
-    unfixed.serve("open; 'STARTTLS' 502 no", 2525);
-    EXPECT_FALSE(unfixed.mailMan.VerifySmtpConnection());
-    EXPECT_FALSE(unfixed.mailMan.settings().smtpSsl) << "both flags: STARTTLS was meant";
-}
-
-TEST(Verify, failureIsInTheLog) {
-    MailWorld world;
-    world.net.refuse(kServer, 25);
-    EXPECT_FALSE(world.mailMan.VerifySmtpConnection());
-    const std::string log = world.logText();
-    EXPECT_TRUE(contains(log, "No connection to 10.0.0.1:25: Connection rejected."));
-    EXPECT_TRUE(contains(log, "Failed."));
-    EXPECT_EQ(world.transcript(), "");
-}
-
-// An attacker's words may stand between the reply and the handshake.
-TEST(StartTls, clearTextAfterTheReplyIsRefused) {
-    MailWorld world(Properties{{"StartTLS", "1"}});
-    world.compose();
-    world.serve("open; 'STARTTLS' 220 go|250 injected");
-    EXPECT_FALSE(world.send());
-    EXPECT_EQ(world.word(), "StartTlsFailed");
-    EXPECT_TRUE(world.transcript().ends_with(
-        "StartTlsFailed: The server sent unencrypted data after its reply to STARTTLS.\r\n"));
-}
 
 // Nobody answers the hello: everything is said again, the second hello is without TLS 1.3.
 TEST(StartTls, anUnansweredHelloIsRepeatedWithoutTls13) {
@@ -72,80 +14,95 @@ TEST(StartTls, anUnansweredHelloIsRepeatedWithoutTls13) {
     const struct {
         const char* name;
         const char* steps;
-        const char* cause;
-        const char* policy;
-        size_t connections;
         const char* verify = "0";
+        const char* policy = "";
     } kRows[] = {
-        {"silence", "open; 'STARTTLS' 220 go; silence", "Timeout in the TLS handshake", "", 2},
-        {"end of stream", "open; 'STARTTLS' 220 go !close", "", "", 2},
-        {"verified", "open; 'STARTTLS' 220 go !close", "", "", 2, "1"},
-        {"no TLS 1.3 wanted", "open; 'STARTTLS' 220 go !close", "", "TLS 1.2 or lower", 1, "1"},
+        {"silence", "open; 'STARTTLS' 220 go; silence"},
+        {"end of stream", "open; 'STARTTLS' 220 go !close"},
+        {"verified", "open; 'STARTTLS' 220 go !close", "1"},
+        {"no TLS 1.3 wanted", "open; 'STARTTLS' 220 go !close", "1", "TLS 1.2 or lower"},
     };
     for (const auto& row : kRows) {
-        MailWorld world(Properties{{"StartTLS", "1"}, {"ReadTimeout", "1000"}});
-        world.set("TlsProtocol", row.policy);
-        world.set("RequireSslCertVerify", row.verify);
+        SCOPED_TRACE(row.name);
+        MailWorld world(
+            {{"StartTLS", "1"}, {"TlsProtocol", row.policy}, {"RequireSslCertVerify", row.verify}});
         world.compose();
+        const size_t tries = *row.policy ? 1 : 2;
         std::vector<FakeLink*> links;
-        for (size_t i = 0; i < row.connections; ++i) {
+        while (links.size() < tries)
             links.push_back(&world.serve(row.steps));
-        }
         EXPECT_FALSE(world.send());
-        EXPECT_EQ(world.net.connects.size(), row.connections) << row.name;
-        EXPECT_EQ(world.word(), "StartTlsFailed") << row.name;
+        EXPECT_EQ(world.net.connects.size(), tries);
+        EXPECT_EQ(world.word(), "StartTlsFailed");
         EXPECT_TRUE(contains(world.logText(), "Failed to establish TLS connection."));
-        EXPECT_EQ(contains(world.logText(),
-                           "Failed to read the TLS server hello.  Retry without TLS 1.3"),
-                  row.connections == 2);
-        EXPECT_TRUE(contains(world.transcript(),
-                             "220 go\r\nStartTlsFailed: The TLS handshake after STARTTLS failed: " +
-                                 std::string(row.cause)))
-            << world.transcript();
-        for (const FakeLink* link : links) {
-            EXPECT_TRUE(contains(link->fromClient, "STARTTLS\r\n\x16\x03")) << row.name;
-            EXPECT_EQ(contains(link->fromClient, kSupportedVersions),
-                      link == links.front() && row.connections == 2)
-                << row.name;
-            EXPECT_EQ(contains(link->fromClient, kFallback),
-                      link != links.front() && row.verify == std::string_view("1"))
-                << row.name;
-            EXPECT_TRUE(link->closedByClient);
-            EXPECT_FALSE(contains(link->fromClient, "MAIL FROM"));
+        EXPECT_EQ(contains(world.logText(), "server hello.  Retry without TLS 1.3"), tries == 2);
+        for (size_t i = 0; i < tries; ++i) {
+            const std::string& bytes = links[i]->fromClient;
+            EXPECT_TRUE(contains(bytes, "STARTTLS\r\n\x16\x03"));
+            EXPECT_EQ(contains(bytes, kSupportedVersions), i == 0 && tries == 2);
+            EXPECT_EQ(contains(bytes, kFallback), i == 1 && *row.verify == '1');
+            EXPECT_FALSE(contains(bytes, "MAIL FROM"));
+            EXPECT_TRUE(links[i]->closedByClient);
         }
+    }
+}
+
+// A second try carries the identifiers of the first: none is drawn anew.
+TEST(MailManager, eachSendHasItsOwnIdentifierAndARetryKeepsIt) {
+    size_t drawn[2] = {};
+    for (const bool retried : {false, true}) {
+        MailWorld world;
+        world.random.bytes.resize(251);
+        for (size_t i = 0; i < 251; ++i)
+            world.random.bytes[i] = static_cast<uint8_t>(i);
+        world.compose();
+        const FakeLink& first = world.serve(retried ? "open; transaction; mail; rcpt; data -!close"
+                                                    : "open; transaction; delivered");
+        const FakeLink& second = retried ? world.serve("whole") : first;
+        EXPECT_TRUE(world.send());
+        EXPECT_TRUE(world.send());
+        drawn[retried] = world.random.given;
+        EXPECT_TRUE(contains(messageOf(second), "Message-ID:"));
+        EXPECT_EQ(messageOf(first) == messageOf(second), !retried);
+    }
+    EXPECT_EQ(drawn[0], drawn[1]);
+}
+
+TEST(MailManager, destructionSaysQuitAndWaitsAtMostFiveSeconds) {
+    for (const auto& [timeout, waited] : {std::pair{"0", 5u}, {"30000", 5u}, {"1000", 1u}}) {
+        MailWorld world;
+        world.compose();
+        world.serve(script("to-text") + Turns{quit().drippedBy(900)});
+        uint64_t beforeNs;
+        {
+            ClsMailMan mailMan;
+            mailMan.setProperty("SmtpHost", XString(kServer));
+            mailMan.setProperty("ReadTimeout", XString(timeout));
+            EXPECT_TRUE(mailMan.SendEmail(world.email));
+            beforeNs = world.clock.nowNs;
+        }
+        EXPECT_EQ(world.clock.nowNs - beforeNs, waited * 1000000000ull) << timeout;
     }
 }
 
 TEST(Injection, noSetterAddsACommandOrAHeader) {
     const std::string evil = "\r\nRSET\r\nMAIL FROM:<evil@evil.test>\r\nX-Evil: 1\n\rBcc: evil";
-    const std::vector<std::string> setters = {"HeloHostname",
-                                              "SmtpUsername",
-                                              "SmtpPassword",
-                                              "SmtpAuthMethod",
-                                              "LoginDomain",
-                                              "DsnRet",
-                                              "DsnEnvid",
-                                              "DsnNotify",
-                                              "OAuth2AccessToken",
-                                              "SmtpHost",
-                                              "from",
-                                              "to",
-                                              "cc",
-                                              "bcc",
-                                              "subject",
-                                              "displayName"};
-    for (const std::string& setter : setters) {
+    for (const std::string setter :
+         {"HeloHostname", "SmtpUsername", "SmtpPassword", "SmtpAuthMethod", "LoginDomain", "DsnRet",
+          "DsnEnvid", "DsnNotify", "OAuth2AccessToken", "SmtpHost", "from", "to", "cc", "bcc",
+          "subject", "displayName"}) {
         SCOPED_TRACE(setter);
+        const auto text = [&](const char* name, const std::string& good) {
+            return XString(setter == name ? good + evil : good);
+        };
         MailWorld world;
-        world.net.name(kServer, {kServer});
         ClsEmail& email = world.email;
-        email.put_FromAddress(XString(setter == "from" ? kSender + evil : kSender));
-        email.put_Subject(XString(setter == "subject" ? "Subject" + evil : "Subject"));
+        email.put_FromAddress(text("from", kSender));
+        email.put_Subject(text("subject", "Subject"));
         email.SetHtmlBody(XString("<p>Body</p>"));
-        const XString name(setter == "displayName" ? "Name" + evil : "");
-        email.AddTo(name, XString(setter == "to" ? kFirst + evil : kFirst));
-        if (setter == "cc") email.AddCC(XString(), XString(kSecond + evil));
-        if (setter == "bcc") email.AddBcc(XString(), XString(kSecond + evil));
+        email.AddTo(text("displayName", ""), text("to", kFirst));
+        if (setter == "cc") email.AddCC(XString(), text("cc", kSecond));
+        if (setter == "bcc") email.AddBcc(XString(), text("bcc", kSecond));
         world.mailMan.setProperty(setter, XString((setter == "SmtpHost" ? kServer : "x") + evil));
 
         // Whatever comes is answered line by line, as a real server would. In a text of recipients
@@ -156,17 +113,13 @@ TEST(Injection, noSetterAddsACommandOrAHeader) {
             script(copied || setter == "to" ? "any" : "") + script("data; text; quit");
         FakeLink& link = world.serve(turns);
         link.mayEndEarly = setter == "SmtpHost" || setter == "to" || setter == "from";
-        const bool sent = world.mailMan.SendEmail(email);
-        if (setter != "SmtpHost" && !sent) {
-            // Refusing the address is as good an answer.
-            EXPECT_TRUE(setter == "to" || setter == "from" || setter == "cc") << world.transcript();
-        }
+        // Refusing the address is as good an answer.
+        EXPECT_TRUE(world.send() || link.mayEndEarly || setter == "cc") << world.transcript();
         const std::string client = link.fromClient.substr(0, link.fromClient.find("DATA\r\n"));
         const auto commands = static_cast<size_t>(std::count(client.begin(), client.end(), '\n'));
         EXPECT_EQ(commands, link.fromClient.empty() ? 0u : turns.size() - 4);
-        for (const char* line : {"\nX-Evil", "\nBcc: evil", "\rBcc: evil", "\nRSET"}) {
+        for (const char* line : {"\nX-Evil", "\nBcc: evil", "\rBcc: evil", "\nRSET"})
             EXPECT_FALSE(contains(link.fromClient, line)) << link.fromClient;
-        }
     }
 }
 
