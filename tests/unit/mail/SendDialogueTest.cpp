@@ -4,9 +4,12 @@
 // document is written.
 #include <cstdlib>
 #include <fstream>
+#include <map>
+#include <regex>
 
 #include "base/Base64.h"
 #include "mail/sasl/NtlmVersion.h"
+#include "tests/fixtures/HexBytes.h"
 #include "tests/fixtures/TestData.h"
 #include "tests/unit/mail/MailWorld.h"
 #ifdef TV_HAVE_LIBCRYPTO
@@ -18,47 +21,40 @@ namespace {
 
 // One send, or a trial.
 struct Act {
-    std::vector<std::pair<std::string, std::string>> settings;
+    std::map<std::string, std::string> settings;
     std::vector<std::string> links, ending, logged, unlogged;
     std::string word;
     bool retried = false;
 
-    bool sent() const { return word == "Success"; }
-    bool has(std::string_view wanted) const { return setting(wanted, "none") != "none"; }
-    std::string setting(std::string_view wanted, const std::string& otherwise) const {
-        for (const auto& [name, value] : settings) {
-            if (name == wanted) return value;
-        }
-        return otherwise;
-    }
-    // The status word of the last line of the transcript.
-    std::string lastWord() const {
-        return ending.empty() ? "" : ending.back().substr(0, ending.back().find(": "));
+    bool has(const char* name) const { return settings.count(name) != 0; }
+    std::string setting(const char* name, const std::string& otherwise) const {
+        return has(name) ? settings.at(name) : otherwise;
     }
 };
 
 struct Row {
-    std::string section, name, chapter, fault, remedy;
+    std::string section, name, chapter, fault;
     std::vector<Act> acts{1};
 
     bool meetsTrial() const { return chapter == "Connecting and greeting"; }
-    bool playable() const;
 };
 
 void PrintTo(const Row& row, std::ostream* out) {
     *out << row.name;
 }
 
-// "{TEXT*3}" is the text three times, "{=TEXT}" its base64; the inner ones first.
+// "{TEXT*3}" is the text three times, "{=TEXT}" its base64, "{#0D0A}" bytes; the inner ones first.
 std::string expanded(std::string text) {
     for (size_t end = 0; (end = text.find('}', end)) != std::string::npos;) {
         const size_t at = text.rfind('{', end++);
-        if (at == std::string::npos) continue;
         const std::string inner = text.substr(at + 1, end - at - 2);
         const size_t star = inner.rfind('*');
         std::string out;
         if (inner.starts_with('=')) {
             out = base64Encode(std::string_view(inner).substr(1));
+        } else if (inner.starts_with('#')) {
+            const std::vector<uint8_t> bytes = bytesOfHex(inner.substr(1));
+            out.assign(bytes.begin(), bytes.end());
         } else if (star != std::string::npos) {
             for (int i = std::stoi(inner.substr(star + 1)); i > 0; --i)
                 out += inner.substr(0, star);
@@ -71,46 +67,24 @@ std::string expanded(std::string text) {
     return text;
 }
 
-// With "\n" and "\x0D" read.
-std::string unescaped(std::string text) {
-    for (size_t at = 0; (at = text.find('\\', at)) != std::string::npos; ++at) {
-        if (text[at + 1] == 'n') text.replace(at, 2, "\n");
-        if (text[at + 1] != 'x') continue;
-        text.replace(at, 4, 1, static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16)));
-    }
-    return text;
-}
-
-// Parts of a text, apart by a mark.
-std::vector<std::string> parted(std::string_view text, std::string_view mark) {
-    std::vector<std::string> parts;
+void addSettings(Act& act, std::string text) {
+    const std::map<std::string, std::string> kUsual = {{"user", "SmtpUsername=tester"},
+                                                       {"password", "SmtpPassword=hidden-word"},
+                                                       {"token", "OAuth2AccessToken=hidden-token"}};
     while (!text.empty()) {
-        const size_t end = std::min(text.find(mark), text.size());
-        parts.emplace_back(text.substr(0, end));
-        text.remove_prefix(std::min(end + mark.size(), text.size()));
-    }
-    return parts;
-}
-
-void addSettings(Act& act, const std::string& value) {
-    constexpr std::pair<std::string_view, std::string_view> kUsual[] = {
-        {"user", "SmtpUsername=tester"},
-        {"password", "SmtpPassword=hidden-word"},
-        {"token", "OAuth2AccessToken=hidden-token"}};
-    for (std::string part : parted(value, "; ")) {
-        for (const auto& [name, usual] : kUsual) {
-            if (part == name) part = usual;
-        }
+        const size_t end = std::min(text.find("; "), text.size());
+        std::string part = text.substr(0, end);
+        if (kUsual.count(part)) part = kUsual.at(part);
         const size_t equals = std::min(part.find('='), part.size());
-        act.settings.emplace_back(part.substr(0, equals),
-                                  part.substr(std::min(equals + 1, part.size())));
+        act.settings[part.substr(0, equals)] = part.substr(std::min(equals + 1, part.size()));
+        text.erase(0, end + 2);
     }
 }
 
 void addField(Row& row, const std::string& mark, const std::string& text) {
     if (mark == "+") row.acts.emplace_back();
     Act& act = row.acts.back();
-    const std::string value = expanded(unescaped(text));
+    const std::string value = expanded(text);
     if (mark == ":" || mark == "+") addSettings(act, value);
     if (mark == ">" || mark == ">>") act.links.push_back(value);
     if (mark == ">>") act.retried = true;
@@ -118,35 +92,27 @@ void addField(Row& row, const std::string& mark, const std::string& text) {
     if (mark == "!") act.word = value;
     if (mark == "~") act.logged.push_back(value);
     if (mark == "-") act.unlogged.push_back(value);
-    if (mark != "@") return;
-    row.fault = value.substr(0, value.find(" | "));
-    row.remedy = value.substr(row.fault.size() + 3);
+    if (mark == "@") row.fault = value;
 }
 
-bool isField(std::string_view text) {
-    return text.starts_with(">> ") ||
-           (text.size() > 1 && text[1] == ' ' && contains(":>=!~-+@", text.substr(0, 1)));
+const std::regex& fieldMark() {
+    static const std::regex mark("  (>>|[-:>!=~+@]) ");
+    return mark;
 }
 
 // A head and its fields, the whole in one line.
 Row readRow(Row row, const std::string& text) {
-    std::string field;
-    bool inHead = true;
-    const auto finish = [&] {
-        const size_t blank = std::min(field.find(' '), field.size());
-        if (inHead) row.name = field;
-        if (!inHead) addField(row, field.substr(0, blank), field.substr(blank + 1));
-        inHead = false;
+    std::sregex_iterator at(text.begin(), text.end(), fieldMark());
+    const auto from = [&] {
+        return at == std::sregex_iterator() ? text.size() : static_cast<size_t>(at->position());
     };
-    for (const std::string& part : parted(text, "  ")) {
-        if (!field.empty() && !isField(part)) {
-            field += "  " + part;
-            continue;
-        }
-        if (!field.empty()) finish();
-        field = part;
+    row.name = text.substr(0, from());
+    while (from() < text.size()) {
+        const std::string mark = (*at)[1];
+        const size_t value = from() + mark.size() + 3;
+        ++at;
+        addField(row, mark, text.substr(value, from() - value));
     }
-    finish();
     return row;
 }
 
@@ -154,17 +120,22 @@ void complete(Act& act) {
     if (act.has("trial")) return;
     if (act.ending.empty() && act.word.empty()) act.ending = {"250 taken"};
     if (!act.word.empty()) return;
-    act.word = contains(act.ending.back(), ": ") ? act.lastWord() : "Success";
+    const size_t colon = act.ending.back().find(": ");
+    act.word = colon < act.ending.back().size() ? act.ending.back().substr(0, colon) : "Success";
 }
 
-std::vector<Row> readRows(const char* file) {
+std::vector<Row> readRows(const std::string& file) {
+    std::istringstream lines(fileText(testDataPath("mail/" + file)));
     std::vector<std::string> texts;
-    for (const std::string& line :
-         parted(fileText(testDataPath(std::string("mail/") + file)), "\n")) {
+    for (std::string line; std::getline(lines, line);) {
         if (line.empty() || line[0] == '#') continue;
-        const std::string text(trimmed(line));
-        if (line[0] != ' ') texts.push_back(text);
-        if (line[0] == ' ') texts.back() += (isField(text) ? "  " : " ") + text;
+        const bool isField =
+            std::regex_search(line, fieldMark(), std::regex_constants::match_continuous);
+        if (line[0] != ' ') {
+            texts.push_back(line);
+        } else {
+            texts.back() += isField ? line : line.substr(line.find_first_not_of(' ') - 1);
+        }
     }
     std::vector<Row> rows;
     Row section;  // and the fields of all its rows
@@ -172,13 +143,12 @@ std::vector<Row> readRows(const char* file) {
         if (text[0] == '[') {
             section = readRow({}, text);
             section.section = section.name.substr(1, section.name.size() - 2);
+            section.chapter = file == "logins.txt" ? "The login" : section.section;
         } else {
             rows.push_back(readRow(section, text));
+            for (Act& act : rows.back().acts)
+                complete(act);
         }
-    }
-    for (Row& row : rows) {
-        for (Act& act : row.acts)
-            complete(act);
     }
     return rows;
 }
@@ -186,10 +156,8 @@ std::vector<Row> readRows(const char* file) {
 std::vector<Row> allRows() {
     std::vector<Row> rows;
     for (const char* file : {"sends.txt", "logins.txt", "reuse.txt"}) {
-        for (Row& row : readRows(file)) {
-            row.chapter = file == std::string_view("logins.txt") ? "The login" : row.section;
+        for (Row& row : readRows(file))
             rows.push_back(std::move(row));
-        }
     }
     return rows;
 }
@@ -208,108 +176,89 @@ constexpr bool kHasTlsPeer = false;  // where no OpenSSL is, rows with its serve
 void serveTls(MailWorld&) {}
 #endif
 
-bool Row::playable() const {
-    return kHasTlsPeer || acts[0].links.empty() || acts[0].links[0] != "tls";
-}
-
-// "{1234 bytes}" becomes "{N bytes}": sizes are other tests' matter.
-std::string withoutSizes(std::string text) {
-    for (size_t from = 0; (from = text.find('{', from)) != std::string::npos; ++from) {
-        const size_t end = text.find_first_not_of("0123456789", from + 1);
-        if (end != from + 1 && end != std::string::npos) {
-            text.replace(from + 1, end - from - 1, "N");
-        }
-    }
-    return text;
-}
-
 class Play {
 public:
-    explicit Play(Delivery delivery) : delivery_(delivery) {}
-    ~Play() { setDefaultNtlmVersion(2); }
-
-    void arrange(const Act& act) {
-        for (const auto& [name, value] : act.settings) {
-            // The names of properties begin with a capital, those of the row's own settings do not.
-            if (isAsciiUpper(name[0])) world.set(name, value);
-            if (name == "name") world.net.name(value, {kServer});
-            if (name == "package") world.security.available = value;
-            if (name == "ntlm") setDefaultNtlmVersion(std::stoi(value));
-            if (name == "wait") world.clock.advanceMs(std::stoul(value));
-            if (name == "clear") world.mailMan.ClearSmtpSessionLog();
-        }
-        port_ = act.setting("port", act.setting("SmtpPort", port_));
-        for (const std::string& link : act.links)
-            serve(act, link);
-    }
-
-    void compose(const Act& act) {
-        std::vector<std::string> recipients = {act.setting("to", "1")};
+    Play(const Act& first, Delivery delivery) : delivery_(delivery) {
+        std::vector<std::string> recipients = {first.setting("to", "1")};
         if (!contains(recipients[0], "@")) {
             const size_t count = std::stoul(recipients[0]);
             recipients = {kFirst, kSecond, "dora@to.test"};
             recipients.resize(count);
         }
-        world.compose(recipients, act.setting("from", kSender));
+        world_.compose(recipients, first.setting("from", kSender));
     }
+    ~Play() { setDefaultNtlmVersion(2); }
 
     void act(const Act& act) {
         arrange(act);
-        const std::string before = world.transcript();
-        world.clock.sleeps.clear();
+        const std::string before = world_.transcript();
+        world_.clock.sleeps.clear();
         const bool isTrial = act.has("trial");
-        const bool done = isTrial ? world.mailMan.VerifySmtpConnection() : world.send();
-        EXPECT_EQ(done, isTrial ? act.word.empty() : act.sent());
-        EXPECT_EQ(world.net.connects.size(), links_);
-        EXPECT_EQ(world.security.open, 0);
-        EXPECT_EQ(world.clock.sleeps,
+        const bool done = isTrial ? world_.mailMan.VerifySmtpConnection() : world_.send();
+        EXPECT_EQ(done, act.word == (isTrial ? "" : "Success"));
+        EXPECT_EQ(world_.net.connects.size(), links_);
+        EXPECT_EQ(world_.security.open, 0);
+        EXPECT_EQ(world_.clock.sleeps,
                   act.retried ? std::vector<uint32_t>{500} : std::vector<uint32_t>());
+        const std::string added = world_.transcript().substr(before.size());
         if (isTrial) {
-            EXPECT_EQ(world.transcript(), before) << "the transcript is the send's";
+            EXPECT_EQ(added, "") << "the transcript is the send's";
         } else {
-            judgeTranscript(act, world.transcript().substr(before.size()));
+            judge(act, std::regex_replace(added, std::regex("\\{\\d+ bytes"), "{N bytes"));
         }
         judgeLog(act);
     }
 
-    MailWorld world;
-
 private:
+    void arrange(const Act& act) {
+        for (const auto& [name, value] : act.settings) {
+            // The names of properties begin with a capital, those of the row's own settings do not.
+            if (isAsciiUpper(name[0])) world_.set(name, value);
+        }
+        if (act.has("name")) world_.net.name(act.setting("name", ""), {kServer});
+        if (act.has("clear")) world_.mailMan.ClearSmtpSessionLog();
+        if (act.has("ntlm")) setDefaultNtlmVersion(1);
+        world_.security.available = act.setting("package", "");
+        world_.clock.advanceMs(std::stoul(act.setting("wait", "0")));
+        port_ = act.setting("port", act.setting("SmtpPort", port_));
+        for (const std::string& link : act.links)
+            serve(act, link);
+    }
+
     void serve(const Act& act, const std::string& link) {
         const int port = std::stoi(port_);
         ++links_;
-        if (link == "refuse") return world.net.refuse(kServer, port);
-        if (link == "silent") return world.net.silent(kServer, port);
-        if (link == "unreachable") return world.net.unreachable(kServer, port);
-        if (link == "tls") return serveTls(world);
-        FakeLink& served = world.serve(link, port);
+        if (link == "refuse") return world_.net.refuse(kServer, port);
+        if (link == "silent") return world_.net.silent(kServer, port);
+        if (link == "unreachable") return world_.net.unreachable(kServer, port);
+        if (link == "tls") return serveTls(world_);
+        FakeLink& served = world_.serve(link, port);
         served.delivery = act.has("whole") ? Delivery::Whole : delivery_;
         served.sendWindow = std::stoul(act.setting("takes", "1000000000"));
         served.drainMs = 29000;
         served.maxSend = std::stoul(act.setting("pieces", "1000000"));
     }
 
-    void judgeTranscript(const Act& act, const std::string& added) {
-        EXPECT_EQ(world.word(), act.word);
+    void judge(const Act& act, const std::string& transcript) {
+        EXPECT_EQ(world_.word(), act.word);
         std::string ending;
         for (const std::string& line : act.ending)
             ending += line + "\r\n";
-        const std::string shown = withoutSizes(added);
-        EXPECT_TRUE(act.has("clear") ? shown == ending : shown.ends_with(ending))
+        EXPECT_TRUE(act.has("clear") ? transcript == ending : transcript.ends_with(ending))
             << ending << "is no end of\n"
-            << shown;
-        expectNothingShown(shown);
-        const std::string log = world.logText();
+            << transcript;
+        expectNothingShown(transcript);
+        const std::string log = world_.logText();
         const bool spokeOfLogin =
-            contains(shown, "\nAUTH ") || contains(shown, "{PasswordOrCredentials}");
+            contains(transcript, "\nAUTH ") || contains(transcript, "{PasswordOrCredentials}");
         const bool warned = contains(log, "not encrypted");  // perhaps of a login that ends before
-        EXPECT_TRUE(warned == spokeOfLogin || (warned && !act.sent())) << log;
+        EXPECT_TRUE(warned == spokeOfLogin || (warned && act.word != "Success")) << log;
         EXPECT_EQ(contains(log, "smtpAuth.error: AuthFailure"), act.word == "AuthFailure") << log;
         EXPECT_TRUE(act.word != "AuthFailure" || contains(log, "smtpAuth.success: 0")) << log;
     }
 
     void judgeLog(const Act& act) {
-        std::string log = world.logText();
+        std::string log = world_.logText();
         EXPECT_EQ(contains(log, "Reconnecting to the SMTP server and retrying..."), act.retried);
         for (const std::string& text : act.unlogged)
             EXPECT_FALSE(contains(log, text)) << text << "\nin\n" << log;
@@ -320,6 +269,7 @@ private:
         expectNothingShown(log);  // but what the row says
     }
 
+    MailWorld world_;
     Delivery delivery_;
     std::string port_ = "25";
     size_t links_ = 0;
@@ -328,9 +278,9 @@ private:
 // What the host reads of a fault: of a trial a line of the log, else the end of the transcript.
 std::string quoted(const Row& row) {
     const Act& act = row.acts[0];
-    if (act.lastWord() == act.word) {
-        return row.meetsTrial() ? act.ending.back().substr(act.word.size() + 2) : act.ending.back();
-    }
+    const bool hasWord = !act.ending.empty() && act.ending.back().starts_with(act.word + ": ");
+    if (hasWord && !row.meetsTrial()) return act.ending.back();
+    if (hasWord) return act.ending.back().substr(act.word.size() + 2);
     if (row.meetsTrial()) return act.logged.back();
     return act.ending.size() == 1 ? act.ending[0] : act.ending[0] + "\r\n" + act.ending[1];
 }
@@ -338,35 +288,32 @@ std::string quoted(const Row& row) {
 // The steps of the send export.
 void playAsExport(const Row& row) {
     SCOPED_TRACE("behind a trial connection");
-    const Act& act = row.acts[0];
-    Play play(Delivery::Whole);
-    MailWorld& world = play.world;
-    if (!row.meetsTrial()) {
-        const bool piped = !act.links.empty() && act.links[0].starts_with("open-piped");
-        world.serve(piped ? "open-piped; quit" : "trial");
-    }
-    play.arrange(act);
-    play.compose(act);
-    EXPECT_EQ(world.mailMan.VerifySmtpConnection(), !row.meetsTrial());
-    EXPECT_EQ(world.transcript(), "");
+    Play play(row.acts[0], Delivery::Whole);
+    Act trial;
+    trial.settings = row.acts[0].settings;
+    trial.settings["trial"] = "";
     if (row.meetsTrial()) {
-        EXPECT_TRUE(contains(world.logText(), quoted(row))) << world.logText();
-        return;
+        trial.links = row.acts[0].links;
+        trial.word = "failed";
+        trial.logged = {quoted(row)};
+        return play.act(trial);
     }
-    EXPECT_EQ(world.send(), act.sent());
-    if (act.sent()) return;
-    EXPECT_TRUE(world.transcript().ends_with(quoted(row) + "\r\n")) << world.transcript();
+    const bool piped = row.acts[0].links.size() && row.acts[0].links[0].starts_with("open-piped");
+    trial.links = {piped ? "open-piped; quit" : "trial"};
+    play.act(trial);
+    play.act(row.acts[0]);
 }
 
 class SendDialogue : public testing::TestWithParam<Row> {};
 
 TEST_P(SendDialogue, row) {
     const Row& row = GetParam();
-    if (!row.playable()) GTEST_SKIP() << "no server by OpenSSL here";
+    if (!kHasTlsPeer && !row.acts[0].links.empty() && row.acts[0].links[0] == "tls") {
+        GTEST_SKIP() << "no server by OpenSSL here";
+    }
     for (const Delivery delivery : {Delivery::Whole, Delivery::Lines, Delivery::Bytes}) {
         SCOPED_TRACE(row.name + ", delivery " + std::to_string(static_cast<int>(delivery)));
-        Play play(delivery);
-        play.compose(row.acts[0]);
+        Play play(row.acts[0], delivery);
         for (const Act& act : row.acts)
             play.act(act);
     }
@@ -385,18 +332,11 @@ std::string testName(const testing::TestParamInfo<Row>& info) {
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, SendDialogue, testing::ValuesIn(allRows()), testName);
+INSTANTIATE_TEST_SUITE_P(, SendDialogue, testing::ValuesIn(allRows()), testName);
 
-std::string document() {
-    std::string text =
-        "# What a host learns of a fault\n"
-        "\n"
-        "`szBrisko` first makes a trial connection. Where that fails, `getLastError` gives the log "
-        "of\n"
-        "the trial, and the table quotes the line of it that names step and cause. Where the send\n"
-        "itself fails, `getLastError` gives the transcript of the dialogue, and the table quotes "
-        "its\n"
-        "end: the server's refusing reply, or a last line with the status word and the reason.\n";
+// The rows' faults, each with the remedy that the document has.
+std::string documented(const std::string& document) {
+    std::string text = document.substr(0, document.find("\n## "));
     std::string chapter;
     for (const Row& row : allRows()) {
         if (row.fault.empty()) continue;
@@ -405,19 +345,25 @@ std::string document() {
                     "\n\n| fault | returned | what `getLastError` says | what to change |\n"
                     "|---|---|---|---|\n";
         }
-        EXPECT_NE(row.remedy, "") << row.fault;
-        const std::string says = "`" + replaceAll(quoted(row), "\r\n", "` `") + "`";
-        text += "| " + row.fault + " | " + (row.acts[0].sent() ? "true | nothing" : "false | ") +
-                (row.acts[0].sent() ? "" : says) + " | " + row.remedy + " |\n";
+        const bool sent = row.acts[0].word == "Success";
+        const std::string line = "| " + row.fault + (sent ? " | true | nothing" : " | false | `") +
+                                 (sent ? "" : replaceAll(quoted(row), "\r\n", "` `") + "`") + " | ";
+        const size_t at = document.find(line) + line.size();
+        const bool isThere = contains(document, line);
+        const std::string remedy =
+            isThere ? document.substr(at, document.find(" |\n", at) - at) : "";
+        EXPECT_GT(remedy.size(), 5u) << row.fault << ": what is to be changed then?";
+        text += line + remedy + " |\n";
     }
     return text;
 }
 
-TEST(SendFaults, areDocumented) {
+TEST(SendFaults, faultsAreDocumented) {
     const std::string path = testDataPath("../../docs/faults.md");
-    const std::string wanted = document();
+    const std::string document = fileText(path);
+    const std::string wanted = documented(document);
     if (std::getenv("TV_WRITE_FAULTS")) std::ofstream(path, std::ios::binary) << wanted;
-    EXPECT_EQ(fileText(path), wanted) << "run once with TV_WRITE_FAULTS=1";
+    EXPECT_EQ(document, wanted) << "run once with TV_WRITE_FAULTS=1";
 }
 
 }  // namespace
