@@ -292,7 +292,7 @@ TEST(SentMailLog, holdsTheStuffedMessageBeforeItGoesOut) {
     const std::string path = "unit_mail_sent.log";
     std::remove(path.c_str());
     const std::string entry =
-        "--BEGIN SENT TOLVANE EMAIL--\nA: b\r\n\r\n..x\r\n\n--END SENT TOLVANE EMAIL--\n";
+        "--BEGIN SENT TOLVANE EMAIL--\n.A: b\r\n\r\n..x\r\n\n--END SENT TOLVANE EMAIL--\n";
     // Accepted, refused at the end, lost in the middle: each was transferred.
     const char* const dialogues[] = {
         "whole",
@@ -303,7 +303,7 @@ TEST(SentMailLog, holdsTheStuffedMessageBeforeItGoesOut) {
     };
     std::string wanted;
     for (size_t i = 0; i < std::size(dialogues); ++i) {
-        TransferWorld world("A: b\r\n\r\n.x\r\n");
+        TransferWorld world(".A: b\r\n\r\n.x\r\n");
         world.connection.settings.sentMailLogFile.setUtf8(path);
         world.serve(dialogues[i]);
         plat::SysFile other;  // of another process, which keeps the file to itself
