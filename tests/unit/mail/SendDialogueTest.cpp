@@ -43,14 +43,27 @@ void PrintTo(const Row& row, std::ostream* out) {
     *out << row.name;
 }
 
-// "{TEXT*3}" is the text three times, "{=TEXT}" its base64, "{#0D0A}" bytes; the inner ones first.
+// "{TEXT*3}" is the text three times, "{=TEXT}" its base64, "{#0D0A}" bytes, a word one of the
+// texts here; the inner ones first.
 std::string expanded(std::string text) {
+    static const std::map<std::string, std::string> kTexts = {
+        {"lost", "ConnectionLost: The connection was lost while waiting for "},
+        {"idle", "Timeout: Nothing moved for 30000 ms while "},
+        {"twice", "The server may have the message: sending it again may deliver it twice."},
+        {"from", "MAIL FROM:<anna@from.test> was answered with:"},
+        {"first", "RCPT TO:<bela@to.test> was answered with:"},
+        {"second", "RCPT TO:<cili@to.test> was answered with:"},
+        {"nobody", "NoValidRecipients: No recipient was accepted."},
+        {"cut", "(a line without its end had come:"},
+        {"unconnected", "ConnectFailed: No connection to 10.0.0.1:25:"}};
     for (size_t end = 0; (end = text.find('}', end)) != std::string::npos;) {
         const size_t at = text.rfind('{', end++);
         const std::string inner = text.substr(at + 1, end - at - 2);
         const size_t star = inner.rfind('*');
         std::string out;
-        if (inner.starts_with('=')) {
+        if (kTexts.count(inner)) {
+            out = kTexts.at(inner);
+        } else if (inner.starts_with('=')) {
             out = base64Encode(std::string_view(inner).substr(1));
         } else if (inner.starts_with('#')) {
             const std::vector<uint8_t> bytes = bytesOfHex(inner.substr(1));
