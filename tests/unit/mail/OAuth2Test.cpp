@@ -1,12 +1,13 @@
-// Access tokens by client credentials: the description, the answer, and logins with what it gives.
-#include "base/Base64.h"
-#include "log/tvLogger.h"
-#include "mail/oauth2/OAuth2ClientCredentials.h"
-#include "mail/sasl/Sasl.h"
-#include "mail/smtp/SmtpConnImpl.h"
-#include "tests/unit/mail/MailWorld.h"
+// Access tokens by client credentials: the description and the answer.
+#include <gtest/gtest.h>
 
-namespace tv::test {
+#include <algorithm>
+
+#include "mail/oauth2/HttpReply.h"
+#include "mail/oauth2/OAuth2Messages.h"
+#include "mail/sasl/Sasl.h"
+
+namespace tv {
 namespace {
 
 TEST(OAuth2, descriptions) {
@@ -119,119 +120,5 @@ TEST(OAuth2, answers) {
     }
 }
 
-const char* const kDescription =
-    R"({"token_endpoint":"http://10.0.0.9/t","client_id":"me","client_secret":"hidden-word"})";
-const char* const kForm = "grant_type=client_credentials&client_id=me&client_secret=hidden-word";
-
-struct TokenWorld : MailWorld {
-    TokenWorld() {
-        connection.settings.smtpHost.setUtf8(kServer);
-        connection.settings.userName.setUtf8("tester");
-        connection.settings.oauth2Token.setUtf8(kDescription);
-        connection.settings.oauth2PlainHttp = true;
-    }
-    // The tokens that the client must send, and what the server says to each.
-    bool logIn(const std::vector<std::pair<const char*, const char*>>& turns) {
-        std::string steps = "auth XOAUTH2; ";
-        for (const auto& [token, reply] : turns) {
-            const std::string bearer = std::string("user=tester\1auth=Bearer ") + token + "\1\1";
-            steps += "'AUTH XOAUTH2 " + base64Encode(bearer) + "' " + reply + "; ";
-        }
-        serve(steps + "quit");
-        CallContext call{log};
-        log.clearLog();
-        failure = connection.smtpConnectAndAuthenticate(call, false);
-        log.getText(text);
-        connection.smtpQuit(call);
-        connection.closeSmtpConnection(call);
-        expectNothingShown(text + connection.sessionLog().text());
-        return !failure;
-    }
-    void giveToken(const std::string& token, int lifetime = 3600) {
-        const std::string body =
-            "{\"access_token\":\"" + token + "\",\"expires_in\":" + std::to_string(lifetime) + "}";
-        const Turn request = turn(
-            "POST /t HTTP/1.1\r\nHost: 10.0.0.9\r\n"
-            "Content-Type: application/x-www-form-urlencoded\r\nAccept: application/json\r\n"
-            "Content-Length: 68\r\nConnection: close\r\n\r\n" +
-                std::string(kForm),
-            "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
-                body);
-        net.serve("10.0.0.9", 80, {request});
-    }
-
-    SmtpConnImpl connection;
-    Failure failure;
-    _tvLogger log;
-    Recorded recorded{log};
-    std::string text;
-};
-
-TEST(OAuth2, aTokenIsKeptUntilShortlyBeforeItsEnd) {
-    TokenWorld world;
-    world.giveToken("hidden-token-1");
-    EXPECT_TRUE(world.logIn({{"hidden-token-1", "235"}})) << world.text;
-    world.clock.advanceMs(3539 * 1000);
-    EXPECT_TRUE(world.logIn({{"hidden-token-1", "235"}})) << world.text;
-    EXPECT_TRUE(contains(world.text, "Using the access token that was fetched before."));
-    world.clock.advanceMs(1000);
-    world.giveToken("hidden-token-2", 60);
-    EXPECT_TRUE(world.logIn({{"hidden-token-2", "235"}})) << world.text;
-    world.giveToken("hidden-token-3");  // one of a minute or less is never kept
-    EXPECT_TRUE(world.logIn({{"hidden-token-3", "235"}})) << world.text;
-    world.connection.settings.oauth2Token.setUtf8(std::string(" ") + kDescription);
-    world.giveToken("hidden-token-4");
-    EXPECT_TRUE(world.logIn({{"hidden-token-4", "235"}})) << world.text;
-}
-
-TEST(OAuth2, aRefusedKeptTokenIsFetchedAgainOnce) {
-    TokenWorld world;
-    world.giveToken("hidden-token-1");
-    EXPECT_TRUE(world.logIn({{"hidden-token-1", "235"}}));
-    world.giveToken("hidden-token-2");
-    EXPECT_TRUE(
-        world.logIn({{"hidden-token-1", "334 e30=; '' 535 expired"}, {"hidden-token-2", "235"}}))
-        << world.text;
-    world.giveToken("hidden-token-3");
-    EXPECT_FALSE(world.logIn({{"hidden-token-2", "535 no"}, {"hidden-token-3", "535 no"}}));
-    world.giveToken("hidden-token-4");  // a new token that is refused is not worth another
-    EXPECT_FALSE(world.logIn({{"hidden-token-4", "535 no"}}));
-}
-
-TEST(OAuth2, whatTheEndpointMayDo) {
-    const Turn refused = upTo(kForm,
-                              "HTTP/1.1 401 No\r\nContent-Length: 58\r\n\r\n"
-                              R"({"error":"bad","error_description":"hidden-word is wrong"})");
-    const struct {
-        const char* name;
-        Turns endpoint;  // empty: nobody listens
-        const char* logged;
-    } rows[] = {
-        {"not there", {}, "Connection rejected"},
-        {"refuses and echoes", {refused.thenClose()}, "401 bad: {PasswordOrCredentials} is wrong"},
-        {"is no HTTP server", {upTo(kForm, "220 mail.test\r\n\r\n")}, "is not one of HTTP"},
-        {"closes", {upTo(kForm, "").thenClose()}, "is not one of HTTP"},
-        {"says nothing", {upTo(kForm, "").thenStall()}, "did not answer in time"},
-        {"drips", {upTo(kForm, "HTTP/1.1 200 OK").drippedBy(29000)}, "did not answer in time"},
-        {"says too much", {upTo(kForm, std::string(70000, 'x'))}, "larger than 64 KiB"},
-        {"speaks no TLS", {upTo("", "")}, "must begin with https://"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        TokenWorld world;
-        const bool inClear = row.name != std::string_view("speaks no TLS");
-        world.connection.settings.oauth2PlainHttp = inClear;
-        if (!row.endpoint.empty()) {
-            world.net.serve("10.0.0.9", 80, row.endpoint).mayEndEarly = true;
-        }
-        EXPECT_FALSE(world.logIn({}));
-        EXPECT_TRUE(contains(world.text, row.logged)) << world.text;
-        EXPECT_TRUE(
-            contains(world.text, "Failed to get SMTP OAuth2 access token by client credentials."));
-        EXPECT_EQ(statusWord(world.failure.cause()), "AuthFailure");
-        EXPECT_EQ(world.net.connects.size(), inClear ? 2u : 1u);
-    }
-}
-
 }  // namespace
-}  // namespace tv::test
+}  // namespace tv

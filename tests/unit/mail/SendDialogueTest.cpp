@@ -81,9 +81,13 @@ std::string expanded(std::string text) {
 }
 
 void addSettings(Act& act, std::string text) {
-    const std::map<std::string, std::string> kUsual = {{"user", "SmtpUsername=tester"},
-                                                       {"password", "SmtpPassword=hidden-word"},
-                                                       {"token", "OAuth2AccessToken=hidden-token"}};
+    static const std::map<std::string, std::string> kUsual = {
+        {"user", "SmtpUsername=tester"},
+        {"password", "SmtpPassword=hidden-word"},
+        {"token", "OAuth2AccessToken=hidden-token"},
+        {"endpoint",
+         "OAuth2AccessToken={\"token_endpoint\":\"http://10.0.0.9/t\",\"client_id\":\"me\","
+         "\"client_secret\":\"hidden-word\"}"}};
     while (!text.empty()) {
         const size_t end = std::min(text.find("; "), text.size());
         std::string part = text.substr(0, end);
@@ -231,6 +235,7 @@ private:
         if (act.has("name")) world_.net.name(act.setting("name", ""), {kServer});
         if (act.has("clear")) world_.mailMan.ClearSmtpSessionLog();
         if (act.has("ntlm")) setDefaultNtlmVersion(1);
+        if (act.has("plain")) world_.mailMan.settings().oauth2PlainHttp = true;
         world_.security.available = act.setting("package", "");
         world_.clock.advanceMs(std::stoul(act.setting("wait", "0")));
         port_ = act.setting("port", act.setting("SmtpPort", port_));
@@ -245,7 +250,11 @@ private:
         if (link == "silent") return world_.net.silent(kServer, port);
         if (link == "unreachable") return world_.net.unreachable(kServer, port);
         if (link == "tls") return serveTls(world_);
-        FakeLink& served = world_.serve(link, port);
+        if (link == "post refuse") return world_.net.refuse("10.0.0.9", 80);
+        const bool isToken = link.starts_with("post ");
+        FakeLink& served =
+            isToken ? world_.net.serve("10.0.0.9", 80, script(link)) : world_.serve(link, port);
+        served.mayEndEarly |= isToken;
         served.delivery = act.has("whole") ? Delivery::Whole : delivery_;
         served.sendWindow = std::stoul(act.setting("takes", "1000000000"));
         served.drainMs = 29000;
@@ -266,7 +275,8 @@ private:
             contains(transcript, "\nAUTH ") || contains(transcript, "{PasswordOrCredentials}");
         const bool warned = contains(log, "not encrypted");  // perhaps of a login that ends before
         EXPECT_TRUE(warned == spokeOfLogin || (warned && act.word != "Success")) << log;
-        EXPECT_EQ(contains(log, "smtpAuth.error: AuthFailure"), act.word == "AuthFailure") << log;
+        const bool refused = act.word == "AuthFailure" || contains(log, "one more try with a new");
+        EXPECT_EQ(contains(log, "smtpAuth.error: AuthFailure"), refused) << log;
         EXPECT_TRUE(act.word != "AuthFailure" || contains(log, "smtpAuth.success: 0")) << log;
     }
 
