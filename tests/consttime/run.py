@@ -13,7 +13,7 @@ import re
 import subprocess
 import sys
 
-LEAK = "LEAK:branch"
+LEAK = "LEAK:portable"
 FUNCTION = re.compile(r"^[0-9a-f]+ <([^.]\S*)>:$")  # no labels of jump tables
 PLACE = re.compile(r"^ *([0-9a-f]+):\t(?:bnd |notrack )?((?:rep\w* )?\w+) *(\*?)")
 
