@@ -5,7 +5,6 @@
 
 #include "base/Ascii.h"
 #include "tests/fixtures/Base64FormTest.h"
-#include "tests/fixtures/CpuForms.h"
 #include "tests/fixtures/TestBytes.h"
 
 namespace tv {
@@ -48,16 +47,6 @@ TEST(Base64, whatIsNone) {
     const auto spaced = base64Decode(" Zm\t9v\r\nYg= =\n", 4, Base64Spaces::Skipped);
     ASSERT_TRUE(spaced);
     EXPECT_EQ(test::textOf(*spaced), "foob");
-}
-
-TEST(Base64, takesTheWidestVectorsThatTheMachineHas) {
-    const char* const names[] = {"portable", "ssse3", "avx2", "avx512-vbmi"};
-    for (size_t i = 0; i < std::size(names); ++i) {
-        const test::CpuLimit limit(test::kCpuForms[i].features);
-        if (test::isWhole(test::kCpuForms[i].features)) {
-            EXPECT_STREQ(base64Forms.get().name, names[i]);
-        }
-    }
 }
 
 class Base64Forms : public test::FormTest<Base64Form> {};

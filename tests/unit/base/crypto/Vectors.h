@@ -25,15 +25,21 @@ TV_FORMS(crypto::X25519Form, crypto::x25519Forms, &Table::multiply);
 
 using Bytes = std::vector<uint8_t>;
 
-inline crypto::HashId hashNamed(std::string name) {  // sha256, SHA-256, HMACSHA256
-    std::erase(name, '-');
-    const std::pair<const char*, crypto::HashId> kNames[] = {
-        {"md5", crypto::HashId::kMd5},       {"sha1", crypto::HashId::kSha1},
-        {"sha256", crypto::HashId::kSha256}, {"sha384", crypto::HashId::kSha384},
-        {"sha512", crypto::HashId::kSha512},
+// A random source that hands out the same bytes over and over; without any it fails.
+inline crypto::RandomSource repeating(Bytes bytes) {
+    return [bytes](std::span<uint8_t> out) {
+        for (size_t i = 0; i < out.size() && !bytes.empty(); ++i) {
+            out[i] = bytes[i % bytes.size()];
+        }
+        return !bytes.empty();
     };
-    for (const auto& [ending, id] : kNames) {
-        if (asciiLower(name).ends_with(ending)) return id;
+}
+
+inline crypto::HashId hashNamed(std::string name) {  // sha256, SHA-256, HMACSHA256
+    const char* const names[] = {"md5", "sha1", "sha256", "sha384", "sha512"};  // as in HashId
+    std::erase(name, '-');
+    for (size_t i = 0; i < std::size(names); ++i) {
+        if (asciiLower(name).ends_with(names[i])) return static_cast<crypto::HashId>(i);
     }
     throw std::runtime_error("no hash: " + name);
 }
@@ -53,6 +59,15 @@ struct Vector {
     crypto::HashId hash() const {
         const bool named = test.has("sha") || group.has("sha");
         return hashNamed((*this)[named ? "sha" : "algorithm"].text());
+    }
+    // Of the message; "md5sha1" has one behind the other.
+    Bytes digest() const {
+        const Bytes message = bytes("msg");
+        std::string digits = hexLower(crypto::Hash::of(hash(), message));
+        if ((*this)["sha"].text() == "md5sha1") {
+            digits = hexLower(crypto::Hash::of(crypto::HashId::kMd5, message)) + digits;
+        }
+        return bytesOfHex(digits);
     }
 };
 using Check = std::function<void(const Vector&)>;
