@@ -84,30 +84,7 @@ TEST(MailDate, writesLocalTimeAndOffset) {
     }
 }
 
-// Samples of RFC 3492 section 7.1, and names that are in use.
-TEST(Punycode, encodesLabels) {
-    const std::pair<std::u32string_view, const char*> rows[] = {
-        {U"\u0644\u064A\u0647\u0645\u0627\u0628\u062A\u0643\u0644\u0645\u0648\u0634\u0639\u0631"
-         U"\u0628\u064A\u061F",
-         "egbpdaj6bu4bxfgehfvwxn"},
-        {U"\u4ED6\u4EEC\u4E3A\u4EC0\u4E48\u4E0D\u8BF4\u4E2D\u6587", "ihqwcrb4cv8a8dqg056pqjye"},
-        {U"Pro\u010Dprost\u011Bnemluv\u00ED\u010Desky", "Proprostnemluvesky-uyb24dma41a"},
-        {U"T\u1EA1isaoh\u1ECDkh\u00F4ngth\u1EC3ch\u1EC9n\u00F3iti\u1EBFngVi\u1EC7t",
-         "TisaohkhngthchnitingVit-kjcr8268qyxafd2f1b9g"},
-        {U"3\u5E74B\u7D44\u91D1\u516B\u5148\u751F", "3B-ww4c5e180e575a65lsy2b"},
-        {U"\u5B89\u5BA4\u5948\u7F8E\u6075-with-SUPER-MONKEYS",
-         "-with-SUPER-MONKEYS-pc58ag80a8qai00g7n9n"},
-        {U"\U0001F600", "e28h"},
-        {U"abc", "abc-"},
-        {U"", ""},
-    };
-    for (const auto& [label, text] : rows) {
-        std::string out;
-        EXPECT_TRUE(punycodeEncode(label, out)) << text;
-        EXPECT_EQ(out, text);
-    }
-}
-
+// Some labels are samples of RFC 3492 section 7.1, in small letters.
 TEST(Punycode, turnsDomainsToAscii) {
     const struct {
         const char* name;
@@ -120,6 +97,15 @@ TEST(Punycode, turnsDomainsToAscii) {
         {"Hungarian", "\u0150R\u0170.hu", "xn--r-7la1h.hu"},
         {"Greek", "\u0395\u03BB\u03BB\u03AC\u03B4\u03B1.gr", "xn--hxakic4aa.gr"},
         {"Cyrillic", "\u041F\u0440\u0438\u043C\u0435\u0440.\u0420\u0424", "xn--e1afmkfd.xn--p1ai"},
+        {"Arabic",
+         "\u0644\u064A\u0647\u0645\u0627\u0628\u062A\u0643\u0644\u0645\u0648\u0634\u0639\u0631"
+         "\u0628\u064A\u061F",
+         "xn--egbpdaj6bu4bxfgehfvwxn"},
+        {"Chinese", "\u4ED6\u4EEC\u4E3A\u4EC0\u4E48\u4E0D\u8BF4\u4E2D\u6587",
+         "xn--ihqwcrb4cv8a8dqg056pqjye"},
+        {"Vietnamese", "t\u1EA1isaoh\u1ECDkh\u00F4ngth\u1EC3ch\u1EC9n\u00F3iti\u1EBFngvi\u1EC7t",
+         "xn--tisaohkhngthchnitingvit-kjcr8268qyxafd2f1b9g"},
+        {"beyond the first plane", "\U0001F600", "xn--e28h"},
         {"two labels", "\u00E9.\u00E8.fr", "xn--9ca.xn--8ca.fr"},
         {"ideographic full stop", "\u4F8B\u3002jp", "xn--fsq.jp"},
         {"dot at the end", "b\u00FCcher.example.", "xn--bcher-kva.example."},
