@@ -141,16 +141,8 @@ TEST(Rsa, limitsOfKeys) {
     }
 }
 
-const std::vector<Json>& exchanges() {
-    static const Json data = Json::load(testDataPath("crypto/dhe.json")).value();
-    return data["exchanges"].items();
-}
-
 TEST(Dhe, agreesAsPublished) {
-    ASSERT_FALSE(exchanges().empty());
-    for (const Json& e : exchanges()) {
-        const Vector v{e, e, e};
-        SCOPED_TRACE(v["name"].text());
+    test::forEachVector("dhe", {}, [](const Vector& v) {
         Dhe dhe;
         ASSERT_EQ(Dhe::Check::Ok, dhe.setServerParams(v.bytes("p"), v.bytes("g"), v.bytes("ys")));
         ASSERT_TRUE(dhe.generate(repeating(v.bytes("random"))));
@@ -163,21 +155,20 @@ TEST(Dhe, agreesAsPublished) {
             expected.erase(0, 2);
         }
         EXPECT_EQ(expected, hexLower(stripped.bytes()));
-    }
+    });
 }
 
 TEST(Dhe, checksTheServersNumbers) {
     using Check = Dhe::Check;
-    const Vector v{exchanges().front(), exchanges().front(), exchanges().front()};
-    const Bytes p = v.bytes("p"), g{2}, ys = v.bytes("ys"), wide(100'000, 0x01);
-    // p ends in ff.
+    const Bytes p(96, 0xff), g{2}, ys{5}, wide(100'000, 0x01);
     const auto less = [&](uint8_t n) {
         Bytes bytes = p;
         bytes.back() = static_cast<uint8_t>(bytes.back() - n);
         return bytes;
     };
-    Bytes small(96, 0xff);
+    Bytes small = p, above(97);
     small[0] = 0x7f;
+    above[0] = 1;
     const struct {
         const char* what;
         Bytes p, g, ys;
@@ -191,7 +182,7 @@ TEST(Dhe, checksTheServersNumbers) {
         {"Ys p - 2", p, g, less(2), Check::Ok},
         {"Ys p - 1", p, g, less(1), Check::BadPeerKey},
         {"Ys p", p, g, p, Check::BadPeerKey},
-        {"Ys above p", p, g, Bytes(96, 0xff), Check::BadPeerKey},
+        {"Ys p + 1", p, g, above, Check::BadPeerKey},
         {"Ys far too long", p, g, wide, Check::BadPeerKey},
         {"g 0", p, {0}, ys, Check::BadGroup},
         {"g 1", p, {1}, ys, Check::BadGroup},
@@ -225,9 +216,8 @@ TEST(Dhe, givesNoWorthlessSecret) {
 
 TEST(Dhe, noSecretStaysOnTheStack) {
     if (!test::kStackIsSeen) GTEST_SKIP() << "the stack is laid out otherwise";
-    const Vector v{exchanges().front(), exchanges().front(), exchanges().front()};
     Dhe dhe;
-    ASSERT_EQ(Dhe::Check::Ok, dhe.setServerParams(v.bytes("p"), v.bytes("g"), v.bytes("ys")));
+    ASSERT_EQ(Dhe::Check::Ok, dhe.setServerParams(Bytes(96, 0xff), Bytes{2}, Bytes{5}));
     Bytes key(32);
     SecureBuffer secret;
     const RandomSource random = [&key](std::span<uint8_t> out) {
