@@ -51,25 +51,22 @@ def steps(program, forms):
 
 
 def measure(program, bits):
-    failures = []
+    """Prints a row for each form and returns what is wrong."""
     listed = results(output(program, "list"))
     checked = results(output("valgrind", "--quiet", "--error-limit=no", program, "memcheck"))
-    rest = [form for form, state in listed.items() if state == "usable" and form not in checked]
-    stepped = steps(program, [LEAK] + rest)
-    rows = [(form, "memcheck", result) for form, result in checked.items()]
-    rows += [(form, "steps", result) for form, result in stepped.items()]
-    for form, method, result in rows:
-        if result.startswith("same") == (form == LEAK):
-            failures.append(f"{bits}-bit {form}, {method}: {result}")
-    measured = {form for form, _, _ in rows}
-    failures += [f"{bits}-bit {form}: not measured" for form, state in listed.items()
-                 if state == "usable" and form not in measured]
-    if sum(form == LEAK for form, _, _ in rows) != 2:
-        failures.append(f"{bits}-bit: a method was not tried on the leak")
-    rows += [(form, "", "this CPU has not the instructions") for form, state in listed.items() if state == "absent"]
-    for form, method, result in sorted(rows, key=lambda row: list(listed).index(row[0])):
+    usable = [form for form, state in listed.items() if state == "usable"]
+    stepped = steps(program, [LEAK] + [form for form in usable if form not in checked])
+    failures = [f"{bits}-bit {form}: not measured" for form in usable if form not in {**checked, **stepped}]
+    for form, state in listed.items():
         primitive, name = form.rsplit(":", 1)
-        print(f"| {primitive} | {name}, {bits}-bit | {method} | {result} |", flush=True)
+        found = [(m, rows[form]) for m, rows in (("memcheck", checked), ("steps", stepped)) if form in rows]
+        missing = "not measured" if state == "usable" else "this CPU has not the instructions"
+        for method, result in found or [("", missing)]:
+            print(f"| {primitive} | {name}, {bits}-bit | {method} | {result} |", flush=True)
+        failures += [f"{bits}-bit {form}, {method}: {result}" for method, result in found
+                     if result.startswith("same") == (form == LEAK)]
+        if form == LEAK and len(found) != 2:
+            failures.append(f"{bits}-bit: a method was not tried on the leak")
     return failures
 
 

@@ -63,6 +63,7 @@ TEST(XString, theSecretMarkTravels) {
     EXPECT_TRUE(moved.isSecret());
     EXPECT_EQ(moved, secret);
     assigned = XString("open");
+    EXPECT_EQ(assigned, "open");
     EXPECT_FALSE(assigned.isSecret());
     moved.setUtf8("pass");  // short enough to live inside the object
     const char* at = moved.utf8().data();
@@ -92,10 +93,7 @@ TEST(Punycode, turnsDomainsToAscii) {
         const char* ascii;  // nullptr: refused
     } rows[] = {
         {"ASCII stays as it is", "Mail.EXAMPLE.com", "Mail.EXAMPLE.com"},
-        {"German", "b\u00FCcher.example", "xn--bcher-kva.example"},
         {"every label lower-cased", "WWW.B\u00DCCHER.Example", "www.xn--bcher-kva.example"},
-        {"Hungarian", "\u0150R\u0170.hu", "xn--r-7la1h.hu"},
-        {"Greek", "\u0395\u03BB\u03BB\u03AC\u03B4\u03B1.gr", "xn--hxakic4aa.gr"},
         {"Cyrillic", "\u041F\u0440\u0438\u043C\u0435\u0440.\u0420\u0424", "xn--e1afmkfd.xn--p1ai"},
         {"Arabic",
          "\u0644\u064A\u0647\u0645\u0627\u0628\u062A\u0643\u0644\u0645\u0648\u0634\u0639\u0631"
@@ -106,7 +104,6 @@ TEST(Punycode, turnsDomainsToAscii) {
         {"Vietnamese", "t\u1EA1isaoh\u1ECDkh\u00F4ngth\u1EC3ch\u1EC9n\u00F3iti\u1EBFngvi\u1EC7t",
          "xn--tisaohkhngthchnitingvit-kjcr8268qyxafd2f1b9g"},
         {"beyond the first plane", "\U0001F600", "xn--e28h"},
-        {"two labels", "\u00E9.\u00E8.fr", "xn--9ca.xn--8ca.fr"},
         {"ideographic full stop", "\u4F8B\u3002jp", "xn--fsq.jp"},
         {"dot at the end", "b\u00FCcher.example.", "xn--bcher-kva.example."},
         {"empty label", "b\u00FCcher..example", nullptr},
