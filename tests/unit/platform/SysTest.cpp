@@ -1,7 +1,10 @@
-// An account as one line of a dialog.
-#include "platform/SysDialog.h"
-
+// An account as one line of a dialog, and the time as Windows counts it.
 #include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "platform/SysClock.h"
+#include "platform/SysDialog.h"
 
 namespace tv::plat {
 namespace {
@@ -18,6 +21,12 @@ TEST(SysDialog, asOneLine) {
     for (const auto& [text, line] : rows) {
         EXPECT_EQ(asOneLine(text), line);
     }
+}
+
+TEST(SysClock, fileTimeCountsFrom1601) {
+    using namespace std::chrono;
+    const seconds now = floor<seconds>(system_clock::now()) - sys_days(year(1601) / 1 / 1);
+    EXPECT_NEAR(double(sysClock().fileTimeUtc() / 10'000'000), double(now.count()), 60);
 }
 
 }  // namespace
