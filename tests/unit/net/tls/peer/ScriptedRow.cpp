@@ -61,6 +61,10 @@ Bytes numberOf(const std::string& text) {
     return n;
 }
 
+Bytes exponentOf(const std::string& text) {
+    return bytesFrom(split(text, ':').at(2));
+}
+
 std::vector<std::string> expanded(const std::string& text) {
     const size_t open = text.rfind('{');
     if (open == text.npos) return {text};
@@ -100,110 +104,89 @@ void resume(Ends& ends) {
     ends.server.sessionSecret = first.server.sessionSecret;
 }
 
-std::vector<Step> flightThatAsks(bool in13) {
-    return stepsOf(in13 ? "Hello/Extensions/Request/Certificate/Verify/Finished"
-                        : "Hello/Certificate/Exchange/Request/Done");
-}
-
 Bytes u24(std::ptrdiff_t n) {
     return {static_cast<uint8_t>(n >> 16), static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n)};
 }
 
-// What the first word of a setup may be.
-const struct {
-    std::string_view word;
-    uint16_t version, suite;
-    const char* key;
-    uint16_t scheme;
-} kKinds[] = {{"13", 0x0304, 0x1301, "P-256", 0x0403},
-              {"12", 0x0303, 0xC02B, "P-256", 0x0403},
-              {"rsa12", 0x0303, 0xC02F, "RSA-2048", 0x0401},
-              {"cbc12", 0x0303, 0xC009, "P-256", 0x0403},
-              {"plainRsa", 0x0303, 0x009C, "RSA-2048", 0x0401},
-              {"dhe", 0x0303, 0x009E, "RSA-2048", 0x0401},
-              {"11", 0x0302, 0xC009, "P-256", 0},
-              {"10", 0x0301, 0xC009, "P-256", 0}};
+// Words that stand for others.
+const std::map<std::string, const char*> kShort = {
+    {"13", "version=0304 suite=1301 key=P-256 scheme=0403"},
+    {"12", "version=0303 suite=C02B key=P-256 scheme=0403"},
+    {"cbc12", "12 suite=C009"},
+    {"rsa12", "version=0303 suite=C02F key=RSA-2048 scheme=0401"},
+    {"plainRsa", "rsa12 suite=009C"},
+    {"dhe", "rsa12 suite=009E"},
+    {"11", "version=0302 suite=C009 key=P-256"},
+    {"10", "version=0301 suite=C009 key=P-256"},
+    {"asks12", "12 flight=Hello/Certificate/Exchange/Request/Done"},
+    {"asks13", "13 flight=Hello/Extensions/Request/Certificate/Verify/Finished"},
+    {"status", "12 flight=Hello/Certificate/Status/Exchange/Done"},
+};
 
 // One word of a setup, which may have a "=" and a value, or "no" in front of a switch.
 void set(Ends& ends, const std::string& text) {
-    ServerSetup& server = ends.server;
-    TlsOptions& options = ends.client.options;
-    auto& session = ends.client.session;
+    if (const auto at = kShort.find(text); at != kShort.end()) {
+        for (const std::string& word : wordsOf(at->second)) {
+            set(ends, word);
+        }
+        return;
+    }
+    ServerSetup& s = ends.server;
+    TlsSettings& client = ends.client;
+    auto& session = client.session;
     const size_t end = std::min(text.find('='), text.size());
-    const std::string word = text.substr(0, end),
-                      value = text.substr(std::min(end + 1, text.size()));
-    for (const auto& kind : kKinds) {
-        if (kind.word != word) continue;
-        server.version = kind.version, server.suite = kind.suite;
-        server.key = kind.key, server.scheme = kind.scheme;
-        return;
-    }
+    const std::string value = text.substr(std::min(end + 1, text.size()));
+    const bool off = text.starts_with("no");
+    std::string word = text.substr(off ? 2 : 0, off ? text.npos : end);
+    word[0] = static_cast<char>(std::tolower(word[0]));
+    // clang-format off
     const std::map<std::string, bool*> switches = {
-        {"Retry", &server.retry},
-        {"RetryGroup", &server.retryForGroup},
-        {"Share", &server.keyShare},
-        {"Master", &server.extendedMaster},
-        {"RenegotiationInfo", &server.secureRenegotiation},
-        {"Ticket", &server.ticket},
-        {"Echo", &server.echo},
-        {"EmptyRecords", &server.emptyRecords},
-        {"Reuse", &options.reuseSessions},
-        {"Gcm", &options.gcm},
-        {"Disable13", &options.disableTls13},
-        {"ZeroTicket", &options.zeroLengthTicket},
-        {"LaterRequests", &options.postHandshakeAuth},
-        {"Fallback", &ends.client.fallback},
-        {"Verifies", &ends.client.verifiesServer},
-        {"Random", &ends.randomWorks}};
-    const bool off = text.starts_with("no") && switches.contains(text.substr(2));
-    std::string name = off ? text.substr(2) : text;
-    name[0] = static_cast<char>(std::toupper(name[0]));
-    if (const auto at = switches.find(name); at != switches.end()) {
-        *at->second = !off;
-        return;
-    }
+        {"retry", &s.retry}, {"retryGroup", &s.retryForGroup}, {"share", &s.keyShare},
+        {"master", &s.extendedMaster}, {"renegotiationInfo", &s.secureRenegotiation},
+        {"ticket", &s.ticket}, {"echo", &s.echo}, {"emptyRecords", &s.emptyRecords},
+        {"fallback", &client.fallback}, {"verifies", &client.verifiesServer},
+        {"reuse", &client.options.reuseSessions}, {"gcm", &client.options.gcm},
+        {"disable13", &client.options.disableTls13}, {"random", &ends.randomWorks},
+        {"zeroTicket", &client.options.zeroLengthTicket},
+        {"laterRequests", &client.options.postHandshakeAuth},
+    };
     const std::map<std::string, std::function<void()>> words = {
-        {"suite", [&] { server.suite = hex16(value); }},
-        {"key", [&] { server.key = value; }},
-        {"scheme", [&] { server.scheme = hex16(value); }},
-        {"group", [&] { server.group = number<uint16_t>(value); }},
-        {"cookie", [&] { server.cookie = bytesFrom(value); }},
-        {"again", [&] { server.editRound = 2; }},
-        {"recordSize", [&] { server.recordSize = number(value); }},
-        {"padding", [&] { server.padding = number(value); }},
-        {"certificate", [&] { server.certificate = certificateOf(keyOf(value)); }},
-        {"signing", [&] { server.certificate = signingCertificateOf(keyOf(server.key)); }},
-        {"oddCertificate", [&] { server.certificate = oddCertificate(); }},
-        {"rsaKey",
-         [&] {
-             server.certificate =
-                 rsaCertificate(numberOf(value), bytesFrom(split(value, ':').at(2)));
-         }},
-        {"dhPrime",
-         [&] {
-             server.dhPrime = value.size() > 4 ? numberOf(value) : dhPrime(number<int>(value));
-         }},
-        {"flight", [&] { server.flight = stepsOf(value); }},
-        {"asks", [&] { server.flight = flightThatAsks(server.version == 0x0304); }},
-        {"status", [&] { server.flight = stepsOf("Hello/Certificate/Status/Exchange/Done"); }},
+        {"version", [&] { s.version = hex16(value); }},
+        {"suite", [&] { s.suite = hex16(value); }},
+        {"key", [&] { s.key = value; }},
+        {"scheme", [&] { s.scheme = hex16(value); }},
+        {"group", [&] { s.group = number<uint16_t>(value); }},
+        {"cookie", [&] { s.cookie = bytesFrom(value); }},
+        {"again", [&] { s.editRound = 2; }},
+        {"recordSize", [&] { s.recordSize = number(value); }},
+        {"padding", [&] { s.padding = number(value); }},
+        {"flight", [&] { s.flight = stepsOf(value); }},
+        {"certificate", [&] { s.certificate = certificateOf(keyOf(value)); }},
+        {"signing", [&] { s.certificate = signingCertificateOf(keyOf(s.key)); }},
+        {"oddCertificate", [&] { s.certificate = oddCertificate(); }},
+        {"rsaKey", [&] { s.certificate = rsaCertificate(numberOf(value), exponentOf(value)); }},
+        {"dhPrime", [&] { s.dhPrime = dhPrime(number<int>(value)); }},
+        {"madeUpPrime", [&] { s.dhPrime = numberOf(value); }},
         {"resume", [&] { resume(ends); }},
-        {"forgotten", [&] { server.sessionId.clear(), server.sessionSecret.clear(); }},
+        {"forgotten", [&] { s.sessionId.clear(), s.sessionSecret.clear(); }},
         {"later", [&] { session->receivedAtMs -= number<uint64_t>(value); }},
         {"lifetime", [&] { session->lifetimeSeconds = number<uint32_t>(value); }},
         {"sessionSuite", [&] { session->suite = hex16(value); }},
         {"lostSecret", [&] { session->secret.clear(); }},
         {"lostId", [&] { session->id.clear(); }},
-        {"verified",
-         [&] {
-             session->scope.requireVerify = true;
-             session->verifiedUntilMs = TestEnvironment().nowMs + number(value);
-         }},
-        {"lowest", [&] { ends.client.versions.lowest = hex16<Version>(value); }},
-        {"highest", [&] { ends.client.versions.highest = hex16<Version>(value); }},
+        {"verify", [&] { session->scope.requireVerify = true; }},
+        {"verified", [&] { session->verifiedUntilMs = TestEnvironment().nowMs + number(value); }},
+        {"lowest", [&] { client.versions.lowest = hex16<Version>(value); }},
+        {"highest", [&] { client.versions.highest = hex16<Version>(value); }},
     };
-    const auto known = words.find(word);
-    if (known == words.end()) throw std::runtime_error("unknown word: " + text);
-    known->second();
+    // clang-format on
+    if (const auto at = switches.find(word); at != switches.end()) {
+        *at->second = !off;
+    } else if (const auto known = words.find(word); known != words.end()) {
+        known->second();
+    } else {
+        throw std::runtime_error("unknown word: " + text);
+    }
 }
 
 // One statement about a message. "in 43" in front: about the body of that extension.
@@ -222,6 +205,7 @@ void change(const Words& all, Item& m, Items& items) {
         item.body = value(2), item.plain = clear;
         items.insert(items.begin(), countIn(w, 3), item);
     };
+    // clang-format off
     const std::map<std::string, std::function<void()>> verbs = {
         {"at", [&] { std::ranges::copy(value(2), place()); }},
         {"xor", [&] { *place() ^= value(2).at(0); }},
@@ -229,17 +213,11 @@ void change(const Words& all, Item& m, Items& items) {
         {"erase", [&] { b.erase(place(), place() + number<long>(w.at(2))); }},
         {"resize", [&] { b.resize(number(w.at(1))); }},
         {"set", [&] { b = value(1); }},
-        {"append",
-         [&] {
-             b = joined({b, value(1)});
-         }},
+        {"append", [&] { b = joined({b, value(1)}); }},
         {"count24", [&] { std::ranges::copy(u24(b.end() - place() - 3), place()); }},
         {"tail", [&] { m.tail = value(1); }},
         {"length", [&] { m.length = number(w.at(1)); }},
-        {"add",
-         [&] {
-             m.exts->push_back({number<uint16_t>(w.at(1)), value(2)});
-         }},
+        {"add", [&] { m.exts->push_back({number<uint16_t>(w.at(1)), value(2)}); }},
         {"drop", [&] { m.drop(number<uint16_t>(w.at(1))); }},
         {"noExtensions", [&] { m.exts->clear(); }},
         {"noBlock", [&] { m.exts.reset(); }},
@@ -252,6 +230,7 @@ void change(const Words& all, Item& m, Items& items) {
         {"clearBefore", [&] { insert(true); }},
         {"requestsBefore", [&] { items.insert(items.begin(), countIn(w, 1), Item{}); }},
     };
+    // clang-format on
     const auto known = verbs.find(w.at(0));
     if (known == verbs.end()) throw std::runtime_error("unknown verb: " + w[0]);
     known->second();

@@ -55,9 +55,9 @@ certificate.kind | {rsa12 suite=C02B,12 key=brainpoolP384r1} | | illegal paramet
 certificate.otherKey | 12 certificate=P-384 | | decrypt error
 certificate.long | 12 | Certificate length 131073 | illegal parameter
 
-status | 12 status | Hello add 5 - | legal
-status.notAnnounced | 12 status | | unexpected message
-status.malformed | 12 status | Hello add 5 -; Status {append 00,at 0 02} | decode error
+status | status | Hello add 5 - | legal
+status.notAnnounced | status | | unexpected message
+status.malformed | status | Hello add 5 -; Status {append 00,at 0 02} | decode error
 
 exchange.curve | 12 | Params {flip 0 3,at 1 01} | illegal parameter
 exchange.notOffered | 12 group={26,27} | | illegal parameter
@@ -78,8 +78,8 @@ exchange.otherHash | 12 | Exchange at 36 0503 | decrypt error
 
 dhe | dhe dhPrime={2048,768} | | legal | !Diffie-Hellman group has only 1024 bits
 dhe.1024 | dhe dhPrime=1024 | | legal | Diffie-Hellman group has only 1024 bits
-dhe.767 | dhe dhPrime=767:0B | | insufficient security
-dhe.modulus | dhe dhPrime={8193:0B,1024:0A} | | illegal parameter
+dhe.767 | dhe madeUpPrime=767:0B | | insufficient security
+dhe.modulus | dhe madeUpPrime={8193:0B,1024:0A} | | illegal parameter
 dhe.generator | dhe dhPrime=2048 | Params resize 258; append {000101,0100+p-1}+000105
     | illegal parameter
 dhe.value | dhe dhPrime=2048 | Params resize 261; append {000100,000101,0100+p-1,0100+p}
@@ -92,10 +92,10 @@ rsa.key | plainRsa rsaKey={2048:9B:03,8192:9B:010001} | | server ends
 rsa.modulus | plainRsa rsaKey={8193:9B,2048:9A}:010001 | | illegal parameter
 rsa.exponent | plainRsa rsaKey=2048:9B:{01,010000,0100000001} | | illegal parameter
 
-request | {12,11} asks | | legal
-request.names | 12 asks | Request at 6 0003; append 000107 | legal
-request.malformed | 12 asks | Request {set 00000204030000,set 014000010400,append 00} | decode error
-request.sizes | 12 asks | Request flip {0 1,2 4,6 8} | decode error
+request | {asks12,asks12 11} | | legal
+request.names | asks12 | Request at 6 0003; append 000107 | legal
+request.malformed | asks12 | Request {set 00000204030000,set 014000010400,append 00} | decode error
+request.sizes | asks12 | Request flip {0 1,2 4,6 8} | decode error
 done.notEmpty | 12 | Done set 00 | decode error
 
 ticket | {12 ticket,12} zeroTicket | Hello drop 35; add 35 - | legal
@@ -186,11 +186,11 @@ extensions.misplaced | 13 | Extensions add {43 0304,51 001d000101,5 -,23 -,45 01
 extensions.twice | 13 | Extensions add 28 4001 | illegal parameter
 extensions.long | 13 | Extensions length 65537 | illegal parameter
 
-request | 13 asks | Request {drop 0,add 0x1234 01} | legal
-request.context | 13 asks | Request set 0101 | illegal parameter
-request.noAlgorithms | 13 asks | Request drop 13 | missing extension
-request.malformed | 13 asks | Request {in 13 set 000104,in 13 set 0000,flip 0 3} | decode error
-request.twice | 13 asks | Request add 13 00020403 | illegal parameter
+request | asks13 | Request {drop 0,add 0x1234 01} | legal
+request.context | asks13 | Request set 0101 | illegal parameter
+request.noAlgorithms | asks13 | Request drop 13 | missing extension
+request.malformed | asks13 | Request {in 13 set 000104,in 13 set 0000,flip 0 3} | decode error
+request.twice | asks13 | Request add 13 00020403 | illegal parameter
 
 certificate.none | 13 | Certificate set {00000000,000000050000000000} | decode error
 certificate.odd | 13 | Certificate set 0000000700000230000000 | bad certificate
