@@ -5,11 +5,10 @@
 #include <openssl/param_build.h>
 #include <openssl/rand.h>
 #include <openssl/rsa.h>
-#include <openssl/x509.h>
-#include <openssl/x509v3.h>
 
-#include <map>
 #include <stdexcept>
+
+#include "tests/unit/net/x509/peer/MadeCertificate.h"
 
 namespace tv::tls::test {
 namespace {
@@ -30,34 +29,12 @@ Bytes bytesOf(const BIGNUM* n) {
     return out;
 }
 
-Bytes derOf(X509* cert) {
-    uint8_t* der = nullptr;
-    const int size = i2d_X509(cert, &der);
-    must(size > 0, "certificate");
-    Bytes out(der, der + size);
-    OPENSSL_free(der);
-    return out;
-}
-
-Bytes certified(EVP_PKEY* key, EVP_PKEY* signer, const char* usage = nullptr) {
-    const std::unique_ptr<X509, decltype(&X509_free)> cert(X509_new(), X509_free);
-    X509_set_version(cert.get(), 2);
-    ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), 1);
-    // Good at whatever moment a test has.
-    ASN1_TIME_set_string(X509_getm_notBefore(cert.get()), "20200101000000Z");
-    ASN1_TIME_set_string(X509_getm_notAfter(cert.get()), "21200101000000Z");
-    must(X509_set_pubkey(cert.get(), key) == 1, "public key");
-    X509_NAME* name = X509_get_subject_name(cert.get());
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
-                               reinterpret_cast<const unsigned char*>("server.test"), -1, -1, 0);
-    X509_set_issuer_name(cert.get(), name);
-    if (usage) {
-        const std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)> extension(
-            X509V3_EXT_conf_nid(nullptr, nullptr, NID_key_usage, usage), X509_EXTENSION_free);
-        must(X509_add_ext(cert.get(), extension.get(), -1) == 1, "key usage");
-    }
-    must(X509_sign(cert.get(), signer, EVP_sha256()) > 0, "signing the certificate");
-    return derOf(cert.get());
+// Good at whatever moment a test has.
+x509::peer::Spec selfSigned(const std::string& key) {
+    x509::peer::Spec spec{"server.test", "server.test", key, key, {}};
+    spec.notBefore = 0;
+    spec.notAfter += 100 * 365 * x509::peer::kDay;
+    return spec;
 }
 
 const char* hashOfScheme(uint16_t scheme) {
@@ -134,26 +111,21 @@ Bytes dhPrime(int bits) {
     return bytesOf(p.get());
 }
 
-EVP_PKEY* keyOf(const std::string& kind) {
-    static auto& keys = *new std::map<std::string, EVP_PKEY*>;  // until the process ends
-    EVP_PKEY*& key = keys[kind];
-    if (!key) {
-        key = kind.rfind("RSA-", 0) == 0
-                  ? EVP_RSA_gen(static_cast<unsigned>(std::stoul(kind.substr(4))))
-                  : EVP_EC_gen(kind.substr(0, kind.find('#')).c_str());
-    }
-    return key;
+EVP_PKEY* keyOf(const std::string& name) {
+    return x509::peer::keyNamed(name);
 }
 
-Bytes certificateOf(EVP_PKEY* key) {
-    static auto& made = *new std::map<EVP_PKEY*, Bytes>;
+Bytes certificateOf(const std::string& key) {
+    static auto& made = *new std::map<std::string, Bytes>;
     Bytes& der = made[key];
-    if (der.empty()) der = certified(key, key);
+    if (der.empty()) der = x509::peer::make(selfSigned(key));
     return der;
 }
 
-Bytes signingCertificateOf(EVP_PKEY* key) {
-    return certified(key, key, "digitalSignature");
+Bytes signingCertificateOf(const std::string& key) {
+    x509::peer::Spec spec = selfSigned(key);
+    spec.extensions[NID_key_usage] = "digitalSignature";
+    return x509::peer::make(spec);
 }
 
 Bytes rsaCertificate(View modulus, View exponent) {
@@ -170,8 +142,11 @@ Bytes rsaCertificate(View modulus, View exponent) {
     OSSL_PARAM_free(params);
     OSSL_PARAM_BLD_free(builder);
     must(ok == 1, "RSA key");
-    const Pkey owner(key, EVP_PKEY_free);
-    return certified(key, keyOf("P-256"));
+    x509::peer::Spec spec = selfSigned("P-256");
+    spec.otherKey = key;
+    const Bytes der = x509::peer::make(spec);
+    EVP_PKEY_free(key);
+    return der;
 }
 
 }  // namespace tv::tls::test

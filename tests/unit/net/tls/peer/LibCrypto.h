@@ -16,8 +16,6 @@ using View = std::span<const uint8_t>;
 
 Bytes joined(std::initializer_list<View> parts);
 Bytes randomBytes(size_t size);
-using Pkey = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
-
 // A signature of a TLS scheme; 0: the way of TLS 1.0 and 1.1.
 Bytes signatureOf(EVP_PKEY* key, uint16_t scheme, View data);
 Bytes rsaDecrypt(EVP_PKEY* key, View sealed);
@@ -25,12 +23,12 @@ Bytes powerModulo(View base, View exponent, View modulus);
 // One of the published primes of RFC 2409 and RFC 3526: 768, 1024, 2048.
 Bytes dhPrime(int bits);
 
-// A long-lived key: "RSA-2048" or the name of a curve, "#2" behind it for another one; made once.
-EVP_PKEY* keyOf(const std::string& kind);
+// A long-lived key: "RSA-2048" or the name of a curve, with more behind it another one.
+EVP_PKEY* keyOf(const std::string& name);
 // A self-signed certificate for the key, in DER; made once.
-Bytes certificateOf(EVP_PKEY* key);
+Bytes certificateOf(const std::string& key);
 // One whose key usage names digitalSignature alone.
-Bytes signingCertificateOf(EVP_PKEY* key);
+Bytes signingCertificateOf(const std::string& key);
 // A certificate whose RSA key has exactly this modulus and exponent.
 Bytes rsaCertificate(View modulus, View exponent);
 

@@ -10,7 +10,7 @@ OpenSslServer::OpenSslServer(const ServerOptions& o)
     SSL_CTX_set_max_proto_version(ctx, o.maxVersion);
     SSL_CTX_set_cipher_list(ctx, "ALL:COMPLEMENTOFALL:@SECLEVEL=0");
     SSL_CTX_set_dh_auto(ctx, 1);
-    const Bytes cert = certificateOf(keyOf(o.key));
+    const Bytes cert = certificateOf(o.key);
     SSL_CTX_use_certificate_ASN1(ctx, static_cast<int>(cert.size()), cert.data());
     SSL_CTX_use_PrivateKey(ctx, keyOf(o.key));
     const unsigned char id[] = "test";

@@ -337,7 +337,7 @@ Item ScriptedTlsServer::build(Step step) {
                 13, setup.version < 0x0303 ? Bytes{1, 64, 0, 0} : Bytes{1, 64, 0, 2, 4, 3, 0, 0});
         case Step::Certificate: {
             const Bytes& own = setup.certificate;
-            const Bytes der = counted<3>(own.empty() ? certificateOf(keyOf(setup.key)) : own);
+            const Bytes der = counted<3>(own.empty() ? certificateOf(setup.key) : own);
             if (!is13()) return message(11, counted<3>(der));
             return message(11, joined({Bytes{0}, counted<3>(joined({der, Bytes{0, 0}}))}));
         }

@@ -3,120 +3,25 @@
 #include "net/x509/X509Chain.h"
 
 #include <gtest/gtest.h>
-#include <openssl/conf.h>
-#include <openssl/evp.h>
-#include <openssl/x509v3.h>
 
 #include <algorithm>
-#include <functional>
-#include <map>
-#include <memory>
-#include <sstream>
 #include <stdexcept>
 
 #include "tests/fixtures/HexBytes.h"
+#include "tests/unit/net/x509/peer/MadeCertificate.h"
 
 namespace tv::x509 {
 namespace {
 
 using enum ChainRule;
-using Der = std::vector<uint8_t>;
-
-constexpr int64_t kNow = 1795254300;  // 2026-11-21
-constexpr int64_t kDay = 86400;
-
-struct Spec {
-    std::string subject, issuer;
-    std::string key, signer;  // by name
-    // By NID, as in a config file; sections of it that the value names behind a line break.
-    std::map<int, std::string> extensions;
-    int64_t notBefore = kNow - kDay, notAfter = kNow + kDay;
-    bool sha1 = false, pss = false;
-    Der pssKey = {};  // the key is named one for RSASSA-PSS, with these parameters
-};
-
-EVP_PKEY* keyNamed(const std::string& name) {
-    static auto& keys = *new std::map<std::string, EVP_PKEY*>;  // until the process ends
-    EVP_PKEY*& key = keys[name];
-    if (!key) {
-        key = name.starts_with("rsa512") ? EVP_RSA_gen(512)
-              : name.starts_with("rsa")  ? EVP_RSA_gen(2048)
-              : name.starts_with("p384") ? EVP_EC_gen("P-384")
-              : name.starts_with("p521") ? EVP_EC_gen("P-521")
-                                         : EVP_EC_gen("P-256");
-    }
-    return key;
-}
-
-// The common name and, behind line breaks, e-mail addresses. "T61:" in front asks for that string
-// type, else it is UTF8String.
-void setName(X509_NAME* name, const std::string& text) {
-    const bool isT61 = text.starts_with("T61:");
-    std::istringstream lines(isT61 ? text.substr(4) : text);
-    const char* field = "CN";
-    for (std::string value; std::getline(lines, value); field = "emailAddress") {
-        X509_NAME_add_entry_by_txt(name, field, isT61 ? V_ASN1_T61STRING : V_ASN1_UTF8STRING,
-                                   reinterpret_cast<const unsigned char*>(value.data()),
-                                   static_cast<int>(value.size()), -1, 0);
-    }
-}
-
-using CertificateOwner = std::unique_ptr<X509, decltype(&X509_free)>;
-
-void addExtension(X509* cert, int nid, const std::string& text) {
-    const size_t lineEnd = std::min(text.find('\n'), text.size());
-    const std::string value = text.substr(0, lineEnd), sections = text.substr(lineEnd);
-    CONF* config = NCONF_new(nullptr);
-    BIO* bio = BIO_new_mem_buf(sections.data(), static_cast<int>(sections.size()));
-    NCONF_load_bio(config, bio, nullptr);
-    X509V3_CTX context;
-    X509V3_set_ctx(&context, cert, cert, nullptr, nullptr, 0);
-    X509V3_set_nconf(&context, config);
-    X509_EXTENSION* made = X509V3_EXT_nconf_nid(config, &context, nid, value.c_str());
-    EXPECT_EQ(X509_add_ext(cert, made, -1), 1) << text;
-    X509_EXTENSION_free(made);
-    BIO_free(bio);
-    NCONF_free(config);
-}
-
-Der make(const Spec& s) {
-    const CertificateOwner cert(X509_new(), X509_free);
-    X509_set_version(cert.get(), 2);
-    ASN1_TIME_set(X509_getm_notBefore(cert.get()), s.notBefore);
-    ASN1_TIME_set(X509_getm_notAfter(cert.get()), s.notAfter);
-    setName(X509_get_subject_name(cert.get()), s.subject);
-    setName(X509_get_issuer_name(cert.get()), s.issuer);
-    X509_set_pubkey(cert.get(), keyNamed(s.key));
-    if (!s.pssKey.empty()) {
-        X509_ALGOR* algorithm = nullptr;
-        X509_PUBKEY_get0_param(nullptr, nullptr, nullptr, &algorithm,
-                               X509_get_X509_PUBKEY(cert.get()));
-        ASN1_STRING* value = ASN1_STRING_new();
-        ASN1_STRING_set(value, s.pssKey.data(), static_cast<int>(s.pssKey.size()));
-        X509_ALGOR_set0(algorithm, OBJ_nid2obj(NID_rsassaPss), V_ASN1_SEQUENCE, value);
-    }
-    for (const auto& [nid, value] : s.extensions) {
-        addExtension(cert.get(), nid, value);
-    }
-    EVP_MD_CTX* md = EVP_MD_CTX_new();
-    EVP_PKEY_CTX* parameters = nullptr;
-    EVP_DigestSignInit(md, &parameters, s.sha1 ? EVP_sha1() : EVP_sha256(), nullptr,
-                       keyNamed(s.signer));
-    if (s.pss) {
-        EVP_PKEY_CTX_set_rsa_padding(parameters, RSA_PKCS1_PSS_PADDING);
-        EVP_PKEY_CTX_set_rsa_pss_saltlen(parameters, RSA_PSS_SALTLEN_DIGEST);
-    }
-    EXPECT_GT(X509_sign_ctx(cert.get(), md), 0);
-    EVP_MD_CTX_free(md);
-    Der der(static_cast<size_t>(i2d_X509(cert.get(), nullptr)));
-    unsigned char* out = der.data();
-    i2d_X509(cert.get(), &out);
-    return der;
-}
+using peer::CertificateOwner;
+using peer::Der;
+using peer::kNow;
+using peer::Spec;
 
 std::vector<Der> made(const std::vector<Spec>& specs) {
     std::vector<Der> ders;
-    std::ranges::transform(specs, std::back_inserter(ders), make);
+    std::ranges::transform(specs, std::back_inserter(ders), peer::make);
     return ders;
 }
 
@@ -159,11 +64,11 @@ const std::map<int, std::string> kAuthority = {{NID_basic_constraints, "critical
 // A good chain of three, to be spoilt.
 struct Chain {
     Spec root{"Root", "Root", "rootkey", "rootkey", kAuthority};
-    Spec middle{"Middle", "Root", "p384middle", "rootkey", kAuthority};
+    Spec middle{"Middle", "Root", "P-384 middle", "rootkey", kAuthority};
     Spec leaf{"mail.example.com",
               "Middle",
-              "rsaleaf",
-              "p384middle",
+              "RSA-2048 leaf",
+              "P-384 middle",
               {{NID_subject_alt_name, "DNS:mail.example.com,IP:127.0.0.1"},
                {NID_ext_key_usage, "serverAuth"},
                {NID_key_usage, "critical,digitalSignature"}}};
@@ -216,7 +121,7 @@ void spoil(Chain& c, const std::string& change) {
     } else if (what == "refuse") {
         c.refused.push_back(c.named(value));
     } else if (what == "pss") {
-        c.root.key = c.root.signer = c.middle.signer = "rsaroot";
+        c.root.key = c.root.signer = c.middle.signer = "RSA-2048 root";
         c.middle.pss = true;
         c.root.pss = !value.empty();
         if (c.root.pss) c.root.pssKey = pssParameters(value.substr(0, 2), value.substr(2));
@@ -312,22 +217,22 @@ const Row kRows[] = {
     {"MiddleIsNoAuthority", NotAnAuthority, {"middle.basicConstraints=critical,CA:FALSE"}},
     {"MiddleMayNotSign", MayNotSign, {"middle.keyUsage=critical,digitalSignature"}},
     {"PathTooLong", PathTooLong, {"root.basicConstraints=critical,CA:TRUE,pathlen:0"}},
-    {"WrongSignature", BadSignature, {"leaf.signer=p384other"}},
+    {"WrongSignature", BadSignature, {"leaf.signer=P-384 other"}},
     {"WrongRootSignature", BadSignature, {"middle.signer=other"}},
     {"Sha1", WeakSignature, {"leaf.sha1"}},
-    {"ShortKey", WeakKey, {"leaf.key=rsa512"}},
+    {"ShortKey", WeakKey, {"leaf.key=RSA-512"}},
     {"MissingMiddle", UnknownIssuer, {"noMiddle"}},
     {"NoAnchor", UnknownIssuer, {"noRoot"}},
     {"ExpiredTwinOfTheMiddle", UnknownIssuer, {"extra=middle", "extra.after=-1", "noRoot"}},
     {"NamesakeOfAnExpiredMiddle", Expired,
-     {"extra=middle", "extra.key=p384other", "middle.after=-1"}},
+     {"extra=middle", "extra.key=P-384 other", "middle.after=-1"}},
     {"NamesakeOfAMiddleFromNobody", UnknownIssuer,
-     {"extra=middle", "extra.key=p384other", "noRoot"}},
+     {"extra=middle", "extra.key=P-384 other", "noRoot"}},
     {"ExpiredRootBesideAnUnknownOne", Expired,
      {"extra=middle", "extra.issuer=Unknown", "root.after=-1"}},
     {"ExpiredMiddleBesideACrossFromNobody", Expired,
      {"extra=middle", "extra.issuer=Unknown", "extra.signer=unknown", "middle.after=-1"}},
-    {"SelfSignedLeaf", UnknownIssuer, {"leaf.issuer=mail.example.com", "leaf.signer=rsaleaf"}},
+    {"SelfSignedLeaf", UnknownIssuer, {"leaf.issuer=mail.example.com", "leaf.signer=RSA-2048 leaf"}},
     {"OutsidePermitted", NameConstraint, {"middle.names=permitted;DNS:example.org"}},
     {"CommonNameOutsidePermitted", NameConstraint,
      {"leaf.alt", "root.names=permitted;DNS:example.org"}},
@@ -404,7 +309,7 @@ TEST(Chains, EveryChangedByteIsNoticed) {
 }
 
 TEST(Chains, TruncatedCertificatesAreUnreadable) {
-    const Der leaf = make(Chain().leaf);
+    const Der leaf = peer::make(Chain().leaf);
     for (size_t size = 0; size < leaf.size(); ++size) {
         Certificate certificate;
         EXPECT_FALSE(parseCertificate(Bytes(leaf).first(size), certificate)) << size;
@@ -455,7 +360,7 @@ const struct {
              c.extras.insert(c.extras.end(), {c.root, c.middle});
              Spec& root = *(c.extras.end() - 2);
              root.issuer = "Middle";
-             root.signer = "p384middle";
+             root.signer = "P-384 middle";
              root.notAfter += i;
              c.middle.notAfter += 1;
          }
@@ -464,14 +369,14 @@ const struct {
      [](Chain& c) {
          for (int i = 0; i < 30; ++i) {
              c.extras.push_back(c.middle);
-             c.extras.back().key = "p521 " + std::to_string(i);
+             c.extras.back().key = "P-521 " + std::to_string(i);
          }
      }},
     {"a forged leaf and many constraints", BadSignature, 20000,
      [](Chain& c) {
          spoil(c, "leaf.alt=" + kManyNames);
          spoil(c, "middle.names=" + many("excluded;DNS:x", 900));
-         c.leaf.signer = "p384other";
+         c.leaf.signer = "P-384 other";
      }},
     {"many names and many constraints", TooMuchWork, WorkBudget::kUnits,
      [](Chain& c) {
@@ -520,7 +425,7 @@ TEST(Chains, everyChangedByteIsNoticed) {
 }
 
 TEST(Chains, truncatedCertificatesAreUnreadable) {
-    const Der leaf = make(Chain().leaf);
+    const Der leaf = peer::make(Chain().leaf);
     for (size_t size = 0; size < leaf.size(); ++size) {
         Certificate certificate;
         EXPECT_FALSE(parseCertificate(Bytes(leaf).first(size), certificate)) << size;
