@@ -32,6 +32,8 @@ TEST(DerReader, malformedItemsAreRefusedAndStayRefused) {
         EXPECT_TRUE(r.any().whole.empty()) << name;
         EXPECT_FALSE(r.complete()) << name;
     }
+    const auto lowest = bytesOfHex("048180" + std::string(256, '0'));  // in the long form
+    EXPECT_EQ(DerReader(lowest).any().content.size(), 128u);
 }
 
 TEST(DerReader, valuesHaveOneForm) {

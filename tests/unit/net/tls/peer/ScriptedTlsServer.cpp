@@ -324,52 +324,43 @@ void ScriptedTlsServer::emit(Step step) {
 }
 
 Item ScriptedTlsServer::build(Step step) {
-    switch (step) {
-        case Step::HelloRetry:
-            return helloRetry();
-        case Step::ServerHello:
-            return serverHello();
-        case Step::EncryptedExtensions:
-            return message(8, {}, {{{28, {0x40, 0x01}}}});
-        case Step::CertificateRequest:
-            if (is13()) return message(13, {0}, {{{13, {0, 2, 4, 3}}}});
-            return message(
-                13, setup.version < 0x0303 ? Bytes{1, 64, 0, 0} : Bytes{1, 64, 0, 2, 4, 3, 0, 0});
-        case Step::Certificate: {
-            const Bytes& own = setup.certificate;
-            const Bytes der = counted<3>(own.empty() ? certificateOf(setup.key) : own);
-            if (!is13()) return message(11, counted<3>(der));
-            return message(11, joined({Bytes{0}, counted<3>(joined({der, Bytes{0, 0}}))}));
-        }
-        case Step::CertificateStatus:
-            return message(22, {1, 0, 0, 3, 0x30, 0x01, 0});
-        case Step::CertificateVerify:
-            return certificateVerify();
-        case Step::ServerKeyParams:
-        case Step::ServerKeyExchange:
-            return keyExchange();
-        case Step::ServerHelloDone:
-            return message(14, {});
-        case Step::NewSessionTicket:
-            // An hour, age_add 7, nonce 1, ticket "ticket"; before TLS 1.3 no nonce and age_add.
-            if (!is13()) return message(4, {0, 0, 14, 16, 0, 6, 't', 'i', 'c', 'k', 'e', 't'});
-            return message(4, {0, 0, 14, 16, 0, 0, 0, 7, 1, 1, 0, 6, 't', 'i', 'c', 'k', 'e', 't'},
-                           std::vector<Extension>());
-        case Step::ChangeCipherSpec: {
-            Item item = message(0, {1});
-            item.record = kCcs;
-            item.plain = is13();
-            return item;
-        }
-        case Step::Finished:
-            if (!is13()) serverVerify_ = verifyData(false);
-            return message(20, verifyData(false));
-        case Step::HelloRequest:
-            return message(0, {});
-        case Step::KeyUpdate:
-            break;
+    using enum Step;
+    if (step == HelloRetry) return helloRetry();
+    if (step == ServerHello) return serverHello();
+    if (step == EncryptedExtensions) return message(8, {}, {{{28, {0x40, 0x01}}}});
+    if (step == CertificateRequest) {
+        if (is13()) return message(13, {0}, {{{13, {0, 2, 4, 3}}}});
+        const Bytes schemes = setup.version < 0x0303 ? Bytes() : Bytes{0, 2, 4, 3};
+        return message(13, joined({Bytes{1, 64}, schemes, Bytes{0, 0}}));
     }
-    return message(24, {0});
+    if (step == Certificate) {
+        const Bytes& own = setup.certificate;
+        const Bytes der = counted<3>(own.empty() ? certificateOf(setup.key) : own);
+        if (!is13()) return message(11, counted<3>(der));
+        return message(11, joined({Bytes{0}, counted<3>(joined({der, Bytes{0, 0}}))}));
+    }
+    if (step == CertificateStatus) return message(22, {1, 0, 0, 3, 0x30, 0x01, 0});
+    if (step == CertificateVerify) return certificateVerify();
+    if (step == ServerKeyParams || step == ServerKeyExchange) return keyExchange();
+    if (step == ServerHelloDone) return message(14, {});
+    if (step == NewSessionTicket) {
+        // An hour, age_add 7, nonce 1, ticket "ticket"; before TLS 1.3 no nonce and age_add.
+        const Bytes rest = joined({Bytes{0, 6}, tv::test::bytesIn("ticket")});
+        if (!is13()) return message(4, joined({Bytes{0, 0, 14, 16}, rest}));
+        return message(4, joined({Bytes{0, 0, 14, 16, 0, 0, 0, 7, 1, 1}, rest}),
+                       std::vector<Extension>());
+    }
+    if (step == ChangeCipherSpec) {
+        Item item = message(0, {1});
+        item.record = kCcs;
+        item.plain = is13();
+        return item;
+    }
+    if (step == Finished) {
+        if (!is13()) serverVerify_ = verifyData(false);
+        return message(20, verifyData(false));
+    }
+    return step == HelloRequest ? message(0, {}) : message(24, {0});
 }
 
 Item ScriptedTlsServer::serverHello() {

@@ -286,6 +286,8 @@ const Row kRows[] = {
          {"leaf.certificatePolicies=critical,1.2.3,@p\n[p]\npolicyIdentifier=1.2.4\nCPS=http://x"}},
     {"ExplicitlyNoAuthority", None, {"leaf.basicConstraints=critical,DER:3003010100"}},
     {"UnknownNotCritical", None, {"leaf.nsComment=harmless"}},
+    // OpenSSL does not expect it to be critical.
+    {"CriticalKeyIdentifier", None, {"leaf.authorityKeyIdentifier=critical,DER:3000"}, kDiffers},
 };
 // clang-format on
 
