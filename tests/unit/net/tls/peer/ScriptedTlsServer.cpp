@@ -220,7 +220,7 @@ void ScriptedTlsServer::onHello(View body, View whole) {
             return emit(Step::HelloRetry);
         }
     }
-    resumed = is13() ? !setup.sessionSecret.empty()
+    resumed = is13() ? !setup.sessionSecret.empty() && hello.find(41)
                      : !setup.sessionId.empty() && hello.sessionId == setup.sessionId;
     for (const Step step : setup.flight.empty() ? usualFlight() : setup.flight) {
         emit(step);
