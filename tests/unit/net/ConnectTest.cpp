@@ -216,34 +216,26 @@ TEST_F(Connect, socketsAreMadeAsOrdered) {
     EXPECT_EQ(bytes.text(), "hello\r\n");
 }
 
-// A server that answers a TLS hello with its own words, in which S is the client's session id.
-class HelloPeer final : public FakePeer {
-public:
-    HelloPeer(std::string reply, Ending ending, std::string& hello)
-        : reply_(std::move(reply)), ending_(ending), hello_(hello) {}
-    void onBytes(std::string_view bytes, std::string& out) override {
-        if (hello_.empty()) out = replaceAll(reply_, "S", bytes.substr(5 + 4 + 2 + 32, 33));
-        hello_ += bytes;
-    }
-    Ending ending() const override { return hello_.empty() ? Ending::None : ending_; }
-
-private:
-    std::string reply_;
-    Ending ending_;
-    std::string& hello_;
-};
-
 TEST_F(Connect, aHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
     constexpr std::string_view kSupportedVersions("\x00\x2b\x00\x09\x08\x03\x04", 7);
     constexpr std::string_view kFallback("\x56\x00\x01\x00", 4);  // with the compression behind it
+    const FakeRandom random({1});  // of which the session id in otherGroup is made
     const std::string none, refusal("\x15\x03\x03\x00\x02\x02\x56", 7);
     const std::string unknownName("\x15\x03\x03\x00\x02\x01\x70", 7);
     const std::string otherGroup(  // a HelloRetryRequest
         "\x16\x03\x03\x00\x58\x02\x00\x00\x54\x03\x03"
         "\xCF\x21\xAD\x74\xE5\x9A\x61\x11\xBE\x1D\x8C\x02\x1E\x65\xB8\x91"
-        "\xC2\xA2\x11\x16\x7A\xBB\x8C\x5E\x07\x9E\x09\xE2\xC8\xA8\x33\x9CS"
+        "\xC2\xA2\x11\x16\x7A\xBB\x8C\x5E\x07\x9E\x09\xE2\xC8\xA8\x33\x9C\x20"
+        "\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1\1"
         "\x13\x01\x00\x00\x0C\x00\x2B\x00\x02\x03\x04\x00\x33\x00\x02\x00\x18",
-        61);
+        93);
+    const auto serve = [&](const std::string& answer, Ending ending) -> FakeLink& {
+        Turn turn = upTo("\x16", answer);
+        turn.after = ending;
+        FakeLink& link = net.serve("10.0.0.1", 465, {turn, upTo("never", "")});
+        link.mayEndEarly = true;
+        return link;
+    };
     const char* const kLost = "The connection was lost in the TLS handshake";
     const struct {
         const char *name, *policy;
@@ -274,14 +266,10 @@ TEST_F(Connect, aHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
-        std::string first, second;
         socket.tlsSettings().tlsProtocol = c.policy;
         socket.tlsSettings().requireSslCertVerify = c.verify;
-        net.servePeer("10.0.0.1", 465, std::make_unique<HelloPeer>(c.answer, c.ending, first));
-        if (c.second) {
-            net.servePeer("10.0.0.1", 465,
-                          std::make_unique<HelloPeer>(*c.second, c.ending, second));
-        }
+        const std::string& first = serve(c.answer, c.ending).fromClient;
+        const std::string& second = c.second ? serve(*c.second, c.ending).fromClient : first;
         EXPECT_FALSE(connect("one.test:465", 30000, 465, true));
         EXPECT_EQ(net.connects.size(), c.second ? 2U : 1U);
         EXPECT_FALSE(socket.isConnected());
