@@ -1,7 +1,9 @@
 // Connecting: names, addresses, time, refusals, aborts, and what the log says of them.
 #include "net/ConnectFailure.h"
 #include "net/Socket2.h"
+#include "net/resolve/ResolverState.h"
 #include "net/stream/SChannelTolvane.h"
+#include "tests/fixtures/DnsMessages.h"
 #include "tests/unit/net/NetTestKit.h"
 
 namespace tv {
@@ -176,6 +178,24 @@ TEST_F(Connect, portsFrom1To65535) {
         EXPECT_TRUE(connect("10.0.0.1", 30000, port)) << port;
     }
     EXPECT_FALSE(connect("10.0.0.1", 30000, 0) || connect("10.0.0.1", 30000, 65536));
+}
+
+// One to the name server and one of TCP; none to the name server while it is remembered.
+TEST_F(Connect, aFirstConnectCostsTwoRoundTrips) {
+    ResolverState state;
+    replaceResolverState(&state);
+    net.nameServers.servers = {"10.0.0.53"};
+    net.serveUdp("10.0.0.53", [](std::string_view query, size_t) -> std::vector<FakeDatagram> {
+        return {{dnsmsg::reply(query, {dnsmsg::a("10.0.0.1")}), 20}};
+    });
+    for (const size_t datagrams : {1U, 0U}) {
+        net.serve("10.0.0.1", 25, {});
+        EXPECT_TRUE(connect("mail.example"));
+        EXPECT_EQ(net.datagrams.size(), datagrams);
+        EXPECT_EQ(net.connects.size(), 1U);
+        EXPECT_EQ(elapsedMs(), 20 * datagrams);
+    }
+    replaceResolverState(nullptr);
 }
 
 TEST_F(Connect, abortEndsTheWaitAtTheNextSlice) {
