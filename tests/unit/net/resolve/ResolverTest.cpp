@@ -107,6 +107,8 @@ protected:
         return !failure;
     }
     std::string found() const {
+        if (failure)
+            return failure.is(DnsTimeout) ? "timeout" : failure.is(DnsFailed) ? "failed" : "";
         std::string text;
         for (const plat::IpAddress& address : addresses)
             text += (text.empty() ? "" : " ") + plat::toText(address);
@@ -133,122 +135,120 @@ private:
 constexpr struct {
     const char *name, *world;
     uint64_t limitMs;
-    const char* found;
-    Cause cause;
+    const char* found;  // or "failed", or "timeout"
     uint64_t elapsedMs;
     const char* sent;  // to whom and when
     const char* texts = "";
 } kRows[] = {
     // Where a name is looked for.
-    {"127.0.0.9", "1", 30000, "127.0.0.9", None, 0, "", "IP address passed to DNS lookup"},
-    {" LocalHost ", "1", 30000, "127.0.0.1", None, 0, ""},
-    {"fd00::9", "1", 30000, "fd00::9", None, 0, ""},
-    {"Listed.Example", "1", 30000, "192.0.2.7", None, 0, "", "ip_from_hosts_file: 192.0.2.7"},
-    {"listed.example.", "1", 30000, "192.0.2.7", None, 0, "", "!systemResolver"},
-    {"single", "1", 30000, "192.0.2.7", None, 0, ""},
-    {"other", "1", 30000, "192.0.2.2", None, 0, "",
+    {"127.0.0.9", "1", 30000, "127.0.0.9", 0, "", "IP address passed to DNS lookup"},
+    {" LocalHost ", "1", 30000, "127.0.0.1", 0, ""},
+    {"fd00::9", "1", 30000, "fd00::9", 0, ""},
+    {"Listed.Example", "1", 30000, "192.0.2.7", 0, "", "ip_from_hosts_file: 192.0.2.7"},
+    {"listed.example.", "1", 30000, "192.0.2.7", 0, "", "!systemResolver"},
+    {"single", "1", 30000, "192.0.2.7", 0, ""},
+    {"other", "1", 30000, "192.0.2.2", 0, "",
      "sbIp_gethostbyname: 192.0.2.2 | systemResolver: asking for IPv4 addresses"},
-    {"http://Mail.example/path", "1 192.0.2.1", 30000, "192.0.2.1", None, 0, "1@0",
+    {"http://Mail.example/path", "1 192.0.2.1", 30000, "192.0.2.1", 0, "1@0",
      "nameserver: 10.0.0.1 | !systemResolver"},
-    {"", "1", 30000, "", DnsFailed, 0, "", "DNS lookup failed; domain name is empty"},
-    {"no name", "1", 30000, "", DnsFailed, 0, "", "Invalid domain for resolving domain to IP"},
-    {"a..example", "1", 30000, "", DnsFailed, 0, "",
+    {"", "1", 30000, "failed", 0, "", "DNS lookup failed; domain name is empty"},
+    {"no name", "1", 30000, "failed", 0, "", "Invalid domain for resolving domain to IP"},
+    {"a..example", "1", 30000, "failed", 0, "",
      "The name does not fit into a DNS request. | systemResolver"},
 
     // When the servers do not help, the system's resolver may.
-    {"no.example", "1 error 3", 30000, "", DnsFailed, 0, "1@0",
+    {"no.example", "1 error 3", 30000, "failed", 0, "1@0",
      "NXDOMAIN | DNS resolution failed. | DNS lookup failed | domain: no.example"},
-    {"six.example", "1 error 3", 30000, "fd00::6", None, 0, "1@0",
+    {"six.example", "1 error 3", 30000, "fd00::6", 0, "1@0",
      "No IPv4 address found, checking for IPv6..."},
-    {"mail.example", "1 empty", 30000, "192.0.2.9", None, 0, "1@0", "retry"},
-    {"no.example", "1 empty", 30000, "", DnsFailed, 0, "1@0", "retry | No valid DNS answer.."},
-    {"mail.example", "1 error 1", 30000, "192.0.2.9", None, 0, "1@0", "FORMERR"},
-    {"mail.example", "1 error 2", 30000, "192.0.2.9", None, 0, "1@0",
+    {"mail.example", "1 empty", 30000, "192.0.2.9", 0, "1@0", "retry"},
+    {"no.example", "1 empty", 30000, "failed", 0, "1@0", "retry | No valid DNS answer.."},
+    {"mail.example", "1 error 1", 30000, "192.0.2.9", 0, "1@0", "FORMERR"},
+    {"mail.example", "1 error 2", 30000, "192.0.2.9", 0, "1@0",
      "dnsResponseCode: 2 | SERVFAIL | num_app_defined_ns: 0"},
-    {"mail.example", "1 error 4", 30000, "192.0.2.9", None, 0, "1@0", "NOTIMP"},
-    {"mail.example", "1 error 5", 30000, "192.0.2.9", None, 0, "1@0", "REFUSED"},
-    {"mail.example", "1 error 9", 30000, "192.0.2.9", None, 0, "1@0", "reported a failure."},
-    {"mail.example", "own, 1 error 5", 30000, "", DnsFailed, 0, "1@0",
+    {"mail.example", "1 error 4", 30000, "192.0.2.9", 0, "1@0", "NOTIMP"},
+    {"mail.example", "1 error 5", 30000, "192.0.2.9", 0, "1@0", "REFUSED"},
+    {"mail.example", "1 error 9", 30000, "192.0.2.9", 0, "1@0", "reported a failure."},
+    {"mail.example", "own, 1 error 5", 30000, "failed", 0, "1@0",
      "num_app_defined_ns: 1 | DNS resolution failed. | !systemResolver"},
-    {"mail.example", "1 silent", 30000, "192.0.2.9", None, 25000, "1@0 1@1500 1@3500 1@4500"},
-    {"mail.example", "1 silent", 3999, "", DnsTimeout, 3999, "1@0 1@1500 1@3500",
+    {"mail.example", "1 silent", 30000, "192.0.2.9", 25000, "1@0 1@1500 1@3500 1@4500"},
+    {"mail.example", "1 silent", 3999, "timeout", 3999, "1@0 1@1500 1@3500",
      "Less than a second is left | DNS resolution failed."},
-    {"mail.example", "1 silent", 4000, "192.0.2.9", None, 3000, "1@0 1@1500 1@2500"},
-    {"mail.example", "1 silent", 0, "192.0.2.9", None, 2000, "1@0 1@1500"},
-    {"no.example", "1 silent", 0, "", DnsTimeout, 2000, "1@0 1@1500"},
-    {"no.example", "1 silent, 2 error 3", 0, "", DnsFailed, 2000, "1@0 1@1500 2@2000"},
-    {"late.example", "1 error 3", 30000, "", DnsTimeout, 40000, "1@0", "DNS resolution failed."},
-    {"slow.example", "1 error 3", 30000, "192.0.2.4", None, 40000, "1@0",
-     "Elapsed time: 40000 millisec"},
+    {"mail.example", "1 silent", 4000, "192.0.2.9", 3000, "1@0 1@1500 1@2500"},
+    {"mail.example", "1 silent", 0, "192.0.2.9", 2000, "1@0 1@1500"},
+    {"no.example", "1 silent", 0, "timeout", 2000, "1@0 1@1500"},
+    {"no.example", "1 silent, 2 error 3", 0, "failed", 2000, "1@0 1@1500 2@2000"},
+    {"late.example", "1 error 3", 30000, "timeout", 40000, "1@0", "DNS resolution failed."},
+    {"slow.example", "1 error 3", 30000, "192.0.2.4", 40000, "1@0", "Elapsed time: 40000 millisec"},
 
     // When a silent server is asked again; each has a third, two seconds at least.
-    {"a.b", "own, 1 silent", 30000, "", DnsTimeout, 30000, "1@0 1@1500 1@3500 1@4500",
+    {"a.b", "own, 1 silent", 30000, "timeout", 30000, "1@0 1@1500 1@3500 1@4500",
      "idleTimeoutMs: 25500 | Waited, but no data ready on UDP socket."},
-    {"a.b", "own, 1 silent", 4501, "", DnsTimeout, 4501, "1@0 1@1500 1@3500 1@4500", "Ms: 1"},
-    {"a.b", "own, 1 silent", 4500, "", DnsTimeout, 4500, "1@0 1@1500 1@3500", "Ms: 1000"},
-    {"a.b", "own, 1 silent", 3501, "", DnsTimeout, 3501, "1@0 1@1500 1@3500", "Ms: 1"},
-    {"a.b", "own, 1 silent", 3500, "", DnsTimeout, 3500, "1@0 1@1500 1@2500", "Ms: 1000"},
-    {"a.b", "own, 1 silent", 2500, "", DnsTimeout, 2500, "1@0 1@1500", "Ms: 1000"},
-    {"a.b", "own, 1 silent", 2000, "", DnsTimeout, 2000, "1@0 1@1500", "Ms: 500"},
-    {"a.b", "own, 1 silent", 1500, "", DnsTimeout, 1500, "1@0", "DNS timeout."},
-    {"a.b", "own, 1 silent", 700, "", DnsTimeout, 700, "1@0", "DNS timeout."},
-    {"a.b", "own, 1 silent, 2 silent, 3 silent", 6000, "", DnsTimeout, 6000,
+    {"a.b", "own, 1 silent", 4501, "timeout", 4501, "1@0 1@1500 1@3500 1@4500", "Ms: 1"},
+    {"a.b", "own, 1 silent", 4500, "timeout", 4500, "1@0 1@1500 1@3500", "Ms: 1000"},
+    {"a.b", "own, 1 silent", 3501, "timeout", 3501, "1@0 1@1500 1@3500", "Ms: 1"},
+    {"a.b", "own, 1 silent", 3500, "timeout", 3500, "1@0 1@1500 1@2500", "Ms: 1000"},
+    {"a.b", "own, 1 silent", 2500, "timeout", 2500, "1@0 1@1500", "Ms: 1000"},
+    {"a.b", "own, 1 silent", 2000, "timeout", 2000, "1@0 1@1500", "Ms: 500"},
+    {"a.b", "own, 1 silent", 1500, "timeout", 1500, "1@0", "DNS timeout."},
+    {"a.b", "own, 1 silent", 700, "timeout", 700, "1@0", "DNS timeout."},
+    {"a.b", "own, 1 silent, 2 silent, 3 silent", 6000, "timeout", 6000,
      "1@0 1@1500 2@2000 2@3500 3@4000 3@5500"},
-    {"a.b", "own, 1 silent, 2 silent, 3 silent", 3000, "", DnsTimeout, 3000, "1@0 1@1500 2@2000"},
-    {"a.b", "own, 1 silent, 2 silent, 3 silent", 0, "", DnsTimeout, 6000,
+    {"a.b", "own, 1 silent, 2 silent, 3 silent", 3000, "timeout", 3000, "1@0 1@1500 2@2000"},
+    {"a.b", "own, 1 silent, 2 silent, 3 silent", 0, "timeout", 6000,
      "1@0 1@1500 2@2000 2@3500 3@4000 3@5500"},
 
     // Which replies count.
-    {"a.b", "own, 1 lost 2", 30000, "192.0.2.1", None, 3520, "1@0 1@1500 1@3500"},
-    {"a.b", "own, 1 late 1700", 30000, "192.0.2.1", None, 1700, "1@0 1@1500"},
-    {"a.b", "own, 1 late 15500, 2 10.9.9.9", 30000, "10.9.9.9", None, 15000,
+    {"a.b", "own, 1 lost 2", 30000, "192.0.2.1", 3520, "1@0 1@1500 1@3500"},
+    {"a.b", "own, 1 late 1700", 30000, "192.0.2.1", 1700, "1@0 1@1500"},
+    {"a.b", "own, 1 late 15500, 2 10.9.9.9", 30000, "10.9.9.9", 15000,
      "1@0 1@1500 1@3500 1@4500 2@15000"},
-    {"a.b", "own, 1 forged", 30000, "192.0.2.1", None, 60, "1@0",
+    {"a.b", "own, 1 forged", 30000, "192.0.2.1", 60, "1@0",
      "Response ID not equal to request ID. | A DNS reply to another question was ignored. | "
      "A malformed DNS reply was ignored."},
-    {"a.b", "own, 1 flood 63", 30000, "192.0.2.1", None, 5, "1@0"},
-    {"a.b", "own, 1 flood 64, 2 10.9.9.9", 30000, "10.9.9.9", None, 5, "1@0 2@5",
+    {"a.b", "own, 1 flood 63", 30000, "192.0.2.1", 5, "1@0"},
+    {"a.b", "own, 1 flood 64, 2 10.9.9.9", 30000, "10.9.9.9", 5, "1@0 2@5",
      "Too many datagrams came that are no reply."},
-    {"a.b", "own, 1 error 3, 2 10.9.9.9", 30000, "", DnsFailed, 0, "1@0"},
-    {"a.b", "own, 1 empty, 2 10.9.9.9", 30000, "", DnsFailed, 0, "1@0"},
-    {"a.b", "own, 1 error 2, 2 10.9.9.9", 30000, "10.9.9.9", None, 0, "1@0 2@0"},
+    {"a.b", "own, 1 error 3, 2 10.9.9.9", 30000, "failed", 0, "1@0"},
+    {"a.b", "own, 1 empty, 2 10.9.9.9", 30000, "failed", 0, "1@0"},
+    {"a.b", "own, 1 error 2, 2 10.9.9.9", 30000, "10.9.9.9", 0, "1@0 2@0"},
 
     // The system's own faults lose no time.
-    {"a.b", "own, 1 absent, 2 10.9.9.9", 30000, "10.9.9.9", None, 0, "1@0 2@0", "WSAECONNRESET"},
-    {"a.b", "own, 1, 2 10.9.9.9, udp-open fails 10024", 30000, "10.9.9.9", None, 0, "2@0",
+    {"a.b", "own, 1 absent, 2 10.9.9.9", 30000, "10.9.9.9", 0, "1@0 2@0", "WSAECONNRESET"},
+    {"a.b", "own, 1, 2 10.9.9.9, udp-open fails 10024", 30000, "10.9.9.9", 0, "2@0",
      "WSAEMFILE | Failed to make a UDP socket for the nameserver."},
-    {"a.b", "own, 1, 2 10.9.9.9, udp-connect fails 10051", 30000, "10.9.9.9", None, 0, "2@0",
+    {"a.b", "own, 1, 2 10.9.9.9, udp-connect fails 10051", 30000, "10.9.9.9", 0, "2@0",
      "WSAENETUNREACH"},
-    {"a.b", "own, 1, 2 10.9.9.9, udp-send fails 10050", 30000, "10.9.9.9", None, 0, "1@0 2@0",
+    {"a.b", "own, 1, 2 10.9.9.9, udp-send fails 10050", 30000, "10.9.9.9", 0, "1@0 2@0",
      "WSAENETDOWN | 1st UDP send for nameserver 1 failed."},
     {"a.b", "own, 1, 2 10.9.9.9, udp-send fails 10035, udp-send fails 10050", 30000, "10.9.9.9",
-     None, 1500, "1@0 1@1500 2@1500", "2nd UDP send for nameserver 1 failed."},
-    {"a.b", "own, 1 192.0.2.1, 2 10.9.9.9, udp-receive fails 10061", 30000, "10.9.9.9", None, 0,
+     1500, "1@0 1@1500 2@1500", "2nd UDP send for nameserver 1 failed."},
+    {"a.b", "own, 1 192.0.2.1, 2 10.9.9.9, udp-receive fails 10061", 30000, "10.9.9.9", 0,
      "1@0 2@0", "WSAECONNREFUSED"},
-    {"a.b", "own, 1 silent, 2 10.9.9.9, udp-pending fails 10061", 30000, "10.9.9.9", None, 333,
+    {"a.b", "own, 1 silent, 2 10.9.9.9, udp-pending fails 10061", 30000, "10.9.9.9", 333,
      "1@0 2@333", "WSAECONNREFUSED"},
     // A wrong checksum; a full queue is a lost datagram.
-    {"a.b", "own, 1 192.0.2.1, udp-receive fails 10035", 30000, "192.0.2.1", None, 0, "1@0"},
-    {"a.b", "own, 1 192.0.2.1, udp-send fails 10035", 30000, "192.0.2.1", None, 1500, "1@0 1@1500"},
+    {"a.b", "own, 1 192.0.2.1, udp-receive fails 10035", 30000, "192.0.2.1", 0, "1@0"},
+    {"a.b", "own, 1 192.0.2.1, udp-send fails 10035", 30000, "192.0.2.1", 1500, "1@0 1@1500"},
 
     // Whom a name is shown to; nobody is there.
-    {"mail.example", "1, 2, 1, 0.0.0.0", 30000, "192.0.2.9", None, 0, "1@0 2@0"},
-    {"mail.example", "fd00::53", 30000, "192.0.2.9", None, 0, "fd00::53@0"},
+    {"mail.example", "1, 2, 1, 0.0.0.0", 30000, "192.0.2.9", 0, "1@0 2@0"},
+    {"mail.example", "fd00::53", 30000, "192.0.2.9", 0, "fd00::53@0"},
     {"mail.example", "conf # nameserver 10.9.9.9, conf nameserver 10.0.0.7 # here, conf options x",
-     30000, "192.0.2.9", None, 0, "7@0"},
-    {"mail.example", "", 30000, "192.0.2.9", None, 0, "8.8.8.8@0 1.1.1.1@0",
+     30000, "192.0.2.9", 0, "7@0"},
+    {"mail.example", "", 30000, "192.0.2.9", 0, "8.8.8.8@0 1.1.1.1@0",
      "Check/cache nameservers failed. | GetNetworkparams failed | "
      "The system lists no nameservers: using 8.8.8.8 and 1.1.1.1."},
-    {"Mail.Local", "", 30000, "", DnsFailed, 0, "",
+    {"Mail.Local", "", 30000, "failed", 0, "",
      "Names of the local network are left to the system's resolver. | systemResolver"},
-    {"mail.corp.internal", "", 30000, "", DnsFailed, 0, ""},
-    {"mail.lan.", "", 30000, "", DnsFailed, 0, ""},
-    {"mail.test", "", 30000, "", DnsFailed, 0, ""},
-    {"corp.example", "conf domain Corp.Example", 30000, "", DnsFailed, 0, ""},
-    {"mail.corp", "conf search a.test .corp.", 30000, "", DnsFailed, 0, ""},
-    {"mail.vlan", "", 30000, "", DnsFailed, 0, "8.8.8.8@0 1.1.1.1@0"},
-    {"mail.local", "1", 30000, "", DnsFailed, 0, "1@0"},
-    {"mail.example", "conf nameserver fe80::1%eth0", 30000, "192.0.2.9", None, 0, "",
+    {"mail.corp.internal", "", 30000, "failed", 0, ""},
+    {"mail.lan.", "", 30000, "failed", 0, ""},
+    {"mail.test", "", 30000, "failed", 0, ""},
+    {"corp.example", "conf domain Corp.Example", 30000, "failed", 0, ""},
+    {"mail.corp", "conf search a.test .corp.", 30000, "failed", 0, ""},
+    {"mail.vlan", "", 30000, "failed", 0, "8.8.8.8@0 1.1.1.1@0"},
+    {"mail.local", "1", 30000, "failed", 0, "1@0"},
+    {"mail.example", "conf nameserver fe80::1%eth0", 30000, "192.0.2.9", 0, "",
      "No DNS nameservers have been defined."},
 };
 
@@ -260,9 +260,8 @@ TEST_F(Resolver, whereANameIsLookedFor) {
         std::construct_at(&state);
         replaceResolverState(&state);
         arrange(row.world);
-        EXPECT_EQ(lookUp(row.name, row.limitMs), row.cause == None);
+        lookUp(row.name, row.limitMs);
         EXPECT_EQ(found(), row.found);
-        EXPECT_EQ(failure.cause(), row.cause);
         EXPECT_EQ(elapsedMs(), row.elapsedMs);
         EXPECT_EQ(sentText(), row.sent);
         expectLogged(log, row.texts);
