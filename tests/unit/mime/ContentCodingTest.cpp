@@ -46,17 +46,13 @@ TEST(QuotedPrintable, encodesByTheRules) {
         std::string expected;
     } rows[] = {
         {"controls and DEL", std::string("\0\x01\x1F\x7F", 4), "=00=01=1F=7F"},
-        {"blanks inside stay", "a b\tc", "a b\tc"},
-        {"only the last of several blanks", "a  \t\r\nb", "a  =09\r\nb"},
-        {"blank before a lone CR or LF", "a \rb \nc", "a =0Db =0Ac"},
-        {"LF CR, CR CR LF", "a\n\rb\r\r\nc\r", "a=0A=0Db=0D\r\nc=0D"},
-        {"breaks", "a\r\n\r\nb\r\n", "a\r\n\r\nb\r\n"},
+        {"only the last of blanks", "a b\tc  \t\r\n\r\nb", "a b\tc  =09\r\n\r\nb"},
+        {"half breaks", "a \n\rb \r\r\nc\r", "a =0A=0Db =0D\r\nc=0D"},
         {"dots at the start", "..a.b\r\n.\r\n", "=2E.a.b\r\n=2E\r\n"},
         {"From at the start", "From me\r\nFrom ", "=46rom me\r\n=46rom=20"},
         {"From without its blank", "From\tme Fromage", "From\tme Fromage"},
         {"from elsewhere", "from me From b", "from me From b"},
         // Lengths: x70 and five more fill 75 columns.
-        {"76 plain and a break", x70 + "123456\r\n", x70 + "12345=\r\n6\r\n"},
         {"coded to 75", x70 + "12\xE9z", x70 + "12=E9=\r\nz"},
         {"coded to 76, last of the line", x70 + "123\xE9\r\nz", x70 + "123=E9\r\nz"},
         {"coded to 76, more follows", x70 + "123\xE9z", x70 + "123=\r\n=E9z"},
