@@ -8,14 +8,10 @@
 namespace tv::test {
 namespace {
 
-std::unique_ptr<BodyEncoder> encoderTo(OutputStream& out, bool base64) {
-    if (base64) return std::make_unique<Base64BodyEncoder>(out);
-    return std::make_unique<QuotedPrintableEncoder>(out);
-}
-
 std::string encoded(std::string_view text, bool base64, size_t piece = 1 << 20) {
     StringStream out;
-    const auto encoder = encoderTo(out, base64);
+    std::unique_ptr<BodyEncoder> encoder = std::make_unique<QuotedPrintableEncoder>(out);
+    if (base64) encoder = std::make_unique<Base64BodyEncoder>(out);
     for (size_t at = 0; at < text.size(); at += piece) {
         EXPECT_TRUE(encoder->put(bytesIn(text.substr(at, piece))) && encoder->put({}));
     }

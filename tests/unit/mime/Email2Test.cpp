@@ -1,5 +1,4 @@
 // The tree of a message: which part stands where after which calls, its fields, its bytes.
-#include "mime/PlainBody.h"
 #include "tests/unit/mime/MimeSupport.h"
 
 namespace tv::test {
@@ -77,7 +76,6 @@ TEST_F(Email2Test, treeIsTheSameInEveryOrderOfHtmlLogoAndFile) {
 TEST_F(Email2Test, treeFollowsTheOrderOfCalls) {
     const char* const rows[][2] = {
         // a text body beside the HTML
-        {"p", "plain"},
         {"m", "plain"},
         {"app", "mixed(plain file)"},
         {"pahh", "mixed(alternative(plain html) file)"},
@@ -86,7 +84,6 @@ TEST_F(Email2Test, treeFollowsTheOrderOfCalls) {
         // and away again
         {"hlH", "related(item)"},
         {"hlHh", "related(html item)"},
-        {"hlaHLA", "nothing"},
         {"pahlPHAL", "nothing"},
         {"pahHA", "plain"},
         {"aP", "mixed(file)"},
@@ -101,19 +98,15 @@ TEST_F(Email2Test, treeFollowsTheOrderOfCalls) {
 TEST_F(Email2Test, plainBodyHasItsLineEndsRepairedAndItsDotsStuffed) {
     const char* const rows[][3] = {
         // text, repaired, with dots stuffed as well
-        {"", "", ""},
         {"a\nb\rc\r\n", "a\r\nb\r\nc\r\n", "a\r\nb\r\nc\r\n"},
         {"a\n\rb\r\r\n", "a\r\n\r\nb\r\n\r\n", "a\r\n\r\nb\r\n\r\n"},
         {".a\r\n.\r\n..\n.b.", ".a\r\n.\r\n..\r\n.b.", "..a\r\n..\r\n...\r\n..b."},
         {"\r.", "\r\n.", "\r\n.."},
     };
     for (const auto& [text, repaired, stuffed] : rows) {
-        StringStream out;
-        EXPECT_TRUE(writePlainBody(text, true, false, out));
-        EXPECT_EQ(out.text, repaired);
         root_.setBody(log_, text, "text/plain");
-        const std::string message = rendered(root_, {"", true});
-        EXPECT_EQ(message.substr(message.find("\r\n\r\n") + 4), stuffed);
+        EXPECT_TRUE(rendered(root_).ends_with(std::string("(Normal)\r\n\r\n") + repaired));
+        EXPECT_TRUE(rendered(root_, {"", true}).ends_with(std::string("\r\n\r\n") + stuffed));
     }
 }
 
@@ -132,7 +125,7 @@ TEST_F(Email2Test, fieldsKeepTheOrderOfTheirFirstSetting) {
     MimeHeader& header = root_.header();
     const char* const fields[][2] = {{"A", "1"},  {"B", " 2\r\n "}, {"a", "3"}, {"TVX-B", "5"},
                                      {"D", "6"},  {"d", " "},       {"", "7"},  {"x y", "7"},
-                                     {"x:", "7"}, {"x\r\ny", "7"},  {"é", "7"}};
+                                     {"x:", "7"}, {"\x7F", "7"},    {"é", "7"}};
     for (const auto& [name, value] : fields) {
         header.set(name, value);
     }

@@ -11,13 +11,8 @@
 namespace tv::test {
 namespace {
 
-std::string repeated(size_t count, const std::string& text) {
-    std::string out;
-    while (count-- != 0) {
-        out += text;
-    }
-    return out;
-}
+// Of 255 characters that have no shorter form.
+const std::string kLongName = replaceAll(std::string(255, 'x'), "x", "漢");
 
 void expectWords(const std::string& field, const std::string& text) {
     EXPECT_EQ(decodeWords(field), text);
@@ -102,7 +97,7 @@ TEST(ContentType, writesItsParametersInOrder) {
               "protocol=\"application/pkcs7-signature\"; micalg=sha-256; smime-type=signed-data; "
               "x=\"a \\\"b\\\" \\\\\"");
     type = _tvContentType("image/png");
-    type.name = repeated(255, "漢");
+    type.name = kLongName;
     expectWords(type.value(65001), type.name);
 }
 
@@ -122,7 +117,7 @@ TEST(ContentDisposition, namesFilesInAFormForTheirCharacters) {
 
 // Pieces in order, put together, give the name; no line is too long (RFC 2231 section 3).
 TEST(ContentDisposition, cutsVeryLongNamesIntoPieces) {
-    for (const std::string& name : {repeated(255, "漢"), "é" + std::string(775, 'a')}) {
+    for (const std::string& name : {kLongName, "é" + std::string(775, 'a')}) {
         const std::vector<std::string> lines = linesOf(dispositionValue("x", name) + ';');
         std::string joined;
         for (size_t i = 1; i < lines.size(); ++i) {
@@ -137,21 +132,16 @@ TEST(ContentDisposition, cutsVeryLongNamesIntoPieces) {
 
 // The other steps of the ladder are rows of whole messages.
 TEST(CharsetChoice, prefersWhatTheMessageNames) {
-    const struct {
-        const char* text;
-        _tvEmailCommon named;
-        uint32_t chosen;
-    } rows[] = {
-        {"ő", {0, 1250, 0, ""}, 1250},
-        {"漢", {0, 1250, 0, ""}, 65001},
-        {"é", {0, 0, 1252, ""}, 1252},
-        {"é", {20127, 0, 0, "ISO-8859-1"}, 28591},
-        {"ő", {20127, 0, 0, "iso-8859-1"}, 65001},
+    const std::pair<uint32_t, _tvEmailCommon> rows[] = {
+        {1250, {0, 1250, 0, ""}},
+        {28591, {0, 1251, 0, ""}},
+        {1252, {0, 0, 1252, ""}},
+        {28592, {20127, 0, 0, "ISO-8859-2"}},
     };
-    for (auto [text, common, chosen] : rows) {
+    for (auto [chosen, common] : rows) {
         LogNull log;
-        chooseCharsetIfNecessary(log, text, common);
-        EXPECT_EQ(common.codePage, chosen) << text;
+        chooseCharsetIfNecessary(log, "é", common);
+        EXPECT_EQ(common.codePage, chosen);
     }
 }
 

@@ -20,7 +20,6 @@ std::vector<std::string> hostileTexts() {
         "Anna é\r\nBcc: v@z <x@y>",
         "=?utf-8?Q?x=0D=0ABcc:_v?= <x@y>",
         "x\t\t@y\v\f\b\x7F",
-        "\u2028Bcc: v@z",
         times(500, '\x80') + "@y",
         times(3000, 'x') + " <a@y>",
         times(700, 'x') + ", " + times(700, 'y') + "@z",
@@ -28,7 +27,6 @@ std::vector<std::string> hostileTexts() {
         "x " + times(3000, ' ') + "@y",
         "é" + times(3000, 'x') + "@y",
         "Anna <é" + times(690, 'x') + "@y>",
-        times(250, 'x') + " <" + times(690, 'y') + "@z>",
         times(250, '"') + " <" + times(690, 'y') + "@z>",
     };
     const std::string bytes = "\r\n \t\"\\<>,;@:()[]%'*\x80\x1B";

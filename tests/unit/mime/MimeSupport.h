@@ -42,10 +42,8 @@ protected:
         std::filesystem::remove_all(pathOf(folder_), ignored);
     }
 
-    // Writes a file of that name; its path.
-    std::string file(const std::string& name, std::string_view content) const {
+    void file(const std::string& name, std::string_view content) const {
         std::ofstream(pathOf(folder_ + '/' + name), std::ios::binary) << content;
-        return folder_ + '/' + name;
     }
 
     // "verb argument" or, for addresses, "verb name|address". Files are those of the folder.
@@ -105,9 +103,8 @@ inline std::string sent(TvEmail& email) {
 
 // The value of a header field of a rendered message, unfolded; "(none)" if it has no such field.
 inline std::string fieldOf(std::string_view message, const std::string& name) {
-    const std::string header =
-        "\r\n" + std::string(message.substr(0, message.find("\r\n\r\n") + 2));
-    const std::string lines = replaceAll(header, "\r\n ", " ");
+    const std::string header(message.substr(0, message.find("\r\n\r\n")));
+    const std::string lines = replaceAll("\r\n" + header + "\r\n", "\r\n ", " ");
     const size_t at = lines.find("\r\n" + name + ": ");
     if (at == std::string::npos) return "(none)";
     const size_t value = at + name.size() + 4;
