@@ -110,50 +110,34 @@ def test_command_lines_that_make_no_message(so, case):
     assert done.err.startswith("emailsend: " + error)
 
 
-def test_help_names_every_option(product):
-    done = run(product, product.program, "--help")
-    assert (done.code, done.err) == (0, "")
-    for option in ("host port from to cc bcc subject html logo attach tls user password-file auth domain"
-                   " ntlm-version log verbose library").split():
-        assert f"--{option} " in done.out
-
-
 def test_server_settings_must_fit_the_code_page(dll):
     done = send(dll, 1, "--user", "пользователь", env={"EMAILSEND_PASSWORD": "secret"})
     assert done.code == 2 and done.err.startswith("emailsend: --user has characters")
 
 
-@contextlib.contextmanager
-def terminal(product, port):
-    """The program on a terminal of its own: the process, the terminal, and a function that reads on
-    until a text (or, without one, the end) has come and returns all that stood there."""
+def on_terminal(product, port, keys=b""):
+    """Exit code, and all that stood on the terminal; the keys are typed when the line stands there."""
     master, slave = pty.openpty()
-    seen = ""
-
-    def read(text=None):
-        nonlocal seen
-        with contextlib.suppress(OSError):  # the program has gone
-            while text is None or text not in seen:
-                assert select.select([master], [], [], 30)[0], seen
-                seen += os.read(master, 4096).decode()
-        return seen
-
+    seen = b""
     with subprocess.Popen(product.command(product.program, "--host", "127.0.0.1", "--port", str(port), *ADDRESSES),
                           env=product.env, stdin=slave, stdout=slave, stderr=slave,
                           preexec_fn=lambda: (os.setsid(), fcntl.ioctl(0, termios.TIOCSCTTY, 0))) as process:
         os.close(slave)
-        try:
-            yield process, master, read
-        finally:
-            process.kill()
-            os.close(master)
+        with contextlib.suppress(OSError):  # the program has gone
+            while select.select([master], [], [], 20)[0]:
+                seen += os.read(master, 4096)
+                if b"Ctrl-C stops" in seen:
+                    os.write(master, keys)
+                    keys = b""
+        os.close(master)
+        return process.wait(20), seen.decode()
 
 
 def test_a_line_on_the_terminal_while_it_takes_long(so):
-    with ScriptedServer(lambda *_: time.sleep(0.2)) as server, terminal(so, server.port) as (process, _, read):
-        seen = read()
-        assert process.wait(30) == 0 and len(server.taken) == 1
+    with ScriptedServer(lambda *_: time.sleep(0.2)) as server:
+        code, seen = on_terminal(so, server.port)
     line = "emailsend: sending 0 KB to 127.0.0.1 1 s (Ctrl-C stops)"
+    assert code == 0 and len(server.taken) == 1
     assert seen.startswith("\r" + line) and seen.endswith("\r" + " " * len(line) + "\r")
 
 
@@ -161,13 +145,10 @@ STOPPED = "emailsend: stopped; the server may or may not have the message"
 
 
 def test_ctrl_c_ends_it_at_once(product):
-    with socket.create_server(("127.0.0.1", 0)) as silent, terminal(product, silent.getsockname()[1]) as (
-            process, keyboard, read):
-        read("Ctrl-C stops")
-        os.write(keyboard, b"\x03")
-        assert process.wait(10) == 3
-        # Wine's console writes control sequences of its own.
-        assert "emailsend: sending 0 KB to 127.0.0.1" in read() and STOPPED + "\r" in read()
+    with socket.create_server(("127.0.0.1", 0)) as silent:
+        code, seen = on_terminal(product, silent.getsockname()[1], b"\x03")
+    # Wine's console writes control sequences of its own.
+    assert code == 3 and "emailsend: sending 0 KB to 127.0.0.1" in seen and STOPPED + "\r" in seen
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])

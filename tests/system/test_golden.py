@@ -9,29 +9,22 @@ GOLDEN = pathlib.Path(__file__).resolve().parents[1] / "data" / "golden"
 NOTES = b"first\r\n.second\r\nFrom here = there \r\nlast"
 DATA = bytes(i * 7 & 255 for i in range(1000))
 LOGO = b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR"
-INVOICE = "számla 漢字.pdf"
+FILES = [("application/octet-stream", "data.bin", DATA), ("text/plain", "notes.txt", NOTES)]
+RELATED = [("multipart/related", None, None), ("text/html", None, None), ("image/png", "logo.png", LOGO)]
 
 # Name: subject, then (media type, file name, decoded content or None) of all parts in order.
 MESSAGES = {
     "nothing": (None, [("text/plain", None, "")]),
     "ascii_html": ("Hello", [("text/html", None, '<html><head><meta charset="us-ascii"></head>\r\n'
                               "<body>Hi\r\n.</body></html>")]),
-    "latin1_html": ("Café à la carte", [("text/html", None,
-                                         "<meta charset=iso-8859-1><p>crème brûlée</p>")]),
+    "latin1_html": ("Café à la carte", [("text/html", None, "<meta charset=iso-8859-1><p>crème brûlée</p>")]),
     "latin2_html": ("Árvíztűrő tükörfúrógép", [("text/html", None, None)]),
     "utf8_html": ("漢字かな交じり文の長い件名は、いくつもの符号化された語に分けられる。それでも元の文字は"
                   "そのまま残る。", [("text/html", None, "<p>漢字 😀</p>")]),
-    "logo_and_html": ("Logo", [("multipart/related", None, None), ("text/html", None, None),
-                               ("image/png", "logo.png", LOGO)]),
-    "everything": ("Számla: mellékelve",
-                   [("multipart/mixed", None, None), ("multipart/related", None, None),
-                    ("text/html", None, None), ("image/png", "logo.png", LOGO),
-                    ("text/plain", "notes.txt", NOTES),
-                    ("application/octet-stream", "data.bin", DATA),
-                    ("application/pdf", INVOICE, b"%PDF")]),
-    "attachments_alone": (None, [("multipart/mixed", None, None), ("text/plain", None, ""),
-                                 ("application/octet-stream", "data.bin", DATA),
-                                 ("text/plain", "notes.txt", NOTES)]),
+    "logo_and_html": ("Logo", RELATED),
+    "everything": ("Számla: mellékelve", [("multipart/mixed", None, None), *RELATED, *FILES[::-1],
+                                          ("application/pdf", "számla 漢字.pdf", b"%PDF")]),
+    "attachments_alone": (None, [("multipart/mixed", None, None), ("text/plain", None, ""), *FILES]),
 }
 
 

@@ -29,7 +29,6 @@ using namespace test;
 
 constexpr char kServer[] = "10.0.0.1";
 constexpr int kPort = 2525;
-constexpr char kOutOfMemory[] = "Sending failed: Out of memory.";
 
 // Keeps what the user would have been shown, from whatever thread.
 class FakeDialog final : public plat::SysDialog {
@@ -121,19 +120,7 @@ void callAll(const char* text, int number) {
     ::ResetEmail();
 }
 
-TEST_F(Exports, beforeInitialiseNothingIsDoneAndSendingSaysWhy) {
-    state.workbench.replace(nullptr);
-    for (const char* text : {"a@example.test", static_cast<const char*>(nullptr)}) {
-        callAll(text, 1);
-        ::setLogging();
-        EXPECT_EQ(::setRecipient(text) + ::setCC(text) + ::setBCC(text), 0);
-        EXPECT_EQ(expectFailure(""), "Nothing was sent: Initialise has not been called.");
-    }
-    EXPECT_TRUE(dialog.texts.empty());
-    EXPECT_EQ(state.logDirectory(), "");
-}
-
-TEST_F(Exports, nullIsTheEmptyString) {
+TEST_F(Exports, nullIsTheEmptyStringAndWithoutInitialiseNothingIsDone) {
     callAll("old@example.test", 7);
     callAll(nullptr, 0);
     const SmtpSettings& s = settings();
@@ -143,6 +130,13 @@ TEST_F(Exports, nullIsTheEmptyString) {
     EXPECT_EQ(state.body(), "");
     EXPECT_EQ(::setRecipient(nullptr) + ::setCC(nullptr) + ::setBCC(nullptr), 0);
     EXPECT_EQ(dialog.texts.size(), 2u);
+    state.workbench.replace(nullptr);
+    callAll("a@example.test", 1);
+    ::setLogging();
+    EXPECT_EQ(::setRecipient("a@b.test") + ::setCC("a@b.test") + ::setBCC("a@b.test"), 0);
+    EXPECT_EQ(expectFailure(""), "Nothing was sent: Initialise has not been called.");
+    EXPECT_EQ(dialog.texts.size(), 2u);
+    EXPECT_EQ(state.logDirectory(), "");
 }
 
 TEST_F(Exports, settingsReachTheMailManager) {
@@ -245,9 +239,7 @@ TEST_F(Exports, aSendUnderWayFinishesWithWhatItBeganWith) {
         EXPECT_EQ(::setRecipient("stranger@to.test"), 0);
         EXPECT_EQ(expectFailure(""),
                   "Sending failed: A function was called from within another one.");
-        std::thread waiting([] { ::setVerboseLogging(); });
         ::Initialise();
-        waiting.join();
         prepareMessage();
         ::setSubject("Second");
     };
@@ -305,24 +297,19 @@ TEST_F(Exports, aRefusedMessageLeavesItsTranscriptAndIsGone) {
 // Memory runs out while the library waits for the server. The server would take the next message's
 // commands for text of the one that broke off.
 TEST_F(Exports, anExceptionEndsAtTheExportAndItsConnectionIsNotUsedAgain) {
-    const std::pair<const char*, const char*> rows[] = {
-        {nullptr, kOutOfMemory},  // in the trial
-        {"MAIL FROM", kOutOfMemory}, {"RCPT TO", kOutOfMemory},
-        {"DATA\r\n", kOutOfMemory},  {"\r\n.\r\n", "The server may have the message"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.first ? row.first : "trial");
-        const std::string lastCommand = row.first ? row.first : "";
+    for (const char* lastCommand : {"", "MAIL FROM", "RCPT TO", "DATA\r\n", "\r\n.\r\n"}) {
+        SCOPED_TRACE(lastCommand);  // none: in the trial
         prepareMessage();
-        const FakeLink& broken = row.first ? serveMessage() : serve("trial");
+        const FakeLink& broken = *lastCommand ? serveMessage() : serve("trial");
         net.onWait = [&] {
             if (contains(broken.fromClient, lastCommand)) throw std::bad_alloc();
         };
-        expectFailure(row.second);
+        expectFailure(*lastCommand == '\r' ? "The server may have the message"
+                                           : "Sending failed: Out of memory.");
         net.onWait = nullptr;
         const std::string before = broken.fromClient;
-
-        if (row.first) prepareMessage();
+        ::ResetEmail();
+        prepareMessage();
         const FakeLink& link = serveMessage();
         expectSent();
         EXPECT_TRUE(link.connected);
@@ -371,69 +358,51 @@ TEST_F(Exports, theErrorTextStaysWhateverOthersDo) {
     EXPECT_NE(copy, ::getLastError());
 }
 
-// ---- All at the same time from several threads, against a real server: whatever meets whatever,
-// no message goes out in part and what the sends report is what the server has.
-
-// A mail server that takes every message.
-struct Sink {
-    struct Message {
-        std::string envelope, text;
-    };
-
-    void serve(LoopbackServer::Connection& peer) {
-        Message message;
-        peer.send("220 sink\r\n");
-        for (std::string line = "EHLO"; !line.empty() && line != "QUIT\r\n";) {
-            line = peer.receiveUntil("\r\n");
-            if (line.starts_with("MAIL")) message = {};
-            message.envelope += line;
-            if (line == "DATA\r\n") {
-                peer.send("354 go ahead\r\n");
-                message.text = peer.receiveUntil("\r\n.\r\n");
-                const std::lock_guard guard(lock);
-                messages.push_back(message);
-            }
-            peer.send("250 ok\r\n");
-        }
-    }
-
-    std::mutex lock;
-    std::vector<Message> messages;
-};
-
-size_t named(std::string_view text) {
-    constexpr std::string_view kDomain = "@to.test";
+size_t named(const std::string& text) {
     size_t count = 0;
-    for (size_t at = text.find(kDomain); at != std::string_view::npos; ++count)
-        at = text.find(kDomain, at + 1);
+    for (size_t at = 0; (at = text.find("@to.test", at)) != std::string::npos; ++at)
+        ++count;
     return count;
 }
 
-// To its end, which is somewhere as long as the text is still there.
-void readError() {
-    const std::string text = ::getLastError();
-    EXPECT_TRUE(text.empty() || text.ends_with('\n') || text.ends_with('.')) << text;
-}
-
+// Against a real server: whatever meets whatever, no message goes out in part and what the sends
+// report is what the server has.
 TEST(Threads, allExportsAtTheSameTime) {
-    constexpr int kRounds = 30;
-    Sink sink;
-    const LoopbackServer server([&](auto& peer) { sink.serve(peer); });
+    std::mutex lock;
+    std::vector<std::pair<std::string, std::string>> messages;           // envelope, text
+    const LoopbackServer server([&](LoopbackServer::Connection& peer) {  // takes every message
+        std::string envelope;
+        peer.send("220 sink\r\n");
+        for (std::string line = "EHLO"; !line.empty() && line != "QUIT\r\n";) {
+            line = peer.receiveUntil("\r\n");
+            envelope = (line.starts_with("MAIL") ? "" : envelope) + line;
+            if (line == "DATA\r\n") {
+                peer.send("354 go ahead\r\n");
+                const std::string text = peer.receiveUntil("\r\n.\r\n");
+                const std::lock_guard guard(lock);
+                messages.emplace_back(envelope, text);
+            }
+            peer.send("250 ok\r\n");
+        }
+    });
     FakeDialog dialog;
     dialog.whileOpen = [] { ::setSubject("from the box"); };
     PluginState state;
     PluginState* const before = PluginState::replaceInstance(&state);
     std::atomic<int> accepted = 0;
-    std::atomic<bool> done = false;
-
+    std::atomic<int> senders = 3;
     const auto startAnew = [&] {  // the port first: nobody else's server is to be met
         ::Initialise();
         ::setSmtpPort(server.port());
         ::setSmtpHost("localhost");
     };
-    startAnew();
+    const auto readError =
+        [] {  // to its end, which is somewhere as long as the text is still there
+            const std::string text = ::getLastError();
+            EXPECT_TRUE(text.empty() || text.ends_with('\n') || text.ends_with('.')) << text;
+        };
     const auto sendAll = [&](bool mayStartAnew) {
-        for (int i = 0; i < kRounds; ++i) {
+        for (int i = 0; i < 30; ++i) {
             if (mayStartAnew && i % 3 == 0) startAnew();
             ::setRecipient("to@to.test");
             ::setCC("cc@to.test");
@@ -442,18 +411,18 @@ TEST(Threads, allExportsAtTheSameTime) {
             accepted += ::szBrisko();
             readError();
         }
+        --senders;
     };
     const auto setAll = [&] {
-        while (!done) {
-            ::setSmtpPort(server.port());
+        while (senders > 0) {
             for (const auto set : {::setSmtpUser, ::setSmtpPassword, ::setSubject, ::setLoginDomain,
                                    ::setBody, ::setAttachment}) {
                 set("<p>{LOGO}</p>");
             }
+            for (const auto set : {::setUseSSL, ::setStartTls})
+                set(0);
             ::setSmtpAuthMethod("NONE");
             ::setDefaultNtlmVersion(2);
-            ::setUseSSL(0);
-            ::setStartTls(0);
             ::setNoopCount(1);
             ::setLogging();
             ::setVerboseLogging();
@@ -463,23 +432,18 @@ TEST(Threads, allExportsAtTheSameTime) {
             readError();
         }
     };
-    std::thread setters[] = {std::thread(setAll), std::thread(setAll)};
-    std::thread senders[] = {std::thread(sendAll, true), std::thread(sendAll, false),
-                             std::thread(sendAll, false)};
-    for (std::thread& thread : senders) {
+    startAnew();
+    std::thread threads[] = {std::thread(sendAll, true), std::thread(sendAll, false),
+                             std::thread(sendAll, false), std::thread(setAll), std::thread(setAll)};
+    for (std::thread& thread : threads)
         thread.join();
-    }
-    done = true;
-    for (std::thread& thread : setters) {
-        thread.join();
-    }
     PluginState::replaceInstance(before);
     std::remove("emailsending.log");
 
     EXPECT_FALSE(dialog.texts.empty());
     EXPECT_GT(accepted, 0);
-    EXPECT_EQ(sink.messages.size(), static_cast<size_t>(accepted));
-    for (const auto& [envelope, text] : sink.messages) {
+    EXPECT_EQ(messages.size(), static_cast<size_t>(accepted));
+    for (const auto& [envelope, text] : messages) {
         EXPECT_EQ(named(text.substr(0, text.find("\r\n\r\n"))), named(envelope)) << text;
     }
 }
