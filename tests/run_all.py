@@ -5,16 +5,14 @@
                                  (all by default); rooms: the folders of tests/unit, as net/tls
 
 includes is check_includes.py; format is whether clang-format would change a file; lint is clang-tidy
-over what changed in src/ since the last tag. native, asan, asan32, tsan and win32 are presets: each
-is built and the programs that it registers with CTest are run, the Windows ones under Wine. system
-drives the products of native, asan and win32 against mail servers on loopback. A room is the one
-native program of the tests in that folder: nothing else is built. Reports and logs stay in
-build/results.
+over what changed in src/ since the last tag. Of each preset (native to win32) the programs that it
+registers with CTest are run, the Windows ones under Wine. system drives the products of native, asan
+and win32 against mail servers on loopback. A room is the one native program of the tests in that
+folder: nothing else is built. Reports and logs stay in build/results.
 
-A program that crashes, hangs, is not built or leaves no count is a failure. A skipped test is
-counted as skipped. Where CI is set in the environment it is a failure, unless its reason names the
-CPU or machine (which cannot run every accelerated form), vectors that lie outside the repository, or
-a checkout without git history.
+A program that crashes, hangs, is not built or leaves no count is a failure. So is a skipped test where
+CI is set in the environment, unless its reason names the CPU or machine (which cannot run every
+accelerated form), vectors that lie outside the repository, or a checkout without git history.
 """
 import argparse
 import collections
@@ -117,15 +115,15 @@ def tail(log, lines=40):
 def judge(label, code, log, report=None):
     """The count of a program that has ended, by its report or else as one."""
     count = Count()
-    whole = count.take(label, report) if report else code == NO_HISTORY
+    whole = not report or count.take(label, report)
     if code == NO_HISTORY and not report:
         count.skip(label, tail(log, 1))
-    elif not report and code == 0:
-        count.passed = 1
     elif not count.failures and not (whole and code == 0):
         # For instance a leak found at the end, after every test had passed.
-        how = "hung" if code is None else f"ended with code {code}{' and no report' if report and not whole else ''}"
-        count.failures.append(f"{label}: {how}\n{tail(log)}")
+        how = "hung" if code is None else f"ended with code {code}"
+        count.failures.append(f"{label}: {how}{'' if whole else ' and no report'}\n{tail(log)}")
+    elif not report:
+        count.passed = 1
     return count
 
 

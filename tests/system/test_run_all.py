@@ -51,21 +51,23 @@ def test_programs(case, tmp_path, monkeypatch):
     assert count.line() == counts, count.failures
 
 
-@pytest.mark.parametrize("code, counts", [
-    (0, "1 passed, 0 failed"), (1, "0 passed, 1 failed"), (77, "0 passed, 0 failed, 1 skipped")])
-def test_checks(code, counts, tmp_path, monkeypatch):
+# Name: what the part prints and does at its end, its report or none, counts.
+RUNS = {
+    "a check passes": ("exit 0", None, "1 passed, 0 failed"),
+    "a check fails": ("exit 1", None, "0 passed, 1 failed"),
+    "nothing to compare with": ("echo no git history; exit 77", None, "0 passed, 0 failed, 1 skipped"),
+    "nothing was run": ("exit 0", "<testsuites/>", "0 passed, 1 failed"),
+    "an error in a fixture": ("exit 1", '<a><testcase name="c"><error message="x"/></testcase></a>', "0 passed, 1 failed"),
+}
+
+
+@pytest.mark.parametrize("case", RUNS)
+def test_parts(case, tmp_path, monkeypatch):
+    script, report, counts = RUNS[case]
     monkeypatch.setattr(run_all, "RESULTS", tmp_path)
     monkeypatch.setattr(run_all, "IN_CI", True)
-    count = run_all.run_part("lint", ["sh", "-c", f"echo no git history; exit {code}"])
-    assert count.line() == counts
-
-
-@pytest.mark.parametrize("report", ["<testsuites/>", "<testsuites>", f"<a>{FAILED}</a>"])
-def test_a_part_without_a_pass_has_failed(report, tmp_path, monkeypatch):
-    monkeypatch.setattr(run_all, "RESULTS", tmp_path)
-    (tmp_path / "report").write_text(report)
-    count = run_all.run_part("system", ["true"], tmp_path / "report")
-    assert count.line() == "0 passed, 1 failed"
+    (tmp_path / "report").write_text(report or "")
+    assert run_all.run_part("x", ["sh", "-c", script], report and tmp_path / "report").line() == counts
 
 
 # A fault in a header is seen where sources see the header: through a link of a view.

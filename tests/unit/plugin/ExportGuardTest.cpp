@@ -1,4 +1,6 @@
-// The guard in front of every export: exceptions, and on x86 the host's floating-point state.
+// The guard in front of every export: exceptions and the host's floating-point state, on x86.
+#if defined(__i386__) || defined(__x86_64__)
+
 #include "plugin/ExportGuard.h"
 
 #include <gtest/gtest.h>
@@ -27,7 +29,6 @@ struct FloatingPoint {
     uint16_t status = 0;
 };
 
-#if defined(__i386__) || defined(__x86_64__)
 FloatingPoint floatingPoint() {
     FloatingPoint now;
     asm volatile("fnstcw %0\n\tstmxcsr %1\n\tfnstsw %2"
@@ -38,13 +39,6 @@ FloatingPoint floatingPoint() {
 void setFloatingPoint(const FloatingPoint& state) {
     asm volatile("fnclex\n\tfldcw %0\n\tldmxcsr %1" : : "m"(state.control), "m"(state.mxcsr));
 }
-#else
-FloatingPoint floatingPoint() {
-    return {0x037F, 0x1F80};
-}
-void setFloatingPoint(const FloatingPoint&) {}
-#endif
-
 // The usual one, as Delphi sets it, everything unmasked, 24 bits rounded down and flushed to zero.
 const FloatingPoint kHosts[] = {{0x037F, 0x1F80}, {0x1332, 0x1900}, {0x0300, 0}, {0x047F, 0xBFC0}};
 
@@ -83,3 +77,5 @@ TEST(ExportGuard, nothingThrownPassesAndTheHostsFloatingPointStateComesBack) {
 
 }  // namespace
 }  // namespace tv
+
+#endif
