@@ -1,11 +1,16 @@
-"""The sample message through both libraries to other people's servers, read by other people's readers."""
+"""The sample message through both libraries to other people's servers, read by other people's readers,
+and what is kept of it where a host asks for a log."""
 import email
 import email.policy
 import re
+import stat
 import subprocess
 
 import samples
 from products import Host
+
+
+BEGIN, END = b"--BEGIN SENT TOLVANE EMAIL--\n", b"\n--END SENT TOLVANE EMAIL--\n"
 
 
 def parse(data):
@@ -57,3 +62,26 @@ def test_both_libraries_write_the_same_message(so, dll, receiver, sample, tmp_pa
     headers = re.sub(r"\r?\n(?=[ \t])", "", parts["headers.txt"].decode()).replace("\r\n", "\n")
     for name, value in (("Subject", samples.SUBJECT), ("To", samples.TO), ("Cc", samples.CC)):
         assert re.findall(rf"^{name}: (.*)", headers, re.M) == [value]
+
+
+def test_the_sent_mail_log_holds_each_message_where_the_host_is(host, receiver, sample, tmp_path):
+    sample.send(host, receiver.port)
+    assert not list(tmp_path.glob("*.log"))
+    host.setLogging()
+    sent = []
+    for name in ("napló ő", "two"):
+        folder = tmp_path / name
+        folder.mkdir()
+        assert host.chdir(host.product.path(folder)) == 1
+        for _ in range(2):
+            sample.send(host, receiver.port, anew=False)
+        # The debug log is given a directory's name, so there is no debug log.
+        assert [path.name for path in folder.iterdir()] == ["emailsending.log"]
+        log = folder / "emailsending.log"
+        if not host.product.wine:  # whole messages: for nobody else to read
+            assert stat.S_IMODE(log.stat().st_mode) == 0o600
+        text = log.read_bytes()
+        assert text.startswith(BEGIN) and text.endswith(END)
+        sent += [entry.removeprefix(BEGIN) for entry in text.removesuffix(END).split(END)]
+    assert [entry.replace(b"\n..", b"\n.").rstrip(b"\r\n") for entry in sent] == [
+        message.data.rstrip(b"\r\n") for message in receiver.messages[1:]]
