@@ -5,6 +5,7 @@ import logging
 import pathlib
 import shutil
 import sys
+from email.iterators import _structure
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "fixtures"))
 import products  # noqa: E402
@@ -14,17 +15,6 @@ from programs import run  # noqa: E402
 from receiver import Receiver  # noqa: E402
 
 FOLDER = products.ROOT / "build" / "demo"
-
-
-def print_tree(part, depth=0):
-    print(f"    {'  ' * depth}{part.get_content_type()}", end="")
-    if part.is_multipart():
-        print()
-        for child in part.iter_parts():
-            print_tree(child, depth + 1)
-    else:
-        print(f": {part['Content-Transfer-Encoding']}, {len(part.get_payload(decode=True)):,} bytes",
-              part.get_filename() or "", part["Content-ID"] or "")
 
 
 def send(label, product, sample, server):
@@ -40,7 +30,7 @@ def send(label, product, sample, server):
     print(f"\n  {len(received.data):,} bytes from {received.sender} to {', '.join(received.recipients)}:")
     for name in ("From", "To", "Cc", "Bcc", "Subject", "Date", "Message-ID"):
         print(f"  {name + ':':<12}{message[name] or '(none)'}")
-    print_tree(message)
+    _structure(message, level=1)
     sample.check(message)
     print("  Subject, addresses, body, logo and both attachments arrived as they were sent.")
     print(f"  The message lies in {path.relative_to(products.ROOT)}.", flush=True)
