@@ -36,26 +36,12 @@ def _product(name, request):
     return product
 
 
-@pytest.fixture(scope="session")
-def so(request):
-    return _product("so", request)
+def _products(*names):
+    """A fixture that is each of these builds in turn."""
+    return pytest.fixture(scope="session", params=names)(lambda request: _product(request.param, request))
 
 
-@pytest.fixture(scope="session")
-def dll(request):
-    return _product("dll", request)
-
-
-@pytest.fixture(scope="session", params=["so", "dll"])
-def product(request):
-    """Each of the two libraries in turn."""
-    return _product(request.param, request)
-
-
-@pytest.fixture(scope="session", params=["so", "dll", "asan"])
-def any_product(request):
-    """The two libraries and the one with sanitizers."""
-    return _product(request.param, request)
+so, dll, product, any_product = (_products(*names.split()) for names in ("so", "dll", "so dll", "so dll asan"))
 
 
 @pytest.fixture

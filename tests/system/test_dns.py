@@ -50,7 +50,7 @@ COMMON = [
 CASES = {
     "dnsmasq": (["dnsmasq"], {}, [*COMMON, (f"c1.{ZONE}", ["192.0.2.9"], ["nameserver: "], [SYSTEM])]),
     "unbound": (["unbound"], {}, [*COMMON, (
-        f"mail.{BROKEN}", [], ["dnsResponseCode: 2", "The name server failed to find an answer (SERVFAIL)."], [])]),
+        f"mail.{BROKEN}", [], ["dnsResponseCode: 2", "failed to find an answer (SERVFAIL)."], [])]),
     "a server without TLS is left for one that has it": (["dnsmasq", "unbound"], {"tls": 1}, [
         (f"one.{ZONE}", ["192.0.2.1"], ["WSAECONNREFUSED", "SSL/TLS Channel Established."], [SYSTEM]),
         (f"many.{ZONE}", MANY, [], [SYSTEM, "fallbackToTcp"])]),
@@ -59,7 +59,8 @@ CASES = {
     "IPv6 first": (["dnsmasq"], {"six": 1}, [
         (f"two.{ZONE}", ["2001:db8::2"], ["Looking for IPv6 addresses first..."], []),
         (f"one.{ZONE}", ["192.0.2.1"], [], [])]),
-    "nobody at the first address": (["nobody", "dnsmasq"], {}, [(f"one.{ZONE}", ["192.0.2.1"], ["WSAECONN"], [SYSTEM])]),
+    "nobody at the first address": (["nobody", "dnsmasq"], {}, [
+        (f"one.{ZONE}", ["192.0.2.1"], ["WSAECONN"], [SYSTEM])]),
     "nobody anywhere": (["nobody"], {}, [(f"one.{ZONE}", [], [FAILED], [])]),
 }
 
@@ -68,8 +69,7 @@ def check(expected, result):
     name, found, log, absent = expected
     assert sorted(result["found"].split()) == sorted(found), f"{name}: {result['log']}"
     assert result["ok"] == bool(found)
-    wrong = [text for text in log if text not in result["log"]] + [text for text in absent if text in result["log"]]
-    assert not wrong, f"{name}: {result['log']}"
+    assert [text for text in [*log, *absent] if text in result["log"]] == log, f"{name}: {result['log']}"
 
 
 @pytest.mark.parametrize("case", CASES)
@@ -95,8 +95,8 @@ def test_forged_replies_before_the_true_one(product, servers, tmp_path):
     def replies(query, reply):
         forged = reply[:-4] + bytes(map(int, FORGED.split(".")))  # the address ends the only record
         other_id, other_question = (forged[:at] + bytes([forged[at] ^ 2]) + forged[at + 1:] for at in (1, 13))
-        return [(other_id, False), (other_question, False), (forged, True), (reply[:-3], False), (query, False),
-                (reply, False)]
+        return [(other_id, False), (other_question, False), (forged, True), (reply[:-3], False),
+                (query, False), (reply, False)]
 
     with dns.Forwarder(servers["dnsmasq"], replies) as forwarder:
         result, = dns.View(tmp_path, forwarder.address).resolve(product, f"one.{ZONE}")

@@ -1,4 +1,4 @@
-"""XOAUTH2 at a Dovecot that judges tokens itself; tokens come as such, or by client credentials over HTTPS."""
+"""XOAUTH2 at a Dovecot that judges tokens itself; they come as such, or by client credentials over HTTPS."""
 import contextlib
 import http.server
 import json
@@ -14,6 +14,7 @@ from probes import Probe
 from receiver import Receiver
 
 USER, SECRET = "tester", "pa55&word hidden"
+FORM = {"client_id": "mailer", "scope": "https://mail.test/.default", "tenant": "a b"}
 
 
 @pytest.fixture(scope="module")
@@ -31,9 +32,8 @@ def certificates(tmp_path_factory):
     """Two servers' certificates for 127.0.0.1; the first one's is the anchor."""
     folder = tmp_path_factory.mktemp("certificates")
     for name in ("known", "unknown"):
-        tls_servers.run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "30", "-subj",
-                        f"/CN={name} token server", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
-                        folder / f"{name}.key", "-out", folder / f"{name}.pem")
+        tls_servers.make_certificate(folder / name, f"/CN={name} token server", "-addext",
+                                     "subjectAltName=IP:127.0.0.1")
     return folder
 
 
@@ -46,8 +46,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         form = dict(urllib.parse.parse_qsl(self.rfile.read(int(self.headers["Content-Length"])).decode()))
         self.server.forms.append(form)
         good = form.get("client_secret") == SECRET
-        answer = {"access_token": self.server.token, "token_type": "Bearer", "expires_in": 3600} if good else {
-            "error": "invalid_client", "error_description": "no such client"}
+        answer = {"error": "invalid_client", "error_description": "no such client"}
+        if good:
+            answer = {"access_token": self.server.token, "token_type": "Bearer", "expires_in": 3600}
         content = json.dumps(answer).encode()
         self.send_response(200 if good else 401)
         self.send_header("Content-Type", "application/json")
@@ -72,14 +73,15 @@ def token_endpoint(folder, name, token=""):
 
 
 def description(endpoint, secret=SECRET):
-    return json.dumps({"token_endpoint": f"https://127.0.0.1:{endpoint.server_port}/oauth2/token", "client_id": "mailer",
-                       "client_secret": secret, "scope": "https://mail.test/.default", "tenant": "a b"})
+    return json.dumps({**FORM, "client_secret": secret,
+                       "token_endpoint": f"https://127.0.0.1:{endpoint.server_port}/oauth2/token"})
 
 
 @contextlib.contextmanager
 def prober(product, server, token, certificates, **words):
+    anchors = product.path(certificates / "known.pem")
     with Probe(product, "send", SmtpHost="127.0.0.1", SmtpPort=server.port, SmtpUsername=USER,
-               OAuth2AccessToken=token, TrustAnchorsFile=product.path(certificates / "known.pem"), **words) as probe:
+               OAuth2AccessToken=token, TrustAnchorsFile=anchors, **words) as probe:
         def send(**more):
             before = len(server.receiver.messages)
             sent = probe.run(**more)
@@ -104,8 +106,7 @@ def test_client_credentials(product, server, certificates):
     with token_endpoint(certificates, "known", dovecot.token(USER)) as endpoint, \
             prober(product, server, description(endpoint), certificates, keep=1) as send:
         assert send()["sent"]
-        assert endpoint.forms == [{"grant_type": "client_credentials", "client_id": "mailer", "client_secret": SECRET,
-                                   "scope": "https://mail.test/.default", "tenant": "a b"}]
+        assert endpoint.forms == [{**FORM, "grant_type": "client_credentials", "client_secret": SECRET}]
         # Another connection of the same mail manager logs in with the token that it has.
         again = send(LoginDomain="ELSEWHERE")
         assert again["sent"] and "Using the access token that was fetched before." in again["log"]

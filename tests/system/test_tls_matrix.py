@@ -77,8 +77,9 @@ def faults_of(cell, bench, probe):
             if not result["ok"]:
                 yield f"failed\n{result['log'][-4000:]}\nthe server said\n{server.said()[-2000:]}"
                 return
-            expected = {"version": f"TLS {cell.version}", "suite": f"TLS_{cell.suite}", "resumed": resumed,
-                        "group": "unknown group" if cell.group == "-" or (resumed and before13) else cell.group}
+            group = "unknown group" if cell.group == "-" or (resumed and before13) else cell.group
+            expected = {"version": f"TLS {cell.version}", "suite": f"TLS_{cell.suite}", "group": group,
+                        "resumed": resumed}
             for name, value in expected.items():
                 # The group of a fresh DHE has no name.
                 if result[name] != value and (name != "group" or not cell.suite.startswith("DHE") or resumed):
