@@ -1,5 +1,6 @@
 """Whom the TLS client believes: chains from a PEM anchor and from the system's, sessions of verified and
 unverified connections, and what a server said in clear before STARTTLS."""
+import itertools
 import os
 import shutil
 import ssl
@@ -73,58 +74,48 @@ def probe(product, chain):
 EXPIRED, EARLY = "The certificate has expired.", "The certificate is not valid yet."
 OTHER = "The certificate was issued for another host."
 NOBODY = "The issuer of the certificate is not known or not trusted."
-# server, anchor, more words, the rule that is broken, whose certificate breaks it, the alert
+# server, anchor, more words, the rule that is broken, whose certificate breaks it, the alert, the server's words
 VERDICTS = {
-    "good": ("good", "root", {}, None, None, None),
-    "good by its address": ("good", "root", {"host": "127.0.0.1"}, None, None, None),
-    "the one between is the anchor": ("good", "between", {}, None, None, None),
-    "signed by itself and trusted": ("lonely", "lonely", {}, None, None, None),
-    "another name": ("other", "root", {}, OTHER, "other", "bad_certificate"),
-    "another address": ("other", "root", {"host": "127.0.0.1"}, OTHER, "other", "bad_certificate"),
-    "expired": ("good", "root", {"later": 31 * DAY}, EXPIRED, "good", "certificate_expired"),
-    "not yet valid": ("good", "root", {"later": -DAY}, EARLY, "good", "certificate_expired"),
-    "unknown issuer": ("good", "stranger", {}, NOBODY, "between", "unknown_ca"),
-    "nothing between": ("good -", "root", {}, NOBODY, "good", "unknown_ca"),
-    "signed by itself": ("lonely", "root", {}, NOBODY, "lonely", "unknown_ca"),
+    "good": ("good", "root", {}, None, None, None, ()),
+    "good by its address": ("good", "root", {"host": "127.0.0.1"}, None, None, None, ()),
+    "the one between is the anchor": ("good", "between", {}, None, None, None, ()),
+    "signed by itself and trusted": ("lonely", "lonely", {}, None, None, None, ()),
+    "another name": ("other", "root", {}, OTHER, "other", "bad_certificate", ()),
+    "another address": ("other", "root", {"host": "127.0.0.1"}, OTHER, "other", "bad_certificate", ()),
+    "expired": ("good", "root", {"later": 31 * DAY}, EXPIRED, "good", "certificate_expired", ()),
+    "not yet valid": ("good", "root", {"later": -DAY}, EARLY, "good", "certificate_expired", ()),
+    "unknown issuer": ("good", "stranger", {}, NOBODY, "between", "unknown_ca", ()),
+    "nothing between": ("good -", "root", {}, NOBODY, "good", "unknown_ca", ()),
+    "signed by itself": ("lonely", "root", {}, NOBODY, "lonely", "unknown_ca", ()),
 }
+EXCHANGES = {"TLS 1.3": "-tls1_3", "ECDHE": "-tls1_2 -cipher ECDHE-RSA-AES128-GCM-SHA256",
+             "DHE": "-tls1_2 -cipher DHE-RSA-AES128-GCM-SHA256", "RSA": "-tls1_2 -cipher AES128-GCM-SHA256"}
+for usage, exchange in itertools.product(("signing", "encrypting"), EXCHANGES):
+    fits = (usage == "encrypting") == (exchange == "RSA")
+    needed = "keyEncipherment" if exchange == "RSA" else "digitalSignature"
+    broken = (f"its key usage lacks {needed}, which TLS_", usage, "unsupported_certificate")
+    VERDICTS[f"{usage}, {exchange}"] = (
+        usage, "root", {}, *((None, None, None) if fits else broken), EXCHANGES[exchange].split())
 
 
 @pytest.mark.parametrize("name", VERDICTS)
 def test_a_chain_and_its_anchor(chain, probe, name):
-    leaf, anchor, job, rule, subject, alert = VERDICTS[name]
+    leaf, anchor, job, rule, subject, alert, words = VERDICTS[name]
     leaf, _, alone = leaf.partition(" ")
-    with Server(chain, leaf, not alone and leaf != "lonely") as server:
+    with Server(chain, leaf, not alone and leaf != "lonely", words) as server:
         checked, unchecked = probe(server, anchor, **job), probe(server, **job)
         if alert:
             server.wait(f"<<< .* Alert .*, fatal {alert}\n")
     log = checked["log"]
     assert checked["ok"] == (rule is None) and unchecked["ok"], log
     assert "Not verifying server certificate...\n" in unchecked["log"]
+    misfit = f"does not fit the key exchange: {rule}"
+    assert (misfit in unchecked["log"]) == (alert == "unsupported_certificate")
     expected = ["Server certificate is verified.", "revoked is not checked"] if rule is None else [
         "SSL server certificate verification failed.\n", rule, f"certificate: CN=the {subject} one\n",
         f"issuedBy: CN=the {CERTIFICATES[subject][0]} one\n", "Server certificate verification failed. (3)\n",
         "ConnectFailReason: Server certificate validation failed\n"]
     assert [text for text in expected if text not in log] == [], log
-
-
-KEY_EXCHANGES = {"TLS 1.3": ["-tls1_3"], "ECDHE": ["-tls1_2", "-cipher", "ECDHE-RSA-AES128-GCM-SHA256"],
-                 "DHE": ["-tls1_2", "-cipher", "DHE-RSA-AES128-GCM-SHA256"],
-                 "RSA": ["-tls1_2", "-cipher", "AES128-GCM-SHA256"]}
-
-
-@pytest.mark.parametrize("exchange", KEY_EXCHANGES)
-@pytest.mark.parametrize("usage", ["signing", "encrypting"])
-def test_a_key_does_what_its_usage_says(chain, probe, usage, exchange):
-    fits = (usage == "encrypting") == (exchange == "RSA")
-    with Server(chain, usage, words=KEY_EXCHANGES[exchange]) as server:
-        checked, unchecked = probe(server, "root"), probe(server)
-        if not fits:
-            server.wait("<<< .* Alert .*, fatal unsupported_certificate\n")
-    assert checked["ok"] == fits and unchecked["ok"], checked["log"]
-    needed = "keyEncipherment" if exchange == "RSA" else "digitalSignature"
-    lacking = f"its key usage lacks {needed}, which TLS_"
-    assert (f"detail: {lacking}" in checked["log"]) != fits
-    assert (f"does not fit the key exchange: {lacking}" in unchecked["log"]) != fits
 
 
 def test_a_session_stays_with_its_anchors_and_rules(chain, probe):
