@@ -95,40 +95,33 @@ void sayLog(Job& job, _tvLogger& log) {
     job.say("log", text);
 }
 
-class Sender {
-public:
-    void run(Job& job) {
-        const bool keep = job.number("keep") != 0;
-        if (!keep || !mailMan_) mailMan_ = std::make_unique<ClsMailMan>();
-        std::string body;
-        for (const size_t size = static_cast<size_t>(job.number("bytes", "100"));
-             body.size() < size;)
-            body += "<p>A line of the body, with a full stop.</p>\n";
-        ClsEmail email;
-        email.put_FromAddress(XString("anna@example.test"));
-        email.put_Subject(XString(job.text("id", "probe")));
-        email.SetHtmlBody(XString(body));
-        email.AddTo(XString(), XString("bela@example.test"));
-        std::erase_if(job.words, [&](const auto& word) {
-            return mailMan_->setProperty(word.first, XString(word.second));
-        });
-        const uint64_t start = plat::sysClock().tickMs();
-        const bool sent = mailMan_->SendEmail(email, nullptr);
-        job.say("ms", plat::sysClock().tickMs() - start);
-        job.say("sent", sent);
-        job.say("status", mailMan_->lastSendStatus());
-        job.say("transcript", mailMan_->SmtpSessionLog().utf8());
-        job.say("log", mailMan_->lastErrorText().utf8());
-        const uint64_t end = plat::sysClock().tickMs();
-        if (!keep) mailMan_.reset();
-        job.say("closeMs", plat::sysClock().tickMs() - end);
-        job.say("handles", open_handles());
-        job.say("memory", memory_in_use());
-    }
-
-private:
-    std::unique_ptr<ClsMailMan> mailMan_;
-};
+void send(Job& job, std::unique_ptr<ClsMailMan>& mailMan) {
+    const bool keep = job.number("keep") != 0;
+    if (!keep || !mailMan) mailMan = std::make_unique<ClsMailMan>();
+    std::string body;
+    for (const size_t size = static_cast<size_t>(job.number("bytes", "100")); body.size() < size;)
+        body += "<p>A line of the body, with a full stop.</p>\n";
+    ClsEmail email;
+    email.put_FromAddress(XString("anna@example.test"));
+    email.put_Subject(XString(job.text("id", "probe")));
+    email.SetHtmlBody(XString(body));
+    email.AddTo(XString(), XString("bela@example.test"));
+    std::erase_if(job.words, [&](const auto& word) {
+        return mailMan->setProperty(word.first, XString(word.second));
+    });
+    const uint64_t start = plat::sysClock().tickMs();
+    const bool sent = mailMan->SendEmail(email, nullptr);
+    job.say("ms", plat::sysClock().tickMs() - start);
+    job.say("sent", sent);
+    job.say("status", mailMan->lastSendStatus());
+    job.say("transcript", mailMan->SmtpSessionLog().utf8());
+    job.say("log", mailMan->lastErrorText().utf8());
+    const uint64_t end = plat::sysClock().tickMs();
+    if (!keep) mailMan.reset();
+    job.say("closeMs", plat::sysClock().tickMs() - end);
+    job.say("handles", open_handles());
+    job.say("memory", memory_in_use());
+}
 
 // The system's, but ahead of it.
 class LaterClock final : public plat::SysClock {
@@ -208,49 +201,42 @@ void listSuites(Job& job) {
     job.say("suites", lines);
 }
 
-class TlsClient {
-public:
-    void run(Job& job) {
-        if (job.number("list")) return listSuites(job);
-        clock_.seconds = static_cast<uint64_t>(job.number("later"));
-        _tvLogger log;
-        CallContext call{log};
-        log.setVerbose(true);
-        log.setOptions(job.text("options"));
-        const std::string how = job.text("talk"), before = job.text("before");
-        const int lines = job.number("lines");
-        Socket2 socket;
-        TlsChannelSettings& settings = socket.tlsSettings();
-        settings.tlsProtocol = job.text("policy");
-        settings.moreCurves = job.number("morecurves");
-        const std::string anchors = job.text("anchors"), slot = job.text("slot");
-        settings.requireSslCertVerify = !anchors.empty();
-        if (anchors != "system") settings.trustAnchorsFile = anchors;
-        if (!slot.empty()) {
-            settings.sessions = slots_[slot];
-            if (!settings.sessions)
-                settings.sessions = slots_[slot] = std::make_shared<TlsSessionSlot>();
-        }
-        socket.setConnectTimeoutMs(kIdleMs);
-        socket.setTcpNoDelay(log, true);
-        const Failure failure =
-            socket.connect2(call, job.text("host", "127.0.0.1"), job.number("port"), true);
-        const bool ok = !failure && talk(call, socket, how, lines, before);
-        job.say("ok", ok);
-        if (const tls::Negotiated* facts = socket.negotiated()) {
-            job.say("version", tls::versionName(facts->version));
-            job.say("suite", facts->suite ? facts->suite->name : "");
-            job.say("group", tls::groupName(facts->group));
-            job.say("resumed", facts->resumed);
-        }
-        sayLog(job, log);
-        socket.close(call, !ok, kIdleMs);
-    }
+using Slots = std::map<std::string, std::shared_ptr<TlsSessionSlot>>;
 
-private:
-    std::map<std::string, std::shared_ptr<TlsSessionSlot>> slots_;
-    LaterClock clock_;
-};
+void connectTls(Job& job, LaterClock& clock, Slots& slots) {
+    if (job.number("list")) return listSuites(job);
+    clock.seconds = static_cast<uint64_t>(job.number("later"));
+    _tvLogger log;
+    CallContext call{log};
+    log.setVerbose(true);
+    log.setOptions(job.text("options"));
+    const std::string how = job.text("talk"), before = job.text("before");
+    const int lines = job.number("lines");
+    Socket2 socket;
+    TlsChannelSettings& settings = socket.tlsSettings();
+    settings.tlsProtocol = job.text("policy");
+    settings.moreCurves = job.number("morecurves");
+    const std::string anchors = job.text("anchors"), slot = job.text("slot");
+    settings.requireSslCertVerify = !anchors.empty();
+    if (anchors != "system") settings.trustAnchorsFile = anchors;
+    std::shared_ptr<TlsSessionSlot>& sessions = slots[slot];
+    if (!slot.empty() && !sessions) sessions = std::make_shared<TlsSessionSlot>();
+    settings.sessions = sessions;
+    socket.setConnectTimeoutMs(kIdleMs);
+    socket.setTcpNoDelay(log, true);
+    const Failure failure =
+        socket.connect2(call, job.text("host", "127.0.0.1"), job.number("port"), true);
+    const bool ok = !failure && talk(call, socket, how, lines, before);
+    job.say("ok", ok);
+    if (const tls::Negotiated* facts = socket.negotiated()) {
+        job.say("version", tls::versionName(facts->version));
+        job.say("suite", facts->suite ? facts->suite->name : "");
+        job.say("group", tls::groupName(facts->group));
+        job.say("resumed", facts->resumed);
+    }
+    sayLog(job, log);
+    socket.close(call, !ok, kIdleMs);
+}
 
 void resolve(Job& job) {
     _tvLogger log;
@@ -291,8 +277,9 @@ void login(Job& job) {
 
 int main(int argc, char** argv) {
     const std::string what = argc > 1 ? argv[1] : "";
-    tv::Sender sender;
-    tv::TlsClient client;
+    std::unique_ptr<tv::ClsMailMan> mailMan;
+    tv::LaterClock clock;
+    tv::Slots slots;
     for (std::string line; std::getline(std::cin, line);) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         tv::Job job;
@@ -303,8 +290,8 @@ int main(int argc, char** argv) {
             job.add(line.substr(at, end - at));
             at = end + 1;
         }
-        if (what == "send") sender.run(job);
-        if (what == "tls") client.run(job);
+        if (what == "send") tv::send(job, mailMan);
+        if (what == "tls") tv::connectTls(job, clock, slots);
         if (what == "resolve") tv::resolve(job);
         if (what == "login") tv::login(job);
         std::cout << "}" << std::endl;
