@@ -1,4 +1,4 @@
-"""A good server behind a bad line: cuts at every eleventh byte, both ways, in clear and under TLS.
+"""A good server behind a bad line: cuts at every 16th byte, both ways, in clear and under TLS.
 Whatever happens, a send ends in time, leaves nothing behind, is called successful only if the server has
 accepted the message, and is never accepted twice."""
 import collections
@@ -13,7 +13,7 @@ from cutter import CLIENT, SERVER, Fault, Line
 from probes import Probe
 from receiver import Receiver, self_signed
 
-STEP, LIMIT_MS = 11, 300
+STEP, LIMIT_MS = 16, 300
 # Nothing that waits for its own limit of 30 s gets below this; a loaded machine stays below.
 IN_TIME_MS = 15000
 WORKERS = 12
