@@ -7,7 +7,7 @@ import re
 
 import pytest
 
-from postfix import MECHANISMS, PASSWORD, USER, Postfix, PostfixMissing, free_port
+from postfix import MECHANISMS, PASSWORD, USER, Postfix, free_port
 from probes import Probe
 from products import Host
 from programs import run
@@ -40,12 +40,9 @@ def server(tmp_path_factory):
                                wrapper="yes" if start == "implicit" else "no")
                 for (start, version), port in ports.items()]
     settings = SETTINGS.format(*self_signed(tmp_path_factory.mktemp("tls")))
-    try:
-        with Postfix(login=True, settings=settings, services="".join(services)) as server:
-            server.ports = {**ports, ("", ""): server.port}
-            yield server
-    except PostfixMissing as missing:
-        pytest.fail(f"Postfix: {missing}")
+    with Postfix(login=True, settings=settings, services="".join(services)) as server:
+        server.ports = {**ports, ("", ""): server.port}
+        yield server
 
 
 def send(product, folder, port, method, password, user=USER, domain="", version=2, start=""):
