@@ -113,12 +113,9 @@ struct MailWorld {
 // Neither "hidden-word" and "hidden-token" nor what travels of them, at any place of a longer text
 // in base64; nor the last words of CRAM-MD5, NTLM and the security package.
 inline void expectNothingShown(std::string_view text) {
-    for (const char* secret :
-         {"hidden-word", "hidden-token", "aGlkZGVuLXdvcmQ", "hpZGRlbi13b3Jk", "oaWRkZW4td29yZ",
-          "aGlkZGVuLXRva2Vu", "hpZGRlbi10b2tlb", "oaWRkZW4tdG9rZW", "MzN2YxNTc5OGFiMzc1ZDJm",
-          "TlRMTVNTUAAD", "YW5zd2VyIHRv"}) {
+    for (const char* secret : {"hidden-word", "hidden-token", "aGlkZGVuL", "hpZGRlbi", "oaWRkZW4t",
+                               "MzN2YxNTc5OGFiMzc1ZDJm", "TlRMTVNTUAAD", "YW5zd2VyIHRv"})
         EXPECT_FALSE(contains(text, secret)) << secret << "\n" << text;
-    }
 }
 
 // The message bytes that went over the link, dots stuffed, without the terminator; empty if the
