@@ -128,13 +128,9 @@ TEST(ClsNtlm, answersThePublishedChallenge) {
         const plat::SystemVersion running = plat::systemVersion();
         wanted.version = {running.major, running.minor, running.build, 15};
         EXPECT_EQ(world.answer(kChallenges[static_cast<size_t>(version)]), hex(*wanted.encode()));
-        const std::string number = std::to_string(version);
-        world.expectLogged(
-            {"genType3:", "TargetName: Server", "Adding version structure to TYPE3 message.",
-             "ntlmDomain: Domain", "ntlmUsername: User", "workstation: COMPUTER",
-             "Generating random client challenge.", "ClientChallenge: AAAAAAAAAAAAAAAA",
-             "LmResponse: {PasswordOrCredentials}", "NtResponse: {PasswordOrCredentials}",
-             "NtlmVersion: " + number, "ntlmVersion" + number + ":"});
+        world.expectLogged({"TargetName: Server", "Adding version structure to TYPE3 message.",
+                            "ClientChallenge: AAAAAAAAAAAAAAAA",
+                            "ntlmVersion" + std::to_string(version) + ":"});
     }
 }
 
