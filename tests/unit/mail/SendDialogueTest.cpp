@@ -6,6 +6,7 @@
 #include <fstream>
 #include <map>
 #include <regex>
+#include <sstream>
 
 #include "base/Base64.h"
 #include "mail/sasl/NtlmVersion.h"
