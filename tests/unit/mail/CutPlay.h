@@ -2,8 +2,6 @@
 // result is never a false success, the server never gets the message twice, and it ends in time.
 #pragma once
 
-#include <functional>
-
 #include "tests/unit/mail/MailWorld.h"
 
 namespace tv::test {
@@ -95,21 +93,9 @@ inline void playCut(const Road& road, const Cut& cut, size_t serverBytes) {
     EXPECT_LE(world.elapsedMs, connects * 2 * kCutLimitMs + (retried ? 500 : 0)) << transcript;
 }
 
-// Says stop once the clock has come a second further.
-class StopsLater final : public ProgressMonitor {
-public:
-    explicit StopsLater(FakeClock& clock, uint32_t heartbeat = 0)
-        : clock_(clock), stopNs_(clock.nowNs + 1000000000), heartbeat_(heartbeat) {}
-    bool abortRequested() override { return clock_.nowNs >= stopNs_; }
-    void progress(uint64_t, uint64_t) override {}
-    void textEvent(std::string_view, std::string_view) override {}
-    uint32_t heartbeatMs() const override { return heartbeat_; }
-
-private:
-    FakeClock& clock_;
-    uint64_t stopNs_;
-    uint32_t heartbeat_;
-};
+inline void stopInASecond(Watcher& watcher, FakeClock& clock) {
+    watcher.stops = [&clock, at = clock.nowNs + 1000000000] { return clock.nowNs >= at; };
+}
 
 // The server falls silent at a byte, and a second later the application says stop: the send ends at
 // the next slice, wherever it stands.
@@ -117,7 +103,9 @@ inline void playAbort(const Road& road, const Cut& cut) {
     SCOPED_TRACE(shown(road, cut));
     CutWorld world(road, "30000");
     const CutServer server = world.serveCut(road, cut);
-    StopsLater monitor(world.clock, cut.bytes % 2 ? 50 : 0);
+    Watcher monitor;
+    monitor.heartbeat = cut.bytes % 2 ? 50 : 0;
+    stopInASecond(monitor, world.clock);
     const bool sent = world.sendTimed(&monitor);
     EXPECT_LE(world.elapsedMs, 1000u + (cut.bytes % 2 ? 50 : 333));
     EXPECT_EQ(world.net.connects.size(), 1u);

@@ -17,7 +17,8 @@ TEST(Cut, abortedConnect) {
     MailWorld world;
     world.compose();
     world.net.silent(kServer, 25);
-    StopsLater monitor(world.clock);
+    Watcher monitor;
+    stopInASecond(monitor, world.clock);
     EXPECT_FALSE(world.send(&monitor));
     EXPECT_TRUE(contains(world.transcript(), "App aborted in event callback"));
 }

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -68,6 +70,25 @@ private:
     };
 
     plat::SysSecurity* before_ = plat::replaceSysSecurity(this);
+};
+
+// What the application is told, and when it says stop.
+struct Watcher final : ProgressMonitor {
+    bool abortRequested() override { return stops(); }
+    void progress(uint64_t done, uint64_t total) override {
+        lastDone = done;
+        lastTotal = total;
+    }
+    void textEvent(std::string_view name, std::string_view text) override {
+        if (text == noMemoryAt) throw std::bad_alloc();
+        events += std::string(name) + " " + std::string(text) + "\n";
+    }
+    uint32_t heartbeatMs() const override { return heartbeat; }
+
+    std::function<bool()> stops = [] { return false; };
+    std::string events, noMemoryAt = "nowhere";
+    uint64_t lastDone = 0, lastTotal = 0;
+    uint32_t heartbeat = 0;
 };
 
 struct MailWorld {

@@ -45,27 +45,6 @@ struct TransferWorld {
     std::string_view word() const { return statusWord(failure.cause()); }
 };
 
-class Watcher : public ProgressMonitor {
-public:
-    explicit Watcher(int abortAt = -1) : abortAt_(abortAt) {}
-    bool abortRequested() override { return asked++ >= abortAt_ && abortAt_ >= 0; }
-    void progress(uint64_t done, uint64_t total) override {
-        lastDone = done;
-        lastTotal = total;
-    }
-    void textEvent(std::string_view name, std::string_view text) override {
-        events += std::string(name) + " " + std::string(text) + "\n";
-    }
-
-    std::string events;
-    uint64_t lastDone = 0;
-    uint64_t lastTotal = 0;
-    int asked = 0;
-
-private:
-    int abortAt_;
-};
-
 TEST(Transfer, stuffsDotsOnTheWay) {
     for (const uint32_t chunk : {1u, 2u, 3u, 32767u}) {
         TransferWorld world(".A: b\r\n\r\n.\r\n..\r\n\n.x\r\n.");
@@ -264,11 +243,8 @@ TEST(Transfer, failuresTellStageAndRepetition) {
 }
 
 TEST(Transfer, memoryThatRunsOutAtTheLastReplyIsAnUnknownOutcome) {
-    struct : Watcher {
-        void textEvent(std::string_view, std::string_view text) override {
-            if (text == "250 taken") throw std::bad_alloc();
-        }
-    } monitor;
+    Watcher monitor;
+    monitor.noMemoryAt = "250 taken";
     TransferWorld world;
     world.call.setMonitor(&monitor);
     FakeLink& link = world.serve("to-text");
@@ -319,9 +295,11 @@ TEST(Progress, anAbortIsNeverAFalseSuccess) {
             FakeLink& link = world.serve("greet; any 250 " + extension +
                                          "; any; any; any 354 go ahead; text; any");
             link.mayEndEarly = true;
-            Watcher watcher(question);
+            int asked = 0;
+            Watcher watcher;
+            watcher.stops = [&] { return asked++ >= question; };
             const bool sent = world.send(&watcher);
-            aborted = watcher.asked > question;
+            aborted = asked > question;
             // With the whole terminator out the message is with the server.
             EXPECT_EQ(sent, !messageOf(link).empty());
             EXPECT_EQ(sent && aborted, contains(world.logText(), "may deliver it twice"));
