@@ -198,9 +198,10 @@ public:
 
 private:
     void arrange(const Act& act) {
+        constexpr std::string_view kOwn =
+            " to from name port pieces takes whole package ntlm plain trial wait clear again ";
         for (const auto& [name, value] : act.settings) {
-            // The names of properties begin with a capital, those of the row's own settings do not.
-            if (isAsciiUpper(name[0])) world_.set(name, value);
+            if (!contains(kOwn, " " + name + " ")) world_.set(name, value);
         }
         if (act.has("name")) world_.net.name(act.setting("name", ""), {kServer});
         if (act.has("clear")) world_.mailMan.ClearSmtpSessionLog();
