@@ -76,8 +76,8 @@ private:
 struct Watcher final : ProgressMonitor {
     bool abortRequested() override { return stops(); }
     void progress(uint64_t done, uint64_t total) override {
-        lastDone = done;
-        lastTotal = total;
+        EXPECT_LE(done, total);
+        progressed.push_back(done);
     }
     void textEvent(std::string_view name, std::string_view text) override {
         if (text == noMemoryAt) throw std::bad_alloc();
@@ -87,7 +87,7 @@ struct Watcher final : ProgressMonitor {
 
     std::function<bool()> stops = [] { return false; };
     std::string events, noMemoryAt = "nowhere";
-    uint64_t lastDone = 0, lastTotal = 0;
+    std::vector<uint64_t> progressed;
     uint32_t heartbeat = 0;
 };
 

@@ -2,6 +2,7 @@
 // played with the server's bytes arriving whole, line by line and byte by byte; the documented ones
 // once more the way the export sends, behind a trial connection. With TV_WRITE_FAULTS set their
 // document is written.
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -187,6 +188,11 @@ public:
         EXPECT_EQ(world_.security.open, 0);
         EXPECT_EQ(world_.clock.sleeps,
                   act.retried ? std::vector<uint32_t>{500} : std::vector<uint32_t>());
+        std::vector<std::string> asked = world_.mailMan.acceptedRecipients();
+        for (const std::string& recipient : world_.mailMan.rejectedRecipients()) {
+            EXPECT_EQ(std::count(asked.begin(), asked.end(), recipient), 0) << recipient;
+            asked.push_back(recipient);
+        }
         const std::string added = world_.transcript().substr(before.size());
         if (isTrial) {
             EXPECT_EQ(added, "") << "the transcript is the send's";
