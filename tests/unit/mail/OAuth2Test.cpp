@@ -38,6 +38,7 @@ TEST(OAuth2, descriptions) {
         {R"(https://id.test/\r\nX: y)", secret, "https://."},
         {"https://[::1/", secret, "https://."},
         {"https://[::1]8443/", secret, "https://."},
+        {"https://[::1%25a]/", secret, "https://."},
     };
     for (const auto& row : rows) {
         OAuth2Request request;
