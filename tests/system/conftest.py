@@ -41,7 +41,8 @@ def _products(*names):
     return pytest.fixture(scope="session", params=names)(lambda request: _product(request.param, request))
 
 
-so, dll, product, any_product = (_products(*names.split()) for names in ("so", "dll", "so dll", "so dll asan"))
+so, dll = _products("so"), _products("dll")
+product, any_product = _products("so", "dll"), _products("so", "dll", "asan")
 
 
 @pytest.fixture

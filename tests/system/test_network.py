@@ -74,7 +74,7 @@ def network(tmp_path_factory):
             port, port6 = (receiver.port for receiver in network.receivers)
             kept = len(b"220 mail.example.test Python SMTP 1.4.")  # the line never ends
             network.lines = {"slow": far(Line, port, host=FAR, delay=0.1, listen=FAR),
-                             "lossy": far(Line, port, Fault("lose", SERVER, kept, True), host=FAR, listen=FAR),
+                             "lossy": far(Line, port, Fault("lose", SERVER, kept, True), FAR, listen=FAR),
                              "watched": far(Line, port, host=FAR, listen=FAR)}
             network.ports = {"closed": 9, "mail": port, "mail6": port6}
             for name, line in network.lines.items():

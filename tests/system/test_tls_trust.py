@@ -74,7 +74,7 @@ def probe(product, chain):
 EXPIRED, EARLY = "The certificate has expired.", "The certificate is not valid yet."
 OTHER = "The certificate was issued for another host."
 NOBODY = "The issuer of the certificate is not known or not trusted."
-# server, anchor, more words, the rule that is broken, whose certificate breaks it, the alert, the server's words
+# server, anchor, more words, the rule that is broken, who breaks it, the alert, the server's words
 VERDICTS = {
     "good": ("good", "root", {}, None, None, None, ()),
     "good by its address": ("good", "root", {"host": "127.0.0.1"}, None, None, None, ()),
