@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "base/Ascii.h"
+#include "base/Failure.h"
 #include "log/ClsBase.h"
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
@@ -26,6 +27,9 @@ void* operator new(std::size_t size) {
     void* block = noMemory ? nullptr : std::malloc(size != 0 ? size : 1);
     if (!block) throw std::bad_alloc();
     return block;
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return noMemory ? nullptr : std::malloc(size);
 }
 void operator delete(void* block) noexcept {
     std::free(block);
@@ -171,6 +175,16 @@ TEST(DebugFile, getsEveryLine) {
         EXPECT_EQ(entriesOf(log), "  kept\n");
         EXPECT_FALSE(plat::isRegularFile(none));
     }
+}
+
+// It cannot note what was sent, so it takes the worse for granted.
+TEST(Failure, withoutMemoryMayHaveSent) {
+    noMemory = true;
+    Failure failure(Cause::Timeout);
+    noMemory = false;
+    const Failure same = std::move(failure).withAnySent(false);
+    EXPECT_TRUE(same.is(Cause::OutOfMemory) && same.anySent());
+    EXPECT_TRUE(Failure(Cause::Timeout).is(Cause::Timeout) && !Failure(Cause::Timeout).anySent());
 }
 
 class Thing : public ClsBase {

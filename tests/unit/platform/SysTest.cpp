@@ -25,8 +25,12 @@ TEST(SysDialog, asOneLine) {
 
 TEST(SysClock, fileTimeCountsFrom1601) {
     using namespace std::chrono;
-    const seconds now = floor<seconds>(system_clock::now()) - sys_days(year(1601) / 1 / 1);
-    EXPECT_NEAR(double(sysClock().fileTimeUtc() / 10'000'000), double(now.count()), 60);
+    const auto now = [] {
+        return floor<milliseconds>(system_clock::now()) - sys_days(year(1601) / 1 / 1);
+    };
+    const milliseconds before = now(), shown(sysClock().fileTimeUtc() / 10'000), after = now();
+    EXPECT_GE(shown, before - 100ms);  // ticks of Windows
+    EXPECT_LE(shown, after + 100ms);
 }
 
 }  // namespace
