@@ -111,7 +111,6 @@ TEST(ClientHello, suitesFollowKeywordsAndVersions) {
         {"", "TLS 1.3 exact", 2, 3, 0, 0, 3},
         {"", "TLS 1.2 or lower", 8, 0, 9, 16, 35},
         {"", "TLS 1.1 exact", 0, 0, 4, 6, 16},
-        {"", "TLS 1.0 or lower", 0, 0, 4, 6, 16},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.keywords) + " / " + row.policy);
@@ -209,13 +208,11 @@ TEST(ClientHello, policySaysVersionsAndTheHeadOfTheHello) {
         Version lowest, highest;
     } rows[] = {{"", Tls10, Tls13},
                 {"no such policy", Tls10, Tls13},
-                {"TLS 1.2", Tls10, Tls13},
                 {"TLS 1.2 exact", Tls12, Tls12},
                 {"tls 1.1 EXACT", Tls11, Tls11},
                 {"TLS 1.2 or higher", Tls12, Tls13},
                 {"TLS 1.3 or higher", Tls13, Tls13},
                 {"SSL 3.0 or higher", Tls10, Tls13},
-                {"TLS 1.0 or higher", Tls10, Tls13},
                 {"TLS 1.2 or lower", Tls10, Tls12},
                 {"TLS 1.0 or lower", Tls10, Tls10},
                 {"allowConnectionOnlyIfServerChooses TLS 1.1", Tls11, Tls11}};
