@@ -94,7 +94,8 @@ rsa.exponent | plainRsa rsaKey=2048:9B:{01,010000,0100000001} | | illegal parame
 
 request | {asks12,asks12 11} | | legal
 request.names | asks12 | Request at 6 0003; append 000107 | legal
-request.malformed | asks12 | Request {set 00000204030000,set 014000010400,append 00} | decode error
+request.malformed | asks12 | Request {set 00000204030000,set 01400001040000,append 00}
+    | decode error
 request.sizes | asks12 | Request flip {0 1,2 4,6 8} | decode error
 done.notEmpty | 12 | Done set 00 | decode error
 
@@ -276,8 +277,8 @@ again | 12 again | {Hello,Ccs} before 23 01; emit HelloRequest | legal
 again.three | 12 | emit HelloRequest; emit HelloRequest; emit HelloRequest | legal
 again.four | 12 | emit HelloRequest; emit HelloRequest; emit HelloRequest; emit HelloRequest
     | handshake failure
-again.verifyData | 12 again | Hello in 0xFF01 {xor 1 01,xor 24 01,set 00,set 0C+00*12};
-    emit HelloRequest
+again.verifyData | 12 again | Hello in 0xFF01 {xor 1 01,xor 24 01,set 00,
+    at 0 0C; in 0xFF01 resize 13}; emit HelloRequest
     | handshake failure
 again.noInfo | 12 again | Hello drop 0xFF01; emit HelloRequest | handshake failure
 again.version | 12 again | Hello at 1 02; emit HelloRequest | protocol version

@@ -330,9 +330,9 @@ std::string many(const std::string& start, int count) {
 const std::string kManyNames =
     "DNS:mail.example.com," + many("DNS:some-forty-letters-and-more-", 990);
 
-// Levels of nine authorities of one name and key each between the leaf and the root; the first may
-// name no e-mail address of another host, but the leaf has one.
-void addLevels(Chain& c, int levels) {
+// Levels of nine authorities of one name and key each between the leaf and the root; those of one
+// level may name no e-mail address of another host, but the leaf has one.
+void addLevels(Chain& c, int levels, int constrained) {
     const auto named = [&](int i) { return i > levels ? "Root" : "Level " + std::to_string(i); };
     c.sendMiddle = false;
     c.leaf.issuer = c.leaf.signer = named(1);
@@ -344,7 +344,7 @@ void addLevels(Chain& c, int levels) {
         extra.issuer = named(level + 1);
         extra.signer = level < levels ? named(level + 1) : "rootkey";
         extra.notAfter += i;
-        if (level == 1) spoil(c, "extra.names=permitted;email:example.com");
+        if (level == constrained) spoil(c, "extra.names=permitted;email:example.com");
     }
 }
 
@@ -388,7 +388,12 @@ const struct {
     {"millions of paths over a broken constraint", NameConstraint, 150000,
      [](Chain& c) {
          spoil(c, "leaf.alt=email:a@b.test," + kManyNames);
-         addLevels(c, 7);
+         addLevels(c, 7, 1);
+     }},
+    {"hundreds of paths to a few broken constraints", NameConstraint, 250000,
+     [](Chain& c) {
+         spoil(c, "leaf.alt=" + kManyNames + ",email:a@b.test");
+         addLevels(c, 3, 3);
      }},
 };
 
