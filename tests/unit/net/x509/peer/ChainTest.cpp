@@ -186,6 +186,9 @@ const Row kRows[] = {
     // The same name and key, issued by a root that nobody knows; OpenSSL tries one issuer alone.
     {"GoodCrossSign", None,
      {"extra=middle", "extra.issuer=Unknown", "extra.signer=unknown"}, kDiffers},
+    {"GoodBrainpool256", None, {"leaf.key=brainpoolP256r1"}},
+    {"GoodBrainpool384", None, {"leaf.key=brainpoolP384r1"}},
+    {"GoodBrainpool512", None, {"leaf.key=brainpoolP512r1"}},
     {"GoodPss", None, {"pss"}},
     {"GoodPssKey", None, {"pss=0120"}},
     {"PssKeyForAnotherHash", BadSignature, {"pss=0220"}},
