@@ -301,7 +301,7 @@ TEST_F(PlainSocket, boundToALocalAddress) {
     expectLogged(log, "bindIpAddr1: 192.0.2.1 | bindPort: 4321 | !Failed");
     net.faults["bind"] = {NetCode::AddressNotAvailable};
     EXPECT_FALSE(socket.createSocket_ipv4(log));
-    expectLogged(log, "Failed to bind to local IP address");
+    expectLogged(log, "WSAEADDRNOTAVAIL | Failed to bind to local IP address");
     EXPECT_FALSE(socket.createSocket_ipv6(log));  // an IPv4 address does not fit
     EXPECT_EQ(net.openSockets(), 0U);
 }
