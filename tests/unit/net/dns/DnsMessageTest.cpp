@@ -124,7 +124,7 @@ TEST(DnsReply, whatCountsAsAnAnswer) {
         {"server failure", reply(kQuery, {}, kServFail), Refused},
         {"refused", reply(kQuery, {}, kRefused), Refused},
         {"truncated", reply(kQuery, {ip(), "rest"}, kTruncated), Truncated},
-        {"a query", changed(2, "\x01"), Malformed},
+        {"a query", changed(2, "\x01\x81"), Malformed},
         {"another operation", changed(2, "\x91"), Malformed},
         {"another id", changed(1, "\x35"), WrongId},
         {"another name", changed(13, "n"), WrongQuestion},
