@@ -1,9 +1,6 @@
 // The whole TLS client against arbitrary bytes of a server, from a fixed random source. The first
 // byte chooses how the input is cut.
-#include <algorithm>
-#include <cstdint>
-#include <span>
-
+#include "Target.h"
 #include "log/LogNull.h"
 #include "net/tls/TlsProtocol.h"
 
@@ -26,24 +23,20 @@ private:
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0) return 0;
-    const size_t piece = data[0] % 64 + 1;
-    std::span<const uint8_t> rest(data + 1, size - 1);
+void tv::take(Input input) {
+    if (input.empty()) return;
+    const size_t piece = input[0] % 64 + 1;
     FixedEnvironment environment;
-    tv::tls::TlsSettings settings;
+    tls::TlsSettings settings;
     settings.serverName = "mail.example.com";
-    tv::tls::TlsProtocol engine(settings, environment);
-    tv::LogNull log;
+    tls::TlsProtocol engine(settings, environment);
+    LogNull log;
     engine.start(log);
-    while (!rest.empty()) {
-        const size_t n = std::min(piece, rest.size());
-        std::copy_n(rest.begin(), n, engine.room().begin());
+    for (size_t at = 1; at < input.size(); at += piece) {
+        const size_t n = std::min(piece, input.size() - at);
+        std::copy_n(input.data() + at, n, engine.room().begin());
         if (!engine.receive(log, n)) break;
         engine.output().clear();
-        rest = rest.subspan(n);
     }
-    // Nobody without the keys gets this far.
-    if (engine.isEstablished()) __builtin_trap();
-    return 0;
+    require(!engine.isEstablished());  // nobody without the keys gets this far
 }

@@ -1,4 +1,4 @@
-// Base64 and quoted-printable bodies: their lines, in pieces of any size, to streams that fail.
+// Base64 and quoted-printable bodies: their lines, and that pieces of any size give the same.
 #include "mime/ContentCoding.h"
 
 #include "mime/QuotedPrintable.h"
