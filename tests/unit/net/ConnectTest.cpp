@@ -163,6 +163,7 @@ TEST_F(Connect, eachAddressInItsTurn) {
         EXPECT_EQ(elapsedMs(), row.elapsedMs);
         EXPECT_EQ(failure || socket.remoteIp() + ":25" == places.back(), true) << socket.remoteIp();
         EXPECT_EQ(socket.isConnected(), !failure);
+        EXPECT_FALSE(socket.isTls());
         expectLogged(log, row.texts);
         socket.close(call, true, 0);
         EXPECT_EQ(net.openSockets(), 0U);
