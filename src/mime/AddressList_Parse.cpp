@@ -146,7 +146,9 @@ public:
         }
         finish(text_.size());
         std::erase_if(mailboxes_, [this](const _tvEmailAddress& mailbox) {
-            return isBareName(mailbox) && !isWholeText(mailbox.address());
+            const bool strays = isBareName(mailbox) && !isWholeText(mailbox.address());
+            if (strays) leaveOutName(mailbox.address());
+            return strays;
         });
         return std::move(mailboxes_);
     }
@@ -264,6 +266,11 @@ private:
 
     void leaveOut(size_t from, size_t end) {
         leftOut_.push_back(trimmed(text_.substr(from, end - from)));
+    }
+    // By its place in the text, which outlives the mailbox.
+    void leaveOutName(std::string_view name) {
+        const size_t from = std::min(text_.find(name), text_.size());
+        leaveOut(from, std::min(from + name.size(), text_.size()));
     }
 
     std::string_view text_;

@@ -57,6 +57,7 @@ const Row kRows[] = {
     {"the name is the first one's", "cc Bea|Anna <a@b>; c@d", "Cc: Bea <a@b>, c@d"},
     {"a local name", "to nobody", "To: nobody + envelope: nobody"},
     {"in part no address", "to A <a@b>; b,x y", "To: A <a@b> + log: leftOutAsNoAddress: x y"},
+    {"a name beside addresses", "to a@b; anna", "To: a@b + log: leftOutAsNoAddress: anna"},
     {"a refused name has no say in the charset", "to! José|x y + html x + to! José|;",
      "To: (none) + Content-Type: text/html; charset=us-ascii + log: AddTo: + log: name: José + "
      "log: address: ; + log: invalid email address"},
