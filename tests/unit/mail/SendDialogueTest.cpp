@@ -315,9 +315,6 @@ class SendDialogue : public testing::TestWithParam<Row> {};
 
 TEST_P(SendDialogue, row) {
     const Row& row = GetParam();
-#ifndef TV_HAVE_LIBCRYPTO
-    if (row.acts[0].links == std::vector<std::string>{"tls"}) GTEST_SKIP() << "no OpenSSL here";
-#endif
     for (const Delivery delivery : {Delivery::Whole, Delivery::Lines, Delivery::Bytes}) {
         SCOPED_TRACE(row.name + ", delivery " + std::to_string(static_cast<int>(delivery)));
         Play play(row.acts[0], delivery);
@@ -339,7 +336,16 @@ std::string testName(const testing::TestParamInfo<Row>& info) {
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(, SendDialogue, testing::ValuesIn(allRows()), testName);
+std::vector<Row> playableRows() {
+    std::vector<Row> rows = allRows();
+#ifndef TV_HAVE_LIBCRYPTO
+    std::erase_if(
+        rows, [](const Row& row) { return row.acts[0].links == std::vector<std::string>{"tls"}; });
+#endif
+    return rows;
+}
+
+INSTANTIATE_TEST_SUITE_P(, SendDialogue, testing::ValuesIn(playableRows()), testName);
 
 // The rows' faults, each with the remedy that the document has.
 std::string documented(const std::string& document) {

@@ -214,8 +214,8 @@ TEST(Dhe, givesNoWorthlessSecret) {
     EXPECT_FALSE(dhe.derive(secret) || dhe.deriveStripped(secret));
 }
 
+#ifndef __SANITIZE_ADDRESS__
 TEST(Dhe, noSecretStaysOnTheStack) {
-    if (!test::kStackIsSeen) GTEST_SKIP() << "the stack is laid out otherwise";
     Dhe dhe;
     ASSERT_EQ(Dhe::Check::Ok, dhe.setServerParams(Bytes(96, 0xff), Bytes{2}, Bytes{5}));
     Bytes key(32);
@@ -228,6 +228,7 @@ TEST(Dhe, noSecretStaysOnTheStack) {
               test::stackResidue([&](size_t i) { std::ranges::fill(key, uint8_t(77 + i)); },
                                  [&] { EXPECT_TRUE(dhe.generate(random) && dhe.derive(secret)); }));
 }
+#endif
 
 }  // namespace
 }  // namespace tv::crypto

@@ -40,12 +40,13 @@ TEST_P(X25519Test, vectors) {
     EXPECT_EQ("684cf59ba83309552800ef566f2f4d3c1c3887c49360e3875f2eb94d99532c51", hexLower(k));
 }
 
+#ifndef __SANITIZE_ADDRESS__
 TEST_P(X25519Test, noSecretStaysOnTheStack) {
-    if (!test::kStackIsSeen) GTEST_SKIP() << "the stack is laid out otherwise";
     X25519Value secret{}, out;
     EXPECT_EQ(0u, test::stackResidue([&](size_t i) { secret.fill(uint8_t(77 + i)); },
                                      [&] { x25519Public(out, secret); }));
 }
+#endif
 
 struct EcCase {
     const char* name;
@@ -177,8 +178,8 @@ TEST_P(CurveTest, drawsKeysUntilInRange) {
     EXPECT_EQ(xOf(multiple(small(3))), hexLower(secret.bytes()));
 }
 
+#ifndef __SANITIZE_ADDRESS__
 TEST_P(CurveTest, noSecretStaysOnTheStack) {
-    if (!test::kStackIsSeen) GTEST_SKIP() << "the stack is laid out otherwise";
     const Bytes peer = multiple(scalarOf(1));
     Bytes scalar(size_), x(size_), point(curve_.pointBytes());
     const auto choose = [&](size_t i) {
@@ -189,6 +190,7 @@ TEST_P(CurveTest, noSecretStaysOnTheStack) {
     EXPECT_EQ(0u,
               test::stackResidue(choose, [&] { EXPECT_TRUE(curve_.multiplyBase(point, scalar)); }));
 }
+#endif
 
 // Both ways of multiplying agree; small scalars, those next to the order and others.
 TEST_P(CurveTest, multiplesAddUp) {
