@@ -41,7 +41,9 @@ def _products(*names):
     return pytest.fixture(scope="session", params=names)(lambda request: _product(request.param, request))
 
 
-so, dll = _products("so"), _products("dll")
+# Without parameters, so that a test may ask for one by its name.
+so = pytest.fixture(scope="session")(lambda request: _product("so", request))
+dll = pytest.fixture(scope="session")(lambda request: _product("dll", request))
 product, any_product = _products("so", "dll"), _products("so", "dll", "asan")
 
 
