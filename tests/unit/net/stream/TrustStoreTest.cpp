@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <set>
 
 #include "net/x509/Pem.h"
 #include "platform/SysTrustRoots.h"
@@ -82,34 +82,34 @@ TEST(TrustStore, anchorsFromAFile) {
         const char* name;
         std::string text;  // of the file; "-": there is none
         ChainRule broken;
-        const char* logged = "!Failed to read";
     } kCases[] = {
         {"trusted", whole, ChainRule::None},
+        {"as long, but other bytes", "?" + whole.substr(1), ChainRule::UnknownIssuer},
         {"between other things", "x\r\n" + whole + whole + "y", ChainRule::None},
         {"empty file", "", ChainRule::UnknownIssuer},
         {"cut certificate", whole.substr(0, 300), ChainRule::UnknownIssuer},
-        {"as long", "?" + whole.substr(1), ChainRule::UnknownIssuer},
-        {"no file", "-", ChainRule::UnknownIssuer, "Failed to read the file of trust anchors."},
+        {"no file", "-", ChainRule::UnknownIssuer},
     };
     const std::string path = "trust-store-test.pem";
-    std::map<std::string, std::string> texts;  // by the identity of the anchors
+    std::set<std::string> identities;
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         std::remove(path.c_str());
-        if (c.text != "-") {
+        const bool hasFile = c.text != "-";
+        if (hasFile) {
             std::ofstream(path, std::ios::binary) << c.text;
             std::filesystem::last_write_time(path, {});
         }
-        EXPECT_EQ(texts.emplace(TrustAnchors(path).identity(), c.text).first->second, c.text);
+        EXPECT_TRUE(identities.insert(TrustAnchors(path).identity()).second);
         // As the file that was given; or as the first there is of those that the system names.
         for (const bool given : {true, false}) {
             FakeTrust trust;
             trust.files = {"none.pem", path, "none.pem"};
             _tvLogger log;
-            const bool hasFile = given || c.text != "-";
             EXPECT_EQ(verdictOn(log, chain(), kHost, given ? path : ""), c.broken);
-            expectLogged(log, hasFile ? "trustAnchors: " + path : "!trustAnchors");
-            if (hasFile) expectLogged(log, c.logged);
+            expectLogged(log, given || hasFile ? "trustAnchors: " + path : "!trustAnchors");
+            expectLogged(log, given && !hasFile ? "Failed to read the file of trust anchors."
+                                                : "!Failed to read");
             EXPECT_EQ(trust.question.empty(), given || c.broken == ChainRule::None);
         }
     }
@@ -118,13 +118,11 @@ TEST(TrustStore, anchorsFromAFile) {
 
 TEST(TrustStore, theSystemIsAskedWhereWeFindNoPath) {
     const DerList own = chain(), none, other = stranger();
-    // The same name with another key, another signature that is as good as none, another name.
-    DerList namesake = own, rewritten = own, both = own, strange = own;
+    // The same name with another key.
+    DerList namesake = own, both = own;
     const uint8_t behindKey[] = {0xA3, 0x50, 0x30, 0x4E};
     --*(std::search(namesake[0].begin(), namesake[0].end(), behindKey, behindKey + 4) - 1);
-    ++rewritten[0].back();
     both.push_back(namesake[0]);
-    strange.push_back(other[0]);
     using enum ChainRule;
     const struct {
         const char* name;
@@ -133,18 +131,15 @@ TEST(TrustStore, theSystemIsAskedWhereWeFindNoPath) {
         ChainRule broken;
         bool asked;
     } kCases[] = {
-        {"our own root", own, none, none, kHost, None, false},
         {"nobody knows", none, none, none, kHost, UnknownIssuer, true},
         {"the system knows", none, none, own, kHost, None, true},
         {"a host with a dot", none, none, own, kHost + ".", None, true},
         {"the system knows better", namesake, none, own, kHost, None, true},
         {"both know a namesake", namesake, none, none, kHost, BadSignature, true},
         {"a root that did not sign", none, none, both, kHost, BadSignature, true},
-        {"a root of another name", none, none, strange, kHost, UnknownIssuer, true},
         {"a path of another", none, none, other, kHost, UnknownIssuer, true},
         {"for another host", none, none, own, "other.trust.test", HostMismatch, false},
         {"disallowed root", own, own, own, kHost, Disallowed, false},
-        {"disallowed, signed anew", own, rewritten, own, kHost, Disallowed, false},
         {"disallows another", own, other, none, kHost, None, false},
     };
     for (const auto& c : kCases) {
