@@ -20,21 +20,18 @@ struct CallContext {
         CallContext own(to);
         own.monitor = monitor;
         own.heartbeatMs = heartbeatMs;
-        own.fineSlices = fineSlices;
         return own;
     }
 
     LogBase& log;
     ProgressMonitor* monitor = nullptr;  // not owned; may be null
     uint32_t heartbeatMs = 0;       // how often a wait returns to look for an abort; 0: default
-    bool fineSlices = false;        // look more often than that
     std::optional<Deadline> total;  // ends the operation whatever still moves; see TotalTimeout
 
     // The longest that a wait may go without looking for an abort.
     uint32_t sliceMs() const {
-        constexpr uint32_t kLeastHeartbeat = 50, kFine = 66, kUsual = 333;
-        if (heartbeatMs > 0) return std::max(heartbeatMs, kLeastHeartbeat);
-        return fineSlices ? kFine : kUsual;
+        constexpr uint32_t kLeastHeartbeat = 50, kUsual = 333;
+        return heartbeatMs > 0 ? std::max(heartbeatMs, kLeastHeartbeat) : kUsual;
     }
     void setMonitor(ProgressMonitor* m) {
         monitor = m;

@@ -26,15 +26,11 @@ enum class CloseForm {
 
 class TolvaneSocket {
 public:
-    // As a time-out: look once for a millisecond instead of waiting. As a time, 33 days, it is
-    // nobody's.
-    static constexpr uint32_t kPoll = 0xABCD0123;
     // What a time-out of 0 stands for.
     static constexpr uint32_t kEndlessReadMs = 201600000;    // 56 hours
     static constexpr uint32_t kEndlessConnectMs = 21600000;  // 6 hours
     // What a limit on one wait for bytes comes down to.
     static constexpr uint64_t longestWaitMs(uint32_t idleTimeoutMs) {
-        if (idleTimeoutMs == kPoll) return 1;
         return idleTimeoutMs == 0 ? kEndlessReadMs : idleTimeoutMs;
     }
 

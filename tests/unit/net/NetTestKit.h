@@ -71,7 +71,6 @@ protected:
         call.monitor = &monitor;
         monitor.asked = 0;
         net.connects.clear();
-        net.lookups.clear();
         net.datagrams.clear();
         net.slices.clear();
         startNs = clock.nowNs;

@@ -71,9 +71,7 @@ TEST_F(Transfer, failures) {
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
         const bool receives = c.after == kReceive;
-        Turn half = say("220 hel");
-        half.after = c.ending;
-        FakeLink& link = connectTo({receives ? half : turn(data, "")});
+        FakeLink& link = connectTo({receives ? say("220 hel").then(c.ending) : turn(data, "")});
         link.mayEndEarly = true;
         link.maxSend = 900;
         link.cut = receives ? Ending::None : c.ending;
@@ -91,48 +89,35 @@ TEST_F(Transfer, failures) {
     }
 }
 
-enum class For { Connect, Receive, Send };
-
 // How long each kind of wait takes and in which slices.
 TEST_F(Transfer, waitsLastAndAreSlicedAsOrdered) {
-    constexpr uint32_t kPoll = 0xABCD0123;
-    constexpr uint64_t kHour = 3600000;
+    constexpr uint32_t kHour = 3600000;
     constexpr struct {
         const char* name;
-        uint32_t limitMs, heartbeatMs;
-        bool fine;
-        uint32_t slice;
-        uint64_t elapsedMs;  // 0: as long as without a limit
+        uint32_t limitMs, heartbeatMs, slice;
     } kWaits[] = {
-        {"as usual", 2000, 0, false, 333, 2000},
-        {"fine slices", 2000, 0, true, 66, 2000},
-        {"heartbeat", 2000, 200, false, 200, 2000},
-        {"heartbeat before fine slices", 2000, 200, true, 200, 2000},
-        {"heartbeat too short", 2000, 7, false, 50, 2000},
-        {"heartbeat longer than the limit", 2000, 5000, false, 2000, 2000},
-        {"no limit", 0, 60000, false, 60000, 0},
-        {"a look", kPoll, 0, false, 1, 1},
-        {"a look with a heartbeat", kPoll, 200, false, 1, 1},
+        {"as usual", 2000, 0, 333},           {"heartbeat", 2000, 200, 200},
+        {"heartbeat too short", 2000, 7, 50}, {"heartbeat longer than the limit", 2000, 5000, 2000},
+        {"no limit", 0, 60000, 60000},
     };
-    for (const For what : {For::Connect, For::Receive, For::Send}) {
+    for (const std::string operation : {"connect", "receive", "send"}) {
         for (const auto& row : kWaits) {
-            if (what == For::Connect && row.limitMs == kPoll) continue;
-            SCOPED_TRACE(std::to_string(static_cast<int>(what)) + row.name);
-            if (what == For::Connect) {
+            SCOPED_TRACE(operation + ", " + row.name);
+            const bool connects = operation == "connect";
+            if (!connects) connectTo({say("").then(Ending::Stall)});
+            begin();
+            call.heartbeatMs = row.heartbeatMs;
+            if (connects) {
                 net.silent("10.0.0.2", 25);
                 socket.setConnectTimeoutMs(row.limitMs);
-                begin();
+                failure = socket.connect2(call, "10.0.0.2", 25, false);
+            } else if (operation == "receive") {
+                line(row.limitMs);
             } else {
-                connectTo({say("").thenStall()});
+                send("data", row.limitMs);
             }
-            call.heartbeatMs = row.heartbeatMs;
-            call.fineSlices = row.fine;
-            if (what == For::Connect) failure = socket.connect2(call, "10.0.0.2", 25, false);
-            if (what == For::Receive) line(row.limitMs);
-            if (what == For::Send) send("data", row.limitMs);
-            const bool connects = what == For::Connect;
             EXPECT_TRUE(failure.is(connects ? Cause::ConnectTimeout : Cause::Timeout));
-            const uint64_t limit = row.elapsedMs ? row.elapsedMs : (connects ? 6 : 56) * kHour;
+            const uint32_t limit = row.limitMs ? row.limitMs : (connects ? 6 : 56) * kHour;
             EXPECT_EQ(elapsedMs(), limit);
             EXPECT_EQ(*std::max_element(net.slices.begin(), net.slices.end()), row.slice);
             // Asleep all the time, and no more often awake than it has to be.
@@ -143,65 +128,47 @@ TEST_F(Transfer, waitsLastAndAreSlicedAsOrdered) {
 }
 
 TEST_F(Transfer, linesWithinTheirSize) {
-    const struct {
-        const char* stream;
-        size_t maxSize;
-        const char *taken, *left;  // left: what is there for the next
-    } kLines[] = {
-        {"abc\r\nx", 5, "abc\r\n", "x"},
-        {"abc\r\nx", 4, "abc\r", "\nx"},  // the mark straddles the limit
-        {"abcdef", 4, "abcd", "ef"},
-    };
-    for (const auto& c : kLines) {
+    for (const bool fits : {true, false}) {  // or the mark straddles the limit
         for (const Delivery delivery : {Delivery::Whole, Delivery::Bytes}) {
-            connectTo({say(c.stream)}).delivery = delivery;
-            DataBuffer out, rest;
-            failure = socket.receiveUntilMatch(call, out, "\r\n", c.maxSize, 5000);
-            EXPECT_EQ(out.text(), c.taken);
-            EXPECT_EQ(failure.cause(), c.maxSize == 5 ? Cause::None : Cause::LineTooLong);
-            expectLogged(log, c.maxSize == 5 ? "!maxSize" : "maxSize: 4");
-            while (rest.size() < std::string(c.left).size())
+            const std::string text(fits ? 298 : 299, 'a');
+            connectTo({say(text + "\r\nx")}).delivery = delivery;
+            EXPECT_EQ(line(), fits ? text + "\r\n" : "");
+            EXPECT_EQ(failure.cause(), fits ? Cause::None : Cause::LineTooLong);
+            expectLogged(log, fits ? "!maxSize" : "within the size allowed. | maxSize: 300");
+            DataBuffer rest;
+            while (rest.size() < (fits ? 1U : 2U))
                 ASSERT_FALSE(failure = socket.receiveBytes(call, rest, 5000));
-            EXPECT_EQ(rest.text(), c.left);
+            EXPECT_EQ(rest.text(), fits ? "x" : "\nx");
         }
     }
 }
 
 // What comes of a TLS record is put behind what waits already.
-TEST_F(Transfer, recordsAreJoined) {
-    for (const std::string waiting : {"", "a\r", "a\r\n", "a\r\nb"}) {
-        LineBuffer buffer;
-        DataBuffer out;
-        buffer.append(bytesFrom(waiting));
-        for (const char* next : {"\nc", "d\r\ne"}) {
-            buffer.takeUntil("\r\n", 10, out);
-            SecureBuffer source(bytesFrom(next));
-            buffer.takeFrom(source);
-            EXPECT_TRUE(source.empty()) << waiting;
-        }
-        EXPECT_TRUE(buffer.takeAll(out));
-        EXPECT_EQ(out.text(), waiting + "\ncd\r\ne");
+TEST(LineBuffer, recordsAreJoined) {
+    LineBuffer buffer;
+    DataBuffer out;
+    for (const char* record : {"a\r", "\nb", "c\r", "\nd"}) {
+        SecureBuffer source(bytesFrom(record));
+        buffer.takeFrom(source);
+        EXPECT_TRUE(source.empty());
+        const bool isWhole = record[0] == '\n';
+        EXPECT_EQ(buffer.takeUntil("\r\n", 9, out) == LineBuffer::Take::Found, isWhole) << record;
     }
+    EXPECT_TRUE(buffer.takeAll(out));
+    EXPECT_EQ(out.text(), "a\r\nbc\r\nd");
 }
 
 // A connection is quiet only while it stands and nobody has said anything since.
 TEST_F(Transfer, quiet) {
-    EXPECT_FALSE(socket.isQuiet());
-    const struct {
-        Turn turn;
-        bool quiet;
-    } kEnds[] = {{say("220 a\r\n"), true},
-                 {say("220 a\r\n421 bye\r\n"), false},
-                 {say("220 a\r\n").thenStall(), true},
-                 {say("220 a\r\n").thenReset(), false},
-                 {say("220 a\r\n").thenClose(), false}};
-    for (const auto& c : kEnds) {
-        connectTo({c.turn});
+    const std::pair<Turn, bool> kEnds[] = {{say("220 a\r\n"), true},
+                                           {say("220 a\r\n421 bye\r\n"), false},
+                                           {say("220 a\r\n").then(Ending::Reset), false},
+                                           {say("220 a\r\n").thenClose(), false}};
+    for (const auto& [turn, isQuiet] : kEnds) {
+        connectTo({turn});
         EXPECT_FALSE(socket.isQuiet());  // the greeting is unread
         EXPECT_EQ(line(), "220 a\r\n");  // and not lost
-        net.slices.clear();
-        EXPECT_EQ(socket.isQuiet(), c.quiet);
-        EXPECT_TRUE(net.slices.empty());  // it never waits
+        EXPECT_EQ(socket.isQuiet(), isQuiet);
     }
 }
 
@@ -211,7 +178,6 @@ TEST_F(Transfer, theSessionLogHasOneHeaderPerRun) {
     EXPECT_TRUE(socket.startSessionLog(path));
     EXPECT_FALSE(send("EHLO x\r\n"));
     expectLogged(log, "This socket is not connected");
-    EXPECT_EQ(net.sockets, 0U);
     connectTo({say("220 a\r\n"), turn("MAIL\r\n", ""), turn("RCPT\r\n", "250 ok\r\n")});
     EXPECT_EQ(line(), "220 a\r\n");
     EXPECT_TRUE(send("MAIL\r\n") && send("RCPT\r\n"));
@@ -240,30 +206,11 @@ TEST_F(Transfer, destroyedDuringAWait) {
                                       : doomed->receiveBytes(call, out, 5000));
         net.onWait = nullptr;
         EXPECT_TRUE(link.closedByClient);
-        EXPECT_EQ(net.openSockets(), 0U);
         expectLogged(log, "Another thread is closing this socket.");
     }
 }
 
-class PlainSocket : public NetWorld {
-protected:
-    FakeLink& connectTo(std::vector<Turn> dialogue) {
-        FakeLink& link = net.serve("10.0.0.1", 25, std::move(dialogue));
-        EXPECT_TRUE(socket.createSocket_ipv4(log));
-        EXPECT_FALSE(failure = socket.connect(call, *plat::parseIp("10.0.0.1"), 25, 1000));
-        begin();
-        return link;
-    }
-    bool receive(uint32_t idleMs = 1000) {
-        uint8_t byte = 0;
-        size_t received = 0;
-        failure = socket.receiveBytes(call, {&byte, 1}, received, idleMs);
-        return !failure;
-    }
-    TolvaneSocket socket;
-};
-
-TEST_F(PlainSocket, waysToClose) {
+TEST_F(Transfer, waysToClose) {
     constexpr struct {
         CloseForm form;
         bool stalls, faults;
@@ -278,54 +225,55 @@ TEST_F(PlainSocket, waysToClose) {
          "error on socket shutdown. | error on closesocket. | Terminated TCP connection."},
         {CloseForm::Abortive, false, false, 0, "AbortiveClose"},
     };
+    TolvaneSocket tcp;
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.texts);
-        FakeLink& link = connectTo({c.stalls ? say("unread").thenStall() : say("unread")});
-        if (c.faults) net.faults["shutdown"] = {NetCode::NotConnected};
-        if (c.faults) net.faults["close"] = {NetCode::ConnectionReset};
-        socket.terminateConnection(call, c.form, 700);
+        FakeLink& link = net.serve("10.0.0.1", 25,
+                                   {say("unread").then(c.stalls ? Ending::Stall : Ending::None)});
+        EXPECT_TRUE(tcp.createSocket_ipv4(log));
+        EXPECT_FALSE(failure = tcp.connect(call, *plat::parseIp("10.0.0.1"), 25, 1000));
+        begin();
+        if (c.faults)
+            net.faults = {{"shutdown", {NetCode::NotConnected}}, {"close", {NetCode::Other}}};
+        tcp.terminateConnection(call, c.form, 700);
         EXPECT_EQ(elapsedMs(), c.elapsedMs);
         EXPECT_EQ(link.finFromClient, c.form != CloseForm::Abortive && !c.faults);
         EXPECT_EQ(link.closedAbortively, c.form == CloseForm::Abortive);
         EXPECT_TRUE(link.closedByClient);
-        EXPECT_FALSE(socket.isConnected());
+        EXPECT_FALSE(tcp.isConnected());
         expectLogged(log, c.texts);
     }
-    connectTo({say("x")});
-    EXPECT_TRUE(receive());  // usable again
 }
 
-TEST_F(PlainSocket, boundToALocalAddress) {
-    socket.setClientBind("192.0.2.1", 4321);
-    EXPECT_TRUE(socket.createSocket_ipv4(log));
+TEST_F(Transfer, boundToALocalAddress) {
+    TolvaneSocket tcp;
+    tcp.setClientBind("192.0.2.1", 4321);
+    EXPECT_TRUE(tcp.createSocket_ipv4(log));
     expectLogged(log, "bindIpAddr1: 192.0.2.1 | bindPort: 4321 | !Failed");
     net.faults["bind"] = {NetCode::AddressNotAvailable};
-    EXPECT_FALSE(socket.createSocket_ipv4(log));
+    EXPECT_FALSE(tcp.createSocket_ipv4(log));
     expectLogged(log, "WSAEADDRNOTAVAIL | Failed to bind to local IP address");
-    EXPECT_FALSE(socket.createSocket_ipv6(log));  // an IPv4 address does not fit
-    EXPECT_EQ(net.openSockets(), 0U);
+    EXPECT_FALSE(tcp.createSocket_ipv6(log));  // an IPv4 address does not fit
 }
 
 // A second reader, and anybody who comes while the socket is being closed, is refused at once.
-TEST_F(PlainSocket, aSecondThreadIsRefused) {
-    connectTo({say("x")}).latencyMs = 500;
-    bool second = true;
+TEST_F(Transfer, aSecondThreadIsRefused) {
+    connectTo({say("x\r\n")}).latencyMs = 500;
     net.onWait = [&] {
         net.onWait = nullptr;
-        second = receive(100);
+        EXPECT_EQ(line(100), "");
     };
-    EXPECT_TRUE(receive());
-    EXPECT_FALSE(second);
+    EXPECT_EQ(line(), "x\r\n");
     expectLogged(log, "Another thread is already receiving on this socket.");
     net.onWait = [&] {
         net.onWait = nullptr;
-        socket.terminateConnection(call, CloseForm::AtOnce, 0);
-        EXPECT_FALSE(socket.createSocket_ipv4(log));
+        socket.close(call, true, 0);
+        EXPECT_TRUE(socket.connect2(call, "10.0.0.1", 25, false).is(Cause::Internal));
     };
-    EXPECT_FALSE(receive());
+    EXPECT_EQ(line(), "");
     expectLogged(log, "Another thread is closing this socket.");
-    EXPECT_EQ(net.openSockets(), 0U);
-    EXPECT_TRUE(socket.createSocket_ipv4(log));  // usable again
+    connectTo({});  // usable again
+    socket.close(call, true, 0);
 }
 
 }  // namespace
