@@ -22,11 +22,8 @@ struct Extension {
 };
 
 constexpr Extension kExtensions[] = {
-    {"8BITMIME", &SmtpCapabilities::has8BitMime},
-    {"ENHANCEDSTATUSCODES", &SmtpCapabilities::hasEnhancedStatusCodes},
     {"STARTTLS", &SmtpCapabilities::hasStartTls},
     {"PIPELINING", &SmtpCapabilities::hasPipelining},
-    {"CHUNKING", &SmtpCapabilities::hasChunking},
     {"SMTPUTF8", &SmtpCapabilities::hasSmtpUtf8},
     {"DSN", &SmtpCapabilities::hasDsn},
 };

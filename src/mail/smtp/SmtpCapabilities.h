@@ -27,11 +27,8 @@ struct AuthMechanisms {
 };
 
 struct SmtpCapabilities {
-    bool has8BitMime = false;
-    bool hasEnhancedStatusCodes = false;
     bool hasStartTls = false;
     bool hasPipelining = false;
-    bool hasChunking = false;
     bool hasSmtpUtf8 = false;
     bool hasDsn = false;
     uint64_t sizeLimit = 0;              // bytes of a message (RFC 1870); 0: none announced

@@ -45,27 +45,21 @@ public:
                           : "logged on";
         error = "none: " + asked;
         if (package != available) return nullptr;
-        ++open;
-        return std::make_unique<Exchange>(open, asked);
+        return std::make_unique<Exchange>(asked);
     }
 
     std::string available;
-    int open = 0;
 
 private:
     struct Exchange final : plat::SecurityExchange {
-        Exchange(int& open, std::string asked) : count(open), first(std::move(asked)) {}
-        ~Exchange() override { --count; }
-        State next(std::span<const uint8_t> in, std::vector<uint8_t>& out,
-                   std::string& error) override {
+        explicit Exchange(std::string asked) : first(std::move(asked)) {}
+        State next(std::span<const uint8_t> in, std::vector<uint8_t>& out, std::string&) override {
             const std::string challenge(in.begin(), in.end());
-            error = "no logon";
             const std::string token = challenge.empty() ? first : "answer to " + challenge;
             out.assign(token.begin(), token.end());
             if (challenge == "no") return State::Failed;
             return challenge.empty() || challenge == "more" ? State::Continue : State::Done;
         }
-        int& count;
         std::string first;
     };
 

@@ -185,7 +185,6 @@ public:
         const bool done = isTrial ? world_.mailMan.VerifySmtpConnection() : world_.send();
         EXPECT_EQ(done, act.word == (isTrial ? "" : "Success"));
         EXPECT_EQ(world_.net.connects.size(), links_);
-        EXPECT_EQ(world_.security.open, 0);
         EXPECT_EQ(world_.clock.sleeps,
                   act.retried ? std::vector<uint32_t>{500} : std::vector<uint32_t>());
         std::vector<std::string> asked = world_.mailMan.acceptedRecipients();
@@ -204,10 +203,8 @@ public:
 
 private:
     void arrange(const Act& act) {
-        constexpr std::string_view kOwn =
-            " to from name port pieces takes whole package ntlm plain trial wait clear again ";
         for (const auto& [name, value] : act.settings) {
-            if (!contains(kOwn, " " + name + " ")) world_.set(name, value);
+            if (name < "a") world_.set(name, value);  // with a capital: a property
         }
         if (act.has("name")) world_.net.name(act.setting("name", ""), {kServer});
         if (act.has("clear")) world_.mailMan.ClearSmtpSessionLog();
@@ -266,15 +263,16 @@ private:
     }
 
     void judgeLog(const Act& act) {
-        std::string log = world_.logText();
+        const std::string log = world_.logText();
+        std::string rest = log;
         EXPECT_EQ(contains(log, "Reconnecting to the SMTP server and retrying..."), act.retried);
         for (const std::string& text : act.unlogged)
             EXPECT_FALSE(contains(log, text)) << text << "\nin\n" << log;
-        for (const std::string& text : act.logged)
+        for (const std::string& text : act.logged) {
             EXPECT_TRUE(contains(log, text)) << text << "\nnot in\n" << log;
-        for (const std::string& text : act.logged)
-            log = replaceAll(log, text, "");
-        expectNothingShown(log);  // but what the row says
+            rest = replaceAll(rest, text, "");
+        }
+        expectNothingShown(rest);  // but what the row says
     }
 
     MailWorld world_;
@@ -362,9 +360,8 @@ std::string documented(const std::string& document) {
         const std::string line = "| " + row.fault + (sent ? " | true | nothing" : " | false | `") +
                                  (sent ? "" : replaceAll(quoted(row), "\r\n", "` `") + "`") + " | ";
         const size_t at = document.find(line) + line.size();
-        const bool isThere = contains(document, line);
         const std::string remedy =
-            isThere ? document.substr(at, document.find(" |\n", at) - at) : "";
+            contains(document, line) ? document.substr(at, document.find(" |\n", at) - at) : "";
         EXPECT_GT(remedy.size(), 5u) << row.fault << ": what is to be changed then?";
         text += line + remedy + " |\n";
     }
