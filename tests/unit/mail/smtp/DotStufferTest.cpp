@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "base/Ascii.h"
-#include "mail/smtp/DotStufferScan.h"
 #include "tests/fixtures/FormTest.h"
 #include "tests/fixtures/TestBytes.h"
 
@@ -32,67 +30,50 @@ std::string stuffed(std::string_view text, size_t piece) {
     return out;
 }
 
+// The very first byte stays alone.
+std::string reference(std::string_view text) {
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i)
+        out += i > 0 && text.substr(i - 1, 2) == "\n." ? ".." : std::string(1, text[i]);
+    return out;
+}
+
 class DotStufferForms : public test::FormTest<LineDotForm> {};
 TV_FOR_EACH_FORM(DotStufferForms, LineDotForm);
 
 TEST_P(DotStufferForms, doublesTheDotOfEachLine) {
-    const std::pair<std::string_view, std::string_view> rows[] = {
-        {"", ""},
-        {".a\r\n", ".a\r\n"},  // the very first byte stays alone
-        {"..\r\n..", "..\r\n..."},
-        {"a\r\n.\r\nb", "a\r\n..\r\nb"},
-        {"a\n.b", "a\n..b"},
-        {"a\r.b", "a\r.b"},
-        {"a.b\r\nc.d", "a.b\r\nc.d"},
-        {"\n.\n.\n..\n", "\n..\n..\n...\n"},
-        {"\r\n.", "\r\n.."},
-        {"a.\n", "a.\n"},
-    };
-    for (const auto& [text, expected] : rows) {
-        for (size_t piece = 1; piece <= text.size() + 1; ++piece)
-            EXPECT_EQ(stuffed(text, piece), expected) << piece;
-    }
-    const std::string text = test::randomText(5000, ".\n\r.\nab");
-    const std::string whole = stuffed(text, text.size());
-    EXPECT_EQ(whole.substr(1), replaceAll(text, "\n.", "\n..").substr(1));
-    for (const size_t piece : {1u, 2u, 15u, 16u, 17u, 33u, 1000u})
-        EXPECT_EQ(stuffed(text, piece), whole) << piece;
-}
-
-TEST_P(DotStufferForms, findsADotAtEveryPlace) {
-    for (size_t size = 0; size < 80; ++size) {
-        for (size_t at = 0; at + 2 <= size; ++at) {
-            std::string text(size, '\n');
-            text[0] = '.';
-            text[at] = '\n';
-            text[at + 1] = '.';
-            const uint8_t* in = bytesOf(text);
-            ASSERT_EQ(lineDotForms.get().find(in, in + size), in + at + 1) << size << ", " << at;
+    for (uint32_t size = 0; size < 80; ++size) {
+        std::vector<std::string> texts = {std::string(size, '.'),
+                                          test::randomText(size, ".\n\r.\nab", size)};
+        for (size_t at = 1; at < size; ++at) {  // a dot at every place
+            texts.emplace_back(size, at % 2 ? '\n' : 'a').replace(at - 1, 2, "\n.");
+            texts.back()[0] = at == 1 ? '\n' : '.';
         }
-        const std::string dots(size, '.');
-        ASSERT_EQ(lineDotForms.get().find(bytesOf(dots), bytesOf(dots) + size), nullptr);
+        for (const std::string& text : texts) {
+            for (const size_t piece : {1u, 2u, size / 2 + 1, size + 1})
+                ASSERT_EQ(stuffed(text, piece), reference(text)) << piece;
+        }
     }
 }
 
 TEST(DotStuffer, stopsWhereAPieceIsRefused) {
     for (const size_t taken : {0u, 1u, 2u}) {
+        DotStuffer stuffer;
+        EXPECT_TRUE(stuffer.stuff(bytesIn("\n"), [](auto) { return true; }));
         size_t calls = 0;
         const auto take = [&](std::span<const uint8_t>) { return ++calls <= taken; };
-        EXPECT_FALSE(DotStuffer().stuff(bytesIn("a\n.b\n.c"), take)) << taken;
+        EXPECT_FALSE(stuffer.stuff(bytesIn(".b\n.c"), take)) << taken;
         EXPECT_EQ(calls, taken + 1);
     }
-    DotStuffer stuffer;
-    EXPECT_TRUE(stuffer.stuff(bytesIn("\n"), [](auto) { return true; }));
-    EXPECT_FALSE(stuffer.stuff(bytesIn("."), [](auto) { return false; }));
 }
 
 TEST(DataBlocks, areTheSameHoweverTheMessageIsCut) {
     std::string text = test::randomText(150000, ".\n\r.\nab");
     for (int i = 0; i < 150000; ++i)
         text += "\n.";  // nothing grows more
-    const std::string whole = stuffed(text, text.size());
-    for (const size_t piece : {11u, 65535u, 65536u, 65537u, 100000u, 450000u}) {
-        for (const size_t blockSize : {0u, 10u, 32767u, 65536u, 500000u}) {
+    const std::string whole = reference(text);
+    for (const size_t piece : {11u, 65535u, 65536u, 65537u, 450000u}) {
+        for (const size_t blockSize : {0u, 10u, 32767u, 500000u}) {
             test::StringStream sink;
             DataBlocks blocks(sink, blockSize);
             for (size_t at = 0; at < text.size(); at += piece)
