@@ -28,7 +28,6 @@ TEST(OAuth2, descriptions) {
         {"https://id.test/", R"("client_id":"a","client_secret":5)", "\"client_secret\"."},
         {"https://id.test/", secret + R"(,"x":{})", "\"x\" is not a text."},
         {"https://id.test/", R"("client_id")", "not a JSON object."},
-        {"", secret, "https://."},
         {"https", secret, "https://."},
         {"ftp://id.test/", secret, "https://."},
         {"https:///x", secret, "https://."},
@@ -80,7 +79,6 @@ TEST(OAuth2, answers) {
         {"HTTP/1.1 304 Same\r\nContent-Length: 9\r\n\r\n", "give the final URL."},
         {ok + "Content-Length: 39\r\n\r\n" + token, "malformed"},
         {ok + "Content-Length: 38\r\nContent-Length: 37\r\n\r\n" + token, "malformed"},
-        {ok + "Content-Length: -1\r\n\r\n" + token, "malformed"},
         {ok + "Content-Length: 3:\r\n\r\n" + token, "malformed"},
         {ok + "Content-Length: 99999999999999999999\r\n\r\n" + token, "malformed"},
         {ok + "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n", "malformed"},
@@ -92,8 +90,6 @@ TEST(OAuth2, answers) {
         {"HTTP/1.1 099 Odd\r\n\r\n" + token, "malformed"},
         {"HTTP/1.1 2000\r\n\r\n" + token, "malformed"},
         {"HTTP/2 200\r\n\r\n" + token, "malformed"},
-        {"220 mail.test ESMTP\r\n\r\n", "malformed"},
-        {"", "malformed"},
     };
     for (const auto& row : rows) {
         HttpReply reply;

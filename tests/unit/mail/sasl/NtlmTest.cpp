@@ -23,7 +23,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-const Bytes kServerChallenge = bytesOfHex("0123456789abcdef");
 const Bytes kClientChallenge = bytesOfHex("aaaaaaaaaaaaaaaa");
 
 std::string hex(const SecureBuffer& bytes) {
@@ -44,45 +43,34 @@ std::vector<Bytes> messagesOf(const std::string& kind) {
 const std::vector<Bytes> kChallenges = messagesOf("challenge");
 const std::vector<Bytes> kAuthenticates = messagesOf("authenticate");
 
-TEST(NtlmPublished, hashes) {
-    EXPECT_EQ(hex(ntlm::ntHash("Password")), "a4f49c406510bdcab6824ee7c30fd852");
-    EXPECT_EQ(hex(ntlm::lmHash("Password", 437)), "e52cac67419a9a224a3b108f3fa6cb6d");
-    EXPECT_EQ(hex(ntlm::ntowfV2("User", "Password", "Domain")), "0c868a403bfd7a93a3001ef22ef02e3f");
-    // What follows the fourteenth character does not count.
-    EXPECT_EQ(hex(ntlm::lmHash("abcdefghijklmnop", 437)), hex(ntlm::lmHash("ABCDEFGHIJKLMN", 437)));
-}
-
 TEST(NtlmPublished, messagesAndResponses) {
     const ntlm::Secret secret = {"User", "Password", "Domain", 437};
     for (size_t i = 0; i < 3; ++i) {
         SCOPED_TRACE(i);
         NtlmChallenge challenge;
         ASSERT_EQ(challenge.decode(kChallenges[i]), NtlmDefect::None);
-        EXPECT_EQ(Bytes(challenge.challenge.begin(), challenge.challenge.end()), kServerChallenge);
-        EXPECT_EQ(challenge.targetName, bytesOfHex("530065007200760065007200"));
-        EXPECT_EQ(challenge.version, (NtlmOsVersion{6, 0, 6000, 15}));
         EXPECT_EQ(challenge.encode(), kChallenges[i]);
         const NtlmTargetNames names = ntlmTargetNames(challenge.targetInfo);
         EXPECT_EQ(names.nbComputer, i < 2 ? "" : "Server");
         EXPECT_EQ(names.nbDomain, i < 2 ? "" : "Domain");
 
+        const ntlm::Challenge& server = challenge.challenge;
         NtlmAuthenticate message;
         ASSERT_EQ(message.decode(kAuthenticates[i]), NtlmDefect::None);
-        EXPECT_EQ(message.userName.bytes().size(), 8u);
-        EXPECT_EQ(message.version, (NtlmOsVersion{5, 1, 2600, 15}));
         EXPECT_EQ(hex(*message.encode()), hexLower(kAuthenticates[i]));
         const auto response =
-            i == 2 ? ntlm::computeNtlmV2Response(secret, kServerChallenge, kClientChallenge, 0,
+            i == 2 ? ntlm::computeNtlmV2Response(secret, server, kClientChallenge, 0,
                                                  challenge.targetInfo)
-                   : ntlm::computeNtlmV1Response(secret, challenge.flags, kServerChallenge,
-                                                 kClientChallenge);
+                   : ntlm::computeNtlmV1Response(secret, challenge.flags, server, kClientChallenge);
         EXPECT_EQ(hex(response.nt), hex(message.ntResponse));
         EXPECT_EQ(hex(response.lm), hex(message.lmResponse));
         const auto ntOnly =
-            ntlm::computeNtlmV1Response(secret, ntlm::kNtOnly, kServerChallenge, kClientChallenge);
+            ntlm::computeNtlmV1Response(secret, ntlm::kNtOnly, server, kClientChallenge);
         EXPECT_EQ(hex(ntOnly.lm), hex(ntOnly.nt));
         EXPECT_EQ(hex(ntOnly.nt) == hex(message.ntResponse), i == 0);
     }
+    // What follows the fourteenth character does not count.
+    EXPECT_EQ(hex(ntlm::lmHash("abcdefghijklmnop", 437)), hex(ntlm::lmHash("ABCDEFGHIJKLMN", 437)));
 }
 
 struct NtlmWorld {
@@ -142,7 +130,6 @@ TEST(ClsNtlm, type1) {
         const char* wanted;  // behind signature and type
     } rows[] = {
         {"", "", 0x88207, "07820800 0000000000000000 0000000000000000"},
-        {"Dom", "", 0x88207, "07920800 0300030020000000 0000000000000000 446f6d"},
         {"", "PC", 0x88207, "07a20800 0000000000000000 0200020020000000 5043"},
         // the OEM code page, and capitals only where the caller wrote them
         {"Käse", "pc", 0x88207, "07b20800 0400040020000000 0200020024000000 4b847365 7063"},
@@ -192,8 +179,6 @@ TEST(ClsNtlm, failsWithoutRandom) {
     world.random.failAfter = 4;
     EXPECT_EQ(world.answer(kChallenges[2]), "failed");
     world.expectLogged({"The system's random source failed."});
-    world.ntlm.put_ClientChallenge(kServerChallenge);
-    EXPECT_NE(world.answer(kChallenges[2]), "failed");
 }
 
 TEST(ClsNtlm, type2FromBadServers) {
@@ -218,14 +203,10 @@ TEST(ClsNtlm, type2FromBadServers) {
         {"half a challenge", 28, "", name},
         {"name ends at the end", 12, "0c000c005c000000", good},
         {"name ends behind the end", 12, "0c000c005d000000", name},
-        {"name at 4 GiB", 12, "ffffffffffffffff", name},
         {"name wraps around", 12, "ffffffff01ffffff", name},
-        {"name in the padding", 12, "0800080068000000", name},
         {"no name, far away", 12, "00000000ffffffff", name},
         {"no name, behind the end", 12, "0000000070000000", good},
         {"info ends behind the end", 40, "2400240045000000", info},
-        {"info at 4 GiB", 40, "0100010000000080", info},
-        {"info too long", 40, "ffff240044000000", info},
         {"no info", 40, "0000000000000000", good},
         {"a pair too long", 70, "ff7f", good},
         {"pairs without an end", 100, "05000000", good},
@@ -251,8 +232,7 @@ TEST(ClsNtlm, type2FromBadServers) {
 TEST(ClsNtlm, type2ThatDoesNotFit) {
     NtlmWorld world;
     SecureBuffer out;
-    for (const std::string& text : {std::string("!"), std::string("TlRM"), std::string("="),
-                                    std::string("TlRMTVNTUAACAAAA=AAA"), std::string(100000, 'A')})
+    for (const std::string& text : {std::string("!"), std::string(100000, 'A')})
         EXPECT_FALSE(world.ntlm.genType3(world.log, text, out)) << text;
     // Target information that leaves no room for the response around it.
     NtlmChallenge challenge;
