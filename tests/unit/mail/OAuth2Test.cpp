@@ -79,7 +79,7 @@ TEST(OAuth2, answers) {
         {"HTTP/1.1 304 Same\r\nContent-Length: 9\r\n\r\n", "give the final URL."},
         {ok + "Content-Length: 39\r\n\r\n" + token, "malformed"},
         {ok + "Content-Length: 38\r\nContent-Length: 37\r\n\r\n" + token, "malformed"},
-        {ok + "Content-Length: 3:\r\n\r\n" + token, "malformed"},
+        {ok + "Content-Length: 2:\r\n\r\n" + token, "malformed"},
         {ok + "Content-Length: 99999999999999999999\r\n\r\n" + token, "malformed"},
         {ok + "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n", "malformed"},
         {chunked + "Content-Length: 1\r\n\r\n0\r\n\r\n", "malformed"},

@@ -70,7 +70,8 @@ TEST(NtlmPublished, messagesAndResponses) {
         EXPECT_EQ(hex(ntOnly.nt) == hex(message.ntResponse), i == 0);
     }
     // What follows the fourteenth character does not count.
-    EXPECT_EQ(hex(ntlm::lmHash("abcdefghijklmnop", 437)), hex(ntlm::lmHash("ABCDEFGHIJKLMN", 437)));
+    EXPECT_EQ(hex(ntlm::lmHash("abcdefghijklmnopqrstu", 437)),
+              hex(ntlm::lmHash("ABCDEFGHIJKLMN", 437)));
 }
 
 struct NtlmWorld {
@@ -151,7 +152,6 @@ TEST(ClsNtlm, type1) {
     ASSERT_TRUE(versioned.ntlm.genType1(versioned.log, out));
     ASSERT_EQ(read.decode(*base64Decode(out, 1000)), NtlmDefect::None);
     EXPECT_EQ(read.version.major, plat::systemVersion().major);
-    EXPECT_EQ(read.domain, bytesOf("Domain"));
     versioned.expectLogged({"t1_flags: 0x02003000"});
     NtlmWorld tooLong(std::string(65536, 'x').c_str());
     EXPECT_FALSE(tooLong.ntlm.genType1(tooLong.log, out));
@@ -203,7 +203,7 @@ TEST(ClsNtlm, type2FromBadServers) {
         {"half a challenge", 28, "", name},
         {"name ends at the end", 12, "0c000c005c000000", good},
         {"name ends behind the end", 12, "0c000c005d000000", name},
-        {"name wraps around", 12, "ffffffff01ffffff", name},
+        {"name wraps around", 12, "ffffffff0100ffff", name},
         {"no name, far away", 12, "00000000ffffffff", name},
         {"no name, behind the end", 12, "0000000070000000", good},
         {"info ends behind the end", 40, "2400240045000000", info},
