@@ -185,8 +185,7 @@ public:
         const bool done = isTrial ? world_.mailMan.VerifySmtpConnection() : world_.send();
         EXPECT_EQ(done, act.word == (isTrial ? "" : "Success"));
         EXPECT_EQ(world_.net.connects.size(), links_);
-        EXPECT_EQ(world_.clock.sleeps,
-                  act.retried ? std::vector<uint32_t>{500} : std::vector<uint32_t>());
+        EXPECT_EQ(world_.clock.sleeps, std::vector<uint32_t>(act.retried ? 1 : 0, 500));
         std::vector<std::string> asked = world_.mailMan.acceptedRecipients();
         for (const std::string& recipient : world_.mailMan.rejectedRecipients()) {
             EXPECT_EQ(std::count(asked.begin(), asked.end(), recipient), 0) << recipient;

@@ -90,14 +90,11 @@ TEST(DataBlocks, areTheSameHoweverTheMessageIsCut) {
 TEST(DataBlocks, leaveTogether) {
     test::StringStream sink;
     DataBlocks blocks(sink, 1000);
-    EXPECT_TRUE(blocks.write(std::string(1, 'x')) && blocks.write(std::string(65535, 'x')));
-    EXPECT_EQ(sink.calls, 0u);
-    EXPECT_TRUE(blocks.write("x"));
-    EXPECT_EQ(sink.calls, 65u);
-    EXPECT_TRUE(blocks.write(std::string(1000, 'x')) && blocks.handOn());
-    EXPECT_EQ(sink.calls, 66u);
-    EXPECT_TRUE(blocks.write(std::string(65536, 'x')));
-    EXPECT_EQ(sink.calls, 132u);
+    for (const auto& [bytes, calls] :
+         {std::pair{1u, 0u}, {65535u, 0u}, {1u, 65u}, {1000u, 65u}, {65536u, 132u}}) {
+        EXPECT_TRUE(blocks.write(std::string(bytes, 'x')));
+        EXPECT_EQ(sink.calls, calls);
+    }
     EXPECT_TRUE(blocks.finish() && blocks.finish());
     EXPECT_EQ(sink.calls, 133u);
 }
