@@ -1,12 +1,21 @@
-// Random, draws and clock for the engine under test, and bytes into it.
+// Random, draws and clock for the engine under test, bytes into it, and what its hello says.
 #pragma once
 
 #include <algorithm>
+#include <stdexcept>
 #include <vector>
 
+#include "base/ByteReader.h"
 #include "net/tls/TlsProtocol.h"
 
 namespace tv::tls::test {
+
+using Bytes = std::vector<uint8_t>;
+using View = std::span<const uint8_t>;
+
+inline Bytes bytesIn(View view) {
+    return {view.begin(), view.end()};
+}
 
 // Deterministic from its seed; the clock stands where it is put.
 class TestEnvironment final : public TlsEnvironment {
@@ -25,7 +34,7 @@ public:
     uint64_t wallClockMs() override { return nowMs; }
 
     bool randomWorks = true;
-    std::vector<uint8_t> nextRandom;  // answers every request of its size
+    Bytes nextRandom;  // answers every request of its size
     uint64_t nowMs = 1795000000000;
     uint64_t state = 1;
 
@@ -34,12 +43,49 @@ private:
 };
 
 // As if the peer had sent them, in reads as long as the engine has room for.
-inline void feed(TlsProtocol& engine, LogBase& log, std::span<const uint8_t> bytes) {
+inline void feed(TlsProtocol& engine, LogBase& log, View bytes) {
     while (const size_t size = std::min(bytes.size(), engine.room().size())) {
         std::copy_n(bytes.begin(), size, engine.room().begin());
         engine.receive(log, size);
         bytes = bytes.subspan(size);
     }
+}
+
+struct Extension {
+    uint16_t type;
+    Bytes body;
+    bool operator==(const Extension&) const = default;
+};
+
+// The body of the extension, or nullptr.
+inline const Bytes* find(const std::vector<Extension>& all, uint16_t type) {
+    const auto at = std::ranges::find(all, type, &Extension::type);
+    return at == all.end() ? nullptr : &at->body;
+}
+
+struct Hello {
+    uint16_t version = 0;
+    Bytes random, sessionId;
+    std::vector<uint16_t> suites;
+    std::vector<Extension> exts;
+    bool operator==(const Hello&) const = default;
+};
+
+// Throws for what is no body of a ClientHello.
+inline Hello helloIn(View body) {
+    ByteReader r(body);
+    Hello hello{r.u16(), bytesIn(r.bytes(32)), bytesIn(r.vector8()), {}, {}};
+    for (ByteReader s(r.vector16()); !s.atEnd();) {
+        hello.suites.push_back(s.u16());
+    }
+    const bool uncompressed = bytesIn(r.vector8()) == Bytes{0};
+    for (ByteReader e(r.vector16()); !e.atEnd();) {
+        const uint16_t type = e.u16();
+        if (find(hello.exts, type)) throw std::runtime_error("an extension stands twice");
+        hello.exts.push_back({type, bytesIn(e.vector16())});
+    }
+    if (!uncompressed || !r.complete()) throw std::runtime_error("no ClientHello");
+    return hello;
 }
 
 }  // namespace tv::tls::test

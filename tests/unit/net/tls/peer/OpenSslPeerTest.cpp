@@ -2,87 +2,54 @@
 // groups of every kind in turn, at first and resumed. What was agreed is what the peer reports.
 #include "tests/unit/net/tls/peer/OpenSslPeer.h"
 
-#include <gtest/gtest.h>
-
-#include "log/tvLogger.h"
-#include "tests/fixtures/Record.h"
-#include "tests/fixtures/TestBytes.h"
-#include "tests/unit/net/tls/TestEnvironment.h"
+#include "tests/unit/net/tls/peer/Talk.h"
 
 namespace tv::tls::test {
 namespace {
 
-class Connection {
+// The other end of a talk.
+class OpenSslEnd {
 public:
-    Connection(const OpenSslServer& server, TlsSettings settings, TestEnvironment& environment)
-        : engine(std::move(settings), environment), ssl(SSL_new(server.context()), SSL_free) {
-        SSL_set_bio(ssl.get(), toSsl_, fromSsl_);
+    explicit OpenSslEnd(const OpenSslServer& server) : ssl(SSL_new(server.context()), SSL_free) {
+        SSL_set_bio(ssl.get(), in_, out_);
         SSL_set_accept_state(ssl.get());
-        engine.start(log_);
     }
-
-    // Moves bytes both ways until nothing moves; what the server reads is the answer.
-    std::string pump() {
-        std::string got;
-        for (bool moved = true; moved;) {
-            DataBuffer& output = engine.output();
-            moved = !output.empty();
-            if (moved) BIO_write(toSsl_, output.data(), static_cast<int>(output.size()));
-            output.clear();
-            char text[16384];
-            for (int n; (n = SSL_read(ssl.get(), text, sizeof text)) > 0;) {
-                got.append(text, static_cast<size_t>(n));
-            }
-            Bytes bytes(BIO_ctrl_pending(fromSsl_));
-            if (bytes.empty()) continue;
-            BIO_read(fromSsl_, bytes.data(), static_cast<int>(bytes.size()));
-            feed(engine, log_, bytes);
-            moved = true;
+    void receive(View bytes) {
+        if (!bytes.empty()) BIO_write(in_, bytes.data(), static_cast<int>(bytes.size()));
+        char text[16384];
+        for (int n; (n = SSL_read(ssl.get(), text, sizeof text)) > 0;) {
+            received.append(text, static_cast<size_t>(n));
         }
-        return got;
     }
-
-    bool carries(const std::string& text) {
-        engine.sendApplicationData(log_, tv::test::bytesIn(text));
-        const bool arrived = pump() == text;
+    Bytes take() {
+        Bytes bytes(BIO_ctrl_pending(out_));
+        BIO_read(out_, bytes.data(), static_cast<int>(bytes.size()));
+        return bytes;
+    }
+    void send(uint8_t, View text) {
         SSL_write(ssl.get(), text.data(), static_cast<int>(text.size()));
-        pump();
-        const bool came = tv::test::textOf(engine.input().bytes()) == text;
-        engine.input().clear();
-        return arrived && came;
     }
 
-    std::string logText() {
-        std::string text;
-        log_.getText(text);
-        return text + ERR_error_string(ERR_peek_last_error(), nullptr);
-    }
-
-    TlsProtocol engine;
+    std::string received;
     std::unique_ptr<SSL, decltype(&SSL_free)> ssl;
 
 private:
-    BIO* toSsl_ = BIO_new(BIO_s_mem());    // owned by the SSL
-    BIO* fromSsl_ = BIO_new(BIO_s_mem());  // owned by the SSL
-    _tvLogger log_;
-    tv::test::Recorded recorded_{log_};
+    BIO* in_ = BIO_new(BIO_s_mem());   // owned by the SSL
+    BIO* out_ = BIO_new(BIO_s_mem());  // owned by the SSL
 };
 
-void expectSuite(const OpenSslServer& server, const SSL_CIPHER* cipher, size_t turn, int version) {
-    const char* const name = SSL_CIPHER_get_name(cipher);
+void expectSuite(const OpenSslServer& server, const char* name, size_t turn, int version) {
     const char* const groups[] = {"X25519",          "P-256",           "P-384",          "P-521",
                                   "brainpoolP256r1", "brainpoolP384r1", "brainpoolP512r1"};
     const char* const group = groups[turn % (version == TLS1_3_VERSION ? 4 : 7)];
     SCOPED_TRACE(testing::Message() << name << " " << group << " " << std::hex << version);
-    TestEnvironment environment;
-    TlsSettings settings;
-    settings.serverName = "server.test";
+    TlsSettings settings = namedSettings();
     settings.options.brainpool = settings.moreCurves = true;
-    std::unique_ptr<Connection> connections[2];  // a session ends with its connection
+    std::unique_ptr<Talk<OpenSslEnd>> talks[2];  // a session ends with its connection
     for (const bool resumed : {false, true}) {
-        connections[resumed] = std::make_unique<Connection>(server, settings, environment);
-        Connection& c = *connections[resumed];
-        SSL* ssl = c.ssl.get();
+        talks[resumed] = std::make_unique<Talk<OpenSslEnd>>(server, settings);
+        Talk<OpenSslEnd>& talk = *talks[resumed];
+        SSL* ssl = talk.server.ssl.get();
         if (version == TLS1_3_VERSION) {
             SSL_set_ciphersuites(ssl, name);
         } else {
@@ -90,19 +57,19 @@ void expectSuite(const OpenSslServer& server, const SSL_CIPHER* cipher, size_t t
         }
         SSL_set1_groups_list(ssl, group);
         if (turn % 2) SSL_set_options(ssl, SSL_OP_NO_EXTENDED_MASTER_SECRET);
-        c.pump();
-        ASSERT_TRUE(c.engine.isEstablished()) << c.logText();
+        talk.pump();
+        ASSERT_TRUE(talk.engine.isEstablished()) << talk.logText();
         EXPECT_EQ(SSL_version(ssl), version);
         EXPECT_STREQ(SSL_get_cipher(ssl), name);
         EXPECT_EQ(SSL_session_reused(ssl), resumed);
         for (const size_t size : {1u, 16385u, 50000u}) {
-            EXPECT_TRUE(c.carries(tv::test::randomText(size, "abcd"))) << size;
+            EXPECT_TRUE(talk.dataFlows(size)) << size;
         }
-        c.engine.sendCloseNotify();
-        c.pump();
+        talk.engine.sendCloseNotify();
+        talk.pump();
         EXPECT_TRUE(SSL_get_shutdown(ssl) & SSL_RECEIVED_SHUTDOWN);
-        settings.session = c.engine.takeSession();
-        environment.nowMs += 5000;
+        settings.session = talk.engine.takeSession();
+        if (settings.session) settings.session->receivedAtMs -= 5000;
     }
 }
 
@@ -121,7 +88,7 @@ TEST(OpenSslPeer, carriesDataBothWaysWithEverySuite) {
                 if (suite->isTls13() != (version == TLS1_3_VERSION)) continue;
                 const bool isEc = suite->keyExchange == KeyExchangeKind::EcdheEcdsa;
                 if (!suite->isTls13() && isEc != (*key == 'P')) continue;
-                expectSuite(server, cipher, turn++, version);
+                expectSuite(server, SSL_CIPHER_get_name(cipher), turn++, version);
             }
         }
         EXPECT_GE(turn, known) << version;
