@@ -129,7 +129,7 @@ inline void set(Ends& ends, const std::string& text) {
         {"retry", &s.retry}, {"retryGroup", &s.retryForGroup}, {"share", &s.keyShare},
         {"rehash", &s.rehash}, {"master", &s.extendedMaster},
         {"renegotiationInfo", &s.secureRenegotiation},
-        {"ticket", &s.ticket}, {"echo", &s.echo}, {"emptyRecords", &s.emptyRecords},
+        {"ticket", &s.ticket}, {"echo", &s.echo},
         {"fallback", &client.fallback}, {"verifies", &client.verifiesServer},
         {"reuse", &client.options.reuseSessions}, {"gcm", &client.options.gcm},
         {"disable13", &client.options.disableTls13}, {"random", &ends.randomWorks},

@@ -67,12 +67,6 @@ inline bool fillRandom(std::span<uint8_t> out) {
     return RAND_bytes(out.data(), static_cast<int>(out.size())) == 1;
 }
 
-inline Bytes random32() {
-    Bytes out(32);
-    fillRandom(out);
-    return out;
-}
-
 // A signature of a TLS scheme; 0: the way of TLS 1.0 and 1.1.
 inline Bytes signatureOf(EVP_PKEY* key, uint16_t scheme, View data) {
     const char* const hashes[] = {"", "MD5", "SHA1", "", "SHA256", "SHA384", "SHA512"};
@@ -159,8 +153,7 @@ struct ServerSetup {
     Bytes certificate;    // in place of the key's
     Bytes prime;          // of a Diffie-Hellman group with the generator 2
     size_t recordSize = 16384;
-    size_t padding = 0;         // zeros in TLS 1.3 records
-    bool emptyRecords = false;  // one before each protected record
+    size_t padding = 0;  // zeros in TLS 1.3 records
     // What was kept of an earlier connection.
     Bytes sessionId, sessionSecret;
     std::multimap<std::string, Edit> edits;
@@ -203,7 +196,6 @@ public:
     }
     void send(uint8_t record, View content, bool plain = false) {
         const bool sealed = write_ && !plain;
-        if (sealed && setup.emptyRecords) seal(record == kHandshake ? kHandshake : kData, {});
         do {
             const View piece = content.first(std::min(content.size(), setup.recordSize));
             content = content.subspan(piece.size());
@@ -321,7 +313,7 @@ private:
         } else {
             must(++round_ == 1 || hello.sessionId.empty(), "session ID in a renegotiation");
             transcript_ = bytesIn(whole);
-            random_ = random32();
+            fillRandom(random_ = Bytes(32));
             if (setup.retry) {
                 retried_ = true;
                 transcript_ = joined({Bytes{254, 0, 0}, counted(1, transcriptHash())});
@@ -450,7 +442,8 @@ private:
 
     Bytes helloHead(View random) {
         sessionId = hellos.back().sessionId;
-        if (!is13() && !setup.echo) sessionId = resumed ? setup.sessionId : random32();
+        if (!is13() && !setup.echo) fillRandom(sessionId = Bytes(32));
+        if (!is13() && resumed) sessionId = setup.sessionId;
         return joined({u16(static_cast<size_t>(headerVersion())), random, counted(1, sessionId),
                        u16(setup.suite), Bytes{0}});
     }

@@ -193,7 +193,6 @@ std::string nameOf(const testing::TestParamInfo<std::string>& info) {
 // Places in the ServerHello: 2 random, 34 session ID, 67 suite, 69 compression, 70 extensions:
 // renegotiation_info (72 type, 74 size, 76), extended_master_secret (77, 79).
 const char* const kTls12Rows = R"(
-emptyRecords | {cbc12,11,10} emptyRecords | | legal
 random | {12,dhe,plainRsa,13 retry group=24} noRandom | | internal error
 oddCertificate | {12,13} oddCertificate | | legal
 keyword | {12,13} noGcm | | illegal parameter
