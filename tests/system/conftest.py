@@ -28,23 +28,23 @@ def wine_session():
         pytest.fail(f"Wine: {missing}")
 
 
-def _product(name, request):
-    product = products.Product(name, request.getfixturevalue("wine_session") if name == "dll" else None)
-    for path in (product.library, product.driver, product.program):
-        if not path.exists():
-            pytest.fail(f"not built: {os.path.relpath(path, products.ROOT)}")
-    return product
+def _product(name):
+    def product(request):
+        wine_session = request.getfixturevalue("wine_session") if name == "dll" else None
+        product = products.Product(name, wine_session)
+        for path in (product.library, product.driver, product.program):
+            if not path.exists():
+                pytest.fail(f"not built: {os.path.relpath(path, products.ROOT)}")
+        return product
+    return pytest.fixture(scope="session")(product)
 
 
-def _products(*names):
-    """A fixture that is each of these builds in turn."""
-    return pytest.fixture(scope="session", params=names)(lambda request: _product(request.param, request))
+so, dll, asan = map(_product, ("so", "dll", "asan"))
 
 
-# Without parameters, so that a test may ask for one by its name.
-so = pytest.fixture(scope="session")(lambda request: _product("so", request))
-dll = pytest.fixture(scope="session")(lambda request: _product("dll", request))
-product, any_product = _products("so", "dll"), _products("so", "dll", "asan")
+@pytest.fixture(scope="session", params=["so", "dll"])
+def product(request):
+    return request.getfixturevalue(request.param)
 
 
 @pytest.fixture
@@ -61,7 +61,7 @@ def receiver():
 
 @pytest.fixture(scope="session")
 def postfix():
-    with Postfix(refuse=["nobody"]) as server:
+    with Postfix() as server:
         yield server
 
 

@@ -8,20 +8,20 @@ import sys
 from email.iterators import _structure
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "fixtures"))
-import products  # noqa: E402
-import samples  # noqa: E402
-import wine  # noqa: E402
+from products import ROOT, Product  # noqa: E402
 from programs import run  # noqa: E402
 from receiver import Receiver  # noqa: E402
+from samples import Sample  # noqa: E402
+from wine import WineMissing, WineSession  # noqa: E402
 
-FOLDER = products.ROOT / "build" / "demo"
+FOLDER = ROOT / "build" / "demo"
 
 
-def send(label, product, sample, server):
-    print(f"\n== {label}: {product.library.relative_to(products.ROOT)}, the dialogue as the server sees it\n")
-    server.messages.clear()
-    done = run(product, product.program, "--host", "127.0.0.1", "--port", server.port,
-               *sample.command_line(product))
+def send(label, product, sample):
+    print(f"\n== {label}: {product.library.relative_to(ROOT)}, the dialogue as the server sees it\n")
+    with Receiver() as server:
+        done = run(product, product.program, "--host", "127.0.0.1", "--port", server.port,
+                   *sample.command_line(product))
     if done.code:
         sys.exit(f"emailsend ended with code {done.code}: {done.err}")
     [received] = server.messages
@@ -33,21 +33,21 @@ def send(label, product, sample, server):
     _structure(message, level=1)
     sample.check(message)
     print("  Subject, addresses, body, logo and both attachments arrived as they were sent.")
-    print(f"  The message lies in {path.relative_to(products.ROOT)}.", flush=True)
+    print(f"  The message lies in {path.relative_to(ROOT)}.", flush=True)
 
 
 def main():
     shutil.rmtree(FOLDER, ignore_errors=True)
-    sample = samples.Sample(FOLDER / "files")
+    sample = Sample(FOLDER / "files")
     dialogue = logging.StreamHandler(sys.stdout)
     dialogue.addFilter(lambda record: ">>" in record.msg or "<<" in record.msg)
     logging.basicConfig(format="    %(message)s", handlers=[dialogue])
     logging.getLogger("mail.log").setLevel(logging.DEBUG)
     try:
-        with Receiver() as server, wine.WineSession() as session:
-            send("The Linux library", products.Product("so"), sample, server)
-            send("The 32-bit Windows library", products.Product("dll", session), sample, server)
-    except wine.WineMissing as missing:
+        with WineSession() as session:
+            send("The Linux library", Product("so"), sample)
+            send("The 32-bit Windows library", Product("dll", session), sample)
+    except WineMissing as missing:
         sys.exit(f"The Windows half cannot be shown: {missing}")
 
 

@@ -3,29 +3,21 @@ Whatever happens, a send ends in time, leaves nothing behind, is called successf
 accepted the message, and is never accepted twice."""
 import collections
 import concurrent.futures
-import contextlib
 import itertools
-import queue
 
 import pytest
 
 from cutter import CLIENT, SERVER, Fault, Line
 from probes import Probe
-from receiver import Receiver, self_signed
+from receiver import Receiver, server_context
+from servers import make_certificate
 
-STEP, LIMIT_MS = 16, 300
+STEP, LIMIT_MS, WORKERS = 16, 300, 12
 # Nothing that waits for its own limit of 30 s gets below this; a loaded machine stays below.
 IN_TIME_MS = 15000
-WORKERS = 12
 # Windows counts in pages, and its heap keeps what was freed; the soak looks closer.
 KEPT_BYTES = {"so": 512, "dll": 256 * 1024}
 ROADS = {"": {"StartTLSifPossible": 0}, "implicit": {"SmtpSsl": 1}, "starttls": {"StartTLS": 1}}
-
-
-@pytest.fixture(params=ROADS)
-def server(request, tmp_path):
-    with Receiver(tls=request.param, certificate=self_signed(tmp_path)) as receiver:
-        yield receiver, ROADS[request.param]
 
 
 def faults(passed, is_clear):
@@ -38,57 +30,36 @@ def faults(passed, is_clear):
                 yield Fault(how, side, at, how in ("close", "reset") and next(turn))
 
 
-def send(probe, server, fault=Fault(), **words):
-    """What the probe says of it, and what has passed."""
-    line = Line(server.port, fault)
-    try:
-        return {**probe.run(SmtpPort=line.port, **words), "passed": line.passed}
-    finally:
-        line.close()
+@pytest.mark.parametrize("road", ROADS)
+def test_cuts(product, tmp_path, road):
+    def send(probe, name="whole", fault=Fault(), **words):
+        """What the probe says of it, and what has passed."""
+        with Line(receiver.port, fault) as line:
+            return {**probe.run(SmtpPort=line.port, id=name, **words), "passed": line.passed}
 
-
-def verdict(result, count):
-    """What is wrong with the outcome, or None."""
-    if count > 1:
-        return f"{count} copies were accepted"
-    if result["sent"] and count == 0:
-        return "called sent, but not accepted"
-    if not result["sent"] and not result["transcript"].strip():
-        return "failed without a reason"
-    if max(result["ms"], result["closeMs"]) > IN_TIME_MS:
-        return "took too long"
-    return None
-
-
-def test_cuts(product, server):
-    receiver, words = server
-    idle = queue.SimpleQueue()
-
-    def play(number, fault):
-        probe = idle.get()
-        try:
-            return send(probe, receiver, fault, id=f"cut-{number}", ReadTimeout=LIMIT_MS,
-                        ConnectTimeout=LIMIT_MS)
-        finally:
-            idle.put(probe)
-
-    with contextlib.ExitStack() as stack:
-        probes = [stack.enter_context(Probe(product, "send", RetryWait=10, SmtpHost="127.0.0.1", **words))
-                  for _ in range(WORKERS)]
-        before = [send(probe, receiver, id="whole") for probe in probes for _ in range(2)][1::2]
-        for probe in probes:
-            idle.put(probe)
-        plan = list(faults(before[0]["passed"], words == ROADS[""]))
-        with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
-            results = list(pool.map(play, range(len(plan)), plan))
-        after = [send(probe, receiver, id="whole") for probe in probes]
-    counts = collections.Counter(message.parsed()["Subject"] for message in receiver.messages)
-    assert counts["whole"] == 3 * WORKERS
-    wrong = [f"{fault}: {text}: {result}" for number, (fault, result) in enumerate(zip(plan, results))
-             if (text := verdict(result, counts[f"cut-{number}"]))]
-    assert not wrong, "\n".join(wrong[:20])
-    failed = sum(not result["sent"] for result in results)
-    assert len(results) / 4 < failed < len(results)
-    for first, last in zip(before, after):
+    def play(plan):
+        """By one process; gives name, fault and result of each."""
+        with Probe(product, "send", RetryWait=10, SmtpHost="127.0.0.1", **ROADS[road]) as probe:
+            first = [send(probe) for _ in range(2)][1]
+            results = [(name, fault, send(probe, name, fault, ReadTimeout=LIMIT_MS,
+                                          ConnectTimeout=LIMIT_MS)) for name, fault in plan]
+            last = send(probe)
         assert last["handles"] <= first["handles"]
         assert last["memory"] - first["memory"] <= KEPT_BYTES[product.name]
+        return results or first["passed"]
+
+    context = server_context(make_certificate(tmp_path / "server"))
+    with Receiver(tls=road, context=context) as receiver, \
+            concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+        plan = [(f"cut-{i}", fault) for i, fault in enumerate(faults(play([]), not road))]
+        results = sum(pool.map(play, (plan[i::WORKERS] for i in range(WORKERS))), [])
+    counts = collections.Counter(message.parsed()["Subject"] for message in receiver.messages)
+    assert counts["whole"] == 3 * (WORKERS + 1)
+    wrong = [f"{fault}: {text}: {result}" for name, fault, result in results for is_wrong, text in [
+        (counts[name] > 1, f"{counts[name]} copies were accepted"),
+        (result["sent"] and counts[name] == 0, "called sent, but not accepted"),
+        (not result["sent"] and not result["transcript"].strip(), "failed without a reason"),
+        (max(result["ms"], result["closeMs"]) > IN_TIME_MS, "took too long")] if is_wrong]
+    assert not wrong, "\n".join(wrong[:20])
+    failed = sum(not result["sent"] for _, _, result in results)
+    assert len(results) / 4 < failed < len(results)
