@@ -44,8 +44,6 @@ PARTS = (*CHECKS, *PRESETS, "system")
 PROGRAM_SECONDS, PART_SECONDS = 900, 3600
 MAY_SKIP = re.compile("CPU|this machine|vectors|git history")
 IN_CI = os.environ.get("CI", "").lower() in ("1", "true", "yes")
-
-
 Result = collections.namedtuple("Result", "name outcome why", defaults=("",))
 
 
@@ -95,22 +93,18 @@ def run(command, log, env=None):
     return code, path.read_text(errors="replace")
 
 
-def tail(text, lines=40):
-    return "\n".join(text.splitlines()[-lines:])
-
-
 def judge(label, code, output, report=None):
     """The results of a program that has ended, by its report or else one."""
     results = [result_of(label, case) for case in testcases(report)] if report else []
     if code == 0 and not report:
         return [Result(label, "passed")]
     if code == NO_HISTORY and not report:
-        return [skipped(label, tail(output, 1))]
+        return [skipped(label, output.strip())]
     if (code == 0 and results) or any(result.outcome == "failed" for result in results):
         return results
     # For instance a leak found at the end, after every test had passed.
     how = f"ended with {code}{' and no report' if report and not results else ''}"
-    return [*results, Result(label, "failed", f"{how}\n{tail(output)}")]
+    return [*results, Result(label, "failed", f"{how}\n{output[-3000:]}")]
 
 
 def run_programs(preset, folder, due, env, only=()):
@@ -148,7 +142,7 @@ def run_part(part, parts, chosen, env):
         for command in (["cmake", "--preset", part], ["cmake", "--build", "--preset", part, *targets]):
             code, output = run(command, f"build-{part}")
             if code:
-                return [Result(part, "failed", f"does not build\n{tail(output)}")]
+                return [Result(part, "failed", f"does not build\n{output[-3000:]}")]
     if part in CHECKS and part in parts:
         return judge(part, *run(CHECKS[part], part))
     if part == "system" and part in parts:

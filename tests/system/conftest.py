@@ -1,5 +1,4 @@
 """Fixtures of the system tests: the products, the servers, a folder with the sample message."""
-import os
 import pathlib
 import sys
 
@@ -9,7 +8,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "fixtures")
 import products  # noqa: E402
 import samples  # noqa: E402
 import wine  # noqa: E402
-from postfix import Postfix  # noqa: E402
+from postfix import serve  # noqa: E402
 from receiver import Receiver  # noqa: E402
 
 
@@ -19,23 +18,21 @@ def pytest_configure(config):
         config.option.timeout = 300
 
 
-@pytest.fixture(scope="session")
-def wine_session():
-    try:
-        with wine.WineSession() as session:
-            yield session
-    except wine.WineMissing as missing:
-        pytest.fail(f"Wine: {missing}")
+def _entered(make, scope):
+    """A fixture that is a context manager's."""
+    def entered():
+        with make() as value:
+            yield value
+    return pytest.fixture(scope=scope)(entered)
+
+
+receiver = _entered(Receiver, "function")
+wine_session, postfix = _entered(wine.WineSession, "session"), _entered(serve, "session")
 
 
 def _product(name):
     def product(request):
-        wine_session = request.getfixturevalue("wine_session") if name == "dll" else None
-        product = products.Product(name, wine_session)
-        for path in (product.library, product.driver, product.program):
-            if not path.exists():
-                pytest.fail(f"not built: {os.path.relpath(path, products.ROOT)}")
-        return product
+        return products.Product(name, request.getfixturevalue("wine_session") if name == "dll" else None)
     return pytest.fixture(scope="session")(product)
 
 
@@ -51,18 +48,6 @@ def product(request):
 def host(product, tmp_path):
     with products.Host(product, tmp_path) as host:
         yield host
-
-
-@pytest.fixture
-def receiver():
-    with Receiver() as server:
-        yield server
-
-
-@pytest.fixture(scope="session")
-def postfix():
-    with Postfix() as server:
-        yield server
 
 
 @pytest.fixture(scope="session")

@@ -14,7 +14,7 @@ import time
 import pytest
 
 import samples
-from programs import run
+from programs import run, start
 from receiver import Receiver
 from scripted import ScriptedServer
 
@@ -40,10 +40,9 @@ FAILURES = {
     "no server": (["--port", "1", "--verbose", "--auth", "ntlm", "--user", "Default"],  # no password
                   "the message was not accepted\nTolvaneLog:", ["VerboseLogging: 1"]),
     "no address": (["--cc", ""], 'no recipient: ""\n', []),
-    "missing body": (["--html", "missing"], "cannot read the file missing", []),
-    "missing file": (["--attach", "plain", "--attach", "missing"], "cannot read the file missing", []),
-    "missing logo": (["--html", "plain", "--logo", "missing"], "cannot read the file missing", []),
-    "missing password": (["--password-file", "missing"], "cannot read the file missing", []),
+    **{f"missing after {' '.join(words)}": ([*words, "missing"], "cannot read the file missing", [])
+       for words in (["--html"], ["--attach", "plain", "--attach"], ["--html", "plain", "--logo"],
+                     ["--password-file"])},
     "a folder": (["--attach", "."], "cannot read the file .", []),
     "no file": (["--attach", ""], "--attach names no file", []),
     "NUL in the body": (["--html", "zero"], "the body is no UTF-8 text: zero", []),
@@ -75,10 +74,10 @@ FAILURES = {
     ["dll"] if "on Windows" in case else ["so"] if "on Linux" in case else ["so", "dll"])])
 def test_failures(build, request, tmp_path, case):
     (arguments, error, more), product = FAILURES[case], request.getfixturevalue(build)
-    for name, content in {"plain": b"text", "zero": b"a\0b", "latin1": b"\xe1", "lines": b"a\nb\n"}.items():
+    for name, content in {"plain": b"text", "zero": b"a\0b", "latin1": b"\xe1", "lines": b"a\nb\n",
+                          "huge": b""}.items():
         (tmp_path / name).write_bytes(content)
-    with open(tmp_path / "huge", "wb") as huge:
-        huge.truncate(3 << 30)
+    os.truncate(tmp_path / "huge", 3 << 30)
     few = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (6, 6))}
     with Receiver(refuse=["bela@example.test"]) as receiver:
         done = run(product, product.program, *HOST, *FROM, *TO, "--port", receiver.port, *arguments,
@@ -98,16 +97,12 @@ def test_what_every_message_needs(so):
 STOPPED = "emailsend: stopped; the server may or may not have the message"
 
 
-def program(product, port, **options):
-    command = product.command(product.program, *HOST, "--port", str(port), *FROM, *TO)
-    return subprocess.Popen(command, env=product.env, **options)
-
-
 def on_terminal(product, port, keys=b""):
     """Exit code, and all that stood on the terminal; the keys are typed when the line stands there."""
     master, slave = pty.openpty()
     seen = b""
-    with program(product, port, stdin=slave, stdout=slave, stderr=slave, preexec_fn=lambda: (
+    command = product.command(product.program, *HOST, *FROM, *TO, "--port", str(port))
+    with subprocess.Popen(command, env=product.env, stdin=slave, stdout=slave, stderr=slave, preexec_fn=lambda: (
             os.setsid(), fcntl.ioctl(0, termios.TIOCSCTTY, 0))) as process:
         os.close(slave)
         with contextlib.suppress(OSError):  # the program has gone
@@ -137,8 +132,9 @@ def test_ctrl_c_ends_it_at_once(product):
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
 def test_a_signal_without_a_terminal(so, number):
-    with socket.create_server(("127.0.0.1", 0)) as silent, program(
-            so, silent.getsockname()[1], stdin=subprocess.DEVNULL, stderr=subprocess.PIPE) as process:
+    with socket.create_server(("127.0.0.1", 0)) as silent, start(
+            so, so.program, *HOST, *FROM, *TO, "--port", silent.getsockname()[1],
+            stderr=subprocess.PIPE) as process:
         silent.accept()
         process.send_signal(number)
         assert process.communicate(timeout=10)[1].decode() == STOPPED + "\n" and process.returncode == 3

@@ -6,7 +6,7 @@ import re
 
 import pytest
 
-from postfix import MECHANISMS, PASSWORD, USER, Postfix
+from postfix import LOGIN, MECHANISMS, PASSWORD, USER, serve
 from probes import Probe
 from products import Host
 from programs import run
@@ -24,7 +24,6 @@ SERVICE = """127.0.0.1:{port} inet n - n - - smtpd
   -o smtpd_tls_security_level=may
   -o smtpd_tls_auth_only=yes
   -o smtpd_tls_protocols={version}
-  -o smtpd_tls_mandatory_protocols={version}
 """
 
 
@@ -34,7 +33,7 @@ def server(tmp_path_factory):
     services = [SERVICE.format(port=ports[start], version=VERSIONS[start],
                                wrapper="yes" if start == "implicit" else "no") for start in VERSIONS]
     settings = SETTINGS.format(*make_certificate(tmp_path_factory.mktemp("tls") / "server"))
-    with Postfix(login=True, settings=settings, services="".join(services)) as server:
+    with serve(LOGIN + settings, "".join(services)) as server:
         server.ports = {**ports, "": server.port}
         yield server
 

@@ -27,9 +27,7 @@ NO_NETWORK = "192.0.2.1"    # no route at all
 NAMES = {"two.test": [SILENT, FAR], "six.test": [FAR6]}
 
 SLICE_MS, CONNECT_MS, READ_MS = 333, 1000, 800
-LARGE = 30000000  # more than all buffers on the way hold
-CUT_AFTER = 300000
-
+LARGE, CUT_AFTER = 30000000, 300000  # more than all buffers on the way hold, and some of it
 TIMEOUT = ["failedWaitToConnect", "ConnectFailReason: Timeout",
            "A few possible causes for a connection timeout are:"]
 REJECTED = ["ConnectFailReason: Connection rejected",

@@ -28,7 +28,6 @@ log_path = /dev/stderr
 protocols = submission
 ssl = no
 auth_mechanisms = xoauth2
-auth_verbose = yes
 auth_failure_delay = 0
 mail_location = maildir:{home}/mail
 submission_relay_host = 127.0.0.1
@@ -69,21 +68,19 @@ def token(user, lifetime=3600):
 
 @pytest.fixture(scope="module")
 def server():
-    home, owner = pathlib.Path(tempfile.mkdtemp(prefix="dovecot-")), pwd.getpwnam("nobody")
-    home.chmod(0o755)
-    for name in ("mail", "keys/default/HS256"):
-        (home / name).mkdir(parents=True)
-    (home / "keys/default/HS256/default").write_bytes(base64.b64encode(KEY))
-    shutil.chown(home / "mail", owner.pw_uid, owner.pw_gid)
-    with Receiver() as receiver:
-        port = free_port()
+    with Receiver() as receiver, tempfile.TemporaryDirectory(prefix="dovecot-") as home:
+        home, owner, port = pathlib.Path(home), pwd.getpwnam("nobody"), free_port()
+        home.chmod(0o755)
+        for name in ("mail", "keys/default/HS256"):
+            (home / name).mkdir(parents=True)
+        (home / "keys/default/HS256/default").write_bytes(base64.b64encode(KEY))
+        shutil.chown(home / "mail", owner.pw_uid, owner.pw_gid)
         for name, text in {"main.conf": DOVECOT, "oauth2.conf": TOKENS}.items():
             (home / name).write_text(text.format(home=home, owner=owner, port=port,
                                                  relay_port=receiver.port))
         with Server(home, ["dovecot", "-F", "-c", home / "main.conf"], "starting up") as server:
             server.port, server.receiver = port, receiver
             yield server
-    shutil.rmtree(home)
 
 
 @pytest.fixture(scope="module")
@@ -96,7 +93,6 @@ def certificates(tmp_path_factory):
 
 class Handler(http.server.BaseHTTPRequestHandler):
     """Hands out the user's tokens."""
-
     protocol_version = "HTTP/1.1"
 
     def do_POST(self):
