@@ -1,11 +1,10 @@
-// ASCII as long as it does; then what the message brings along, Latin 1, Latin 2; UTF-8 where
-// nothing else does.
+// ASCII as long as it does; then Latin 1 or Latin 2, if they do for the first text that needs more;
+// UTF-8 where nothing else does.
 #include "mime/CharsetChoice.h"
 
 #include "base/Ascii.h"
 #include "base/CodePage.h"
 #include "log/LogContextExitor.h"
-#include "mime/CharsetNames.h"
 
 namespace tv {
 namespace {
@@ -15,15 +14,7 @@ bool converts(std::string_view utf8, uint32_t codePage) {
     return utf8ToCodePage(codePage, utf8, out);
 }
 
-uint32_t chooseFor8bit(LogBase& log, std::string_view utf8, const _tvEmailCommon& common) {
-    if (common.detectedCodePage != 0) {
-        if (converts(utf8, common.detectedCodePage)) {
-            log.logInfo("Setting charset to what was detected in the MIME header.");
-            return common.detectedCodePage;
-        }
-        log.logInfo("Charset detected in header not sufficient for this text body...");
-    }
-    if (common.preferredCodePage != 0) return common.preferredCodePage;
+uint32_t chooseFor8bit(LogBase& log, std::string_view utf8) {
     if (converts(utf8, kCodePageLatin1)) {
         log.logInfo("Choosing iso-8859-1 because conversion was success.");
         return kCodePageLatin1;
@@ -44,11 +35,6 @@ uint32_t keepIfItConverts(LogBase& log, std::string_view utf8, uint32_t codePage
     return kCodePageUtf8;
 }
 
-uint32_t raiseFromAscii(LogBase& log, std::string_view utf8, const _tvEmailCommon& common) {
-    const uint32_t preset = codePageOfCharset(common.defaultCharset);
-    return preset == 0 ? kCodePageUtf8 : keepIfItConverts(log, utf8, preset);
-}
-
 }  // namespace
 
 void chooseCharsetIfNecessary(LogBase& log, std::string_view utf8, _tvEmailCommon& common) {
@@ -57,19 +43,17 @@ void chooseCharsetIfNecessary(LogBase& log, std::string_view utf8, _tvEmailCommo
     const bool sevenBit = isAscii(utf8);
     switch (common.codePage) {
         case kCodePageUtf8:
-        case kCodePageUtf16Le:
-        case kCodePageUtf16Be:
             return;
         case 0:
             if (sevenBit) {
                 log.logInfo("Choosing us-ascii because body is 7bit");
                 common.codePage = kCodePageAscii;
             } else {
-                common.codePage = chooseFor8bit(log, utf8, common);
+                common.codePage = chooseFor8bit(log, utf8);
             }
             return;
         case kCodePageAscii:
-            if (!sevenBit) common.codePage = raiseFromAscii(log, utf8, common);
+            if (!sevenBit) common.codePage = kCodePageUtf8;
             return;
         default:
             common.codePage = keepIfItConverts(log, utf8, common.codePage);

@@ -24,8 +24,6 @@ using SharedBody = std::shared_ptr<const DataBuffer>;
 
 struct RenderOptions {
     std::string_view excludedPrefix;  // fields whose name begins with it stay out; empty for none
-    bool dotStuffing = false;         // of bodies without a transfer encoding
-    bool sevenBitOnly = false;        // 8bit parts become quoted-printable
     bool utf8Headers = false;         // addresses stand in UTF-8 (RFC 6532)
 };
 
@@ -149,10 +147,9 @@ private:
     void writeHeaderField(LogBase& log, const MimeHeader::Field& field, const Leaf* leaf,
                           AddressForm form, std::string& out) const;
     std::span<const _tvEmailAddress> addressesOf(std::string_view field) const;
-    Leaf prepareLeaf(LogBase& log, const RenderOptions& options) const;
+    Leaf prepareLeaf(LogBase& log) const;
     void convertText(LogBase& log, Leaf& leaf) const;
-    bool renderBody(LogBase& log, const Leaf& leaf, OutputStream& out,
-                    const RenderOptions& options) const;
+    bool renderBody(LogBase& log, const Leaf& leaf, OutputStream& out) const;
 
     uint32_t tag_ = kTag;
     std::shared_ptr<_tvEmailCommon> common_;

@@ -41,8 +41,8 @@ bool Email2::renderNode(LogBase& log, OutputStream& out, const RenderOptions& op
     if (isMultipart()) {
         return renderHeader(log, nullptr, out, options) && renderChildren(log, out, options);
     }
-    const Leaf leaf = prepareLeaf(log, options);
-    return renderHeader(log, &leaf, out, options) && renderBody(log, leaf, out, options);
+    const Leaf leaf = prepareLeaf(log);
+    return renderHeader(log, &leaf, out, options) && renderBody(log, leaf, out);
 }
 
 // RFC 2046 section 5.1.1: the line end before a delimiter belongs to the delimiter.
@@ -62,15 +62,12 @@ bool Email2::renderChildren(LogBase& log, OutputStream& out, const RenderOptions
     return writeDelimiter("--\r\n");
 }
 
-Email2::Leaf Email2::prepareLeaf(LogBase& log, const RenderOptions& options) const {
+Email2::Leaf Email2::prepareLeaf(LogBase& log) const {
     Leaf leaf{contentType_, transferEncoding_, bodyText(), {}, false};
-    const bool textual = leaf.type.mediaType().empty() || leaf.type.isText();
-    if (textual && !isAttachment() && !isAscii(leaf.original)) {
-        if (leaf.type.mediaType().empty()) leaf.type.setMediaType("text/plain");
-        if (leaf.encoding.empty() || leaf.encoding == "7bit") leaf.encoding = kQuotedPrintable;
+    if (isTextBody()) {
+        if (!isAscii(leaf.original)) leaf.encoding = kQuotedPrintable;
+        convertText(log, leaf);
     }
-    if (options.sevenBitOnly && leaf.encoding == "8bit") leaf.encoding = kQuotedPrintable;
-    if (isTextBody()) convertText(log, leaf);
     const bool coded = equalsIgnoreCase(leaf.encoding, kBase64) ||
                        equalsIgnoreCase(leaf.encoding, kQuotedPrintable);
     // RFC 5322 section 2.1.1; there are servers that bounce a longer line, and such that cut it.
@@ -92,9 +89,7 @@ void Email2::convertText(LogBase& log, Leaf& leaf) const {
     const uint32_t target = page == kCodePageAscii ? plat::sysHost().ansiCodePage() : page;
     leaf.isConverted = utf8ToCodePage(target, leaf.original, leaf.converted);
     leaf.type.setCharset(leaf.isConverted ? target : kCodePageUtf8);
-    if (!leaf.type.is("text/html") || target == kCodePageUtf16Le || target == kCodePageUtf16Be) {
-        return;
-    }
+    if (!leaf.type.is("text/html")) return;
     const LogContextExitor context(log, "processHtmlMeta");
     std::string corrected;
     if (correctMetaCharset(log, leaf.text(), leaf.type.charset().codePage, corrected)) {
@@ -112,9 +107,6 @@ bool Email2::renderHeader(LogBase& log, const Leaf* leaf, OutputStream& out,
         if (!excluded.empty() && startsWithIgnoreCase(field.name, excluded)) continue;
         writeHeaderField(log, field, leaf, form, block);
         block += "\r\n";
-    }
-    if (leaf && !leaf->encoding.empty() && !header_.has(kTransferEncoding)) {
-        block += std::string(kTransferEncoding) + ": " + std::string(leaf->encoding);
     }
     // Exactly one empty line ends a header, whatever the last field ended with.
     while (block.ends_with('\r') || block.ends_with('\n')) {
@@ -155,8 +147,7 @@ std::span<const _tvEmailAddress> Email2::addressesOf(std::string_view field) con
     return {};
 }
 
-bool Email2::renderBody(LogBase& log, const Leaf& leaf, OutputStream& out,
-                        const RenderOptions& options) const {
+bool Email2::renderBody(LogBase& log, const Leaf& leaf, OutputStream& out) const {
     const LogContextExitor context(log, "getEncodedBody");
     const std::string_view text = leaf.text();
     const std::span<const uint8_t> bytes(bytesOf(text), text.size());
@@ -164,7 +155,7 @@ bool Email2::renderBody(LogBase& log, const Leaf& leaf, OutputStream& out,
     if (equalsIgnoreCase(leaf.encoding, kQuotedPrintable)) {
         return ContentCoding::encodeQuotedPrintable(bytes, out);
     }
-    return writePlainBody(text, leaf.type.isText(), options.dotStuffing, out);
+    return writePlainBody(text, out);
 }
 
 }  // namespace tv

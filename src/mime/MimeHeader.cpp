@@ -9,14 +9,6 @@
 namespace tv {
 namespace {
 
-// RFC 5322 section 2.2: printable ASCII but the colon.
-bool isFieldName(std::string_view name) {
-    constexpr size_t kLongestName = 76;  // with ": " the 78 columns of section 2.1.1
-    return !name.empty() && name.size() <= kLongestName &&
-           std::all_of(name.begin(), name.end(),
-                       [](char c) { return c > 32 && c < 127 && c != ':'; });
-}
-
 auto named(std::string_view name) {
     return [name](const MimeHeader::Field& field) { return equalsIgnoreCase(field.name, name); };
 }
@@ -37,8 +29,7 @@ void MimeHeader::setBehind(std::string_view after, std::string_view name, std::s
     const auto first = std::find_if(fields_.begin(), fields_.end(), named(name));
     if (first != fields_.end()) {
         first->value = text;
-        fields_.erase(std::remove_if(first + 1, fields_.end(), named(name)), fields_.end());
-    } else if (isFieldName(name)) {
+    } else {
         auto place = std::find_if(fields_.begin(), fields_.end(), named(after));
         if (place != fields_.end()) ++place;
         fields_.insert(place, {std::string(name), std::string(text)});

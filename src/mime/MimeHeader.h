@@ -19,13 +19,13 @@ public:
     };
 
     // The value loses NUL and the white space at its ends, and its line breaks become blanks; an
-    // empty one deletes the field. A field that is there keeps its place, later ones of its name
-    // go; a new one comes last. A name that is none (RFC 5322 section 2.2) is refused.
+    // empty one deletes the field. A field that is there keeps its place; a new one comes last.
+    // Names are ours: no host has a say in them.
     void set(std::string_view name, std::string_view value);
     // As set, but a new field comes right behind the one named after, if there is such.
     void setBehind(std::string_view after, std::string_view name, std::string_view value);
     void remove(std::string_view name);
-    // The first field of that name; empty if there is none.
+    // Empty if there is no such field.
     std::string_view get(std::string_view name) const;
     bool has(std::string_view name) const { return !get(name).empty(); }
     const std::vector<Field>& fields() const { return fields_; }

@@ -26,27 +26,15 @@ private:
 
 }  // namespace
 
-bool writePlainBody(std::string_view text, bool repairLineEnds, bool dotStuffing,
-                    OutputStream& out) {
+bool writePlainBody(std::string_view text, OutputStream& out) {
     size_t written = 0;
-    const auto writeUpTo = [&](size_t end, std::string_view then) {
-        const bool good = out.write(text.substr(written, end - written)) && out.write(then);
-        written = end;
-        return good;
-    };
-    bool lineStart = true;
     LineEnds ends(text);
-    for (size_t i = 0; i < text.size();) {
-        if (lineStart && dotStuffing && text[i] == '.' && !writeUpTo(i, ".")) return false;
-        i = ends.next(i);
-        if (i == text.size()) break;
+    for (size_t i = 0; (i = ends.next(i)) < text.size();) {
         const bool isPair = text.substr(i).starts_with("\r\n");
-        lineStart = repairLineEnds || isPair || text[i] == '\n';
-        if (repairLineEnds && !isPair) {
-            if (!writeUpTo(i, "\r\n")) return false;
-            written = i + 1;
-        }
         i += isPair ? 2 : 1;
+        if (isPair) continue;
+        if (!out.write(text.substr(written, i - 1 - written)) || !out.write("\r\n")) return false;
+        written = i;
     }
     return out.write(text.substr(written));
 }

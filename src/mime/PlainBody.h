@@ -7,10 +7,8 @@
 
 namespace tv {
 
-// Writes the text as it is; on request with bare CRs and LFs as CR LF, and with one more "." in
-// front of a line that begins with one (RFC 5321 section 4.5.2).
-bool writePlainBody(std::string_view text, bool repairLineEnds, bool dotStuffing,
-                    OutputStream& out);
+// Writes the text with bare CRs and LFs as CR LF.
+bool writePlainBody(std::string_view text, OutputStream& out);
 
 // True if a line has more bytes than that, without its line end.
 bool hasLongerLine(std::string_view text, size_t size);

@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 namespace tv {
 
@@ -34,19 +32,11 @@ public:
     // format parameter out.
     std::string value(uint32_t headerCodePage, bool flowed = true) const;
 
-    std::string type;
-    std::string reportType;
     std::string boundary;
     std::string name;  // UTF-8
-    std::string protocol;
-    std::string micalg;
-    std::string smimeType;
     bool formatFlowed = false;
-    std::vector<std::pair<std::string, std::string>> others;
 
 private:
-    bool carriesCharset() const;
-
     std::string mediaType_;
     _tvCharset charset_;
 };
