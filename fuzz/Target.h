@@ -1,5 +1,4 @@
-// What the fuzz targets share: each is one function over an input, and may take that apart by
-// lines.
+// What the fuzz targets share: each is one function over an input, and may take it apart by lines.
 #pragma once
 
 #include <algorithm>
@@ -29,9 +28,9 @@ inline std::string_view textOf(Input input) {
 }
 
 // The next line with its end, or what is left.
-inline std::string_view takeLine(std::string_view& rest, std::string_view end) {
-    const std::string_view line = rest.substr(0, rest.find(end));
-    const size_t size = std::min(line.size() + end.size(), rest.size());
+inline std::string_view takeLine(std::string_view& rest) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
+    const size_t size = std::min(line.size() + 1, rest.size());
     rest.remove_prefix(size);
     return {line.data(), size};
 }

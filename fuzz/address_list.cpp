@@ -17,8 +17,7 @@ void tv::take(Input input) {
         requireSound(field);
         requireSound(utf8);
         // What a receiver reads in the header is what the envelope names.
-        const std::vector<_tvEmailAddress> read = parseMailboxes(replaceAll(utf8, "\r\n", ""));
-        require(std::ranges::equal(list, read, {}, &_tvEmailAddress::address,
-                                   &_tvEmailAddress::address));
+        require(std::ranges::equal(list, parseMailboxes(replaceAll(utf8, "\r\n", "")), {},
+                                   &_tvEmailAddress::address, &_tvEmailAddress::address));
     }
 }

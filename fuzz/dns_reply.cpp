@@ -2,20 +2,11 @@
 // the question's id, its addresses are within their limit, each there once.
 #include "Target.h"
 #include "net/dns/DnsMessage.h"
-#include "net/dns/DnsName.h"
 
 void tv::take(Input input) {
     using namespace dns;
     std::vector<uint8_t> query;
     require(encodeQuery(0x1234, "mail.example.test", query));
-    ByteReader in(input);
-    WireName name, same;
-    if (readName(in, input, name)) {  // and again from its own bytes
-        const Input own(reinterpret_cast<const uint8_t*>(name.data()), name.size());
-        ByteReader again(own);
-        require(name.size() <= 255 && name.ends_with('\0'));
-        require(readName(again, own, same) && again.complete() && same == name);
-    }
     // Once behind a good header and question, with the input's count of answers.
     std::vector<uint8_t> framed = query;
     framed[2] = 0x81;
@@ -25,8 +16,7 @@ void tv::take(Input input) {
         const Reply reply = decodeReply(message, query);
         require(reply.addresses.size() <= kMaxAddresses);
         require(reply.addresses.empty() == (reply.kind != ReplyKind::Addresses));
-        if (!reply.isAnswer()) continue;
-        require(message.size() >= query.size() && message[0] == 0x12 && message[1] == 0x34);
+        require(!reply.isAnswer() || (message[0] == 0x12 && message[1] == 0x34));
         for (const auto& address : reply.addresses) {
             require(std::ranges::count(reply.addresses, address) == 1);
         }

@@ -5,10 +5,10 @@
 #include "mail/smtp/SmtpCapabilities.h"
 
 void tv::take(Input input) {
-    std::string_view rest = textOf(input);
     SmtpResponse reply;
-    while (!rest.empty() && reply.lines.size() < kMaxReplyLines) {
-        reply.lines.emplace_back(takeLine(rest, "\n"));
+    for (std::string_view rest = textOf(input);
+         !rest.empty() && reply.lines.size() < kMaxReplyLines;) {
+        reply.lines.emplace_back(takeLine(rest));
     }
     SmtpCapabilities found;
     for (const std::string_view line : smtp::addEhloReply(reply, found)) {
@@ -17,9 +17,7 @@ void tv::take(Input input) {
     SmtpCapabilities again = found;
     smtp::addEhloReply(reply, again);
     require(again == found);
-
-    const std::string method = reply.lines.empty() ? std::string() : reply.lines.front();
-    const AuthMechanisms left = smtp::restrictedTo(method, found.auth);
-    const bool nothing = smtp::chooseMechanism(left, true, true) == AuthMechanism::None;
-    require(nothing == !left.any());
+    if (reply.lines.empty()) return;
+    const AuthMechanisms left = smtp::restrictedTo(reply.lines.front(), found.auth);
+    require(left.any() == (smtp::chooseMechanism(left, true, true) != AuthMechanism::None));
 }

@@ -5,7 +5,6 @@
 #include "mime/HtmlMeta.h"
 #include "mime/MimeHeader.h"
 #include "mime/ParameterText.h"
-#include "mime/tvContentType.h"
 
 void tv::take(Input input) {
     constexpr uint32_t kPages[] = {0, 20127, 65001, 28591, 28592, 1250, 932, 50220};
@@ -13,7 +12,6 @@ void tv::take(Input input) {
     const uint32_t codePage = kPages[input[0] % std::size(kPages)];
     const std::string_view text = textOf(input.subspan(1));
     LogNull log;
-
     MimeHeader header;
     header.set(input[0] & 0x80 ? "Subject" : "X-Quite-A-Long-Field-Name-Indeed", text);
     header.set("Reply-To", text);
@@ -24,10 +22,7 @@ void tv::take(Input input) {
         require(isAscii(out));
     }
     requireSound("Content-Disposition: " + dispositionValue("attachment", text));
-    _tvContentType type("application/pdf");
-    type.name = text;
-    requireSound("Content-Type: " + type.value(codePage));
-
+    requireSound("Content-Type: x/y;" + wordParameter("name", text, codePage));
     std::string corrected, again;
     require(!correctMetaCharset(log, text, 28592, corrected) ||
             !correctMetaCharset(log, corrected, 28592, again));

@@ -6,7 +6,8 @@
 #include "mail/sasl/NtlmResponse.h"
 
 void tv::take(Input input) {
-    NtlmAuthenticate().decode(input);
+    NtlmAuthenticate answer, read;
+    read.decode(input);
     NtlmNegotiate().decode(input);
     NtlmChallenge challenge, again;
     if (challenge.decode(input) != NtlmDefect::None) return;
@@ -15,14 +16,12 @@ void tv::take(Input input) {
     require(encoded && again.decode(*encoded) == NtlmDefect::None);
     require(again.targetInfo == challenge.targetInfo && again.flags == challenge.flags);
     ntlmTargetNames(challenge.targetInfo);
-
-    auto responses =
+    auto made =
         ntlm::computeNtlmV2Response({"User", "Password", "Domain", 437}, challenge.challenge,
                                     challenge.challenge, 0, challenge.targetInfo);
-    NtlmAuthenticate answer, read;
     answer.flags = challenge.flags;
-    answer.ntResponse = std::move(responses.nt);
-    answer.lmResponse = std::move(responses.lm);
+    answer.ntResponse = std::move(made.nt);
+    answer.lmResponse = std::move(made.lm);
     const auto bytes = answer.encode();
     require(!bytes || (read.decode(bytes->bytes()) == NtlmDefect::None &&
                        ctEqual(read.ntResponse.bytes(), answer.ntResponse.bytes())));

@@ -8,7 +8,7 @@
 #include "mail/sasl/SaslPlain.h"
 #include "mail/sasl/SaslXoauth2.h"
 
-static std::unique_ptr<tv::SaslMechanism> mechanismOf(uint8_t number) {
+static std::unique_ptr<tv::SaslMechanism> mechanismOf(int number) {
     using namespace tv;
     SecureBuffer secret;
     secret.append("hidden");
@@ -28,7 +28,7 @@ void tv::take(Input input) {
     require(!mechanism->begin(log, turn));
     for (int turns = 0; turns <= 8; ++turns) {
         require(base64Decode(saslText(turn.text), 1 << 20) && !turn.replyName.empty());
-        std::string_view line = takeLine(rest, "\n");
+        std::string_view line = takeLine(rest);
         if (line.ends_with('\n')) line.remove_suffix(1);
         turn = {};
         if (mechanism->respond(log, line, turn)) return;

@@ -6,12 +6,11 @@
 #include "mail/smtp/SmtpResponse.h"
 
 void tv::take(Input input) {
-    std::string_view rest = textOf(input);
-    while (!rest.empty()) {
+    for (std::string_view rest = textOf(input); !rest.empty();) {
         SmtpReplyReader reader("FUZZ");
         ReplyState state = ReplyState::NeedMore;
         while (state == ReplyState::NeedMore && !rest.empty()) {
-            state = reader.addLine(takeLine(rest, "\r\n"));
+            state = reader.addLine(takeLine(rest));
         }
         const SmtpResponse& reply = reader.reply();
         require(reply.lines.size() <= kMaxReplyLines);

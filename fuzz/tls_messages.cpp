@@ -1,6 +1,4 @@
-// Every reader of a handshake message, chosen by the first byte.
-#include <functional>
-
+// Every reader of a handshake message; the first byte stands for its type.
 #include "Target.h"
 #include "net/tls/HandshakeMessages.h"
 #include "net/tls/ServerHello.h"
@@ -8,11 +6,11 @@
 void tv::take(Input input) {
     using namespace tls;
     if (input.empty()) return;
-    HelloParameters parameters;
-    parameters.serverName = "mail.example.com";
-    parameters.options.zeroLengthTicket = true;
+    HelloParameters offer;
+    offer.serverName = "mail.example.com";
+    offer.options.zeroLengthTicket = true;
     ClientHello hello;
-    hello.extensions = helloExtensions(parameters);
+    hello.extensions = helloExtensions(offer);
     const Input body = input.subspan(1);
     ServerHello reply;
     ServerExtensions answer;
@@ -23,19 +21,16 @@ void tv::take(Input input) {
     Signature signature;
     Input context;
     int tooShort = 0;
-    const std::function<void()> readers[] = {
-        [&] { parseServerHello(body, hello, reply, tooShort); },
-        [&] { parseEncryptedExtensions(body, hello, answer); },
-        [&] { parseCertificate12(body, list); },
-        [&] { parseCertificate13(body, list); },
-        [&] { parseCertificateRequest13(body, context); },
-        [&] { parseCertificateRequest12(body, Version::Tls12); },
-        [&] { parseServerKeyExchange(body, Version::Tls12, ecdhe); },
-        [&] { parseServerKeyExchange(body, Version::Tls10, dhe); },
-        [&] { parseNewSessionTicket13(body, ticket); },
-        [&] { parseCertificateStatus12(body); },
-        [&] { parseNewSessionTicket12(body); },
-        [&] { parseCertificateVerify(body, signature); },
-    };
-    readers[input[0] % std::size(readers)]();
+    parseServerHello(body, hello, reply, tooShort);
+    parseEncryptedExtensions(body, hello, answer);
+    parseCertificate12(body, list);
+    parseCertificate13(body, list);
+    parseCertificateRequest13(body, context);
+    parseCertificateRequest12(body, Version::Tls12);
+    parseServerKeyExchange(body, Version::Tls12, ecdhe);
+    parseServerKeyExchange(body, Version::Tls10, dhe);
+    parseNewSessionTicket13(body, ticket);
+    parseCertificateStatus12(body);
+    parseNewSessionTicket12(body);
+    parseCertificateVerify(body, signature);
 }
