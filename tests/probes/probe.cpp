@@ -2,34 +2,29 @@
 //
 //     probe send|tls|resolve|login [NAME=VALUE...]
 //
-// Each line of standard input is one job: more such words, parted by tabs, those of the command
+// Each line of standard input is one job: more such words, parted by tabs; those of the command
 // line hold for every job. It is answered with one line of JSON. All jobs of a process share what
 // the product remembers.
 //
-// send: through the mail manager. Its properties, and
-//     keep=1      with the mail manager, and so the connection, of the job before
-//     id=TEXT     becomes the subject
-//     bytes=N     least size of the body
-// tls: a connection to port=N of 127.0.0.1
-//     host=NAME   connected to in place of it
+// send: through the mail manager. Its properties; keep=1 with the mail manager, and so the
+//     connection, of the job before; id=TEXT becomes the subject; bytes=N least size of the body
+// tls: a connection to port=N of host=NAME (127.0.0.1)
 //     policy=, options=, morecurves=1: the version policy, keywords, two more brainpool curves
 //     slot=WORD   jobs with the same word share the place where a session waits for the next
 //     anchors=FILE the server is verified by it; "system": by the system's anchors
 //     later=N     seconds by which the clock is ahead
-//     talk=       echo (lines that come back), http (one request), words (each line that comes is
-//                 sent back until "end")
-//     lines=N     how many to echo; before=LINE: what the server takes for a command
+//     talk=       echo (lines=N that come back, behind before=LINE, which the server takes for a
+//                 command), http (one request), words (each line is sent back until "end")
 //     list=1      no connection, but the suites that are offered
-// resolve: name=NAME as a connect does
-//     timeout=MS, tls=1 (name servers over TLS only), six=1 (the system's resolver, IPv6 first)
-// login: by the system's security package at port=N, with user=, password= and domain=
+// resolve: name=NAME as a connect does; tls=1 (name servers over TLS only), six=1 (the system's
+//     resolver, IPv6 first)
+// login: by the system's security package at port=N, with user= and password=
 #include <algorithm>
 #include <concepts>
-#include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "log/tvLogger.h"
@@ -46,6 +41,7 @@
 #include "net/tls/KeyShare.h"
 #include "net/tls/TlsProtocol.h"
 #include "platform/SysClock.h"
+#include "tests/fixtures/FakeSystem.h"
 #include "tests/fixtures/hosts/process_use.h"
 
 namespace tv {
@@ -64,18 +60,12 @@ public:
         const auto word = words.extract(name);
         return word ? word.mapped() : otherwise;
     }
-    int number(const char* name, const char* otherwise = "0") {
-        return std::atoi(text(name, otherwise).c_str());
-    }
+    int number(const char* name) { return std::stoi(text(name, "0")); }
     void say(const char* name, std::integral auto value) { begin(name) << value; }
     void say(const char* name, std::string_view value) {
         begin(name) << '"';
-        for (const char c : value) {
-            char code[8] = {c};
-            if (c == '"' || c == '\\' || static_cast<unsigned char>(c) < ' ')
-                std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(c));
-            std::cout << code;
-        }
+        for (const char c : value)
+            c == '\n' ? std::cout << "\\n" : std::cout << (c == '"' || c == '\\' ? "\\" : "") << c;
         std::cout << '"';
     }
 
@@ -99,7 +89,7 @@ void send(Job& job, std::unique_ptr<ClsMailMan>& mailMan) {
     const bool keep = job.number("keep") != 0;
     if (!keep || !mailMan) mailMan = std::make_unique<ClsMailMan>();
     std::string body;
-    for (const size_t size = static_cast<size_t>(job.number("bytes", "100")); body.size() < size;)
+    for (const size_t size = static_cast<size_t>(job.number("bytes")); body.size() <= size;)
         body += "<p>A line of the body, with a full stop.</p>\n";
     ClsEmail email;
     email.put_FromAddress(XString("anna@example.test"));
@@ -124,10 +114,9 @@ void send(Job& job, std::unique_ptr<ClsMailMan>& mailMan) {
 }
 
 // The system's, but ahead of it.
-class LaterClock final : public plat::SysClock {
+class LaterClock final : public test::StandIn<plat::SysClock> {
 public:
-    LaterClock() { plat::replaceSysClock(this); }
-    ~LaterClock() override { plat::replaceSysClock(nullptr); }
+    explicit LaterClock(plat::SysClock& real = plat::sysClock()) : real_(real) {}
     uint64_t monotonicNs() override { return real_.monotonicNs(); }
     plat::CivilTime localTime() override { return real_.localTime(); }
     uint64_t fileTimeUtc() override { return real_.fileTimeUtc() + seconds * 10000000; }
@@ -136,38 +125,44 @@ public:
     uint64_t seconds = 0;
 
 private:
-    plat::SysClock& real_ = plat::sysClock();
+    plat::SysClock& real_;
 };
 
-bool sendText(CallContext& call, Socket2& socket, std::string_view text) {
-    return !socket.sendBytes(call, {reinterpret_cast<const uint8_t*>(text.data()), text.size()},
-                             kIdleMs);
-}
-
-bool receiveLine(CallContext& call, Socket2& socket, DataBuffer& line) {
-    line.clear();
-    return !socket.receiveUntilMatch(call, line, "\n", 1 << 21, kIdleMs);
-}
-
-// Lines that differ from each other; each reads the same from both ends, as one of the servers
-// turns them around.
-bool echo(CallContext& call, Socket2& socket, int lines, const std::string& before) {
+bool talk(CallContext& call, Socket2& socket, const std::string& how, int lines,
+          const std::string& before) {
     DataBuffer back;
+    const auto send = [&](std::string_view text) {
+        return !socket.sendBytes(call, {bytesOf(text), text.size()}, kIdleMs);
+    };
+    const auto readLine = [&] {
+        back.clear();
+        return !socket.receiveUntilMatch(call, back, "\n", 1 << 21, kIdleMs);
+    };
+    if (how == "http") {
+        if (!send("GET / HTTP/1.0\r\n\r\n")) return false;
+        while (!socket.receiveBytes(call, back, kIdleMs)) {
+        }
+        return back.text().starts_with("HTTP/");
+    }
+    if (how == "words") {
+        bool ok = send("ready\n");
+        while (ok && back.text() != "end\n")
+            ok = readLine() && send(back.text());
+        return ok;
+    }
     // The command has been carried out, or begun, once the line behind it comes back.
-    if (!before.empty() &&
-        !(sendText(call, socket, before + "\nping\n") && receiveLine(call, socket, back)))
-        return false;
-    for (uint32_t state = 1; lines > 0;) {
+    if (!before.empty() && !(send(before + "\nping\n") && readLine())) return false;
+    // Lines that differ from each other; each reads the same from both ends, as one of the servers
+    // turns them around.
+    while (lines > 0) {
         std::string out;
         for (int burst = 0; burst < 16 && lines > 0; ++burst, --lines) {
             std::string half(4000, ' ');
-            for (char& c : half) {
-                state = state * 1664525 + 1013904223;
-                c = static_cast<char>('a' + (state >> 24) % 26);
-            }
+            for (size_t i = 0; i < half.size(); ++i)
+                half[i] = static_cast<char>('a' + i * (i / 26 + static_cast<size_t>(lines)) % 26);
             out.append(half).append(half.rbegin(), half.rend()) += '\n';
         }
-        if (!sendText(call, socket, out)) return false;
+        if (!send(out)) return false;
         for (back.clear(); back.size() < out.size();)
             if (socket.receiveBytes(call, back, kIdleMs)) return false;
         if (back.text() != out) return false;
@@ -175,36 +170,16 @@ bool echo(CallContext& call, Socket2& socket, int lines, const std::string& befo
     return true;
 }
 
-bool talk(CallContext& call, Socket2& socket, const std::string& how, int lines,
-          const std::string& before) {
-    if (how == "echo") return echo(call, socket, lines, before);
-    DataBuffer back;
-    if (how == "http") {
-        if (!sendText(call, socket, "GET / HTTP/1.0\r\n\r\n")) return false;
-        while (!socket.receiveBytes(call, back, kIdleMs)) {
-        }
-        return back.text().starts_with("HTTP/");
-    }
-    if (how != "words") return true;
-    if (!sendText(call, socket, "ready\n")) return false;
-    while (back.text() != "end\n") {
-        if (!receiveLine(call, socket, back) || !sendText(call, socket, back.text())) return false;
-    }
-    return true;
-}
-
-void listSuites(Job& job) {
-    std::string lines;
-    for (const tls::CipherSuite* suite : tls::offeredSuites({}, [](uint32_t) { return 0u; }))
-        lines.append(suite->name).append(" ").append(tls::versionName(suite->minVersion)) +=
-            " " + std::to_string(suite->id) + "\n";
-    job.say("suites", lines);
-}
-
 using Slots = std::map<std::string, std::shared_ptr<TlsSessionSlot>>;
 
 void connectTls(Job& job, LaterClock& clock, Slots& slots) {
-    if (job.number("list")) return listSuites(job);
+    if (job.number("list")) {
+        std::string suites;
+        for (const tls::CipherSuite* suite : tls::offeredSuites({}, [](uint32_t) { return 0u; }))
+            suites.append(suite->name).append(" ").append(tls::versionName(suite->minVersion)) +=
+                " " + std::to_string(suite->id) + "\n";
+        return job.say("suites", suites);
+    }
     clock.seconds = static_cast<uint64_t>(job.number("later"));
     _tvLogger log;
     CallContext call{log};
@@ -243,7 +218,7 @@ void resolve(Job& job) {
     CallContext call{log};
     std::vector<plat::IpAddress> found;
     resolverState().requireTls = job.number("tls");
-    const Deadline deadline(static_cast<uint32_t>(job.number("timeout", "20000")));
+    const Deadline deadline(kIdleMs);
     const std::string name = job.text("name");
     const uint64_t start = plat::sysClock().tickMs();
     const Failure failure = job.number("six") ? getAddressInfo(call, name, true, deadline, found)
@@ -254,7 +229,6 @@ void resolve(Job& job) {
         addresses += plat::toText(address) + ' ';
     job.say("ok", !failure);
     job.say("found", addresses);
-    job.say("reason", static_cast<int>(failure.cause()));
     sayLog(job, log);
 }
 
@@ -265,8 +239,7 @@ void login(Job& job) {
     _tvLogger log;
     CallContext call{log};
     SaslPackage package(SaslPackage::Package::Ntlm, XString(job.text("user")),
-                        XString(job.text("password")), XString(job.text("domain")),
-                        XString("127.0.0.1"));
+                        XString(job.text("password")), XString(), XString("127.0.0.1"));
     job.say("ok", !connection.smtpConnect(call) && !runSasl(call, package, connection));
     job.say("transcript", connection.sessionLog().text());
     sayLog(job, log);
@@ -281,15 +254,12 @@ int main(int argc, char** argv) {
     tv::LaterClock clock;
     tv::Slots slots;
     for (std::string line; std::getline(std::cin, line);) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
         tv::Job job;
         for (int i = 2; i < argc; ++i)
             job.add(argv[i]);
-        for (size_t at = 0; at < line.size();) {
-            const size_t end = std::min(line.find('\t', at), line.size());
-            job.add(line.substr(at, end - at));
-            at = end + 1;
-        }
+        std::istringstream words(line);
+        for (std::string word; std::getline(words, word, '\t');)
+            job.add(word);
         if (what == "send") tv::send(job, mailMan);
         if (what == "tls") tv::connectTls(job, clock, slots);
         if (what == "resolve") tv::resolve(job);

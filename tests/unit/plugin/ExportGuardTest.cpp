@@ -11,61 +11,52 @@
 namespace tv {
 namespace {
 
-struct ThrowCase {
-    void (*body)();
-    const char* reason;
-};
-
-const ThrowCase kThrows[] = {
-    {[] {}, "no report"},
-    {[] { throw std::bad_alloc(); }, "Out of memory."},
-    {[] { throw std::length_error("too long"); }, "too long"},
-    {[] { throw 1; }, "Unknown internal failure."},
-};
-
 struct FloatingPoint {
     uint16_t control = 0;
     uint32_t mxcsr = 0;
     uint16_t status = 0;
+
+    FloatingPoint& read() {
+        asm volatile("fnstcw %0\n\tstmxcsr %1\n\tfnstsw %2"
+                     : "=m"(control), "=m"(mxcsr), "=m"(status));
+        return *this;
+    }
+    void set() const {
+        asm volatile("fnclex\n\tfldcw %0\n\tldmxcsr %1" : : "m"(control), "m"(mxcsr));
+    }
 };
 
-FloatingPoint floatingPoint() {
-    FloatingPoint now;
-    asm volatile("fnstcw %0\n\tstmxcsr %1\n\tfnstsw %2"
-                 : "=m"(now.control), "=m"(now.mxcsr), "=m"(now.status));
-    return now;
-}
-
-void setFloatingPoint(const FloatingPoint& state) {
-    asm volatile("fnclex\n\tfldcw %0\n\tldmxcsr %1" : : "m"(state.control), "m"(state.mxcsr));
-}
-// The usual one, as Delphi sets it, everything unmasked, 24 bits rounded down and flushed to zero.
-const FloatingPoint kHosts[] = {{0x037F, 0x1F80}, {0x1332, 0x1900}, {0x0300, 0}, {0x047F, 0xBFC0}};
-
 TEST(ExportGuard, nothingThrownPassesAndTheHostsFloatingPointStateComesBack) {
-    const FloatingPoint usual = floatingPoint();
-    for (const FloatingPoint& host : kHosts) {
-        for (const ThrowCase& thrown : kThrows) {
+    const std::pair<void (*)(), std::string> throwing[] = {
+        {[] {}, "no report"},
+        {[] { throw std::bad_alloc(); }, "Out of memory."},
+        {[] { throw std::length_error("too long"); }, "too long"},
+        {[] { throw 1; }, "Unknown internal failure."}};
+    const FloatingPoint usual = FloatingPoint().read();
+    // As Delphi sets it, everything unmasked, 24 bits rounded down and flushed to zero.
+    for (const FloatingPoint& host : {usual, FloatingPoint{0x1332, 0x1900},
+                                      FloatingPoint{0x0300, 0}, FloatingPoint{0x047F, 0xBFC0}}) {
+        for (const auto& [body, expected] : throwing) {
             std::string reason = "no report";
-            FloatingPoint inside;
-            setFloatingPoint(host);
-            const FloatingPoint before = floatingPoint();  // reserved bits read as they please
+            FloatingPoint before, inside, after;
+            host.set();
+            before.read();  // reserved bits read as they please
             guarded(
                 [&] {
-                    inside = floatingPoint();
+                    inside.read();
                     const volatile long double zero = 0;
                     const volatile double zeroOnSse = 0;
                     [[maybe_unused]] const volatile long double undefined = zero / zero;
                     [[maybe_unused]] const volatile double infinite = 1 / zeroOnSse;
-                    thrown.body();
+                    body();
                 },
                 [&](const char* text) {
                     reason = text;
                     throw std::bad_alloc();
                 });
-            const FloatingPoint after = floatingPoint();
-            setFloatingPoint(usual);
-            EXPECT_EQ(reason, thrown.reason);
+            after.read();
+            usual.set();
+            EXPECT_EQ(reason, expected);
             EXPECT_EQ(after.control, before.control) << reason;
             EXPECT_EQ(after.mxcsr, before.mxcsr) << reason;
             EXPECT_EQ(after.status & 0x3F, 0) << reason;
