@@ -79,12 +79,6 @@ private:
     bool first_ = true;
 };
 
-void sayLog(Job& job, _tvLogger& log) {
-    std::string text;
-    log.getText(text);
-    job.say("log", text);
-}
-
 void send(Job& job, std::unique_ptr<ClsMailMan>& mailMan) {
     const bool keep = job.number("keep") != 0;
     if (!keep || !mailMan) mailMan = std::make_unique<ClsMailMan>();
@@ -172,7 +166,7 @@ bool talk(CallContext& call, Socket2& socket, const std::string& how, int lines,
 
 using Slots = std::map<std::string, std::shared_ptr<TlsSessionSlot>>;
 
-void connectTls(Job& job, LaterClock& clock, Slots& slots) {
+void connectTls(Job& job, _tvLogger& log, LaterClock& clock, Slots& slots) {
     if (job.number("list")) {
         std::string suites;
         for (const tls::CipherSuite* suite : tls::offeredSuites({}, [](uint32_t) { return 0u; }))
@@ -181,7 +175,6 @@ void connectTls(Job& job, LaterClock& clock, Slots& slots) {
         return job.say("suites", suites);
     }
     clock.seconds = static_cast<uint64_t>(job.number("later"));
-    _tvLogger log;
     CallContext call{log};
     log.setVerbose(true);
     log.setOptions(job.text("options"));
@@ -209,12 +202,10 @@ void connectTls(Job& job, LaterClock& clock, Slots& slots) {
         job.say("group", tls::groupName(facts->group));
         job.say("resumed", facts->resumed);
     }
-    sayLog(job, log);
     socket.close(call, !ok, kIdleMs);
 }
 
-void resolve(Job& job) {
-    _tvLogger log;
+void resolve(Job& job, _tvLogger& log) {
     CallContext call{log};
     std::vector<plat::IpAddress> found;
     resolverState().requireTls = job.number("tls");
@@ -229,20 +220,17 @@ void resolve(Job& job) {
         addresses += plat::toText(address) + ' ';
     job.say("ok", !failure);
     job.say("found", addresses);
-    sayLog(job, log);
 }
 
-void login(Job& job) {
+void login(Job& job, _tvLogger& log) {
     SmtpConnImpl connection;
     connection.settings.smtpHost.setUtf8("127.0.0.1");
     connection.settings.smtpPort = job.number("port");
-    _tvLogger log;
     CallContext call{log};
     SaslPackage package(SaslPackage::Package::Ntlm, XString(job.text("user")),
                         XString(job.text("password")), XString(), XString("127.0.0.1"));
     job.say("ok", !connection.smtpConnect(call) && !runSasl(call, package, connection));
     job.say("transcript", connection.sessionLog().text());
-    sayLog(job, log);
 }
 
 }  // namespace
@@ -261,9 +249,13 @@ int main(int argc, char** argv) {
         for (std::string word; std::getline(words, word, '\t');)
             job.add(word);
         if (what == "send") tv::send(job, mailMan);
-        if (what == "tls") tv::connectTls(job, clock, slots);
-        if (what == "resolve") tv::resolve(job);
-        if (what == "login") tv::login(job);
+        tv::_tvLogger log;
+        if (what == "tls") tv::connectTls(job, log, clock, slots);
+        if (what == "resolve") tv::resolve(job, log);
+        if (what == "login") tv::login(job, log);
+        std::string text;
+        log.getText(text);
+        if (what != "send") job.say("log", text);
         std::cout << "}" << std::endl;
         for (const auto& [name, value] : job.words) {
             std::cerr << "probe: nobody takes " << name << "=" << value << "\n";

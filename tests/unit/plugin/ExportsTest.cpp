@@ -162,7 +162,7 @@ TEST_F(Exports, settingsReachTheMailManagerAndInitialiseStartsAnew) {
         EXPECT_EQ(settings().startTls, (flag & 0xFF) != 0) << flag;
     }
     prepareMessage();
-    ::setBody("{LO{LOGO}GO}{logo}{LOGO");
+    ::setBody("a{LOGO}b{LOGO}{logo}{LOGO");
     ::setLogging();
     ::setVerboseLogging();
     EXPECT_TRUE(mailMan().verboseLogging());
@@ -176,9 +176,9 @@ TEST_F(Exports, settingsReachTheMailManagerAndInitialiseStartsAnew) {
     EXPECT_EQ(defaultNtlmVersion(), -2147483647 - 1);
     EXPECT_EQ(state.logDirectory(), directory);
     ::setLogo("no-such-logo.png");
-    EXPECT_EQ(state.body(), "{LOGO}{logo}{LOGO");
+    EXPECT_EQ(state.body(), "ab{LOGO}{logo}{LOGO");
     ::setLogo(testDataPath("mail/sends.txt").c_str());
-    EXPECT_TRUE(state.body().starts_with("<img title=\"logo\" src=\"cid:")) << state.body();
+    EXPECT_TRUE(state.body().starts_with("ab<img title=\"logo\" src=\"cid:")) << state.body();
     EXPECT_TRUE(state.body().ends_with("\" style=\"width: 100%; height: auto;\">{logo}{LOGO"));
 }
 
@@ -254,31 +254,22 @@ TEST_F(Exports, aFailedTrialKeepsTheMessageAndASendLeavesOnlyTheSender) {
     ::setAttachment(testDataPath("mail/sends.txt").c_str());
     net.refuse(kServer, kPort);
     expectFailure("VerifySmtpConnection");
-    const FakeLink& link = serveMessage("open; transaction; delivered");
+    // All messages go over one connection.
+    const FakeLink& link = serveMessage(
+        "open; transaction; mail; rcpt2 551 gone; rset; "
+        "'MAIL FROM:<second@example.test>' 250 ok; rcpt3; data; text; quit");
     expectSent();
-    for (const char* text : {"Subject: =?utf-8?Q?T=C3=A1rgy?=\r\n", "<p>Body of it</p>", "sends"})
+    const std::vector texts = {"Subject: =?utf-8?Q?T=C3=A1rgy?=\r\n", "<p>Body of it</p>", "sends"};
+    for (const char* text : texts)
         EXPECT_TRUE(contains(link.fromClient, text)) << text;
     EXPECT_EQ(state.body(), "<p>Body of it</p>");
 
-    EXPECT_EQ(::setRecipient("bela@to.test"), 1);
-    serve("trial");
-    expectSent();
-    const std::string second = link.fromClient.substr(link.fromClient.rfind("MAIL FROM"));
-    for (const char* text : {"Body of it", "rgy", "sends"})
-        EXPECT_FALSE(contains(second, text)) << text;  // there was no setLogo
-    EXPECT_TRUE(contains(second, "\r\nFrom: anna@from.test\r\n"));
-}
-
-TEST_F(Exports, aRefusedMessageLeavesItsTranscriptAndIsGone) {
-    prepareMessage();
-    // The next messages go over the same connection.
-    serveMessage(
-        "open; mail; rcpt 550 no such user; rset; mail; rcpt2 551 gone; rset; "
-        "'MAIL FROM:<second@example.test>' 250 ok; rcpt3; data; text; quit");
-    EXPECT_FALSE(contains(expectFailure("550 no such user"), "VerifySmtpConnection"));
     EXPECT_EQ(::setRecipient("cili@to.test"), 1);
+    ::setSubject("Lost");
     serve("trial");
-    EXPECT_FALSE(contains(expectFailure("551 gone"), "bela"));
+    const std::string transcript = expectFailure("551 gone");
+    EXPECT_FALSE(contains(transcript, "VerifySmtpConnection") || contains(transcript, "bela"));
+
     ::setFromAddress("second@example.test");
     ::setCC("copy@example.test");
     ::setBCC("blind@example.test");
@@ -286,6 +277,10 @@ TEST_F(Exports, aRefusedMessageLeavesItsTranscriptAndIsGone) {
     EXPECT_EQ(::setRecipient("dora@to.test"), 1);
     serve("trial");
     expectSent();
+    const std::string last = link.fromClient.substr(link.fromClient.rfind("MAIL FROM"));
+    EXPECT_TRUE(contains(last, "\r\nFrom: second@example.test\r\n"));
+    for (const char* text : {"Subject", "Body of it", "sends"})
+        EXPECT_FALSE(contains(last, text)) << text;  // there was no setLogo
 }
 
 // Memory runs out while the library waits for the server. The server would take the next message's
@@ -325,6 +320,53 @@ TEST_F(Exports, anExceptionEndsAtTheExportAndItsConnectionIsNotUsedAgain) {
     }
 }
 
+#if defined(__i386__) || defined(__x86_64__)
+
+struct FloatingPoint {
+    uint16_t control = 0;
+    uint32_t mxcsr = 0;
+    uint16_t status = 0;
+
+    FloatingPoint& read() {
+        asm volatile("fnstcw %0\n\tstmxcsr %1\n\tfnstsw %2"
+                     : "=m"(control), "=m"(mxcsr), "=m"(status));
+        return *this;
+    }
+    void set() const {
+        asm volatile("fnclex\n\tfldcw %0\n\tldmxcsr %1" : : "m"(control), "m"(mxcsr));
+    }
+};
+
+TEST_F(Exports, bringTheHostsFloatingPointStateBack) {
+    FloatingPoint usual, before, inside, after;
+    usual.read();
+    dialog.whileOpen = [&] {
+        if (dialog.texts.size() % 2 != 0) inside.read();
+        const volatile long double zero = 0;
+        const volatile double zeroOnSse = 0;
+        [[maybe_unused]] const volatile long double undefined = zero / zero;
+        [[maybe_unused]] const volatile double infinite = 1 / zeroOnSse;
+        throw 1;  // for which the box is opened once more
+    };
+    // As Delphi sets it, everything unmasked, 24 bits rounded down and flushed to zero.
+    const FloatingPoint hosts[] = {usual, {0x1332, 0x1900}, {0x0300, 0}, {0x047F, 0xBFC0}};
+    for (const FloatingPoint& host : hosts) {
+        host.set();
+        before.read();  // reserved bits read as they please
+        ::setAttachment("missing");
+        after.read();
+        usual.set();
+        EXPECT_EQ(after.control, before.control);
+        EXPECT_EQ(after.mxcsr, before.mxcsr) << host.control;
+        EXPECT_EQ(after.status & 0x3F, 0) << host.control;
+        EXPECT_EQ(inside.control, 0x037F) << host.control;
+        EXPECT_EQ(inside.mxcsr, 0x1F80u) << host.control;
+        EXPECT_TRUE(dialog.texts.back().ends_with(": Unknown internal failure."));
+    }
+}
+
+#endif
+
 TEST_F(Exports, theErrorTextStaysWhateverOthersDo) {
     prepareMessage();
     net.refuse(kServer, kPort);
@@ -348,8 +390,7 @@ size_t named(std::string_view text) {
 // Against a real server: whatever meets whatever, no message goes out in part and what the sends
 // report is what the server has.
 TEST(Threads, allExportsAtTheSameTime) {
-    std::mutex lock;
-    std::vector<std::pair<std::string, std::string>> messages;           // envelope, text
+    std::atomic<int> accepted = 0, senders = 3, taken = 0;
     const LoopbackServer server([&](LoopbackServer::Connection& peer) {  // takes every message
         std::string envelope;
         peer.send("220 sink\r\n");
@@ -359,8 +400,8 @@ TEST(Threads, allExportsAtTheSameTime) {
             if (line == "DATA\r\n") {
                 peer.send("354 go ahead\r\n");
                 const std::string text = peer.receiveUntil("\r\n.\r\n");
-                const std::lock_guard guard(lock);
-                messages.emplace_back(envelope, text);
+                EXPECT_EQ(named(text.substr(0, text.find("\r\n\r\n"))), named(envelope)) << text;
+                ++taken;
             }
             peer.send("250 ok\r\n");
         }
@@ -368,7 +409,6 @@ TEST(Threads, allExportsAtTheSameTime) {
     FakeDialog dialog;
     dialog.whileOpen = [] { ::setSubject("from the box"); };
     const OwnState state;
-    std::atomic<int> accepted = 0, senders = 3;
     const auto startAnew = [&] {  // the port first: nobody else's server is to be met
         ::Initialise();
         ::setSmtpPort(server.port());
@@ -394,8 +434,8 @@ TEST(Threads, allExportsAtTheSameTime) {
     const auto setAll = [&] {
         while (senders > 0) {
             setTexts("<p>{LOGO}</p>");
-            for (const auto set : {::setUseSSL, ::setStartTls})
-                set(0);
+            ::setUseSSL(0);
+            ::setStartTls(0);
             ::setSmtpAuthMethod("NONE");
             ::setDefaultNtlmVersion(2);
             ::setNoopCount(1);
@@ -416,9 +456,7 @@ TEST(Threads, allExportsAtTheSameTime) {
 
     EXPECT_FALSE(dialog.texts.empty());
     EXPECT_GT(accepted, 0);
-    EXPECT_EQ(messages.size(), static_cast<size_t>(accepted));
-    for (const auto& [envelope, text] : messages)
-        EXPECT_EQ(named(text.substr(0, text.find("\r\n\r\n"))), named(envelope)) << text;
+    EXPECT_EQ(taken, accepted);
 }
 
 }  // namespace
