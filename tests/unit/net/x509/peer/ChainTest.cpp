@@ -182,6 +182,10 @@ const Row kRows[] = {
     {"GoodWithExtras", None, "extra=root; extra=leaf"},
     // The same name and key, issued by a root that nobody knows; OpenSSL tries one issuer alone.
     {"GoodCrossSign", None, "extra=middle; extra.issuer=Unknown; extra.signer=unknown", kDiffers},
+    {"SelfIssuedCountsForNoLengthAndNoConstraint", None,
+     "extra=middle; extra.key=P-384 other; middle.issuer=Middle; middle.signer=P-384 other; "
+     "extra.names=permitted;dirName:d\n[d]\nCN=mail.example.com; "
+     "root.basicConstraints=critical,CA:TRUE,pathlen:1", kDiffers},
     {"GoodBrainpool256", None, "leaf.key=brainpoolP256r1"},
     {"GoodBrainpool384", None, "leaf.key=brainpoolP384r1"},
     {"GoodBrainpool512", None, "leaf.key=brainpoolP512r1"},
