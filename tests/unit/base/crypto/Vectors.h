@@ -1,7 +1,6 @@
 // Published examples, made by hand or of Project Wycheproof, and the forms that they are run with.
 #pragma once
 
-#include <cstdio>
 #include <functional>
 
 #include "base/Ascii.h"
@@ -35,15 +34,6 @@ inline crypto::RandomSource repeating(Bytes bytes) {
     };
 }
 
-inline crypto::HashId hashNamed(std::string name) {  // sha256, SHA-256, HMACSHA256
-    const char* const names[] = {"md5", "sha1", "sha256", "sha384", "sha512"};  // as in HashId
-    std::erase(name, '-');
-    for (size_t i = 0; i < std::size(names); ++i) {
-        if (asciiLower(name).ends_with(names[i])) return static_cast<crypto::HashId>(i);
-    }
-    throw std::runtime_error("no hash: " + name);
-}
-
 // One example: what it holds stands in the test, in its group or at the head of the file.
 struct Vector {
     const Json &test, &group, &file;
@@ -56,16 +46,20 @@ struct Vector {
         return static_cast<size_t>((*this)[name].number());
     }
     bool isValid() const { return !test.has("result") || test["result"].text() == "valid"; }
-    crypto::HashId hash() const {
+    crypto::HashId hash() const {  // of sha256, SHA-256, HMACSHA256
+        const char* const names[] = {"md5", "sha1", "sha256", "sha384", "sha512"};  // as in HashId
         const bool named = test.has("sha") || group.has("sha");
-        return hashNamed((*this)[named ? "sha" : "algorithm"].text());
+        std::string name = asciiLower((*this)[named ? "sha" : "algorithm"].text());
+        std::erase(name, '-');
+        const auto found = std::ranges::find_if(names, [&](auto n) { return name.ends_with(n); });
+        if (found == std::end(names)) throw std::runtime_error("no hash: " + name);
+        return static_cast<crypto::HashId>(found - names);
     }
     // Of the message; "md5sha1" has one behind the other.
     Bytes digest() const {
-        const Bytes message = bytes("msg");
-        std::string digits = hexLower(crypto::Hash::of(hash(), message));
+        std::string digits = hexLower(crypto::Hash::of(hash(), bytes("msg")));
         if ((*this)["sha"].text() == "md5sha1") {
-            digits = hexLower(crypto::Hash::of(crypto::HashId::kMd5, message)) + digits;
+            digits = hexLower(crypto::Md5::of(bytes("msg"))) + digits;
         }
         return bytesOfHex(digits);
     }
@@ -88,7 +82,6 @@ inline void forEachTest(const std::string& path, const Check& check) {
         }
     }
     EXPECT_EQ((*file)["numberOfTests"].number(), run);
-    std::printf("[ VECTORS  ] %s: %d run\n", path.c_str(), run);
 }
 
 // Every example of vectors.json under that name, then of the Wycheproof files.
