@@ -152,8 +152,7 @@ TEST(DebugFile, getsEveryLine) {
               "outer:\n    inner:\n        error\n        name: value\r\n    (leaveContext)\n"
               "(leaveContext 5ms)\n");
     std::remove(path.c_str());
-    for (const std::string& none : {std::string("no such folder/x/y"), testing::TempDir() + "tv\\",
-                                    testing::TempDir() + "tv/", std::string("/")}) {
+    for (const std::string none : {"no such folder/x/y", "tv\\", "tv/", "/"}) {
         log.clearLog();
         log.setDebugLogPath(none);
         EXPECT_TRUE(log.logInfo("kept")) << none;
@@ -190,13 +189,12 @@ TEST(ClsBase, givesTheAccountOfTheLastOperation) {
                "-bit|    Language: C|    VerboseLogging: " + (verbose ? "1" : "0") +
                "|    at work|    " + (success ? "Success." : "Failed.") + "|  --Act|";
     };
-    EXPECT_FALSE(thing.act(false));
-    EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), account(false, false));
     thing.setVerboseLogging(true);
     EXPECT_THROW(thing.act(true, true), std::bad_alloc);
     EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), account(true, false));
+    thing.setVerboseLogging(false);
     EXPECT_TRUE(thing.act(true)) << "the lock is free again";
-    EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), account(true, true));
+    EXPECT_EQ(entriesOf(thing.lastErrorText().utf8()), account(false, true));
 }
 
 }  // namespace
