@@ -3,19 +3,20 @@
 
     run.py PROGRAM [PROGRAM32]
 
-Each form of each primitive is measured by one of two methods: "memcheck" (valgrind, secrets count as
-undefined) where valgrind knows the instructions, else "steps" (Stepper.h). Prints form x method and
-fails if one differs, if one that this CPU has was not measured, or if a method misses the leak that
-was put in for it.
+Each form is measured by one of two methods: "memcheck" (valgrind, secrets count as undefined) where
+valgrind knows the instructions, else "steps" (Stepper.h). Fails if one differs, if one that this CPU
+has was not measured, or if a method misses the leak that was put in for it.
 """
 import concurrent.futures
+import functools
 import re
 import subprocess
 import sys
 
 LEAK = "LEAK:portable"
 FUNCTION = re.compile(r"^[0-9a-f]+ <([^.]\S*)>:$")  # no labels of jump tables
-PLACE = re.compile(r"^ *([0-9a-f]+):\t(?:bnd |notrack )?((?:rep\w* )?\w+) *(\*?)")
+# An indirect jump or call, a repeated instruction, a conditional jump.
+PLACE = re.compile(r"^ *([0-9a-f]+):\t(?:bnd |notrack )?(?:\w+ *\*|rep\w* (?!ret)|j(?!mp))")
 
 
 def output(*command, **options):
@@ -34,44 +35,36 @@ def places(program):
         if named := FUNCTION.match(line):
             function = named[1]
         elif (found := PLACE.match(line)) and "stepper" not in function:
-            address, name, star = found.groups()
-            kind = "r" if name.startswith("rep") and not name.endswith("ret") else "s" if star else \
-                "c" if name.startswith("j") and name != "jmp" else ""
-            if kind:
-                lines.append(f"{kind} {int(address, 16) - start:x}")
+            lines.append(f"{int(found[1], 16) - start:x}")
     return "\n".join(lines)
 
 
 def steps(program, forms):
     """In two processes, for two processors."""
-    text = places(program)
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
-        jobs = [pool.submit(output, program, "steps", *forms[i::2], input=text) for i in range(2)]
-        return {form: result for job in jobs for form, result in results(job.result()).items()}
+        half = functools.partial(output, program, "steps", input=places(program))
+        return results("".join(pool.map(lambda i: half(*forms[i::2]), range(2))))
 
 
 def measure(program, bits):
     """Prints a row for each form and returns what is wrong."""
-    listed = results(output(program, "list"))
+    listed = results(output(program))
     checked = results(output("valgrind", "--quiet", "--error-limit=no", program, "memcheck"))
-    usable = [form for form, state in listed.items() if state == "usable"]
-    stepped = steps(program, [LEAK] + [form for form in usable if form not in checked])
-    failures = [f"{bits}-bit {form}: not measured" for form in usable if form not in {**checked, **stepped}]
+    stepped = steps(program, [LEAK] + [form for form in listed if listed[form] == "usable" and form not in checked])
+    failures = []
     for form, state in listed.items():
-        primitive, name = form.rsplit(":", 1)
-        found = [(m, rows[form]) for m, rows in (("memcheck", checked), ("steps", stepped)) if form in rows]
-        missing = "not measured" if state == "usable" else "this CPU has not the instructions"
-        for method, result in found or [("", missing)]:
-            print(f"| {primitive} | {name}, {bits}-bit | {method} | {result} |", flush=True)
+        found = [(method, rows[form]) for method, rows in (("memcheck", checked), ("steps", stepped)) if form in rows]
+        for method, result in found or [("", state)]:
+            print(f"| {form}, {bits}-bit | {method} | {result} |", flush=True)
         failures += [f"{bits}-bit {form}, {method}: {result}" for method, result in found
                      if result.startswith("same") == (form == LEAK)]
-        if form == LEAK and len(found) != 2:
-            failures.append(f"{bits}-bit: a method was not tried on the leak")
+        if len(found) < (2 if form == LEAK else state == "usable"):
+            failures.append(f"{bits}-bit {form}: a method was not tried")
     return failures
 
 
 def main():
-    print("| what | form | method | over all secrets |\n|---|---|---|---|")
+    print("| what:form | method | over all secrets |\n|---|---|---|")
     failures = [failure for program, bits in zip(sys.argv[1:], (64, 32)) for failure in measure(program, bits)]
     for failure in failures:
         print(f"failed: {failure}")
