@@ -26,6 +26,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "log/tvLogger.h"
 #include "mail/ClsMailMan.h"
