@@ -408,29 +408,33 @@ TEST_P(CurveTest, verifiesSumsOfRelatedPoints) {
 #ifndef __SANITIZE_ADDRESS__  // which lays the stack out otherwise
 constexpr size_t kStackSeen = 128 * 1024;
 
-// What calls left below this frame, which is clean then.
-__attribute__((noinline)) std::vector<uint8_t> takeStack() {
+__attribute__((noinline)) void clearStack() {
     uint8_t below[kStackSeen];
-    __asm__ __volatile__("" : "=m"(below));  // as it was left
-    std::vector<uint8_t> left(below, below + kStackSeen);
     std::memset(below, 0, sizeof below);
     __asm__ __volatile__("" : : "r"(below) : "memory");
-    return left;
+}
+
+// Into memory that is there: where an allocation lies would be another difference.
+__attribute__((noinline)) void copyStack(std::vector<uint8_t>& out) {
+    uint8_t below[kStackSeen];
+    __asm__ __volatile__("" : "=m"(below));  // as it was left
+    std::memcpy(out.data(), below, sizeof below);
 }
 
 // How many bytes of the stack tell work() after choose(0) from work() after choose(1): what it
 // keeps there of the secret that was chosen.
 template <class Choose, class Work>
 size_t stackResidue(Choose choose, Work work) {
-    std::vector<uint8_t> left[2];
+    std::vector<uint8_t> left[2] = {std::vector<uint8_t>(kStackSeen),
+                                    std::vector<uint8_t>(kStackSeen)};
     // Things are made on first use: two runs with the first secret. What counts the runs stands in
     // no register, which the work would save on its stack.
     volatile size_t run = 0;
     while (run < 3) {
         choose(run / 2);
-        takeStack();
+        clearStack();
         work();
-        left[run / 2] = takeStack();
+        copyStack(left[run / 2]);
         const size_t next = run + 1;
         run = next;
     }
