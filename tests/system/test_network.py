@@ -7,6 +7,7 @@ import copy
 import ctypes
 import os
 import shutil
+import socket
 import subprocess
 import threading
 import time
@@ -78,6 +79,17 @@ class Machine:
         return f"/proc/{os.getpid()}/task/{threading.get_native_id()}/ns/net"
 
 
+def wait_for_cable(port):
+    """A fresh link loses its first packets, or knows no way."""
+    deadline = time.monotonic() + 30
+    while True:
+        try:
+            return socket.create_connection((FAR, port), 5).close()
+        except OSError:
+            assert time.monotonic() < deadline
+            time.sleep(0.05)
+
+
 @pytest.fixture(scope="module")
 def network(tmp_path_factory):
     """`near` has the plug-in and a name server; `far` has the `receivers`, `watched` and all `ports`."""
@@ -132,6 +144,7 @@ def test_table(network, near_product, case):
     network.passed.clear()
     network.far.ip("link set tvfar up")  # the row before may have cut the cable
     network.far.ip(f"-6 addr replace {FAR6}/64 dev tvfar nodad")
+    network.near.run(wait_for_cable, network.ports["mail"])
     with network.near.run(Probe, near_product, "send", SmtpHost=host, **words) as probe:
         probe.start()
         if "bytes" in words:
