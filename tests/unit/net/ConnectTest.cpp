@@ -215,6 +215,7 @@ TEST_F(Connect, aHelloWithoutAnAnswerIsRepeatedWithoutTls13) {
         const char* failure;
     } kCases[] = {
         {"closed", "", false, {"", ""}, kLost},
+        {"closed, verifying", "", true, {"", ""}, kLost},
         {"refused", "", false, {"", refusal}, "\"inappropriate fallback\""},
         {"refused, verifying", "", true, {"", refusal}, "set TlsProtocol to \"TLS 1.2 or lower\""},
         {"without 1.3", "TLS 1.2 or lower", true, {""}, kLost},

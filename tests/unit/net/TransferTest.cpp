@@ -258,7 +258,8 @@ TEST_F(Transfer, boundToALocalAddress) {
 
 // A second reader, and anybody who comes while the socket is being closed, is refused at once.
 TEST_F(Transfer, aSecondThreadIsRefused) {
-    connectTo({say("x\r\n")}).latencyMs = 500;
+    FakeLink& link = connectTo({say("x\r\n")});
+    link.latencyMs = 500;
     net.onWait = [&] {
         net.onWait = nullptr;
         EXPECT_EQ(line(100), "");
@@ -272,6 +273,7 @@ TEST_F(Transfer, aSecondThreadIsRefused) {
     };
     EXPECT_EQ(line(), "");
     expectLogged(log, "Another thread is closing this socket.");
+    EXPECT_TRUE(link.closedByClient);
     connectTo({});  // usable again
     socket.close(call, true, 0);
 }
