@@ -119,6 +119,8 @@ constexpr Row kRows[] = {
     {Cause::SomeBadRecipients, Stage::Recipients, "SomeBadRecipients"},
     {Cause::DataFailure, Stage::Data, "DataFailure"},
     {Cause::RenderFailed, Stage::Rendering, "RenderFailed"},
+    {Cause::SettingsUnusable, Stage::Local, "SettingsUnusable"},
+    {Cause::MessageTooLarge, Stage::Ehlo, "MessageTooLarge"},
 };
 
 const Row& rowOf(Cause cause) {

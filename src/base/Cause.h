@@ -117,6 +117,8 @@ enum class Cause : uint8_t {
     SomeBadRecipients = 228,
     DataFailure = 229,
     RenderFailed = 230,
+    SettingsUnusable = 231,  // what the settings file says, or that it cannot be read
+    MessageTooLarge = 232,   // for what the server announced, where that is heeded
 };
 
 // The stage that a cause belongs to; None where it can come at any.

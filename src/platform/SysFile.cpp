@@ -5,11 +5,11 @@
 
 namespace tv::plat {
 
-bool readFileStart(std::string_view utf8Path, size_t most, std::string& out) {
+namespace {
+
+bool readStart(SysFile& file, size_t most, std::string& out) {
     constexpr size_t kStep = 65536;  // so that a small file takes little memory
     out.clear();
-    SysFile file;
-    if (!file.openRead(utf8Path)) return false;
     while (out.size() < most) {
         const size_t have = out.size();
         out.resize(have + std::min(kStep, most - have));
@@ -19,6 +19,25 @@ bool readFileStart(std::string_view utf8Path, size_t most, std::string& out) {
         if (got == 0) break;
     }
     return true;
+}
+
+}  // namespace
+
+bool readFileStart(std::string_view utf8Path, size_t most, std::string& out) {
+    out.clear();
+    SysFile file;
+    return file.openRead(utf8Path) && readStart(file, most, out);
+}
+
+std::string readTrustedFile(std::string_view utf8Path, size_t most, TrustedFile& out) {
+    SysFile file;
+    if (!file.openRead(utf8Path)) {
+        return isRegularFile(utf8Path) ? "cannot be read by this program" : "is no file";
+    }
+    std::string why = file.distrust(utf8Path, out.othersRead);
+    if (!why.empty()) return why;
+    if (!file.stamp(out.stamp) || !readStart(file, most + 1, out.bytes)) return "cannot be read";
+    return out.bytes.size() > most ? "is far too large" : "";
 }
 
 }  // namespace tv::plat

@@ -1,6 +1,7 @@
 // Files by their POSIX descriptors.
 #include "platform/SysFile.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -22,6 +23,18 @@ int openRetrying(const std::string& path, int flags) {
         fd = ::open(path.c_str(), flags | O_CLOEXEC, S_IRUSR | S_IWUSR);
     } while (fd < 0 && errno == EINTR);
     return fd;
+}
+
+FileStamp stampOf(const struct stat& info) {
+    constexpr uint64_t kNsPerSecond = 1000000000;
+    FileStamp stamp;
+    stamp.size = static_cast<uint64_t>(info.st_size);
+    stamp.modified = static_cast<uint64_t>(info.st_mtim.tv_sec) * kNsPerSecond +
+                     static_cast<uint64_t>(info.st_mtim.tv_nsec);
+    // One file system has the settings of a machine: its device shifts what would be alike.
+    stamp.identity =
+        static_cast<uint64_t>(info.st_ino) ^ (static_cast<uint64_t>(info.st_dev) << 40);
+    return stamp;
 }
 
 bool isRegular(int fd) {
@@ -71,6 +84,22 @@ bool SysFile::read(void* out, size_t size, size_t& got) {
     return true;
 }
 
+std::string SysFile::distrust(std::string_view, bool& othersRead) const {
+    struct stat info;
+    if (!isOpen() || fstat(descriptor(handle_), &info) != 0) return "cannot be read";
+    if (info.st_uid != 0 && info.st_uid != geteuid()) return "belongs to another user";
+    if ((info.st_mode & S_IWOTH) != 0) return "can be changed by anybody";
+    othersRead = (info.st_mode & S_IROTH) != 0;
+    return {};
+}
+
+bool SysFile::stamp(FileStamp& out) const {
+    struct stat info;
+    if (!isOpen() || fstat(descriptor(handle_), &info) != 0) return false;
+    out = stampOf(info);
+    return true;
+}
+
 bool SysFile::write(const void* data, size_t size) {
     const char* from = static_cast<const char*>(data);
     while (size > 0) {
@@ -108,10 +137,27 @@ bool isRegularFile(std::string_view utf8Path) {
 bool fileStamp(std::string_view utf8Path, FileStamp& out) {
     struct stat info;
     if (stat(std::string(utf8Path).c_str(), &info) != 0) return false;
-    out.size = static_cast<uint64_t>(info.st_size);
-    out.modified = static_cast<uint64_t>(info.st_mtim.tv_sec) * 1000000000 +
-                   static_cast<uint64_t>(info.st_mtim.tv_nsec);
+    out = stampOf(info);
     return true;
+}
+
+bool renameFile(std::string_view utf8From, std::string_view utf8To) {
+    return rename(std::string(utf8From).c_str(), std::string(utf8To).c_str()) == 0;
+}
+
+bool removeFile(std::string_view utf8Path) {
+    return unlink(std::string(utf8Path).c_str()) == 0;
+}
+
+std::vector<std::string> namesIn(std::string_view utf8Folder) {
+    std::vector<std::string> names;
+    DIR* const folder = opendir(std::string(utf8Folder).c_str());
+    if (!folder) return names;
+    while (const dirent* entry = readdir(folder)) {
+        names.emplace_back(entry->d_name);
+    }
+    closedir(folder);
+    return names;
 }
 
 std::string currentDirectory() {

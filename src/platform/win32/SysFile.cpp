@@ -25,6 +25,42 @@ OVERLAPPED claimedByte() {
     return place;
 }
 
+bool stampOf(HANDLE file, FileStamp& out) {
+    BY_HANDLE_FILE_INFORMATION info;
+    if (!GetFileInformationByHandle(file, &info)) return false;
+    const auto joined = [](DWORD high, DWORD low) { return (uint64_t{high} << 32) | low; };
+    out.size = joined(info.nFileSizeHigh, info.nFileSizeLow);
+    out.modified = joined(info.ftLastWriteTime.dwHighDateTime, info.ftLastWriteTime.dwLowDateTime);
+    out.identity = joined(info.nFileIndexHigh, info.nFileIndexLow) ^ info.dwVolumeSerialNumber;
+    return true;
+}
+
+// Where an open file really lies, without the mark of paths taken by the letter; empty where the
+// system cannot tell (before Windows Vista, and in some network folders).
+std::wstring finalPath(HANDLE file) {
+    using GetFinalPath = DWORD(WINAPI*)(HANDLE, LPWSTR, DWORD, DWORD);
+    const HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
+    const auto get = reinterpret_cast<GetFinalPath>(
+        reinterpret_cast<void (*)()>(GetProcAddress(kernel, "GetFinalPathNameByHandleW")));
+    constexpr DWORD kLongest = 32768;
+    std::wstring path(kLongest, L'\0');
+    const DWORD size = get ? get(file, path.data(), kLongest, 0) : 0;
+    path.resize(size < kLongest ? size : 0);
+    return path.starts_with(L"\\\\?\\") ? path.substr(4) : path;
+}
+
+// The path in full, with the long form of each short name.
+std::wstring fullPath(std::string_view utf8Path) {
+    constexpr DWORD kLongest = 32768;
+    std::wstring full(kLongest, L'\0');
+    DWORD size = GetFullPathNameW(widen(utf8Path).c_str(), kLongest, full.data(), nullptr);
+    full.resize(size < kLongest ? size : 0);
+    std::wstring path(kLongest, L'\0');
+    size = GetLongPathNameW(full.c_str(), path.data(), kLongest);
+    path.resize(size < kLongest ? size : 0);
+    return path.empty() ? full : path;
+}
+
 DWORD stepOf(size_t size) {
     return size > kLargestStep ? kLargestStep : static_cast<DWORD>(size);
 }
@@ -74,6 +110,17 @@ bool SysFile::read(void* out, size_t size, size_t& got) {
     return true;
 }
 
+std::string SysFile::distrust(std::string_view utf8Path, bool& othersRead) const {
+    othersRead = false;
+    const std::wstring found = finalPath(asHandle(handle_));
+    if (found.empty() || lstrcmpiW(found.c_str(), fullPath(utf8Path).c_str()) == 0) return {};
+    return "is in truth another one, " + narrow(found);
+}
+
+bool SysFile::stamp(FileStamp& out) const {
+    return isOpen() && stampOf(asHandle(handle_), out);
+}
+
 bool SysFile::write(const void* data, size_t size) {
     const char* from = static_cast<const char*>(data);
     while (size > 0) {
@@ -113,13 +160,34 @@ bool isRegularFile(std::string_view utf8Path) {
 }
 
 bool fileStamp(std::string_view utf8Path, FileStamp& out) {
-    WIN32_FILE_ATTRIBUTE_DATA info;
-    if (!GetFileAttributesExW(widePath(utf8Path).c_str(), GetFileExInfoStandard, &info))
-        return false;
-    const auto joined = [](DWORD high, DWORD low) { return (uint64_t{high} << 32) | low; };
-    out.size = joined(info.nFileSizeHigh, info.nFileSizeLow);
-    out.modified = joined(info.ftLastWriteTime.dwHighDateTime, info.ftLastWriteTime.dwLowDateTime);
-    return true;
+    // No right to read is asked for: what is known about a file is known to all who see its folder.
+    const HANDLE file = CreateFileW(widePath(utf8Path).c_str(), FILE_READ_ATTRIBUTES, kShareAll,
+                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    const bool known = stampOf(file, out);
+    CloseHandle(file);
+    return known;
+}
+
+bool renameFile(std::string_view utf8From, std::string_view utf8To) {
+    return MoveFileExW(widePath(utf8From).c_str(), widePath(utf8To).c_str(),
+                       MOVEFILE_REPLACE_EXISTING) != 0;
+}
+
+bool removeFile(std::string_view utf8Path) {
+    return DeleteFileW(widePath(utf8Path).c_str()) != 0;
+}
+
+std::vector<std::string> namesIn(std::string_view utf8Folder) {
+    std::vector<std::string> names;
+    WIN32_FIND_DATAW found;
+    const HANDLE search = FindFirstFileW(widePath(std::string(utf8Folder) + "\\*").c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return names;
+    do {
+        names.push_back(narrow(found.cFileName));
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+    return names;
 }
 
 std::string currentDirectory() {
