@@ -92,6 +92,21 @@ Failure connectPreferringIpv6(Attempt& attempt, std::string_view host) {
     return connectAddress(attempt, address, shareOf(attempt, 2));  // IPv4 is the second
 }
 
+// The addresses that may be tried. Name servers are asked for IPv4 first, so IPv6 alone is for the
+// system's resolver.
+Failure lookUp(Attempt& attempt, std::string_view host, std::vector<plat::IpAddress>& addresses) {
+    const auto only = attempt.target.onlyFamily;
+    Failure failure = only == plat::AddressFamily::IPv6
+                          ? getAddressInfo(attempt.call, host, true, attempt.deadline, addresses)
+                          : dnsLookup(attempt.call, host, attempt.deadline, addresses);
+    if (failure || !only) return failure;
+    std::erase_if(addresses, [&](const auto& address) { return address.family != *only; });
+    if (!addresses.empty()) return {};
+    return Failure(Cause::DnsFailed, std::string("The host has no ") +
+                                         (*only == plat::AddressFamily::IPv4 ? "IPv4" : "IPv6") +
+                                         " address, and no other may be used");
+}
+
 Failure connect_domain(Attempt& attempt, std::string_view host) {
     const LogContextExitor context(attempt.call.log, "connect_domain");
     if (attempt.target.preferIpv6) {
@@ -101,10 +116,16 @@ Failure connect_domain(Attempt& attempt, std::string_view host) {
         if (final) return failure;
     }
     std::vector<plat::IpAddress> addresses;
-    if (Failure failure = dnsLookup(attempt.call, host, attempt.deadline, addresses)) {
-        return failure;
-    }
+    if (Failure failure = lookUp(attempt, host, addresses)) return failure;
     return connectAddresses(attempt, addresses);
+}
+
+// A total time-out of the call may leave less than the connect time-out.
+Deadline deadlineOf(const CallContext& call, const ConnectTarget& target) {
+    const uint64_t limitMs = target.connectTimeoutMs;
+    const bool shortened = call.total && (limitMs == 0 || call.total->leftMs() < limitMs);
+    if (shortened) return Deadline(std::max<uint64_t>(call.total->leftMs(), 1));
+    return limitMs == 0 ? Deadline::unlimited(TolvaneSocket::kEndlessConnectMs) : Deadline(limitMs);
 }
 
 Failure connectHost(Attempt& attempt, const std::string& host) {
@@ -121,11 +142,7 @@ Failure connectSocket_v2(CallContext& call, TolvaneSocket& socket, const Connect
     call.log.logData("domainOrIpAddress", target.host);
     call.log.logDataLong("port", target.port);
     call.log.logDataLong("connectTimeoutMs", target.connectTimeoutMs);
-    Attempt attempt{target, socket,
-                    target.connectTimeoutMs == 0
-                        ? Deadline::unlimited(TolvaneSocket::kEndlessConnectMs)
-                        : Deadline(target.connectTimeoutMs),
-                    call};
+    Attempt attempt{target, socket, deadlineOf(call, target), call};
     const std::string host = normalizeHost(target.host);
     if (host.empty()) {
         return fail(attempt, "Cannot connect, hostname is zero length", Cause::EmptyHostname);

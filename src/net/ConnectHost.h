@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "log/LogBase.h"
@@ -15,6 +16,7 @@ struct ConnectTarget {
     uint16_t port = 0;
     uint32_t connectTimeoutMs = 0;  // for all of it; 0: no limit in all, the usual one per step
     bool preferIpv6 = false;
+    std::optional<plat::AddressFamily> onlyFamily;  // others of its addresses are not tried
 };
 
 // On failure the socket is closed.

@@ -33,6 +33,7 @@ struct Socket2::State {
     ConnectionType type = ConnectionType::None;
     bool tcpNoDelay = false;
     bool preferIpv6 = false;
+    std::optional<plat::AddressFamily> onlyFamily;
     uint32_t connectTimeoutMs = kDefaultConnectTimeoutMs;
     std::string host;
     int port = 0;
@@ -135,7 +136,7 @@ Failure Socket2::connectTls(CallContext& call) {
 Failure Socket2::connectTcp(CallContext& call) {
     const auto state = state_;
     const ConnectTarget target{state->host, static_cast<uint16_t>(state->port),
-                               state->connectTimeoutMs, state->preferIpv6};
+                               state->connectTimeoutMs, state->preferIpv6, state->onlyFamily};
     Failure failure = state->ifAlive(connectSocket_v2(call, state->tcp, target));
     if (failure) return failure;
     state->type = ConnectionType::Plain;
@@ -263,6 +264,14 @@ void Socket2::setConnectTimeoutMs(uint32_t ms) {
 
 void Socket2::setPreferIpv6(bool on) {
     state_->preferIpv6 = on;
+}
+
+void Socket2::setOnlyFamily(std::optional<plat::AddressFamily> family) {
+    state_->onlyFamily = family;
+}
+
+void Socket2::setLocalAddress(std::string_view address) {
+    state_->tcp.setClientBind(address, 0);
 }
 
 const tls::Negotiated* Socket2::negotiated() const {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -12,6 +13,7 @@
 #include "log/LogBase.h"
 #include "net/LoggedSocket2.h"
 #include "net/stream/CallContext.h"
+#include "platform/IpAddress.h"
 
 namespace tv {
 
@@ -57,6 +59,10 @@ public:
     void setTcpNoDelay(LogBase& log, bool on);  // also remembered for the next connect
     void setConnectTimeoutMs(uint32_t ms);
     void setPreferIpv6(bool on);
+    // Addresses of the host that are of no other family; nothing: any.
+    void setOnlyFamily(std::optional<plat::AddressFamily> family);
+    // What the next connect comes from, a numeric address; empty: the system chooses.
+    void setLocalAddress(std::string_view address);
     // What the last handshake agreed on; nullptr while the connection is not TLS.
     const tls::Negotiated* negotiated() const;
     // Versions, verification and sessions of the next handshake.

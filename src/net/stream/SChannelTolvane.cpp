@@ -6,8 +6,10 @@
 #include <utility>
 
 #include "base/Ascii.h"
+#include "base/Base64.h"
 #include "base/Random.h"
 #include "base/ShuffleRandom.h"
+#include "base/crypto/Hash.h"
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
 #include "net/stream/TotalTimeout.h"
@@ -26,7 +28,8 @@ constexpr size_t kSendBatch = 4 * tls::kMaxPlaintext;  // between two looks at w
 constexpr size_t kMaxKeptInput = 65536;       // beyond it, what arrives during a send stays unread
 constexpr uint64_t kMaxHandshakeMs = 300000;  // as a greeting may (RFC 5321, 4.5.3.2.1)
 constexpr uint32_t kMaxGoodbyeMs = 1000;      // the good-bye changes nothing any more
-constexpr uint32_t kMaxVerifyMs = 60000;      // of work, where the host sets no limit
+constexpr uint64_t kWeekMs = uint64_t{7} * 24 * 3600 * 1000;
+constexpr uint32_t kMaxVerifyMs = 60000;                  // of work, where the host sets no limit
 constexpr uint64_t kFileTimeOf1970 = 116444736000000000;  // in 100 ns since 1601
 
 uint64_t wallClockMs() {
@@ -38,25 +41,37 @@ std::string withStart(std::string_view text, TlsStart start) {
 }
 
 tls::SessionScope scopeOf(std::string_view host, int port, const tls::TlsSettings& wanted,
-                          const TrustAnchors* anchors) {
+                          const TrustAnchors* anchors, std::span<const std::string> pins) {
     tls::SessionScope scope;
     scope.host = asciiLower(host);
     scope.port = port;
     scope.serverName = host;
     scope.versions = wanted.versions;
     scope.options = wanted.options;
-    scope.requireVerify = anchors != nullptr;
+    scope.requireVerify = wanted.verifiesServer;
     if (anchors) scope.anchors = anchors->identity();
+    for (const std::string& pin : pins) {
+        scope.anchors += pin;
+    }
     return scope;
 }
 
 // How long sessions may spare the verification of a chain that was verified now: no longer than its
 // certificate lasts, and a week at most, however often the server renews its tickets.
 uint64_t endOfTrustMs(const x509::Certificate& leaf, uint64_t nowMs) {
-    constexpr uint64_t kWeekMs = uint64_t{7} * 24 * 3600 * 1000;
     if (leaf.notAfter < 0) return 0;
     const uint64_t expiresMs = (static_cast<uint64_t>(leaf.notAfter) + 1) * 1000;
     return std::min(expiresMs, nowMs + kWeekMs);
+}
+
+// By the hash of the public key as the certificate has it, tag and length included (as in RFC 7469,
+// 2.4).
+x509::ChainVerdict judgePin(const x509::Certificate& leaf, std::span<const std::string> pins) {
+    const auto hash = crypto::Hash::of(crypto::HashId::kSha256, leaf.subjectPublicKeyInfo);
+    const std::string_view shown(reinterpret_cast<const char*>(hash.data()), hash.size());
+    if (pins.empty() || std::ranges::find(pins, shown) != pins.end()) return {};
+    return {x509::ChainRule::OtherKey, x509::nameText(leaf.subject), x509::nameText(leaf.issuer),
+            "sha256//" + base64Encode(shown)};
 }
 
 x509::ChainVerdict judgeKeyUsage(const x509::Certificate& leaf, const tls::CipherSuite& suite) {
@@ -81,6 +96,7 @@ tls::Alert alertOf(x509::ChainRule rule) {
         {ChainRule::NameConstraint, tls::Alert::BadCertificate},
         {ChainRule::BadConstraints, tls::Alert::BadCertificate},
         {ChainRule::BadSignature, tls::Alert::BadCertificate},
+        {ChainRule::OtherKey, tls::Alert::BadCertificate},
         {ChainRule::NotAnAuthority, tls::Alert::UnknownCa},
         {ChainRule::MayNotSign, tls::Alert::UnknownCa},
         {ChainRule::PathTooLong, tls::Alert::UnknownCa},
@@ -148,12 +164,16 @@ Failure SChannelTolvane::handshake(CallContext& call, std::string_view host, int
     tls::TlsSettings wanted;
     wanted.versions = tls::versionRange(settings.tlsProtocol);
     wanted.options = tls::tlsOptions(call.log);
+    wanted.options.oldSuites = settings.oldSuites;
+    wanted.verifiesServer = settings.requireSslCertVerify || !settings.pinnedKeys.empty();
     std::optional<TrustAnchors> anchors;
-    if (settings.requireSslCertVerify) anchors.emplace(settings.trustAnchorsFile);
-    scope_ = scopeOf(host, port, wanted, anchors ? &*anchors : nullptr);
+    if (settings.requireSslCertVerify) {
+        anchors.emplace(settings.trustAnchorsFile, settings.furtherAnchorsFile);
+    }
+    const Trust trust{anchors ? &*anchors : nullptr, settings.pinnedKeys};
+    scope_ = scopeOf(host, port, wanted, trust.anchors, trust.pins);
     wanted.options.disableTls13 |= settings.withoutTls13;
-    wanted.fallback = settings.withoutTls13 && settings.requireSslCertVerify;
-    wanted.verifiesServer = settings.requireSslCertVerify;
+    wanted.fallback = settings.withoutTls13 && wanted.verifiesServer;
     wanted.serverName = host;
     wanted.moreCurves = settings.moreCurves;
     sessions_ = settings.sessions;
@@ -171,7 +191,7 @@ Failure SChannelTolvane::handshake(CallContext& call, std::string_view host, int
         return handshakeFailed(call.log, std::move(failure), start);
     }
     verifiedUntilMs_ = engine_->negotiated().resumed ? keptUntilMs : 0;
-    Failure distrust = checkServerCert(call, host, anchors ? &*anchors : nullptr, idleTimeoutMs);
+    Failure distrust = checkServerCert(call, host, trust, idleTimeoutMs);
     if (distrust) {
         call.log.logError(withStart("Server certificate verification failed.", start));
         return distrust;
@@ -233,14 +253,14 @@ Failure SChannelTolvane::process(CallContext& call, size_t arrived, uint32_t idl
 }
 
 Failure SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,
-                                         const TrustAnchors* anchors, uint32_t idleTimeoutMs) {
+                                         const Trust& trust, uint32_t idleTimeoutMs) {
     const LogContextExitor context(call.log, "checkServerCert");
     const auto& chain = engine_->negotiated().chain;  // empty for a resumed session
     x509::Certificate leaf;
     const bool readable = !chain.empty() && x509::parseCertificate(chain.front(), leaf);
     const x509::ChainVerdict usage =
         readable ? judgeKeyUsage(leaf, *engine_->negotiated().suite) : x509::ChainVerdict();
-    if (!anchors) {
+    if (!trust.anchors && trust.pins.empty()) {
         call.log.logInfo("Not verifying server certificate...");
         call.log.logInfo("Set the RequireSslCertVerify property to enable verification.");
         if (!usage.trusted()) tls::warnOfKeyUsage(call.log, usage.detail);
@@ -259,16 +279,25 @@ Failure SChannelTolvane::checkServerCert(CallContext& call, std::string_view hos
     const uint64_t nowMs = wallClockMs();
     const Deadline deadline(idleTimeoutMs == 0 ? kMaxVerifyMs : idleTimeoutMs);
     x509::WorkBudget budget([&] { return call.mustStop() ? 0 : deadline.leftMs(); });
-    x509::ChainVerdict verdict =
-        anchors->verify(call.log, chain, host, static_cast<int64_t>(nowMs / 1000), budget);
+    x509::ChainVerdict verdict;
+    if (trust.anchors) {
+        verdict = trust.anchors->verify(call.log, chain, host, static_cast<int64_t>(nowMs / 1000),
+                                        budget);
+    } else if (!readable) {
+        verdict.broken = x509::ChainRule::Unreadable;
+    }
     if (verdict.trusted()) verdict = usage;
-    if (verdict.trusted()) {
-        verifiedUntilMs_ = endOfTrustMs(leaf, nowMs);
-        call.log.logInfo("Server certificate is verified.");
-        call.log.logInfo("Whether it has been revoked is not checked.");
+    if (verdict.trusted()) verdict = judgePin(leaf, trust.pins);
+    if (!verdict.trusted()) return refuseCertificate(call, verdict);
+    if (!trust.anchors) {
+        call.log.logInfo("The server's public key is a pinned one.");
+        verifiedUntilMs_ = nowMs + kWeekMs;
         return {};
     }
-    return refuseCertificate(call, verdict);
+    verifiedUntilMs_ = endOfTrustMs(leaf, nowMs);
+    call.log.logInfo("Server certificate is verified.");
+    call.log.logInfo("Whether it has been revoked is not checked.");
+    return {};
 }
 
 // Tells the log and the server. Whoever looks after the server is to find the reason there, so the

@@ -41,8 +41,11 @@ struct TlsChannelSettings {
     // The retry after a server that did not answer. Where the certificate is verified, it carries
     // the mark of a fallback: who cuts the first try must not get a lower version.
     bool withoutTls13 = false;
-    bool moreCurves = false;       // also offers brainpoolP384r1 and brainpoolP512r1; for tests
-    std::string trustAnchorsFile;  // PEM; empty: the system's anchors
+    bool moreCurves = false;         // also offers brainpoolP384r1 and brainpoolP512r1; for tests
+    std::string trustAnchorsFile;    // PEM; empty: the system's anchors
+    std::string furtherAnchorsFile;  // PEM; counts besides those
+    std::vector<std::string> pinnedKeys;       // SHA-256 of SubjectPublicKeyInfo; empty: any key
+    bool oldSuites = true;                     // as in tls::TlsOptions
     std::shared_ptr<TlsSessionSlot> sessions;  // may be null
 };
 
@@ -83,8 +86,14 @@ private:
     Failure readMore(CallContext& call, uint32_t idleTimeoutMs);
     Failure process(CallContext& call, size_t arrived, uint32_t idleTimeoutMs);
     Failure takeArrived(CallContext& call);
-    // anchors: null where the certificate is not to be verified.
-    Failure checkServerCert(CallContext& call, std::string_view host, const TrustAnchors* anchors,
+    // What the server has to prove: a chain to anchors, where they are not null, and a pinned key,
+    // where there are any.
+    struct Trust {
+        const TrustAnchors* anchors;
+        std::span<const std::string> pins;
+    };
+
+    Failure checkServerCert(CallContext& call, std::string_view host, const Trust& trust,
                             uint32_t idleTimeoutMs);
     Failure refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict);
     Failure handshakeFailed(LogBase& log, Failure failure, TlsStart start);

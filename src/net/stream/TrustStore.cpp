@@ -60,28 +60,44 @@ std::optional<x509::ChainVerdict> verdictOnSystemPath(LogBase& log, const plat::
 
 }  // namespace
 
-TrustAnchors::TrustAnchors(const std::string& file)
-    : ofSystem_(file.empty()), path_(ofSystem_ ? systemAnchorFile() : file) {
-    std::string text;
-    if (path_.empty() || !plat::readFileStart(path_, kMaxAnchorsFile + 1, text)) return;
-    if (text.size() <= kMaxAnchorsFile) text_ = std::move(text);
+TrustAnchors::File::File(std::string of) : path(std::move(of)) {
+    std::string bytes;
+    if (path.empty() || !plat::readFileStart(path, kMaxAnchorsFile + 1, bytes)) return;
+    if (bytes.size() <= kMaxAnchorsFile) text = std::move(bytes);
+}
+
+TrustAnchors::TrustAnchors(const std::string& file, const std::string& further)
+    : ofSystem_(file.empty()), main_(ofSystem_ ? systemAnchorFile() : file), further_(further) {}
+
+std::string TrustAnchors::identityOf(const File& file) {
+    if (!file.text) return file.path;
+    // The bytes, for a file may be replaced by one of the same size and time.
+    const std::span<const uint8_t> bytes(bytesOf(*file.text), file.text->size());
+    return file.path + ' ' + hexLower(crypto::Hash::of(crypto::HashId::kSha256, bytes));
 }
 
 std::string TrustAnchors::identity() const {
-    if (!text_) return path_;
-    // The bytes, for a file may be replaced by one of the same size and time.
-    const std::span<const uint8_t> bytes(bytesOf(*text_), text_->size());
-    return path_ + ' ' + hexLower(crypto::Hash::of(crypto::HashId::kSha256, bytes));
+    return identityOf(main_) + identityOf(further_);
+}
+
+void TrustAnchors::append(LogBase& log, const File& file, plat::DerList& anchors) {
+    if (file.path.empty()) return;
+    log.logData("trustAnchors", file.path);
+    if (!file.text) {
+        log.logError("Failed to read the file of trust anchors.");
+        return;
+    }
+    for (auto& certificate : x509::pemCertificates(*file.text, kMaxAnchors)) {
+        anchors.push_back(std::move(certificate));
+    }
 }
 
 plat::DerList TrustAnchors::certificates(LogBase& log) const {
-    if (path_.empty()) return plat::sysTrustRoots().anchors();
-    log.logData("trustAnchors", path_);
-    if (!text_) {
-        log.logError("Failed to read the file of trust anchors.");
-        return {};
-    }
-    return x509::pemCertificates(*text_, kMaxAnchors);
+    plat::DerList anchors;
+    if (main_.path.empty()) anchors = plat::sysTrustRoots().anchors();
+    append(log, main_, anchors);
+    append(log, further_, anchors);
+    return anchors;
 }
 
 x509::ChainVerdict TrustAnchors::verify(LogBase& log,

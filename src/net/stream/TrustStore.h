@@ -17,7 +17,8 @@ namespace tv {
 class TrustAnchors {
 public:
     // file: UTF-8 path of a PEM file that takes the place of the system's anchors; empty for those.
-    explicit TrustAnchors(const std::string& file);
+    // further: likewise of one whose anchors count besides them; empty for none.
+    explicit TrustAnchors(const std::string& file, const std::string& further = {});
 
     // What tells these anchors from others: it changes with the bytes of their file. The stores of
     // Windows are taken as one and the same.
@@ -31,9 +32,18 @@ public:
 private:
     std::vector<std::vector<uint8_t>> certificates(LogBase& log) const;
 
+    struct File {
+        explicit File(std::string path);
+
+        std::string path;                 // empty where there is none
+        std::optional<std::string> text;  // where it can be read and is not too long
+    };
+    static std::string identityOf(const File& file);
+    static void append(LogBase& log, const File& file, std::vector<std::vector<uint8_t>>& anchors);
+
     bool ofSystem_;
-    std::string path_;                 // empty where the system keeps them in no file
-    std::optional<std::string> text_;  // of the file, where it can be read and is not too long
+    File main_;  // without a path where the system keeps its anchors in no file
+    File further_;
 };
 
 }  // namespace tv

@@ -114,6 +114,7 @@ bool passes(const CipherSuite& suite, const SuiteFilter& filter) {
     if (!suite.isTls13() && filter.minVersion >= Version::Tls13) return false;
     if (!filter.gcm && suite.bulk == BulkCipher::AesGcm) return false;
     if (!filter.dhe && suite.keyExchange == KeyExchangeKind::DheRsa) return false;
+    if (!filter.old && suite.isOld()) return false;
     return filter.ecdhe || !suite.isEcdhe();
 }
 

@@ -31,6 +31,12 @@ struct CipherSuite {
 
     bool isAead() const { return !mac; }
     bool isTls13() const { return keyExchange == KeyExchangeKind::Tls13; }
+    // What no server of the last ten years needs.
+    bool isOld() const {
+        return keyExchange == KeyExchangeKind::Rsa || keyExchange == KeyExchangeKind::DheRsa ||
+               bulk == BulkCipher::TripleDesCbc || bulk == BulkCipher::DesCbc ||
+               bulk == BulkCipher::Rc4;
+    }
     bool isEcdhe() const {
         return keyExchange == KeyExchangeKind::EcdheRsa ||
                keyExchange == KeyExchangeKind::EcdheEcdsa;
@@ -46,6 +52,7 @@ struct SuiteFilter {
     bool gcm = true;
     bool dhe = true;
     bool ecdhe = true;
+    bool old = true;            // RC4, DES, 3DES, MD5, static RSA, DHE
     bool signingFirst = false;  // suites whose server signs nothing stand last
 };
 

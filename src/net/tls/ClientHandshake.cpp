@@ -72,7 +72,8 @@ Cause ClientHandshake::prepareHello(LogBase& log, const Negotiated* established)
     }
     const SuiteFilter filter{offered_.lowest,         offered_.highest,
                              settings_.options.gcm,   settings_.options.dhe,
-                             settings_.options.ecdhe, settings_.verifiesServer};
+                             settings_.options.ecdhe, settings_.options.oldSuites,
+                             settings_.verifiesServer};
     hello.suites =
         offeredSuites(filter, [this](uint32_t below) { return shared_.environment.draw(below); });
     if (shared_.sessionOffered && settings_.session->isTls13()) {

@@ -25,6 +25,11 @@ VersionRange versionRange(std::string_view policy) {
             range.lowest = version;
         } else if (equalsIgnoreCase(rule, "or lower")) {
             range.highest = version;
+        } else if (rule.starts_with("to 1.") && rule.size() == 6) {
+            for (const Version highest :
+                 {Version::Tls10, Version::Tls11, Version::Tls12, Version::Tls13}) {
+                if (versionName(highest).ends_with(rule.substr(3))) range = {version, highest};
+            }
         } else {
             break;
         }

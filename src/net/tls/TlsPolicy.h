@@ -17,9 +17,9 @@ struct VersionRange {
     bool operator==(const VersionRange&) const = default;
 };
 
-// Reads a policy text ("TLS 1.2 or higher", "TLS 1.0 exact", ...). An unknown or empty text is the
-// default, TLS 1.0 to 1.3. SSL 3.0 may stand in a policy but is never offered: a range that holds
-// nothing else comes out empty.
+// Reads a policy text ("TLS 1.2 or higher", "TLS 1.0 exact", "TLS 1.1 to 1.2", ...). An unknown or
+// empty text is the default, TLS 1.0 to 1.3. SSL 3.0 may stand in a policy but is never offered: a
+// range that holds nothing else comes out empty.
 VersionRange versionRange(std::string_view policy);
 
 // Switches of one connection, from the keywords that travel with its log.
@@ -29,6 +29,7 @@ struct TlsOptions {
     bool gcm = true;                 // TLS_NO_GCM
     bool dhe = true;                 // TLS_NO_DHE
     bool ecdhe = true;               // TLS_NO_ECDHE
+    bool oldSuites = true;           // RC4, DES, 3DES, MD5, static RSA, DHE
     bool brainpool = false;          // brainpool_supported_group
     bool zeroLengthTicket = false;   // SendZeroLenTicket
     bool postHandshakeAuth = false;  // SendPostHandshakeAuth

@@ -39,6 +39,8 @@ std::string_view ruleText(ChainRule rule) {
             return "The issuer of the certificate is not known or not trusted.";
         case ChainRule::Disallowed:
             return "The certificate is one that this system distrusts (store \"Disallowed\").";
+        case ChainRule::OtherKey:
+            return "The server's public key is none of those that are pinned.";
         case ChainRule::TooMuchWork:
             return "The certificates take more work to check than is spent on a server that is not "
                    "trusted yet.";

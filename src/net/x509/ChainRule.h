@@ -24,6 +24,7 @@ enum class ChainRule : uint8_t {
     BadSignature,
     UnknownIssuer,
     Disallowed,
+    OtherKey,
     TooMuchWork,
     Stopped,
 };
