@@ -6,6 +6,7 @@
 #include "mail/sasl/SaslLogin.h"
 #include "mail/sasl/SaslNtlm.h"
 #include "mail/sasl/SaslPlain.h"
+#include "mail/sasl/SaslScram.h"
 #include "mail/sasl/SaslXoauth2.h"
 
 static std::unique_ptr<tv::SaslMechanism> mechanismOf(int number) {
@@ -16,12 +17,16 @@ static std::unique_ptr<tv::SaslMechanism> mechanismOf(int number) {
     if (number == 1) return std::make_unique<SaslPlain>("user", std::move(secret));
     if (number == 2) return std::make_unique<SaslCramMd5>("user", std::move(secret));
     if (number == 3) return std::make_unique<SaslXoauth2>("user", std::move(secret), nullptr);
+    if (number == 5 || number == 6) {
+        const auto hash = number == 5 ? crypto::HashId::kSha256 : crypto::HashId::kSha1;
+        return std::make_unique<SaslScram>(hash, "user", std::move(secret), "nonce");
+    }
     return std::make_unique<SaslNtlm>(XString("user"), XString("hidden"), XString("DOMAIN"));
 }
 
 void tv::take(Input input) {
     if (input.empty()) return;
-    const auto mechanism = mechanismOf(input[0] % 5);
+    const auto mechanism = mechanismOf(input[0] % 7);
     std::string_view rest = textOf(input.subspan(1));
     LogNull log;
     SaslTurn turn;

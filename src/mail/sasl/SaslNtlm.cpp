@@ -1,16 +1,17 @@
 // First message, challenge, answer; and what a refusal most often means.
 #include "mail/sasl/SaslNtlm.h"
 
-#include "mail/sasl/NtlmVersion.h"
 #include "platform/SysHost.h"
 
 namespace tv {
 
-SaslNtlm::SaslNtlm(const XString& user, const XString& password, const XString& domain)
+SaslNtlm::SaslNtlm(const XString& user, const XString& password, const XString& domain,
+                   int32_t version)
     : SaslMechanism({"NTLM", "ntlm", "auth_ntlm", "NTLM authentication failed"}),
       user_(user),
       password_(password),
-      domain_(domain) {}
+      domain_(domain),
+      version_(version) {}
 
 Failure SaslNtlm::begin(LogBase&, SaslTurn& turn) {
     if (user_.empty() || password_.empty() || !saslSendable(user_.utf8())) {
@@ -32,10 +33,10 @@ Failure SaslNtlm::sendType1(LogBase& log, SaslTurn& turn) {
     ntlm_.put_Password(password_);
     ntlm_.put_Domain(domain_);
     ntlm_.put_Workstation(computer);
-    ntlm_.put_NtlmVersion(defaultNtlmVersion());
+    ntlm_.put_NtlmVersion(version_);
     if (!domain_.empty()) log.logDataX("smtpAuth.domain", domain_);
     log.logData("smtpAuth.ntlmImpl", "tolvane");
-    log.logDataLong("smtpAuth.ntlmVersion", defaultNtlmVersion());
+    log.logDataLong("smtpAuth.ntlmVersion", version_);
     log.logDataX("smtpAuth.computerName", computer);
     std::string message;
     if (!ntlm_.genType1(log, message)) return Failure(Cause::ChallengeUnanswerable);

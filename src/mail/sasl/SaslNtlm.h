@@ -3,13 +3,15 @@
 
 #include "base/XString.h"
 #include "mail/sasl/ClsNtlm.h"
+#include "mail/sasl/NtlmVersion.h"
 #include "mail/sasl/Sasl.h"
 
 namespace tv {
 
 class SaslNtlm final : public SaslMechanism {
 public:
-    SaslNtlm(const XString& user, const XString& password, const XString& domain);
+    SaslNtlm(const XString& user, const XString& password, const XString& domain,
+             int32_t version = defaultNtlmVersion());
 
     Failure begin(LogBase& log, SaslTurn& turn) override;
     Failure respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;
@@ -24,6 +26,7 @@ private:
     XString user_;
     XString password_;
     XString domain_;
+    const int32_t version_;
     ClsNtlm ntlm_;
     Step step_ = Step::Command;
 };
