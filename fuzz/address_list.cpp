@@ -12,7 +12,7 @@ void tv::take(Input input) {
     }
     for (const uint32_t codePage : {0u, 65001u, 28592u, 932u}) {
         const std::string field = formatAddressList(list, codePage);
-        const std::string utf8 = formatAddressList(list, codePage, AddressForm::Utf8);
+        const std::string utf8 = formatAddressList(list, codePage, {.utf8 = true});
         require(isAscii(field));
         requireSound(field);
         requireSound(utf8);

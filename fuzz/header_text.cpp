@@ -17,7 +17,7 @@ void tv::take(Input input) {
     header.set("Reply-To", text);
     for (const MimeHeader::Field& field : header.fields()) {
         std::string out;
-        MimeHeader::writeField(log, field, codePage, AddressForm::SevenBit, out);
+        MimeHeader::writeField(log, field, codePage, {}, out);
         requireSound(out);
         require(isAscii(out));
     }

@@ -31,11 +31,12 @@ std::string formatName(const std::string& name, uint32_t codePage) {
 std::string formatItem(const _tvEmailAddress& mailbox, uint32_t codePage, AddressForm form) {
     const std::string& name = mailbox.name();
     const std::string& address = mailbox.address();
-    if (form == AddressForm::SevenBit && !isAscii(address)) {
+    if (!form.utf8 && !isAscii(address)) {
         const std::string shown = name.empty() ? address : name + ' ' + address;
         return encodedWords(shown, kCodePageUtf8, WordPlace::Phrase) + " :;";
     }
-    return name.empty() ? address : formatName(name, codePage) + " <" + address + '>';
+    if (name.empty()) return form.brackets ? '<' + address + '>' : address;
+    return formatName(name, codePage) + " <" + address + '>';
 }
 
 }  // namespace

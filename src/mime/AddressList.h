@@ -24,14 +24,17 @@ std::vector<_tvEmailAddress> parseMailboxes(std::string_view text,
 // The address of the first of them; empty if there is none.
 std::string firstAddress(std::string_view text);
 
-// How addresses stand in a header that only servers with SMTPUTF8 get (RFC 6532), and in any other.
-enum class AddressForm { SevenBit, Utf8 };
+// How addresses stand in a header.
+struct AddressForm {
+    bool utf8 = false;      // that only servers with SMTPUTF8 get (RFC 6532)
+    bool brackets = false;  // around an address without a name, too
+};
 
 // The value of a To, Cc, Bcc or From field, folded where a line grows long. Names outside ASCII
 // become encoded words of the code page. So does, in utf-8, an address that has no other 7-bit
 // form, together with its name: as the name of an empty group, which a reader shows and no program
 // replies to (RFC 6857 section 3.1.8).
 std::string formatAddressList(std::span<const _tvEmailAddress> list, uint32_t codePage,
-                              AddressForm form = AddressForm::SevenBit);
+                              AddressForm form = {});
 
 }  // namespace tv

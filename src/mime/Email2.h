@@ -25,6 +25,7 @@ using SharedBody = std::shared_ptr<const DataBuffer>;
 struct RenderOptions {
     std::string_view excludedPrefix;  // fields whose name begins with it stay out; empty for none
     bool utf8Headers = false;         // addresses stand in UTF-8 (RFC 6532)
+    bool angleBrackets = false;       // around addresses without a name, too
 };
 
 class Email2 {
@@ -48,6 +49,12 @@ public:
     // The copy that is sent: fresh Date, fresh Message-ID if wanted, internal fields applied and
     // removed. nullptr with the reason logged where no Message-ID could be drawn.
     std::unique_ptr<Email2> createForSending(LogBase& log, bool autoMessageId) const;
+    // Of a copy that is sent. Images of the HTML body say that they belong into it, and what their
+    // files are called.
+    void showRelatedInline();
+    // Text files of which some reader would change or refuse bytes (line ends that are no CR LF,
+    // NUL, what is no UTF-8) go as base64 without a charset.
+    void keepTextFilesExact();
     // The envelope sender by the order of its sources.
     std::string getSmtpReversePath(LogBase& log) const;
     // Draws a new identifier unless 20 bytes are already there.
@@ -145,7 +152,7 @@ private:
     bool renderHeader(LogBase& log, const Leaf* leaf, OutputStream& out,
                       const RenderOptions& options) const;
     void writeHeaderField(LogBase& log, const MimeHeader::Field& field, const Leaf* leaf,
-                          AddressForm form, std::string& out) const;
+                          const RenderOptions& options, std::string& out) const;
     std::span<const _tvEmailAddress> addressesOf(std::string_view field) const;
     Leaf prepareLeaf(LogBase& log) const;
     void convertText(LogBase& log, Leaf& leaf) const;

@@ -1,9 +1,22 @@
 // What happens to a message before it is sent: internal fields are applied, identity is renewed.
+#include "base/CodePage.h"
 #include "base/DateTime.h"
 #include "mime/AddressList.h"
 #include "mime/Email2.h"
 
 namespace tv {
+namespace {
+
+// A CR or LF that is not one of a CR LF.
+bool hasBareLineEnd(std::string_view text) {
+    for (size_t i = text.find_first_of("\r\n"); i < text.size();
+         i = text.find_first_of("\r\n", i + 2)) {
+        if (text.substr(i, 2) != "\r\n") return true;
+    }
+    return false;
+}
+
+}  // namespace
 
 std::string Email2::getSmtpReversePath(LogBase& log) const {
     constexpr struct {
@@ -45,6 +58,26 @@ std::unique_ptr<Email2> Email2::createForSending(LogBase& log, bool autoMessageI
         log.logInfo("DKIM signed email MUST be sent using the SendMimeBytes or SendMime methods.");
     }
     return copy;
+}
+
+void Email2::showRelatedInline() {
+    if (isRelatedItem()) setDisposition("inline", contentType_.name);
+    for (const auto& child : children_) {
+        child->showRelatedInline();
+    }
+}
+
+void Email2::keepTextFilesExact() {
+    const std::string_view text = bodyText();
+    const bool safe =
+        isValidUtf8(text) && text.find('\0') == std::string_view::npos && !hasBareLineEnd(text);
+    if (isFile_ && contentType_.isText() && !safe) {
+        contentType_.withoutCharset = true;
+        setTransferEncoding("base64");
+    }
+    for (const auto& child : children_) {
+        child->keepTextFilesExact();
+    }
 }
 
 void Email2::applyInternalFields() {

@@ -102,10 +102,9 @@ bool Email2::renderHeader(LogBase& log, const Leaf* leaf, OutputStream& out,
                           const RenderOptions& options) const {
     std::string block;
     const std::string_view excluded = options.excludedPrefix;
-    const AddressForm form = options.utf8Headers ? AddressForm::Utf8 : AddressForm::SevenBit;
     for (const MimeHeader::Field& field : header_.fields()) {
         if (!excluded.empty() && startsWithIgnoreCase(field.name, excluded)) continue;
-        writeHeaderField(log, field, leaf, form, block);
+        writeHeaderField(log, field, leaf, options, block);
         block += "\r\n";
     }
     // Exactly one empty line ends a header, whatever the last field ended with.
@@ -118,7 +117,8 @@ bool Email2::renderHeader(LogBase& log, const Leaf* leaf, OutputStream& out,
 
 // Fields that mirror a record are written from it, the others from their text.
 void Email2::writeHeaderField(LogBase& log, const MimeHeader::Field& field, const Leaf* leaf,
-                              AddressForm form, std::string& out) const {
+                              const RenderOptions& options, std::string& out) const {
+    const AddressForm form{options.utf8Headers, options.angleBrackets};
     const auto is = [&](std::string_view name) { return equalsIgnoreCase(field.name, name); };
     const uint32_t page = common_->codePage;
     const auto write = [&](std::string_view value) {

@@ -40,6 +40,10 @@ void MimeHeader::remove(std::string_view name) {
     std::erase_if(fields_, named(name));
 }
 
+void MimeHeader::addEmpty(std::string_view name) {
+    if (!has(name)) fields_.push_back({std::string(name), {}});
+}
+
 std::string_view MimeHeader::get(std::string_view name) const {
     const auto field = std::find_if(fields_.begin(), fields_.end(), named(name));
     return field == fields_.end() ? std::string_view() : std::string_view(field->value);
@@ -60,7 +64,7 @@ void MimeHeader::writeField(LogBase& log, const Field& field, uint32_t codePage,
     out += ": ";
     // Its address stands in brackets as long as there is a form of it to stand there.
     const bool receipt = equalsIgnoreCase(field.name, "Disposition-Notification-To");
-    if (receipt && form == AddressForm::Utf8) {
+    if (receipt && form.utf8) {
         out += value;
         return;
     }

@@ -25,6 +25,8 @@ public:
     // As set, but a new field comes right behind the one named after, if there is such.
     void setBehind(std::string_view after, std::string_view name, std::string_view value);
     void remove(std::string_view name);
+    // A field without a value, where there is none of that name.
+    void addEmpty(std::string_view name);
     // Empty if there is no such field.
     std::string_view get(std::string_view name) const;
     bool has(std::string_view name) const { return !get(name).empty(); }

@@ -19,7 +19,7 @@ void _tvContentType::setCharset(uint32_t codePage) {
 
 std::string _tvContentType::value(uint32_t headerCodePage, bool flowed) const {
     std::string out = mediaType_;
-    if (isText()) {
+    if (isText() && !withoutCharset) {
         out += "; charset=";
         out += charset_.name.empty() ? charsetName(kCodePageAscii) : charset_.name;
     }

@@ -35,6 +35,7 @@ public:
     std::string boundary;
     std::string name;  // UTF-8
     bool formatFlowed = false;
+    bool withoutCharset = false;  // of text whose bytes no charset describes
 
 private:
     std::string mediaType_;

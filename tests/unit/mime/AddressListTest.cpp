@@ -52,7 +52,7 @@ TEST(AddressList, isReadAndWritten) {
         SCOPED_TRACE(name);
         const std::vector<_tvEmailAddress> list = parseMailboxes(text);
         EXPECT_EQ(formatAddressList(list, 28592), field);
-        EXPECT_EQ(formatAddressList(list, 28592, AddressForm::Utf8), utf8 ? utf8 : field);
+        EXPECT_EQ(formatAddressList(list, 28592, {.utf8 = true}), utf8 ? utf8 : field);
     }
 }
 
