@@ -51,13 +51,16 @@ void fixPort587(SmtpSettings& settings, Lines& lines) {
 
 std::vector<std::string_view> autoFix(SmtpSettings& settings) {
     Lines lines;
+    if (!settings.fixEncryption) return lines;  // all but the first step follow from the port
     switch (settings.smtpPort) {
         case 110:
+            if (!settings.fixPort) break;
             tell(lines, "AutoFix: Port 110 is for POP3.  Using port 25 for SMTP.");
             settings.smtpPort = 25;
             fixPort25(settings, lines);
             break;
         case 143:
+            if (!settings.fixPort) break;
             tell(lines, "AutoFix: Port 143 is for IMAP.  Using port 25 for SMTP.");
             settings.smtpPort = 25;
             fixPort25(settings, lines);

@@ -6,8 +6,10 @@
 #include <charconv>
 #include <limits>
 
+#include "log/LogNull.h"
 #include "mail/AutoFix.h"
 #include "mail/MailManText.h"
+#include "mail/SettingsOverlay.h"
 #include "platform/SysHost.h"
 
 namespace tv {
@@ -176,6 +178,32 @@ std::vector<std::string> ClsMailMan::acceptedRecipients() {
 std::vector<std::string> ClsMailMan::rejectedRecipients() {
     const std::lock_guard guard(lock_);
     return rejectedRecipients_;
+}
+
+void ClsMailMan::useSettings(std::shared_ptr<const settings::Settings> file) {
+    const std::lock_guard guard(lock_);
+    const uint64_t revision = file ? file->revision : 0;
+    if (revision != (file_ ? file_->revision : 0)) smtp_.forgetSecrets();
+    file_ = std::move(file);
+}
+
+bool ClsMailMan::seemsConnected() {
+    const std::lock_guard guard(lock_);
+    SettingsOverlay overlay(smtp_.settings, file_.get());
+    LogNull quiet;
+    return !overlay.lay(quiet) && smtp_.seemsReady();
+}
+
+void ClsMailMan::closeConnection() {
+    const std::lock_guard guard(lock_);
+    smtp_.sayGoodbye();
+}
+
+bool ClsMailMan::failedBeforeMessage() {
+    const std::lock_guard guard(lock_);
+    const Stage stage = lastFailure_.stage();
+    return lastFailure_.is(Cause::SettingsUnusable) ||
+           (stage != Stage::None && stage < Stage::Sender);
 }
 
 // Before every connection: the corrections stay.

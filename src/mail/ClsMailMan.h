@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "mail/smtp/SmtpConnImpl.h"
 #include "mail/smtp/SmtpSend.h"
 #include "mail/smtp/SmtpSettings.h"
+#include "settings/Settings.h"
 
 namespace tv {
 
@@ -25,6 +27,15 @@ public:
     bool setProperty(std::string_view name, int64_t value);
     // The names that setProperty knows.
     static std::vector<std::string_view> propertyNames();
+
+    // The settings file that counts for what follows, over the properties; null: none.
+    void useSettings(std::shared_ptr<const settings::Settings> file);
+    // An open connection to the server could serve the next send.
+    bool seemsConnected();
+    // Ends the connection that a send left open.
+    void closeConnection();
+    // The last send failed, and the server had not heard of its message yet.
+    bool failedBeforeMessage();
 
     // Connects and greets the server over a connection of its own, without logging in.
     bool VerifySmtpConnection(ProgressMonitor* monitor = nullptr);
@@ -44,15 +55,18 @@ public:
 
 private:
     void correctSettings(LogBase& log);
-    Failure sendEmailInner(CallContext& call, const ClsEmail& email);
+    Failure sendEmailInner(CallContext& call, const ClsEmail& email, SmtpSend& send);
+    void recordSend(LogBase& log, const SmtpSend& send, uint64_t ms);
     Failure sendMimeInner(CallContext& call, SmtpSend& send);
     Failure ensureSmtpSession(CallContext& call);
     Failure sendOverSession(CallContext& call, SmtpSend& send);
+    std::string sizeComplaint(const SmtpSend& send) const;
     void hintAtSize(LogBase& log, const SmtpSend& send, Failure& failure);
     Failure reconnectAndSend(CallContext& call, SmtpSend& send);
     Failure stoppedByApplication(CallContext& call);
     void tellTranscript(const Failure& failure);
 
+    std::shared_ptr<const settings::Settings> file_;
     Failure lastFailure_;
     SmtpConnImpl smtp_;
     std::vector<std::string> acceptedRecipients_;

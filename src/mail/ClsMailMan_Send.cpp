@@ -1,11 +1,18 @@
 // One send from the prepared message to its outcome: session, transaction, the one second try, and
 // the last lines of the transcript.
+#include <optional>
+
 #include "log/Fail.h"
 #include "log/LogContextExitor.h"
 #include "mail/ClsMailMan.h"
+#include "mail/MessageOverlay.h"
+#include "mail/SendRecord.h"
+#include "mail/SettingsOverlay.h"
+#include "mail/TestFolder.h"
 #include "mail/smtp/SmtpDelivery.h"
 #include "mime/ClsEmail.h"
 #include "mime/Email2.h"
+#include "net/stream/TotalTimeout.h"
 #include "platform/SysClock.h"
 
 namespace tv {
@@ -19,14 +26,32 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
     rejectedRecipients_.clear();
     CallContext call(log);
     call.setMonitor(monitor);
-    if (email.isAlive()) {
-        lastFailure_ = sendEmailInner(call, email);
-    } else {
-        log.logError("bad CLS arg (1)");
-        lastFailure_ = Failure(Cause::Internal, "The message object is not alive.");
-    }
+    SettingsOverlay overlay(smtp_.settings, file_.get());
+    lastFailure_ = overlay.lay(log);
+    std::optional<TotalTimeout> limit;
+    if (const uint32_t ms = smtp_.settings.totalTimeoutMs; ms > 0) limit.emplace(call, ms);
+    SmtpSend send;
+    const uint64_t startMs = plat::sysClock().tickMs();
+    if (!lastFailure_) lastFailure_ = sendEmailInner(call, email, send);
     if (lastFailure_) tellTranscript(lastFailure_);
+    if (file_ && file_->sends) recordSend(log, send, plat::sysClock().tickMs() - startMs);
     return operation.finish(!lastFailure_);
+}
+
+void ClsMailMan::recordSend(LogBase& log, const SmtpSend& send, uint64_t ms) {
+    const SmtpConnImpl::Peer& peer = smtp_.peer();
+    SendRecord record;
+    record.isTest = file_->testFolder.has_value() || file_->redirect.has_value();
+    record.ms = ms;
+    if (!file_->testFolder) {
+        record.server = std::string(smtp_.settings.smtpHost.utf8()) + ':' +
+                        std::to_string(smtp_.settings.smtpPort);
+        record.address = peer.address;
+        record.tls = peer.tls;
+        record.login = peer.login;
+    }
+    appendToSends(log, *file_->sends, file_->logSize.value_or(0),
+                  sendLine(record, send, lastFailure_));
 }
 
 // A host that judges by the transcript must find a failure there, and its cause.
@@ -41,14 +66,17 @@ void ClsMailMan::tellTranscript(const Failure& failure) {
     }
 }
 
-Failure ClsMailMan::sendEmailInner(CallContext& call, const ClsEmail& email) {
+Failure ClsMailMan::sendEmailInner(CallContext& call, const ClsEmail& email, SmtpSend& send) {
+    if (!email.isAlive()) {
+        call.log.logError("bad CLS arg (1)");
+        return Failure(Cause::Internal, "The message object is not alive.");
+    }
     const LogContextExitor context(call.log, "sendEmailInner");
     call.log.logDataLong("ReadTimeout", smtp_.settings.idleTimeoutMs);
-    if (!email.unusableFrom().empty()) {
+    if (!email.unusableFrom().empty() && !(file_ && file_->fromAlways)) {
         return fail(call.log, Cause::FromFailure,
                     "The sender is no address: \"" + email.unusableFrom() + "\".");
     }
-    SmtpSend send;
     send.pipelining = smtp_.settings.pipelining;
     send.fromAddress = email.getSmtpReversePath(call.log);
     send.recipients = email.getAllRecipientAddressesA();
@@ -58,14 +86,23 @@ Failure ClsMailMan::sendEmailInner(CallContext& call, const ClsEmail& email) {
         call.log.logError("Failed to render to mime (1)");
         return Failure(Cause::RenderFailed, "The message could not be prepared.");
     }
-    send.mimeSource = [&prepared](LogBase& renderLog, OutputStream& out, bool utf8) {
+    if (file_) {
+        layOverMessage(*file_, *prepared);
+        layOverEnvelope(call.log, *file_, *prepared, send);
+    }
+    const bool brackets = file_ && file_->angleBrackets == settings::AngleBrackets::Always;
+    send.mimeSource = [&prepared, brackets](LogBase& renderLog, OutputStream& out, bool utf8) {
         const LogContextExitor assembler(renderLog, "mimeAssembler");
         RenderOptions options;
         options.excludedPrefix = "TVX-";
         options.utf8Headers = utf8;
+        options.angleBrackets = brackets;
         return prepared->render(renderLog, out, options);
     };
-    return sendMimeInner(call, send);
+    if (!file_ || !file_->testFolder) return sendMimeInner(call, send);
+    Failure failure = layInTestFolder(call.log, *file_->testFolder, send);
+    acceptedRecipients_ = send.goodRecipients;
+    return failure;
 }
 
 Failure ClsMailMan::sendMimeInner(CallContext& call, SmtpSend& send) {
@@ -93,6 +130,10 @@ Failure ClsMailMan::ensureSmtpSession(CallContext& call) {
 
 Failure ClsMailMan::sendOverSession(CallContext& call, SmtpSend& send) {
     Failure failure = stoppedByApplication(call);
+    if (!failure && smtp_.settings.heedSizeLimit) {
+        const std::string tooLarge = sizeComplaint(send);
+        if (!tooLarge.empty()) failure = fail(call.log, Cause::MessageTooLarge, tooLarge);
+    }
     const bool begun = !failure;
     if (begun) failure = SmtpDelivery(call, smtp_, send).deliver();
     if (failure && !smtp_.noLogin().empty()) failure.addHint(smtp_.noLogin());
@@ -100,14 +141,20 @@ Failure ClsMailMan::sendOverSession(CallContext& call, SmtpSend& send) {
     return failure;
 }
 
-// The size limit does not stop a send: many servers announce one and take more.
-void ClsMailMan::hintAtSize(LogBase& log, const SmtpSend& send, Failure& failure) {
+// That the message is larger than the server announced to take, or nothing.
+std::string ClsMailMan::sizeComplaint(const SmtpSend& send) const {
     const uint64_t limit = smtp_.capabilities().sizeLimit;
     const uint64_t size = send.mimeSize + 2;  // with its last line end (RFC 1870 section 5)
-    if (limit == 0 || size <= limit) return;
-    const std::string hint = "The message has " + std::to_string(size) +
-                             " bytes; the server takes " + std::to_string(limit) +
-                             " at most, as it announced (SIZE).";
+    if (limit == 0 || size <= limit) return {};
+    return "The message has " + std::to_string(size) + " bytes; the server takes " +
+           std::to_string(limit) + " at most, as it announced (SIZE).";
+}
+
+// Unless it is to be heeded, the limit does not stop a send: many servers announce one and take
+// more.
+void ClsMailMan::hintAtSize(LogBase& log, const SmtpSend& send, Failure& failure) {
+    const std::string hint = sizeComplaint(send);
+    if (hint.empty()) return;
     log.logError(hint);
     failure.addHint(hint);
 }

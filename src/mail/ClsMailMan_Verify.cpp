@@ -1,12 +1,15 @@
 // The trial: a connection of its own with the same settings but no secrets, greeted and closed.
 #include "log/LogContextExitor.h"
 #include "mail/ClsMailMan.h"
+#include "mail/SettingsOverlay.h"
 
 namespace tv {
 
 bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor) {
     Operation operation(*this, "VerifySmtpConnection");
     LogBase& log = operation.log();
+    SettingsOverlay overlay(smtp_.settings, file_.get());
+    if (overlay.lay(log)) return operation.finish(false);
     correctSettings(log);
     SmtpConnImpl trial;
     trial.settings = smtp_.settings;

@@ -6,6 +6,8 @@
 #include <utility>
 
 #include "base/XString.h"
+#include "mail/ClsMailMan.h"
+#include "mail/SendRecord.h"
 #include "platform/Replaceable.h"
 #include "platform/SysDialog.h"
 #include "platform/SysFile.h"
@@ -20,10 +22,12 @@ using Turn = WorkbenchSlot::Turn;
 constexpr size_t kLongestDirectory = 260;
 constexpr char kSentMailLog[] = "emailsending.log";
 
+// Empties the message when it goes out of scope, unless it is to be kept.
 class ResetAfterSend {
 public:
     explicit ResetAfterSend(Workbench& bench) : bench_(bench) {}
     ~ResetAfterSend() {
+        if (kept_) return;
         try {
             bench_.resetEmail();
         } catch (...) {  // what is being reported matters more; the next turn makes up for it
@@ -32,9 +36,34 @@ public:
     ResetAfterSend(const ResetAfterSend&) = delete;
     ResetAfterSend& operator=(const ResetAfterSend&) = delete;
 
+    void keep() { kept_ = true; }
+
 private:
     Workbench& bench_;
+    bool kept_ = false;
 };
+
+using settings::Trial;
+
+Trial trialOf(const settings::Settings* file) {
+    if (file && file->testFolder) return Trial::Never;  // there is nothing to connect to
+    return file ? file->trial.value_or(Trial::Always) : Trial::Always;
+}
+
+void keepLog(const settings::Settings* file, TvMailMan& mailMan) {
+    if (!file || !file->failures) return;
+    constexpr uint32_t kUsual = 100;  // as the table of keys says
+    keepFailure(*file->failures, file->keep.value_or(kUsual), mailMan.LastErrorText().bytes());
+}
+
+bool refusesWithout(const settings::Settings* file) {
+    using settings::MissingAttachment;
+    return file && file->missingAttachment == MissingAttachment::Refuse;
+}
+
+bool needsTrial(Trial trial, ClsMailMan& mailMan) {
+    return trial == Trial::Always || (trial == Trial::First && !mailMan.seemsConnected());
+}
 
 }  // namespace
 
@@ -90,6 +119,9 @@ void PluginState::setAttachment(const char* path) {
         const Turn turn(workbench);
         if (!turn || turn->email.AddFileAttachment(path)) return;
         reason = turn->email.LastErrorText();
+        turn->missingAttachment = path;
+        const auto file = turn->settingsFile.current();
+        if (file && !file->messageBox.value_or(true)) return;
     }
     plat::sysDialog().showError(kErrorTitle, reason.bytes());
 }
@@ -101,15 +133,37 @@ bool PluginState::send() {
         return false;
     }
     TvMailMan& mailMan = turn->mailMan;
-    if (!mailMan.VerifySmtpConnection()) {
+    if (const Failure unusable = turn->settingsFile.refresh()) {
+        lastError.set(XString(unusable.text()).ansi());
+        return false;
+    }
+    const auto file = turn->settingsFile.current();
+    mailMan.impl().useSettings(file);
+    const Trial trial = trialOf(file.get());
+    if (needsTrial(trial, mailMan.impl()) && !mailMan.VerifySmtpConnection()) {
+        keepLog(file.get(), mailMan);
         lastError.set(mailMan.LastErrorText().bytes());
         return false;
     }
     mailMan.ClearSmtpSessionLog();
-    const ResetAfterSend reset(*turn);
+    ResetAfterSend reset(*turn);
+    if (!turn->missingAttachment.empty() && refusesWithout(file.get())) {
+        lastError.set(XString("Nothing was sent: the attachment " + turn->missingAttachment +
+                              " could not be read, and the settings file " + file->file +
+                              " has \"missing-attachment = refuse\" in [message].")
+                          .ansi());
+        return false;
+    }
     std::string failure;
-    if (!mailMan.SendEmail(turn->email)) failure = mailMan.SmtpSessionLog().bytes();
-    const bool sent = failure.empty();
+    const bool sent = mailMan.SendEmail(turn->email);
+    if (!sent) keepLog(file.get(), mailMan);
+    if (!sent && trial != Trial::Always && mailMan.impl().failedBeforeMessage()) {
+        reset.keep();  // where no trial came before, this was one
+        failure = mailMan.LastErrorText().bytes();
+    } else if (!sent) {
+        failure = mailMan.SmtpSessionLog().bytes();
+    }
+    if (file && !file->reuse.value_or(true)) mailMan.impl().closeConnection();
     lastError.set(std::move(failure));
     return sent;
 }

@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 #include "mail/ClsMailMan.h"
+#include "platform/SysModule.h"
 #include "platform/SysThread.h"
 
 namespace tv {
@@ -17,8 +19,10 @@ constexpr uint32_t kFarewellMs = 500;
 
 }  // namespace
 
-Workbench::Workbench() {
+Workbench::Workbench() : settingsFile(plat::modulePath()) {
     email.put_Utf8(true);
+    // What is wrong with the file is told by the send that it stops.
+    std::ignore = settingsFile.refresh();
 }
 
 Workbench::~Workbench() {
@@ -37,6 +41,7 @@ void Workbench::resetEmail() {
     email.RemoveHtmlAlternative();
     email.DropAttachments();
     email.DropRelatedItems();
+    missingAttachment.clear();
     resetUnfinished_ = false;
 }
 

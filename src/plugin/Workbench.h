@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "mail/TvMailMan.h"
 #include "mime/TvEmail.h"
+#include "settings/SettingsFile.h"
 
 namespace tv {
 
@@ -26,6 +28,8 @@ struct Workbench {
 
     TvMailMan mailMan;
     TvEmail email;
+    settings::SettingsFile settingsFile;
+    std::string missingAttachment;  // why one of the message could not be added; UTF-8
 
 private:
     bool resetUnfinished_ = false;

@@ -2,8 +2,11 @@
 // to the reason why there is none.
 #include "mail/smtp/SmtpAuth.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "base/Ascii.h"
 #include "log/LogContextExitor.h"
@@ -13,6 +16,7 @@
 #include "mail/sasl/SaslNtlm.h"
 #include "mail/sasl/SaslPackage.h"
 #include "mail/sasl/SaslPlain.h"
+#include "mail/sasl/SaslScram.h"
 #include "mail/sasl/SaslXoauth2.h"
 #include "mail/smtp/SaslExchange.h"
 #include "mail/smtp/SmtpConnImpl.h"
@@ -139,6 +143,10 @@ MechanismTexts textsOf(AuthMechanism mechanism) {
             return {"NTLM", "Failed to login using NTLM method"};
         case AuthMechanism::Msn:
             return {"MSN", "Failed to login using MSN method"};
+        case AuthMechanism::ScramSha256:
+            return {"SCRAM-SHA-256", "Failed to login using SCRAM-SHA-256 method", true};
+        case AuthMechanism::ScramSha1:
+            return {"SCRAM-SHA-1", "Failed to login using SCRAM-SHA-1 method", true};
         case AuthMechanism::CramMd5:
             return {"CRAM_MD5", "Failed to login using CRAM-MD5 method", true};
         case AuthMechanism::Plain:
@@ -232,6 +240,12 @@ std::unique_ptr<SaslMechanism> LoginAttempt::make(AuthMechanism mechanism) const
         case AuthMechanism::Login:
             return std::make_unique<SaslLogin>(userBytes(), secretBytes(login_.password),
                                                std::string(settings.smtpHost.utf8()));
+        case AuthMechanism::ScramSha256:
+            return std::make_unique<SaslScram>(crypto::HashId::kSha256, userBytes(),
+                                               secretBytes(login_.password));
+        case AuthMechanism::ScramSha1:
+            return std::make_unique<SaslScram>(crypto::HashId::kSha1, userBytes(),
+                                               secretBytes(login_.password));
         case AuthMechanism::CramMd5:
             return std::make_unique<SaslCramMd5>(userBytes(), secretBytes(login_.password));
         case AuthMechanism::Plain:
@@ -256,7 +270,8 @@ std::unique_ptr<SaslMechanism> LoginAttempt::makeNtlm() const {
                                              login_.password, settings.loginDomain,
                                              settings.smtpHost);
     }
-    return std::make_unique<SaslNtlm>(user, login_.password, settings.loginDomain);
+    return std::make_unique<SaslNtlm>(user, login_.password, settings.loginDomain,
+                                      settings.ntlmVersion.value_or(defaultNtlmVersion()));
 }
 
 SaslXoauth2::TokenSource LoginAttempt::tokenSource() const {
@@ -280,6 +295,82 @@ SecureBuffer LoginAttempt::secretBytes(const XString& secret) const {
     return out;
 }
 
+Failure logInBy(CallContext& call, SmtpConnImpl& connection, const Login& login,
+                AuthMechanism mechanism) {
+    const std::string_view name = textsOf(mechanism).name;
+    if (name.empty()) noteNoLogin(call.log, connection, login);
+    if (mechanism == AuthMechanism::None) {
+        call.log.logData("login_method", "NONE or already authenticated");
+        return {};
+    }
+    if (!name.empty()) call.log.logData("login_method", name);
+    if (!name.empty() && !connection.isTls() && connection.settings.onlyEncrypted) {
+        return fail(call.log, Cause::AuthFailure,
+                    "No login was made: the connection is not encrypted, and the settings file "
+                    "asks for that (\"only-encrypted\" of [login]).");
+    }
+    if (!name.empty() && !connection.isTls()) {
+        call.log.logInfo("The connection is not encrypted: others on its way can read this login.");
+    }
+    Failure failure = LoginAttempt(call, connection, login).run(mechanism);
+    if (!failure) connection.noteLogin(name, login.user.utf8());
+    return failure;
+}
+
+// The one that an order of mechanisms names; None where it cannot be used with this login.
+AuthMechanism mechanismNamed(std::string_view name, const Login& login) {
+    constexpr std::pair<std::string_view, AuthMechanism> kNames[] = {
+        {"SCRAM-SHA-256", AuthMechanism::ScramSha256},
+        {"SCRAM-SHA-1", AuthMechanism::ScramSha1},
+        {"CRAM-MD5", AuthMechanism::CramMd5},
+        {"NTLM", AuthMechanism::Ntlm},
+        {"LOGIN", AuthMechanism::Login},
+        {"PLAIN", AuthMechanism::Plain},
+        {"XOAUTH2", AuthMechanism::Xoauth2},
+    };
+    for (const auto& [known, mechanism] : kNames) {
+        if (!equalsIgnoreCase(known, name)) continue;
+        const bool usable =
+            mechanism == AuthMechanism::Xoauth2 ? login.haveToken() : login.havePassword();
+        return usable ? mechanism : AuthMechanism::None;
+    }
+    return AuthMechanism::None;
+}
+
+// What is wanted, offered and possible, in the order in which it is to be tried.
+std::vector<AuthMechanism> candidates(LogBase& log, const SmtpConnImpl& connection,
+                                      const Login& login) {
+    const auto& wanted = connection.settings.methods;
+    if (wanted.empty()) {
+        AuthMechanisms offered = smtp::restrictedTo(login.method, connection.capabilities().auth);
+        if (!offered.any() && login.havePassword()) noteUnlistedMechanisms(log, offered);
+        if (connection.settings.cramMd5InClear && !connection.isTls() && offered.cramMd5) {
+            offered.login = offered.plain = false;
+        }
+        return {smtp::chooseMechanism(offered, login.havePassword(), login.haveToken())};
+    }
+    std::vector<AuthMechanism> all;
+    for (const std::string& name : wanted) {
+        const bool offered =
+            std::ranges::any_of(connection.capabilities().authNames,
+                                [&](const auto& other) { return equalsIgnoreCase(other, name); });
+        const AuthMechanism mechanism = mechanismNamed(name, login);
+        if (offered && mechanism != AuthMechanism::None) all.push_back(mechanism);
+    }
+    if (all.empty()) all.push_back(AuthMechanism::None);
+    return all;
+}
+
+// The server has the mechanism no longer, or wants another (RFC 4954 section 6); or it is no good
+// for this password. A login that was refused is none to be repeated: servers lock users out.
+bool mayTryNext(const Failure& failure, const SmtpConnImpl& connection) {
+    constexpr int32_t kTooWeak = 534, kOverTlsAlone = 538;
+    const int32_t code = failure.replyCode();
+    return connection.isConnected() &&
+           (failure.is(Cause::NoCredentials) || (code >= 500 && code <= 504) || code == kTooWeak ||
+            code == kOverTlsAlone);
+}
+
 }  // namespace
 
 Failure smtpAuthenticate(CallContext& call, SmtpConnImpl& connection) {
@@ -300,21 +391,12 @@ Failure smtpAuthenticate(CallContext& call, SmtpConnImpl& connection) {
         noteNoLogin(call.log, connection, login);
         return {};
     }
-    AuthMechanisms offered = smtp::restrictedTo(login.method, connection.capabilities().auth);
-    if (!offered.any() && login.havePassword()) noteUnlistedMechanisms(call.log, offered);
-    const AuthMechanism mechanism =
-        smtp::chooseMechanism(offered, login.havePassword(), login.haveToken());
-    const std::string_view name = textsOf(mechanism).name;
-    if (name.empty()) noteNoLogin(call.log, connection, login);
-    if (mechanism == AuthMechanism::None) {
-        call.log.logData("login_method", "NONE or already authenticated");
-        return {};
+    Failure failure;
+    for (const AuthMechanism mechanism : candidates(call.log, connection, login)) {
+        failure = logInBy(call, connection, login, mechanism);
+        if (!failure || !mayTryNext(failure, connection)) break;
     }
-    if (!name.empty()) call.log.logData("login_method", name);
-    if (!name.empty() && !connection.isTls()) {
-        call.log.logInfo("The connection is not encrypted: others on its way can read this login.");
-    }
-    return LoginAttempt(call, connection, login).run(mechanism);
+    return failure;
 }
 
 }  // namespace tv

@@ -17,6 +17,8 @@ enum class AuthMechanism : uint8_t {
     Login,
     Ntlm,
     Msn,
+    ScramSha256,
+    ScramSha1,
     CramMd5,
     Plain,
     DigestMd5,

@@ -80,12 +80,27 @@ void addAuthNames(std::string_view words, std::vector<std::string>& names) {
     }
 }
 
-// RFC 1870 section 4: "SIZE" alone and 0 set no limit, and what is no number says nothing.
-uint64_t sizeOf(std::string_view digits) {
+// "SIZE" alone and 0 set no limit (RFC 1870 section 4), and what is no number says nothing.
+uint64_t limitOf(std::string_view digits) {
     uint64_t size = 0;
     const char* const end = digits.data() + digits.size();
     const auto result = std::from_chars(digits.data(), end, size);
     return result.ec == std::errc() && result.ptr == end ? size : 0;
+}
+
+// RFC 9422 section 3: names and numbers, "RCPTMAX=20 MAILMAX=5".
+void addLimits(std::string_view words, SmtpCapabilities& found) {
+    constexpr std::pair<std::string_view, uint64_t SmtpCapabilities::*> kKnown[] = {
+        {"RCPTMAX=", &SmtpCapabilities::recipientLimit},
+        {"MAILMAX=", &SmtpCapabilities::transactionLimit}};
+    while (!words.empty()) {
+        const size_t end = std::min(words.find(' '), words.size());
+        const std::string_view word = words.substr(0, end);
+        for (const auto& [name, limit] : kKnown) {
+            if (startsWithIgnoreCase(word, name)) found.*limit = limitOf(word.substr(name.size()));
+        }
+        words.remove_prefix(std::min(end + 1, words.size()));
+    }
 }
 
 void addLine(std::string_view text, SmtpCapabilities& found) {
@@ -99,7 +114,11 @@ void addLine(std::string_view text, SmtpCapabilities& found) {
         return;
     }
     if (equalsIgnoreCase(text, "SIZE") || startsWithIgnoreCase(text, "SIZE ")) {
-        found.sizeLimit = sizeOf(trimmed(text.substr(4)));
+        found.sizeLimit = limitOf(trimmed(text.substr(4)));
+        return;
+    }
+    if (startsWithIgnoreCase(text, "LIMITS ")) {
+        addLimits(text.substr(std::string_view("LIMITS ").size()), found);
         return;
     }
     for (const Extension& extension : kExtensions) {

@@ -32,6 +32,8 @@ struct SmtpCapabilities {
     bool hasSmtpUtf8 = false;
     bool hasDsn = false;
     uint64_t sizeLimit = 0;              // bytes of a message (RFC 1870); 0: none announced
+    uint64_t recipientLimit = 0;         // of a transaction (RFC 9422, RCPTMAX); 0: none announced
+    uint64_t transactionLimit = 0;       // of a connection (MAILMAX); 0: none announced
     bool authWithoutMechanisms = false;  // "AUTH" alone: the server takes no login
     AuthMechanisms auth;
     std::vector<std::string> authNames;  // all that stand behind AUTH, for people; 20 at most

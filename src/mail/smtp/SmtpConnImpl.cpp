@@ -60,18 +60,28 @@ std::string awaited(std::string_view command) {
 
 SmtpConnImpl::SmtpConnImpl() : tlsSessions_(std::make_shared<TlsSessionSlot>()) {}
 
+void SmtpConnImpl::forgetSecrets() {
+    tlsSessions_ = std::make_shared<TlsSessionSlot>();
+    tokenSource_.reset();
+}
+
 SmtpConnImpl::~SmtpConnImpl() {
-    if (!isConnected() || unsettled_) return;
     try {
-        LogNull quiet;
-        CallContext call(quiet);
-        const uint32_t idle = settings.idleTimeoutMs;
-        settings.idleTimeoutMs = idle == 0 ? kQuitTimeoutMs : std::min(idle, kQuitTimeoutMs);
-        const TotalTimeout limit(call, settings.idleTimeoutMs);
-        smtpQuit(call);
-        closeSmtpConnection(call);
-    } catch (...) {  // no memory left to say goodbye
+        sayGoodbye();
+    } catch (...) {  // no memory left for it
     }
+}
+
+void SmtpConnImpl::sayGoodbye() {
+    if (!isConnected() || unsettled_) return;
+    LogNull quiet;
+    CallContext call(quiet);
+    const uint32_t idle = settings.idleTimeoutMs;
+    settings.idleTimeoutMs = idle == 0 ? kQuitTimeoutMs : std::min(idle, kQuitTimeoutMs);
+    const TotalTimeout limit(call, settings.idleTimeoutMs);
+    smtpQuit(call);
+    closeSmtpConnection(call);
+    settings.idleTimeoutMs = idle;
 }
 
 Failure SmtpConnImpl::sendCmdToSmtp(CallContext& call, std::string_view command, bool secret) {

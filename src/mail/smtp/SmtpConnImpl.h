@@ -28,7 +28,7 @@ struct TlsSessionSlot;
 class SmtpConnImpl {
 public:
     SmtpConnImpl();
-    ~SmtpConnImpl();  // says QUIT where that makes sense, waiting at most five seconds
+    ~SmtpConnImpl();  // as sayGoodbye
     SmtpConnImpl(const SmtpConnImpl&) = delete;
     SmtpConnImpl& operator=(const SmtpConnImpl&) = delete;
 
@@ -38,6 +38,8 @@ public:
     // connection object.
     const std::shared_ptr<TlsSessionSlot>& tlsSessions() const { return tlsSessions_; }
     void lendTlsSessions(std::shared_ptr<TlsSessionSlot> slot) { tlsSessions_ = std::move(slot); }
+    // TLS session and access token of before are not used again.
+    void forgetSecrets();
 
     // A greeted connection, the open one if it still serves. On failure it is closed.
     Failure smtpConnect(CallContext& call);
@@ -59,6 +61,8 @@ public:
     void smtpRset(CallContext& call);
     void smtpQuit(CallContext& call);
     void closeSmtpConnection(CallContext& call);
+    // Ends an open connection, with QUIT where that makes sense, waiting at most five seconds.
+    void sayGoodbye();
 
     // Bytes of message data; the transcript does not see them. The last words of the server, where
     // there are any, are the failure.
@@ -74,7 +78,20 @@ public:
     bool hasInput() const { return socket_ && socket_->hasBufferedInput(); }
 
     bool isConnected() const { return socket_ && socket_->isConnected(); }
+    void countTransaction() { ++transactions_; }
+    // The connection has had all the transactions that the server allows.
+    bool isUsedUp() const;
+    // A session that could serve the next send, as far as one can tell without looking.
+    bool seemsReady() const;
     bool isTls() const { return socket_ && socket_->isTls(); }
+    // Of the newest connection, kept after its end.
+    struct Peer {
+        std::string address;  // numeric
+        std::string tls;      // version and suite; empty: in clear
+        std::string login;    // mechanism and user; empty: none
+    };
+    const Peer& peer() const { return peer_; }
+    void noteLogin(std::string_view mechanism, std::string_view user);
     // STARTTLS in the middle of a session, with a greeting before and after it. Failure may have
     // closed the connection.
     Failure upgradeForLogin(CallContext& call);
@@ -102,6 +119,7 @@ private:
     Failure openSession(CallContext& call);
     Failure openAndGreet(CallContext& call);
     Failure openTcp(CallContext& call);
+    void notePeer();
     Failure smtpGreeting(CallContext& call);
 
     std::string localHostName(LogBase& log) const;
@@ -137,6 +155,8 @@ private:
     SmtpSettings made_;  // those of the open connection
     SmtpCapabilities capabilities_;
     bool authenticated_ = false;
+    uint64_t transactions_ = 0;
+    Peer peer_;
     std::string noLogin_;
     bool unsettled_ = false;
     bool withoutTls13_ = false;  // this attempt offers no TLS 1.3

@@ -8,6 +8,7 @@
 #include "mail/smtp/SmtpFailure.h"
 #include "net/ConnectFailure.h"
 #include "net/stream/SChannelTolvane.h"
+#include "net/tls/Handshake.h"
 #include "platform/SysClock.h"
 
 namespace tv {
@@ -76,7 +77,17 @@ std::string_view SmtpConnImpl::changedSetting() const {
     }
     if (settings.oauth2Token != made_.oauth2Token) return "SMTP OAuth2 access token changed.";
     if (settings.loginDomain != made_.loginDomain) return "SMTP login domain changed.";
+    if (settings.revision != made_.revision) return "The settings file changed.";
     return {};
+}
+
+bool SmtpConnImpl::isUsedUp() const {
+    const uint64_t limit = capabilities_.transactionLimit;
+    return settings.heedLimits && limit > 0 && transactions_ >= limit;
+}
+
+bool SmtpConnImpl::seemsReady() const {
+    return isConnected() && !unsettled_ && !isUsedUp() && changedSetting().empty();
 }
 
 bool SmtpConnImpl::connectionIsReady(CallContext& call) {
@@ -85,6 +96,11 @@ bool SmtpConnImpl::connectionIsReady(CallContext& call) {
     if (!changed.empty()) {
         call.log.logInfo(changed);
         call.log.logInfo("Need new SMTP connection...");
+        return false;
+    }
+    if (socket_ && isUsedUp()) {
+        call.log.logInfo("The server allows no more messages on this connection (LIMITS).");
+        smtpQuit(call);
         return false;
     }
     // An end of stream or a word out of turn (a 421 of a server that gave up waiting) shows here.
@@ -143,25 +159,47 @@ Failure SmtpConnImpl::openTcp(CallContext& call) {
     sessionLog_.startAnew();
     capabilities_ = {};
     noLogin_.clear();
+    peer_ = {};
+    transactions_ = 0;
     made_ = settings;
     unsettled_ = true;
     socket_ = std::make_unique<Socket2>();
     socket_->setConnectTimeoutMs(settings.connectTimeoutMs);
+    socket_->setOnlyFamily(settings.onlyFamily);
+    socket_->setLocalAddress(settings.localAddress.utf8());
     socket_->setTcpNoDelay(call.log, true);
     TlsChannelSettings& tls = socket_->tlsSettings();
     tls.tlsProtocol = settings.tlsProtocol.utf8();
     tls.requireSslCertVerify = settings.requireSslCertVerify;
     tls.trustAnchorsFile = settings.trustAnchorsFile.utf8();
+    tls.furtherAnchorsFile = settings.furtherAnchorsFile.utf8();
+    tls.pinnedKeys = settings.pinnedKeys;
+    tls.oldSuites = settings.oldSuites;
     tls.sessions = tlsSessions_;
     tls.withoutTls13 = withoutTls13_;
     const Failure failure =
         socket_->connect2(call, settings.smtpHost.utf8(), settings.smtpPort, settings.smtpSsl);
-    if (!failure) return {};
+    if (!failure) {
+        notePeer();
+        return {};
+    }
     socket_.reset();
     return fail(call.log, Cause::ConnectFailed,
                 "No connection to " + std::string(settings.smtpHost.utf8()) + ":" +
                     std::to_string(settings.smtpPort) + ": " + connectFailText(failure) + ".")
         .because(failure);
+}
+
+void SmtpConnImpl::notePeer() {
+    peer_.address = socket_->remoteIp();
+    const tls::Negotiated* secure = socket_->negotiated();
+    if (!secure) return;
+    peer_.tls = tls::versionName(secure->version);
+    if (secure->suite) peer_.tls += ' ' + std::string(secure->suite->name);
+}
+
+void SmtpConnImpl::noteLogin(std::string_view mechanism, std::string_view user) {
+    peer_.login = std::string(mechanism) + ' ' + std::string(user);
 }
 
 Failure SmtpConnImpl::smtpGreeting(CallContext& call) {

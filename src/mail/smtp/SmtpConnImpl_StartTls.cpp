@@ -67,6 +67,7 @@ Failure SmtpConnImpl::upgradeToTls(CallContext& call) {
         return failure;
     }
     call.log.logInfo("TLS connection established.");
+    notePeer();
     // RFC 3207 section 4.2: nothing learnt before the handshake counts.
     capabilities_ = {};
     return {};

@@ -124,6 +124,10 @@ Failure SmtpDelivery::deliverToUtf8(std::vector<std::string> waiting, Failure be
 Failure SmtpDelivery::deliverTo(std::vector<std::string> waiting, bool utf8) {
     while (!waiting.empty()) {
         Failure failure = takeForm(utf8);
+        // The next transaction of the same message goes over another connection.
+        if (!failure && connection_.isUsedUp()) {
+            failure = connection_.smtpConnectAndAuthenticate(call_, false);
+        }
         SmtpTransaction transaction = nextOf(waiting);
         if (!failure) {
             failure = SmtpTransfer(call_, connection_, send_, transaction).sendSmtpEmail();
@@ -189,7 +193,12 @@ void SmtpDelivery::giveUp(std::vector<std::string>& recipients) {
 SmtpTransaction SmtpDelivery::nextOf(std::vector<std::string>& waiting) {
     SmtpTransaction transaction;
     transaction.isFurther = taken_;
-    const size_t count = std::min(waiting.size(), room_);
+    size_t room = room_;
+    const uint64_t limit = connection_.capabilities().recipientLimit;
+    if (connection_.settings.heedLimits && limit > 0) {
+        room = static_cast<size_t>(std::min<uint64_t>(room, limit));
+    }
+    const size_t count = std::min(waiting.size(), room);
     const auto end = waiting.begin() + static_cast<std::ptrdiff_t>(count);
     transaction.recipients.assign(std::make_move_iterator(waiting.begin()),
                                   std::make_move_iterator(end));

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "log/LogBase.h"
@@ -33,6 +34,10 @@ struct SmtpSend {
     // Each recipient that the server was asked about is in one of them.
     std::vector<std::string> goodRecipients;
     std::vector<std::string> badRecipients;
+    // The code of each reply to a recipient, in the order of the replies; of the message, the last
+    // line of the reply to it.
+    std::vector<std::pair<std::string, int32_t>> codes;
+    std::string finalReply;
 
     // The share of the progress that each recipient and the rest of the envelope stand for: about
     // the bytes of their commands and replies.

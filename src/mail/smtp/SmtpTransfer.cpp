@@ -28,6 +28,7 @@ constexpr int32_t kGoAhead = 354;
 Failure SmtpTransfer::sendSmtpEmail() {
     const LogContextExitor context(call_.log, "sendSmtpEmail");
     connection_.setUnsettled(true);
+    connection_.countTransaction();
     const bool pipelined = connection_.capabilities().hasPipelining && send_.pipelining;
     Failure failure = pipelined ? sendWithPipelining() : sendNonPipelining();
     if (failure) {
@@ -74,6 +75,10 @@ Failure SmtpTransfer::queueMailFrom() {
     const LogContextExitor context(call_.log, "smtpMailFrom");
     call_.log.logData("mailFrom", send_.fromAddress);
     if (send_.fromAddress.empty()) call_.log.logInfo("Warning: No From Address");
+    if (!connection_.settings.dsnNotify.empty() && !connection_.capabilities().hasDsn) {
+        call_.log.logInfo(
+            "Warning: No delivery report is asked for: the server does not offer DSN.");
+    }
     smtp::FromParameters parameters;
     parameters.smtpUtf8 = send_.utf8;
     if (connection_.capabilities().hasDsn) {
@@ -125,6 +130,7 @@ Failure SmtpTransfer::readRcptTo(const std::string& recipient, SmtpResponse& rep
     Failure failure = connection_.readSmtpResponse(call_, recipientStep(recipient), reply);
     if (failure) return std::move(failure).at(Stage::Recipients);
     advance(SmtpSend::kRecipientShare);
+    send_.codes.emplace_back(recipient, reply.statusCode);
     if (call_.mustStop()) {
         failure = fail(call_.log, Cause::Aborted,
                        "Aborted by application callback after receiving RCPT TO response.");
@@ -196,11 +202,20 @@ Failure SmtpTransfer::sendFlights() {
         if (Failure failure = readFlightReplies(first, end)) return failure;
         first = end;
     } while (first < transaction_.recipients.size() && !senderRefusal_);
-    if (send_.checkRecipientsOnly || first < transaction_.recipients.size()) {
-        if (senderRefusal_) connection_.smtpRset(call_);
+    const bool all = first == transaction_.recipients.size();
+    if (all && dataIsPipelined()) return readPipelinedDataReply();
+    if (senderRefusal_) {
+        connection_.smtpRset(call_);
         return {};
     }
-    return readPipelinedDataReply();
+    if (send_.checkRecipientsOnly) return {};
+    Failure failure = checkAccepted();
+    return failure ? std::move(failure) : smtpData();
+}
+
+// DATA leaves with the last recipients, before anything is known of them.
+bool SmtpTransfer::dataIsPipelined() const {
+    return !send_.checkRecipientsOnly && !connection_.settings.dataAfterRecipients;
 }
 
 // Queues the next recipients and, with the last of them, DATA. Returns where the flight ends.
@@ -211,7 +226,7 @@ size_t SmtpTransfer::queueFlight(size_t first) {
         const LogContextExitor context(call_.log, "sendRcptTo");
         failure = queueRcptTo(transaction_.recipients[i]);
     }
-    if (!failure && end == transaction_.recipients.size() && !send_.checkRecipientsOnly) {
+    if (!failure && end == transaction_.recipients.size() && dataIsPipelined()) {
         failure = connection_.queueCommand(call_.log, "DATA\r\n", false);
     }
     return end;

@@ -45,6 +45,7 @@ private:
     Failure readRcptTo(const std::string& recipient, SmtpResponse& reply);
     Failure sendFlights();
     Failure sendFlight();
+    bool dataIsPipelined() const;
     size_t queueFlight(size_t first);
     Failure readPipelinedMailReply();
     Failure readFlightReplies(size_t first, size_t end);

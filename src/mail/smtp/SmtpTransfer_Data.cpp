@@ -18,6 +18,22 @@ constexpr uint64_t kLargeTransfer = 10000;
 constexpr std::string_view kOutcomeUnknown =
     "The server may have the message: sending it again may deliver it twice.";
 
+// The time in which a server judges a whole message may be another one than that of other replies.
+class AcceptanceTime {
+public:
+    explicit AcceptanceTime(SmtpSettings& settings)
+        : settings_(settings), usual_(settings.idleTimeoutMs) {
+        if (settings.acceptanceTimeoutMs > 0) settings.idleTimeoutMs = settings.acceptanceTimeoutMs;
+    }
+    ~AcceptanceTime() { settings_.idleTimeoutMs = usual_; }
+    AcceptanceTime(const AcceptanceTime&) = delete;
+    AcceptanceTime& operator=(const AcceptanceTime&) = delete;
+
+private:
+    SmtpSettings& settings_;
+    const uint32_t usual_;
+};
+
 }  // namespace
 
 // The server waits for the message. From here on no failure asks for a second try: what breaks off
@@ -109,7 +125,9 @@ Failure SmtpTransfer::answeredTooEarly() {
 Failure SmtpTransfer::replyToEnd(SmtpResponse& reply) {
     try {
         Failure failure = connection_.sendCmdToSmtp(call_, "\r\n.\r\n", false);
-        return failure ? std::move(failure) : connection_.readSmtpResponse(call_, ".", reply);
+        if (failure) return failure;
+        const AcceptanceTime patience(connection_.settings);
+        return connection_.readSmtpResponse(call_, ".", reply);
     } catch (const std::bad_alloc&) {
         return fail(call_.log, Cause::OutOfMemory, "No memory for the end of the message data.");
     }
@@ -139,6 +157,7 @@ Failure SmtpTransfer::finishMessage() {
 }
 
 Failure SmtpTransfer::judgeFinalReply(const SmtpResponse& reply) {
+    send_.finalReply = reply.shownFinalLine();
     if (reply.statusCode < 400) return {};
     call_.log.logError("Non-success DATA terminator response.");
     return answeredWith(Cause::DataFailure, "The message", reply).at(Stage::Acceptance);

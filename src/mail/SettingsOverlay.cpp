@@ -1,0 +1,136 @@
+// Key by key, from what the file says to what the session goes by.
+#include "mail/SettingsOverlay.h"
+
+#include <string>
+#include <utility>
+
+#include "base/Ascii.h"
+#include "log/Fail.h"
+#include "log/LogContextExitor.h"
+
+namespace tv {
+namespace {
+
+using settings::Encryption;
+
+template <class Wanted, class Said>
+void layOver(Wanted& wanted, const std::optional<Said>& said) {
+    if (said) wanted = static_cast<Wanted>(*said);
+}
+
+void layOver(XString& wanted, const std::optional<std::string>& said) {
+    if (said) wanted.setUtf8(*said);
+}
+
+// The policy text of the versions between two.
+std::string versionPolicy(settings::TlsVersion lowest, settings::TlsVersion highest) {
+    return "TLS 1." + std::to_string(static_cast<int>(lowest)) + " to 1." +
+           std::to_string(static_cast<int>(highest));
+}
+
+}  // namespace
+
+SettingsOverlay::SettingsOverlay(SmtpSettings& settings, const settings::Settings* file)
+    : settings_(settings), file_(file) {
+    if (file_) hosts_ = settings_;
+}
+
+SettingsOverlay::~SettingsOverlay() {
+    if (file_) settings_ = std::move(hosts_);
+}
+
+Failure SettingsOverlay::lay(LogBase& log) {
+    if (!file_) return {};
+    {
+        const LogContextExitor context(log, "settingsFile");
+        log.logData("path", file_->file);
+        for (const std::string& line : file_->inForce) {
+            log.logInfo(line);
+        }
+    }
+    settings_.revision = file_->revision;
+    layServer();
+    layLogin();
+    layMessage();
+    return layCertificate(log);
+}
+
+void SettingsOverlay::layServer() {
+    layOver(settings_.smtpHost, file_->host);
+    layOver(settings_.smtpPort, file_->port);
+    layOver(settings_.heloHostname, file_->helo);
+    layOver(settings_.connectTimeoutMs, file_->connectTimeoutMs);
+    layOver(settings_.idleTimeoutMs, file_->idleTimeoutMs);
+    layOver(settings_.acceptanceTimeoutMs, file_->acceptanceTimeoutMs);
+    layOver(settings_.totalTimeoutMs, file_->totalTimeoutMs);
+    layOver(settings_.localAddress, file_->localAddress);
+    if (file_->family && *file_->family != settings::Family::Any) {
+        settings_.onlyFamily = *file_->family == settings::Family::Ipv4 ? plat::AddressFamily::IPv4
+                                                                        : plat::AddressFamily::IPv6;
+    }
+    if (file_->port) settings_.fixPort = false;
+    if (!file_->encryption) return;
+    settings_.fixEncryption = false;
+    settings_.smtpSsl = *file_->encryption == Encryption::Implicit;
+    settings_.startTls = *file_->encryption == Encryption::StartTls;
+    settings_.startTlsIfPossible = *file_->encryption == Encryption::IfOffered;
+}
+
+void SettingsOverlay::layLogin() {
+    layOver(settings_.userName, file_->user);
+    layOver(settings_.loginDomain, file_->domain);
+    settings_.cramMd5InClear = file_->cramMd5InClear;
+    if (file_->ntlm) settings_.ntlmVersion = file_->ntlm;
+    layOver(settings_.onlyEncrypted, file_->onlyEncrypted);
+    for (const std::string& method : file_->methods) {
+        settings_.methods.push_back(method);
+    }
+    // One secret, that of who is named beside it.
+    if (file_->password || file_->oauth2) {
+        settings_.password = file_->password.value_or(XString());
+        settings_.oauth2Token = file_->oauth2.value_or(XString());
+    }
+}
+
+Failure SettingsOverlay::layCertificate(LogBase& log) {
+    layOver(settings_.requireSslCertVerify, file_->verify);
+    layOver(settings_.trustAnchorsFile, file_->roots);
+    layOver(settings_.furtherAnchorsFile, file_->rootsAlso);
+    layOver(settings_.oldSuites, file_->oldSuites);
+    settings_.pinnedKeys = file_->pins;
+    if (file_->lowest || file_->highest) {
+        settings_.tlsProtocol.setUtf8(
+            versionPolicy(file_->lowest.value_or(settings::TlsVersion::Tls10),
+                          file_->highest.value_or(settings::TlsVersion::Tls13)));
+    }
+    const char* const wanting = !file_->pins.empty()            ? "pin"
+                                : file_->roots                  ? "roots"
+                                : file_->rootsAlso              ? "roots-also"
+                                : file_->verify.value_or(false) ? "verify"
+                                                                : nullptr;
+    if (!wanting || settings_.smtpSsl || settings_.startTls) return {};
+    return fail(log, Cause::SettingsUnusable,
+                "The settings file " + file_->file + " cannot be used: \"" + wanting +
+                    "\" of [certificate] needs \"encryption\" of [server] to be starttls or "
+                    "implicit; " +
+                    (file_->encryption ? "the file says otherwise."
+                                       : "the host program asks for neither."));
+}
+
+void SettingsOverlay::layMessage() {
+    layOver(settings_.requireAllRecipients, file_->allRecipients);
+    layOver(settings_.dataAfterRecipients, file_->allRecipients);
+    settings_.heedLimits = true;
+    layOver(settings_.heedSizeLimit, file_->checkSize);
+    layOver(settings_.sentMailLogFile, file_->sentMail);
+    std::string notify;
+    for (const std::string& when : file_->deliveryReport) {
+        notify += (notify.empty() ? "" : ",") + when;
+    }
+    for (char& c : notify) {
+        c = asciiUpper(c);
+    }
+    if (!notify.empty()) settings_.dsnNotify.setUtf8(notify);
+}
+
+}  // namespace tv
