@@ -46,6 +46,8 @@ Other
   --library PATH         the plug-in to load (the one beside this program)
   --help
 
+  emailsend settings     which settings file counts, and more (emailsend settings --help)
+
 It waits as long as the plug-in does: two minutes for a server that is gone, longer for a slow one.
 
 Exit code: 0 the server accepted the message for at least one recipient; 1 it did not (what is said

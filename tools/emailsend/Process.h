@@ -21,6 +21,9 @@ void printOut(std::string_view text);
 void printError(std::string_view text);
 bool errorsGoToTerminal();
 
+// One line of stdin, asked for by the prompt where somebody sits there, and then not shown.
+std::string secretLine(std::string_view prompt);
+
 // Windows: from now on no box of the system's own (a drive without a disk, a DLL that is missing).
 void settleIn();
 

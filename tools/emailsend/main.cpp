@@ -10,6 +10,7 @@
 #include "emailsend/Files.h"
 #include "emailsend/PlugIn.h"
 #include "emailsend/Process.h"
+#include "emailsend/SettingsCommand.h"
 #include "emailsend/Watched.h"
 #include "platform/SysHost.h"
 #include "platform/SysWipe.h"
@@ -187,6 +188,9 @@ int run(const std::vector<std::string>& words) {
     PlugIn plugIn;
     std::string error;
     settleIn();
+    if (!words.empty() && words.front() == "settings") {
+        return runSettings({words.begin() + 1, words.end()});
+    }
     if (!parseArguments(words, job.arguments, error)) {
         return report(kUnusable, error + " (--help shows all options)");
     }

@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "base/XString.h"
@@ -53,6 +54,25 @@ void printError(std::string_view text) {
 
 bool errorsGoToTerminal() {
     return isatty(STDERR_FILENO) == 1;
+}
+
+std::string secretLine(std::string_view prompt) {
+    termios before{};
+    const bool asked = tcgetattr(STDIN_FILENO, &before) == 0;
+    if (asked) {
+        printError(prompt);
+        termios silent = before;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    }
+    std::string line;
+    for (int c; (c = getchar()) != EOF && c != '\n';)
+        line += static_cast<char>(c);
+    if (asked) {
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+        printError("\n");
+    }
+    return line;
 }
 
 void settleIn() {

@@ -92,6 +92,30 @@ bool errorsGoToTerminal() {
     return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode);
 }
 
+std::string secretLine(std::string_view prompt) {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD before = 0;
+    const bool asked = GetConsoleMode(input, &before) != 0;
+    std::string line;
+    if (asked) {
+        printError(prompt);
+        SetConsoleMode(input, before & ~DWORD{ENABLE_ECHO_INPUT});
+        wchar_t wide[1024];
+        DWORD size = 0;
+        if (ReadConsoleW(input, wide, 1024, &size, nullptr)) line = narrow({wide, size});
+        SecureZeroMemory(wide, sizeof wide);
+        SetConsoleMode(input, before);
+        printError("\n");
+    } else {
+        DWORD size = 0;
+        for (char c; ReadFile(input, &c, 1, &size, nullptr) && size == 1 && c != '\n';)
+            line += c;
+    }
+    while (line.ends_with('\n') || line.ends_with('\r'))
+        line.pop_back();
+    return line;
+}
+
 void settleIn() {
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
 }

@@ -1,0 +1,383 @@
+"""The settings file through both libraries, under a program that knows nothing of it: emailsend and the 24 functions."""
+import base64
+import datetime
+import email.policy
+import hashlib
+import os
+import shlex
+import shutil
+import ssl
+import time
+
+import pytest
+
+from programs import run
+from products import Host
+from receiver import Receiver, server_context
+from scripted import ScriptedServer
+from servers import make_certificate
+from servers import run as run_tool
+from test_tls_trust import chain  # noqa: F401 (a fixture)
+
+
+@pytest.fixture(scope="module")
+def certificates(chain):  # noqa: F811
+    """The chain with a certificate that is signed by itself, one that has expired, and a pin by openssl's own hand."""
+    make_certificate(chain / "lonely", "-addext", "subjectAltName=DNS:localhost")
+    run_tool("openssl", "x509", "-in", chain / "lonely.pem", "-CA", chain / "between.pem", "-CAkey", chain / "between.key",
+             "-CAcreateserial", "-days", "-1", "-out", chain / "expired.pem")
+    shutil.copy(chain / "lonely.key", chain / "expired.key")
+    for leaf in ("good", "other", "expired"):  # servers show what stands between, too
+        shown = (chain / f"{leaf}.pem").read_text() + (chain / "between.pem").read_text()
+        (chain / f"{leaf}-shown.pem").write_text(shown)
+    run_tool("openssl", "pkey", "-in", chain / "lonely.key", "-pubout", "-outform", "DER", "-out", chain / "lonely.der")
+    pin = hashlib.sha256((chain / "lonely.der").read_bytes()).digest()
+    (chain / "pin").write_text("sha256//" + base64.b64encode(pin).decode())
+    return chain
+
+
+class Watched(Receiver):
+    """Notes names, addresses and the number of connections, too."""
+
+    def __init__(self, folder=None, leaf=None, **options):
+        self.names, self.peers, self.connections = [], set(), 0
+        shown = leaf and folder / f"{leaf}-shown.pem"
+        files = leaf and (shown if shown.exists() else folder / f"{leaf}.pem", folder / f"{leaf}.key")
+        self.tls = server_context(files) if leaf else None
+        super().__init__(tls=leaf and "starttls", context=self.tls, **options)
+
+    def __enter__(self):
+        super().__enter__()
+        self.connections = 0  # the controller's own first one does not count
+        return self
+
+    def factory(self):
+        self.connections += 1
+        return super().factory()
+
+    async def handle_EHLO(self, server, session, envelope, hostname, responses):
+        self.names.append(hostname)
+        self.peers.add(session.peer[0])
+        return await super().handle_EHLO(server, session, envelope, hostname, responses)
+
+
+class Site:
+    """A machine with a settings file, and a program that sends from it."""
+
+    def __init__(self, product, folder, chain=None):
+        self.product, self.file, self.chain = product, folder / "mail.ini", chain
+
+    def say(self, text, mode=0o600):
+        if self.chain:
+            roots = {name: self.product.path(self.chain / f"{name}.pem") for name in ("root", "stranger")}
+            text = text.format(pin=(self.chain / "pin").read_text(), **roots)
+        self.file.write_text(text, "utf-8")
+        self.file.chmod(mode)
+
+    def send(self, server, *words, host="localhost", sender="a@b.test", to="c@d.test", **env):
+        return run(self.product, self.product.program, "--host", host, "--port", server.port, "--from", sender,
+                   "--to", to, *words, env={"EMAILSENDING_SETTINGS": self.product.path(self.file), **env})
+
+
+@pytest.fixture
+def site(product, tmp_path):
+    return Site(product, tmp_path)
+
+
+VERIFY = "[server]\nencryption = starttls\n[certificate]\n"
+# What the file says, the certificate of the server or None for no TLS, what is told; None: the message goes out.
+CASES = {
+    "nothing said": ("", "lonely", None),
+    "signed by itself": (VERIFY + "verify = yes", "lonely", "not known or not trusted"),
+    "issuer unknown": (VERIFY + "roots = {stranger}", "good", "not known or not trusted"),
+    "expired": (VERIFY + "roots = {root}", "expired", "has expired"),
+    "wrong name": (VERIFY + "roots = {root}", "other", "issued for another host"),
+    "the company's root": (VERIFY + "roots = {root}", "good", None),
+    "besides the system's roots": (VERIFY + "roots-also = {root}", "good", None),
+    "besides the stranger": (VERIFY + "roots = {stranger}\nroots-also = {root}", "good", None),
+    "pinned": (VERIFY + "pin = {pin}", "lonely", None),
+    "one of the pins": (VERIFY + f"pin = {'0' * 64}, {{pin}}", "lonely", None),
+    "another key": (VERIFY + "pin = {pin}", "good", "none of those that are pinned"),
+    "pinned but unknown": (VERIFY + "verify = yes\npin = {pin}", "lonely", "not known or not trusted"),
+    "known but not pinned": (VERIFY + "roots = {root}\npin = {pin}", "good", "none of those that are pinned"),
+    "a pin in clear": ("[server]\nencryption = if-offered\n[certificate]\npin = {pin}", "lonely",
+                       '"pin" of [certificate] needs "encryption" of [server]'),
+    "an old suite": ("[server]\nencryption = starttls", "AES256-GCM-SHA384", None),
+    "no old suite": ("[server]\nencryption = starttls\n[tls]\nold-suites = no", "AES256-GCM-SHA384", "handshake"),
+    "no TLS": ("[server]\nencryption = starttls", None, "STARTTLS"),
+    "TLS not asked for": ("[certificate]\nverify = yes", None, '"verify" of [certificate] needs "encryption" of [server]'),
+    "only new versions": ("[server]\nencryption = starttls\n[tls]\nlowest = 1.3", "lonely", "handshake"),
+    "unknown key": ("[server]\nhots = x", None, 'mail.ini cannot be used: line 2: "hots" is no key of [server]'),
+}
+
+
+@pytest.mark.parametrize("case", CASES)
+def test_verdicts(product, tmp_path, certificates, case):
+    said, leaf, told = CASES[case]
+    site = Site(product, tmp_path, certificates)
+    site.say(said)
+    suite, leaf = (leaf, "signing") if "suite" in case else (None, leaf)
+    with Watched(certificates, leaf) as server:
+        if suite:
+            server.tls.set_ciphers(suite)
+        if suite or case == "only new versions":
+            server.tls.maximum_version = ssl.TLSVersion.TLSv1_2
+        done = site.send(server)
+    assert (done.code == 0, len(server.messages)) == ((True, 1) if told is None else (False, 0)), done.err
+    assert told is None or told in done.err
+
+
+def test_connection_and_message(site):
+    site.say("[server]\nhelo = pc17.example.test\nlocal-address = 127.0.0.9\nfamily = ipv4\n[log]\nsent-mail = sent.log\n")
+    with Watched() as server:
+        assert site.send(server).code == 0
+    assert server.names == ["pc17.example.test"] * 2  # the trial and the send
+    assert server.peers == {"127.0.0.9"}
+    assert b"--BEGIN SENT TOLVANE EMAIL--" in (site.file.parent / "sent.log").read_bytes()
+
+
+@pytest.mark.parametrize("said, code", [("", 1), ("acceptance-timeout = 10 s", 0),
+                                        ("acceptance-timeout = 10 s\ntotal-timeout = 1 s", 1)])
+def test_a_server_that_thinks(site, said, code):
+    def plan(_, command):
+        return time.sleep(1.6) if command == "." else None
+    site.say(f"[server]\nidle-timeout = 1 s\n{said}\n")
+    with ScriptedServer(plan) as server:
+        assert site.send(server).code == code
+
+
+# What the file says, the host's sender, and what arrives: sender and recipients of the envelope, fields of the header.
+@pytest.mark.parametrize("said, host, sender, to, fields", [
+    ("from = Desk <d@e.test>", "a@b.test", "a@b.test", ["c@d.test"], {"From": "a@b.test", "Reply-To": None}),
+    ("from-always = D\u00e9sk <d@e.test>", "a@b.test", "d@e.test", ["c@d.test"],
+     {"From": "D\u00e9sk <d@e.test>", "Reply-To": "a@b.test"}),
+    ("from-always = d@e.test\nreply-to = f@g.test", "a@b.test", "d@e.test", ["c@d.test"], {"Reply-To": "f@g.test"}),
+    ("envelope-sender = bounces@e.test", "a@b.test", "bounces@e.test", ["c@d.test"], {"From": "a@b.test"}),
+    ("bcc = h@i.test, j@k.test\nbcc = l@m.test", "a@b.test", "a@b.test",
+     ["c@d.test", "h@i.test", "j@k.test", "l@m.test"], {"To": "c@d.test", "Bcc": None}),
+    ("header = X-Site: 17\nheader = X-Word: \u00e1", "a@b.test", "a@b.test", ["c@d.test"],
+     {"X-Site": "17", "X-Word": "\u00e1"}),
+    ("[test]\nredirect = me@n.test", "a@b.test", "a@b.test", ["me@n.test"], {"To": "c@d.test"})])
+def test_what_arrives(site, said, host, sender, to, fields):
+    site.say(f"[message]\nmessage-id-domain = sender\n{said}\n")
+    with Watched() as server:
+        done = site.send(server, sender=host)
+    assert done.code == 0, done.err
+    [message] = server.messages
+    header = message.parsed()
+    assert (message.sender, message.recipients) == (sender, to)
+    assert {name: header[name] and str(header[name]) for name in fields} == fields
+    assert str(header["Message-ID"]).endswith("@" + str(header["From"]).split("@")[1].strip(">") + ">")
+
+
+# What readers, filters and servers of today like best, and the same message as it is without it.
+@pytest.mark.parametrize("modern", [True, False])
+def test_profile(site, tmp_path, modern):
+    site.say("profile = modern\n" if modern else "")
+    (tmp_path / "list.txt").write_bytes(b"one\ntwo\n")
+    (tmp_path / "logo.png").write_bytes(b"\x89PNG\r\n")
+    (tmp_path / "body.html").write_text("<html><body><p>words</p>{LOGO}</body></html>")
+    with Watched() as server:
+        done = site.send(server, "--html", site.product.path(tmp_path / "body.html"), "--logo",
+                         site.product.path(tmp_path / "logo.png"), "--attach", site.product.path(tmp_path / "list.txt"))
+    assert done.code == 0, done.err
+    message = server.messages[0].parsed()
+    parts = {part.get_filename() or part.get_param("name") or part.get_content_type(): part for part in message.walk()}
+    logo, text = parts["logo.png"], parts["list.txt"]
+    assert (b"\r\nTo: <c@d.test>\r\n" in server.messages[0].data, message["Subject"]) == (modern, "" if modern else None)
+    assert logo.get_content_disposition() == ("inline" if modern else None) and logo["Content-ID"]
+    assert (text["Content-Transfer-Encoding"], text.get_param("charset")) == (
+        ("base64", None) if modern else ("quoted-printable", "us-ascii"))
+    assert message["Message-ID"].endswith("@b.test>") == modern
+
+
+def test_folder_in_place_of_a_server(site, tmp_path):
+    (tmp_path / "out box").mkdir()
+    site.say("[message]\nbcc = e@f.test\n[test]\nfolder = out box\n")
+    with Watched() as server:
+        assert [site.send(server).code for _ in range(2)] == [0, 0] and server.connections == 0
+    first, second = sorted((tmp_path / "out box").glob("*.eml"))
+    message = email.message_from_bytes(first.read_bytes(), policy=email.policy.default)
+    assert (message["Return-Path"], message.get_all("X-Envelope-To")) == ("<a@b.test>", ["<c@d.test>", "<e@f.test>"])
+    assert message["To"] == "c@d.test" and message["Message-ID"] not in second.read_text()
+    (tmp_path / "out box").rename(tmp_path / "gone")
+    assert '"folder" of [test]' in site.send(server).err
+
+
+def test_logs_of_sends_and_failures(site, tmp_path, certificates):
+    (tmp_path / "bad").mkdir()
+    (tmp_path / "bad" / "notes.log").write_text("not ours")
+    site.say("[log]\nsends = sends.log\nsize = 3 KB\nfailures = bad\nkeep = 2\n")
+    with Watched(certificates, "good", refuse=["no@d.test"]) as server:
+        assert site.send(server, "--to", "no@d.test", "--subject", "x").code == 0
+        for _ in range(3):
+            assert site.send(server, to="no@d.test").code == 1
+        lines = (tmp_path / "sends.log").read_text().splitlines()
+        for _ in range(12):
+            site.send(server)
+    good, bad = shlex.split(lines[0]), shlex.split(lines[1])
+    assert good[1:7] == ["outcome=sent", f"server=localhost:{server.port}", "address=127.0.0.1",
+                         "tls=TLS 1.3 TLS_AES_256_GCM_SHA384", "sender=a@b.test", "to=c@d.test 250"]
+    assert "to=no@d.test 550" in good and "reply=250 2.0.0 accepted" in good
+    assert bad[1] == "outcome=refused" and "failure=No recipient was accepted." in lines[1].replace('"', "")
+    datetime.datetime.fromisoformat(good[0].removeprefix("time="))
+    assert len(lines) == 4 and 2000 < (tmp_path / "sends.log.1").stat().st_size <= 3072
+    names = sorted(path.name for path in (tmp_path / "bad").iterdir())
+    assert len(names) == 3 and names[-1] == "notes.log"
+    assert "550 5.1.1 <no@d.test>: no such mailbox" in (tmp_path / "bad" / names[0]).read_text()
+
+
+# What the server has heard when it is over, and what the program was told.
+@pytest.mark.parametrize("said, refuse, code, heard, told", [
+    ("check-size = yes", "-", 1, ["EHLO"], "takes 99 at most, as it announced (SIZE)"),
+    ("check-size = no", "-", 0, ["EHLO", "MAIL", "RCPT", "RCPT", "DATA"], ""),
+    ("all-recipients = yes", "<e@f.test>", 1, ["EHLO", "MAIL", "RCPT", "RCPT", "RSET"], "Not all recipients were accepted"),
+    ("all-recipients = yes", "-", 0, ["EHLO", "MAIL", "RCPT", "RCPT", "DATA"], "")])
+def test_message_rules(site, said, refuse, code, heard, told):
+    def plan(_, command):
+        if command == "EHLO":
+            return "250-here\r\n250-PIPELINING\r\n250 SIZE 99\r\n"
+        return "550 unknown\r\n" if command == "RCPT" and server.commands[-1][1].endswith(refuse) else None
+    site.say(f"[server]\ntrial = never\n[message]\n{said}\n")
+    with ScriptedServer(plan) as server:
+        done = site.send(server, "--to", "e@f.test")
+    commands = [line[:4] for _, line in server.commands if line and line != "QUIT"]
+    assert (done.code, commands) == (code, heard) and told in done.err
+
+
+def test_limits_that_the_server_announces(site):
+    """RFC 9422: two recipients in a transaction, two transactions on a connection."""
+    def plan(_, command):
+        return "250-here\r\n250 LIMITS MAILMAX=2 RCPTMAX=2\r\n" if command == "EHLO" else None
+    site.say("[server]\ntrial = never\n")
+    with ScriptedServer(plan) as server:
+        assert site.send(server, *(word for i in range(5) for word in ("--to", f"{i}@d.test"))).code == 0
+    said = [(number, line[:4]) for number, line in server.commands if line[:4] in ("MAIL", "RCPT", "QUIT")]
+    transaction = ["MAIL", "RCPT", "RCPT"]
+    assert [line for _, line in said][:10] == [*transaction, *transaction, "QUIT", *transaction]
+    assert {number for number, _ in said} == {0, 1}
+
+
+# Connections of two sends, the second over the first one's connection unless that may not be.
+@pytest.mark.parametrize("said, connections", [("trial = always", 3), ("trial = first", 2), ("trial = never", 1),
+                                               ("trial = never\nreuse = no", 2)])
+def test_trial(site, tmp_path, said, connections):
+    site.say(f"[server]\n{said}\n[message]\nfrom = Desk <d@e.test>\n")
+    with Watched() as server, Host(site.product, tmp_path, EMAILSENDING_SETTINGS=site.product.path(site.file)) as host:
+        host.Initialise()
+        host.setSmtpHost("127.0.0.1")
+        host.setSmtpPort(server.port)
+        for _ in range(2):
+            assert host.setRecipient("c@d.test") and (host.szBrisko(), host.error()) == (1, "")
+        assert (len(server.messages), server.connections) == (2, connections)
+        assert (server.messages[1].sender, server.messages[1].parsed()["From"]) == ("d@e.test", "Desk <d@e.test>")
+        # What was made under another reading is not used again; a file that is gone stops all.
+        site.say("[server]\ntrial = never\n")
+        assert host.setRecipient("c@d.test") and host.szBrisko() and server.connections == connections + 1
+        site.file.unlink()
+        assert host.setRecipient("c@d.test") and not host.szBrisko() and "it is gone" in host.error()
+        site.say("[server]\ntrial = never\n")
+        assert host.szBrisko() == 1, "the message was kept"
+
+
+def test_missing_attachment(site, tmp_path):
+    site.say("[message]\nmissing-attachment = refuse\n[log]\nmessage-box = no\n")
+    with Watched() as server, Host(site.product, tmp_path, EMAILSENDING_SETTINGS=site.product.path(site.file)) as host:
+        host.Initialise()
+        host.setSmtpHost("127.0.0.1")
+        host.setSmtpPort(server.port)
+        host.setFromAddress("a@b.test")
+        host.setRecipient("c@d.test")
+        host.setAttachment("not-there.pdf")
+        assert host.szBrisko() == 0 and "attachment not-there.pdf could not be read" in host.error()
+        host.setRecipient("c@d.test")
+        assert host.szBrisko() == 1 and len(server.messages) == 1, "the next message is another one"
+    assert "not-there" not in (tmp_path / "stderr.txt").read_text(), "what Windows shows in a box"
+
+
+def test_file_and_host_of_a_secret(site):
+    """The password goes to the file's server alone, whatever server the program names, and not in clear."""
+    def plan(_, command):
+        return "250-here\r\n250 AUTH PLAIN LOGIN\r\n" if command == "EHLO" else None
+    with ScriptedServer(plan) as server, Watched() as stranger:
+        site.say(f"[server]\nhost = localhost\nport = {server.port}\n[login]\nuser = anna\npassword = hidden-word\n")
+        done = site.send(stranger, host="127.0.0.1")
+        assert (done.code, stranger.connections) == (1, 0)
+        assert not any("AUTH" in line for _, line in server.commands)
+        assert "only-encrypted" in done.err and "hidden-word" not in done.err
+
+
+# The order that the file says, what the server makes of the first, and the ways that were tried.
+@pytest.mark.parametrize("methods, reply, tried", [
+    ("CRAM-MD5, PLAIN", "504 not any more", ["CRAM-MD5", "PLAIN"]), ("CRAM-MD5, PLAIN", "535 no", ["CRAM-MD5"]),
+    ("CRAM-MD5, PLAIN", "454 later", ["CRAM-MD5"]), ("xoauth2, scram-sha-1, plain", "235 yes", ["PLAIN"]),
+    ("PLAIN, CRAM-MD5", "538 over TLS alone", ["PLAIN", "CRAM-MD5"]), ("NTLM", "235 yes", [])])
+def test_order_of_methods(site, methods, reply, tried):
+    def plan(_, command):
+        if command == "EHLO":
+            return "250-here\r\n250 AUTH XOAUTH2 LOGIN cram-md5 PLAIN\r\n"
+        first = sum(line.startswith("AUTH") for _, line in server.commands) == 1
+        return (reply if first else "535 enough") + "\r\n" if command == "AUTH" else None
+    with ScriptedServer(plan) as server:
+        site.say(f"[server]\ntrial = never\nhost = localhost\nport = {server.port}\n[login]\nuser = anna\n"
+                 f"password = x\nonly-encrypted = no\nmethods = {methods}\n")
+        done = site.send(server)
+    assert [line.split()[1] for _, line in server.commands if line.startswith("AUTH")] == tried
+    assert done.code == (0 if reply.startswith("235") else 1)
+
+
+def test_protected_password(dll, tmp_path):
+    """A line that this machine makes and reads."""
+    (tmp_path / "typed").write_text("hidden-word\n")
+    with open(tmp_path / "typed", "rb") as typed:
+        made = run(dll, dll.program, "settings", "protect", stdin=typed)
+    assert made.code == 0 and made.out.startswith("password = dpapi:") and "hidden" not in made.out
+    def plan(_, command):
+        return {"EHLO": "250-here\r\n250 AUTH PLAIN\r\n", "AUTH": "235 yes\r\n"}.get(command)
+    with ScriptedServer(plan) as server:
+        site = Site(dll, tmp_path)
+        site.say(f"[server]\nhost = localhost\nport = {server.port}\n[login]\nuser = anna\nonly-encrypted = no\n"
+                 + made.out)
+        assert site.send(server).code == 0
+        sent = [line.split()[2] for _, line in server.commands if line.startswith("AUTH")]
+        assert base64.b64decode(sent[0]).endswith(b"\0anna\0hidden-word")
+        site.say("[server]\nhost = a\n[login]\nuser = anna\npassword = dpapi:AAAA\n")
+        assert "was protected on another machine" in site.send(server).err
+
+
+def test_rights(so, tmp_path):
+    site = Site(so, tmp_path)
+    site.say("[server]\nhost = localhost\n[login]\nuser = a\npassword = b\n", 0o604)
+    with Watched() as server:
+        assert "holds a password and can be read by anybody" in site.send(server).err
+        site.say("", 0o602)
+        assert "can be changed by anybody" in site.send(server).err
+        site.file.unlink()
+        assert "does not exist" in site.send(server).err
+
+
+def test_beside_the_library(product, tmp_path):
+    library = tmp_path / product.library.name
+    shutil.copy(product.library, library)
+    words = [product.program, "settings", "--library", product.path(library)]
+    told = run(product, *words)
+    assert (told.code, "There is none" in told.out) == (0, True) or os.path.exists("/etc/emailsending.ini")
+    (tmp_path / "emailsending.ini.txt").write_text("")
+    assert run(product, *words).code == 78
+    (tmp_path / "emailsending.ini").write_text("[server]\nport = 587\n")
+    assert "[server] port = 587" in run(product, *words).out
+    with Watched() as server:  # another port than the file's
+        done = run(product, product.program, "--library", product.path(library), "--host", "127.0.0.1", "--port",
+                   server.port, "--from", "a@b.test", "--to", "c@d.test")
+    assert done.code == 1 and "127.0.0.1:587" in done.err
+
+
+def test_document_and_sample_say_the_keys(so, tmp_path):
+    root = so.library.parents[2] / "docs/settings.md"
+    table = run(so, so.program, "settings", "table").out
+    assert root.read_text().endswith(table)
+    sample = tmp_path / "sample.ini"
+    text = run(so, so.program, "settings", "sample").out
+    sample.write_text(text)
+    sample.chmod(0o600)
+    assert run(so, so.program, "settings", "check", sample).out.endswith("nothing\n")
