@@ -30,6 +30,7 @@ Cause ClientHandshake13::begin(LogBase& log, const ServerHello& reply) {
         }
         shared_.result.resumed = true;
         psk = shared_.settings.session->secret;
+        shared_.result.leaf = shared_.settings.session->leaf;
     }
     SecureBuffer shared;
     const Cause failure = sharedSecret(log, reply, shared);
@@ -123,6 +124,7 @@ Cause ClientHandshake13::onCertificate(std::span<const uint8_t> body) {
     const Cause failure = parseCertificate13(body, list);
     if (failure != Cause::None) return failure;
     if (list.empty()) return Cause::TlsCertificateMissing;
+    shared_.result.leaf.assign(list.front().begin(), list.front().end());
     for (const auto& certificate : list) {
         shared_.result.chain.emplace_back(certificate.begin(), certificate.end());
     }

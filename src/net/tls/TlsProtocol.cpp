@@ -229,6 +229,7 @@ Cause TlsProtocol::onNewSessionTicket(LogBase& log, std::span<const uint8_t> bod
     session.id.assign(ticket.ticket.begin(), ticket.ticket.end());
     session.lifetimeSeconds = ticket.lifetimeSeconds;
     session.ageAdd = ticket.ageAdd;
+    session.leaf = negotiated_.leaf;
     session.receivedAtMs = environment_.wallClockMs();
     session_ = std::move(session);
     return Cause::None;

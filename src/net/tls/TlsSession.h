@@ -39,7 +39,8 @@ struct TlsSession {
     uint32_t ageAdd = 0;        // TLS 1.3
     uint64_t receivedAtMs = 0;  // wall clock
     bool extendedMasterSecret = false;
-    std::vector<uint8_t> leaf;  // TLS 1.2 and before: the server's certificate, for renegotiations
+    std::vector<uint8_t>
+        leaf;  // the certificate that the server showed when the first one was made
     // Wall clock: from then on the server's chain has to be verified anew; 0: it never was. Handed
     // on to every session that resumes this one.
     uint64_t verifiedUntilMs = 0;
