@@ -10,7 +10,6 @@
 #include "base/Hex.h"
 #include "base/Random.h"
 #include "log/LogContextExitor.h"
-#include "mail/sasl/NtlmResponse.h"
 #include "mail/sasl/NtlmText.h"
 #include "platform/SysClock.h"
 #include "platform/SysHost.h"
@@ -109,6 +108,11 @@ void ClsNtlm::put_ClientChallenge(std::span<const uint8_t> challenge) {
     clientChallenge_.assign(challenge.begin(), challenge.end());
 }
 
+void ClsNtlm::put_ChannelBinding(std::span<const uint8_t> binding) {
+    const Guard guard(lock_);
+    channelBinding_.assign(binding.begin(), binding.end());
+}
+
 bool ClsNtlm::genType1(LogBase& log, std::string& out) {
     const Guard guard(lock_);
     flags_ &= ~(ntlm::kOemDomainSupplied | ntlm::kOemWorkstationSupplied);
@@ -120,12 +124,13 @@ bool ClsNtlm::genType1(LogBase& log, std::string& out) {
     message.version = runningVersion();
     message.domain = plainBytes(ntlm::oemText(oemCodePage_, domain_.utf8()));
     message.workstation = plainBytes(ntlm::oemText(oemCodePage_, workstation_.utf8()));
-    const auto bytes = message.encode();
+    auto bytes = message.encode();
     if (!bytes) {
         log.logError("The domain or the workstation is too long for an NTLM message.");
         return false;
     }
     out = base64Encode(*bytes);
+    type1_ = std::move(*bytes);
     return true;
 }
 
@@ -139,6 +144,9 @@ bool ClsNtlm::genType3(LogBase& log, std::string_view type2, SecureBuffer& out) 
     logType2(log);
     NtlmAuthenticate message;
     message.flags = flags_ & server_.flags;
+    message.hasMic = isBound();
+    // Without it the session key is the one that both sides know anyway.
+    if (message.hasMic) message.flags &= ~ntlm::kKeyExchange;
     log.logData("t3_flags", shownFlags(message.flags));
     if (message.flags & ntlm::kVersion) {
         log.logInfo("Adding version structure to TYPE3 message.");
@@ -150,18 +158,23 @@ bool ClsNtlm::genType3(LogBase& log, std::string_view type2, SecureBuffer& out) 
     log.logDataX("ntlmDomain", domain_);
     log.logDataX("ntlmUsername", userName_);
     log.logDataX("workstation", workstation_);
-    if (!addResponses(log, message)) return false;
-    const std::optional<SecureBuffer> bytes = message.encode();
+    SecureBuffer sessionKey;
+    if (!addResponses(log, message, sessionKey)) return false;
+    std::optional<SecureBuffer> bytes = message.encode();
     if (!bytes) {
         log.logError("A part of the NTLM message is longer than 65535 bytes.");
         return false;
+    }
+    if (message.hasMic) {
+        const SecureBuffer code = ntlm::mic(sessionKey.bytes(), type1_, type2_, bytes->bytes());
+        std::ranges::copy(code.bytes(), bytes->data() + NtlmAuthenticate::kMicOffset);
     }
     out = base64EncodeSecret(bytes->bytes());
     return true;
 }
 
 bool ClsNtlm::readType2(LogBase& log, std::string_view type2) {
-    const auto bytes = base64Decode(type2, kMaxMessage, Base64Spaces::Skipped);
+    auto bytes = base64Decode(type2, kMaxMessage, Base64Spaces::Skipped);
     if (!bytes) {
         log.logError("The TYPE2 message is no base64 text.");
         return false;
@@ -171,6 +184,7 @@ bool ClsNtlm::readType2(LogBase& log, std::string_view type2) {
         log.logError(defectText(defect));
         return false;
     }
+    type2_ = std::move(*bytes);
     targetNames_ = ntlmTargetNames(server_.targetInfo);
     return true;
 }
@@ -199,7 +213,24 @@ bool ClsNtlm::chooseClientChallenge(LogBase& log, ntlm::Challenge& challenge) co
     return false;
 }
 
-bool ClsNtlm::addResponses(LogBase& log, NtlmAuthenticate& message) const {
+ntlm::Responses ClsNtlm::responsesV2(const ntlm::Secret& secret,
+                                     const ntlm::Challenge& challenge) const {
+    const uint64_t now = plat::sysClock().fileTimeUtc();
+    if (!isBound()) {
+        return ntlm::computeNtlmV2Response(secret, server_.challenge, challenge, now,
+                                           server_.targetInfo);
+    }
+    const ntlm::BoundTarget target =
+        ntlm::boundTarget(server_.targetInfo, ntlm::channelBindingHash(channelBinding_));
+    ntlm::Responses responses = ntlm::computeNtlmV2Response(secret, server_.challenge, challenge,
+                                                            target.time.value_or(now), target.info);
+    // A server that tells the time wants no LM response (MS-NLMP section 3.1.5.1.2).
+    if (target.time) responses.lm = SecureBuffer(responses.lm.size());
+    return responses;
+}
+
+bool ClsNtlm::addResponses(LogBase& log, NtlmAuthenticate& message,
+                           SecureBuffer& sessionKey) const {
     ntlm::Challenge challenge{};
     if (!chooseClientChallenge(log, challenge)) return false;
     log.logDataHex("ClientChallenge", challenge);
@@ -213,13 +244,14 @@ bool ClsNtlm::addResponses(LogBase& log, NtlmAuthenticate& message) const {
             ntlm::computeNtlmV1Response(secret, server_.flags, server_.challenge, challenge);
     } else {
         const LogContextExitor context(log, "ntlmVersion2");
-        responses = ntlm::computeNtlmV2Response(secret, server_.challenge, challenge,
-                                                plat::sysClock().fileTimeUtc(), server_.targetInfo);
+        if (isBound()) log.logInfo("Binding the answer to the server's certificate.");
+        responses = responsesV2(secret, challenge);
     }
     logSecret(log, "LmResponse");
     logSecret(log, "NtResponse");
     message.lmResponse = std::move(responses.lm);
     message.ntResponse = std::move(responses.nt);
+    sessionKey = std::move(responses.sessionBaseKey);
     return true;
 }
 

@@ -7,7 +7,6 @@
 #include "base/Ascii.h"
 #include "base/ByteReader.h"
 #include "base/ByteWriter.h"
-#include "base/CodePage.h"
 
 namespace tv {
 namespace {
@@ -170,24 +169,6 @@ NtlmDefect NtlmChallenge::decode(std::span<const uint8_t> message) {
     return NtlmDefect::None;
 }
 
-NtlmTargetNames ntlmTargetNames(std::span<const uint8_t> targetInfo) {
-    NtlmTargetNames names;
-    ByteReader reader(targetInfo);
-    while (reader.left() >= 4) {
-        const uint16_t id = reader.u16le();
-        const uint16_t length = reader.u16le();
-        if (id == 0 || length > reader.left()) break;
-        const std::span<const uint8_t> value = reader.bytes(length);
-        const std::string text = codePageToUtf8(
-            kCodePageUtf16Le, {reinterpret_cast<const char*>(value.data()), value.size()});
-        if (id == 1) names.nbComputer = text;
-        if (id == 2) names.nbDomain = text;
-        if (id == 3) names.dnsComputer = text;
-        if (id == 4) names.dnsDomain = text;
-    }
-    return names;
-}
-
 std::optional<SecureBuffer> NtlmAuthenticate::encode() const {
     // Where the security buffers stand, in their order.
     constexpr size_t kLm = 12, kNt = 20, kDomain = 28, kUser = 36, kWorkstation = 44, kKey = 52;
@@ -196,6 +177,7 @@ std::optional<SecureBuffer> NtlmAuthenticate::encode() const {
     writer.zeros(48);
     writer.u32le(flags);
     if (flags & ntlm::kVersion) writeVersion(writer, version);
+    if (hasMic) writer.zeros(kMicOffset + ntlm::kMicSize - writer.size());
     writePayload(writer, kDomain, domain.bytes());
     writePayload(writer, kUser, userName.bytes());
     writePayload(writer, kWorkstation, workstation.bytes());

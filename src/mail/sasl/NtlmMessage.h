@@ -6,8 +6,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "base/SecureBuffer.h"
@@ -26,6 +24,9 @@ constexpr uint32_t kOemWorkstationSupplied = 0x00002000;
 constexpr uint32_t kAlwaysSign = 0x00008000;
 constexpr uint32_t kExtendedSessionSecurity = 0x00080000;
 constexpr uint32_t kVersion = 0x02000000;
+constexpr uint32_t kKeyExchange = 0x40000000;  // a session key of the client's own
+
+constexpr size_t kMicSize = 16;
 
 using Bytes = std::vector<uint8_t>;
 using Challenge = std::array<uint8_t, 8>;
@@ -69,16 +70,6 @@ struct NtlmChallenge {
     NtlmDefect decode(std::span<const uint8_t> message);
 };
 
-// The names inside target information, UTF-8.
-struct NtlmTargetNames {
-    std::string nbComputer;
-    std::string nbDomain;
-    std::string dnsComputer;
-    std::string dnsDomain;
-};
-// Reads as far as the pairs are whole.
-NtlmTargetNames ntlmTargetNames(std::span<const uint8_t> targetInfo);
-
 // Type 3.
 struct NtlmAuthenticate {
     uint32_t flags = 0;
@@ -89,6 +80,10 @@ struct NtlmAuthenticate {
     SecureBuffer workstation;
     std::optional<SecureBuffer> sessionKey;  // absent: its buffer stays zero
     NtlmOsVersion version;
+    // Room for a MIC, still zero: it is computed over the whole message. decode does not look for
+    // one.
+    bool hasMic = false;
+    static constexpr size_t kMicOffset = 72;
 
     std::optional<SecureBuffer> encode() const;
     NtlmDefect decode(std::span<const uint8_t> message);

@@ -122,10 +122,19 @@ Responses computeNtlmV2Response(const Secret& secret, View serverChallenge, View
     const SecureBuffer blob = blobOf(clientChallenge, time, targetInfo);
     Responses out;
     out.nt = hmacMd5(key.bytes(), joined(serverChallenge, blob.bytes()).bytes());
+    out.sessionBaseKey = hmacMd5(key.bytes(), out.nt.bytes());
     out.nt.append(blob.bytes());
     out.lm = hmacMd5(key.bytes(), joined(serverChallenge, clientChallenge).bytes());
     out.lm.append(clientChallenge);
     return out;
+}
+
+SecureBuffer mic(View sessionKey, View negotiate, View challenge, View authenticate) {
+    crypto::Hmac hmac(crypto::HashId::kMd5, sessionKey);
+    hmac.update(negotiate);
+    hmac.update(challenge);
+    hmac.update(authenticate);
+    return SecureBuffer(hmac.finish().bytes());
 }
 
 }  // namespace tv::ntlm

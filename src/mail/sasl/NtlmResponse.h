@@ -22,6 +22,7 @@ SecureBuffer desl(std::span<const uint8_t> key, std::span<const uint8_t> data);
 struct Responses {
     SecureBuffer lm;
     SecureBuffer nt;
+    SecureBuffer sessionBaseKey;  // of version 2 alone
 };
 
 struct Secret {
@@ -39,5 +40,10 @@ Responses computeNtlmV1Response(const Secret& secret, uint32_t serverFlags,
 Responses computeNtlmV2Response(const Secret& secret, std::span<const uint8_t> serverChallenge,
                                 std::span<const uint8_t> clientChallenge, uint64_t time,
                                 std::span<const uint8_t> targetInfo);
+
+// What shows a change of any of the three messages (section 3.1.5.1.2), the third one with zeros in
+// its place.
+SecureBuffer mic(std::span<const uint8_t> sessionKey, std::span<const uint8_t> negotiate,
+                 std::span<const uint8_t> challenge, std::span<const uint8_t> authenticate);
 
 }  // namespace tv::ntlm

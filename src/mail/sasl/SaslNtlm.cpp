@@ -13,6 +13,10 @@ SaslNtlm::SaslNtlm(const XString& user, const XString& password, const XString& 
       domain_(domain),
       version_(version) {}
 
+void SaslNtlm::bindTo(std::span<const uint8_t> channelBinding) {
+    ntlm_.put_ChannelBinding(channelBinding);
+}
+
 Failure SaslNtlm::begin(LogBase&, SaslTurn& turn) {
     if (user_.empty() || password_.empty() || !saslSendable(user_.utf8())) {
         return Failure(Cause::NoCredentials);

@@ -12,6 +12,8 @@ class SaslNtlm final : public SaslMechanism {
 public:
     SaslNtlm(const XString& user, const XString& password, const XString& domain,
              int32_t version = defaultNtlmVersion());
+    // As ClsNtlm::put_ChannelBinding.
+    void bindTo(std::span<const uint8_t> channelBinding);
 
     Failure begin(LogBase& log, SaslTurn& turn) override;
     Failure respond(LogBase& log, std::string_view challenge, SaslTurn& turn) override;

@@ -8,6 +8,7 @@
 
 #include "base/Base64.h"
 #include "base/Hex.h"
+#include "base/crypto/Rc4.h"
 #include "log/tvLogger.h"
 #include "mail/sasl/ClsNtlm.h"
 #include "mail/sasl/NtlmResponse.h"
@@ -64,6 +65,11 @@ TEST(NtlmPublished, messagesAndResponses) {
                    : ntlm::computeNtlmV1Response(secret, challenge.flags, server, kClientChallenge);
         EXPECT_EQ(hex(response.nt), hex(message.ntResponse));
         EXPECT_EQ(hex(response.lm), hex(message.lmResponse));
+        if (i == 2) {  // the published random session key under the key exchange key
+            SecureBuffer sessionKey = *message.sessionKey;
+            crypto::Rc4(response.sessionBaseKey.bytes()).apply(sessionKey.bytes());
+            EXPECT_EQ(hex(sessionKey), std::string(32, '5'));
+        }
         const auto ntOnly =
             ntlm::computeNtlmV1Response(secret, ntlm::kNtOnly, server, kClientChallenge);
         EXPECT_EQ(hex(ntOnly.lm), hex(ntOnly.nt));
@@ -120,6 +126,56 @@ TEST(ClsNtlm, answersThePublishedChallenge) {
         world.expectLogged({"TargetName: Server", "Adding version structure to TYPE3 message.",
                             "ClientChallenge: AAAAAAAAAAAAAAAA",
                             "ntlmVersion" + std::to_string(version) + ":"});
+    }
+}
+
+// A hash of a certificate, and what Microsoft's protocol team published of it.
+const std::string kEndPoint =
+    "tls-server-end-point:"
+    "\xEA\x05\xFE\xFE\xCC\x6B\x0B\xD5\x71\xDB\xBC\x5B\xAA\x3E\xD4\x53\x86\xD0\x44\x68\x35\xF7\xB7"
+    "\x4C"
+    "\x85\x62\x1B\x99\x83\x47\x5F\x95";
+const std::string kBinding = "0a001000 6586e99d81c2fc984e47172fd4dd0310 00000000";
+
+TEST(ClsNtlm, boundAnswers) {
+    const struct {
+        const char* what;
+        std::string info, kept;  // pairs of the challenge, and what is left of them
+        const char* flags = "02000000";
+        const char* time = "0000000000000000";
+    } rows[] = {
+        {"no pairs", "", ""},
+        {"names and time", "01000200 4100 07000800 0102030405060708 00000000",
+         "01000200 4100 07000800 0102030405060708", "02000000", "0102030405060708"},
+        {"a time of four bytes", "07000400 01020304 00000000", "07000400 01020304"},
+        {"the server's flags", "06000400 05000000 00000000", "", "07000000"},
+        {"flags of two bytes", "06000200 0500 00000000", ""},
+        {"bindings of somebody else",
+         "0a001000 ffffffffffffffffffffffffffffffff 01000200 4100 0a000000 00000000",
+         "01000200 4100"},
+        {"bindings behind the end", "00000000 0a001000 ffffffffffffffffffffffffffffffff", ""},
+        {"a pair that is too long", "01000200 4100 0a00ff00 ff", "01000200 4100"},
+        {"half a pair", "01000200 4100 0a00", "01000200 4100"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        NtlmWorld world;
+        world.ntlm.put_Flags(0x40088207);  // would exchange a key, has no version
+        world.ntlm.put_ChannelBinding(bytesOf(kEndPoint));
+        NtlmChallenge challenge;
+        challenge.flags = 0xffffffff;
+        challenge.targetInfo = bytesOfHex(row.info);
+        const Bytes bytes = bytesOfHex(world.answer(*challenge.encode()));
+        NtlmAuthenticate read;
+        ASSERT_EQ(read.decode(bytes), NtlmDefect::None);
+        EXPECT_EQ(read.flags, 0x88207u);
+        EXPECT_EQ(bytes[32], 88) << "where the domain begins, behind the MIC";
+        const std::string response = hex(read.ntResponse);
+        EXPECT_EQ(response.substr(48, 16), row.time);
+        EXPECT_EQ(response.substr(88),
+                  hexLower(bytesOfHex(row.kept + "06000400" + row.flags + kBinding + "00000000")));
+        const bool told = std::string(row.time) != "0000000000000000";
+        EXPECT_EQ(hex(read.lmResponse) == std::string(48, '0'), told);
     }
 }
 
