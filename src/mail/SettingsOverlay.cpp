@@ -82,6 +82,7 @@ void SettingsOverlay::layLogin() {
     settings_.cramMd5InClear = file_->cramMd5InClear;
     if (file_->ntlm) settings_.ntlmVersion = file_->ntlm;
     layOver(settings_.onlyEncrypted, file_->onlyEncrypted);
+    layOver(settings_.channelBinding, file_->channelBinding);
     for (const std::string& method : file_->methods) {
         settings_.methods.push_back(method);
     }

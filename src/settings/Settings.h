@@ -20,6 +20,8 @@ enum class TextFiles : uint8_t { AsNow, Exact };
 enum class EmptySubject : uint8_t { Omit, Keep };
 enum class MissingAttachment : uint8_t { Send, Refuse };
 enum class IdDomain : uint8_t { Computer, Sender };
+// In the order of SmtpSettings' own.
+enum class ChannelBinding : uint8_t { No, IfPossible, Required };
 enum class Trial : uint8_t { Always, First, Never };
 // In the order of the protocol's versions.
 enum class TlsVersion : uint8_t { Tls10, Tls11, Tls12, Tls13 };
@@ -55,6 +57,7 @@ struct Settings {
     std::vector<std::string> methods;  // names of SASL mechanisms, in any case
     std::optional<std::string> domain;
     std::optional<int32_t> ntlm;
+    std::optional<ChannelBinding> channelBinding;
     std::optional<bool> onlyEncrypted;
 
     std::optional<bool> verify;

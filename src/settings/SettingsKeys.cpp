@@ -127,6 +127,10 @@ constexpr Key kKeys[] = {
     key("login", "ntlm", {Kind::Number, {}, 1, 2}, number<&Settings::ntlm>, kHosts, "2",
         "The version of NTLM for a user with a password. 1 is broken: for servers of the last\n"
         "century alone."),
+    key("login", "channel-binding", oneOf("no, if-possible, required"),
+        number<&Settings::channelBinding>, "no", "if-possible",
+        "Whether a login by NTLM version 2 holds for the server's TLS certificate alone, so that\n"
+        "nobody can pass it on. With required there is no login by any other way, or in clear."),
     key("login", "only-encrypted", kYesNo, number<&Settings::onlyEncrypted>,
         "yes where this file has the secret, else no", "yes",
         "Whether a login over a connection in clear is refused."),

@@ -431,6 +431,9 @@ std::string Parser::judgeWhole() {
     if (out_.lowest.value_or(TlsVersion::Tls10) > out_.highest.value_or(TlsVersion::Tls13)) {
         return at(lineOf("tls", "lowest"), "\"lowest\" is newer than \"highest\"");
     }
+    if (out_.channelBinding == ChannelBinding::Required && out_.ntlm == 1) {
+        return at(lineOf("login", "ntlm"), "\"ntlm\" = 1 stands beside channel-binding = required");
+    }
     return judgeSecrets();
 }
 

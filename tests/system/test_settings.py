@@ -1,5 +1,6 @@
 """The settings file through both libraries, under a program that knows nothing of it: emailsend and the 24 functions."""
 import base64
+import contextlib
 import datetime
 import email.policy
 import hashlib
@@ -11,6 +12,7 @@ import time
 
 import pytest
 
+import ntlm_judge
 from programs import run
 from products import Host
 from receiver import Receiver, server_context
@@ -324,6 +326,47 @@ def test_order_of_methods(site, methods, reply, tried):
         done = site.send(server)
     assert [line.split()[1] for _, line in server.commands if line.startswith("AUTH")] == tried
     assert done.code == (0 if reply.startswith("235") else 1)
+
+
+TLS12 = ssl.TLSVersion.TLSv1_2
+LOGIN = "[server]\ntrial = {}\nencryption = {}\nhost = localhost\nport = {}\n[login]\nuser = anna\ndomain = EXAMPLE\n" \
+        "password = Password\nonly-encrypted = no\nchannel-binding = {}\n"
+
+
+# What the file says, whether the login is passed on over another certificate, and whether it is then taken and bound.
+@pytest.mark.parametrize("binding, passed_on, logins, version", [
+    ("no", False, [False], None), ("if-possible", False, [True], None), ("required", False, [True], None),
+    ("required", False, [True], TLS12), ("no", True, [False], None), ("if-possible", True, [], None),
+    ("required", True, [], None)])
+def test_login_that_is_bound(site, tmp_path, binding, passed_on, logins, version):
+    own = make_certificate(tmp_path / "own")
+    with ntlm_judge.Judge(own, version) as judge:
+        relay = ntlm_judge.Relay(make_certificate(tmp_path / "other"), judge) if passed_on else judge
+        with relay if passed_on else contextlib.nullcontext():
+            site.say(LOGIN.format("always", "starttls", relay.port, binding))
+            done = site.send(relay)
+    assert (done.code == 0, judge.logins) == (bool(logins), logins), done.err
+    # Over the session of the trial; one of TLS 1.2 is dropped by a server that ends without a good-bye.
+    assert relay.resumed == (version is None)
+    assert logins or "535 5.7.8 bound to another certificate" in done.err
+
+
+# What else the file says, what the server offers, what is told.
+@pytest.mark.parametrize("encryption, said, offer, told", [
+    ("if-offered", "", "NTLM LOGIN", "this one is not encrypted"),
+    ("starttls", "", "LOGIN PLAIN", "NTLM with a password is no method"), ("starttls", "", "", "the server offers no login"),
+    ("starttls", "methods = PLAIN, NTLM", "PLAIN", "NTLM with a password is no method"),
+    ("starttls", "user = default", "NTLM", "that of the logged-on user cannot be")])
+def test_login_that_cannot_be_bound(site, tmp_path, encryption, said, offer, told):
+    def plan(_, command):
+        first = "STARTTLS" if encryption == "starttls" else "HELP"
+        return f"250-here\r\n250-{first}\r\n250 AUTH {offer}\r\n" if command == "EHLO" else None
+    with ScriptedServer(plan, server_context(make_certificate(tmp_path / "own"))) as server:
+        text = LOGIN.format("never", encryption, server.port, "required") + said
+        site.say(text.replace("user = anna\n", "") if "user" in said else text)
+        done = site.send(server)
+    assert (done.code, server.taken) == (1, []) and told in done.err and '"channel-binding" of [login]' in done.err
+    assert not [line for _, line in server.commands if line[:4] in ("AUTH", "MAIL")]
 
 
 def test_protected_password(dll, tmp_path):

@@ -54,6 +54,11 @@ struct Login {
 
     bool havePassword() const { return !user.empty() && !password.empty(); }
     bool haveToken() const { return !user.empty() && !token.empty(); }
+    // For NTLM: the system's package makes it.
+    bool isOfLoggedOnUser() const {
+        const std::string_view name = trimmed(user.utf8());
+        return name.empty() || equalsIgnoreCase(name, "default");
+    }
 };
 
 Login loginOf(LogBase& log, const SmtpConnImpl& connection) {
@@ -61,7 +66,8 @@ Login loginOf(LogBase& log, const SmtpConnImpl& connection) {
     Login login{std::string(settings.authMethod.utf8()), settings.userName, settings.password,
                 settings.oauth2Token};
     // A server that writes "AUTH" without a mechanism takes no login.
-    if (login.method.empty() && connection.capabilities().authWithoutMechanisms) {
+    if (login.method.empty() && connection.capabilities().authWithoutMechanisms &&
+        settings.channelBinding != ChannelBinding::Required) {
         login.method = "NONE";
         return login;
     }
@@ -125,6 +131,24 @@ void noteNoLogin(LogBase& log, SmtpConnImpl& connection, const Login& login) {
         why = "no mechanism of the server works here with " + secret + "; ";
     }
     connection.noteNoLogin(log, why + offerOf(connection));
+}
+
+int32_t ntlmVersion(const SmtpSettings& settings) {
+    return settings.ntlmVersion.value_or(defaultNtlmVersion());
+}
+
+bool mustBind(const SmtpConnImpl& connection) {
+    return connection.settings.channelBinding == ChannelBinding::Required;
+}
+
+// Why a login that has to be bound to the TLS connection cannot be.
+std::string_view obstacleToBinding(const SmtpConnImpl& connection, const Login& login,
+                                   AuthMechanism mechanism) {
+    if (connection.channelBinding().empty()) return "this one is not encrypted";
+    if (mechanism != AuthMechanism::Ntlm) return "NTLM with a password is no method to be used";
+    if (login.isOfLoggedOnUser()) return "that of the logged-on user cannot be";
+    if (ntlmVersion(connection.settings) == 1) return "NTLM of version 1 cannot be";
+    return {};
 }
 
 struct MechanismTexts {
@@ -263,15 +287,17 @@ std::unique_ptr<SaslMechanism> LoginAttempt::make(AuthMechanism mechanism) const
 
 std::unique_ptr<SaslMechanism> LoginAttempt::makeNtlm() const {
     const SmtpSettings& settings = connection_.settings;
-    XString user = login_.user;
-    user.trim();
-    if (user.empty() || user.equalsIgnoreCase("default")) {
+    if (login_.isOfLoggedOnUser()) {
         return std::make_unique<SaslPackage>(SaslPackage::Package::Ntlm, login_.user,
                                              login_.password, settings.loginDomain,
                                              settings.smtpHost);
     }
-    return std::make_unique<SaslNtlm>(user, login_.password, settings.loginDomain,
-                                      settings.ntlmVersion.value_or(defaultNtlmVersion()));
+    XString user = login_.user;
+    user.trim();
+    auto ntlm = std::make_unique<SaslNtlm>(user, login_.password, settings.loginDomain,
+                                           ntlmVersion(settings));
+    if (settings.channelBinding != ChannelBinding::No) ntlm->bindTo(connection_.channelBinding());
+    return ntlm;
 }
 
 SaslXoauth2::TokenSource LoginAttempt::tokenSource() const {
@@ -298,6 +324,14 @@ SecureBuffer LoginAttempt::secretBytes(const XString& secret) const {
 Failure logInBy(CallContext& call, SmtpConnImpl& connection, const Login& login,
                 AuthMechanism mechanism) {
     const std::string_view name = textsOf(mechanism).name;
+    const std::string_view unbound =
+        mustBind(connection) ? obstacleToBinding(connection, login, mechanism) : std::string_view();
+    if (!unbound.empty()) {
+        return fail(call.log, Cause::AuthFailure,
+                    "No login was made: the settings file asks for one that is bound to the TLS "
+                    "connection (\"channel-binding\" of [login]), and " +
+                        std::string(unbound) + "; " + offerOf(connection));
+    }
     if (name.empty()) noteNoLogin(call.log, connection, login);
     if (mechanism == AuthMechanism::None) {
         call.log.logData("login_method", "NONE or already authenticated");
@@ -343,7 +377,11 @@ std::vector<AuthMechanism> candidates(LogBase& log, const SmtpConnImpl& connecti
     const auto& wanted = connection.settings.methods;
     if (wanted.empty()) {
         AuthMechanisms offered = smtp::restrictedTo(login.method, connection.capabilities().auth);
-        if (!offered.any() && login.havePassword()) noteUnlistedMechanisms(log, offered);
+        if (mustBind(connection)) {
+            offered = {.ntlm = offered.ntlm};
+        } else if (!offered.any() && login.havePassword()) {
+            noteUnlistedMechanisms(log, offered);
+        }
         if (connection.settings.cramMd5InClear && !connection.isTls() && offered.cramMd5) {
             offered.login = offered.plain = false;
         }
@@ -355,7 +393,8 @@ std::vector<AuthMechanism> candidates(LogBase& log, const SmtpConnImpl& connecti
             std::ranges::any_of(connection.capabilities().authNames,
                                 [&](const auto& other) { return equalsIgnoreCase(other, name); });
         const AuthMechanism mechanism = mechanismNamed(name, login);
-        if (offered && mechanism != AuthMechanism::None) all.push_back(mechanism);
+        const bool usable = !mustBind(connection) || mechanism == AuthMechanism::Ntlm;
+        if (offered && usable && mechanism != AuthMechanism::None) all.push_back(mechanism);
     }
     if (all.empty()) all.push_back(AuthMechanism::None);
     return all;

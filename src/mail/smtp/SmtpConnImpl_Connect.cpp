@@ -9,6 +9,7 @@
 #include "net/ConnectFailure.h"
 #include "net/stream/SChannelTolvane.h"
 #include "net/tls/Handshake.h"
+#include "net/x509/ServerEndPoint.h"
 #include "platform/SysClock.h"
 
 namespace tv {
@@ -38,6 +39,10 @@ Failure SmtpConnImpl::logIn(CallContext& call) {
     Failure failure = smtpAuthenticate(call, *this);
     unsettled_ = false;
     setAuthenticated(!failure);
+    // The server may have a new certificate, which a resumed TLS session does not show.
+    if (failure && settings.channelBinding != ChannelBinding::No) {
+        tlsSessions_ = std::make_shared<TlsSessionSlot>();
+    }
     call.log.logDataBool("smtpAuth.success", !failure);
     return failure;
 }
@@ -196,6 +201,12 @@ void SmtpConnImpl::notePeer() {
     if (!secure) return;
     peer_.tls = tls::versionName(secure->version);
     if (secure->suite) peer_.tls += ' ' + std::string(secure->suite->name);
+}
+
+std::vector<uint8_t> SmtpConnImpl::channelBinding() const {
+    const tls::Negotiated* secure = socket_ ? socket_->negotiated() : nullptr;
+    if (!secure || secure->leaf.empty()) return {};
+    return x509::serverEndPoint(secure->leaf);
 }
 
 void SmtpConnImpl::noteLogin(std::string_view mechanism, std::string_view user) {

@@ -11,6 +11,9 @@
 
 namespace tv {
 
+// Whether a login holds for the TLS connection it is made over and for no other.
+enum class ChannelBinding : uint8_t { No, IfPossible, Required };
+
 struct SmtpSettings {
     SmtpSettings() {
         password.markSecret();
@@ -50,8 +53,9 @@ struct SmtpSettings {
     XString loginDomain;
     std::optional<int32_t> ntlmVersion;  // as setDefaultNtlmVersion; nothing: the process's default
     bool onlyEncrypted = false;          // a login in clear is refused
-    XString oauth2Token;                 // or the description of how to get one
-    bool oauth2PlainHttp = false;        // no property reaches it: for tests alone
+    ChannelBinding channelBinding = ChannelBinding::No;
+    XString oauth2Token;           // or the description of how to get one
+    bool oauth2PlainHttp = false;  // no property reaches it: for tests alone
 
     bool autoMessageId = true;
     bool pipelining = true;

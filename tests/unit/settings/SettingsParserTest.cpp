@@ -122,6 +122,8 @@ TEST(SettingsParser, whatIsWrittenIsUnderstoodOrNamed) {
         {"[certificate]\nverify = no\nroots = /root.pem",
          "line 3: \"roots\" stands beside verify = no."},
         {"[tls]\nlowest = 1.3\nhighest = 1.2", "line 2: \"lowest\" is newer than \"highest\"."},
+        {"[login]\nchannel-binding = required\nntlm = 1",
+         "line 3: \"ntlm\" = 1 stands beside channel-binding = required."},
         {"[login]\npassword = x",
          "line 2: a secret needs \"host\" of [server] and \"user\" of [login] in this file."},
         {"[server]\nhost = a\n[login]\noauth2 = secret.txt",
