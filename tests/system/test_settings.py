@@ -351,6 +351,20 @@ def test_login_that_is_bound(site, tmp_path, binding, passed_on, logins, version
     assert logins or "535 5.7.8 bound to another certificate" in done.err
 
 
+def test_login_after_a_new_certificate(site, tmp_path):
+    """A session resumed from before shows the old one: that login is refused, and the next one is over a new session."""
+    own = make_certificate(tmp_path / "own")
+    with ntlm_judge.Judge(own) as judge, Host(site.product, tmp_path, EMAILSENDING_SETTINGS=site.product.path(site.file)) as host:
+        site.say(LOGIN.format("never\nreuse = no", "starttls", judge.port, "required"))
+        host.Initialise()
+        host.setFromAddress("a@b.test")
+        for new, taken, resumed in ((False, 1, 0), (False, 1, 1), (True, 0, 2), (False, 1, 2)):
+            if new:
+                judge.show(make_certificate(tmp_path / "new"))
+            host.setRecipient("c@d.test")
+            assert (host.szBrisko(), judge.resumed) == (taken, resumed), host.error()
+
+
 # What else the file says, what the server offers, what is told.
 @pytest.mark.parametrize("encryption, said, offer, told", [
     ("if-offered", "", "NTLM LOGIN", "this one is not encrypted"),
