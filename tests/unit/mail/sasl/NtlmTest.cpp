@@ -155,7 +155,6 @@ TEST(ClsNtlm, boundAnswers) {
          "01000200 4100"},
         {"bindings behind the end", "00000000 0a001000 ffffffffffffffffffffffffffffffff", ""},
         {"a pair that is too long", "01000200 4100 0a00ff00 ff", "01000200 4100"},
-        {"half a pair", "01000200 4100 0a00", "01000200 4100"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);

@@ -128,7 +128,7 @@ void change(Chain& c, const std::string& what, const std::string& value) {
         if (texts.contains(field)) {
             spec.*texts.at(field) = value;
         } else if (field == "sha1") {
-            spec.sha1 = true;
+            spec.hash = EVP_sha1();
         } else if (field == "before" || field == "after") {
             (field == "after" ? spec.notAfter : spec.notBefore) = kNow + std::stol(value);
         } else if (nid == NID_undef) {

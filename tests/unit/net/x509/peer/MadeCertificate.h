@@ -26,15 +26,18 @@ struct Spec {
     // By NID, as in a config file; sections of it that the value names behind a line break.
     std::map<int, std::string> extensions;
     int64_t notBefore = kNow - kDay, notAfter = kNow + kDay;
-    bool sha1 = false, pss = false;
+    const EVP_MD* hash = EVP_sha256();  // of the signature; null for Ed25519
+    bool pss = false;
     Der pssKey = {};               // the key is named one for RSASSA-PSS, with these parameters
     EVP_PKEY* otherKey = nullptr;  // in place of the certificate's
 };
 
-// A key that lasts until the process ends; "RSA-2048 x", "P-384", and P-256 where no kind is named.
+// A key that lasts until the process ends; "RSA-2048 x", "P-384", "ED25519", and P-256 where no
+// kind is named.
 inline EVP_PKEY* keyNamed(const std::string& name) {
     static auto& keys = *new std::map<std::string, EVP_PKEY*>;
     EVP_PKEY*& key = keys[name];
+    if (!key && name == "ED25519") key = EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519");
     if (!key && name.starts_with("RSA-")) key = EVP_RSA_gen(std::stoul(name.substr(4)));
     if (!key) key = EVP_EC_gen(name.substr(0, name.find(' ')).c_str());
     if (!key) key = EVP_EC_gen("P-256");
@@ -94,8 +97,7 @@ inline Der make(const Spec& s) {
     }
     EVP_MD_CTX* md = EVP_MD_CTX_new();
     EVP_PKEY_CTX* parameters = nullptr;
-    EVP_DigestSignInit(md, &parameters, s.sha1 ? EVP_sha1() : EVP_sha256(), nullptr,
-                       keyNamed(s.signer));
+    EVP_DigestSignInit(md, &parameters, s.hash, nullptr, keyNamed(s.signer));
     if (s.pss) {
         EVP_PKEY_CTX_set_rsa_padding(parameters, RSA_PKCS1_PSS_PADDING);
         EVP_PKEY_CTX_set_rsa_pss_saltlen(parameters, RSA_PSS_SALTLEN_DIGEST);
