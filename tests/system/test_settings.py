@@ -352,9 +352,9 @@ def test_login_that_is_bound(site, tmp_path, binding, passed_on, logins, version
 
 
 def test_login_after_a_new_certificate(site, tmp_path):
-    """A session resumed from before shows the old one: that login is refused, and the next one is over a new session."""
-    own = make_certificate(tmp_path / "own")
-    with ntlm_judge.Judge(own) as judge, Host(site.product, tmp_path, EMAILSENDING_SETTINGS=site.product.path(site.file)) as host:
+    """A resumed session shows the old one: that login is refused, and the next one is made over a new session."""
+    own, env = make_certificate(tmp_path / "own"), {"EMAILSENDING_SETTINGS": site.product.path(site.file)}
+    with ntlm_judge.Judge(own) as judge, Host(site.product, tmp_path, **env) as host:
         site.say(LOGIN.format("never\nreuse = no", "starttls", judge.port, "required"))
         host.Initialise()
         host.setFromAddress("a@b.test")
@@ -368,7 +368,8 @@ def test_login_after_a_new_certificate(site, tmp_path):
 # What else the file says, what the server offers, what is told.
 @pytest.mark.parametrize("encryption, said, offer, told", [
     ("if-offered", "", "NTLM LOGIN", "this one is not encrypted"),
-    ("starttls", "", "LOGIN PLAIN", "NTLM with a password is no method"), ("starttls", "", "", "the server offers no login"),
+    ("starttls", "", "LOGIN PLAIN", "NTLM with a password is no method"),
+    ("starttls", "", "", "the server offers no login"),
     ("starttls", "methods = PLAIN, NTLM", "PLAIN", "NTLM with a password is no method"),
     ("starttls", "user = default", "NTLM", "that of the logged-on user cannot be")])
 def test_login_that_cannot_be_bound(site, tmp_path, encryption, said, offer, told):

@@ -39,8 +39,7 @@ struct TlsSession {
     uint32_t ageAdd = 0;        // TLS 1.3
     uint64_t receivedAtMs = 0;  // wall clock
     bool extendedMasterSecret = false;
-    std::vector<uint8_t>
-        leaf;  // the certificate that the server showed when the first one was made
+    std::vector<uint8_t> leaf;  // the server's certificate, from the handshake that had one
     // Wall clock: from then on the server's chain has to be verified anew; 0: it never was. Handed
     // on to every session that resumes this one.
     uint64_t verifiedUntilMs = 0;
