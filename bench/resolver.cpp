@@ -8,6 +8,7 @@
 
 #include "Compare.h"
 #include "log/tvLogger.h"
+#include "net/resolve/NameSource.h"
 #include "net/resolve/Resolver.h"
 #include "net/resolve/ResolverState.h"
 #include "net/stream/SocketLibrary.h"
@@ -70,7 +71,7 @@ void printCosts(ResolverState& state) {
 
 // A name server that takes everything and says nothing. Its port is 53, which not everybody may
 // use.
-void printStall(ResolverState& state) {
+void printStall() {
     plat::SocketHandle silent = plat::kNoSocket;
     const plat::IpAddress address = *plat::parseIp(kSilentServer);
     if (!plat::sysNet().openUdp(address.family, silent).ok() ||
@@ -78,10 +79,11 @@ void printStall(ResolverState& state) {
         std::printf("| (the wait for a silent server needs the right to open port 53) | | | |\n");
         return;
     }
-    state.ownNameServers = {address};
     std::vector<plat::IpAddress> found;
     _tvLogger log;
     CallContext call{log};
+    const NameSource names{{{address, false, {}}}, {}, {}, {}};
+    call.names = &names;
     const uint64_t startMs = plat::sysClock().tickMs();
     const double start = processorSeconds();
     if (!dnsLookup(call, "stall.example.test", Deadline(kStallMs), found)) std::puts("Answered?");
@@ -102,7 +104,7 @@ int main() {
     replaceResolverState(&state);
     bench::fill(state);
     bench::printCosts(state);
-    bench::printStall(state);
+    bench::printStall();
     replaceResolverState(nullptr);
     return 0;
 }

@@ -6,7 +6,7 @@
 void tv::take(Input input) {
     using namespace dns;
     std::vector<uint8_t> query;
-    require(encodeQuery(0x1234, "mail.example.test", query));
+    require(encodeQuery(0x1234, "mail.example.test", plat::AddressFamily::IPv4, query));
     // Once behind a good header and question, with the input's count of answers.
     std::vector<uint8_t> framed = query;
     framed[2] = 0x81;

@@ -11,10 +11,13 @@ void tv::take(Input input) {
     for (int words = 0; words < 64 && !rest.empty(); ++words) {
         const std::string_view word = rest.substr(0, rest.find_first_of(" \t\r\n#"));
         rest.remove_prefix(std::min(word.size() + 1, rest.size()));
-        std::vector<plat::IpAddress> out;
-        require(table.find(word, out) == !out.empty());
-        for (const auto& address : out) {
-            require(address.isIpv4() && plat::parseIpv4(plat::toText(address)) == address);
+        for (const auto family : {plat::AddressFamily::IPv4, plat::AddressFamily::IPv6}) {
+            std::vector<plat::IpAddress> out;
+            require(table.find(word, family, out) == !out.empty());
+            for (const auto& address : out) {
+                require(address.family == family &&
+                        plat::parseIp(plat::toText(address)) == address);
+            }
         }
     }
 }

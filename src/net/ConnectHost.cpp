@@ -83,7 +83,7 @@ Failure connectAddresses(Attempt& attempt, const std::vector<plat::IpAddress>& a
 // where that could not be reached.
 Failure connectPreferringIpv6(Attempt& attempt, std::string_view host) {
     std::vector<plat::IpAddress> addresses;
-    if (Failure failure = getAddressInfo(attempt.call, host, true, attempt.deadline, addresses)) {
+    if (Failure failure = lookUpPreferringIpv6(attempt.call, host, attempt.deadline, addresses)) {
         return failure;
     }
     const plat::IpAddress& address = addresses.front();
@@ -92,12 +92,11 @@ Failure connectPreferringIpv6(Attempt& attempt, std::string_view host) {
     return connectAddress(attempt, address, shareOf(attempt, 2));  // IPv4 is the second
 }
 
-// The addresses that may be tried. Name servers are asked for IPv4 first, so IPv6 alone is for the
-// system's resolver.
+// The addresses that may be tried.
 Failure lookUp(Attempt& attempt, std::string_view host, std::vector<plat::IpAddress>& addresses) {
     const auto only = attempt.target.onlyFamily;
     Failure failure = only == plat::AddressFamily::IPv6
-                          ? getAddressInfo(attempt.call, host, true, attempt.deadline, addresses)
+                          ? lookUpPreferringIpv6(attempt.call, host, attempt.deadline, addresses)
                           : dnsLookup(attempt.call, host, attempt.deadline, addresses);
     if (failure || !only) return failure;
     std::erase_if(addresses, [&](const auto& address) { return address.family != *only; });

@@ -35,8 +35,8 @@
 #include "mail/smtp/SmtpConnImpl.h"
 #include "mime/ClsEmail.h"
 #include "net/Socket2.h"
+#include "net/resolve/NameSource.h"
 #include "net/resolve/Resolver.h"
-#include "net/resolve/ResolverState.h"
 #include "net/stream/SChannelTolvane.h"
 #include "net/tls/CipherSuites.h"
 #include "net/tls/KeyShare.h"
@@ -209,7 +209,11 @@ void connectTls(Job& job, _tvLogger& log, LaterClock& clock, Slots& slots) {
 void resolve(Job& job, _tvLogger& log) {
     CallContext call{log};
     std::vector<plat::IpAddress> found;
-    resolverState().requireTls = job.number("tls");
+    NameSource names;
+    std::istringstream servers(job.text("servers"));
+    for (std::string server; servers >> server;)
+        names.servers.push_back(parseNameServer(server).value());
+    if (!names.servers.empty()) call.names = &names;
     const Deadline deadline(kIdleMs);
     const std::string name = job.text("name");
     const uint64_t start = plat::sysClock().tickMs();

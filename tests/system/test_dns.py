@@ -82,7 +82,8 @@ CASES = {
     "dnsmasq": (["dnsmasq"], {}, [*COMMON, (f"alias.{ZONE}", ["192.0.2.1"], ["nameserver: "], [SYSTEM])]),
     "unbound": (["unbound"], {}, [*COMMON, (
         f"mail.{BROKEN}", [], ["dnsResponseCode: 2", "failed to find an answer (SERVFAIL)."], [])]),
-    "a server without TLS is left for one that has it": (["dnsmasq", "unbound"], {"tls": 1}, [
+    "a server without TLS is left for one that has it": (["nobody"], {
+        "servers": " ".join(f"tls://{SERVERS[name]}" for name in ("dnsmasq", "unbound"))}, [
         (ONE, ["192.0.2.1"], ["WSAECONNREFUSED", "SSL/TLS Channel Established."], [SYSTEM]),
         (f"many.{ZONE}", MANY, [], [SYSTEM, "fallbackToTcp"])]),
     "IPv6 first": (["dnsmasq"], {"six": 1}, [

@@ -11,9 +11,10 @@
 namespace tv::dns {
 namespace {
 
-// RFC 1035 sections 3.2.2, 3.2.4 and 4.1.1.
+// RFC 1035 sections 3.2.2, 3.2.4 and 4.1.1, RFC 3596 section 2.1.
 constexpr uint16_t kTypeA = 1;
 constexpr uint16_t kTypeCname = 5;
+constexpr uint16_t kTypeAaaa = 28;
 constexpr uint16_t kClassInternet = 1;
 constexpr uint16_t kRecursionDesired = 0x0100;
 constexpr uint16_t kIsReply = 0x8000;
@@ -43,7 +44,7 @@ struct Record {
     uint16_t type = 0;
     uint32_t ttl = 0;
     WireName alias;           // CNAME
-    plat::IpAddress address;  // A
+    plat::IpAddress address;  // A, AAAA
 };
 
 Header readHeader(ByteReader& in) {
@@ -69,8 +70,10 @@ uint32_t sensibleTtl(uint32_t ttl) {
     return ttl > 0x7FFFFFFF ? 0 : ttl;
 }
 
-// Records of other types and classes are read over. False: malformed.
-bool readRecord(ByteReader& in, std::span<const uint8_t> message, std::vector<Record>& records) {
+// Records of other types than the one asked for and aliases, and of other classes, are read over.
+// False: malformed.
+bool readRecord(ByteReader& in, std::span<const uint8_t> message, uint16_t asked,
+                std::vector<Record>& records) {
     Record record;
     readName(in, message, record.owner);
     record.type = in.u16();
@@ -78,9 +81,11 @@ bool readRecord(ByteReader& in, std::span<const uint8_t> message, std::vector<Re
     record.ttl = sensibleTtl(in.u32());
     const size_t size = in.u16();
     const size_t end = in.position() + size;
-    if (klass == kClassInternet && record.type == kTypeA) {
-        if (size != 4) return false;
-        const std::span<const uint8_t> bytes = in.bytes(4);
+    if (klass == kClassInternet && record.type == asked) {
+        const bool isIpv4 = asked == kTypeA;
+        record.address.family = isIpv4 ? plat::AddressFamily::IPv4 : plat::AddressFamily::IPv6;
+        if (size != (isIpv4 ? 4 : 16)) return false;
+        const std::span<const uint8_t> bytes = in.bytes(size);
         std::copy(bytes.begin(), bytes.end(), record.address.bytes.begin());
         records.push_back(std::move(record));
     } else if (klass == kClassInternet && record.type == kTypeCname) {
@@ -100,7 +105,7 @@ void useTtl(const Record& record, Reply& reply) {
 bool collectAddresses(const WireName& owner, const std::vector<Record>& records, Reply& reply) {
     auto& addresses = reply.addresses;
     for (const Record& record : records) {
-        if (record.type != kTypeA || record.owner != owner) continue;
+        if (record.type == kTypeCname || record.owner != owner) continue;
         useTtl(record, reply);
         const bool isNew =
             std::find(addresses.begin(), addresses.end(), record.address) == addresses.end();
@@ -125,7 +130,8 @@ bool followAliases(const WireName& asked, const std::vector<Record>& records, Re
 
 }  // namespace
 
-bool encodeQuery(uint16_t id, std::string_view host, std::vector<uint8_t>& out) {
+bool encodeQuery(uint16_t id, std::string_view host, plat::AddressFamily family,
+                 std::vector<uint8_t>& out) {
     WireName name;
     if (!encodeName(host, name)) return false;
     ByteWriter writer;
@@ -134,7 +140,7 @@ bool encodeQuery(uint16_t id, std::string_view host, std::vector<uint8_t>& out) 
     writer.u16(1);    // one question
     writer.zeros(6);  // nothing in the other sections
     writer.append(name);
-    writer.u16(kTypeA);
+    writer.u16(family == plat::AddressFamily::IPv4 ? kTypeA : kTypeAaaa);
     writer.u16(kClassInternet);
     out = writer.take();
     return true;
@@ -163,7 +169,7 @@ Reply decodeReply(std::span<const uint8_t> message, std::span<const uint8_t> que
     }
     std::vector<Record> records;
     for (size_t i = 0; i < header.answers; ++i) {
-        if (!readRecord(in, message, records)) return reply;
+        if (!readRecord(in, message, question.type, records)) return reply;
     }
     if (reply.responseCode == kNoSuchName) {
         reply.kind = ReplyKind::NoSuchName;

@@ -1,4 +1,4 @@
-// Questions for IPv4 addresses and the replies to them (RFC 1035 section 4).
+// Questions for the addresses of a name and the replies to them (RFC 1035 section 4).
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,8 @@ inline constexpr size_t kMaxUdpRequest = 512;  // RFC 1035 section 2.3.4
 inline constexpr size_t kMaxAddresses = 64;    // kept of one reply
 
 // False where host is no name that a question could hold.
-bool encodeQuery(uint16_t id, std::string_view host, std::vector<uint8_t>& out);
+bool encodeQuery(uint16_t id, std::string_view host, plat::AddressFamily family,
+                 std::vector<uint8_t>& out);
 
 enum class ReplyKind : uint8_t {
     // No reply to this question: whoever sent it, the true one may still come.
@@ -26,7 +27,7 @@ enum class ReplyKind : uint8_t {
     Truncated,  // to be asked again over a stream
     Refused,    // the server cannot or will not tell; responseCode says why
     NoSuchName,
-    NoAddress,  // the name exists, but at the end of its aliases there is no address
+    NoAddress,  // the name exists, but at the end of its aliases no address of that family
     Addresses,
 };
 

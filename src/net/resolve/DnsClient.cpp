@@ -25,13 +25,15 @@ uint64_t shareOf(const Deadline& deadline, size_t serversLeft) {
 }
 
 // A question with an id that nobody can guess.
-bool makeQuery(LogBase& log, std::string_view host, std::vector<uint8_t>& query) {
+bool makeQuery(LogBase& log, const DnsQuestion& question, std::vector<uint8_t>& query) {
     std::array<uint8_t, 2> id;
     if (!randomBytes(id)) {
         log.logError("The system's random source failed.");
         return false;
     }
-    if (dns::encodeQuery(static_cast<uint16_t>(id[0] << 8 | id[1]), host, query)) return true;
+    if (dns::encodeQuery(static_cast<uint16_t>(id[0] << 8 | id[1]), question.host, question.family,
+                         query))
+        return true;
     log.logError("The name does not fit into a DNS request.");
     return false;
 }
@@ -52,8 +54,8 @@ const char* explain(int responseCode) {
     }
 }
 
-End askServer(DnsExchange& exchange, bool requireTls) {
-    if (requireTls) return exchange.overTls();
+End askServer(DnsExchange& exchange) {
+    if (exchange.server.tls) return exchange.overTls();
     const End end = exchange.overUdp();
     if (end != End::Replied || exchange.reply.kind != ReplyKind::Truncated) return end;
     const LogContextExitor context(exchange.call.log, "fallbackToTcp");
@@ -90,13 +92,13 @@ void explainTlsFailure(LogBase& log, bool anyConnected, bool anyHandshakeFailed)
 
 }  // namespace
 
-Failure doDnsQuery(CallContext& call, std::string_view host,
-                   std::span<const plat::IpAddress> servers, bool requireTls,
-                   const Deadline& deadline, DnsOutcome& outcome) {
+Failure doDnsQuery(CallContext& call, const DnsQuestion& question,
+                   std::span<const NameServer> servers, const Deadline& deadline,
+                   DnsOutcome& outcome) {
     const LogContextExitor context(call.log, "doDnsQuery");
     outcome = {};
     if (!ensureSocketLibrary(call.log)) return Failure(Cause::DnsFailed);
-    bool anyConnected = false, anyHandshakeFailed = false, timedOut = false;
+    bool allWithTls = true, anyConnected = false, anyHandshakeFailed = false, timedOut = false;
     for (size_t i = 0; i < servers.size(); ++i) {
         const uint64_t share = shareOf(deadline, servers.size() - i);
         if (share == 0) {
@@ -104,11 +106,12 @@ Failure doDnsQuery(CallContext& call, std::string_view host,
             timedOut = true;
             break;
         }
-        call.log.logData("nameserver", plat::toText(servers[i]));
+        call.log.logData("nameserver", toText(servers[i]));
         std::vector<uint8_t> query;
-        if (!makeQuery(call.log, host, query)) return Failure(Cause::DnsFailed);
+        if (!makeQuery(call.log, question, query)) return Failure(Cause::DnsFailed);
         DnsExchange exchange{call, query, servers[i], i + 1, Deadline(share), {}};
-        const End end = askServer(exchange, requireTls);
+        const End end = askServer(exchange);
+        allWithTls &= servers[i].tls;
         anyConnected |= exchange.connected;
         anyHandshakeFailed |= exchange.handshakeFailed;
         if (end == End::Aborted) return Failure(Cause::Aborted);
@@ -121,7 +124,7 @@ Failure doDnsQuery(CallContext& call, std::string_view host,
             return {};
         }
     }
-    if (requireTls) explainTlsFailure(call.log, anyConnected, anyHandshakeFailed);
+    if (allWithTls) explainTlsFailure(call.log, anyConnected, anyHandshakeFailed);
     return Failure(timedOut ? Cause::DnsTimeout : Cause::DnsFailed);
 }
 

@@ -1,4 +1,4 @@
-// Asks name servers for the IPv4 addresses of a name: over UDP, over TCP where a reply does not
+// Asks name servers for the addresses of a name: over UDP, over TCP where a reply does not
 // fit, or over TLS.
 #pragma once
 
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/Failure.h"
+#include "base/NameServer.h"
 #include "net/dns/DnsMessage.h"
 #include "net/stream/CallContext.h"
 #include "net/stream/Deadline.h"
@@ -17,17 +18,22 @@
 namespace tv {
 
 struct DnsOutcome {
-    dns::Reply reply;                       // of the server that answered
-    std::optional<plat::IpAddress> server;  // which one that was
-    std::vector<plat::IpAddress> silent;    // those that gave no reply
+    dns::Reply reply;                  // of the server that answered
+    std::optional<NameServer> server;  // which one that was
+    std::vector<NameServer> silent;    // those that gave no reply
+};
+
+struct DnsQuestion {
+    std::string_view host;
+    plat::AddressFamily family = plat::AddressFamily::IPv4;
 };
 
 // Asks the servers in their order, each within max(2 s, time left / servers left), until one says
-// which addresses the name has or that there are none. A failure where none did: DnsTimeout where
-// one of them was silent to the end.
-Failure doDnsQuery(CallContext& call, std::string_view host,
-                   std::span<const plat::IpAddress> servers, bool requireTls,
-                   const Deadline& deadline, DnsOutcome& outcome);
+// which addresses of the family the name has or that there are none. A failure where none did:
+// DnsTimeout where one of them was silent to the end.
+Failure doDnsQuery(CallContext& call, const DnsQuestion& question,
+                   std::span<const NameServer> servers, const Deadline& deadline,
+                   DnsOutcome& outcome);
 
 // One question to one server.
 struct DnsExchange {
@@ -35,7 +41,7 @@ struct DnsExchange {
 
     CallContext& call;
     std::span<const uint8_t> query;
-    plat::IpAddress server;
+    const NameServer& server;
     size_t serverNumber;  // from 1, as the log counts
     Deadline deadline;
     dns::Reply reply;        // Replied: an answer

@@ -7,6 +7,7 @@
 #include "base/ByteWriter.h"
 #include "base/SecureBuffer.h"
 #include "net/resolve/DnsClient.h"
+#include "net/resolve/NameSource.h"
 #include "net/stream/SChannelTolvane.h"
 #include "net/stream/TolvaneSocket.h"
 #include "net/stream/TotalTimeout.h"
@@ -30,17 +31,29 @@ public:
     Stream& operator=(const Stream&) = delete;
 
     Failure connect(uint16_t port) {
-        const bool made = exchange_.server.isIpv4() ? socket_.createSocket_ipv4(call_.log)
-                                                    : socket_.createSocket_ipv6(call_.log);
+        const bool made = exchange_.server.address.isIpv4() ? socket_.createSocket_ipv4(call_.log)
+                                                            : socket_.createSocket_ipv6(call_.log);
         if (!made) return Failure(Cause::Internal);
-        return socket_.connect(call_, exchange_.server, port, leftMs());
+        return socket_.connect(call_, exchange_.server.address, port, leftMs());
     }
 
-    // The server is known by its address alone, so there is no name for its certificate to prove.
+    // A server that is known by its address alone has no name for its certificate to prove. With
+    // one, the certificate is verified or nothing is asked: the strict profile of RFC 8310
+    // section 5.
     Failure secure() {
+        const NameServer& server = exchange_.server;
+        TlsChannelSettings settings;
+        // RFC 9325, which counts for DNS over TLS (RFC 7858 section 3.2), sections 3.1.1 and 4.1.
+        settings.tlsProtocol = "TLS 1.2 or higher";
+        settings.oldSuites = false;
+        settings.requireSslCertVerify = !server.name.empty();
+        if (call_.names) {
+            settings.trustAnchorsFile = call_.names->trustAnchorsFile;
+            settings.furtherAnchorsFile = call_.names->furtherAnchorsFile;
+        }
+        const std::string host = server.name.empty() ? plat::toText(server.address) : server.name;
         channel_ = std::make_unique<SChannelTolvane>(socket_);
-        return channel_->handshake(call_, plat::toText(exchange_.server), kTlsPort, {},
-                                   TlsStart::Implicit, leftMs());
+        return channel_->handshake(call_, host, kTlsPort, settings, TlsStart::Implicit, leftMs());
     }
 
     // The question there and a whole message back, without the length that stands before it.

@@ -58,7 +58,7 @@ public:
 
     // Connected, so that the system itself drops what comes from elsewhere.
     bool open(const DnsExchange& exchange) {
-        const plat::IpAddress& remote = exchange.server;
+        const plat::IpAddress& remote = exchange.server.address;
         NetError error = plat::sysNet().openUdp(remote.family, handle);
         if (error.ok()) error = plat::sysNet().setNonBlocking(handle);
         if (error.ok()) error = bindToRandomPort(exchange);
@@ -82,7 +82,7 @@ private:
             }
             const int drawn = random[0] << 8 | random[1];
             plat::Endpoint local;
-            local.address.family = exchange.server.family;
+            local.address.family = exchange.server.address.family;
             local.port = static_cast<uint16_t>(kFirstPort + (drawn & kPortMask));
             error = plat::sysNet().bind(handle, local);
             if (!error.is(NetCode::AddressInUse) && !error.is(NetCode::Access)) break;

@@ -42,27 +42,26 @@ HostsTable::HostsTable(std::string_view text) : text_(asciiLower(text)) {
 
 void HostsTable::addLine(std::string_view line) {
     line = line.substr(0, line.find('#'));
-    const auto address = plat::parseIpv4(takeWord(line));
-    if (!address) return;
+    const std::string_view address = takeWord(line);
+    if (!plat::parseIp(address)) return;
     for (;;) {
         std::string_view name = takeWord(line);
         if (name.empty() || entries_.size() >= kMaxEntries) return;
         if (name.back() == '.') name.remove_suffix(1);
-        Entry entry{name, {}};
-        std::copy_n(address->bytes.begin(), entry.address.size(), entry.address.begin());
-        entries_.push_back(entry);
+        entries_.push_back({name, address});
     }
 }
 
-bool HostsTable::find(std::string_view name, std::vector<plat::IpAddress>& out) const {
+bool HostsTable::find(std::string_view name, plat::AddressFamily family,
+                      std::vector<plat::IpAddress>& out) const {
     out.clear();
     auto entry =
         std::lower_bound(entries_.begin(), entries_.end(), name,
                          [](const Entry& a, std::string_view wanted) { return a.name < wanted; });
     for (; entry != entries_.end() && entry->name == name; ++entry) {
-        plat::IpAddress address;
-        std::copy(entry->address.begin(), entry->address.end(), address.bytes.begin());
-        if (std::find(out.begin(), out.end(), address) == out.end()) out.push_back(address);
+        const auto address = plat::parseIp(entry->address);
+        if (!address || address->family != family) continue;
+        if (std::find(out.begin(), out.end(), *address) == out.end()) out.push_back(*address);
     }
     return !out.empty();
 }
@@ -73,18 +72,19 @@ void HostsFile::refresh(const std::string& path) {
         table_.reset();
         return;
     }
-    if (table_ && stamp == stamp_) return;
+    if (table_ && path == path_ && stamp == stamp_) return;
     std::string text;
     plat::readFileStart(path, kMaxFile, text);
     table_ = std::make_unique<HostsTable>(std::move(text));
+    path_ = path;
     stamp_ = stamp;
     ++timesParsed_;
 }
 
-bool HostsFile::find(const std::string& path, std::string_view name,
+bool HostsFile::find(const std::string& path, std::string_view name, plat::AddressFamily family,
                      std::vector<plat::IpAddress>& out) {
     refresh(path);
-    return table_ && table_->find(name, out);
+    return table_ && table_->find(name, family, out);
 }
 
 }  // namespace tv

@@ -1,8 +1,7 @@
-// The system's hosts file: IPv4 addresses of names, ahead of every name server.
+// A hosts file: addresses of names, ahead of every name server.
 #pragma once
 
-#include <array>
-#include <cstdint>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -22,14 +21,14 @@ public:
     HostsTable(const HostsTable&) = delete;
     HostsTable& operator=(const HostsTable&) = delete;
 
-    // name in lower case. Addresses in the order of the lines, each once.
-    bool find(std::string_view name, std::vector<plat::IpAddress>& out) const;
+    // name in lower case. Addresses of one family in the order of the lines, each once.
+    bool find(std::string_view name, plat::AddressFamily family,
+              std::vector<plat::IpAddress>& out) const;
     size_t size() const { return entries_.size(); }
 
 private:
     struct Entry {
-        std::string_view name;  // of text_
-        std::array<uint8_t, 4> address;
+        std::string_view name, address;  // of text_
     };
 
     void addLine(std::string_view line);
@@ -38,15 +37,17 @@ private:
     std::vector<Entry> entries_;  // by name, then in the order of the lines
 };
 
-// The file, always at the same path, parsed again only when its size or time has changed.
+// The file, parsed again only when its path, size or time has changed.
 class HostsFile {
 public:
-    bool find(const std::string& path, std::string_view name, std::vector<plat::IpAddress>& out);
+    bool find(const std::string& path, std::string_view name, plat::AddressFamily family,
+              std::vector<plat::IpAddress>& out);
     size_t timesParsed() const { return timesParsed_; }
 
 private:
     void refresh(const std::string& path);
 
+    std::string path_;
     plat::FileStamp stamp_;
     std::unique_ptr<HostsTable> table_;
     size_t timesParsed_ = 0;

@@ -108,14 +108,14 @@ const std::vector<plat::IpAddress>& publicNameServers() {
     return servers;
 }
 
-bool SilentServers::isSilent(const plat::IpAddress& server, uint64_t nowMs) const {
-    const auto entry = failedAtMs_.find(plat::toText(server));
+bool SilentServers::isSilent(const NameServer& server, uint64_t nowMs) const {
+    const auto entry = failedAtMs_.find(toText(server));
     return entry != failedAtMs_.end() && nowMs >= entry->second &&
            nowMs - entry->second < kRecentMs;
 }
 
-void SilentServers::note(const plat::IpAddress& server, bool answered, uint64_t nowMs) {
-    const std::string key = plat::toText(server);
+void SilentServers::note(const NameServer& server, bool answered, uint64_t nowMs) {
+    const std::string key = toText(server);
     if (answered) {
         failedAtMs_.erase(key);
         return;
@@ -124,9 +124,9 @@ void SilentServers::note(const plat::IpAddress& server, bool answered, uint64_t 
     failedAtMs_[key] = nowMs;
 }
 
-void SilentServers::order(std::vector<plat::IpAddress>& servers, uint64_t nowMs) const {
+void SilentServers::order(std::vector<NameServer>& servers, uint64_t nowMs) const {
     std::stable_partition(servers.begin(), servers.end(),
-                          [&](const plat::IpAddress& server) { return !isSilent(server, nowMs); });
+                          [&](const NameServer& server) { return !isSilent(server, nowMs); });
 }
 
 }  // namespace tv

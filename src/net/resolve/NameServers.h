@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/NameServer.h"
 #include "log/LogBase.h"
 #include "platform/IpAddress.h"
 
@@ -37,12 +38,12 @@ const std::vector<plat::IpAddress>& publicNameServers();
 // Remembers servers that did not answer, by their text form.
 class SilentServers {
 public:
-    void note(const plat::IpAddress& server, bool answered, uint64_t nowMs);
+    void note(const NameServer& server, bool answered, uint64_t nowMs);
     // Those that failed recently come last; otherwise the order stays.
-    void order(std::vector<plat::IpAddress>& servers, uint64_t nowMs) const;
+    void order(std::vector<NameServer>& servers, uint64_t nowMs) const;
 
 private:
-    bool isSilent(const plat::IpAddress& server, uint64_t nowMs) const;
+    bool isSilent(const NameServer& server, uint64_t nowMs) const;
 
     std::map<std::string, uint64_t> failedAtMs_;
 };

@@ -1,5 +1,5 @@
 // The order of all sources: literal address, hosts file, cache, name servers, the system's
-// resolver.
+// resolver. Where settings name the servers, they are the last.
 #include "net/resolve/Resolver.h"
 
 #include <algorithm>
@@ -10,6 +10,7 @@
 #include "net/resolve/DnsClient.h"
 #include "net/resolve/HostName.h"
 #include "net/resolve/NameServers.h"
+#include "net/resolve/NameSource.h"
 #include "net/resolve/ResolverState.h"
 #include "net/stream/SocketError.h"
 #include "net/stream/SocketLibrary.h"
@@ -50,80 +51,124 @@ bool isJustMissing(const plat::NetError& error) {
     return error.is(NetCode::NoData) || error.is(NetCode::HostNotFound);
 }
 
-// The last resort, unless the application wants others kept out of it.
-Failure askSystemInstead(CallContext& call, const std::string& name, const Deadline& deadline,
-                         std::vector<plat::IpAddress>& addresses) {
-    const ResolverState& state = resolverState();
-    call.log.logDataLong("num_app_defined_ns", static_cast<int64_t>(state.ownNameServers.size()));
-    if (!state.ownNameServers.empty()) return Failure(Cause::DnsFailed);
-    if (state.requireTls) {
-        call.log.logInfo("The system's resolver is not asked: it may not use TLS.");
-        return Failure(Cause::DnsFailed);
-    }
-    return getAddressInfo(call, name, false, deadline, addresses);
+// Servers that the settings name: then nobody else is asked.
+const std::vector<NameServer>* ownServers(const CallContext& call) {
+    return call.names && !call.names->servers.empty() ? &call.names->servers : nullptr;
+}
+
+// Of the file that counts. The system's is read for IPv4 addresses alone: its resolver reads it,
+// too.
+bool findInHosts(const CallContext& call, std::string_view name, AddressFamily family,
+                 std::vector<plat::IpAddress>& addresses) {
+    const std::string path = call.names ? call.names->hostsPath : std::string();
+    if (path.empty() && family == AddressFamily::IPv6) return false;
+    if (!resolverState().findInHosts(path, withoutDot(name), family, addresses)) return false;
+    call.log.logData("ip_from_hosts_file", plat::toText(addresses.front()));
+    return true;
 }
 
 // Whom to ask; empty where only the system's resolver may be.
-std::vector<plat::IpAddress> serversFor(LogBase& log, const std::string& name) {
-    ResolverState& state = resolverState();
-    std::vector<plat::IpAddress> servers = state.ownNameServers;
-    if (servers.empty()) {
-        NameServers system = systemNameServers(log);
-        servers = std::move(system.addresses);
-        if (servers.empty() && system.hasOthers) {
-            log.logError("No DNS nameservers have been defined.");
-        } else if (servers.empty() && system.isInside(name)) {
-            log.logInfo("Names of the local network are left to the system's resolver.");
-        } else if (servers.empty()) {
-            servers = publicNameServers();
-            log.logInfo("The system lists no nameservers: using 8.8.8.8 and 1.1.1.1.");
+std::vector<NameServer> serversFor(const CallContext& call, const std::string& name) {
+    std::vector<NameServer> servers;
+    if (const auto* own = ownServers(call)) {
+        servers = *own;
+    } else {
+        NameServers system = systemNameServers(call.log);
+        if (system.addresses.empty() && system.hasOthers) {
+            call.log.logError("No DNS nameservers have been defined.");
+        } else if (system.addresses.empty() && system.isInside(name)) {
+            call.log.logInfo("Names of the local network are left to the system's resolver.");
+        } else if (system.addresses.empty()) {
+            system.addresses = publicNameServers();
+            call.log.logInfo("The system lists no nameservers: using 8.8.8.8 and 1.1.1.1.");
+        }
+        for (const plat::IpAddress& address : system.addresses) {
+            servers.push_back({address, false, {}});
         }
     }
     if (servers.size() > NameServers::kMost) servers.resize(NameServers::kMost);
-    state.order(servers, plat::sysClock().tickMs());
+    resolverState().order(servers, plat::sysClock().tickMs());
     return servers;
 }
 
 // Silent servers must not use up the time of the system's resolver, which may reach others.
-Deadline withoutLastResort(const Deadline& deadline, const ResolverState& state) {
+Deadline withoutLastResort(const CallContext& call, const Deadline& deadline) {
     const uint64_t left = deadline.leftMs();
     const uint64_t kept = std::min(left / 4, kMostForSystemMs);
-    const bool isAlone = state.requireTls || !state.ownNameServers.empty();
-    if (isAlone || !deadline.isLimited() || kept < kLeastTimeMs) return deadline;
+    if (ownServers(call) || !deadline.isLimited() || kept < kLeastTimeMs) return deadline;
     return Deadline(left - kept);
 }
 
+// Under what an answer is remembered. No name has a blank in it.
+std::string cacheKey(const CallContext& call, std::string_view name, AddressFamily family) {
+    return (call.names ? call.names->word() : std::string()) +
+           (family == AddressFamily::IPv6 ? "AAAA " : "") + std::string(withoutDot(name));
+}
+
+bool findInCache(const CallContext& call, std::string_view name, AddressFamily family,
+                 std::vector<plat::IpAddress>& addresses) {
+    const std::string key = cacheKey(call, name, family);
+    if (!resolverState().findInCache(key, plat::sysClock().tickMs(), addresses)) return false;
+    call.log.logData("ip_from_dns_cache", plat::toText(addresses.front()));
+    return true;
+}
+
 // Asks name servers and remembers what they said, and which of them did not.
-Failure queryServers(CallContext& call, const std::string& name,
-                     const std::vector<plat::IpAddress>& servers, const Deadline& deadline,
-                     DnsOutcome& outcome) {
+Failure queryServers(CallContext& call, const std::string& name, AddressFamily family,
+                     const Deadline& deadline, dns::Reply& reply) {
+    const std::vector<NameServer> servers = serversFor(call, name);
+    if (servers.empty()) return Failure(Cause::DnsFailed);
+    DnsOutcome outcome;
+    Failure failure =
+        doDnsQuery(call, {name, family}, servers, withoutLastResort(call, deadline), outcome);
     ResolverState& state = resolverState();
-    Failure failure = doDnsQuery(call, name, servers, state.requireTls,
-                                 withoutLastResort(deadline, state), outcome);
     const uint64_t nowMs = plat::sysClock().tickMs();
-    for (const plat::IpAddress& server : outcome.silent) {
+    for (const NameServer& server : outcome.silent) {
         state.noteServer(server, false, nowMs);
     }
     if (outcome.server) state.noteServer(*outcome.server, true, nowMs);
+    reply = std::move(outcome.reply);
+    const bool known = !failure && reply.kind == dns::ReplyKind::Addresses;
+    if (known) state.keep(cacheKey(call, name, family), reply, nowMs);
     return failure;
 }
 
+// Addresses of one family, of the other where there are none, from the servers of the settings.
+Failure askOwnServers(CallContext& call, const std::string& name, AddressFamily first,
+                      const Deadline& deadline, std::vector<plat::IpAddress>& addresses) {
+    call.log.logDataLong("num_app_defined_ns", static_cast<int64_t>(ownServers(call)->size()));
+    const AddressFamily second =
+        first == AddressFamily::IPv4 ? AddressFamily::IPv6 : AddressFamily::IPv4;
+    for (const AddressFamily family : {first, second}) {
+        if (findInCache(call, name, family, addresses)) return {};
+        dns::Reply reply;
+        if (Failure failure = queryServers(call, name, family, deadline, reply)) {
+            if (call.wasStopped()) return Failure(Cause::Aborted);
+            call.log.logError("DNS resolution failed.");
+            return failure;
+        }
+        addresses = std::move(reply.addresses);
+        if (!addresses.empty()) return {};
+        if (reply.kind == dns::ReplyKind::NoSuchName) break;
+    }
+    call.log.logError("No valid DNS answer..");
+    return Failure(Cause::DnsFailed);
+}
+
+// The servers that the system lists, and its own resolver as the last resort.
 Failure resolveByQuery(CallContext& call, const std::string& name, const Deadline& deadline,
                        std::vector<plat::IpAddress>& addresses) {
-    const std::vector<plat::IpAddress> servers = serversFor(call.log, name);
-    DnsOutcome outcome;
-    const Failure unanswered = servers.empty()
-                                   ? Failure(Cause::DnsFailed)
-                                   : queryServers(call, name, servers, deadline, outcome);
+    dns::Reply reply;
+    const Failure unanswered = queryServers(call, name, AddressFamily::IPv4, deadline, reply);
     if (call.wasStopped()) return Failure(Cause::Aborted);
-    if (!unanswered && outcome.reply.kind == dns::ReplyKind::Addresses) {
-        resolverState().keep(withoutDot(name), outcome.reply, plat::sysClock().tickMs());
-        addresses = outcome.reply.addresses;
+    if (!unanswered && reply.kind == dns::ReplyKind::Addresses) {
+        addresses = std::move(reply.addresses);
         return {};
     }
-    const bool nothingUsable = !unanswered && outcome.reply.kind == dns::ReplyKind::NoAddress;
+    const bool nothingUsable = !unanswered && reply.kind == dns::ReplyKind::NoAddress;
     if (nothingUsable) call.log.logInfo("retry");
-    const Failure system = askSystemInstead(call, name, deadline, addresses);
+    call.log.logDataLong("num_app_defined_ns", 0);
+    const Failure system = getAddressInfo(call, name, false, deadline, addresses);
     if (!system) return {};
     if (call.wasStopped()) return Failure(Cause::Aborted);
     call.log.logError(nothingUsable ? "No valid DNS answer.." : "DNS resolution failed.");
@@ -131,18 +176,22 @@ Failure resolveByQuery(CallContext& call, const std::string& name, const Deadlin
     return Failure(timedOut ? Cause::DnsTimeout : Cause::DnsFailed);
 }
 
+Failure nameToLookUp(LogBase& log, std::string_view domain, std::string& name) {
+    if (normalizeDomain(domain, name)) return {};
+    log.logError("Invalid domain for resolving domain to IP address.");
+    return Failure(Cause::DnsFailed);
+}
+
 Failure tvDnsResolveDomainIPv4_n(CallContext& call, std::string_view domain,
                                  const Deadline& deadline,
                                  std::vector<plat::IpAddress>& addresses) {
     std::string name;
-    if (!normalizeDomain(domain, name)) {
-        call.log.logError("Invalid domain for resolving domain to IP address.");
-        return Failure(Cause::DnsFailed);
+    if (Failure failure = nameToLookUp(call.log, domain, name)) return failure;
+    for (const AddressFamily family : {AddressFamily::IPv4, AddressFamily::IPv6}) {
+        if (findInHosts(call, name, family, addresses)) return {};
     }
-    ResolverState& state = resolverState();
-    if (state.findInHosts(withoutDot(name), addresses)) {
-        call.log.logData("ip_from_hosts_file", plat::toText(addresses.front()));
-        return {};
+    if (ownServers(call)) {
+        return askOwnServers(call, name, AddressFamily::IPv4, deadline, addresses);
     }
     if (name.find('.') == std::string::npos) {
         if (Failure failure = getAddressInfo(call, name, false, deadline, addresses)) {
@@ -151,10 +200,7 @@ Failure tvDnsResolveDomainIPv4_n(CallContext& call, std::string_view domain,
         call.log.logData("sbIp_gethostbyname", plat::toText(addresses.front()));
         return {};
     }
-    if (state.findInCache(withoutDot(name), plat::sysClock().tickMs(), addresses)) {
-        call.log.logData("ip_from_dns_cache", plat::toText(addresses.front()));
-        return {};
-    }
+    if (findInCache(call, name, AddressFamily::IPv4, addresses)) return {};
     return resolveByQuery(call, name, deadline, addresses);
 }
 
@@ -183,6 +229,16 @@ Failure dnsLookup(CallContext& call, std::string_view domain, const Deadline& de
         call.log.logData("domain", name);
     }
     return failure;
+}
+
+Failure lookUpPreferringIpv6(CallContext& call, std::string_view domain, const Deadline& deadline,
+                             std::vector<plat::IpAddress>& addresses) {
+    if (!call.names) return getAddressInfo(call, domain, true, deadline, addresses);
+    std::string name;
+    if (Failure failure = nameToLookUp(call.log, domain, name)) return failure;
+    if (findInHosts(call, name, AddressFamily::IPv6, addresses)) return {};
+    return ownServers(call) ? askOwnServers(call, name, AddressFamily::IPv6, deadline, addresses)
+                            : getAddressInfo(call, domain, true, deadline, addresses);
 }
 
 Failure getAddressInfo(CallContext& call, std::string_view hostOrIpAddr, bool preferIpv6,

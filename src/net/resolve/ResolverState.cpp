@@ -6,10 +6,12 @@
 
 namespace tv {
 
-bool ResolverState::findInHosts(std::string_view name, std::vector<plat::IpAddress>& out) {
-    const std::string path = plat::sysNameServers().hostsPath();
+bool ResolverState::findInHosts(const std::string& path, std::string_view name,
+                                plat::AddressFamily family, std::vector<plat::IpAddress>& out) {
+    const std::string systems = path.empty() ? plat::sysNameServers().hostsPath() : "";
     const std::lock_guard guard(lock_);
-    return hosts_.find(path, name, out);
+    return path.empty() ? hosts_.find(systems, name, family, out)
+                        : namedHosts_.find(path, name, family, out);
 }
 
 bool ResolverState::findInCache(std::string_view name, uint64_t nowMs,
@@ -23,12 +25,12 @@ void ResolverState::keep(std::string_view name, const dns::Reply& reply, uint64_
     cache_.put(name, reply.addresses, reply.ttlSeconds, nowMs);
 }
 
-void ResolverState::noteServer(const plat::IpAddress& server, bool answered, uint64_t nowMs) {
+void ResolverState::noteServer(const NameServer& server, bool answered, uint64_t nowMs) {
     const std::lock_guard guard(lock_);
     silent_.note(server, answered, nowMs);
 }
 
-void ResolverState::order(std::vector<plat::IpAddress>& servers, uint64_t nowMs) const {
+void ResolverState::order(std::vector<NameServer>& servers, uint64_t nowMs) const {
     const std::lock_guard guard(lock_);
     silent_.order(servers, nowMs);
 }

@@ -17,21 +17,21 @@ namespace tv {
 
 class ResolverState {
 public:
-    // Set before the first look-up.
-    bool requireTls = false;                      // DNS over TLS only
-    std::vector<plat::IpAddress> ownNameServers;  // in place of the system's
-
-    bool findInHosts(std::string_view name, std::vector<plat::IpAddress>& out);
+    // path: the file to look into; empty: the system's.
+    bool findInHosts(const std::string& path, std::string_view name, plat::AddressFamily family,
+                     std::vector<plat::IpAddress>& out);
+    // name: with all that must be the same for the answer to serve.
     bool findInCache(std::string_view name, uint64_t nowMs,
                      std::vector<plat::IpAddress>& out) const;
     void keep(std::string_view name, const dns::Reply& reply, uint64_t nowMs);
-    void noteServer(const plat::IpAddress& server, bool answered, uint64_t nowMs);
-    void order(std::vector<plat::IpAddress>& servers, uint64_t nowMs) const;
+    void noteServer(const NameServer& server, bool answered, uint64_t nowMs);
+    void order(std::vector<NameServer>& servers, uint64_t nowMs) const;
 
 private:
     mutable std::mutex lock_;
     dns::DnsCache cache_;
-    HostsFile hosts_;
+    HostsFile hosts_;       // the system's
+    HostsFile namedHosts_;  // of settings, the last one asked for
     SilentServers silent_;
 };
 

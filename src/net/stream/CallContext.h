@@ -12,6 +12,8 @@
 
 namespace tv {
 
+struct NameSource;
+
 struct CallContext {
     explicit CallContext(LogBase& to) : log(to) {}
     // For what is done beside the call, with a log of its own. A total time-out does not hold for
@@ -20,13 +22,15 @@ struct CallContext {
         CallContext own(to);
         own.monitor = monitor;
         own.heartbeatMs = heartbeatMs;
+        own.names = names;
         return own;
     }
 
     LogBase& log;
     ProgressMonitor* monitor = nullptr;  // not owned; may be null
-    uint32_t heartbeatMs = 0;       // how often a wait returns to look for an abort; 0: default
-    std::optional<Deadline> total;  // ends the operation whatever still moves; see TotalTimeout
+    uint32_t heartbeatMs = 0;           // how often a wait returns to look for an abort; 0: default
+    std::optional<Deadline> total;      // ends the operation whatever still moves; see TotalTimeout
+    const NameSource* names = nullptr;  // not owned; null: names as the system knows them
 
     // The longest that a wait may go without looking for an abort.
     uint32_t sliceMs() const {

@@ -19,7 +19,7 @@ std::span<const uint8_t> bytes(std::string_view text) {
 
 const std::string kQuery = [] {
     std::vector<uint8_t> query;
-    encodeQuery(0x1234, "Mail.Example.Test", query);
+    encodeQuery(0x1234, "Mail.Example.Test", plat::AddressFamily::IPv4, query);
     return std::string(query.begin(), query.end());
 }();
 
@@ -44,10 +44,10 @@ TEST(DnsQuery, bytes) {
     const std::string label(63, 'a'), most = label + '.' + label + '.' + label + '.';
     std::vector<uint8_t> out;
     for (const std::string& host : {label + ".test.", most + label.substr(2)})
-        EXPECT_TRUE(encodeQuery(1, host, out)) << host;
+        EXPECT_TRUE(encodeQuery(1, host, plat::AddressFamily::IPv6, out)) << host;
     for (const std::string& host : {label + "a.test", most + label.substr(1), std::string(),
                                     std::string("."), std::string("a..b"), std::string(".a")}) {
-        EXPECT_FALSE(encodeQuery(1, host, out)) << host;
+        EXPECT_FALSE(encodeQuery(1, host, plat::AddressFamily::IPv6, out)) << host;
     }
 }
 
@@ -99,7 +99,7 @@ TEST(DnsReply, whatCountsAsAnAnswer) {
         {"in a ring", with(alias(kAsked, other), alias(other, kAsked)), NoAddress, "", 300},
         {"sixteen aliases", aliases(16), Addresses, "192.0.2.16", 300},
         {"seventeen aliases", aliases(17), NoAddress, "", 300},
-        {"another type", with(record(kAsked, 28, 5, std::string(16, 'x'))), NoAddress},
+        {"another type", with(record(kAsked, kAaaa, 5, std::string(16, 'x'))), NoAddress},
         {"other classes", with(record(kAsked, kA, 5, "abcd", 3), record(kAsked, kCname, 5, "?", 3)),
          NoAddress},
         {"a negative time", with(ip(kAsked, 0x80000001)), Addresses, "192.0.2.1", 0},
@@ -129,6 +129,18 @@ TEST(DnsReply, whatCountsAsAnAnswer) {
         EXPECT_EQ(got.ttlSeconds, c.ttl) << c.what;
     }
     EXPECT_EQ(decode(reply(kQuery, many)).addresses.size(), kMaxAddresses);
+}
+
+TEST(DnsReply, ofTheFamilyAskedFor) {
+    const std::string query =
+        kQuery.substr(0, kQuery.size() - 3) + "\x1C" + kQuery.substr(kQuery.size() - 2);
+    const auto got = [&](const std::string& data) {
+        const std::string message = reply(
+            query, {a("192.0.2.1"), record(kAsked, kAaaa, 5, data), record(kAsked, kA, 5, "")});
+        return textOf(decodeReply(bytes(message), bytes(query)).addresses);
+    };
+    EXPECT_EQ(got(std::string(15, '\0') + '\x01'), "::1");
+    EXPECT_EQ(got("abcd"), "");
 }
 
 TEST(DnsReply, cutAnywhereItIsNone) {

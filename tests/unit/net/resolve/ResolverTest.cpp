@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "net/resolve/DnsClient.h"
+#include "net/resolve/NameSource.h"
 #include "net/resolve/ResolverState.h"
 #include "tests/fixtures/DnsMessages.h"
 #include "tests/unit/net/NetTestKit.h"
@@ -55,6 +56,12 @@ protected:
         const std::string good = reply(query, {a("192.0.2.1")});
         if (does == "silent") return {};
         if (does == "empty") return {{reply(query, {})}};
+        if (does == "six") {
+            const std::string address = "\xFD" + std::string(14, '\0') + "\x09";
+            const bool isAsked = query[query.size() - 3] == kAaaa;
+            const std::string six = record(kAsked, kAaaa, 300, address);
+            return {{isAsked ? reply(query, {six}) : reply(query, {})}};
+        }
         if (does == "late") return count == 1 ? Datagrams{{good, number}} : Datagrams();
         if (does == "lost") return count > number ? Datagrams{{good, 20}} : Datagrams();
         if (does == "truncated") return {{reply(query, {a(kForged)}, kTruncated)}};
@@ -73,15 +80,19 @@ protected:
         }
         return {{reply(query, {a(does, kAsked, number)})}};  // knows this address so long
     }
-    // "own": servers of the application; "tls": none but over TLS; "N does number": a server at
-    // 10.0.0.N; "call fails number"; "conf line": of the system's settings; "within" a time.
+    // "own", "tls": servers of settings, without and with TLS; "hosts": their hosts file; "six
+    // first": IPv6 is wanted; "N does number": a server at 10.0.0.N; "call fails number"; "conf
+    // line": of the system's settings; "within" a time.
     void arrange(std::string_view world) {
         std::vector<std::string>& listed = net.nameServers.servers;
         std::string settings;
         listed.clear();
-        state.ownNameServers.clear();
-        state.requireTls = world.starts_with("tls");
+        names = {};
         limitMs_ = 30000;
+        sixFirst_ = world.find("six first") != std::string_view::npos;
+        if (world.find("hosts") != std::string_view::npos) {
+            names.hostsPath = file("named", "192.0.2.8 a.example\nfd00::8 a.example b.example\n");
+        }
         for (const std::string& each : split(world, ", ")) {
             const std::vector<std::string> words = split(each + " absent 300", " ");
             const auto number = static_cast<uint32_t>(std::atoi(words[2].c_str()));
@@ -100,9 +111,10 @@ protected:
                     .mayEndEarly = true;
             }
         }
-        if (world.starts_with("own")) {
+        const bool tls = world.starts_with("tls");
+        if (tls || world.starts_with("own")) {
             for (const std::string& ip : std::exchange(listed, {}))
-                state.ownNameServers.push_back(*plat::parseIp(ip));
+                names.servers.push_back({*plat::parseIp(ip), tls, ""});
         }
         net.nameServers.failure = listed.empty() ? "GetNetworkparams failed" : "";
         net.nameServers.settings = settings.empty() ? "" : file("settings", settings);
@@ -110,7 +122,9 @@ protected:
     bool lookUp(std::string_view name) {
         begin();
         const Deadline limited(limitMs_), unlimited = Deadline::unlimited(21600000);
-        failure = dnsLookup(call, name, limitMs_ ? limited : unlimited, addresses);
+        if (!names.servers.empty() || !names.hostsPath.empty()) call.names = &names;
+        failure = (sixFirst_ ? lookUpPreferringIpv6 : dnsLookup)(
+            call, name, limitMs_ ? limited : unlimited, addresses);
         return !failure;
     }
     std::string found() const {
@@ -130,10 +144,12 @@ protected:
     }
 
     ResolverState state;
+    NameSource names;
     std::vector<plat::IpAddress> addresses;
 
 private:
     uint64_t limitMs_ = 30000;
+    bool sixFirst_ = false;
     std::vector<std::string> files_;
 };
 
@@ -203,7 +219,6 @@ constexpr struct {
     {"a.b", "own, 1 flood 64, 2 10.9.9.9", "10.9.9.9", 5, "1@0 2@5",
      "Too many datagrams came that are no reply."},
     {"a.b", "own, 1 error 3, 2 10.9.9.9", "failed", 0, "1@0"},
-    {"a.b", "own, 1 empty, 2 10.9.9.9", "failed", 0, "1@0"},
     {"a.b", "own, 1 error 2, 2 10.9.9.9", "10.9.9.9", 0, "1@0 2@0"},
 
     // The system's own faults lose no time.
@@ -238,11 +253,26 @@ constexpr struct {
     {"mail.example", "conf nameserver fe80::1%eth0", "192.0.2.9", 0, "",
      "No DNS nameservers have been defined."},
     {"mail.example", "tls, 1, 2", "failed", 0, "",
-     "nameserver: 10.0.0.2 | (DNS over TLS), but none of the nameservers support DoT | "
-     "The system's resolver is not asked: it may not use TLS. | !systemResolver"},
+     "nameserver: tls://10.0.0.2 | (DNS over TLS), but none of the nameservers support DoT | "
+     "!systemResolver"},
     {"mail.example", "tls, 1 babbles", "failed", 0, "",
      "Failed to do TLS handshake for DNS connection on port 853 | !systemResolver"},
-    {"mail.local", "tls", "failed", 0, "", "!systemResolver"},
+
+    // What settings name, nobody else is asked for, of either family.
+    {"other", "own, 1 10.9.9.9", "10.9.9.9", 0, "1@0", "!systemResolver"},
+    {"mail.local", "own, 1 10.9.9.9", "10.9.9.9", 0, "1@0", "!systemResolver"},
+    {"mail.example", "own, 1 empty, 2 10.9.9.9", "failed", 0, "1@0 1@0",
+     "No valid DNS answer.. | !systemResolver"},
+    {"mail.example", "own, 1 six", "fd00::9", 0, "1@0 1@0", "!systemResolver"},
+    {"mail.example", "own, 1 six, six first", "fd00::9", 0, "1@0"},
+    {"mail.example", "own, 1 error 2, six first", "failed", 0, "1@0", "!systemResolver"},
+    {"no name", "own, 1, six first", "failed", 0, "", "!systemResolver"},
+    {"six.example", "1, six first", "fd00::6", 0, "", "systemResolver: asking for IPv6"},
+    {"A.example", "hosts, 1", "192.0.2.8", 0, "", "ip_from_hosts_file"},
+    {"a.example", "hosts, 1, six first", "fd00::8", 0, ""},
+    {"b.example", "hosts, 1", "fd00::8", 0, ""},
+    {"listed.example", "own, hosts, 1 error 3", "failed", 0, "1@0", "!ip_from_hosts_file"},
+    {"listed.example", "own, 1 error 3", "192.0.2.7", 0, "", "ip_from_hosts_file"},
 };
 
 TEST_F(Resolver, whereANameIsLookedFor) {
@@ -256,7 +286,8 @@ TEST_F(Resolver, whereANameIsLookedFor) {
         EXPECT_EQ(sentText(), row.sent);
         expectLogged(log, row.texts);
         for (const FakeNet::Datagram& sent : net.datagrams) {
-            const bool isFirst = sent.place == net.datagrams[0].place;
+            const bool isFirst = sent.place == net.datagrams[0].place &&
+                                 sent.bytes.substr(2) == net.datagrams[0].bytes.substr(2);
             EXPECT_TRUE(!isFirst || sent.bytes == net.datagrams[0].bytes);
             EXPECT_TRUE(!isFirst || sent.fromPort == net.datagrams[0].fromPort);
             EXPECT_GE(sent.fromPort, 49152);
@@ -310,9 +341,24 @@ TEST_F(Resolver, silentServersAreAskedLast) {
     }
 }
 
+TEST_F(Resolver, whatOneServerSaidIsNoAnswerOfAnother) {
+    for (const bool isNew : {true, false}) {
+        for (const auto& [world, wanted] : {std::pair("1 192.0.2.1", "192.0.2.1"),
+                                            {"own, 1 192.0.2.2", "192.0.2.2"},
+                                            {"own, 2 192.0.2.3", "192.0.2.3"},
+                                            {"own, 1 six, six first", "fd00::9"}}) {
+            SCOPED_TRACE(world);
+            arrange(world);
+            lookUp("mail.example");
+            EXPECT_EQ(found(), wanted);
+            EXPECT_EQ(!net.datagrams.empty(), isNew);
+        }
+    }
+}
+
 TEST_F(Resolver, noMoreThan32ServersAreAsked) {
     for (int i = 1; i <= 40; ++i)
-        state.ownNameServers.push_back(*plat::parseIp("10.0.2." + std::to_string(i)));
+        names.servers.push_back({*plat::parseIp("10.0.2." + std::to_string(i)), false, ""});
     EXPECT_FALSE(lookUp("mail.example"));
     EXPECT_EQ(net.datagrams.size(), 32U);
     EXPECT_EQ(net.datagrams.back().place, "10.0.2.32:53");
@@ -397,7 +443,8 @@ TEST_F(Resolver, abortEndsEveryWaitAtTheNextSlice) {
 
 TEST_F(Resolver, aRequestTooLongForADatagramIsNotSent) {
     const std::vector<uint8_t> query(513);
-    DnsExchange exchange{call, query, *plat::parseIp("10.0.0.1"), 1, Deadline(1000), {}};
+    const NameServer server{*plat::parseIp("10.0.0.1"), false, ""};
+    DnsExchange exchange{call, query, server, 1, Deadline(1000), {}};
     EXPECT_EQ(exchange.overUdp(), DnsExchange::End::NoReply);
     expectLogged(log, "DNS request is greater than 512 bytes.");
     EXPECT_TRUE(net.datagrams.empty());
@@ -415,26 +462,27 @@ TEST_F(Resolver, theHostsFile) {
         "  192.0.2.4 one.example one.example\n"
         "192.0.2.5 #one.example\n"
         "192.0.2.6 last.example");
+    constexpr auto kIpv4 = plat::AddressFamily::IPv4;
     for (const auto& [name, wanted] : {std::pair("one.example", "192.0.2.1 192.0.2.4"),
                                        {"one", "192.0.2.1"},
                                        {"alias.example", "192.0.2.1"},
                                        {"last.example", "192.0.2.6"}}) {
-        EXPECT_TRUE(table.find(name, addresses)) << name;
+        EXPECT_TRUE(table.find(name, kIpv4, addresses)) << name;
         EXPECT_EQ(textOf(addresses), wanted);
     }
     for (const char* name : {"six.example", "wrong.example", "here", "one.exampl", "comment", ""})
-        EXPECT_FALSE(table.find(name, addresses)) << name;
+        EXPECT_FALSE(table.find(name, kIpv4, addresses)) << name;
     HostsFile hosts;
     const std::string path = file("hosts2", "192.0.2.1 a.example\n");
-    EXPECT_TRUE(hosts.find(path, "a.example", addresses));
-    EXPECT_FALSE(hosts.find(path, "b.example", addresses));
+    EXPECT_TRUE(hosts.find(path, "a.example", kIpv4, addresses));
+    EXPECT_FALSE(hosts.find(path, "b.example", kIpv4, addresses));
     EXPECT_EQ(hosts.timesParsed(), 1U);
     file("hosts2", "192.0.2.1 a.example\n192.0.2.2 b.example\n");
-    EXPECT_TRUE(hosts.find(path, "b.example", addresses));
-    EXPECT_TRUE(hosts.find(path, "a.example", addresses));
+    EXPECT_TRUE(hosts.find(path, "b.example", kIpv4, addresses));
+    EXPECT_TRUE(hosts.find(path, "a.example", kIpv4, addresses));
     EXPECT_EQ(hosts.timesParsed(), 2U);
     std::remove(path.c_str());
-    EXPECT_FALSE(hosts.find(path, "a.example", addresses));
+    EXPECT_FALSE(hosts.find(path, "a.example", kIpv4, addresses));
 }
 
 }  // namespace
