@@ -16,10 +16,21 @@ std::string readComputerName() {
     return narrow(std::wstring_view(name, size));
 }
 
+std::string readDnsName() {
+    wchar_t name[256];  // DNS knows no longer one
+    DWORD size = 256;
+    if (!GetComputerNameExW(ComputerNameDnsFullyQualified, name, &size)) return {};
+    return nameInDns(narrow(std::wstring_view(name, size)));
+}
+
 class WindowsHost final : public SysHost {
 public:
     std::string computerName() override {
         static const std::string& name = *new std::string(readComputerName());
+        return name;
+    }
+    std::string dnsName() override {
+        static const std::string& name = *new std::string(readDnsName());
         return name;
     }
     uint32_t ansiCodePage() override { return GetACP(); }

@@ -9,6 +9,7 @@
 #include "platform/SysClock.h"
 #include "platform/SysDialog.h"
 #include "platform/SysFile.h"
+#include "platform/SysHost.h"
 #include "tests/fixtures/TestBytes.h"
 
 #ifdef _WIN32
@@ -77,6 +78,31 @@ TEST(SysDialog, asOneLine) {
     };
     for (const auto& [text, line] : rows) {
         EXPECT_EQ(asOneLine(text), line);
+    }
+}
+
+TEST(SysHost, nameThatOthersKnow) {
+    constexpr std::string_view kHosts =
+        "127.0.0.1 localhost.test localhost\n# 10.0.0.1 a.test pc\n::1 #b.test pc\n"
+        "pc.test x\n127.0.1.1\tpc17 \tPC.example.test other.test  pc\r\n10.0.0.2 c.test pc\n"
+        "10.0.0.3 d.Local d\n10.0.0.4 e";
+    const std::pair<std::string, std::string_view> rows[] = {{"pc17.a-1.test", "pc17.a-1.test"},
+                                                             {"Pc", "PC.example.test"},
+                                                             {"pc.local", ""},
+                                                             {"localhost.localdomain", ""},
+                                                             {"d", ""},
+                                                             {"e", ""},
+                                                             {"x", ""},
+                                                             {"pc1", ""},
+                                                             {"", ""},
+                                                             {"a..test", ""},
+                                                             {".test", ""},
+                                                             {"pc.", ""},
+                                                             {"a_b.test", ""},
+                                                             {"a\r\n.test", ""},
+                                                             {std::string(250, 'a') + ".test", ""}};
+    for (const auto& [hostName, wanted] : rows) {
+        EXPECT_EQ(nameInDns(hostName, kHosts), wanted) << hostName;
     }
 }
 
