@@ -28,6 +28,7 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
     call.setMonitor(monitor);
     SettingsOverlay overlay(smtp_.settings, file_.get());
     lastFailure_ = overlay.lay(log);
+    call.names = overlay.names();
     std::optional<TotalTimeout> limit;
     if (const uint32_t ms = smtp_.settings.totalTimeoutMs; ms > 0) limit.emplace(call, ms);
     SmtpSend send;

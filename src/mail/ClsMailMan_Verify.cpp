@@ -19,6 +19,7 @@ bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor) {
     trial.lendTlsSessions(smtp_.tlsSessions());
     CallContext call(log);
     call.setMonitor(monitor);
+    call.names = overlay.names();
     const LogContextExitor context(log, "initSmtp");
     return operation.finish(!trial.smtpConnectAndAuthenticate(call, true));
 }

@@ -7,6 +7,7 @@
 #include "base/Ascii.h"
 #include "log/Fail.h"
 #include "log/LogContextExitor.h"
+#include "platform/SysHost.h"
 
 namespace tv {
 namespace {
@@ -26,6 +27,13 @@ void layOver(XString& wanted, const std::optional<std::string>& said) {
 std::string versionPolicy(settings::TlsVersion lowest, settings::TlsVersion highest) {
     return "TLS 1." + std::to_string(static_cast<int>(lowest)) + " to 1." +
            std::to_string(static_cast<int>(highest));
+}
+
+// "dns" stands for the machine's DNS name. Where it has none, all is as without the key.
+std::optional<std::string> ownName(const std::optional<std::string>& said) {
+    if (!said || !equalsIgnoreCase(*said, "dns")) return said;
+    std::string name = plat::sysHost().dnsName();
+    return name.empty() ? std::nullopt : std::optional(std::move(name));
 }
 
 }  // namespace
@@ -50,6 +58,7 @@ Failure SettingsOverlay::lay(LogBase& log) {
     }
     settings_.revision = file_->revision;
     layServer();
+    layNames();
     layLogin();
     layMessage();
     return layCertificate(log);
@@ -58,7 +67,7 @@ Failure SettingsOverlay::lay(LogBase& log) {
 void SettingsOverlay::layServer() {
     layOver(settings_.smtpHost, file_->host);
     layOver(settings_.smtpPort, file_->port);
-    layOver(settings_.heloHostname, file_->helo);
+    layOver(settings_.heloHostname, ownName(file_->helo));
     layOver(settings_.connectTimeoutMs, file_->connectTimeoutMs);
     layOver(settings_.idleTimeoutMs, file_->idleTimeoutMs);
     layOver(settings_.acceptanceTimeoutMs, file_->acceptanceTimeoutMs);
@@ -74,6 +83,15 @@ void SettingsOverlay::layServer() {
     settings_.smtpSsl = *file_->encryption == Encryption::Implicit;
     settings_.startTls = *file_->encryption == Encryption::StartTls;
     settings_.startTlsIfPossible = *file_->encryption == Encryption::IfOffered;
+}
+
+void SettingsOverlay::layNames() {
+    if (file_->servers.empty() && !file_->hosts) return;
+    names_.emplace();
+    names_->servers = file_->servers;
+    names_->hostsPath = file_->hosts.value_or("");
+    names_->trustAnchorsFile = file_->roots.value_or("");
+    names_->furtherAnchorsFile = file_->rootsAlso.value_or("");
 }
 
 void SettingsOverlay::layLogin() {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "base/NameServer.h"
 #include "base/XString.h"
 
 namespace tv::settings {
@@ -84,6 +85,9 @@ struct Settings {
     std::optional<bool> checkSize;
     std::optional<bool> allRecipients;
     std::vector<std::string> deliveryReport;  // words of NOTIFY (RFC 3461 section 4.1), any case
+
+    std::vector<NameServer> servers;
+    std::optional<std::string> hosts;  // path
 
     std::optional<std::string> sentMail;  // path
     std::optional<std::string> sends;     // path

@@ -42,6 +42,10 @@ void oneMore(Settings& settings, const Value& value) {
     (settings.*member).push_back(value.text);
 }
 
+void nameServer(Settings& settings, const Value& value) {
+    if (auto server = parseNameServer(value.text)) settings.servers.push_back(std::move(*server));
+}
+
 constexpr int64_t kSecond = 1000;
 constexpr int64_t kKilobyte = 1024;
 constexpr int64_t kMegabyte = 1024 * kKilobyte;
@@ -81,7 +85,8 @@ constexpr Key kKeys[] = {
         "TLS: not at all, where the server offers it, always by STARTTLS, from the first byte on.\n"
         "With starttls and implicit a server without TLS gets nothing."),
     key("server", "helo", kHost, text<&Settings::helo>, "the computer's name", "pc17.example.com",
-        "What this machine calls itself to the server: a name, or an address in brackets."),
+        "What this machine calls itself to the server: a name, an address in brackets, or dns for\n"
+        "its own DNS name, where it has one with a domain (.local is none)."),
     key("server", "local-address", {Kind::Address}, text<&Settings::localAddress>,
         "chosen by the system", "192.0.2.17",
         "The address of this machine that connections to the server come from."),
@@ -198,6 +203,16 @@ constexpr Key kKeys[] = {
         oneMore<&Settings::deliveryReport>, "none asked for", "failure, delay",
         "When the servers on the way are to report to the sender."),
 
+    key("names", "servers", {Kind::NameServers}, nameServer, "the system's",
+        "tls://192.0.2.53#dns.example.com",
+        "The name servers to ask, and nobody else: addresses. With tls:// the question is "
+        "encrypted,\n"
+        "and the server must prove the name behind #, as [certificate] says, if one stands there."),
+    key("names", "hosts", kFile, text<&Settings::hosts>, "the system's", "hosts.txt",
+        "A file in the form of /etc/hosts that is looked into before servers are asked, in place "
+        "of\n"
+        "the system's."),
+
     key("log", "sent-mail", {Kind::Target}, text<&Settings::sentMail>, kHosts, "sent.log",
         "The file that each sent message is appended to."),
     key("log", "sends", {Kind::Target}, text<&Settings::sends>, "none", "sends.log",
@@ -287,6 +302,8 @@ std::string mayBe(const Form& form) {
         case Kind::KeyPins:
             return "\"sha256//\" and 32 bytes in base64, or 64 hexadecimal digits, with commas "
                    "between several";
+        case Kind::NameServers:
+            return "addresses, tls://ADDRESS#NAME or tls://ADDRESS, with commas between several";
         case Kind::Mailbox:
             return "an e-mail address";
         case Kind::Mailboxes:

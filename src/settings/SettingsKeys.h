@@ -23,6 +23,7 @@ enum class Kind : uint8_t {
     Size,          // "10 MB"; lowest and highest in bytes
     Duration,      // "30 s", "5 min"; lowest and highest in ms
     KeyPins,       // hashes of public keys, with commas
+    NameServers,   // "192.0.2.1", "tls://192.0.2.1#name", with commas
     Mailbox,       // an e-mail address alone
     Mailboxes,     // several of them, with commas
     NamedMailbox,  // "Anna <a@b>", or the address alone
@@ -73,8 +74,8 @@ bool isSection(std::string_view section);
 
 // Of these keys each line adds to those before it.
 constexpr bool isList(Kind kind) {
-    return kind == Kind::Choices || kind == Kind::KeyPins || kind == Kind::Mailboxes ||
-           kind == Kind::Field;
+    return kind == Kind::Choices || kind == Kind::KeyPins || kind == Kind::NameServers ||
+           kind == Kind::Mailboxes || kind == Kind::Field;
 }
 
 constexpr bool isSecret(Kind kind) {

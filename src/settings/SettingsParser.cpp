@@ -10,6 +10,7 @@
 #include "base/Base64.h"
 #include "base/CodePage.h"
 #include "base/Hex.h"
+#include "base/NameServer.h"
 #include "platform/IpAddress.h"
 #include "platform/SysProtect.h"
 #include "platform/SysWipe.h"
@@ -155,6 +156,20 @@ bool findChoice(std::string_view choices, std::string_view word, int64_t& place)
         choices.remove_prefix(std::min(end + 2, choices.size()));
     }
     return false;
+}
+
+// One of several between commas.
+bool readWord(const Form& form, Value& word) {
+    switch (form.kind) {
+        case Kind::KeyPins:
+            return readPin(std::string(word.text), word.text);
+        case Kind::NameServers:
+            return parseNameServer(word.text).has_value();
+        case Kind::Mailboxes:
+            return isMailbox(word.text);
+        default:
+            return findChoice(form.choices, word.text, word.number);
+    }
 }
 
 bool isAbsolute(std::string_view path) {
@@ -340,6 +355,7 @@ std::string Parser::takeValue(const Key& key, std::string_view written) {
             break;
         case Kind::Choices:
         case Kind::KeyPins:
+        case Kind::NameServers:
         case Kind::Mailboxes:
             return takeWords(key, value.text);
         case Kind::Mailbox:
@@ -374,11 +390,7 @@ std::string Parser::takeWords(const Key& key, std::string_view written) {
         Value word;
         word.text = trimmed(written.substr(0, end));
         const std::string shown = word.text;
-        const bool good = key.form.kind == Kind::KeyPins ? readPin(shown, word.text)
-                          : key.form.kind == Kind::Mailboxes
-                              ? isMailbox(shown)
-                              : findChoice(key.form.choices, shown, word.number);
-        if (!good) {
+        if (!readWord(key.form, word)) {
             return quoted(key.name) + " must be " + mayBe(key.form) + ", not " + quoted(shown);
         }
         key.store(out_, word);

@@ -17,8 +17,10 @@ from programs import run
 from products import Host
 from receiver import Receiver, server_context
 from scripted import ScriptedServer
-from servers import make_certificate
+from servers import Server, dnsmasq, make_certificate
 from servers import run as run_tool
+from test_dns import SERVERS, UNBOUND, VIEW
+from test_oauth2 import token_endpoint
 from test_tls_trust import chain  # noqa: F401 (a fixture)
 
 
@@ -127,6 +129,74 @@ def test_verdicts(product, tmp_path, certificates, case):
         done = site.send(server)
     assert (done.code == 0, len(server.messages)) == ((True, 1) if told is None else (False, 0)), done.err
     assert told is None or told in done.err
+
+
+@pytest.fixture(scope="module")
+def name_servers(certificates):
+    """Both know the host that a certificate of the chain is for; unbound proves by another that it is "localhost"."""
+    folder = certificates / "names"
+    folder.mkdir()
+    (folder / "unbound.conf").write_text(UNBOUND.format(
+        address=SERVERS["unbound"], certificate=(certificates / "good-shown.pem", certificates / "good.key"), zone=MAIL,
+        records=f"local-data: '{MAIL}. A 127.0.0.1'", broken="broken.example", refuses=SERVERS["dnsmasq"]))
+    with dnsmasq(folder, SERVERS["dnsmasq"], MAIL, [f"host-record={MAIL},127.0.0.1"]), Server(
+            folder, ["unbound", "-d", "-c", folder / "unbound.conf"], "start of service"):
+        yield
+
+
+MAIL, ROOT = "other.test", "[server]\nencryption = starttls\n[certificate]\nroots = {root}\n"
+DNSMASQ, UNBOUND_TLS = SERVERS["dnsmasq"], "tls://" + SERVERS["unbound"]
+# What the file says, and what is told; None: the message goes out.
+NAMES = {
+    "in clear": (f"servers = {DNSMASQ}", None),
+    "the second one": (f"servers = {SERVERS['nobody']}\nservers = {DNSMASQ}", None),
+    "over TLS": (f"servers = {UNBOUND_TLS}", None),
+    "proven": (f"servers = {UNBOUND_TLS}#localhost\n{ROOT}", None),
+    "another name": (f"servers = {UNBOUND_TLS}#dns.test\n{ROOT}", "issued for another host"),
+    "not by these roots": (f"servers = {UNBOUND_TLS}#localhost", "not known or not trusted"),
+    "not over TLS": (f"servers = tls://{DNSMASQ}", "none of the nameservers support DoT"),
+    "nobody": (f"servers = {SERVERS['nobody']}", "DNS lookup failed"),
+    "of the file": (f"hosts = hosts.txt\nservers = {SERVERS['nobody']}", None),
+    "for IPv6": (f"servers = {DNSMASQ}\n[server]\nfamily = ipv6", "no IPv6 address"),
+}
+
+
+@pytest.mark.parametrize("case", NAMES)
+def test_names(product, tmp_path, certificates, name_servers, case):
+    said, told = NAMES[case]
+    site = Site(product, tmp_path, certificates)
+    (tmp_path / "hosts.txt").write_text(f"127.0.0.1 {MAIL}\n")
+    site.say(f"[names]\n{said}\n")
+    with Watched(certificates, "other") as server:
+        done = site.send(server, host=MAIL)
+        assert (done.code, bool(server.connections)) == ((0, True) if told is None else (1, False)), done.err
+    assert (told or "") in done.err and "systemResolver" not in done.err
+
+
+def test_names_of_token_endpoints(product, tmp_path, certificates, name_servers):
+    site = Site(product, tmp_path, certificates)
+    leaf = certificates / "other-shown.pem", certificates / "other.key"
+    with Watched(certificates, "other") as server, token_endpoint(leaf) as (forms, description):
+        (tmp_path / "token.json").write_text(description.replace("127.0.0.1", MAIL))
+        (tmp_path / "token.json").chmod(0o600)
+        site.say(f"[server]\nhost = {MAIL}\nport = {server.port}\n[login]\nuser = anna\noauth2 = token.json\n"
+                 f"[names]\nservers = {UNBOUND_TLS}#localhost\n{ROOT}")
+        done = site.send(server)
+    assert len(forms) == 1, done.err
+
+
+@pytest.mark.parametrize("name, hosts, told", [
+    ("pc17.example.test", "", "pc17.example.test"), ("pc17", "127.0.1.1 pc17.example.test pc17", "pc17.example.test"),
+    ("pc17", "127.0.1.1 pc17.local pc17", "pc17")])
+def test_own_name(so, tmp_path, name, hosts, told):
+    site = Site(so, tmp_path)
+    site.say("[server]\ntrial = never\nhelo = DNS\n")
+    (tmp_path / "hosts").write_text(f"127.0.0.1 localhost\n{hosts}\n")
+    with Watched() as server:
+        done = run(so, "unshare", "--uts", "--mount", "--propagation", "private", "sh", "-c", f"hostname {name} && {VIEW}",
+                   "sh", "/dev/null", tmp_path / "hosts", so.program, "--host", "127.0.0.1", "--port", server.port,
+                   "--from", "a@b.test", "--to", "c@d.test", env={"EMAILSENDING_SETTINGS": str(site.file)})
+    assert (done.code, server.names) == (0, [told]), done.err
 
 
 def test_connection_and_message(site):

@@ -69,7 +69,7 @@ TEST(SettingsParser, whatIsWrittenIsUnderstoodOrNamed) {
         {"[server\nhost = a", "line 1: \"[server\" has no \"]\" at its end."},
         {"[sever]",
          "line 1: [sever] is no section; there are [server], [login], [certificate], [tls], "
-         "[message], [log], [test]."},
+         "[message], [names], [log], [test]."},
         {"[server]\nmail.test", "line 2: there is no \"=\" in it."},
         {"[server]\nhost = a\nhost = b", "line 3: \"host\" stands in line 2, too."},
         {"[server]\nhost =",
@@ -109,6 +109,12 @@ TEST(SettingsParser, whatIsWrittenIsUnderstoodOrNamed) {
          "commas between several, not \"00\"."},
         {"[server]\nlocal-address = here",
          "line 2: \"local-address\" must be a numeric address, not \"here\"."},
+        {"[names]\nservers = ::1, TLS://192.0.2.1\nservers = tls://2001:db8::1#dns.test",
+         "[names] servers = ::1, TLS://192.0.2.1; "
+         "[names] servers = tls://2001:db8::1#dns.test"},
+        {"[names]\nservers = 192.0.2.1, tls://dns.test",
+         "line 2: \"servers\" must be addresses, tls://ADDRESS#NAME or tls://ADDRESS, with commas "
+         "between several, not \"tls://dns.test\"."},
         {"[message]\nbcc = a@b.test\nbcc = c@d.test, e",
          "line 3: \"bcc\" must be e-mail addresses, with commas between them, not \"e\"."},
         {"[message]\nfrom = Anna <a@b.test> x",
@@ -149,6 +155,7 @@ TEST(SettingsParser, valuesReachTheirPlaces) {
                "[login]\nuser=\" a \"\"b\"\"\"\npassword-file=secret.txt\ndomain=D\n"
                "[certificate]\nroots=/root.pem\n[tls]\nlowest=1.1\nhighest=1.3\n"
                "[message]\nall-recipients=yes\ndelivery-report=failure,delay\n"
+               "[names]\nservers=10.0.0.1,tls://10.0.0.2#Dns.Test\nservers=tls://::1\n"
                "[log]\nsent-mail=sub/x.log\n",
                s));
     EXPECT_EQ(s.host, "h");
@@ -170,6 +177,11 @@ TEST(SettingsParser, valuesReachTheirPlaces) {
     EXPECT_EQ(s.highest, TlsVersion::Tls13);
     EXPECT_EQ(s.allRecipients, true);
     EXPECT_EQ(s.deliveryReport, (std::vector<std::string>{"failure", "delay"}));
+    std::string servers;
+    for (const NameServer& server : s.servers) {
+        servers += toText(server) + ' ';
+    }
+    EXPECT_EQ(servers, "10.0.0.1 tls://10.0.0.2#dns.test tls://::1 ");
     EXPECT_EQ(s.sentMail, "/etc/mail/sub/x.log");
 }
 
@@ -191,6 +203,15 @@ TEST(SettingsParser, secretsAreNotTold) {
     for (const char* line : lines) {
         const std::string file = std::string("[server]\nhost=h\n[login]\nuser=u\n") + line;
         EXPECT_EQ(told(file).find("hidden-word"), std::string::npos) << told(file);
+    }
+}
+
+TEST(NameServer, whatIsNone) {
+    for (const char* text :
+         {"", "dns.test", "10.0.0.1#dns.test", "10.0.0.1:53", "0.0.0.0", "tls://",
+          "tls://::", "tls://10.0.0.1#", "tls://10.0.0.1#a..b", "tls://10.0.0.1#.",
+          "tls://10.0.0.1#a b", "tls://[::1]#a", "tls://dns.test#dns.test"}) {
+        EXPECT_FALSE(parseNameServer(text)) << text;
     }
 }
 
