@@ -42,26 +42,6 @@ char32_t takeUtf8(std::string_view& text) {
     return code;
 }
 
-// RFC 3629 section 3.
-void appendUtf8(char32_t code, std::string& out) {
-    const auto add = [&](char32_t byte) { out += static_cast<char>(byte); };
-    if (code < 0x80) {
-        add(code);
-    } else if (code < 0x800) {
-        add(0xC0 | code >> 6);
-        add(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
-        add(0xE0 | code >> 12);
-        add(0x80 | (code >> 6 & 0x3F));
-        add(0x80 | (code & 0x3F));
-    } else {
-        add(0xF0 | code >> 18);
-        add(0x80 | (code >> 12 & 0x3F));
-        add(0x80 | (code >> 6 & 0x3F));
-        add(0x80 | (code & 0x3F));
-    }
-}
-
 // RFC 2781 section 2.1: ten bits to each surrogate. D7C0 is D800 with the 10000 already taken off.
 void appendUtf16(char32_t code, std::u16string& out) {
     if (code >= 0x10000) {
@@ -245,6 +225,26 @@ void lineToSystem(uint32_t codePage, std::string_view line, std::string& out) {
 }
 
 }  // namespace
+
+// RFC 3629 section 3.
+void appendUtf8(char32_t code, std::string& out) {
+    const auto add = [&](char32_t byte) { out += static_cast<char>(byte); };
+    if (code < 0x80) {
+        add(code);
+    } else if (code < 0x800) {
+        add(0xC0 | code >> 6);
+        add(0x80 | (code & 0x3F));
+    } else if (code < 0x10000) {
+        add(0xE0 | code >> 12);
+        add(0x80 | (code >> 6 & 0x3F));
+        add(0x80 | (code & 0x3F));
+    } else {
+        add(0xF0 | code >> 18);
+        add(0x80 | (code >> 12 & 0x3F));
+        add(0x80 | (code >> 6 & 0x3F));
+        add(0x80 | (code & 0x3F));
+    }
+}
 
 bool isValidUtf8(std::string_view bytes) {
     if (isAscii(bytes)) return true;

@@ -18,6 +18,9 @@ constexpr uint32_t kCodePageUtf16Be = 1201;
 // True if the bytes are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).
 bool isValidUtf8(std::string_view bytes);
 
+// The UTF-8 of one code point, which must be none of a surrogate.
+void appendUtf8(char32_t code, std::string& out);
+
 // UTF-8 of bytes in a code page. Whatever has no meaning in the page becomes U+FFFD.
 std::string codePageToUtf8(uint32_t codePage, std::string_view bytes);
 

@@ -4,61 +4,10 @@
 
 #include "base/Ascii.h"
 #include "mime/CharsetNames.h"
+#include "mime/HtmlTagReader.h"
 
 namespace tv {
 namespace {
-
-struct Attribute {
-    std::string_view name;
-    std::string_view value;
-};
-
-// Reads the attributes of one tag, from behind its name to its ">".
-class TagReader {
-public:
-    TagReader(std::string_view html, size_t at) : html_(html), at_(at) {}
-
-    bool next(Attribute& attribute) {
-        skipWhile([](char c) { return isBlank(c) || c == '/'; });
-        if (at_ >= html_.size() || html_[at_] == '>') return false;
-        const size_t name = at_;
-        ++at_;
-        skipWhile([](char c) { return !isBlank(c) && c != '=' && c != '>' && c != '/'; });
-        attribute = {html_.substr(name, at_ - name), {}};
-        skipWhile(isBlank);
-        if (at_ < html_.size() && html_[at_] == '=') {
-            ++at_;
-            skipWhile(isBlank);
-            attribute.value = readValue();
-        }
-        return true;
-    }
-
-    size_t position() const { return at_; }
-
-private:
-    std::string_view readValue() {
-        if (at_ >= html_.size()) return {};
-        const char quote = html_[at_];
-        const bool quoted = quote == '"' || quote == '\'';
-        if (quoted) ++at_;
-        const size_t start = at_;
-        skipWhile([&](char c) { return quoted ? c != quote : !isBlank(c) && c != '>'; });
-        const std::string_view value = html_.substr(start, at_ - start);
-        if (quoted && at_ < html_.size()) ++at_;
-        return value;
-    }
-
-    template <class Condition>
-    void skipWhile(Condition condition) {
-        while (at_ < html_.size() && condition(html_[at_])) {
-            ++at_;
-        }
-    }
-
-    std::string_view html_;
-    size_t at_;
-};
 
 std::string_view charsetOfContent(std::string_view content) {
     constexpr std::string_view kWord = "charset";
@@ -78,8 +27,8 @@ std::string_view charsetOfContent(std::string_view content) {
 
 // The charset that one META tag names; at becomes the position behind its attributes.
 std::string_view charsetOfTag(std::string_view html, size_t& at) {
-    TagReader reader(html, at);
-    Attribute attribute;
+    HtmlTagReader reader(html, at);
+    HtmlAttribute attribute;
     std::string_view charset, content;
     bool isContentType = false;
     while (reader.next(attribute)) {
