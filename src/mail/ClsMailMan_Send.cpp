@@ -88,7 +88,9 @@ Failure ClsMailMan::sendEmailInner(CallContext& call, const ClsEmail& email, Smt
         return Failure(Cause::RenderFailed, "The message could not be prepared.");
     }
     if (file_) {
-        layOverMessage(*file_, *prepared);
+        if (!layOverMessage(call.log, *file_, *prepared)) {
+            return Failure(Cause::RenderFailed, "The message could not be prepared.");
+        }
         layOverEnvelope(call.log, *file_, *prepared, send);
     }
     const bool brackets = file_ && file_->angleBrackets == settings::AngleBrackets::Always;

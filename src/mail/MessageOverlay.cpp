@@ -27,7 +27,7 @@ void layOverSender(const settings::Settings& file, Email2& message) {
 
 }  // namespace
 
-void layOverMessage(const settings::Settings& file, Email2& message) {
+bool layOverMessage(LogBase& log, const settings::Settings& file, Email2& message) {
     layOverSender(file, message);
     MimeHeader& header = message.header();
     if (file.replyTo) header.set("Reply-To", *file.replyTo);
@@ -44,6 +44,7 @@ void layOverMessage(const settings::Settings& file, Email2& message) {
         const size_t colon = field.find(':');
         header.set(field.substr(0, colon), field.substr(colon + 1));
     }
+    return !file.textAlternative.value_or(false) || message.addTextAlternative(log);
 }
 
 void layOverEnvelope(LogBase& log, const settings::Settings& file, const Email2& message,

@@ -7,8 +7,9 @@
 
 namespace tv {
 
-// The fields of the header: sender, where replies go, number, further ones.
-void layOverMessage(const settings::Settings& file, Email2& message);
+// The fields of the header (sender, where replies go, number, further ones) and the text beside the
+// HTML body. False if memory ends.
+bool layOverMessage(LogBase& log, const settings::Settings& file, Email2& message);
 
 // Sender and recipients of the envelope; warns where they are others than the host program's. To be
 // called after layOverMessage.

@@ -87,6 +87,9 @@ public:
 
     // The body of type text/html or text/plain. Where it lands depends on what is there.
     bool setBody(LogBase& log, std::string_view utf8, std::string_view type);
+    // A plain text made of the HTML body, beside it, where there is HTML alone. False if memory
+    // ends.
+    bool addTextAlternative(LogBase& log);
     void addAttachment(LogBase& log, std::unique_ptr<Email2> part);
     void addRelatedItem(LogBase& log, std::unique_ptr<Email2> part);
     // This node becomes the subtype; what it was becomes its child (any node).

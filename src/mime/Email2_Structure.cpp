@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <iterator>
 
+#include "base/Ascii.h"
 #include "base/CodePage.h"
 #include "log/LogContextExitor.h"
 #include "mime/Email2.h"
+#include "mime/HtmlToText.h"
 #include "mime/Identifiers.h"
 
 namespace tv {
@@ -169,6 +171,23 @@ bool Email2::setBody(LogBase& log, std::string_view utf8, std::string_view type)
     place.contentType_.setCharset(kCodePageUtf8);
     place.body_ = bytes;
     return true;
+}
+
+bool Email2::addTextAlternative(LogBase& log) {
+    Email2* html = findBody(kHtml);
+    const Email2* plain = findBody(kPlain);
+    if (!html || (plain && !plain->isPlaceholder())) return true;
+    const LogContextExitor context(log, "addTextAlternative");
+    // Quoted-printable codes a bare LF, which then is no line end (RFC 2045 section 6.7 (4)).
+    const std::string text = replaceAll(htmlToText(html->bodyText()), "\n", "\r\n");
+    if (text.empty()) return true;
+    if (!findMultipart(kAlternative)) {
+        // What the HTML shows stays with it: readers take one form whole (RFC 2046 section 5.1.4).
+        Email2* parent = parentOf(html);
+        Email2& whole = parent && parent->contentType_.is(kRelated) ? *parent : *html;
+        whole.convertToMultipart(log, kAlternative);
+    }
+    return setBody(log, text, kPlain);
 }
 
 Email2& Email2::placeForBody(LogBase& log, std::string_view type) {

@@ -75,6 +75,7 @@ struct Settings {
     std::optional<std::string> envelopeSender;
     std::optional<std::string> replyTo;
     std::vector<std::string> bcc;
+    std::optional<bool> textAlternative;
     std::optional<IdDomain> messageIdDomain;
     std::optional<AngleBrackets> angleBrackets;
     std::optional<LogoDisposition> logoDisposition;

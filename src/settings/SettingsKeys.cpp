@@ -171,6 +171,9 @@ constexpr Key kKeys[] = {
         "help@example.com", "Where replies go."),
     key("message", "bcc", {Kind::Mailboxes}, oneMore<&Settings::bcc>, "none", "archive@example.com",
         "Who gets a copy of each message without being named in it."),
+    key("message", "text-alternative", kYesNo, number<&Settings::textAlternative>, "no", "yes",
+        "Whether a message with an HTML body alone gets a plain text made from it, for readers\n"
+        "without HTML and for filters."),
     key("message", "message-id-domain", oneOf("computer, sender"),
         number<&Settings::messageIdDomain>, "computer", "sender",
         "What stands behind the \"@\" of a message's number: the computer's name, or the domain "

@@ -229,16 +229,24 @@ def test_a_server_that_thinks(site, said, code):
      ["c@d.test", "h@i.test", "j@k.test", "l@m.test"], {"To": "c@d.test", "Bcc": None}),
     ("header = X-Site: 17\nheader = X-Word: \u00e1", "a@b.test", "a@b.test", ["c@d.test"],
      {"X-Site": "17", "X-Word": "\u00e1"}),
+    ("text-alternative = yes", "a@b.test", "a@b.test", ["c@d.test"], {}),
     ("[test]\nredirect = me@n.test", "a@b.test", "a@b.test", ["me@n.test"], {"To": "c@d.test"})])
-def test_what_arrives(site, said, host, sender, to, fields):
+def test_what_arrives(site, tmp_path, said, host, sender, to, fields):
     site.say(f"[message]\nmessage-id-domain = sender\n{said}\n")
+    for name, content in {"a.html": "<title>x</title><p>Kedves &Odblac;rs!{LOGO}", "a.png": "logo", "a.txt": "file"}.items():
+        (tmp_path / name).write_text(content)
+    html, logo, file = (site.product.path(tmp_path / f"a.{end}") for end in ("html", "png", "txt"))
     with Watched() as server:
-        done = site.send(server, sender=host)
+        done = site.send(server, "--html", html, "--logo", logo, "--attach", file, sender=host)
     assert done.code == 0, done.err
     [message] = server.messages
     header = message.parsed()
     assert (message.sender, message.recipients) == (sender, to)
     assert {name: header[name] and str(header[name]) for name in fields} == fields
+    plain = header.get_body(("plain",))
+    assert (plain and plain.get_content().splitlines()) == (["Kedves \u0150rs!"] if "text-" in said else None)
+    assert [part.get_content_type() for part in header.get_body().iter_parts()] == ["text/html", "image/png"]
+    assert [part.get_content() for part in header.iter_attachments()] == ["file"]
     assert str(header["Message-ID"]).endswith("@" + str(header["From"]).split("@")[1].strip(">") + ">")
 
 

@@ -18,7 +18,7 @@ std::string outline(const Email2& node) {
 }
 
 // h: HTML body, p: plain body, m: one that is a multipart, l: logo, a: attachment; H, P, L, A:
-// their removal.
+// their removal; t: a text made from the HTML.
 std::string treeAfter(std::string_view steps) {
     LogNull log;
     Email2 root(log, std::make_shared<_tvEmailCommon>());
@@ -27,6 +27,7 @@ std::string treeAfter(std::string_view steps) {
         if (step == 'h') root.setBody(log, "html", "text/html");
         if (step == 'p') root.setBody(log, "plain", "text/plain");
         if (step == 'm') root.setBody(log, "x", "multipart/mixed");
+        if (step == 't') root.addTextAlternative(log);
         if (step == 'H') root.removeBody("text/html");
         if (step == 'P') root.removeBody("text/plain");
         if (step == 'L') root.dropRelatedItems();
@@ -69,6 +70,13 @@ TEST(Email2, treeFollowsTheOrderOfCalls) {
         {"app", "mixed(plain file)"},
         {"pahll", "mixed(alternative(plain related(html item item)) file)"},
         {"pahlh", "mixed(alternative(plain related(html item)) file)"},
+        // a text made from the HTML, with the logo beside that
+        {"ht", "alternative(plain html)"},
+        {"hlt", "alternative(plain related(html item))"},
+        {"hat", "mixed(alternative(plain html) file)"},
+        {"lahat", "mixed(alternative(plain related(html item)) file file)"},
+        {"pahPtt", "mixed(alternative(plain html) file)"},
+        {"lt", "related(nothing item)"},
         // and away again
         {"hlHh", "related(html item)"},
         {"pahlPHAL", "nothing"},
