@@ -18,7 +18,7 @@ constexpr uint32_t kCodePageUtf16Be = 1201;
 // True if the bytes are well-formed UTF-8 (RFC 3629: no overlong forms, no surrogates).
 bool isValidUtf8(std::string_view bytes);
 
-// The UTF-8 of one code point, which must be none of a surrogate.
+// Appends the UTF-8 of a code point, which must be no surrogate.
 void appendUtf8(char32_t code, std::string& out);
 
 // UTF-8 of bytes in a code page. Whatever has no meaning in the page becomes U+FFFD.

@@ -9,7 +9,7 @@
 namespace tv {
 namespace {
 
-constexpr size_t kAllowance = 64 * 1024;
+constexpr size_t kAllowance = size_t{64} * 1024;
 constexpr size_t kRuleWidth = 40;
 constexpr size_t kWidestUnderline = 72;
 constexpr std::string_view kSeparator = " | ";
