@@ -238,8 +238,10 @@ constexpr Key kKeys[] = {
 };
 
 constexpr ProfileRow kModern[] = {
+    {"server", "helo", "dns"},
     {"server", "trial", "first"},
     {"server", "acceptance-timeout", "10 min"},
+    {"message", "text-alternative", "yes"},
     {"message", "message-id-domain", "sender"},
     {"message", "angle-brackets", "always"},
     {"message", "logo-disposition", "inline"},

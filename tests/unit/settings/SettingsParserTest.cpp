@@ -53,13 +53,13 @@ TEST(SettingsParser, whatIsWrittenIsUnderstoodOrNamed) {
          "meant."},
         {"[]",
          "line 1: [] is no section; there are [server], [login], [certificate], [tls], "
-         "[message], [log], [test]."},
+         "[message], [names], [log], [test]."},
         {"profile = modern\n[server]\ntrial = never",
-         "profile = modern; [server] trial = never; [server] acceptance-timeout = 10 min "
-         "(profile); "
-         "[message] message-id-domain = sender (profile); [message] angle-brackets = always "
-         "(profile); [message] logo-disposition = inline (profile); [message] text-files = exact "
-         "(profile); [message] empty-subject = keep (profile); [message] check-size = yes "
+         "profile = modern; [server] trial = never; [server] helo = dns (profile); "
+         "[server] acceptance-timeout = 10 min (profile); [message] text-alternative = yes "
+         "(profile); [message] message-id-domain = sender (profile); [message] angle-brackets = "
+         "always (profile); [message] logo-disposition = inline (profile); [message] text-files = "
+         "exact (profile); [message] empty-subject = keep (profile); [message] check-size = yes "
          "(profile)"},
         {"[server]\nhots = a",
          "line 2: \"hots\" is no key of [server]; perhaps \"host\" of [server] is meant."},
