@@ -41,17 +41,17 @@ public:
     // one, the certificate is verified or nothing is asked: the strict profile of RFC 8310
     // section 5.
     Failure secure() {
-        const NameServer& server = exchange_.server;
+        const NameServer& peer = exchange_.server;
         TlsChannelSettings settings;
         // RFC 9325, which counts for DNS over TLS (RFC 7858 section 3.2), sections 3.1.1 and 4.1.
         settings.tlsProtocol = "TLS 1.2 or higher";
         settings.oldSuites = false;
-        settings.requireSslCertVerify = !server.name.empty();
+        settings.requireSslCertVerify = !peer.name.empty();
         if (call_.names) {
             settings.trustAnchorsFile = call_.names->trustAnchorsFile;
             settings.furtherAnchorsFile = call_.names->furtherAnchorsFile;
         }
-        const std::string host = server.name.empty() ? plat::toText(server.address) : server.name;
+        const std::string host = peer.name.empty() ? plat::toText(peer.address) : peer.name;
         channel_ = std::make_unique<SChannelTolvane>(socket_);
         return channel_->handshake(call_, host, kTlsPort, settings, TlsStart::Implicit, leftMs());
     }
