@@ -135,7 +135,7 @@ size_t TextLayout::lengthFrom(size_t at) const {
 void TextLayout::endHeading(char underline) {
     if (underline != 0 && !heading_.waiting && heading_.lines == lines_) {
         const size_t width = std::min(lengthFrom(heading_.at), kWidestUnderline);
-        if (affords(prefix_.size() + width + 1)) {
+        if (width > 0 && affords(prefix_.size() + width + 1)) {  // 0: no character is whole
             underline_ = '\n' + prefix_ + std::string(width, underline);
         }
     }
