@@ -7,6 +7,7 @@
 #include "base/Ascii.h"
 #include "log/Fail.h"
 #include "log/LogContextExitor.h"
+#include "mail/AutoFix.h"
 #include "platform/SysHost.h"
 
 namespace tv {
@@ -127,7 +128,11 @@ Failure SettingsOverlay::layCertificate(LogBase& log) {
                                 : file_->rootsAlso              ? "roots-also"
                                 : file_->verify.value_or(false) ? "verify"
                                                                 : nullptr;
-    if (!wanting || settings_.smtpSsl || settings_.startTls) return {};
+    if (!wanting) return {};
+    // What counts is what the corrections will leave: at port 25 they take implicit TLS away.
+    SmtpSettings corrected = settings_;
+    if (corrected.autoFix) smtp::autoFix(corrected);
+    if (corrected.smtpSsl || corrected.startTls) return {};
     return fail(log, Cause::SettingsUnusable,
                 "The settings file " + file_->file + " cannot be used: \"" + wanting +
                     "\" of [certificate] needs \"encryption\" of [server] to be starttls or "

@@ -9,6 +9,7 @@ import shlex
 import shutil
 import ssl
 import time
+import types
 
 import pytest
 
@@ -358,6 +359,13 @@ def test_trial(site, tmp_path, said, connections):
         assert host.setRecipient("c@d.test") and not host.szBrisko() and "it is gone" in host.error()
         site.say("[server]\ntrial = never\n")
         assert host.szBrisko() == 1, "the message was kept"
+
+
+def test_corrections_do_not_take_tls_from_a_verified_server(site):
+    """Implicit TLS at port 25 is corrected to none: nothing may leave in clear then."""
+    site.say("[certificate]\nverify = yes\n")
+    done = site.send(types.SimpleNamespace(port=25), "--tls", "implicit", host="127.0.0.1")
+    assert done.code == 1 and '"verify" of [certificate] needs "encryption"' in done.err
 
 
 def test_missing_attachment(site, tmp_path):
