@@ -7,9 +7,12 @@
 namespace tv {
 namespace {
 
-// Every machine we build for is little-endian.
-constexpr std::string_view kArchitecture =
-    sizeof(void*) == 8 ? "Little Endian; 64-bit" : "Little Endian; 32-bit";
+// What every account begins with. Every machine we build for is little-endian.
+constexpr std::string_view kHead =
+    sizeof(void*) == 8 ? "    DllDate: Mar 29 2024\r\n    TolvaneVersion: 9.5.0.98\r\n"
+                         "    Architecture: Little Endian; 64-bit\r\n    Language: C\r\n"
+                       : "    DllDate: Mar 29 2024\r\n    TolvaneVersion: 9.5.0.98\r\n"
+                         "    Architecture: Little Endian; 32-bit\r\n    Language: C\r\n";
 
 }  // namespace
 
@@ -42,15 +45,12 @@ void ClsBase::setUncommonOptions(const XString& options) {
 
 ClsBase::Operation::Operation(ClsBase& object, std::string_view name)
     : guard_(object.lock_), object_(object) {
-    LogBase& log = object_.log_;
+    _tvLogger& log = object_.log_;
     log.setVerbose(object_.verbose_);
     log.clearLog();
     log.enterContext(name, 1);
-    log.logData("DllDate", "Mar 29 2024");
-    log.logData("TolvaneVersion", "9.5.0.98");
-    log.logData("Architecture", kArchitecture);
-    log.logData("Language", "C");
-    log.logDataLong("VerboseLogging", object_.verbose_);
+    log.logBlock(kHead);
+    log.logBlock(object_.verbose_ ? "    VerboseLogging: 1\r\n" : "    VerboseLogging: 0\r\n");
 }
 
 ClsBase::Operation::~Operation() {

@@ -27,6 +27,12 @@ void tvErrorLog::addText(std::string_view text) {
     if (!text.empty()) addLine(text, {}, {});
 }
 
+void tvErrorLog::addBlock(std::string_view lines) {
+    if (nameless_ > 0) return;
+    makeRoom(lines.size());
+    text_.append(lines);
+}
+
 void tvErrorLog::addData(std::string_view name, std::string_view value) {
     if (!name.empty() && !value.empty()) addLine(name, ": ", value);
 }

@@ -17,6 +17,8 @@ public:
     void restart();
     // Nothing is added for an empty text, name or value, nor inside a context without a name.
     void addText(std::string_view text);
+    // Lines as they are to stand there.
+    void addBlock(std::string_view lines);
     void addData(std::string_view name, std::string_view value);
     void openContext(std::string_view name);
     // Closes the innermost open context with its elapsed time; the root stays open.

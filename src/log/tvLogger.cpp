@@ -66,6 +66,17 @@ bool _tvLogger::logData(std::string_view name, std::string_view value) {
     return true;
 }
 
+void _tvLogger::logBlock(std::string_view lines) {
+    const std::lock_guard guard(lock_);
+    done([&] { errorLog_.addBlock(lines); });
+    while (!debugLogPath_.empty() && !lines.empty()) {
+        const size_t size = lines.find('\n') + 1;
+        const std::string_view line = lines.substr(0, size);
+        done([&] { writeDebugLine(depth_, {line.substr(line.find_first_not_of(' '))}); });
+        lines.remove_prefix(size);
+    }
+}
+
 bool _tvLogger::logDataVerbose(std::string_view name, std::string_view value) {
     return !verbose_ || logData(name, value);
 }

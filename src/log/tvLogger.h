@@ -29,6 +29,8 @@ public:
     bool logDataX(std::string_view name, const XString& value) override;
     bool hasOption(std::string_view keyword) const override;
 
+    // Facts as they stand in the account, in one go: there is an account for every call of a host.
+    void logBlock(std::string_view lines);
     // UTF-8 path of the debug file; empty turns it off. A file that cannot be opened is skipped
     // line by line.
     void setDebugLogPath(std::string_view utf8Path);
