@@ -14,7 +14,13 @@ void append(std::string_view before, int number, size_t leastDigits, std::string
     out += digits;
 }
 
-// The time of the day behind some text, and the offset from UTC with some text in its middle.
+// The date; the time of the day behind some text; the offset from UTC with some text in its middle.
+void appendDay(const plat::CivilTime& time, std::string& out) {
+    append("", time.year, 4, out);
+    append("-", time.month, 2, out);
+    append("-", time.day, 2, out);
+}
+
 void appendClock(std::string_view before, const plat::CivilTime& time, std::string& out) {
     append(before, time.hour, 2, out);
     append(":", time.minute, 2, out);
@@ -49,11 +55,17 @@ std::string mailDate(const plat::CivilTime& time) {
 
 std::string logDate(const plat::CivilTime& time) {
     std::string out;
-    append("", time.year, 4, out);
-    append("-", time.month, 2, out);
-    append("-", time.day, 2, out);
+    appendDay(time, out);
     appendClock("T", time, out);
     appendOffset(time, ":", out);
+    return out;
+}
+
+std::string utcDate(const plat::CivilTime& time) {
+    std::string out;
+    appendDay(time, out);
+    appendClock(" ", time, out);
+    out += " UTC";
     return out;
 }
 

@@ -2,7 +2,7 @@
 // the same forms.
 #include "platform/IpAddress.h"
 
-#include <cstdio>
+#include "platform/HexNumber.h"
 
 namespace tv::plat {
 namespace {
@@ -67,8 +67,9 @@ std::optional<size_t> parseGroups(std::string_view text, std::array<uint16_t, 8>
 }
 
 std::string ipv4Text(const uint8_t* bytes) {
-    char text[16];  // "255.255.255.255" and its end
-    std::snprintf(text, sizeof text, "%u.%u.%u.%u", bytes[0], bytes[1], bytes[2], bytes[3]);
+    std::string text = std::to_string(bytes[0]);
+    for (size_t i = 1; i < 4; ++i)
+        text += "." + std::to_string(bytes[i]);
     return text;
 }
 
@@ -160,9 +161,7 @@ std::string toText(const IpAddress& address) {
             continue;
         }
         if (!text.empty() && text.back() != ':') text += ':';
-        char digits[8];
-        std::snprintf(digits, sizeof digits, "%x", static_cast<unsigned>(groups[i]));
-        text += digits;
+        text += hexNumber(groups[i]);
     }
     if (isMapped) text += ":" + ipv4Text(address.bytes.data() + 12);
     if (address.scope != 0) text += "%" + std::to_string(address.scope);

@@ -1,7 +1,7 @@
 // The names and sentences of Winsock, which the log uses on every system, and advice for some.
 #include "net/stream/SocketError.h"
 
-#include <cstdio>
+#include "platform/HexNumber.h"
 
 namespace tv {
 namespace {
@@ -85,9 +85,7 @@ std::string socketErrorText(const plat::NetError& error) {
     if (const char* text = find(std::begin(kTexts), std::end(kTexts), error.code)) return text;
     const uint32_t number =
         error.is(NetCode::Other) ? error.native : static_cast<uint32_t>(error.code);
-    char text[32];
-    std::snprintf(text, sizeof text, "Error 0x%x", static_cast<unsigned>(number));
-    return text;
+    return "Error 0x" + plat::hexNumber(number);
 }
 
 void logSocketError(LogBase& log, const plat::NetError& error) {

@@ -1,10 +1,10 @@
 // The version that is asked for, and the words where it does not start.
 #include "net/stream/SocketLibrary.h"
 
-#include <cstdio>
 #include <mutex>
 
 #include "net/stream/SocketError.h"
+#include "platform/HexNumber.h"
 #include "platform/SysSocket.h"
 
 namespace tv {
@@ -25,19 +25,16 @@ bool startLocked(LogBase& log, Library& own) {
     plat::SysNet& net = plat::sysNet();
     plat::NetVersion version;
     const plat::NetError error = net.startUp(version);
-    char text[64];
     if (!error.ok()) {
-        std::snprintf(text, sizeof text, "WSAStartup error: 0x%x",
-                      static_cast<unsigned>(error.native));
-        log.logError(text);
+        log.logError("WSAStartup error: 0x" + plat::hexNumber(error.native));
         logSocketError(log, error);
         return false;
     }
     own.startedFor = &net;
     if (version.major != 0) {
-        std::snprintf(text, sizeof text, "Using ws2_32.dll version %d,%d", version.major,
-                      version.minor);
-        log.logData("ws2_32_DLL_Version", text);
+        log.logData("ws2_32_DLL_Version", "Using ws2_32.dll version " +
+                                              std::to_string(version.major) + "," +
+                                              std::to_string(version.minor));
     }
     return true;
 }

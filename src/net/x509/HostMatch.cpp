@@ -3,11 +3,11 @@
 #include "net/x509/HostMatch.h"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 
 #include "base/Ascii.h"
 #include "net/x509/X509Name.h"
+#include "platform/HexNumber.h"
 
 namespace tv::x509 {
 namespace {
@@ -93,10 +93,8 @@ std::string addressText(Bytes address) {
     std::string text;
     for (size_t i = 0; i < address.size(); i += isV4 ? 1 : 2) {
         const unsigned part = isV4 ? address[i] : unsigned{address[i]} << 8 | address[i + 1];
-        char digits[8];
-        const auto end = std::to_chars(digits, digits + sizeof digits, part, isV4 ? 10 : 16).ptr;
         if (i != 0) text += isV4 ? '.' : ':';
-        text.append(digits, end);
+        text += isV4 ? std::to_string(part) : plat::hexNumber(part);
     }
     return text;
 }

@@ -2,7 +2,7 @@
 // ends in 2038 on some, and its zone is none of ours.
 #include "net/x509/X509Time.h"
 
-#include <cstdio>
+#include "base/DateTime.h"
 
 namespace tv::x509 {
 namespace {
@@ -75,8 +75,9 @@ std::string timeText(int64_t seconds) {
         rest += kSecondsPerDay;
         --days;
     }
-    int year = 1970;
-    int month = 1;
+    plat::CivilTime time;
+    int& year = time.year;
+    int& month = time.month;
     while (days < 0 || days >= (isLeap(year) ? 366 : 365)) {
         if (days < 0) {
             --year;
@@ -90,11 +91,11 @@ std::string timeText(int64_t seconds) {
         days -= daysInMonth(year, month);
         ++month;
     }
-    char text[64];
-    snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d UTC", year, month,
-             static_cast<int>(days + 1), static_cast<int>(rest / 3600),
-             static_cast<int>(rest / 60 % 60), static_cast<int>(rest % 60));
-    return text;
+    time.day = static_cast<int>(days + 1);
+    time.hour = static_cast<int>(rest / 3600);
+    time.minute = static_cast<int>(rest / 60 % 60);
+    time.second = static_cast<int>(rest % 60);
+    return utcDate(time);
 }
 
 }  // namespace tv::x509

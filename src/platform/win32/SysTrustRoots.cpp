@@ -8,10 +8,10 @@
 #include <wincrypt.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <string_view>
 
+#include "platform/HexNumber.h"
 #include "platform/Replaceable.h"
 #include "platform/SysLibrary.h"
 #include "platform/win32/WidePath.h"
@@ -163,10 +163,8 @@ bool takePath(PCCERT_CHAIN_CONTEXT built, const std::string& host, DerList& path
     const DWORD errors = built->TrustStatus.dwErrorStatus;
     const DWORD policyError = sslPolicyError(built, host);
     if (errors != CERT_TRUST_NO_ERROR || policyError != 0 || built->cChain == 0) {
-        char numbers[64];
-        std::snprintf(numbers, sizeof numbers, "(status 0x%lx, policy 0x%lx).", errors,
-                      policyError);
-        reason = std::string("The system does not trust the chain ") + numbers;
+        reason = "The system does not trust the chain (status 0x" + hexNumber(errors) +
+                 ", policy 0x" + hexNumber(policyError) + ").";
         return false;
     }
     const CERT_SIMPLE_CHAIN& chain = *built->rgpChain[0];
