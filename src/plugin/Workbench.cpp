@@ -2,13 +2,13 @@
 #include "plugin/Workbench.h"
 
 #include <algorithm>
-#include <stdexcept>
 #include <tuple>
 #include <utility>
 
 #include "mail/ClsMailMan.h"
 #include "platform/SysModule.h"
 #include "platform/SysThread.h"
+#include "plugin/PlainException.h"
 
 namespace tv {
 namespace {
@@ -63,7 +63,7 @@ std::shared_ptr<Workbench> WorkbenchSlot::take() {
     std::unique_lock guard(lock_);
     while (current_ && current_->worker_ != 0) {
         if (current_->worker_ == thread) {
-            throw std::logic_error("A function was called from within another one.");
+            throw PlainException("A function was called from within another one.");
         }
         changed_.wait(guard);
     }
