@@ -128,7 +128,7 @@ void Email2::writeHeaderField(LogBase& log, const MimeHeader::Field& field, cons
         const _tvContentType& type = leaf ? leaf->type : contentType_;
         write(type.value(page, !log.hasOption("NO_FORMAT_FLOWED")));
     } else if (is("Content-Disposition")) {
-        write(dispositionValue(disposition_, fileName_));
+        write(dispositionValue(disposition_, fileName_, !isAttachment()));
     } else if (leaf && is(kTransferEncoding)) {
         write(leaf->encoding);
     } else if (const std::span<const _tvEmailAddress> list = addressesOf(field.name);

@@ -80,10 +80,22 @@ std::string extendedParameter(std::string_view name, std::string_view utf8) {
     return whole.size() <= kLongestWhole ? whole : inPieces(name, text);
 }
 
-std::string dispositionValue(std::string_view disposition, std::string_view fileName) {
+std::string dispositionValue(std::string_view disposition, std::string_view fileName,
+                             bool asciiToo) {
     std::string value(disposition);
-    if (!fileName.empty()) value += ';' + extendedParameter("filename", fileName);
-    return value;
+    if (fileName.empty()) return value;
+    value += ';' + extendedParameter("filename", fileName);
+    const std::string text = withoutControls(fileName);
+    if (!asciiToo || isAscii(text) || text.size() > kLongestWhole) return value;
+    std::string ascii;
+    for (const char c : text) {
+        const auto byte = static_cast<uint8_t>(c);
+        if (byte < 0x80) ascii += c;
+        if (byte >= 0xC0) ascii += '_';  // the first of a character's bytes
+    }
+    // Which of two names counts is settled for HTTP alone (RFC 6266 section 4.3: the extended one).
+    // Mail readers that go by the order take the first, so that here is the true one.
+    return value + ";\r\n" + extendedParameter("filename", ascii);
 }
 
 }  // namespace tv

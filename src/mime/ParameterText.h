@@ -18,7 +18,9 @@ std::string wordParameter(std::string_view name, std::string_view utf8, uint32_t
 // cut into numbered pieces where it would be very long (RFC 2231 section 3).
 std::string extendedParameter(std::string_view name, std::string_view utf8);
 
-// The value of a Content-Disposition field; fileName may be empty.
-std::string dispositionValue(std::string_view disposition, std::string_view fileName);
+// The value of a Content-Disposition field; fileName may be empty. asciiToo: a name outside ASCII
+// is followed by one with "_" in the place of what is none.
+std::string dispositionValue(std::string_view disposition, std::string_view fileName,
+                             bool asciiToo = false);
 
 }  // namespace tv

@@ -94,7 +94,10 @@ TEST(FileName, hasAFormForItsCharacters) {
     };
     for (const auto& [name, value] : rows) {
         EXPECT_EQ(dispositionValue("x", name), value);
+        EXPECT_EQ(dispositionValue("x", name, isAscii(name)), value);
     }
+    const std::string both = dispositionValue("x", "é\"漢\r\n.png", true);
+    EXPECT_EQ(both, "x;\r\n filename*=utf-8''%C3%A9%22%E6%BC%A2.png;\r\n filename=\"_\\\"_.png\"");
 }
 
 // Pieces in order, put together, give the name; no line is too long (RFC 2231 section 3). Encoded
