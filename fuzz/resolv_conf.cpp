@@ -6,7 +6,7 @@
 void tv::take(Input input) {
     NameServers found;
     parseResolvConf(textOf(input), found);
-    require(found.addresses.size() <= NameServers::kMost && found.suffixes.size() <= 32);
+    require(found.addresses.size() <= kMostNameServers && found.suffixes.size() <= 32);
     for (const auto& address : found.addresses) {
         require(std::ranges::count(found.addresses, address) == 1);
         require(plat::parseIp(plat::toText(address)).has_value());

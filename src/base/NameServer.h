@@ -1,6 +1,7 @@
 // A name server as people write it in settings.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,6 +9,9 @@
 #include "platform/IpAddress.h"
 
 namespace tv {
+
+// How many are asked at most: each may cost seconds of silence.
+constexpr size_t kMostNameServers = 32;
 
 struct NameServer {
     plat::IpAddress address;

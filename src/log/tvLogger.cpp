@@ -152,14 +152,20 @@ void _tvLogger::setDebugLogPath(std::string_view utf8Path) {
     debugLogPath_ = utf8Path;
 }
 
+void _tvLogger::layOverDebugLogPath(const std::string* utf8Path) {
+    const std::lock_guard guard(lock_);
+    overDebugLogPath_ = utf8Path;
+}
+
 void _tvLogger::writeDebugLine(int depth, std::initializer_list<std::string_view> parts) const {
-    if (debugLogPath_.empty()) return;
+    const std::string& path = overDebugLogPath_ ? *overDebugLogPath_ : debugLogPath_;
+    if (path.empty()) return;
     std::string text(4 * static_cast<size_t>(depth), ' ');  // four blanks to a level, in the file
     for (const std::string_view part : parts) {
         text += part;
     }
     plat::SysFile file;
-    if (file.openAppend(debugLogPath_)) {
+    if (file.openAppend(path)) {
         file.write(text.data(), text.size());
     }
 }

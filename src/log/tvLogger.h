@@ -34,6 +34,8 @@ public:
     // UTF-8 path of the debug file; empty turns it off. A file that cannot be opened is skipped
     // line by line.
     void setDebugLogPath(std::string_view utf8Path);
+    // Counts in its place and stays its owner's; null: nothing does.
+    void layOverDebugLogPath(const std::string* utf8Path);
     // Free-form text, tested by substring.
     void setOptions(std::string_view options) { options_ = options; }
     int depth() const { return depth_; }
@@ -57,6 +59,7 @@ private:
     int dropped_ = 0;  // contexts that there was no memory to open
     int depth_ = 0;
     std::string debugLogPath_;
+    const std::string* overDebugLogPath_ = nullptr;
     std::string options_;
 };
 

@@ -184,6 +184,7 @@ void ClsMailMan::useSettings(std::shared_ptr<const settings::Settings> file) {
     const std::lock_guard guard(lock_);
     const uint64_t revision = file ? file->revision : 0;
     if (revision != (file_ ? file_->revision : 0)) smtp_.forgetSecrets();
+    log_.layOverDebugLogPath(file && file->debug ? &*file->debug : nullptr);
     file_ = std::move(file);
 }
 

@@ -33,6 +33,7 @@ struct Settings {
     uint64_t revision = 0;  // no other reading of the file has the same
     // "[server] host = mail.example.com", in the file's order; secrets are masked.
     std::vector<std::string> inForce;
+    std::vector<std::string> plainSecrets;  // paths of files that hold a secret as it is
 
     std::optional<Profile> profile;
     bool cramMd5InClear =
@@ -53,7 +54,6 @@ struct Settings {
 
     std::optional<std::string> user;
     std::optional<XString> password;
-    bool hasPassword = false;          // it stands in the file itself
     std::optional<XString> oauth2;     // the description itself
     std::vector<std::string> methods;  // names of SASL mechanisms, in any case
     std::optional<std::string> domain;
@@ -90,11 +90,12 @@ struct Settings {
     std::vector<NameServer> servers;
     std::optional<std::string> hosts;  // path
 
-    std::optional<std::string> sentMail;  // path
+    std::optional<std::string> sentMail;  // path; empty: none
     std::optional<std::string> sends;     // path
     std::optional<uint64_t> logSize;      // bytes
     std::optional<std::string> failures;  // path of a folder
     std::optional<uint32_t> keep;
+    std::optional<std::string> debug;  // path
     std::optional<bool> messageBox;
 
     std::optional<std::string> testFolder;  // path

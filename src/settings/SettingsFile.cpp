@@ -61,7 +61,8 @@ Failure readSettings(const std::string& path, Settings& out, Seen& seen) {
         parseSettings(file.bytes, plat::sysHost().ansiCodePage(), path, readNamed, read);
     plat::wipe(file.bytes.data(), file.bytes.size());
     if (failure) return failure;
-    if (read.hasPassword && file.othersRead) {
+    const auto& secrets = read.plainSecrets;
+    if (file.othersRead && std::ranges::find(secrets, path) != secrets.end()) {
         return unusable(path, "it holds a password and can be read by anybody");
     }
     out = std::move(read);

@@ -46,6 +46,13 @@ void nameServer(Settings& settings, const Value& value) {
     if (auto server = parseNameServer(value.text)) settings.servers.push_back(std::move(*server));
 }
 
+// "host" says nothing, "off" names no file.
+void sentMail(Settings& settings, const Value& value) {
+    constexpr int64_t kHost = 0, kOff = 1;
+    if (value.number == kHost) return;
+    settings.sentMail = value.number == kOff ? std::string() : value.text;
+}
+
 constexpr int64_t kSecond = 1000;
 constexpr int64_t kKilobyte = 1024;
 constexpr int64_t kMegabyte = 1024 * kKilobyte;
@@ -206,8 +213,8 @@ constexpr Key kKeys[] = {
         oneMore<&Settings::deliveryReport>, "none asked for", "failure, delay",
         "When the servers on the way are to report to the sender."),
 
-    key("names", "servers", {Kind::NameServers}, nameServer, "the system's",
-        "tls://192.0.2.53#dns.example.com",
+    key("names", "servers", {Kind::NameServers, {}, 1, kMostNameServers}, nameServer,
+        "the system's", "tls://192.0.2.53#dns.example.com",
         "The name servers to ask, and nobody else: addresses. With tls:// the question is "
         "encrypted,\n"
         "and the server must prove the name behind #, as [certificate] says, if one stands there."),
@@ -216,10 +223,13 @@ constexpr Key kKeys[] = {
         "of\n"
         "the system's."),
 
-    key("log", "sent-mail", {Kind::Target}, text<&Settings::sentMail>, kHosts, "sent.log",
-        "The file that each sent message is appended to."),
+    key("log", "sent-mail", {Kind::Target, "host, off"}, sentMail, "host", "sent.log",
+        "The file that each sent message is appended to: the one that the host program names, "
+        "none\n"
+        "even where it names one, or this one."),
     key("log", "sends", {Kind::Target}, text<&Settings::sends>, "none", "sends.log",
-        "A file with one line for each send: when, where, over what, who, to whom, the reply."),
+        "A file with one line for each send, those that fail before they have begun, too: when,\n"
+        "where, over what, who, to whom, the reply."),
     key("log", "size", {Kind::Size, {}, kKilobyte, 1000 * kMegabyte}, number<&Settings::logSize>,
         "no limit", "10 MB",
         "How large that file may grow before a new one is begun; the old one is then FILE.1."),
@@ -227,6 +237,9 @@ constexpr Key kKeys[] = {
         "A folder that gets the whole log of each failed send as a file."),
     key("log", "keep", {Kind::Number, {}, 1, 10000}, number<&Settings::keep>, "100", "100",
         "How many of those logs are kept, the newest."),
+    key("log", "debug", {Kind::Target}, text<&Settings::debug>, "none", "debug.log",
+        "A file that gets each line of the log of trials and sends at once, for a program that\n"
+        "hangs. It grows without limit."),
     key("log", "message-box", kYesNo, number<&Settings::messageBox>, "yes", "no",
         "Whether a message box tells of an attachment that could not be read (Windows)."),
 
@@ -308,7 +321,8 @@ std::string mayBe(const Form& form) {
             return "\"sha256//\" and 32 bytes in base64, or 64 hexadecimal digits, with commas "
                    "between several";
         case Kind::NameServers:
-            return "addresses, tls://ADDRESS#NAME or tls://ADDRESS, with commas between several";
+            return "up to " + std::to_string(form.highest) +
+                   " addresses, tls://ADDRESS#NAME or tls://ADDRESS, with commas between them";
         case Kind::Mailbox:
             return "an e-mail address";
         case Kind::Mailboxes:
@@ -323,7 +337,8 @@ std::string mayBe(const Form& form) {
         case Kind::SecretFile:
             return "the path of a file that can be read";
         case Kind::Target:
-            return "the path of a file";
+            return std::string(form.choices) + (form.choices.empty() ? "" : " or ") +
+                   "the path of a file";
         case Kind::Secret:
             return "a text, in quotes where it begins or ends with a blank or a quote";
     }

@@ -29,7 +29,7 @@ enum class Kind : uint8_t {
     NamedMailbox,  // "Anna <a@b>", or the address alone
     Field,         // of a message's header: "Name: value"
     File,          // to be read
-    Target,        // a file to be written
+    Target,        // a file to be written, or a word of choices
     Secret,
     SecretLine,  // a file whose first line is the secret
     SecretFile,  // a file that is the secret
@@ -38,8 +38,8 @@ enum class Kind : uint8_t {
 // What a value looks like.
 struct Form {
     Kind kind;
-    std::string_view choices = {};  // with ", " between them
-    int64_t lowest = 0, highest = 0;
+    std::string_view choices = {};    // with ", " between them
+    int64_t lowest = 0, highest = 0;  // of NameServers: how many, over all lines
 };
 
 // A value as the file has it, checked by its form.
@@ -47,7 +47,7 @@ struct Value {
     ~Value() { plat::wipe(text.data(), text.size()); }
 
     std::string text;    // of a path: absolute; of the files of secrets: the secret
-    int64_t number = 0;  // Number, Duration in ms, YesNo, Choice: its place among the choices
+    int64_t number = 0;  // Number, Duration in ms, YesNo; a word's place among the choices
 };
 
 struct Key {

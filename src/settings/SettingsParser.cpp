@@ -193,12 +193,12 @@ bool decode(std::string_view bytes, uint32_t ansiCodePage, std::string& utf8) {
     return true;
 }
 
+constexpr std::string_view kProtected = "dpapi:";
+
 // Puts what "dpapi:..." protects in its place. Returns what is wrong, or nothing.
 std::string revealSecret(std::string& text) {
-    constexpr std::string_view kFront = "dpapi:";
     constexpr size_t kMostBlob = 65536;
-    if (!text.starts_with(kFront)) return {};
-    const auto blob = base64Decode(std::string_view(text).substr(kFront.size()), kMostBlob);
+    const auto blob = base64Decode(std::string_view(text).substr(kProtected.size()), kMostBlob);
     if (!blob) return " holds no base64 behind dpapi:";
     std::string secret;
     const std::string_view bytes(reinterpret_cast<const char*>(blob->data()), blob->size());
@@ -327,11 +327,13 @@ std::string Parser::takeValue(const Key& key, std::string_view written) {
     switch (key.form.kind) {
         case Kind::Text:
             break;
-        case Kind::Secret: {
-            const std::string wrong = revealSecret(value.text);
-            if (!wrong.empty()) return name + wrong;
+        case Kind::Secret:
+            if (!value.text.starts_with(kProtected)) {
+                out_.plainSecrets.push_back(file_);
+            } else if (const std::string wrong = revealSecret(value.text); !wrong.empty()) {
+                return name + wrong;
+            }
             break;
-        }
         case Kind::Host:
             good = value.text.find(' ') == std::string::npos;
             break;
@@ -390,8 +392,11 @@ std::string Parser::takeWords(const Key& key, std::string_view written) {
         Value word;
         word.text = trimmed(written.substr(0, end));
         const std::string shown = word.text;
-        if (!readWord(key.form, word)) {
-            return quoted(key.name) + " must be " + mayBe(key.form) + ", not " + quoted(shown);
+        const bool oneMore = key.form.kind == Kind::NameServers &&
+                             out_.servers.size() >= static_cast<size_t>(key.form.highest);
+        if (oneMore || !readWord(key.form, word)) {
+            return quoted(key.name) + " must be " + mayBe(key.form) +
+                   (oneMore ? ", not one more, " : ", not ") + quoted(shown);
         }
         key.store(out_, word);
         written.remove_prefix(std::min(end + 1, written.size()));
@@ -400,6 +405,7 @@ std::string Parser::takeWords(const Key& key, std::string_view written) {
 }
 
 std::string Parser::takeFile(const Key& key, Value& value) {
+    if (findChoice(key.form.choices, value.text, value.number)) return {};
     const std::string path = besides(file_, value.text);
     value.text = path;
     if (key.form.kind == Kind::Target) return {};
@@ -407,6 +413,7 @@ std::string Parser::takeFile(const Key& key, Value& value) {
     const std::string why = readFile_(path, isSecret(key.form.kind), bytes);
     if (!why.empty()) return "the file of " + quoted(key.name) + ", " + path + ", " + why;
     if (key.form.kind == Kind::File) return {};
+    out_.plainSecrets.push_back(path);
     value.text = bytes;
     plat::wipe(bytes.data(), bytes.size());
     if (value.text.starts_with("\xEF\xBB\xBF")) value.text.erase(0, 3);
@@ -438,7 +445,6 @@ std::string Parser::judgeWhole() {
             return at(line, quoted(name) + " stands beside verify = no");
         }
     }
-    out_.hasPassword = lineOf("login", "password") != 0;
     if (out_.roots || out_.rootsAlso) out_.verify = true;
     if (out_.lowest.value_or(TlsVersion::Tls10) > out_.highest.value_or(TlsVersion::Tls13)) {
         return at(lineOf("tls", "lowest"), "\"lowest\" is newer than \"highest\"");

@@ -39,7 +39,7 @@ void NameServers::add(std::string_view server) {
     const auto address = plat::parseIp(server);
     if (!address) {
         hasOthers = true;
-    } else if (addresses.size() < kMost && *address != plat::IpAddress{} &&
+    } else if (addresses.size() < kMostNameServers && *address != plat::IpAddress{} &&
                std::find(addresses.begin(), addresses.end(), *address) == addresses.end()) {
         addresses.push_back(*address);
     }

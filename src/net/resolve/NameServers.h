@@ -14,8 +14,6 @@
 namespace tv {
 
 struct NameServers {
-    static constexpr size_t kMost = 32;  // each may cost seconds of silence
-
     std::vector<plat::IpAddress> addresses;
     std::vector<std::string> suffixes;  // domains this host is in, lower case, without dots around
     bool hasOthers = false;             // servers are listed that cannot be asked by their address

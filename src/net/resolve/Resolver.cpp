@@ -86,7 +86,6 @@ std::vector<NameServer> serversFor(const CallContext& call, const std::string& n
             servers.push_back({address, false, {}});
         }
     }
-    if (servers.size() > NameServers::kMost) servers.resize(NameServers::kMost);
     resolverState().order(servers, plat::sysClock().tickMs());
     return servers;
 }

@@ -74,32 +74,17 @@ TEST(SettingsParser, whatIsWrittenIsUnderstoodOrNamed) {
         {"[server]\nhost = a\nhost = b", "line 3: \"host\" stands in line 2, too."},
         {"[server]\nhost =",
          "line 2: \"host\" must be a name or an address, without blanks; nothing stands there."},
-        {"[server]\nhost = \"\"",
-         "line 2: \"host\" must be a name or an address, without blanks; nothing stands there."},
-        {"[server]\nhost = a b",
-         "line 2: \"host\" must be a name or an address, without blanks, not \"a b\"."},
         {"[server]\nhost = \"a", "line 2: \"host\" has no quote at its end."},
         {"[login]\nuser = \"a\"b\"",
          "line 2: a quote inside the quotes of \"user\" must be doubled."},
         {"[login]\nuser = a\x01", "line 2: \"user\" holds a control character."},
         {std::string_view("[login]\nuser = a\0b", 18), "line 2: there is a NUL character in it."},
         {"[server]\nport = 0", "line 2: \"port\" must be a number from 1 to 65535, not \"0\"."},
-        {"[server]\nport = 65536",
-         "line 2: \"port\" must be a number from 1 to 65535, not \"65536\"."},
-        {"[server]\nport = 25 x",
-         "line 2: \"port\" must be a number from 1 to 65535, not \"25 x\"."},
         {"[server]\ntrial = often",
          "line 2: \"trial\" must be always, first or never, not \"often\"."},
-        {"[server]\nreuse = 1", "line 2: \"reuse\" must be yes or no, not \"1\"."},
-        {"[server]\nidle-timeout = 30",
-         "line 2: \"idle-timeout\" must be a time from 1 s to 3600 s, as in \"30 s\" or \"5 min\", "
-         "not \"30\"."},
         {"[server]\nidle-timeout = 999 ms",
          "line 2: \"idle-timeout\" must be a time from 1 s to 3600 s, as in \"30 s\" or \"5 min\", "
          "not \"999 ms\"."},
-        {"[server]\nidle-timeout = 61 MIN",
-         "line 2: \"idle-timeout\" must be a time from 1 s to 3600 s, as in \"30 s\" or \"5 min\", "
-         "not \"61 MIN\"."},
         {"[message]\ndelivery-report = delay, never",
          "line 2: \"delivery-report\" must be some of failure, delay, success, with commas between "
          "them, not \"never\"."},
@@ -107,19 +92,15 @@ TEST(SettingsParser, whatIsWrittenIsUnderstoodOrNamed) {
          "line 2: \"pin\" must be \"sha256//\" and 32 bytes in base64, or 64 hexadecimal digits, "
          "with "
          "commas between several, not \"00\"."},
-        {"[server]\nlocal-address = here",
-         "line 2: \"local-address\" must be a numeric address, not \"here\"."},
         {"[names]\nservers = ::1, TLS://192.0.2.1\nservers = tls://2001:db8::1#dns.test",
          "[names] servers = ::1, TLS://192.0.2.1; "
          "[names] servers = tls://2001:db8::1#dns.test"},
         {"[names]\nservers = 192.0.2.1, tls://dns.test",
-         "line 2: \"servers\" must be addresses, tls://ADDRESS#NAME or tls://ADDRESS, with commas "
-         "between several, not \"tls://dns.test\"."},
+         "line 2: \"servers\" must be up to 32 addresses, tls://ADDRESS#NAME or tls://ADDRESS, "
+         "with "
+         "commas between them, not \"tls://dns.test\"."},
         {"[message]\nbcc = a@b.test\nbcc = c@d.test, e",
          "line 3: \"bcc\" must be e-mail addresses, with commas between them, not \"e\"."},
-        {"[message]\nfrom = Anna <a@b.test> x",
-         "line 2: \"from\" must be an e-mail address, or a name and the address in angle brackets, "
-         "not \"Anna <a@b.test> x\"."},
         {"[message]\nheader = X-A: 1\nheader = content-type: x",
          "line 3: \"header\" must be a field of the header, as in \"X-Site: 17\", but none that "
          "messages have anyway, not \"content-type: x\"."},
@@ -183,6 +164,11 @@ TEST(SettingsParser, valuesReachTheirPlaces) {
     }
     EXPECT_EQ(servers, "10.0.0.1 tls://10.0.0.2#dns.test tls://::1 ");
     EXPECT_EQ(s.sentMail, "/etc/mail/sub/x.log");
+    ASSERT_FALSE(parsed("[log]\nsent-mail=OFF\ndebug=d.log", s));
+    EXPECT_EQ(s.sentMail, "");
+    EXPECT_EQ(s.debug, "/etc/mail/d.log");
+    ASSERT_FALSE(parsed("[log]\nsent-mail = host", s));
+    EXPECT_FALSE(s.sentMail);
 }
 
 TEST(SettingsParser, everyEncodingOfATextFile) {
@@ -213,6 +199,99 @@ TEST(NameServer, whatIsNone) {
           "tls://10.0.0.1#a b", "tls://[::1]#a", "tls://dns.test#dns.test"}) {
         EXPECT_FALSE(parseNameServer(text)) << text;
     }
+}
+
+std::string count(int64_t number, std::string_view unit = {}) {
+    return std::to_string(number) + std::string(unit);
+}
+
+// Values of this form that must be refused; what stands behind the last comma is what is wrong.
+std::vector<std::string> refusedBy(const Form& form) {
+    const std::string first(form.choices.substr(0, form.choices.find(',')));
+    const std::string pin(64, '0');
+    switch (form.kind) {
+        case Kind::Text:
+        case Kind::Target:
+            return {};  // nothing but an empty one
+        case Kind::Host:
+            return {"a b"};
+        case Kind::Address:
+            return {"here", "10.0.0", "10.0.0.1 x", "::1%"};
+        case Kind::Number:
+            return {count(form.lowest - 1), count(form.highest + 1), count(form.lowest, "x"),
+                    "99999999999999999999"};
+        case Kind::Size:
+            return {count(form.lowest / 1024 - 1, " KB"), count(form.highest / 1024 + 1, " KB"),
+                    count(form.lowest), "1 MB x"};
+        case Kind::Duration:
+            return {count(form.lowest - 1, " ms"), count(form.highest + 1, " ms"),
+                    count(form.lowest), "1 s x", "99999999999999 h"};
+        case Kind::YesNo:
+            return {"1", "true", "yes no"};
+        case Kind::Choice:
+            return {first + "x", std::string(form.choices)};
+        case Kind::Choices:
+            return {"x", first + ", " + first + "x"};
+        case Kind::KeyPins:
+            return {"00", pin + ", " + pin + "0", "sha256//" + pin};
+        case Kind::NameServers:
+            return {"dns.test", "10.0.0.1, tls://dns.test"};
+        case Kind::Mailboxes:
+            return {"a@b, c", "a@b, @b", "a@b, c@"};
+        case Kind::Mailbox:
+            return {"a", "@b", "a@", "a b@c", "A <a@b>", "a@b, c@d"};
+        case Kind::NamedMailbox:
+            return {"a", "A <a>", "<a@b> x", "<<a@b>", "A <@b>"};
+        case Kind::Field:
+            return {"X", "X:", ": x", "X Y: x", "Content-X: x", "bcc: a@b"};
+        case Kind::File:
+        case Kind::SecretLine:
+        case Kind::SecretFile:
+            return {"/none"};
+        case Kind::Secret:
+            return {"dpapi:AAA", "dpapi:AAAA"};
+    }
+    return {};
+}
+
+constexpr bool isWords(Kind kind) {
+    return isList(kind) && kind != Kind::Field;
+}
+
+// Of each key: the line, its name, what may stand there, and what stands there unless it is secret.
+TEST(SettingsParser, everyKeyRefusesWhatItsFormDoesNot) {
+    for (const Key& key : keys()) {
+        const std::string front =
+            (key.section.empty() ? "" : '[' + std::string(key.section) + ']') + '\n';
+        const std::string name = '"' + std::string(key.name) + '"';
+        const std::string wanted = "line 2: " + name + " must be " + mayBe(key.form);
+        for (const char* empty : {"", "\"\""}) {
+            EXPECT_EQ(told(front + std::string(key.name) + " = " + empty),
+                      wanted + "; nothing stands there.");
+        }
+        for (const std::string& value : refusedBy(key.form)) {
+            const size_t comma = isWords(key.form.kind) ? value.rfind(", ") : value.npos;
+            const std::string shown = comma == value.npos ? value : value.substr(comma + 2);
+            const std::string expected =
+                value == "/none"          ? "line 2: the file of " + name + ", /none, is no file."
+                : isSecret(key.form.kind) ? "line 2: " + name
+                                          : wanted + ", not \"" + shown.substr(0, 60);
+            const std::string all = told(front + std::string(key.name) + " = " + value);
+            EXPECT_TRUE(all.starts_with(expected)) << all << "\n" << expected;
+        }
+    }
+}
+
+TEST(SettingsParser, oneNameServerTooMany) {
+    std::string file = "[names]\nservers = 10.0.0.1";
+    for (size_t i = 2; i <= kMostNameServers; ++i) {
+        file += i % 2 == 0 ? ", 10.0.0." : "\nservers = 10.0.0.";
+        file += std::to_string(i);
+    }
+    EXPECT_TRUE(told(file).starts_with("[names] servers"));
+    EXPECT_EQ(told(file + "\nservers = tls://::1"),
+              "line 18: \"servers\" must be up to 32 addresses, tls://ADDRESS#NAME or "
+              "tls://ADDRESS, with commas between them, not one more, \"tls://::1\".");
 }
 
 // Each example can stand in a file as it is.
