@@ -17,6 +17,7 @@
 namespace tv {
 
 class ClsEmail;
+class Email2;
 class ProgressMonitor;
 
 class ClsMailMan : public ClsBase {
@@ -37,10 +38,13 @@ public:
     // The last send failed, and the server had not heard of its message yet.
     bool failedBeforeMessage();
 
-    // Connects and greets the server over a connection of its own, without logging in.
-    bool VerifySmtpConnection(ProgressMonitor* monitor = nullptr);
+    // Connects and greets the server over a connection of its own, without logging in. email: what
+    // is to be sent then, for the line of the log of sends where that comes to nothing.
+    bool VerifySmtpConnection(ProgressMonitor* monitor = nullptr, const ClsEmail* email = nullptr);
     // Sends one message. The message itself never changes.
     bool SendEmail(const ClsEmail& email, ProgressMonitor* monitor = nullptr);
+    // A line of the log of sends for a message that got neither trial nor send.
+    void noteUnsent(const ClsEmail& email, const Failure& failure);
 
     void ClearSmtpSessionLog();
     XString SmtpSessionLog();
@@ -55,8 +59,13 @@ public:
 
 private:
     void correctSettings(LogBase& log);
+    Failure tryConnection(CallContext& call, SmtpConnImpl& trial);
     Failure sendEmailInner(CallContext& call, const ClsEmail& email, SmtpSend& send);
-    void recordSend(LogBase& log, const SmtpSend& send, uint64_t ms);
+    std::unique_ptr<Email2> prepare(LogBase& log, const ClsEmail& email, SmtpSend& send);
+    void recordSend(LogBase& log, const SmtpSend& send, const SmtpConnImpl::Peer& peer,
+                    const Failure& failure, uint64_t startMs);
+    void recordUnsent(LogBase& log, const ClsEmail& email, const SmtpConnImpl::Peer& peer,
+                      const Failure& failure, uint64_t startMs);
     Failure sendMimeInner(CallContext& call, SmtpSend& send);
     Failure ensureSmtpSession(CallContext& call);
     Failure sendOverSession(CallContext& call, SmtpSend& send);

@@ -1,9 +1,11 @@
 // One send from the prepared message to its outcome: session, transaction, the one second try, and
 // the last lines of the transcript.
 #include <optional>
+#include <tuple>
 
 #include "log/Fail.h"
 #include "log/LogContextExitor.h"
+#include "log/LogNull.h"
 #include "mail/ClsMailMan.h"
 #include "mail/MessageOverlay.h"
 #include "mail/SendRecord.h"
@@ -35,15 +37,38 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
     const uint64_t startMs = plat::sysClock().tickMs();
     if (!lastFailure_) lastFailure_ = sendEmailInner(call, email, send);
     if (lastFailure_) tellTranscript(lastFailure_);
-    if (file_ && file_->sends) recordSend(log, send, plat::sysClock().tickMs() - startMs);
+    if (send.recipients.empty()) {  // it did not come so far
+        recordUnsent(log, email, {}, lastFailure_, startMs);
+    } else {
+        recordSend(log, send, smtp_.peer(), lastFailure_, startMs);
+    }
     return operation.finish(!lastFailure_);
 }
 
-void ClsMailMan::recordSend(LogBase& log, const SmtpSend& send, uint64_t ms) {
-    const SmtpConnImpl::Peer& peer = smtp_.peer();
+void ClsMailMan::noteUnsent(const ClsEmail& email, const Failure& failure) {
+    const std::lock_guard guard(lock_);
+    LogNull quiet;
+    SettingsOverlay overlay(smtp_.settings, file_.get());
+    std::ignore = overlay.lay(quiet);
+    recordUnsent(quiet, email, {}, failure, plat::sysClock().tickMs());
+}
+
+// The line tells from whom and to whom it was to go.
+void ClsMailMan::recordUnsent(LogBase& log, const ClsEmail& email, const SmtpConnImpl::Peer& peer,
+                              const Failure& failure, uint64_t startMs) {
+    if (!file_ || !file_->sends || !email.isAlive()) return;
+    LogNull quiet;
+    SmtpSend send;
+    std::ignore = prepare(quiet, email, send);
+    recordSend(log, send, peer, failure, startMs);
+}
+
+void ClsMailMan::recordSend(LogBase& log, const SmtpSend& send, const SmtpConnImpl::Peer& peer,
+                            const Failure& failure, uint64_t startMs) {
+    if (!file_ || !file_->sends) return;
     SendRecord record;
     record.isTest = file_->testFolder.has_value() || file_->redirect.has_value();
-    record.ms = ms;
+    record.ms = plat::sysClock().tickMs() - startMs;
     if (!file_->testFolder) {
         record.server = std::string(smtp_.settings.smtpHost.utf8()) + ':' +
                         std::to_string(smtp_.settings.smtpPort);
@@ -51,8 +76,7 @@ void ClsMailMan::recordSend(LogBase& log, const SmtpSend& send, uint64_t ms) {
         record.tls = peer.tls;
         record.login = peer.login;
     }
-    appendToSends(log, *file_->sends, file_->logSize.value_or(0),
-                  sendLine(record, send, lastFailure_));
+    appendToSends(log, *file_->sends, file_->logSize.value_or(0), sendLine(record, send, failure));
 }
 
 // A host that judges by the transcript must find a failure there, and its cause.
@@ -79,20 +103,8 @@ Failure ClsMailMan::sendEmailInner(CallContext& call, const ClsEmail& email, Smt
                     "The sender is no address: \"" + email.unusableFrom() + "\".");
     }
     send.pipelining = smtp_.settings.pipelining;
-    send.fromAddress = email.getSmtpReversePath(call.log);
-    send.recipients = email.getAllRecipientAddressesA();
-    const std::unique_ptr<Email2> prepared =
-        email.createEmailForSending(call.log, smtp_.settings.autoMessageId);
-    if (!prepared) {
-        call.log.logError("Failed to render to mime (1)");
-        return Failure(Cause::RenderFailed, "The message could not be prepared.");
-    }
-    if (file_) {
-        if (!layOverMessage(call.log, *file_, *prepared)) {
-            return Failure(Cause::RenderFailed, "The message could not be prepared.");
-        }
-        layOverEnvelope(call.log, *file_, *prepared, send);
-    }
+    const std::unique_ptr<Email2> prepared = prepare(call.log, email, send);
+    if (!prepared) return Failure(Cause::RenderFailed, "The message could not be prepared.");
     const bool brackets = file_ && file_->angleBrackets == settings::AngleBrackets::Always;
     send.mimeSource = [&prepared, brackets](LogBase& renderLog, OutputStream& out, bool utf8) {
         const LogContextExitor assembler(renderLog, "mimeAssembler");
@@ -106,6 +118,22 @@ Failure ClsMailMan::sendEmailInner(CallContext& call, const ClsEmail& email, Smt
     Failure failure = layInTestFolder(call.log, *file_->testFolder, send);
     acceptedRecipients_ = send.goodRecipients;
     return failure;
+}
+
+// The copy that is sent, and its envelope; null where memory or the random source fails.
+std::unique_ptr<Email2> ClsMailMan::prepare(LogBase& log, const ClsEmail& email, SmtpSend& send) {
+    send.fromAddress = email.getSmtpReversePath(log);
+    send.recipients = email.getAllRecipientAddressesA();
+    std::unique_ptr<Email2> prepared =
+        email.createEmailForSending(log, smtp_.settings.autoMessageId);
+    if (!prepared) {
+        log.logError("Failed to render to mime (1)");
+        return nullptr;
+    }
+    if (!file_) return prepared;
+    if (!layOverMessage(log, *file_, *prepared)) return nullptr;
+    layOverEnvelope(log, *file_, *prepared, send);
+    return prepared;
 }
 
 Failure ClsMailMan::sendMimeInner(CallContext& call, SmtpSend& send) {

@@ -2,26 +2,36 @@
 #include "log/LogContextExitor.h"
 #include "mail/ClsMailMan.h"
 #include "mail/SettingsOverlay.h"
+#include "platform/SysClock.h"
 
 namespace tv {
 
-bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor) {
+bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor, const ClsEmail* email) {
     Operation operation(*this, "VerifySmtpConnection");
     LogBase& log = operation.log();
+    const uint64_t startMs = plat::sysClock().tickMs();
     SettingsOverlay overlay(smtp_.settings, file_.get());
-    if (overlay.lay(log)) return operation.finish(false);
-    correctSettings(log);
     SmtpConnImpl trial;
+    Failure failure = overlay.lay(log);
+    if (!failure) {
+        CallContext call(log);
+        call.setMonitor(monitor);
+        call.names = overlay.names();
+        failure = tryConnection(call, trial);
+    }
+    if (failure && email) recordUnsent(log, *email, trial.peer(), failure, startMs);
+    return operation.finish(!failure);
+}
+
+Failure ClsMailMan::tryConnection(CallContext& call, SmtpConnImpl& trial) {
+    correctSettings(call.log);
     trial.settings = smtp_.settings;
     trial.settings.userName.clear();
     trial.settings.password.clear();
     trial.settings.oauth2Token.clear();
     trial.lendTlsSessions(smtp_.tlsSessions());
-    CallContext call(log);
-    call.setMonitor(monitor);
-    call.names = overlay.names();
-    const LogContextExitor context(log, "initSmtp");
-    return operation.finish(!trial.smtpConnectAndAuthenticate(call, true));
+    const LogContextExitor context(call.log, "initSmtp");
+    return trial.smtpConnectAndAuthenticate(call, true);
 }
 
 }  // namespace tv

@@ -87,6 +87,11 @@ std::string sendLine(const SendRecord& record, const SmtpSend& send, const Failu
     for (const auto& [recipient, code] : send.codes) {
         add("to", recipient + ' ' + std::to_string(code), line);
     }
+    if (send.codes.empty()) {  // no server was asked about them
+        for (const std::string& recipient : send.recipients) {
+            add("to", recipient, line);
+        }
+    }
     add("bytes", std::to_string(send.mimeSize), line);
     add("seconds", secondsOf(record.ms), line);
     add("reply", failure ? std::string_view() : send.finalReply, line);

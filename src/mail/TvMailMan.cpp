@@ -58,8 +58,8 @@ void TvMailMan::put_SentMailLogFile(const char* path) {
     impl_->setProperty("SentMailLogFile", XString::fromHost(path, utf8_));
 }
 
-bool TvMailMan::VerifySmtpConnection(ProgressMonitor* monitor) {
-    return impl_->VerifySmtpConnection(monitor);
+bool TvMailMan::VerifySmtpConnection(TvEmail& email, ProgressMonitor* monitor) {
+    return impl_->VerifySmtpConnection(monitor, &email.impl());
 }
 
 bool TvMailMan::SendEmail(TvEmail& email, ProgressMonitor* monitor) {

@@ -35,7 +35,8 @@ public:
     void put_DebugLogFilePath(const char* path);
     void put_SentMailLogFile(const char* path);
 
-    bool VerifySmtpConnection(ProgressMonitor* monitor = nullptr);
+    // email: what is to be sent then.
+    bool VerifySmtpConnection(TvEmail& email, ProgressMonitor* monitor = nullptr);
     bool SendEmail(TvEmail& email, ProgressMonitor* monitor = nullptr);
     void ClearSmtpSessionLog();
     TvString SmtpSessionLog();

@@ -133,14 +133,17 @@ bool PluginState::send() {
         return false;
     }
     TvMailMan& mailMan = turn->mailMan;
+    ClsMailMan& inner = mailMan.impl();
+    const ClsEmail& email = turn->email.impl();
     if (const Failure unusable = turn->settingsFile.refresh()) {
+        inner.noteUnsent(email, unusable);  // where the last file that could be used has its log
         lastError.set(XString(unusable.text()).ansi());
         return false;
     }
     const auto file = turn->settingsFile.current();
-    mailMan.impl().useSettings(file);
+    inner.useSettings(file);
     const Trial trial = trialOf(file.get());
-    if (needsTrial(trial, mailMan.impl()) && !mailMan.VerifySmtpConnection()) {
+    if (needsTrial(trial, inner) && !mailMan.VerifySmtpConnection(turn->email)) {
         keepLog(file.get(), mailMan);
         lastError.set(mailMan.LastErrorText().bytes());
         return false;
@@ -148,22 +151,24 @@ bool PluginState::send() {
     mailMan.ClearSmtpSessionLog();
     ResetAfterSend reset(*turn);
     if (!turn->missingAttachment.empty() && refusesWithout(file.get())) {
-        lastError.set(XString("Nothing was sent: the attachment " + turn->missingAttachment +
-                              " could not be read, and the settings file " + file->file +
-                              " has \"missing-attachment = refuse\" in [message].")
-                          .ansi());
+        const Failure missing(Cause::RenderFailed,
+                              "Nothing was sent: the attachment " + turn->missingAttachment +
+                                  " could not be read, and the settings file " + file->file +
+                                  " has \"missing-attachment = refuse\" in [message].");
+        inner.noteUnsent(email, missing);
+        lastError.set(XString(missing.text()).ansi());
         return false;
     }
     std::string failure;
     const bool sent = mailMan.SendEmail(turn->email);
     if (!sent) keepLog(file.get(), mailMan);
-    if (!sent && trial != Trial::Always && mailMan.impl().failedBeforeMessage()) {
+    if (!sent && trial != Trial::Always && inner.failedBeforeMessage()) {
         reset.keep();  // where no trial came before, this was one
         failure = mailMan.LastErrorText().bytes();
     } else if (!sent) {
         failure = mailMan.SmtpSessionLog().bytes();
     }
-    if (file && !file->reuse.value_or(true)) mailMan.impl().closeConnection();
+    if (file && !file->reuse.value_or(true)) inner.closeConnection();
     lastError.set(std::move(failure));
     return sent;
 }
