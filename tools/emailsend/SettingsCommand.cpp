@@ -7,6 +7,7 @@
 #include "emailsend/Process.h"
 #include "platform/SysFile.h"
 #include "platform/SysProtect.h"
+#include "platform/SysRights.h"
 #include "platform/SysWipe.h"
 #include "settings/SettingsFile.h"
 #include "settings/SettingsKeys.h"
@@ -17,7 +18,8 @@ const char* const kSettingsUsage = R"(emailsend settings: the settings file of t
 
   emailsend settings [--library PATH]   which file counts for the plug-in at PATH (the one beside
                                         this program), and what it says
-  emailsend settings check FILE         whether this file could be used
+  emailsend settings check FILE         whether this file could be used, and whether ordinary users
+                                        can read a password in it or beside it (Windows)
   emailsend settings protect            reads a password and prints the line for it that no other
                                         machine can use (Windows)
   emailsend settings sample             all keys, each with its meaning, as a file to start from
@@ -94,6 +96,7 @@ int tell(const std::string& path) {
         printOut("  " + line + "\n");
     }
     if (settings.inForce.empty()) printOut("  nothing\n");
+    printError(openSecrets(settings));
     return kGood;
 }
 
@@ -132,6 +135,20 @@ int protect() {
 }
 
 }  // namespace
+
+std::string openSecrets(const tv::settings::Settings& settings) {
+    std::string lines;
+    for (const std::string& path : settings.plainSecrets) {
+        std::string readers;
+        for (const std::string& group : tv::plat::groupsThatRead(path)) {
+            readers += (readers.empty() ? "" : ", ") + group;
+        }
+        if (readers.empty()) continue;
+        lines += "emailsend: warning: " + path +
+                 " holds a secret as it is and can be read by: " + readers + ".\n";
+    }
+    return lines;
+}
 
 int runSettings(const std::vector<std::string>& words) {
     if (words.empty()) return tellWhichCounts(libraryBesideProgram());
