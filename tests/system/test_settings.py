@@ -7,6 +7,7 @@ import hashlib
 import os
 import shlex
 import shutil
+import socket
 import ssl
 import time
 import types
@@ -219,6 +220,34 @@ def test_a_server_that_thinks(site, said, code):
         assert site.send(server).code == code
 
 
+def test_a_server_that_cannot_be_reached(site):
+    """Its queue is full, so that nothing answers."""
+    site.say("[server]\nconnect-timeout = 1 s\n")
+    with contextlib.ExitStack() as stack:
+        listener = stack.enter_context(socket.socket())
+        listener.bind(("127.0.0.1", 0))
+        listener.listen(0)
+        for _ in range(3):
+            waiting = stack.enter_context(socket.socket())
+            waiting.setblocking(False)
+            waiting.connect_ex(listener.getsockname())
+        start = time.monotonic()
+        done = site.send(types.SimpleNamespace(port=listener.getsockname()[1]), host="127.0.0.1")
+    assert done.code == 1 and 1 <= time.monotonic() - start < 15, "30 s without the key"
+    assert "ConnectFailReason" in done.err or "connect" in done.err
+
+
+@pytest.mark.parametrize("offer, asked", [("DSN", " NOTIFY=FAILURE,DELAY"), ("HELP", "")])
+def test_delivery_report(site, tmp_path, offer, asked):
+    def plan(_, command):
+        return f"250-here\r\n250 {offer}\r\n" if command == "EHLO" else None
+    site.say("[message]\ndelivery-report = failure\ndelivery-report = Delay\n[log]\ndebug = debug.log\n")
+    with ScriptedServer(plan) as server:
+        assert site.send(server).code == 0
+    assert [line for _, line in server.commands if line.startswith("RCPT")] == ["RCPT TO:<c@d.test>" + asked]
+    assert ("Warning: No delivery report" in (tmp_path / "debug.log").read_text()) == (not asked)
+
+
 # What the file says, the host's sender, and what arrives: sender and recipients of the envelope, fields of the header.
 @pytest.mark.parametrize("said, host, sender, to, fields", [
     ("from = Desk <d@e.test>", "a@b.test", "a@b.test", ["c@d.test"], {"From": "a@b.test", "Reply-To": None}),
@@ -256,15 +285,17 @@ def test_what_arrives(site, tmp_path, said, host, sender, to, fields):
 def test_profile(site, tmp_path, modern):
     site.say("profile = modern\n" if modern else "")
     (tmp_path / "list.txt").write_bytes(b"one\ntwo\n")
-    (tmp_path / "logo.png").write_bytes(b"\x89PNG\r\n")
+    (tmp_path / "log\u00f3.png").write_bytes(b"\x89PNG\r\n")
     (tmp_path / "body.html").write_text("<html><body><p>words</p>{LOGO}</body></html>")
     with Watched() as server:
         done = site.send(server, "--html", site.product.path(tmp_path / "body.html"), "--logo",
-                         site.product.path(tmp_path / "logo.png"), "--attach", site.product.path(tmp_path / "list.txt"))
+                         site.product.path(tmp_path / "log\u00f3.png"), "--attach", site.product.path(tmp_path / "list.txt"))
     assert done.code == 0, done.err
     message = server.messages[0].parsed()
     parts = {part.get_filename() or part.get_param("name") or part.get_content_type(): part for part in message.walk()}
-    logo, text = parts["logo.png"], parts["list.txt"]
+    text, logo = parts["list.txt"], next(part for part in message.walk() if part.get_content_type() == "image/png")
+    assert not modern or logo.get_filename() == "log\u00f3.png"
+    assert (b' filename="log_.png"\r\n' in server.messages[0].data) == modern
     assert (b"\r\nTo: <c@d.test>\r\n" in server.messages[0].data, message["Subject"]) == (modern, "" if modern else None)
     assert logo.get_content_disposition() == ("inline" if modern else None) and logo["Content-ID"]
     assert (text["Content-Transfer-Encoding"], text.get_param("charset")) == (
@@ -306,6 +337,50 @@ def test_logs_of_sends_and_failures(site, tmp_path, certificates):
     names = sorted(path.name for path in (tmp_path / "bad").iterdir())
     assert len(names) == 3 and names[-1] == "notes.log"
     assert "550 5.1.1 <no@d.test>: no such mailbox" in (tmp_path / "bad" / names[0]).read_text()
+
+
+def test_every_attempt_has_its_line(site, tmp_path):
+    """Also one that failed before a transaction: by the trial, without one, by the file, by an attachment."""
+    said = "[log]\nsends = sends.log\nmessage-box = no\n[message]\nmissing-attachment = refuse\nfrom-always = d@e.test\n"
+    def plan(_, command):
+        return "554 5.3.2 not you\r\n" if command == "GREETING" else None
+    with ScriptedServer(plan) as server, Host(
+            site.product, tmp_path, EMAILSENDING_SETTINGS=site.product.path(site.file)) as host:
+        site.say(said)
+        host.Initialise()
+        host.compose(server.port, "a@b.test", "c@d.test")
+        for more in ("", "[server]\ntrial = never", "[certificate]\nverify = yes", "[nonsense]"):
+            site.say(said + more)
+            assert host.szBrisko() == 0
+        site.say(said + "[server]\ntrial = never")
+        host.setAttachment("not-there")
+        assert host.szBrisko() == 0
+    lines = [shlex.split(line) for line in (tmp_path / "sends.log").read_text().splitlines()]
+    told = ["not you", "not you", 'needs "encryption"', "is no section", "not-there could not be read"]
+    for line, word, outcome in zip(lines, told, ["refused"] * 2 + ["not-sent"] * 3, strict=True):
+        assert line[1:3] == [f"outcome={outcome}", f"server=127.0.0.1:{server.port}"], line
+        assert {"sender=d@e.test", "to=c@d.test"} < set(line) and line[-1].startswith("failure=") and word in line[-1]
+        assert ("address=127.0.0.1" in line) == (outcome == "refused")
+
+
+# What the file says, and what the host's setLogging and it leave; nothing that cannot be written stops the mail.
+@pytest.mark.parametrize("said, files", [
+    ("sent-mail = host", {"emailsending.log"}), ("sent-mail = off", set()),
+    ("sent-mail = own.log\ndebug = debug.log", {"own.log", "debug.log"}),
+    ("sent-mail = .\ndebug = none/x.log\nsends = .\nfailures = none", set())])
+def test_files_of_logs(site, tmp_path, said, files):
+    site.say(f"[log]\n{said}\n")
+    with Watched() as server, Host(site.product, tmp_path, EMAILSENDING_SETTINGS=site.product.path(site.file)) as host:
+        host.Initialise()
+        host.setLogging()
+        host.compose(server.port, "a@b.test", "c@d.test")
+        assert (host.szBrisko(), host.error(), len(server.messages)) == (1, "", 1)
+    assert {path.name for path in tmp_path.glob("*.log")} == files
+    for name in files - {"debug.log"}:
+        assert b"--BEGIN SENT TOLVANE EMAIL--" in (tmp_path / name).read_bytes()
+    if "debug.log" in files:
+        log = (tmp_path / "debug.log").read_text()
+        assert log.startswith("VerifySmtpConnection:\n    DllDate: ") and "\nSendEmail:\n" in log
 
 
 # What the server has heard when it is over, and what the program was told.
@@ -437,6 +512,16 @@ def test_login_that_is_bound(site, tmp_path, binding, passed_on, logins, version
     assert logins or "535 5.7.8 bound to another certificate" in done.err
 
 
+# The judge knows anna of EXAMPLE; the program says another domain than the file.
+@pytest.mark.parametrize("domain, logins", [("EXAMPLE", [False]), ("OTHER", [])])
+def test_domain(site, tmp_path, domain, logins):
+    with ntlm_judge.Judge(make_certificate(tmp_path / "own")) as judge:
+        site.say(LOGIN.format("never", "starttls", judge.port, "no").replace("EXAMPLE", domain))
+        done = site.send(judge, "--domain", "EXAMPLE" if domain == "OTHER" else "OTHER")
+    assert (done.code == 0, judge.logins) == (bool(logins), logins), done.err
+    assert logins or "another user" in done.err
+
+
 def test_login_after_a_new_certificate(site, tmp_path):
     """A resumed session shows the old one: that login is refused, and the next one is made over a new session."""
     own, env = make_certificate(tmp_path / "own"), {"EMAILSENDING_SETTINGS": site.product.path(site.file)}
@@ -498,6 +583,43 @@ def test_rights(so, tmp_path):
         assert "can be changed by anybody" in site.send(server).err
         site.file.unlink()
         assert "does not exist" in site.send(server).err
+
+
+# The mode of the file, of which Wine makes a list of rights, and whether the password stands there as it is.
+@pytest.mark.parametrize("mode, said, warned", [
+    (0o644, "password = x", "mail.ini"), (0o600, "password = x", None), (0o644, "password-file = word.txt", "word.txt"),
+    (0o644, "domain = x", None)])
+def test_warning_of_readers(dll, tmp_path, mode, said, warned):
+    site = Site(dll, tmp_path)
+    site.say(f"[server]\nhost = localhost\n[login]\nuser = anna\n{said}\n", mode)
+    (tmp_path / "word.txt").write_text("x")
+    (tmp_path / "word.txt").chmod(mode)
+    done = run(dll, dll.program, "settings", "check", dll.path(site.file))
+    assert (done.code, "warning" in done.err) == (0, warned is not None), done.err
+    assert not warned or (warned + " holds a secret" in done.err and "Everyone" in done.err)
+
+
+def test_what_an_unchanged_file_costs(so, tmp_path):
+    """One stat for it and one for each file that it names, and no other call."""
+    trace, names = tmp_path / "trace", ("mail.ini", "word.txt", "hosts.txt")
+    site = Site(so, tmp_path)
+    traced = types.SimpleNamespace(env=so.env, driver=so.driver, library=so.library, path=so.path, command=lambda *words: [
+        "strace", "-f", "-qq", "-e", "trace=%file,connect", "-o", str(trace), *so.command(*words)])
+    for name, text in {"word.txt": "secret", "hosts.txt": "127.0.0.1 a.test"}.items():
+        (tmp_path / name).write_text(text)
+        (tmp_path / name).chmod(0o600)
+    with Watched() as server, Host(traced, tmp_path, EMAILSENDING_SETTINGS=str(site.file)) as host:
+        site.say(f"[server]\ntrial = never\nreuse = no\nhost = 127.0.0.1\nport = {server.port}\n[login]\nuser = anna\n"
+                 "password-file = word.txt\nonly-encrypted = no\n[names]\nhosts = hosts.txt\n")
+        host.Initialise()
+        host.setFromAddress("a@b.test")
+        for _ in range(2):
+            assert host.setRecipient("c@d.test") and host.szBrisko() == 1, host.error()
+    calls = trace.read_text().splitlines()
+    first, second = (i for i, call in enumerate(calls) if f"htons({server.port})" in call)
+    between = [(call.split()[1].split("(")[0], name) for call in calls[first:second] for name in names if name in call]
+    assert all("stat" in call for call, _ in between) and [name for _, name in between] == list(names), between
+    assert any("openat" in call and names[0] in call for call in calls[:first])
 
 
 def test_beside_the_library(product, tmp_path):
