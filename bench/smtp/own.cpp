@@ -31,13 +31,13 @@ int main(int argc, char** argv) {
         return bench::measure(options, [&] {
             tv::TvMailMan once;
             set(once, options);
-            return report(once, once.VerifySmtpConnection());
+            return report(once, once.impl().VerifySmtpConnection());
         });
     }
     tv::TvMailMan mailMan;
     set(mailMan, options);
     return bench::measure(options, [&] {
-        if (!options.connect.empty()) return report(mailMan, mailMan.VerifySmtpConnection());
+        if (!options.connect.empty()) return report(mailMan, mailMan.impl().VerifySmtpConnection());
         tv::TvEmail email;
         email.put_Utf8(true);
         email.put_From(bench::kSender.c_str());
