@@ -30,13 +30,6 @@ std::string versionPolicy(settings::TlsVersion lowest, settings::TlsVersion high
            std::to_string(static_cast<int>(highest));
 }
 
-// "dns" stands for the machine's DNS name. Where it has none, all is as without the key.
-std::optional<std::string> ownName(const std::optional<std::string>& said) {
-    if (!said || !equalsIgnoreCase(*said, "dns")) return said;
-    std::string name = plat::sysHost().dnsName();
-    return name.empty() ? std::nullopt : std::optional(std::move(name));
-}
-
 }  // namespace
 
 SettingsOverlay::SettingsOverlay(SmtpSettings& settings, const settings::Settings* file)
@@ -68,7 +61,7 @@ Failure SettingsOverlay::lay(LogBase& log) {
 void SettingsOverlay::layServer() {
     layOver(settings_.smtpHost, file_->host);
     layOver(settings_.smtpPort, file_->port);
-    layOver(settings_.heloHostname, ownName(file_->helo));
+    layOwnName();
     layOver(settings_.connectTimeoutMs, file_->connectTimeoutMs);
     layOver(settings_.idleTimeoutMs, file_->idleTimeoutMs);
     layOver(settings_.acceptanceTimeoutMs, file_->acceptanceTimeoutMs);
@@ -84,6 +77,14 @@ void SettingsOverlay::layServer() {
     settings_.smtpSsl = *file_->encryption == Encryption::Implicit;
     settings_.startTls = *file_->encryption == Encryption::StartTls;
     settings_.startTlsIfPossible = *file_->encryption == Encryption::IfOffered;
+}
+
+// "dns" stands for the machine's DNS name; one that has none greets with its address, as RFC 5321
+// section 4.1.4 asks for.
+void SettingsOverlay::layOwnName() {
+    const bool dns = file_->helo && equalsIgnoreCase(*file_->helo, "dns");
+    layOver(settings_.heloHostname, dns ? plat::sysHost().dnsName() : file_->helo);
+    settings_.heloAddress = dns && settings_.heloHostname.empty();
 }
 
 void SettingsOverlay::layNames() {

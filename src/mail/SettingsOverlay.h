@@ -27,6 +27,7 @@ public:
 
 private:
     void layServer();
+    void layOwnName();
     void layLogin();
     void layNames();
     Failure layCertificate(LogBase& log);

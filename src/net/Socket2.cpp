@@ -301,4 +301,8 @@ const std::string& Socket2::remoteIp() const {
     return state_->tcp.remoteIp();
 }
 
+const std::optional<plat::IpAddress>& Socket2::localAddress() const {
+    return state_->tcp.localAddress();
+}
+
 }  // namespace tv

@@ -79,6 +79,7 @@ public:
 
     // As last given to connect2, and what was reached.
     const std::string& remoteIp() const;
+    const std::optional<plat::IpAddress>& localAddress() const;
 
 private:
     Failure connectTcp(CallContext& call);

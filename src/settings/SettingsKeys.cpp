@@ -93,7 +93,7 @@ constexpr Key kKeys[] = {
         "With starttls and implicit a server without TLS gets nothing."),
     key("server", "helo", kHost, text<&Settings::helo>, "the computer's name", "pc17.example.com",
         "What this machine calls itself to the server: a name, an address in brackets, or dns for\n"
-        "its own DNS name, where it has one with a domain (.local is none)."),
+        "its own DNS name, where it has one with a domain (.local is none), else its address."),
     key("server", "local-address", {Kind::Address}, text<&Settings::localAddress>,
         "chosen by the system", "192.0.2.17",
         "The address of this machine that connections to the server come from."),

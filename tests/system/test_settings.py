@@ -189,7 +189,7 @@ def test_names_of_token_endpoints(product, tmp_path, certificates, name_servers)
 
 @pytest.mark.parametrize("name, hosts, told", [
     ("pc17.example.test", "", "pc17.example.test"), ("pc17", "127.0.1.1 pc17.example.test pc17", "pc17.example.test"),
-    ("pc17", "127.0.1.1 pc17.local pc17", "pc17")])
+    ("pc17", "127.0.1.1 pc17.local pc17", "[127.0.0.1]")])
 def test_own_name(so, tmp_path, name, hosts, told):
     site = Site(so, tmp_path)
     site.say("[server]\ntrial = never\nhelo = DNS\n")

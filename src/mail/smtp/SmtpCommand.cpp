@@ -2,11 +2,15 @@
 // stands for, and no value ends a line.
 #include "mail/smtp/SmtpCommand.h"
 
+#include <optional>
+
 #include "base/Ascii.h"
 #include "mime/AddressList.h"
 
 namespace tv::smtp {
 namespace {
+
+constexpr std::string_view kIpv6Tag = "IPv6:";
 
 void appendParameter(std::string& command, std::string_view name, std::string_view value) {
     const std::string clean = withoutLineBreaks(value);
@@ -15,7 +19,20 @@ void appendParameter(std::string& command, std::string_view name, std::string_vi
     command += clean;
 }
 
+// "[192.0.2.1]", "[IPv6:2001:db8::1]", or the latter without its tag.
+std::optional<plat::IpAddress> addressInBrackets(std::string_view text) {
+    if (!text.starts_with('[') || !text.ends_with(']')) return std::nullopt;
+    text = text.substr(1, text.size() - 2);
+    if (startsWithIgnoreCase(text, kIpv6Tag)) return plat::parseIpv6(text.substr(kIpv6Tag.size()));
+    return plat::parseIp(text);
+}
+
 }  // namespace
+
+std::string addressLiteral(plat::IpAddress address) {
+    address.scope = 0;  // of this machine alone
+    return "[" + std::string(address.isIpv4() ? "" : kIpv6Tag) + plat::toText(address) + "]";
+}
 
 std::string withoutLineBreaks(std::string_view text) {
     std::string out;
@@ -27,6 +44,7 @@ std::string withoutLineBreaks(std::string_view text) {
 }
 
 std::string greetingName(std::string_view hostName) {
+    if (const auto address = addressInBrackets(hostName)) return addressLiteral(*address);
     std::string out;
     for (const char c : hostName) {
         if (isAsciiAlnum(c) || c == '-' || c == '.') out += c;

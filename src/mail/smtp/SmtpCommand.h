@@ -4,12 +4,17 @@
 #include <string>
 #include <string_view>
 
+#include "platform/IpAddress.h"
+
 namespace tv::smtp {
 
 // The text without CR, LF and NUL.
 std::string withoutLineBreaks(std::string_view text);
 
-// The name to greet with: letters, digits, "-" and "." of the given one; nothing left: "localhost".
+// How an address is written where a name is expected (RFC 5321 section 4.1.3).
+std::string addressLiteral(plat::IpAddress address);
+// The name to greet with: an address in brackets, or letters, digits, "-" and "." of the given one;
+// nothing left: "localhost".
 std::string greetingName(std::string_view hostName);
 // verb is "EHLO" or "HELO".
 std::string greetingCommand(std::string_view verb, std::string_view hostName);

@@ -10,6 +10,9 @@ namespace tv {
 
 std::string SmtpConnImpl::localHostName(LogBase& log) const {
     if (!settings.heloHostname.empty()) return std::string(settings.heloHostname.utf8());
+    if (settings.heloAddress && socket_ && socket_->localAddress()) {
+        return smtp::addressLiteral(*socket_->localAddress());
+    }
     const LogContextExitor context(log, "getLocalHostname");
     return plat::sysHost().computerName();
 }

@@ -35,8 +35,9 @@ struct SmtpSettings {
     bool fixPort = true;        // autoFix may change the port
     bool fixEncryption = true;  // autoFix may change smtpSsl and startTls
 
-    XString heloHostname;  // empty: the computer name
-    XString localAddress;  // numeric; empty: the system chooses
+    XString heloHostname;      // empty: the computer name
+    bool heloAddress = false;  // or the address that the connection comes from
+    XString localAddress;      // numeric; empty: the system chooses
     std::optional<plat::AddressFamily> onlyFamily;
     uint32_t connectTimeoutMs = 30000;
     uint32_t idleTimeoutMs = 30000;

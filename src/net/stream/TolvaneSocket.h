@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -72,6 +73,8 @@ public:
     bool isConnected() const { return isConnected_; }
     plat::AddressFamily family() const { return family_; }
     const std::string& remoteIp() const { return remoteIp_; }
+    // Of the last connection that was made, where the system told it.
+    const std::optional<plat::IpAddress>& localAddress() const { return localAddress_; }
     uint32_t serialNumber() const { return serialNumber_; }
 
 private:
@@ -123,6 +126,7 @@ private:
     std::string bindIpAddress_;
     uint16_t bindPort_ = 0;
     std::string remoteIp_;
+    std::optional<plat::IpAddress> localAddress_;
     uint32_t serialNumber_;
 };
 

@@ -95,8 +95,10 @@ Failure TolvaneSocket::connectFailed(LogBase& log, Cause cause, std::string text
 
 void TolvaneSocket::connected(LogBase& log) {
     isConnected_ = true;
+    localAddress_.reset();
     plat::Endpoint local;
     if (plat::sysNet().localEndpoint(handle_, local).ok()) {
+        localAddress_ = local.address;
         log.logData("myIP", plat::toText(local.address));
         log.logDataLong("myPort", local.port);
     }
