@@ -8,6 +8,7 @@
 #include "log/Fail.h"
 #include "log/LogContextExitor.h"
 #include "mail/AutoFix.h"
+#include "platform/IpAddress.h"
 #include "platform/SysHost.h"
 
 namespace tv {
@@ -70,6 +71,10 @@ void SettingsOverlay::layServer() {
     if (file_->family && *file_->family != settings::Family::Any) {
         settings_.onlyFamily = *file_->family == settings::Family::Ipv4 ? plat::AddressFamily::IPv4
                                                                         : plat::AddressFamily::IPv6;
+    }
+    if (file_->localAddress) {  // nothing else can be reached from it
+        const auto address = plat::parseIp(*file_->localAddress);
+        if (address) settings_.onlyFamily = address->family;
     }
     if (file_->port) settings_.fixPort = false;
     if (!file_->encryption) return;
@@ -149,11 +154,11 @@ void SettingsOverlay::layMessage() {
     layOver(settings_.heedSizeLimit, file_->checkSize);
     layOver(settings_.sentMailLogFile, file_->sentMail);
     std::string notify;
-    for (const std::string& when : file_->deliveryReport) {
-        notify += (notify.empty() ? "" : ",") + when;
-    }
-    for (char& c : notify) {
-        c = asciiUpper(c);
+    for (std::string when : file_->deliveryReport) {
+        for (char& c : when) {
+            c = asciiUpper(c);
+        }
+        if (notify.find(when) == std::string::npos) notify += (notify.empty() ? "" : ",") + when;
     }
     if (!notify.empty()) settings_.dsnNotify.setUtf8(notify);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "log/LogContextExitor.h"
@@ -92,18 +93,23 @@ Failure connectPreferringIpv6(Attempt& attempt, std::string_view host) {
     return connectAddress(attempt, address, shareOf(attempt, 2));  // IPv4 is the second
 }
 
-// The addresses that may be tried.
-Failure lookUp(Attempt& attempt, std::string_view host, std::vector<plat::IpAddress>& addresses) {
-    const auto only = attempt.target.onlyFamily;
-    Failure failure = only == plat::AddressFamily::IPv6
-                          ? lookUpPreferringIpv6(attempt.call, host, attempt.deadline, addresses)
-                          : dnsLookup(attempt.call, host, attempt.deadline, addresses);
-    if (failure || !only) return failure;
+// Leaves those that may be tried.
+Failure keepFamily(const ConnectTarget& target, std::vector<plat::IpAddress>& addresses) {
+    const auto only = target.onlyFamily;
+    if (!only) return {};
     std::erase_if(addresses, [&](const auto& address) { return address.family != *only; });
     if (!addresses.empty()) return {};
     return Failure(Cause::DnsFailed, std::string("The host has no ") +
                                          (*only == plat::AddressFamily::IPv4 ? "IPv4" : "IPv6") +
                                          " address, and no other may be used");
+}
+
+// The addresses that may be tried.
+Failure lookUp(Attempt& attempt, std::string_view host, std::vector<plat::IpAddress>& addresses) {
+    Failure failure = attempt.target.onlyFamily == plat::AddressFamily::IPv6
+                          ? lookUpPreferringIpv6(attempt.call, host, attempt.deadline, addresses)
+                          : dnsLookup(attempt.call, host, attempt.deadline, addresses);
+    return failure ? std::move(failure) : keepFamily(attempt.target, addresses);
 }
 
 Failure connect_domain(Attempt& attempt, std::string_view host) {
@@ -129,6 +135,8 @@ Deadline deadlineOf(const CallContext& call, const ConnectTarget& target) {
 
 Failure connectHost(Attempt& attempt, const std::string& host) {
     if (const auto address = plat::parseIp(host)) {
+        std::vector<plat::IpAddress> addresses = {*address};
+        if (Failure failure = keepFamily(attempt.target, addresses)) return failure;
         return connectAddress(attempt, *address, attempt.target.connectTimeoutMs);
     }
     return connect_domain(attempt, host);
@@ -142,7 +150,7 @@ Failure connectSocket_v2(CallContext& call, TolvaneSocket& socket, const Connect
     call.log.logDataLong("port", target.port);
     call.log.logDataLong("connectTimeoutMs", target.connectTimeoutMs);
     Attempt attempt{target, socket, deadlineOf(call, target), call};
-    const std::string host = normalizeHost(target.host);
+    const std::string host = normalizeHost(target.host, target.onlyFamily);
     if (host.empty()) {
         return fail(attempt, "Cannot connect, hostname is zero length", Cause::EmptyHostname);
     }

@@ -44,9 +44,11 @@ std::string bareHost(std::string_view host) {
 
 }  // namespace
 
-std::string normalizeHost(std::string_view host) {
+std::string normalizeHost(std::string_view host,
+                          const std::optional<plat::AddressFamily> onlyFamily) {
     std::string text = bareHost(host);
-    return equalsIgnoreCase(text, "localhost") ? "127.0.0.1" : text;
+    if (!equalsIgnoreCase(text, "localhost")) return text;
+    return onlyFamily == plat::AddressFamily::IPv6 ? "::1" : "127.0.0.1";
 }
 
 std::string serverName(std::string_view host) {
