@@ -77,6 +77,7 @@ private:
 
     std::shared_ptr<const settings::Settings> file_;
     Failure lastFailure_;
+    uint64_t trialMs_ = 0;  // what a trial has taken of the time of the send that follows
     SmtpConnImpl smtp_;
     std::vector<std::string> acceptedRecipients_;
     std::vector<std::string> rejectedRecipients_;

@@ -32,7 +32,10 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
     lastFailure_ = overlay.lay(log);
     call.names = overlay.names();
     std::optional<TotalTimeout> limit;
-    if (const uint32_t ms = smtp_.settings.totalTimeoutMs; ms > 0) limit.emplace(call, ms);
+    if (const uint32_t ms = smtp_.settings.totalTimeoutMs; ms > 0) {
+        limit.emplace(call, trialMs_ < ms ? ms - trialMs_ : 1);
+    }
+    trialMs_ = 0;
     SmtpSend send;
     const uint64_t startMs = plat::sysClock().tickMs();
     if (!lastFailure_) lastFailure_ = sendEmailInner(call, email, send);

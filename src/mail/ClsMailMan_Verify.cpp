@@ -1,7 +1,10 @@
 // The trial: a connection of its own with the same settings but no secrets, greeted and closed.
+#include <optional>
+
 #include "log/LogContextExitor.h"
 #include "mail/ClsMailMan.h"
 #include "mail/SettingsOverlay.h"
+#include "net/stream/TotalTimeout.h"
 #include "platform/SysClock.h"
 
 namespace tv {
@@ -19,6 +22,7 @@ bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor, const ClsEmail* 
         call.names = overlay.names();
         failure = tryConnection(call, trial);
     }
+    trialMs_ = failure ? 0 : plat::sysClock().tickMs() - startMs;
     if (failure && email) recordUnsent(log, *email, trial.peer(), failure, startMs);
     return operation.finish(!failure);
 }
@@ -30,6 +34,8 @@ Failure ClsMailMan::tryConnection(CallContext& call, SmtpConnImpl& trial) {
     trial.settings.password.clear();
     trial.settings.oauth2Token.clear();
     trial.lendTlsSessions(smtp_.tlsSessions());
+    std::optional<TotalTimeout> limit;
+    if (const uint32_t ms = trial.settings.totalTimeoutMs; ms > 0) limit.emplace(call, ms);
     const LogContextExitor context(call.log, "initSmtp");
     return trial.smtpConnectAndAuthenticate(call, true);
 }
