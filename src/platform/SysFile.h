@@ -13,7 +13,7 @@ namespace tv::plat {
 // which file stands under the name.
 struct FileStamp {
     uint64_t size = 0;
-    uint64_t modified = 0;
+    uint64_t modified = 0;  // on the scale of SysClock::fileTimeUtc
     uint64_t identity = 0;
     bool operator==(const FileStamp& other) const = default;
 };
@@ -30,7 +30,8 @@ public:
     // Opens an existing regular file; a directory or a device is refused.
     bool openRead(std::string_view utf8Path);
     // Opens for writing at the end, creating the file if need be (POSIX: for its owner alone). A
-    // path that ends in a slash or backslash names a directory and is refused on every system.
+    // path that ends in a slash or backslash names a directory and is refused on every system; so
+    // is a FIFO.
     bool openAppend(std::string_view utf8Path);
     bool isOpen() const { return handle_ != kNone; }
 

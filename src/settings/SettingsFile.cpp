@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "platform/SysClock.h"
 #include "platform/SysHost.h"
 #include "platform/SysModule.h"
 #include "platform/SysWipe.h"
@@ -117,14 +118,33 @@ bool SettingsFile::unchanged() const {
     });
 }
 
-// What changes while it is read is read once more.
+// Who has changed the last one just now may be amid it: half a file must not count.
+bool SettingsFile::rests() const {
+    constexpr uint64_t kRest = 100 * 10000;  // 100 ms
+    const uint64_t now = plat::sysClock().fileTimeUtc();
+    return std::all_of(stamps_.begin(), stamps_.end(), [now](const auto& known) {
+        const uint64_t modified = known.second.modified;
+        return modified > now || now - modified >= kRest;  // the clock of another machine
+    });
+}
+
+// What changes while it is read, or has just been changed, is read once more.
 Failure SettingsFile::read() {
+    constexpr int kMostReadings = 40;
+    constexpr uint32_t kPauseMs = 50;
     stamps_.clear();
-    if (!exists(path_)) return unusable(path_, "it is gone");
-    Failure failure = readOnce();
-    if (!unchanged()) failure = readOnce();
-    if (failure) stamps_.clear();
-    return failure;
+    for (int reading = 0; reading < kMostReadings; ++reading) {
+        if (!exists(path_)) return unusable(path_, "it is gone");
+        Failure failure = readOnce();
+        // What could not be read has no stamps to compare.
+        if (rests() && (unchanged() || (failure && reading > 0))) {
+            if (failure) stamps_.clear();
+            return failure;
+        }
+        plat::sysClock().sleepMs(kPauseMs);
+    }
+    stamps_.clear();
+    return unusable(path_, "it, or a file that it names, is being changed again and again");
 }
 
 Failure SettingsFile::readOnce() {

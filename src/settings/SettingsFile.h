@@ -35,6 +35,7 @@ private:
     Failure read();
     Failure readOnce();
     bool unchanged() const;
+    bool rests() const;
 
     const std::string library_;
     std::string path_;  // empty: none has been seen

@@ -60,6 +60,8 @@ size_t distance(std::string_view a, std::string_view b) {
 // "; perhaps ... is meant" where a key comes near.
 std::string nearest(std::string_view section, std::string_view name) {
     // Two letters, or a third of them: more is another word.
+    constexpr size_t kLongest = 60;
+    if (name.size() > kLongest) return {};
     size_t best = std::max<size_t>(3, std::min<size_t>(name.size(), 30) / 3 + 1);
     const Key* found = nullptr;
     for (const Key& key : keys()) {
@@ -122,7 +124,7 @@ bool readPin(std::string_view written, std::string& bytes) {
 // One "@" with something on both sides, and nothing that cannot stand in an envelope.
 bool isMailbox(std::string_view text) {
     const size_t at = text.rfind('@');
-    return at != std::string_view::npos && at > 0 && at + 1 < text.size() &&
+    return at != std::string_view::npos && at > 0 && at + 1 < text.size() && text.find('@') == at &&
            text.find_first_of(" \t<>,;\"") == std::string_view::npos;
 }
 
@@ -186,7 +188,8 @@ bool decode(std::string_view bytes, uint32_t ansiCodePage, std::string& utf8) {
     const bool little = bytes.starts_with("\xFF\xFE");
     if (little || bytes.starts_with("\xFE\xFF")) {
         utf8 = codePageToUtf8(little ? kCodePageUtf16Le : kCodePageUtf16Be, bytes.substr(2));
-        return bytes.size() % 2 == 0;
+        constexpr std::string_view kReplacement = "\xEF\xBF\xBD";  // for half a character
+        return bytes.size() % 2 == 0 && utf8.find(kReplacement) == std::string::npos;
     }
     if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
     utf8 = isValidUtf8(bytes) ? std::string(bytes) : codePageToUtf8(ansiCodePage, bytes);
@@ -206,6 +209,12 @@ std::string revealSecret(std::string& text) {
     if (good) text.assign(secret);
     plat::wipe(secret.data(), secret.size());
     return good ? "" : " was protected on another machine, or this system has no DPAPI";
+}
+
+bool isOfOtherFamily(const Settings& settings) {
+    const auto address = plat::parseIp(settings.localAddress.value_or(""));
+    const Family family = settings.family.value_or(Family::Any);
+    return address && family != Family::Any && address->isIpv4() != (family == Family::Ipv4);
 }
 
 class Parser {
@@ -444,6 +453,9 @@ std::string Parser::judgeWhole() {
         if (line != 0 && !out_.verify.value_or(true)) {
             return at(line, quoted(name) + " stands beside verify = no");
         }
+    }
+    if (isOfOtherFamily(out_)) {
+        return at(lineOf("server", "local-address"), "\"local-address\" is none of \"family\"");
     }
     if (out_.roots || out_.rootsAlso) out_.verify = true;
     if (out_.lowest.value_or(TlsVersion::Tls10) > out_.highest.value_or(TlsVersion::Tls13)) {

@@ -26,11 +26,12 @@ int openRetrying(const std::string& path, int flags) {
 }
 
 FileStamp stampOf(const struct stat& info) {
-    constexpr uint64_t kNsPerSecond = 1000000000;
+    constexpr uint64_t kTicksPerSecond = 10000000;
+    constexpr uint64_t kSecondsFrom1601To1970 = 11644473600;
     FileStamp stamp;
     stamp.size = static_cast<uint64_t>(info.st_size);
-    stamp.modified = static_cast<uint64_t>(info.st_mtim.tv_sec) * kNsPerSecond +
-                     static_cast<uint64_t>(info.st_mtim.tv_nsec);
+    const auto seconds = static_cast<uint64_t>(info.st_mtim.tv_sec) + kSecondsFrom1601To1970;
+    stamp.modified = seconds * kTicksPerSecond + static_cast<uint64_t>(info.st_mtim.tv_nsec) / 100;
     // One file system has the settings of a machine: its device shifts what would be alike.
     stamp.identity =
         static_cast<uint64_t>(info.st_ino) ^ (static_cast<uint64_t>(info.st_dev) << 40);
@@ -40,6 +41,11 @@ FileStamp stampOf(const struct stat& info) {
 bool isRegular(int fd) {
     struct stat info;
     return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+bool isFifo(int fd) {
+    struct stat info;
+    return fstat(fd, &info) == 0 && S_ISFIFO(info.st_mode);
 }
 
 }  // namespace
@@ -62,6 +68,11 @@ bool SysFile::openAppend(std::string_view utf8Path) {
     if (utf8Path.empty() || utf8Path.back() == '/' || utf8Path.back() == '\\') return false;
     const int fd = openRetrying(std::string(utf8Path), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK);
     if (fd < 0) return false;
+    // A reader that goes away would end the host, by SIGPIPE.
+    if (isFifo(fd)) {
+        ::close(fd);
+        return false;
+    }
     handle_ = fd;
     return true;
 }

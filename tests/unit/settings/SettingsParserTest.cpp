@@ -101,6 +101,13 @@ TEST(SettingsParser, whatIsWrittenIsUnderstoodOrNamed) {
          "commas between them, not \"tls://dns.test\"."},
         {"[message]\nbcc = a@b.test\nbcc = c@d.test, e",
          "line 3: \"bcc\" must be e-mail addresses, with commas between them, not \"e\"."},
+        {"[message]\nenvelope-sender = a@b@c.test",
+         "line 2: \"envelope-sender\" must be an e-mail address, not \"a@b@c.test\"."},
+        {"[server]\nfamily = ipv4\nlocal-address = ::1",
+         "line 3: \"local-address\" is none of \"family\"."},
+        {"[message]\nfrom = Anna <a@b.test> x",
+         "line 2: \"from\" must be an e-mail address, or a name and the address in angle brackets, "
+         "not \"Anna <a@b.test> x\"."},
         {"[message]\nheader = X-A: 1\nheader = content-type: x",
          "line 3: \"header\" must be a field of the header, as in \"X-Site: 17\", but none that "
          "messages have anyway, not \"content-type: x\"."},
@@ -122,6 +129,7 @@ TEST(SettingsParser, whatIsWrittenIsUnderstoodOrNamed) {
         {"[login]\npassword-file = empty.txt",
          "line 2: the file of \"password-file\", /etc/mail/empty.txt, holds no text."},
         {"\xFF\xFEx", "it is no text."},
+        {std::string_view("\xFF\xFE#\0\0\xD8", 6), "it is no text."},
     };
     for (const auto& [bytes, expected] : rows) {
         EXPECT_EQ(told(bytes), expected) << bytes;
