@@ -39,9 +39,11 @@ Failure layInTestFolder(LogBase& log, const std::string& folder, SmtpSend& send)
     plat::SysFile file;
     const std::string path = openFresh(folder, ".eml", file);
     FileStream stream(file);
+    const bool made = file.isOpen();
     const bool written =
-        file.isOpen() && stream.write(envelope(send)) && send.mimeSource(log, stream, send.utf8);
+        made && stream.write(envelope(send)) && send.mimeSource(log, stream, send.utf8);
     if (!file.close() || !written) {
+        if (made) plat::removeFile(path);  // half a message looks like one
         return fail(log, Cause::SettingsUnusable,
                     "The message could not be written to " + path +
                         ", as \"folder\" of [test] in the settings file asks for.");
