@@ -6,46 +6,26 @@ import hashlib
 import hmac
 import http.server
 import json
-import pathlib
-import pwd
-import shutil
-import tempfile
 import threading
 import time
 import urllib.parse
 
 import pytest
 
+import dovecot
 from probes import Probe
-from receiver import Receiver, server_context
-from servers import Server, free_port, make_certificate
+from receiver import server_context
+from servers import make_certificate
 
 USER, SECRET, KEY = "tester", "pa55&word hidden", b"the key that signs access tokens"
 FORM = {"client_id": "mailer", "scope": "https://mail.test/.default", "tenant": "a b"}
 DOVECOT = """
-base_dir = {home}/run
-log_path = /dev/stderr
-protocols = submission
 ssl = no
 auth_mechanisms = xoauth2
-auth_failure_delay = 0
-mail_location = maildir:{home}/mail
-submission_relay_host = 127.0.0.1
-submission_relay_port = {relay_port}
 passdb {{
   driver = oauth2
   mechanisms = xoauth2
   args = {home}/oauth2.conf
-}}
-userdb {{
-  driver = static
-  args = uid={owner.pw_uid} gid={owner.pw_gid} home={home}/mail
-}}
-service submission-login {{
-  inet_listener submission {{
-    address = 127.0.0.1
-    port = {port}
-  }}
 }}
 """
 TOKENS = """
@@ -68,19 +48,9 @@ def token(user, lifetime=3600):
 
 @pytest.fixture(scope="module")
 def server():
-    with Receiver() as receiver, tempfile.TemporaryDirectory(prefix="dovecot-") as home:
-        home, owner, port = pathlib.Path(home), pwd.getpwnam("nobody"), free_port()
-        home.chmod(0o755)
-        for name in ("mail", "keys/default/HS256"):
-            (home / name).mkdir(parents=True)
-        (home / "keys/default/HS256/default").write_bytes(base64.b64encode(KEY))
-        shutil.chown(home / "mail", owner.pw_uid, owner.pw_gid)
-        for name, text in {"main.conf": DOVECOT, "oauth2.conf": TOKENS}.items():
-            (home / name).write_text(text.format(home=home, owner=owner, port=port,
-                                                 relay_port=receiver.port))
-        with Server(home, ["dovecot", "-F", "-c", home / "main.conf"], "starting up") as server:
-            server.port, server.receiver = port, receiver
-            yield server
+    key = base64.b64encode(KEY).decode()
+    with dovecot.serve(DOVECOT, {"oauth2.conf": TOKENS, "keys/default/HS256/default": key}) as server:
+        yield server
 
 
 @pytest.fixture(scope="module")
