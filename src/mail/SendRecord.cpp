@@ -61,13 +61,19 @@ std::string secondsOf(uint64_t ms) {
     return std::to_string(ms / 1000) + '.' + fraction.substr(1);
 }
 
+// Who gave the open file its other name keeps no claim on it.
+bool isStillCalled(const std::string& path, const plat::SysFile& file) {
+    plat::FileStamp open, called;
+    return !file.stamp(open) || !plat::fileStamp(path, called) || open.identity == called.identity;
+}
+
 // Another process may be writing, or giving the file its other name.
 bool openForLine(const std::string& path, plat::SysFile& file) {
     constexpr int kLooks = 20;
     constexpr uint32_t kLookMs = 50;
     for (int look = 0; look < kLooks; ++look) {
         if (!file.openAppend(path)) return false;
-        if (file.tryLock()) return true;
+        if (file.tryLock() && isStillCalled(path, file)) return true;
         file.close();
         plat::sysClock().sleepMs(kLookMs);
     }
