@@ -120,7 +120,7 @@ bool SettingsFile::unchanged() const {
 
 // Who has changed the last one just now may be amid it: half a file must not count.
 bool SettingsFile::rests() const {
-    constexpr uint64_t kRest = 100 * 10000;  // 100 ms
+    constexpr uint64_t kRest = 250 * 10000;  // 250 ms
     const uint64_t now = plat::sysClock().fileTimeUtc();
     return std::all_of(stamps_.begin(), stamps_.end(), [now](const auto& known) {
         const uint64_t modified = known.second.modified;
@@ -133,11 +133,13 @@ Failure SettingsFile::read() {
     constexpr int kMostReadings = 40;
     constexpr uint32_t kPauseMs = 50;
     stamps_.clear();
+    // While a file is cut, its size can be new and its time still the old one.
+    const int first = current_ ? 1 : 0;
     for (int reading = 0; reading < kMostReadings; ++reading) {
         if (!exists(path_)) return unusable(path_, "it is gone");
         Failure failure = readOnce();
         // What could not be read has no stamps to compare.
-        if (rests() && (unchanged() || (failure && reading > 0))) {
+        if (reading >= first && rests() && (unchanged() || (failure && reading > 0))) {
             if (failure) stamps_.clear();
             return failure;
         }

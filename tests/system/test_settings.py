@@ -8,7 +8,9 @@ import os
 import shlex
 import shutil
 import socket
+import socketserver
 import ssl
+import threading
 import time
 import types
 
@@ -572,6 +574,80 @@ def test_protected_password(dll, tmp_path):
         assert base64.b64decode(sent[0]).endswith(b"\0anna\0hidden-word")
         site.say("[server]\nhost = a\n[login]\nuser = anna\npassword = dpapi:AAAA\n")
         assert "was protected on another machine" in site.send(server).err
+
+
+@pytest.mark.parametrize("in_place", [True, False])
+def test_a_file_that_is_being_written(site, tmp_path, in_place):
+    """No send goes by half of it."""
+    def write():
+        for _ in range(4):
+            path = site.file if in_place else tmp_path / "next.ini"
+            with path.open("w") as file:
+                for part in ("[message]\n", "bcc = e@f.test\n"):
+                    file.write(part)
+                    file.flush()
+                    time.sleep(0.01)
+            path.chmod(0o600)
+            path.rename(site.file)
+            time.sleep(0.5)
+    site.say("[message]\nbcc = e@f.test\n")
+    env = {"EMAILSENDING_SETTINGS": site.product.path(site.file)}
+    with Watched() as server, Host(site.product, tmp_path, **env) as host:
+        host.Initialise()
+        writer = threading.Thread(target=write)
+        writer.start()
+        while writer.is_alive():
+            host.ResetEmail()
+            host.compose(server.port, "a@b.test", "c@d.test")
+            assert host.szBrisko(), host.error()
+        writer.join()
+    assert {tuple(message.recipients) for message in server.messages} == {("c@d.test", "e@f.test")}
+
+
+class Dripping(socketserver.BaseRequestHandler):
+    """A greeting without end."""
+
+    def handle(self):
+        with contextlib.suppress(OSError):
+            while True:
+                self.request.sendall(b"220-wait\r\n")
+                time.sleep(0.2)
+
+
+@pytest.mark.parametrize("trial", ["always", "never"])
+def test_a_server_without_end(site, tmp_path, trial):
+    site.say(f"[server]\ntrial = {trial}\ntotal-timeout = 1 s\n[log]\nsends = sends.log\n")
+    with socketserver.ThreadingTCPServer(("127.0.0.1", 0), Dripping) as server:
+        server.daemon_threads, server.port = True, server.server_address[1]
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        began = time.monotonic()
+        assert site.send(server).code == 1 and time.monotonic() - began < 10
+        server.shutdown()
+    assert shlex.split((tmp_path / "sends.log").read_text())[1] == "outcome=not-sent"
+
+
+# What the file says, and whether the message goes out.
+FULL_DISK = 'mount -t tmpfs -o size=8k none full && cp /dev/zero full/pad 2> /dev/null; "$@"; code=$?; ls full; exit $code'
+
+
+@pytest.mark.parametrize("said, code", [("[log]\nsends = full/a\nsent-mail = full/b\n", 0), ("[log]\nsent-mail = pipe\n", 0),
+                                        ("[test]\nfolder = full\n", 1)])
+def test_what_cannot_be_written(so, tmp_path, said, code):
+    """Logs stop no mail, be the disk full or their reader gone; half a message does not stay in a test folder."""
+    def read():
+        with open(tmp_path / "pipe", "rb") as pipe:
+            pipe.read(1)
+    site = Site(so, tmp_path)
+    site.say(said)
+    (tmp_path / "full").mkdir()
+    (tmp_path / "a.html").write_text("words " * 100000)
+    os.mkfifo(tmp_path / "pipe")
+    threading.Thread(target=read, daemon=True).start()
+    with Watched() as server:
+        done = run(so, "unshare", "--mount", "--propagation", "private", "sh", "-c", FULL_DISK, "sh", so.program, "--host",
+                   "127.0.0.1", "--port", server.port, "--from", "a@b.test", "--to", "c@d.test", "--html", "a.html",
+                   cwd=tmp_path, env={"EMAILSENDING_SETTINGS": str(site.file)})
+    assert (done.code, len(server.messages), ".eml" in done.out) == (code, 1 - code, False), done.err
 
 
 def test_rights(so, tmp_path):
