@@ -50,6 +50,7 @@ bool ClsMailMan::SendEmail(const ClsEmail& email, ProgressMonitor* monitor) {
 
 void ClsMailMan::noteUnsent(const ClsEmail& email, const Failure& failure) {
     const std::lock_guard guard(lock_);
+    trialMs_ = 0;
     LogNull quiet;
     SettingsOverlay overlay(smtp_.settings, file_.get());
     std::ignore = overlay.lay(quiet);

@@ -59,6 +59,7 @@ Facts factsOf(const SmtpSettings& s) {
         {"fixPort", number(s.fixPort)},
         {"fixEncryption", number(s.fixEncryption)},
         {"helo", text(s.heloHostname)},
+        {"heloAddress", number(s.heloAddress)},
         {"local", text(s.localAddress)},
         {"family", s.onlyFamily ? number(*s.onlyFamily == plat::AddressFamily::IPv6 ? 6 : 4) : ""},
         {"connect", number(s.connectTimeoutMs)},
@@ -103,7 +104,7 @@ TEST(SettingsOverlay, eachKeyChangesItsProperty) {
         {"[server]|host = m.test|port = 465|family = ipv6|local-address = ::1",
          " host=m.test port=465 fixPort=0 local=::1 family=6"},
         {"[server]|family = ipv4|helo = me.test", " helo=me.test family=4"},
-        {"[server]|family = any|helo = dns", ""},
+        {"[server]|family = any|helo = dns", " heloAddress=1"},
         {"[server]|encryption = none", " ifPossible=0 fixEncryption=0"},
         {"[server]|encryption = if-offered", " startTls=0 fixEncryption=0", true},
         {"[server]|encryption = starttls", " startTls=1 ifPossible=0 fixEncryption=0"},
@@ -124,7 +125,7 @@ TEST(SettingsOverlay, eachKeyChangesItsProperty) {
         {"[tls]|highest = 1.1", " tls=TLS 1.0 to 1.1"},
         {"[message]|all-recipients = yes|delivery-report = failure, delay",
          " all=1 later=1 notify=FAILURE,DELAY"},
-        {"profile = modern", " acceptance=600000 cram=1 size=1"},
+        {"profile = modern", " heloAddress=1 acceptance=600000 cram=1 size=1"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.file);
