@@ -244,7 +244,8 @@ TEST(ScriptedTalk, ticketsOfNoLifetimeAndLongOnesAreNotKept) {
                                                  {"0000003c000000070101+3801+07*14337", false}};
     for (const auto& [ticket, kept] : rows) {
         Ends ends = endsOf("13 ticket");
-        ends.server.edits.emplace("Ticket", [&](Item& m, Items&) { m.body = bytesFrom(ticket); });
+        ends.server.edits.emplace("Ticket",
+                                  [text = ticket](Item& m, Items&) { m.body = bytesFrom(text); });
         ends.client.session = Standing(ends).engine.takeSession();
         EXPECT_EQ(ends.client.session.has_value(), kept) << ticket;
         ScriptedTalk later(ends);
