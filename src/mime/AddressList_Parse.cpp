@@ -299,6 +299,22 @@ std::string_view withoutSeparatorsAround(std::string_view text) {
     return text.substr(first, text.find_last_not_of(kSeparators) + 1 - first);
 }
 
+// "name@host", as nearly all are, in which there is nothing to take apart: letters, digits, and
+// single dots and hyphens between them.
+bool isPlainAddress(std::string_view text) {
+    constexpr size_t kShort = 64;  // a label of the domain may have 63
+    if (text.size() > kShort) return false;
+    bool hasAt = false;
+    bool between = false;
+    for (const char c : text) {
+        const bool separates = c == '.' || c == '-' || c == '@';
+        if (separates ? !between || (c == '@' && hasAt) : !isAsciiAlnum(c)) return false;
+        hasAt = hasAt || c == '@';
+        between = !separates;
+    }
+    return hasAt && between;
+}
+
 }  // namespace
 
 std::vector<_tvEmailAddress> parseMailboxes(std::string_view text) {
@@ -315,6 +331,7 @@ std::vector<_tvEmailAddress> parseMailboxes(std::string_view text,
 }
 
 std::string firstAddress(std::string_view text) {
+    if (isPlainAddress(text)) return std::string(text);
     const std::vector<_tvEmailAddress> mailboxes = parseMailboxes(text);
     return mailboxes.empty() ? std::string() : mailboxes.front().address();
 }
