@@ -1,0 +1,166 @@
+// Choosing a row, and the sentence made of it.
+#include "advice/Advice.h"
+
+#include <algorithm>
+
+#include "base/Ascii.h"
+
+namespace tv::advice {
+namespace {
+
+// Nobody reads on, and servers may say a megabyte.
+constexpr size_t kMostSearched = 4096;
+constexpr size_t kMostShown = 600;
+
+bool isInNumber(char c) {
+    return isAsciiDigit(c);
+}
+
+// "5.7.1" does not stand in "5.7.139".
+bool isWhole(std::string_view text, size_t at, size_t size) {
+    const char before = at > 0 ? text[at - 1] : ' ';
+    const char after = at + size < text.size() ? text[at + size] : ' ';
+    const bool cutsFront = isInNumber(text[at]) && (isInNumber(before) || before == '.');
+    return !cutsFront && !(isInNumber(text[at + size - 1]) && isInNumber(after));
+}
+
+bool mentions(std::string_view text, std::string_view phrase) {
+    for (size_t from = 0; from < text.size();) {
+        const size_t at = findIgnoreCase(text.substr(from), phrase);
+        if (at == std::string_view::npos) return false;
+        if (isWhole(text, from + at, phrase.size())) return true;
+        from += at + 1;
+    }
+    return false;
+}
+
+bool mentionsOne(const Finding& finding, std::string_view phrases) {
+    const std::string_view words = std::string_view(finding.words).substr(0, kMostSearched);
+    const std::string_view reply = std::string_view(finding.reply).substr(0, kMostSearched);
+    while (!phrases.empty()) {
+        const std::string_view phrase = phrases.substr(0, phrases.find('|'));
+        if (mentions(words, phrase) || mentions(reply, phrase)) return true;
+        phrases.remove_prefix(std::min(phrase.size() + 1, phrases.size()));
+    }
+    return false;
+}
+
+bool fits(const Advice& row, const Finding& finding) {
+    const bool codeFits = row.code == 0 || row.code == finding.replyCode ||
+                          (row.code < 10 && row.code == finding.replyCode / 100);
+    return codeFits && (row.stage == Stage::None || row.stage == finding.stage) &&
+           (row.cause == Cause::None || row.cause == finding.cause) &&
+           (!row.phrases || mentionsOne(finding, row.phrases));
+}
+
+struct Setting {
+    std::string_view name, function, key;
+};
+
+constexpr Setting kSettings[] = {
+    {"implicit", "setUseSSL(1)", "encryption = implicit in [server]"},
+    {"starttls", "setUseSSL(0) and setStartTls(1)", "encryption = starttls in [server]"},
+    {"encrypt", "setStartTls(1) or setUseSSL(1)", "encryption = starttls in [server]"},
+    {"host", "setSmtpHost", "host in [server]"},
+    {"port", "setSmtpPort", "port in [server]"},
+    {"password", "setSmtpPassword", "password in [login]"},
+    {"login", "setSmtpUser and setSmtpPassword", "user and password in [login]"},
+    {"from", "setFromAddress", "from-always in [message]"},
+    {"method", "setSmtpAuthMethod", "methods in [login]"},
+    // What no function can say.
+    {"trust", "", " (roots-also or pin in [certificate])"},
+    {"token", "", " (oauth2 in [login])"},
+    {"helo", "", " (helo in [server])"},
+    {"idle", "", " (idle-timeout in [server])"},
+    {"connect", "", " (connect-timeout in [server])"},
+    {"versions", "", " (lowest and highest in [tls])"},
+    {"names", "", " (servers in [names])"},
+};
+
+std::string_view settingWords(std::string_view name, bool namesKeys) {
+    for (const Setting& setting : kSettings) {
+        if (setting.name == name) return namesKeys ? setting.key : setting.function;
+    }
+    return name;
+}
+
+// One line that a terminal takes for text alone.
+std::string shown(std::string_view words) {
+    std::string out;
+    for (const char c : words.substr(0, kMostShown)) {
+        const auto byte = static_cast<unsigned char>(c);
+        out += byte < ' ' || byte == 0x7F ? ' ' : c;
+    }
+    if (words.size() <= kMostShown) return out;
+    // Not within a character.
+    while (!out.empty() && (static_cast<unsigned char>(words[out.size()]) & 0xC0) == 0x80) {
+        out.pop_back();
+    }
+    return out + "...";
+}
+
+}  // namespace
+
+const Advice& adviceOn(const Finding& finding) {
+    const auto rows = advices();
+    const auto row = std::ranges::find_if(rows, [&](const auto& r) { return fits(r, finding); });
+    return row == rows.end() ? rows.back() : *row;
+}
+
+std::string whatToChange(const Advice& advice, bool namesKeys) {
+    std::string out;
+    for (std::string_view rest = advice.change; !rest.empty();) {
+        const size_t open = std::min(rest.find('{'), rest.size());
+        out += rest.substr(0, open);
+        rest.remove_prefix(open);
+        const size_t close = rest.find('}');
+        if (close == std::string_view::npos) break;
+        out += settingWords(rest.substr(1, close - 1), namesKeys);
+        rest.remove_prefix(close + 1);
+    }
+    return out;
+}
+
+std::string_view stageWords(Stage stage) {
+    static constexpr std::string_view kWords[] = {
+        "The send",
+        "Looking up the server's name",
+        "Connecting to the server",
+        "The TLS handshake",
+        "The check of the server's certificate",
+        "The server's greeting",
+        "The introduction to the server (EHLO)",
+        "Turning on encryption (STARTTLS)",
+        "The login",
+        "Naming the sender (MAIL FROM)",
+        "Naming the recipients (RCPT TO)",
+        "Sending the message (DATA)",
+        "The acceptance of the message",
+        "Preparing the message",
+        "Something on this machine",
+    };
+    return kWords[static_cast<size_t>(stage)];
+}
+
+std::string_view repeatWords(Repeat repeat) {
+    static constexpr std::string_view kWords[] = {
+        "Nobody has the message: sending it again is safe.",
+        "Refused for now: send it again later.",
+        "Refused for good: sending it again is safe, but useless before something has changed.",
+        "The server may have the message: sending it again may deliver it twice.",
+    };
+    return kWords[static_cast<size_t>(repeat)];
+}
+
+std::string oneSentence(const Finding& finding, bool namesKeys) {
+    if (!finding) return {};
+    std::string out(stageWords(finding.stage));
+    out += " failed: " + shown(finding.words);
+    if (!out.ends_with('.')) out += '.';
+    out += ' ' + whatToChange(adviceOn(finding), namesKeys);
+    const std::string_view repeat = repeatWords(finding.repeat);
+    if (out.find(repeat) == std::string::npos) out.append(" ").append(repeat);
+    return out;
+}
+
+}  // namespace tv::advice

@@ -1,0 +1,289 @@
+// The one table of remedies: what replies of large providers mean, then what each cause asks for.
+// The first row that fits counts: what is narrow stands before what is wide.
+#include <algorithm>
+#include <array>
+#include <iterator>
+
+#include "advice/Advice.h"
+
+namespace tv::advice {
+namespace {
+
+// What a server's reply says, by its code, the stage that it ends and the words in it; and what
+// stood behind a refusal.
+constexpr Advice kReplies[] = {
+    // No login was made, and then something was refused.
+    {0, Stage::None, Cause::None, "no login was made: the password is empty",
+     "Set the password ({password}), or have this client allowed without a login."},
+    {0, Stage::None, Cause::None, "\"only-encrypted\" of [login]",
+     "Use encryption ({encrypt}), or allow the login in clear: only-encrypted = no in [login]."},
+    {0, Stage::None, Cause::None, "\"channel-binding\" of [login]",
+     "Have the server offer NTLM over TLS, or allow logins that are not bound: channel-binding in "
+     "[login]."},
+    {0, Stage::None, Cause::None, "no login was made: no mechanism of the server works",
+     "Have the server offer LOGIN, PLAIN, CRAM-MD5 or NTLM to this client."},
+    {0, Stage::None, Cause::None, "on this connection; over TLS it may",
+     "Use encryption ({encrypt}) or the submission port 587: many servers offer logins there "
+     "alone."},
+    // Logins.
+    {535, Stage::None, Cause::None,
+     "5.7.139|5.7.3|basic authentication is disabled|smtpclientauthentication is disabled",
+     "The provider has switched off logins with a password for this account, or a policy of its "
+     "forbids them: have its administrator allow authenticated SMTP for it, or use an access "
+     "token{token}."},
+    {0, Stage::Login, Cause::None,
+     "5.7.9|application-specific password|app password|less secure apps|badcredentials",
+     "The account needs an application password: make one in the security settings of the account "
+     "and use it in place of the account's own."},
+    {0, Stage::Login, Cause::None, "5.7.14|web browser",
+     "The provider doubts this login: log in once with a web browser, confirm what it asks, and "
+     "send again."},
+    {538, Stage::None, Cause::None, nullptr, "The server wants encryption first: {encrypt}."},
+    {0, Stage::None, Cause::None,
+     "issue a starttls|starttls first|starttls is required|"
+     "starttls required|requires starttls|must use starttls|use tls first|encryption required",
+     "The server wants encryption first: {encrypt}."},
+    {454, Stage::Login, Cause::None, nullptr,
+     "The server cannot check passwords just now: send again later."},
+    {535, Stage::None, Cause::None, nullptr,
+     "Correct user name and password ({login}); accounts with a second factor need an application "
+     "password or a token{token}."},
+    {534, Stage::None, Cause::None, nullptr,
+     "The server wants a stronger way to log in, or an application password: see the security "
+     "settings of the account, and {method}."},
+    {530, Stage::None, Cause::None, nullptr, "The server wants a login: {login}."},
+    {5, Stage::None, Cause::None,
+     "authentication required|authentication is required|not authenticated|auth required|"
+     "log in first|5.7.57",
+     "The server wants a login: {login}."},
+    // Who may send.
+    {0, Stage::None, Cause::None,
+     "5.7.60|sendasdenied|not owned by user|not permitted to send as|not allowed to send as|"
+     "not authorized to send on behalf",
+     "This login may not send as this sender: use the address of the account ({from}), or have the "
+     "account allowed to send as this one."},
+    {553, Stage::Sender, Cause::None, nullptr,
+     "This login may not send as this sender: use the address of the account ({from}), or have the "
+     "account allowed to send as this one."},
+    {0, Stage::None, Cause::None, "relay|relaying|5.7.54",
+     "The server takes mail for strangers from clients alone that it knows: log in ({login}), or "
+     "have this machine allowed to relay there."},
+    {0, Stage::None, Cause::None,
+     "5.7.26|5.7.23|5.7.27|5.7.29|5.7.30|5.7.509|spf|dkim|dmarc|unauthenticated email",
+     "The sender's domain does not vouch for this way (SPF, DKIM, DMARC): send through the mail "
+     "server of that domain, or have its SPF record name this one and its mail signed."},
+    {0, Stage::None, Cause::None,
+     "5.7.25|reverse dns|reverse hostname|ptr record|cannot find your hostname|"
+     "helo command rejected|need fully-qualified hostname",
+     "This machine has no name that the server finds right{helo}: send through the submission "
+     "server of a provider (port 587, with a login), or give address and name records in DNS that "
+     "fit each other."},
+    {0, Stage::None, Cause::None,
+     "spamhaus|block list|blocklist|blacklist|blacklisted|blocked using|dnsbl|rbl|5.7.511|5.7.606|"
+     "poor reputation|banned sending ip|access denied, banned",
+     "The address that the mail comes from stands on a block list: send through the submission "
+     "server of a provider (port 587, with a login), or have the list that the reply names remove "
+     "it."},
+    {0, Stage::None, Cause::None, "greylist|greylisted|greylisting|graylist|graylisted|postgrey",
+     "The server puts off senders that it does not know yet (greylisting): send again in 5 to 30 "
+     "minutes."},
+    {0, Stage::None, Cause::None,
+     "too many connections|too many concurrent|concurrent connections|connection limit|rate limit|"
+     "4.7.28|5.7.28|4.3.2|too many messages|sending limit|sending quota|daily user sending|throttl",
+     "The server limits how much one client may send: send less at a time, and the rest later."},
+    // Size and room.
+    {0, Stage::None, Cause::None,
+     "5.2.2|4.2.2|mailbox full|mailbox is full|over quota|overquota|"
+     "quota exceeded|out of storage space",
+     "The recipient's mailbox is full: it has to be made room there before anything arrives."},
+    {452, Stage::None, Cause::None, "4.3.1|storage|disk",
+     "The server's disk is full: tell who looks after it, and send again later."},
+    {0, Stage::None, Cause::None, "the server takes|5.3.4|5.2.3",
+     "Send less, or have the limit of the server raised."},
+    {552, Stage::None, Cause::None, nullptr, "Send less, or have the limit of the server raised."},
+    // Greeting and introduction.
+    {421, Stage::Greeting, Cause::None, nullptr,
+     "The server is busy or shutting down: send again later."},
+    {0, Stage::Greeting, Cause::GreetingError, nullptr,
+     "The server does not serve this address: have it allowed there."},
+    {0, Stage::Ehlo, Cause::None, "refused HELO|refused EHLO",
+     "The server does not take this machine's name{helo}: give the machine a name it takes, or "
+     "allow it there."},
+    {0, Stage::StartTls, Cause::StartTlsRefused, nullptr,
+     "Mend the certificate setup of the server, or use its TLS port (465, {implicit})."},
+    // The envelope and the message.
+    {0, Stage::Sender, Cause::None, "5.1.8|4.1.8|5.1.7|domain not found|sender domain",
+     "The domain of the sender is not known to the server: correct the sender ({from})."},
+    {421, Stage::None, Cause::None, nullptr,
+     "The server is closing or limits this client: send again later."},
+    {4, Stage::None, Cause::None, nullptr,
+     "The server cannot take mail now (greylisting, full disk): send again in some minutes."},
+    {5, Stage::Sender, Cause::None, nullptr,
+     "Use a sender address that the server allows for this client or login ({from})."},
+    {5, Stage::Recipients, Cause::None, nullptr, "Correct the addresses that are refused."},
+    {5, Stage::Data, Cause::None, nullptr,
+     "The reply says why; often a policy of the server against this client or sender."},
+    {5, Stage::Acceptance, Cause::None, nullptr,
+     "The reply says why: content, size, sender or policy."},
+    {5, Stage::Login, Cause::None, nullptr,
+     "The server does not take this way to log in: {method}."},
+};
+
+// What went wrong without a reply that says it.
+constexpr Advice kCauses[] = {
+    // Before a connection stands.
+    {0, Stage::None, Cause::NoSmtpHostname, nullptr, "Name the mail server ({host})."},
+    {0, Stage::None, Cause::EmptyHostname, nullptr, "Name the mail server ({host})."},
+    {0, Stage::None, Cause::DnsFailed, nullptr,
+     "Check the spelling of the host name and the name servers of this machine{names}; an address "
+     "serves in place of a name."},
+    {0, Stage::None, Cause::DnsTimeout, nullptr,
+     "No name server answered: check the network connection and the name servers of this "
+     "machine{names}; an address serves in place of a name."},
+    {0, Stage::None, Cause::None, "not a number from 1 to 65535",
+     "Set the port that the mail server listens at ({port}): 25, 465 or 587."},
+    {0, Stage::None, Cause::Rejected, nullptr,
+     "Check host and port, whether the mail server runs, the network connection of this machine "
+     "and the firewalls on the way."},
+    {0, Stage::None, Cause::ConnectTimeout, nullptr,
+     "Check host and port; a firewall drops the packets, or the provider blocks port 25: then 587 "
+     "or 465."},
+    // Certificates.
+    {0, Stage::Certificate, Cause::None, "another host|names no host",
+     "Name the server as its certificate does ({host}), or give it a certificate with the name "
+     "that is used."},
+    {0, Stage::Certificate, Cause::None, "has expired|not valid yet",
+     "Renew the certificate of the server, and look whether the clock of this machine is right."},
+    {0, Stage::Certificate, Cause::None, "that are pinned",
+     "If the server has a new key and you know whose it is, write its pin down (pin in "
+     "[certificate]); else somebody stands in between."},
+    {0, Stage::Certificate, Cause::None, "issuer of the certificate|issuing certificate",
+     "Give the server a certificate of an authority that this machine trusts, with all "
+     "certificates between, or make this machine trust the authority{trust}."},
+    {0, Stage::Certificate, Cause::None, nullptr,
+     "Give the server a certificate that fits its name and use, of an authority that this machine "
+     "trusts{trust}."},
+    // TLS.
+    {0, Stage::None, Cause::None, "when TLS 1.3 was offered",
+     "Let TLS 1.3 pass to the server; where the network is trusted, do without it{versions}."},
+    {0, Stage::None, Cause::None, "TLS handshake after STARTTLS failed",
+     "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: take it out "
+     "of the way, or use port 465 ({implicit})."},
+    {0, Stage::None, Cause::None, "does not speak TLS",
+     "The port speaks clear text first: {starttls}, or the server's TLS port (465)."},
+    {0, Stage::None, Cause::None, "Timeout in the TLS handshake|TLS handshake took more",
+     "The port may want STARTTLS instead (587, 25): {starttls}."},
+    {0, Stage::None, Cause::None, "alert \"protocol version\"",
+     "The server wants a version that was not offered (TLS 1.0 to 1.3 are): have it speak TLS 1.2 "
+     "or 1.3{versions}."},
+    {0, Stage::None, Cause::TlsVersionNotOffered, nullptr,
+     "The server wants a version that was not offered (TLS 1.0 to 1.3 are): have it speak TLS 1.2 "
+     "or 1.3{versions}."},
+    {0, Stage::None, Cause::TlsDowngrade, nullptr,
+     "Somebody on the way may weaken the encryption: send over another network, and tell who "
+     "looks after this one."},
+    {0, Stage::TlsHandshake, Cause::None, nullptr,
+     "Look at the server's log and have its TLS mended (TLS 1.2 or 1.3); a firewall that inspects "
+     "TLS may break it, too."},
+    {0, Stage::StartTls, Cause::None, nullptr,
+     "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: take it out "
+     "of the way, or use port 465 ({implicit})."},
+    // The greeting and the introduction.
+    {0, Stage::Greeting, Cause::None, "expects TLS from the first byte",
+     "{implicit}, or port 587."},
+    {0, Stage::Greeting, Cause::Timeout, "The server was too slow",
+     "The server or a scanner on the way holds connections back (tarpit, overload): have this "
+     "client exempted, or send later."},
+    {0, Stage::Greeting, Cause::Timeout, "without its end had come",
+     "What listens there is no mail server, or a broken one: check host and port."},
+    {0, Stage::Greeting, Cause::Timeout, nullptr,
+     "Look at the server's log; a server that expects TLS from the first byte is silent, too: then "
+     "{implicit}."},
+    {0, Stage::Greeting, Cause::ConnectionLost, nullptr,
+     "The server turns this address away: look at its log, its list of allowed clients and its "
+     "limit of connections."},
+    {0, Stage::Greeting, Cause::None, nullptr, "Another service listens there: check the port."},
+    {0, Stage::Ehlo, Cause::MessageTooLarge, nullptr,
+     "Send less, or have the limit of the server raised."},
+    {0, Stage::Ehlo, Cause::Timeout, nullptr,
+     "Look at the server's log; a scanner or firewall on the way may swallow the reply."},
+    {0, Stage::Ehlo, Cause::None, nullptr,
+     "Look at the server's log; a scanner or firewall on the way may have cut the connection."},
+    // The login.
+    {0, Stage::None, Cause::NoCredentials, nullptr,
+     "Set user name and password ({login}), without characters that a login cannot carry."},
+    {0, Stage::None, Cause::OAuth2Description, nullptr,
+     "Correct the description of how to get an access token{token}."},
+    {0, Stage::None, Cause::OAuth2Answer, nullptr,
+     "Look at what the token endpoint says: client, secret, scope, or its own state{token}."},
+    {0, Stage::Login, Cause::None, nullptr,
+     "Look at the server's log, and at how it is to be logged in to: {method}."},
+    // The envelope.
+    {0, Stage::None, Cause::None, "if there are no recipients|has no recipients",
+     "Add a recipient before sending, and look at what setRecipient returns."},
+    {0, Stage::None, Cause::None, "The sender is no address",
+     "Write it as name@domain or Name <name@domain> ({from})."},
+    {0, Stage::Recipients, Cause::None, "letters outside ASCII",
+     "Use another address of that recipient, or a server with SMTPUTF8."},
+    {0, Stage::Sender, Cause::None, "letters outside ASCII",
+     "Use another sender address ({from}), or a server with SMTPUTF8."},
+    {0, Stage::None, Cause::None, "came out of order",
+     "Something on the way (a scanner) breaks the server's PIPELINING: have it mended or taken "
+     "out."},
+    {0, Stage::Sender, Cause::Timeout, nullptr,
+     "Look at the server's log; a check of the sender there (DNS, scanner) takes too long{idle}."},
+    {0, Stage::Sender, Cause::ConnectionLost, nullptr,
+     "Look at the server's log; it may want a login."},
+    {0, Stage::Recipients, Cause::Timeout, nullptr,
+     "Look at the server's log; a check of the recipient there takes too long{idle}."},
+    {0, Stage::None, Cause::ConnectionLost, "Before that, RCPT TO",
+     "Correct the refused address: some servers close after one."},
+    // The message.
+    {0, Stage::Acceptance, Cause::BadReply, nullptr,
+     "Look at the server's log before sending again: it may have arrived."},
+    {0, Stage::Acceptance, Cause::None, nullptr,
+     "Ask the recipient or look at the server's log before sending again: it may have arrived."},
+    {0, Stage::Data, Cause::Timeout, nullptr,
+     "Look at the server's log and at its free disk space."},
+    {0, Stage::Data, Cause::ConnectionLost, nullptr,
+     "Look at the server's log; often a size limit or a scanner."},
+    {0, Stage::Rendering, Cause::None, nullptr,
+     "Look whether the files of the message can be read and the disk has room."},
+    // This machine.
+    {0, Stage::None, Cause::SettingsUnusable, nullptr,
+     "Correct that in the settings file: emailsend settings check FILE says whether it can be "
+     "used."},
+    {0, Stage::None, Cause::Aborted, nullptr, "Nothing: the application stopped it."},
+    {0, Stage::None, Cause::OutOfMemory, nullptr,
+     "Send less in one message, or give the program more memory."},
+    {0, Stage::None, Cause::BadReply, nullptr,
+     "What listens there is no mail server, or something on the way garbles it: check host and "
+     "port."},
+    {0, Stage::None, Cause::Timeout, nullptr, "Look at the server's log: it takes too long{idle}."},
+    {0, Stage::None, Cause::ConnectionLost, nullptr,
+     "Look at the server's log: it, or a firewall on the way, has cut the connection."},
+    {0, Stage::None, Cause::None, nullptr,
+     "The log says more (setVerboseLogging, emailsend --verbose)."},
+};
+
+constexpr size_t kCount = std::size(kReplies) + std::size(kCauses);
+
+constexpr auto joined() {
+    std::array<Advice, kCount> all;
+    std::ranges::copy(kCauses, std::ranges::copy(kReplies, all.begin()).out);
+    return all;
+}
+
+constexpr std::array<Advice, kCount> kAll = joined();
+
+}  // namespace
+
+std::span<const Advice> advices() {
+    return kAll;
+}
+
+std::span<const Advice> replyAdvices() {
+    return std::span(kAll).first(std::size(kReplies));
+}
+
+}  // namespace tv::advice
