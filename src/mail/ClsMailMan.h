@@ -37,6 +37,9 @@ public:
     void closeConnection();
     // The last send failed, and the server had not heard of its message yet.
     bool failedBeforeMessage();
+    // Why the last trial failed, and the last send; none where it did not. Not under the lock.
+    const Failure& trialFailure() const { return trialFailure_; }
+    const Failure& sendFailure() const { return lastFailure_; }
 
     // Connects and greets the server over a connection of its own, without logging in. email: what
     // is to be sent then, for the line of the log of sends where that comes to nothing.
@@ -76,7 +79,8 @@ private:
     void tellTranscript(const Failure& failure);
 
     std::shared_ptr<const settings::Settings> file_;
-    Failure lastFailure_;
+    Failure trialFailure_;
+    Failure lastFailure_;   // of a send
     uint64_t trialMs_ = 0;  // what a trial has taken of the time of the send that follows
     SmtpConnImpl smtp_;
     std::vector<std::string> acceptedRecipients_;

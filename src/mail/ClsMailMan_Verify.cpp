@@ -15,16 +15,16 @@ bool ClsMailMan::VerifySmtpConnection(ProgressMonitor* monitor, const ClsEmail* 
     const uint64_t startMs = plat::sysClock().tickMs();
     SettingsOverlay overlay(smtp_.settings, file_.get());
     SmtpConnImpl trial;
-    Failure failure = overlay.lay(log);
-    if (!failure) {
+    trialFailure_ = overlay.lay(log);
+    if (!trialFailure_) {
         CallContext call(log);
         call.setMonitor(monitor);
         call.names = overlay.names();
-        failure = tryConnection(call, trial);
+        trialFailure_ = tryConnection(call, trial);
     }
-    trialMs_ = failure ? 0 : plat::sysClock().tickMs() - startMs;
-    if (failure && email) recordUnsent(log, *email, trial.peer(), failure, startMs);
-    return operation.finish(!failure);
+    trialMs_ = trialFailure_ ? 0 : plat::sysClock().tickMs() - startMs;
+    if (trialFailure_ && email) recordUnsent(log, *email, trial.peer(), trialFailure_, startMs);
+    return operation.finish(!trialFailure_);
 }
 
 Failure ClsMailMan::tryConnection(CallContext& call, SmtpConnImpl& trial) {

@@ -144,6 +144,7 @@ Failure SmtpTransfer::readRcptTo(const std::string& recipient, SmtpResponse& rep
     }
     if (reply.statusCode == kServiceClosing) mayReconnect_ = true;
     lastRefusal_ = recipientStep(recipient) + " was answered with: " + reply.shownFinalLine();
+    refusedReply_ = reply;
     // RFC 5321 section 4.5.3.1.10: the server has no room for more, but for those it has taken.
     const bool full = reply.statusCode == kTooMany || reply.statusCode == kTooManyOfOld;
     if (full && !transaction_.accepted.empty()) {
@@ -153,7 +154,6 @@ Failure SmtpTransfer::readRcptTo(const std::string& recipient, SmtpResponse& rep
     }
     call_.log.logData("bad_address", recipient);
     transaction_.refused.push_back(recipient);
-    refusedReply_ = reply;
     return {};
 }
 

@@ -9,6 +9,7 @@
 #include <regex>
 #include <sstream>
 
+#include "advice/Advice.h"
 #include "base/Base64.h"
 #include "mail/sasl/NtlmVersion.h"
 #include "tests/fixtures/HexBytes.h"
@@ -198,6 +199,11 @@ public:
             judge(act, std::regex_replace(added, std::regex("\\{\\d+ bytes"), "{N bytes"));
         }
         judgeLog(act);
+        const Failure& failure =
+            isTrial ? world_.mailMan.trialFailure() : world_.mailMan.sendFailure();
+        if (isTrial || world_.mailMan.failedBeforeMessage())
+            judgeFinding(failure, world_.logText());
+        if (!isTrial) judgeFinding(failure, added);
     }
 
 private:
@@ -272,6 +278,23 @@ private:
             rest = replaceAll(rest, text, "");
         }
         expectNothingShown(rest);  // but what the row says
+    }
+
+    // Who has the text alone learns the same; but for what it does not say of a login.
+    static void judgeFinding(const Failure& failure, const std::string& lastError) {
+        if (!failure) return;
+        const advice::Finding wanted = advice::findingOf(failure);
+        const advice::Finding found = advice::findingIn(lastError);
+        EXPECT_EQ(found.stage, wanted.stage) << lastError;
+        EXPECT_EQ(found.repeat, wanted.repeat) << lastError;
+        if (contains(wanted.words, "by XOAUTH2 could not go on")) return;
+        EXPECT_STREQ(adviceOn(found).change, adviceOn(wanted).change) << found.words << "\n"
+                                                                      << wanted.words << "\n"
+                                                                      << lastError;
+        if (wanted.replyCode == 334) return;
+        EXPECT_EQ(found.cause, wanted.cause) << lastError;
+        EXPECT_EQ(found.replyCode, wanted.replyCode) << lastError;
+        EXPECT_EQ(found.reply, wanted.reply) << lastError;
     }
 
     MailWorld world_;
