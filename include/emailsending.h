@@ -229,6 +229,23 @@ int EMAILSENDING_CALL szBrisko(void);
  * place until the same thread calls getLastError after another szBrisko has ended, whatever other
  * threads do meanwhile (the library keeps a text for each of the last 64 threads that asked), or
  * until the library is unloaded.
+ *
+ * One line of it is for a user: the last one after a failed send, the last one that is neither
+ * frame nor fact after a failed trial. (A settings file may put a sentence with the remedy before
+ * all, as the first line: "first-line = yes".)
+ *
+ *     // The line of getLastError's text that says what went wrong.
+ *     static void telling_line(const char* text, char* line, size_t size) {
+ *         const int trial = strstr(text, "TolvaneLog:") != NULL;  // its log; else the dialogue of a send
+ *         for (*line = 0; *text; text += strspn(text, " \r\n")) {
+ *             const size_t length = strcspn(text, "\r\n"), word = strcspn(text, " \r\n");
+ *             const size_t shown = length < size ? length : size - 1;
+ *             const int frame = !strncmp(text, "--", 2) || (word && text[word - 1] == ':') ||
+ *                               !strncmp(text, "Failed", 6) || !strncmp(text, "Terminated", 10);
+ *             if (length && !(trial && frame)) line[shown] = 0, memcpy(line, text, shown);
+ *             text += length;
+ *         }
+ *     }
  */
 const char* EMAILSENDING_CALL getLastError(void);
 

@@ -91,7 +91,7 @@ std::string shown(std::string_view words) {
         const auto byte = static_cast<unsigned char>(c);
         out += byte < ' ' || byte == 0x7F ? ' ' : c;
     }
-    if (words.size() <= kMostShown) return out;
+    if (words.size() <= kMostShown) return std::string(trimmed(out));
     // Not within a character.
     while (!out.empty() && (static_cast<unsigned char>(words[out.size()]) & 0xC0) == 0x80) {
         out.pop_back();

@@ -120,7 +120,8 @@ constexpr Advice kReplies[] = {
      "The server cannot take mail now (greylisting, full disk): send again in some minutes."},
     {5, Stage::Sender, Cause::None, nullptr,
      "Use a sender address that the server allows for this client or login ({from})."},
-    {5, Stage::Recipients, Cause::None, nullptr, "Correct the addresses that are refused."},
+    {5, Stage::Recipients, Cause::None, nullptr,
+     "Correct the addresses; the dialogue names those that are refused."},
     {5, Stage::Data, Cause::None, nullptr,
      "The reply says why; often a policy of the server against this client or sender."},
     {5, Stage::Acceptance, Cause::None, nullptr,
@@ -142,12 +143,12 @@ constexpr Advice kCauses[] = {
      "machine{names}; an address serves in place of a name."},
     {0, Stage::None, Cause::None, "not a number from 1 to 65535",
      "Set the port that the mail server listens at ({port}): 25, 465 or 587."},
-    {0, Stage::None, Cause::Rejected, nullptr,
-     "Check host and port, whether the mail server runs, the network connection of this machine "
-     "and the firewalls on the way."},
     {0, Stage::None, Cause::ConnectTimeout, nullptr,
      "Check host and port; a firewall drops the packets, or the provider blocks port 25: then 587 "
      "or 465."},
+    {0, Stage::Connect, Cause::None, nullptr,
+     "Check host and port, whether the mail server runs, the network connection of this machine "
+     "and the firewalls on the way."},
     // Certificates.
     {0, Stage::Certificate, Cause::None, "another host|names no host",
      "Name the server as its certificate does ({host}), or give it a certificate with the name "
@@ -259,6 +260,11 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::BadReply, nullptr,
      "What listens there is no mail server, or something on the way garbles it: check host and "
      "port."},
+    {0, Stage::None, Cause::LineTooLong, nullptr,
+     "What listens there is no mail server, or something on the way garbles it: check host and "
+     "port."},
+    {0, Stage::Local, Cause::Internal, nullptr,
+     "Start the program again; if that does not help, its log says more."},
     {0, Stage::None, Cause::Timeout, nullptr, "Look at the server's log: it takes too long{idle}."},
     {0, Stage::None, Cause::ConnectionLost, nullptr,
      "Look at the server's log: it, or a firewall on the way, has cut the connection."},

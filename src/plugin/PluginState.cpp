@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include "advice/Advice.h"
 #include "base/XString.h"
 #include "mail/ClsMailMan.h"
 #include "mail/SendRecord.h"
@@ -54,6 +55,12 @@ void keepLog(const settings::Settings* file, TvMailMan& mailMan) {
     if (!file || !file->failures) return;
     constexpr uint32_t kUsual = 100;  // as the table of keys says
     keepFailure(*file->failures, file->keep.value_or(kUsual), mailMan.LastErrorText().bytes());
+}
+
+// What failed and what to change before all else, where the settings file asks for that; ANSI.
+std::string told(const settings::Settings* file, const Failure& failure, std::string text) {
+    if (!file || !file->firstLine.value_or(false)) return text;
+    return XString(advice::oneSentence(advice::findingOf(failure), true)).ansi() + "\r\n" + text;
 }
 
 bool refusesWithout(const settings::Settings* file) {
@@ -145,7 +152,7 @@ bool PluginState::send() {
     const Trial trial = trialOf(file.get());
     if (needsTrial(trial, inner) && !mailMan.VerifySmtpConnection(turn->email)) {
         keepLog(file.get(), mailMan);
-        lastError.set(mailMan.LastErrorText().bytes());
+        lastError.set(told(file.get(), inner.trialFailure(), mailMan.LastErrorText().bytes()));
         return false;
     }
     mailMan.ClearSmtpSessionLog();
@@ -168,6 +175,7 @@ bool PluginState::send() {
     } else if (!sent) {
         failure = mailMan.SmtpSessionLog().bytes();
     }
+    if (!sent) failure = told(file.get(), inner.sendFailure(), std::move(failure));
     if (file && !file->reuse.value_or(true)) inner.closeConnection();
     lastError.set(std::move(failure));
     return sent;

@@ -97,6 +97,7 @@ struct Settings {
     std::optional<uint32_t> keep;
     std::optional<std::string> debug;  // path
     std::optional<bool> messageBox;
+    std::optional<bool> firstLine;
 
     std::optional<std::string> testFolder;  // path
     std::optional<std::string> redirect;

@@ -242,6 +242,9 @@ constexpr Key kKeys[] = {
         "hangs. It grows without limit."),
     key("log", "message-box", kYesNo, number<&Settings::messageBox>, "yes", "no",
         "Whether a message box tells of an attachment that could not be read (Windows)."),
+    key("log", "first-line", kYesNo, number<&Settings::firstLine>, "no", "yes",
+        "Whether what the host program gets of a failed send begins with one line that says what\n"
+        "failed, what to change, and whether to send it again."),
 
     key("test", "folder", {Kind::Target}, text<&Settings::testFolder>, "none", "outbox",
         "A folder in which each message is laid down as a file, with its envelope, in place of\n"

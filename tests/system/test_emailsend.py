@@ -32,40 +32,45 @@ def test_the_sample(product, receiver, sample, tmp_path):
     assert (tmp_path / "emailsending.log").read_bytes().startswith(b"--BEGIN SENT TOLVANE EMAIL--\n")
 
 
-# Name: options beside the server, sender and a recipient that it refuses; how stderr begins, what
-# else stands there. The first three are tried (code 1).
+# Name: options beside the server, sender and a recipient that it refuses; exit code, how stderr begins,
+# what else stands there.
 FAILURES = {
-    "refused recipient": (["--verbose"], "the message was not accepted\n",
-                          ["RCPT TO:<bela@example.test>", "no such mailbox"]),
+    "refused recipient": (["--verbose"], 69, "Naming the recipients (RCPT TO) failed: No recipient was accepted. ",
+                          ["was answered with: 550", "Correct the addresses", "RCPT TO:<bela@example.test>",
+                           "no such mailbox"]),
+    "in one sentence": ([], 69, "Naming the recipients (RCPT TO) failed: ", ["something has changed.\n"]),
     "no server": (["--port", "1", "--verbose", "--auth", "ntlm", "--user", "Default"],  # no password
-                  "the message was not accepted\nTolvaneLog:", ["VerboseLogging: 1"]),
-    "no address": (["--cc", ""], 'no recipient: ""\n', []),
-    **{f"missing after {' '.join(words)}": ([*words, "missing"], "cannot read the file missing", [])
+                  69, "Connecting to the server failed: No connection to 127.0.0.1:1: Connection rejected. Check host",
+                  ["sending it again is safe.\nTolvaneLog:\n", "VerboseLogging: 1"]),
+    "no such host": (["--host", "no..such"], 68, "Looking up the server's name failed: ", []),
+    "no TLS there": (["--tls=implicit"], 76, "The TLS handshake failed: ", ["encryption = starttls in [server]"]),
+    "no address": (["--cc", ""], 64, 'no recipient: ""\n', []),
+    **{f"missing after {' '.join(words)}": ([*words, "missing"], 66, "cannot read the file missing: ", [])
        for words in (["--html"], ["--attach", "plain", "--attach"], ["--html", "plain", "--logo"],
                      ["--password-file"])},
-    "a folder": (["--attach", "."], "cannot read the file .", []),
-    "no file": (["--attach", ""], "--attach names no file", []),
-    "NUL in the body": (["--html", "zero"], "the body is no UTF-8 text: zero", []),
-    "body in Latin-1": (["--html", "latin1"], "the body is no UTF-8 text: latin1", []),
-    "two lines": (["--password-file", "lines"], "the file holds more than one line: lines", []),
-    "no password": (["--user", "me", "--auth", "NTLM"], "--user needs a password", []),
-    "missing library": (["--library", "missing"], "cannot load the plug-in missing: ", []),
-    "logo alone": (["--logo", "plain"], "--logo needs a body", []),
-    "sender without @": (["--from", "a"], "--from is missing or no address", []),
-    "no value": (["--host"], "--host needs a value", []),
-    "a word too many": (["--log", "now"], 'unknown argument "now"', []),
-    "password in the open": (["--password", "x"], 'unknown argument "--password"', []),
-    **{f"{option} {value!r}": ([option, value], f'{option} cannot be "{value}"', [])
+    "a folder": (["--attach", "."], 66, "cannot read the file .", []),
+    "no file": (["--attach", ""], 66, "--attach names no file", []),
+    "NUL in the body": (["--html", "zero"], 66, "the body is no UTF-8 text: zero", []),
+    "body in Latin-1": (["--html=latin1"], 66, "the body is no UTF-8 text: latin1", []),
+    "two lines": (["--password-file", "lines"], 66, "the file holds more than one line: lines", []),
+    "no password": (["--user", "me", "--auth", "NTLM"], 64, "--user needs a password", []),
+    "missing library": (["--library", "missing"], 66, "cannot load the plug-in missing: ", []),
+    "logo alone": (["--logo", "plain"], 64, "--logo needs a body", []),
+    "sender without @": (["--from", "a"], 64, "--from is missing or no address", []),
+    "no value": (["--host"], 64, "--host needs a value", []),
+    "a word too many": (["--log", "now"], 64, 'unknown argument "now"', []),
+    "password in the open": (["--password=x"], 64, 'unknown argument "--password=x"', []),
+    **{f"{option} {value!r}": ([option, value], 64, f'{option} cannot be "{value}"', [])
        for option, value in [("--tls", "ssl3"), ("--auth", "XOAUTH2"), ("--ntlm-version", "v2"),
                              *(("--port", port) for port in ("", "0", "65536", "25x", " 25",
                                                              "99999999999"))]},
     "on Windows: a file beyond all memory": (
-        ["--attach", "huge"], "there is not enough memory for the file huge\n", []),
+        ["--attach", "huge"], 66, "there is not enough memory for the file huge\n", []),
     "on Windows: a user that does not fit the code page": (
-        ["--password-file", "plain", "--user", "пользователь"], "--user has characters", []),
+        ["--password-file", "plain", "--user", "пользователь"], 64, "--user has characters", []),
     # So few descriptors are left to the process that the plug-in gets none for the file.
     "on Linux: a file that the plug-in cannot attach": (
-        ["--attach", "plain"], "could not attach the file plain\nemailsending: ",
+        ["--attach", "plain", "--verbose"], 66, "could not attach the file plain\nemailsending: ",
         ["Failed to load file."]),
 }
 
@@ -73,7 +78,7 @@ FAILURES = {
 @pytest.mark.parametrize("build, case", [(build, case) for case in FAILURES for build in (
     ["dll"] if "on Windows" in case else ["so"] if "on Linux" in case else ["so", "dll"])])
 def test_failures(build, request, tmp_path, case):
-    (arguments, error, more), product = FAILURES[case], request.getfixturevalue(build)
+    (arguments, code, error, more), product = FAILURES[case], request.getfixturevalue(build)
     for name, content in {"plain": b"text", "zero": b"a\0b", "latin1": b"\xe1", "lines": b"a\nb\n",
                           "huge": b""}.items():
         (tmp_path / name).write_bytes(content)
@@ -82,27 +87,48 @@ def test_failures(build, request, tmp_path, case):
     with Receiver(refuse=["bela@example.test"]) as receiver:
         done = run(product, product.program, *HOST, *FROM, *TO, "--port", receiver.port, *arguments,
                    cwd=tmp_path, **few if "cannot attach" in case else {})
-    assert (receiver.messages, done.code, done.out) == ([], 1 if case in list(FAILURES)[:3] else 2, "")
+    assert (receiver.messages, done.code, done.out) == ([], code, ""), done.err
     assert done.err.startswith("emailsend: " + error)
-    assert all(text in done.err for text in more)
+    assert all(text in done.err for text in more), done.err
+    assert "--verbose" in arguments or "TolvaneLog" not in done.err
+
+
+def test_who_was_left_out(product):
+    with Receiver(refuse=["cili@example.test"]) as receiver:
+        done = run(product, product.program, *HOST, *FROM, *TO, "--port", receiver.port, "--cc", "cili@example.test")
+    assert (done.code, len(receiver.messages)) == (0, 1)
+    assert done.err == "emailsend: not for cili@example.test: the server answered 550\n"
+
+
+def test_other_ways_to_say_it(product, receiver, tmp_path):
+    (tmp_path / "body").write_text("<p>=é</p>", "utf-8")
+    with (tmp_path / "body").open("rb") as body:
+        done = run(product, product.program, *HOST, *FROM, *TO, f"--port={receiver.port}", "--subject=a=b", "--html", "-",
+                   stdin=body)
+    assert done == (0, "", "")
+    received = receiver.messages[-1].parsed()
+    assert received["Subject"] == "a=b" and "=é" in received.get_body().get_content()
+    told = {word: run(product, product.program, word) for word in ("--help", "-h", "/?", "--version")}
+    assert told["-h"] == told["/?"] == told["--help"] and told["-h"].out.startswith("emailsend: ")
+    assert told["--version"] == (0, "emailsend 1.0.0\n", "")
 
 
 def test_what_every_message_needs(so):
     for words, error in {(): "--host is missing", (*HOST, *TO): "--from is missing or no address",
                          (*HOST, *FROM): "there is no recipient"}.items():
         done = run(so, so.program, *words)
-        assert done.code == 2 and done.err.startswith("emailsend: " + error), words
+        assert done.code == 64 and done.err.startswith("emailsend: " + error), words
 
 
 STOPPED = "emailsend: stopped; the server may or may not have the message"
 
 
-def on_terminal(product, port, keys=b""):
+def on_terminal(product, port, keys=b"", **env):
     """Exit code, and all that stood on the terminal; the keys are typed when the line stands there."""
     master, slave = pty.openpty()
     seen = b""
     command = product.command(product.program, *HOST, *FROM, *TO, "--port", str(port))
-    with subprocess.Popen(command, env=product.env, stdin=slave, stdout=slave, stderr=slave, preexec_fn=lambda: (
+    with subprocess.Popen(command, env={**product.env, **env}, stdin=slave, stdout=slave, stderr=slave, preexec_fn=lambda: (
             os.setsid(), fcntl.ioctl(0, termios.TIOCSCTTY, 0))) as process:
         os.close(slave)
         with contextlib.suppress(OSError):  # the program has gone
@@ -123,9 +149,13 @@ def test_a_line_on_the_terminal_while_it_takes_long(so):
     assert seen.startswith("\r" + line) and seen.endswith("\r" + " " * len(line) + "\r")
 
 
-def test_ctrl_c_ends_it_at_once(product):
+@pytest.mark.parametrize("no_color", ["", "1"])
+def test_ctrl_c_ends_it_at_once(product, no_color):
     with socket.create_server(("127.0.0.1", 0)) as silent:
-        code, seen = on_terminal(product, silent.getsockname()[1], b"\x03")
+        code, seen = on_terminal(product, silent.getsockname()[1], b"\x03", TERM="xterm", NO_COLOR=no_color)
+    red = "\x1b[1;31memailsend:\x1b[0m "
+    assert product.wine or (red in seen) == (not no_color)
+    seen = seen.replace(red, "emailsend: ")
     # Wine's console writes control sequences of its own.
     assert code == 3 and "emailsend: sending 0 KB to 127.0.0.1" in seen and STOPPED + "\r" in seen
 

@@ -84,7 +84,7 @@ class Site:
 
     def send(self, server, *words, host="localhost", sender="a@b.test", to="c@d.test", **env):
         return run(self.product, self.product.program, "--host", host, "--port", server.port, "--from", sender,
-                   "--to", to, *words, env={"EMAILSENDING_SETTINGS": self.product.path(self.file), **env})
+                   "--to", to, "--verbose", *words, env={"EMAILSENDING_SETTINGS": self.product.path(self.file), **env})
 
 
 @pytest.fixture
@@ -173,7 +173,7 @@ def test_names(product, tmp_path, certificates, name_servers, case):
     site.say(f"[names]\n{said}\n")
     with Watched(certificates, "other") as server:
         done = site.send(server, host=MAIL)
-        assert (done.code, bool(server.connections)) == ((0, True) if told is None else (1, False)), done.err
+        assert (done.code == 0, bool(server.connections)) == (told is None, told is None), done.err
     assert (told or "") in done.err and "systemResolver" not in done.err
 
 
@@ -212,8 +212,8 @@ def test_connection_and_message(site):
     assert b"--BEGIN SENT TOLVANE EMAIL--" in (site.file.parent / "sent.log").read_bytes()
 
 
-@pytest.mark.parametrize("said, code", [("", 1), ("acceptance-timeout = 10 s", 0),
-                                        ("acceptance-timeout = 10 s\ntotal-timeout = 1 s", 1)])
+@pytest.mark.parametrize("said, code", [("", 3), ("acceptance-timeout = 10 s", 0),
+                                        ("acceptance-timeout = 10 s\ntotal-timeout = 1 s", 3)])
 def test_a_server_that_thinks(site, said, code):
     def plan(_, command):
         return time.sleep(1.6) if command == "." else None
@@ -325,7 +325,7 @@ def test_logs_of_sends_and_failures(site, tmp_path, certificates):
     with Watched(certificates, "good", refuse=["no@d.test"]) as server:
         assert site.send(server, "--to", "no@d.test", "--subject", "x").code == 0
         for _ in range(3):
-            assert site.send(server, to="no@d.test").code == 1
+            assert site.send(server, to="no@d.test").code == 69
         lines = (tmp_path / "sends.log").read_text().splitlines()
         for _ in range(12):
             site.send(server)
@@ -387,9 +387,9 @@ def test_files_of_logs(site, tmp_path, said, files):
 
 # What the server has heard when it is over, and what the program was told.
 @pytest.mark.parametrize("said, refuse, code, heard, told", [
-    ("check-size = yes", "-", 1, ["EHLO"], "takes 99 at most, as it announced (SIZE)"),
+    ("check-size = yes", "-", 69, ["EHLO"], "takes 99 at most, as it announced (SIZE)"),
     ("check-size = no", "-", 0, ["EHLO", "MAIL", "RCPT", "RCPT", "DATA"], ""),
-    ("all-recipients = yes", "<e@f.test>", 1, ["EHLO", "MAIL", "RCPT", "RCPT", "RSET"], "Not all recipients were accepted"),
+    ("all-recipients = yes", "<e@f.test>", 69, ["EHLO", "MAIL", "RCPT", "RCPT", "RSET"], "Not all recipients were accepted"),
     ("all-recipients = yes", "-", 0, ["EHLO", "MAIL", "RCPT", "RCPT", "DATA"], "")])
 def test_message_rules(site, said, refuse, code, heard, told):
     def plan(_, command):
@@ -442,7 +442,7 @@ def test_corrections_do_not_take_tls_from_a_verified_server(site):
     """Implicit TLS at port 25 is corrected to none: nothing may leave in clear then."""
     site.say("[certificate]\nverify = yes\n")
     done = site.send(types.SimpleNamespace(port=25), "--tls", "implicit", host="127.0.0.1")
-    assert done.code == 1 and '"verify" of [certificate] needs "encryption"' in done.err
+    assert done.code == 78 and '"verify" of [certificate] needs "encryption"' in done.err
 
 
 def test_missing_attachment(site, tmp_path):
@@ -467,7 +467,7 @@ def test_file_and_host_of_a_secret(site):
     with ScriptedServer(plan) as server, Watched() as stranger:
         site.say(f"[server]\nhost = localhost\nport = {server.port}\n[login]\nuser = anna\npassword = hidden-word\n")
         done = site.send(stranger, host="127.0.0.1")
-        assert (done.code, stranger.connections) == (1, 0)
+        assert (done.code, stranger.connections) == (77, 0)
         assert not any("AUTH" in line for _, line in server.commands)
         assert "only-encrypted" in done.err and "hidden-word" not in done.err
 
@@ -488,7 +488,7 @@ def test_order_of_methods(site, methods, reply, tried):
                  f"password = x\nonly-encrypted = no\nmethods = {methods}\n")
         done = site.send(server)
     assert [line.split()[1] for _, line in server.commands if line.startswith("AUTH")] == tried
-    assert done.code == (0 if reply.startswith("235") else 1)
+    assert done.code == {"235": 0, "454": 75}.get(reply[:3], 77)
 
 
 TLS12 = ssl.TLSVersion.TLSv1_2
@@ -553,7 +553,7 @@ def test_login_that_cannot_be_bound(site, tmp_path, encryption, said, offer, tol
         text = LOGIN.format("never", encryption, server.port, "required") + said
         site.say(text.replace("user = anna\n", "") if "user" in said else text)
         done = site.send(server)
-    assert (done.code, server.taken) == (1, []) and told in done.err and '"channel-binding" of [login]' in done.err
+    assert (done.code, server.taken) == (77, []) and told in done.err and '"channel-binding" of [login]' in done.err
     assert not [line for _, line in server.commands if line[:4] in ("AUTH", "MAIL")]
 
 
@@ -711,7 +711,7 @@ def test_beside_the_library(product, tmp_path):
     with Watched() as server:  # another port than the file's
         done = run(product, product.program, "--library", product.path(library), "--host", "127.0.0.1", "--port",
                    server.port, "--from", "a@b.test", "--to", "c@d.test")
-    assert done.code == 1 and "127.0.0.1:587" in done.err
+    assert done.code == 69 and "127.0.0.1:587" in done.err
 
 
 def test_document_and_sample_say_the_keys(so, tmp_path):
@@ -723,3 +723,16 @@ def test_document_and_sample_say_the_keys(so, tmp_path):
     sample.write_text(text)
     sample.chmod(0o600)
     assert run(so, so.program, "settings", "check", sample).out.endswith("nothing\n")
+
+
+@pytest.mark.parametrize("trial", ["always", "never"])
+def test_the_first_line(site, trial):
+    """What getLastError gives begins with the sentence, and is else as it was."""
+    site.say(f"[server]\ntrial = {trial}\n[log]\nfirst-line = yes\n")
+    nobody = types.SimpleNamespace(port=1)
+    told = site.send(nobody, host="127.0.0.1").err.split("\n")
+    assert told[0] == "emailsend: " + told[1] and "host and port" in told[0] and told[2] == "TolvaneLog:"
+    with ScriptedServer(lambda _, command: "550 5.7.54 no relay\r\n" if command == "RCPT" else None) as server:
+        told = site.send(server, host="127.0.0.1").err.split("\n")
+        assert told[0] == "emailsend: " + told[1] and "user and password in [login]" in told[0]
+        assert told[2].startswith("220 ") and told[-2].startswith("NoValidRecipients: ")

@@ -35,25 +35,40 @@ Message (--to, --cc, --bcc and --attach may be repeated)
   --cc ADDRESS           recipient of a copy
   --bcc ADDRESS          recipient of a blind copy
   --subject TEXT
-  --html FILE            body, UTF-8; {LOGO} in it marks the place of the logo
+  --html FILE            body, UTF-8; {LOGO} in it marks the place of the logo; - is stdin
   --logo FILE            image for that place
   --attach FILE
 
 Other
   --log                  append the message to emailsending.log in the current directory
-  --verbose              add the time of each step, reply codes and the steps of the TLS
-                         handshake to the account of a server that could not be reached
+  --verbose              after the sentence that says what failed, the whole log; of a server that
+                         could not be reached with times, codes and the steps of the TLS handshake
   --library PATH         the plug-in to load (the one beside this program)
-  --help
+  --help, -h, /?
+  --version
+
+--name=value is --name value.
 
   emailsend settings     which settings file counts, and more (emailsend settings --help)
+  emailsend errors       all that can go wrong, and what to change (docs/errors.md)
 
 It waits as long as the plug-in does: two minutes for a server that is gone, longer for a slow one.
 
-Exit code: 0 the server accepted the message for at least one recipient; 1 it did not (what is said
-tells whether it may have the message all the same), or a recipient was refused beforehand; 2 the
-command line, a file or the plug-in could not be used, and nothing was sent; 3 it was stopped by
-Ctrl-C, and the server may or may not have the message.
+Recipients that the server refused while it took the message for others are told on stderr (where a
+settings file counts, if it has "sends" in [log]).
+
+Exit code:
+  0   the server accepted the message for at least one recipient
+  3   nobody knows: the server may have the message (a lost connection, Ctrl-C)
+  64  the command line, a sender or a recipient cannot be used
+  66  a file or the plug-in cannot be read
+  68  no such host
+  69  no connection, or refused for good
+  70  something within failed: memory, the making of the message
+  75  refused for now: send it again later
+  76  no SMTP there, or no TLS where it must be
+  77  the login or the certificate is refused
+  78  the settings file cannot be used
 )";
 
 namespace {
@@ -86,9 +101,9 @@ struct FlagOption {
     bool Arguments::*target;
 };
 constexpr FlagOption kFlagOptions[] = {
-    {"--help", &Arguments::help},
-    {"--log", &Arguments::log},
-    {"--verbose", &Arguments::verbose},
+    {"--help", &Arguments::help}, {"-h", &Arguments::help},
+    {"/?", &Arguments::help},     {"--version", &Arguments::version},
+    {"--log", &Arguments::log},   {"--verbose", &Arguments::verbose},
 };
 
 struct TlsWord {
@@ -192,17 +207,22 @@ bool parseArguments(const std::vector<std::string>& words, Arguments& out, std::
             out.*flag = true;
             continue;
         }
-        if (!isValueOption(word)) {
+        const size_t equals = word.find('=');
+        const std::string name = word.substr(0, equals);
+        if (!isValueOption(name)) {
             error = "unknown argument \"" + word + "\"";
             return false;
         }
-        if (++i == words.size()) {
+        if (equals == std::string::npos && ++i == words.size()) {
             error = word + " needs a value";
             return false;
         }
-        if (!takeValue(word, words[i], out, error)) return false;
+        if (!takeValue(name, equals == std::string::npos ? words[i] : word.substr(equals + 1), out,
+                       error)) {
+            return false;
+        }
     }
-    return out.help || isWholeMessage(out, error);
+    return out.help || out.version || isWholeMessage(out, error);
 }
 
 }  // namespace emailsend

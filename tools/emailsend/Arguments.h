@@ -13,6 +13,7 @@ enum class Tls { AsOffered, None, Implicit, StartTls };
 // All text is UTF-8.
 struct Arguments {
     bool help = false;
+    bool version = false;
     std::string library;  // empty: the one beside the program
     std::string host;
     int32_t port = 25;

@@ -4,6 +4,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "platform/SysError.h"
 #include "platform/SysFile.h"
 
 namespace emailsend {
@@ -45,7 +46,7 @@ bool readFile(const std::string& path, std::string& out, std::string& error) {
     const bool opened = file.openRead(path) && file.size(size);
     if (opened && !makeRoom(out, size)) return lacksMemory(path, error);
     if (opened && readAll(file, out)) return true;
-    error = "cannot read the file " + path;
+    error = "cannot read the file " + path + (opened ? "" : ": " + tv::plat::lastErrorWords());
     return false;
 }
 

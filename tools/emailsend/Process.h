@@ -14,12 +14,25 @@ std::vector<std::string> commandLine(int argc, char** argv);
 // Empty where the variable is not set.
 std::string environmentVariable(const char* name);
 
+// An empty value takes the variable away.
+void setEnvironmentVariable(const char* name, const std::string& value);
+
 // The plug-in that lies beside this program.
 std::string libraryBesideProgram();
+// The file that this code was loaded from; empty where the system does not tell.
+std::string fileOfCode(const void* code);
+
+// A new folder for us alone; empty where there can be none. It is removed empty.
+std::string makeTemporaryFolder();
+void removeTemporaryFolder(const std::string& folder);
 
 void printOut(std::string_view text);
 void printError(std::string_view text);
 bool errorsGoToTerminal();
+// On a terminal that knows them, unless NO_COLOR (no-color.org) says otherwise.
+bool errorsHaveColours();
+// All of stdin, byte for byte; false where it cannot be read.
+bool readInput(std::string& out);
 
 // One line of stdin, asked for by the prompt where somebody sits there, and then not shown.
 std::string secretLine(std::string_view prompt);

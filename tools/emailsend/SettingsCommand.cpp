@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "base/Base64.h"
+#include "emailsend/ExitCodes.h"
 #include "emailsend/Process.h"
 #include "platform/SysFile.h"
 #include "platform/SysProtect.h"
@@ -25,7 +26,7 @@ const char* const kSettingsUsage = R"(emailsend settings: the settings file of t
   emailsend settings sample             all keys, each with its meaning, as a file to start from
   emailsend settings table              the same as a table for docs/settings.md
 
-Exit code: 0 there is no file or it can be used; 2 the command line could not be used; 78 the file
+Exit code: 0 there is no file or it can be used; 64 the command line could not be used; 78 the file
 could not.
 )";
 
@@ -34,8 +35,6 @@ namespace {
 using tv::settings::Key;
 
 constexpr int kGood = 0;
-constexpr int kUsageError = 2;
-constexpr int kUnusableSettings = 78;  // EX_CONFIG of sysexits.h
 
 // Each line with a text in front.
 std::string indented(std::string_view text, std::string_view front) {
@@ -89,7 +88,7 @@ int tell(const std::string& path) {
     const tv::Failure failure = tv::settings::readSettings(path, settings, seen);
     if (failure) {
         printError("emailsend: " + failure.text() + "\n");
-        return kUnusableSettings;
+        return kSettings;
     }
     printOut(path + " can be used. It says:\n");
     for (const std::string& line : settings.inForce) {
@@ -109,7 +108,7 @@ int tellWhichCounts(const std::string& library) {
     const tv::Failure failure = file.refresh();
     if (failure) {
         printError("emailsend: " + failure.text() + "\n");
-        return kUnusableSettings;
+        return kSettings;
     }
     if (file.current()) return tell(file.current()->file);
     printOut("There is none: the host program's settings count.\n");
@@ -125,7 +124,7 @@ int protect() {
         printError(
             "emailsend: there is no password, or this system does not protect any (DPAPI of "
             "Windows does).\n");
-        return kUnusableSettings;
+        return kSettings;
     }
     printOut("password = dpapi:" + tv::base64Encode(blob) + "\n");
     printError(

@@ -4,12 +4,16 @@
 #include <string>
 #include <string_view>
 
+#include "advice/Advice.h"
 #include "base/CodePage.h"
 #include "base/XString.h"
 #include "emailsend/Arguments.h"
+#include "emailsend/ErrorsCommand.h"
+#include "emailsend/ExitCodes.h"
 #include "emailsend/Files.h"
 #include "emailsend/PlugIn.h"
 #include "emailsend/Process.h"
+#include "emailsend/Recipients.h"
 #include "emailsend/SettingsCommand.h"
 #include "emailsend/Watched.h"
 #include "platform/SysHost.h"
@@ -18,10 +22,6 @@
 namespace emailsend {
 namespace {
 
-constexpr int kAccepted = 0;
-constexpr int kNotAccepted = 1;
-constexpr int kUnusable = 2;
-constexpr int kStopped = 3;
 constexpr char kPasswordVariable[] = "EMAILSEND_PASSWORD";
 
 class Secret {
@@ -50,7 +50,12 @@ struct Job {
 bool readBody(const std::string& path, std::string& body, std::string& error) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (path.empty()) return true;
-    if (!readFile(path, body, error)) return false;
+    if (path == "-") {
+        if (!readInput(body)) error = "cannot read the body from stdin";
+    } else if (!readFile(path, body, error)) {
+        return false;
+    }
+    if (!error.empty()) return false;
     if (body.starts_with(kByteOrderMark)) body.erase(0, kByteOrderMark.size());
     if (body.find('\0') == std::string::npos && tv::isValidUtf8(body)) return true;
     error = "the body is no UTF-8 text: " + path;
@@ -88,10 +93,8 @@ bool readFiles(Job& job, std::string& error) {
     return error.empty() && tryFiles(paths, job.size, error);
 }
 
-bool readCredentials(Job& job, std::string& error) {
+bool convertCredentials(Job& job, const Secret& utf8, std::string& error) {
     const Arguments& arguments = job.arguments;
-    Secret utf8;
-    if (!readPassword(arguments.passwordFile, utf8.text, error)) return false;
     // Without one the plug-in would not log in at all.
     if (!arguments.user.empty() && utf8.text.empty() && !logsInAsWindowsUser(arguments)) {
         error = "--user needs a password: --password-file, or EMAILSEND_PASSWORD";
@@ -132,14 +135,15 @@ bool addRecipients(decltype(&::setRecipient) add, const std::vector<std::string>
 }
 
 // The plug-in has no result for this; it tells a user, or nobody.
-bool attach(const PlugIn& plugIn, const std::vector<std::string>& paths, std::string& error) {
+bool attach(const PlugIn& plugIn, const Arguments& arguments, std::string& error) {
+    const std::vector<std::string>& paths = arguments.attachments;
     if (paths.empty()) return true;
     Overheard plugInSays;
     for (const std::string& path : paths) {
         if (plugInSays.listens()) plugIn.setAttachment(path.c_str());
         const std::string complaint = plugInSays.text();
         if (plugInSays.listens() && complaint.empty()) continue;
-        error = "could not attach the file " + path + "\n" + complaint;
+        error = "could not attach the file " + path + (arguments.verbose ? "\n" + complaint : "");
         return false;
     }
     return true;
@@ -162,48 +166,82 @@ bool setMessage(const PlugIn& plugIn, const Job& job, std::string& error) {
 }
 
 int report(int exitCode, const std::string& error) {
-    printError("emailsend: " + error + "\n");
+    const bool colours = errorsHaveColours();
+    printError((colours ? "\x1b[1;31memailsend:\x1b[0m " : "emailsend: ") + error + "\n");
     return exitCode;
+}
+
+// Servers may say anything: a terminal is to take it for text, whose lines end in one way.
+std::string asText(std::string_view log) {
+    std::string out;
+    for (const char c : log) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c != '\r') out += (byte < ' ' && c != '\n' && c != '\t') || byte == 0x7F ? ' ' : c;
+    }
+    return out;
+}
+
+int reportFailure(const Job& job, const char* lastError) {
+    const tv::XString text = tv::XString::fromHost(lastError, false);
+    const tv::advice::Finding finding = tv::advice::findingIn(text.utf8());
+    report(exitCodeOf(finding), oneSentence(finding, true));
+    if (job.arguments.verbose) printError(asText(text.utf8()));
+    return exitCodeOf(finding);
+}
+
+int reportAccepted(const RecipientWatch& watch) {
+    for (const auto& [address, code] : watch.refused()) {
+        report(kAccepted, "not for " + address + ": the server answered " + std::to_string(code));
+    }
+    return kAccepted;
 }
 
 int send(const PlugIn& plugIn, const Job& job) {
     std::string error;
+    RecipientWatch watch(fileOfCode(reinterpret_cast<const void*>(plugIn.Initialise)));
     plugIn.Initialise();
     setServer(plugIn, job);
-    if (!setMessage(plugIn, job, error)) return report(kNotAccepted, error);
-    if (!attach(plugIn, job.arguments.attachments, error)) return report(kUnusable, error);
+    if (!setMessage(plugIn, job, error)) return report(kUsageError, error);
+    if (!attach(plugIn, job.arguments, error)) return report(kLocalFile, error);
     bool accepted = false;
     const std::string what = "emailsend: sending " + std::to_string((job.size + 1023) / 1024) +
                              " KB to " + job.arguments.host;
     if (!runWatched(what, [&] { accepted = plugIn.szBrisko() != 0; })) {
-        endNow(report(kStopped, "stopped; the server may or may not have the message"));
+        watch.tidyUp();
+        endNow(report(kOutcomeUnknown, "stopped; the server may or may not have the message"));
     }
-    if (accepted) return kAccepted;
-    const tv::XString reason = tv::XString::fromHost(plugIn.getLastError(), false);
-    return report(kNotAccepted, "the message was not accepted\n" + std::string(reason.utf8()));
+    return accepted ? reportAccepted(watch) : reportFailure(job, plugIn.getLastError());
 }
 
-int run(const std::vector<std::string>& words) {
+int runSend(const std::vector<std::string>& words) {
     Job job;
     PlugIn plugIn;
     std::string error;
-    settleIn();
-    if (!words.empty() && words.front() == "settings") {
-        return runSettings({words.begin() + 1, words.end()});
-    }
     if (!parseArguments(words, job.arguments, error)) {
-        return report(kUnusable, error + " (--help shows all options)");
+        return report(kUsageError, error + " (--help shows all options)");
     }
-    if (job.arguments.help) {
-        printOut(kUsage);
+    if (job.arguments.help || job.arguments.version) {
+        printOut(job.arguments.help ? kUsage : "emailsend " EMAILSEND_VERSION "\n");
         return kAccepted;
     }
     const std::string& chosen = job.arguments.library;
-    if (!readFiles(job, error) || !readCredentials(job, error) ||
-        !plugIn.load(chosen.empty() ? libraryBesideProgram() : chosen, error)) {
-        return report(kUnusable, error);
+    Secret password;
+    if (!readFiles(job, error) || !readPassword(job.arguments.passwordFile, password.text, error)) {
+        return report(kLocalFile, error);
+    }
+    if (!convertCredentials(job, password, error)) return report(kUsageError, error);
+    if (!plugIn.load(chosen.empty() ? libraryBesideProgram() : chosen, error)) {
+        return report(kLocalFile, error);
     }
     return send(plugIn, job);
+}
+
+int run(const std::vector<std::string>& words) {
+    settleIn();
+    const std::string first = words.empty() ? std::string() : words.front();
+    if (first != "settings" && first != "errors") return runSend(words);
+    const std::vector<std::string> rest(words.begin() + 1, words.end());
+    return first == "settings" ? runSettings(rest) : runErrors(rest);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include "platform/SysError.h"
 #include "platform/win32/WidePath.h"
 
 namespace tv::plat {
@@ -11,7 +12,7 @@ bool SysLibrary::open(std::string_view utf8Path, std::string& error) {
     close();
     handle_ = LoadLibraryW(widen(utf8Path).c_str());
     if (handle_) return true;
-    error = "Windows error " + std::to_string(GetLastError());
+    error = lastErrorWords();
     return false;
 }
 

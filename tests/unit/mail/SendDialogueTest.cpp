@@ -14,6 +14,7 @@
 #include "mail/sasl/NtlmVersion.h"
 #include "tests/fixtures/HexBytes.h"
 #include "tests/fixtures/TestData.h"
+#include "tests/fixtures/hosts/telling_line.h"
 #include "tests/unit/mail/MailWorld.h"
 #ifdef TV_HAVE_LIBCRYPTO
 #include "tests/unit/mail/peer/TlsMailPeer.h"
@@ -204,7 +205,10 @@ public:
         if (isTrial || world_.mailMan.failedBeforeMessage())
             judgeFinding(failure, world_.logText());
         if (!isTrial) judgeFinding(failure, added);
+        lastError = isTrial ? world_.logText() : added;
     }
+
+    std::string lastError;  // what the export would give
 
 private:
     void arrange(const Act& act) {
@@ -313,6 +317,17 @@ std::string quoted(const Row& row) {
     return act.ending.size() == 1 ? act.ending[0] : act.ending[0] + "\r\n" + act.ending[1];
 }
 
+// The line that a host shows is part of what is documented, and leads to the same remedy.
+void judgeTellingLine(const std::string& lastError, const std::string& documented) {
+    char line[2000];
+    telling_line(lastError.c_str(), line, sizeof line);
+    EXPECT_NE(std::string(line), "");
+    EXPECT_TRUE(contains(documented, line)) << line << "\nis no part of\n" << documented;
+    EXPECT_EQ(advice::tellingLine(lastError), line);
+    EXPECT_STREQ(adviceOn(advice::findingIn(documented)).change,
+                 adviceOn(advice::findingIn(lastError)).change);
+}
+
 // The steps of the send export.
 void playAsExport(const Row& row) {
     SCOPED_TRACE("behind a trial connection");
@@ -324,11 +339,13 @@ void playAsExport(const Row& row) {
         trial.links = row.acts[0].links;
         trial.word = "failed";
         trial.logged = {quoted(row)};
-        return play.act(trial);
+        play.act(trial);
+        return judgeTellingLine(play.lastError, quoted(row));
     }
     trial.links = {"trial"};
     play.act(trial);
     play.act(row.acts[0]);
+    if (row.acts[0].word != "Success") judgeTellingLine(play.lastError, quoted(row));
 }
 
 class SendDialogue : public testing::TestWithParam<Row> {};
@@ -367,7 +384,15 @@ std::vector<Row> playableRows() {
 
 INSTANTIATE_TEST_SUITE_P(, SendDialogue, testing::ValuesIn(playableRows()), testName);
 
-// The rows' faults, each with the remedy that the document has.
+// As the table has it, with the names of functions as code.
+std::string remedyOf(const std::string& lastError) {
+    const std::string text = whatToChange(adviceOn(advice::findingIn(lastError)), false);
+    static const std::regex kFunction(
+        "set[A-Z][A-Za-z]+(\\([01]\\))?|name@domain|Name <name@domain>");
+    return std::regex_replace(text, kFunction, "`$&`");
+}
+
+// The rows' faults, each with what is to be changed.
 std::string documented(const std::string& document) {
     std::string text = document.substr(0, document.find("\n## "));
     std::string chapter;
@@ -382,12 +407,24 @@ std::string documented(const std::string& document) {
         const std::string line = "| " + row.fault + (sent ? " | true | nothing" : " | false | `") +
                                  (sent ? "" : replaceAll(quoted(row), "\r\n", "` `") + "`") + " | ";
         const size_t at = document.find(line) + line.size();
-        const std::string remedy =
+        std::string remedy =
             contains(document, line) ? document.substr(at, document.find(" |\n", at) - at) : "";
+        if (!sent) remedy = remedyOf(quoted(row));  // the table's; ours where nothing failed
         EXPECT_GT(remedy.size(), 5u) << row.fault << ": what is to be changed then?";
         text += line + remedy + " |\n";
     }
     return text;
+}
+
+TEST(SendFaults, hostsAreShownTheirLine) {
+    const auto squeezed = [](const std::string& text) {
+        return std::regex_replace(text, std::regex("[\\s*/]+"), " ");
+    };
+    const std::string header = fileText(testDataPath("../fixtures/hosts/telling_line.h"));
+    const std::string lines = squeezed(header.substr(header.find("/* The line of")));
+    for (const char* path : {"../../README.md", "../../include/emailsending.h"}) {
+        EXPECT_TRUE(contains(squeezed(fileText(testDataPath(path))), lines)) << path;
+    }
 }
 
 TEST(SendFaults, faultsAreDocumented) {

@@ -1,7 +1,9 @@
 // The process on POSIX systems: its words, its stderr, its signals.
 #include "emailsend/Process.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -37,6 +39,31 @@ std::string environmentVariable(const char* name) {
     return asUtf8(getenv(name));
 }
 
+void setEnvironmentVariable(const char* name, const std::string& value) {
+    if (value.empty()) {
+        unsetenv(name);
+    } else {
+        setenv(name, value.c_str(), 1);
+    }
+}
+
+std::string fileOfCode(const void* code) {
+    Dl_info info;
+    char path[PATH_MAX];
+    if (dladdr(code, &info) == 0 || !info.dli_fname) return {};
+    return realpath(info.dli_fname, path) ? path : std::string();
+}
+
+std::string makeTemporaryFolder() {
+    const char* const place = getenv("TMPDIR");
+    std::string folder = std::string(place && *place == '/' ? place : "/tmp") + "/emailsend-XXXXXX";
+    return mkdtemp(folder.data()) ? folder : std::string();
+}
+
+void removeTemporaryFolder(const std::string& folder) {
+    rmdir(folder.c_str());
+}
+
 std::string libraryBesideProgram() {
     char path[4096];  // PATH_MAX of Linux
     const ssize_t size = readlink("/proc/self/exe", path, sizeof path);
@@ -54,6 +81,20 @@ void printError(std::string_view text) {
 
 bool errorsGoToTerminal() {
     return isatty(STDERR_FILENO) == 1;
+}
+
+bool errorsHaveColours() {
+    const std::string kind = environmentVariable("TERM");
+    return errorsGoToTerminal() && environmentVariable("NO_COLOR").empty() && !kind.empty() &&
+           kind != "dumb";
+}
+
+bool readInput(std::string& out) {
+    char block[16384];
+    size_t got;
+    while ((got = fread(block, 1, sizeof block, stdin)) > 0)
+        out.append(block, got);
+    return ferror(stdin) == 0;
 }
 
 std::string secretLine(std::string_view prompt) {

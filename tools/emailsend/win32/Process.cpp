@@ -17,6 +17,11 @@ std::string narrow(std::wstring_view wide) {
     return tv::utf16ToUtf8(std::u16string(wide.begin(), wide.end()));
 }
 
+std::wstring widened(std::string_view utf8) {
+    const std::u16string wide = tv::utf8ToUtf16(utf8);
+    return std::wstring(wide.begin(), wide.end());
+}
+
 // A console wants UTF-16; a pipe or file gets UTF-8.
 void print(DWORD which, std::string_view text) {
     const HANDLE stream = GetStdHandle(which);
@@ -72,6 +77,40 @@ std::string environmentVariable(const char* name) {
     return text;
 }
 
+void setEnvironmentVariable(const char* name, const std::string& value) {
+    const std::wstring wideName(name, name + std::char_traits<char>::length(name));
+    const std::wstring wide = widened(value);
+    SetEnvironmentVariableW(wideName.c_str(), value.empty() ? nullptr : wide.c_str());
+}
+
+std::string fileOfCode(const void* code) {
+    HMODULE module = nullptr;
+    constexpr DWORD kHow =
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+    if (!GetModuleHandleExW(kHow, static_cast<LPCWSTR>(code), &module)) return {};
+    wchar_t path[32768];  // the longest there can be
+    const DWORD size = GetModuleFileNameW(module, path, 32768);
+    return narrow(std::wstring_view(path, size < 32768 ? size : 0));
+}
+
+// In its long form: the library takes a file by no other name.
+std::string makeTemporaryFolder() {
+    wchar_t place[MAX_PATH + 1];
+    wchar_t path[32768];
+    const DWORD size = GetTempPathW(MAX_PATH + 1, place);
+    if (size == 0 || size > MAX_PATH) return {};
+    const DWORD full = GetLongPathNameW(place, path, 32768);
+    if (full == 0 || full >= 32768) return {};
+    const std::wstring folder = std::wstring(path, full) + L"emailsend-" +
+                                std::to_wstring(GetCurrentProcessId()) + L"-" +
+                                std::to_wstring(GetTickCount());
+    return CreateDirectoryW(folder.c_str(), nullptr) ? narrow(folder) : std::string();
+}
+
+void removeTemporaryFolder(const std::string& folder) {
+    RemoveDirectoryW(widened(folder).c_str());
+}
+
 std::string libraryBesideProgram() {
     wchar_t path[32768];  // the longest there can be
     const DWORD size = GetModuleFileNameW(nullptr, path, 32768);
@@ -90,6 +129,26 @@ void printError(std::string_view text) {
 bool errorsGoToTerminal() {
     DWORD mode = 0;
     return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode);
+}
+
+// Before Windows 10 a console shows the sequences themselves.
+bool errorsHaveColours() {
+    constexpr DWORD kSequences = 4;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
+    const HANDLE stream = GetStdHandle(STD_ERROR_HANDLE);
+    DWORD mode = 0;
+    return GetConsoleMode(stream, &mode) && environmentVariable("NO_COLOR").empty() &&
+           SetConsoleMode(stream, mode | kSequences);
+}
+
+bool readInput(std::string& out) {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    char block[16384];
+    DWORD got = 0;
+    while (ReadFile(input, block, sizeof block, &got, nullptr)) {
+        if (got == 0) return true;
+        out.append(block, got);
+    }
+    return GetLastError() == ERROR_BROKEN_PIPE;  // the other end is done
 }
 
 std::string secretLine(std::string_view prompt) {
