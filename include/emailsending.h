@@ -236,7 +236,7 @@ int EMAILSENDING_CALL szBrisko(void);
  *
  *     // The line of getLastError's text that says what went wrong.
  *     static void telling_line(const char* text, char* line, size_t size) {
- *         const int trial = strstr(text, "TolvaneLog:") != NULL;  // its log; else the dialogue of a send
+ *         const int trial = strstr(text, "TolvaneLog:") != NULL;  // its log; else a dialogue
  *         for (*line = 0; *text; text += strspn(text, " \r\n")) {
  *             const size_t length = strcspn(text, "\r\n"), word = strcspn(text, " \r\n");
  *             const size_t shown = length < size ? length : size - 1;

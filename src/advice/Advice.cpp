@@ -12,24 +12,20 @@ namespace {
 constexpr size_t kMostSearched = 4096;
 constexpr size_t kMostShown = 600;
 
-bool isInNumber(char c) {
-    return isAsciiDigit(c);
-}
-
 // "5.7.1" does not stand in "5.7.139".
-bool isWhole(std::string_view text, size_t at, size_t size) {
-    const char before = at > 0 ? text[at - 1] : ' ';
-    const char after = at + size < text.size() ? text[at + size] : ' ';
-    const bool cutsFront = isInNumber(text[at]) && (isInNumber(before) || before == '.');
-    return !cutsFront && !(isInNumber(text[at + size - 1]) && isInNumber(after));
+bool isWhole(std::string_view text, size_t at, size_t end) {
+    const bool cutsFront =
+        at > 0 && isAsciiDigit(text[at]) && (isAsciiDigit(text[at - 1]) || text[at - 1] == '.');
+    return !cutsFront &&
+           !(end < text.size() && isAsciiDigit(text[end - 1]) && isAsciiDigit(text[end]));
 }
 
 bool mentions(std::string_view text, std::string_view phrase) {
-    for (size_t from = 0; from < text.size();) {
-        const size_t at = findIgnoreCase(text.substr(from), phrase);
-        if (at == std::string_view::npos) return false;
-        if (isWhole(text, from + at, phrase.size())) return true;
-        from += at + 1;
+    for (size_t from = 0; from < text.size(); ++from) {
+        const size_t found = findIgnoreCase(text.substr(from), phrase);
+        if (found == std::string_view::npos) return false;
+        from += found;
+        if (isWhole(text, from, from + phrase.size())) return true;
     }
     return false;
 }
@@ -54,7 +50,7 @@ bool fits(const Advice& row, const Finding& finding) {
 }
 
 struct Setting {
-    std::string_view name, function, key;
+    const char *name, *function, *key;  // small: this goes into the DLL
 };
 
 constexpr Setting kSettings[] = {
@@ -86,25 +82,28 @@ std::string_view settingWords(std::string_view name, bool namesKeys) {
 
 // One line that a terminal takes for text alone.
 std::string shown(std::string_view words) {
-    std::string out;
-    for (const char c : words.substr(0, kMostShown)) {
-        const auto byte = static_cast<unsigned char>(c);
-        out += byte < ' ' || byte == 0x7F ? ' ' : c;
-    }
-    if (words.size() <= kMostShown) return std::string(trimmed(out));
+    size_t size = std::min(words.size(), kMostShown);
     // Not within a character.
-    while (!out.empty() && (static_cast<unsigned char>(words[out.size()]) & 0xC0) == 0x80) {
-        out.pop_back();
+    while (size > 0 && size < words.size() &&
+           (static_cast<unsigned char>(words[size]) & 0xC0) == 0x80)
+        --size;
+    std::string out(words.substr(0, size));
+    for (char& c : out) {
+        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = ' ';
     }
-    return out + "...";
+    out.resize(out.find_last_not_of(' ') + 1);
+    if (size < words.size()) out += "...";
+    return out;
 }
 
 }  // namespace
 
 const Advice& adviceOn(const Finding& finding) {
     const auto rows = advices();
-    const auto row = std::ranges::find_if(rows, [&](const auto& r) { return fits(r, finding); });
-    return row == rows.end() ? rows.back() : *row;
+    size_t row = 0;
+    while (row + 1 < rows.size() && !fits(rows[row], finding))
+        ++row;
+    return rows[row];
 }
 
 std::string whatToChange(const Advice& advice, bool namesKeys) {
@@ -122,7 +121,7 @@ std::string whatToChange(const Advice& advice, bool namesKeys) {
 }
 
 std::string_view stageWords(Stage stage) {
-    static constexpr std::string_view kWords[] = {
+    static constexpr const char* kWords[] = {
         "The send",
         "Looking up the server's name",
         "Connecting to the server",
@@ -143,7 +142,7 @@ std::string_view stageWords(Stage stage) {
 }
 
 std::string_view repeatWords(Repeat repeat) {
-    static constexpr std::string_view kWords[] = {
+    static constexpr const char* kWords[] = {
         "Nobody has the message: sending it again is safe.",
         "Refused for now: send it again later.",
         "Refused for good: sending it again is safe, but useless before something has changed.",
@@ -153,13 +152,18 @@ std::string_view repeatWords(Repeat repeat) {
 }
 
 std::string oneSentence(const Finding& finding, bool namesKeys) {
-    if (!finding) return {};
-    std::string out(stageWords(finding.stage));
-    out += " failed: " + shown(finding.words);
-    if (!out.ends_with('.')) out += '.';
-    out += ' ' + whatToChange(adviceOn(finding), namesKeys);
+    std::string out;
+    if (!finding) return out;
+    out += stageWords(finding.stage);
+    out += " failed: ";
+    out += shown(finding.words);
+    if (out.back() != '.') out += '.';
+    out += ' ';
+    out += whatToChange(adviceOn(finding), namesKeys);
     const std::string_view repeat = repeatWords(finding.repeat);
-    if (out.find(repeat) == std::string::npos) out.append(" ").append(repeat);
+    if (out.find(repeat) != std::string::npos) return out;  // the words say it already
+    out += ' ';
+    out += repeat;
     return out;
 }
 

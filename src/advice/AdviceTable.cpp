@@ -16,10 +16,9 @@ constexpr Advice kReplies[] = {
     {0, Stage::None, Cause::None, "no login was made: the password is empty",
      "Set the password ({password}), or have this client allowed without a login."},
     {0, Stage::None, Cause::None, "\"only-encrypted\" of [login]",
-     "Use encryption ({encrypt}), or allow the login in clear: only-encrypted = no in [login]."},
+     "Use encryption ({encrypt}), or set only-encrypted = no in [login]."},
     {0, Stage::None, Cause::None, "\"channel-binding\" of [login]",
-     "Have the server offer NTLM over TLS, or allow logins that are not bound: channel-binding in "
-     "[login]."},
+     "Have the server offer NTLM over TLS, or take out channel-binding in [login]."},
     {0, Stage::None, Cause::None, "no login was made: no mechanism of the server works",
      "Have the server offer LOGIN, PLAIN, CRAM-MD5 or NTLM to this client."},
     {0, Stage::None, Cause::None, "on this connection; over TLS it may",
@@ -27,21 +26,19 @@ constexpr Advice kReplies[] = {
      "alone."},
     // Logins.
     {535, Stage::None, Cause::None,
-     "5.7.139|5.7.3|basic authentication is disabled|smtpclientauthentication is disabled",
-     "The provider has switched off logins with a password for this account, or a policy of its "
-     "forbids them: have its administrator allow authenticated SMTP for it, or use an access "
-     "token{token}."},
+     "5.7.139|5.7.3|basic authentication|clientauthentication is disabled",
+     "The provider has switched off logins with a password: have its administrator allow "
+     "authenticated SMTP for the account, or use a token{token}."},
     {0, Stage::Login, Cause::None,
-     "5.7.9|application-specific password|app password|less secure apps|badcredentials",
-     "The account needs an application password: make one in the security settings of the account "
-     "and use it in place of the account's own."},
+     "5.7.9|specific password|app password|less secure|badcredentials",
+     "The account needs an application password: make one in its security settings and use it in "
+     "place of its own."},
     {0, Stage::Login, Cause::None, "5.7.14|web browser",
-     "The provider doubts this login: log in once with a web browser, confirm what it asks, and "
-     "send again."},
+     "The provider doubts this login: log in once with a web browser, then send again."},
     {538, Stage::None, Cause::None, nullptr, "The server wants encryption first: {encrypt}."},
-    {0, Stage::None, Cause::None,
-     "issue a starttls|starttls first|starttls is required|"
-     "starttls required|requires starttls|must use starttls|use tls first|encryption required",
+    {0, Stage::StartTls, Cause::StartTlsRefused, nullptr,
+     "Mend the certificate setup of the server, or use its TLS port (465, {implicit})."},
+    {5, Stage::None, Cause::None, "starttls|encryption required",
      "The server wants encryption first: {encrypt}."},
     {454, Stage::Login, Cause::None, nullptr,
      "The server cannot check passwords just now: send again later."},
@@ -49,55 +46,45 @@ constexpr Advice kReplies[] = {
      "Correct user name and password ({login}); accounts with a second factor need an application "
      "password or a token{token}."},
     {534, Stage::None, Cause::None, nullptr,
-     "The server wants a stronger way to log in, or an application password: see the security "
-     "settings of the account, and {method}."},
+     "The server wants another way to log in ({method}), or an application password."},
     {530, Stage::None, Cause::None, nullptr, "The server wants a login: {login}."},
     {5, Stage::None, Cause::None,
-     "authentication required|authentication is required|not authenticated|auth required|"
-     "log in first|5.7.57",
+     "authentication required|authentication is required|not authenticated|log in first|5.7.57",
      "The server wants a login: {login}."},
     // Who may send.
-    {0, Stage::None, Cause::None,
-     "5.7.60|sendasdenied|not owned by user|not permitted to send as|not allowed to send as|"
-     "not authorized to send on behalf",
-     "This login may not send as this sender: use the address of the account ({from}), or have the "
-     "account allowed to send as this one."},
+    {0, Stage::None, Cause::None, "5.7.60|sendasdenied|not owned by|to send as|send on behalf",
+     "This login may not send as this sender: use its own address ({from}), or have it allowed."},
     {553, Stage::Sender, Cause::None, nullptr,
-     "This login may not send as this sender: use the address of the account ({from}), or have the "
-     "account allowed to send as this one."},
-    {0, Stage::None, Cause::None, "relay|relaying|5.7.54",
-     "The server takes mail for strangers from clients alone that it knows: log in ({login}), or "
-     "have this machine allowed to relay there."},
+     "This login may not send as this sender: use its own address ({from}), or have it allowed."},
+    {0, Stage::None, Cause::None, "relay|5.7.54",
+     "The server takes this from clients alone that it knows: log in ({login}), or have this "
+     "machine allowed to relay there."},
     {0, Stage::None, Cause::None,
      "5.7.26|5.7.23|5.7.27|5.7.29|5.7.30|5.7.509|spf|dkim|dmarc|unauthenticated email",
-     "The sender's domain does not vouch for this way (SPF, DKIM, DMARC): send through the mail "
-     "server of that domain, or have its SPF record name this one and its mail signed."},
+     "The sender's domain does not vouch for this way (SPF, DKIM, DMARC): send through its own "
+     "mail server, or have its records name this one."},
     {0, Stage::None, Cause::None,
-     "5.7.25|reverse dns|reverse hostname|ptr record|cannot find your hostname|"
-     "helo command rejected|need fully-qualified hostname",
-     "This machine has no name that the server finds right{helo}: send through the submission "
-     "server of a provider (port 587, with a login), or give address and name records in DNS that "
-     "fit each other."},
+     "5.7.25|reverse dns|ptr record|your hostname|helo command rejected|fully-qualified",
+     "This machine has no name that the server finds right{helo}: send through a provider's server "
+     "(port 587, with a login), or mend its DNS records."},
     {0, Stage::None, Cause::None,
-     "spamhaus|block list|blocklist|blacklist|blacklisted|blocked using|dnsbl|rbl|5.7.511|5.7.606|"
-     "poor reputation|banned sending ip|access denied, banned",
-     "The address that the mail comes from stands on a block list: send through the submission "
-     "server of a provider (port 587, with a login), or have the list that the reply names remove "
-     "it."},
-    {0, Stage::None, Cause::None, "greylist|greylisted|greylisting|graylist|graylisted|postgrey",
+     "spamhaus|block list|blocklist|blacklist|blocked "
+     "using|dnsbl|5.7.511|5.7.606|reputation|banned",
+     "The address that the mail comes from stands on a block list: send through a provider's "
+     "server (port 587, with a login), or have the list remove it."},
+    {0, Stage::None, Cause::None, "greylist|graylist|postgrey",
      "The server puts off senders that it does not know yet (greylisting): send again in 5 to 30 "
      "minutes."},
     {0, Stage::None, Cause::None,
-     "too many connections|too many concurrent|concurrent connections|connection limit|rate limit|"
-     "4.7.28|5.7.28|4.3.2|too many messages|sending limit|sending quota|daily user sending|throttl",
-     "The server limits how much one client may send: send less at a time, and the rest later."},
+     "too many con|concurrent con|connection limit|rate limit|4.7.28|5.7.28|4.3.2|too many "
+     "messages|sending limit|sending quota|throttl",
+     "The server limits how much one client may send: send the rest later."},
     // Size and room.
     {0, Stage::None, Cause::None,
-     "5.2.2|4.2.2|mailbox full|mailbox is full|over quota|overquota|"
-     "quota exceeded|out of storage space",
-     "The recipient's mailbox is full: it has to be made room there before anything arrives."},
+     "5.2.2|4.2.2|mailbox full|mailbox is full|over quota|overquota|quota exceeded|out of storage",
+     "The recipient's mailbox is full: room has to be made there."},
     {452, Stage::None, Cause::None, "4.3.1|storage|disk",
-     "The server's disk is full: tell who looks after it, and send again later."},
+     "The server's disk is full: tell its administrator, and send again later."},
     {0, Stage::None, Cause::None, "the server takes|5.3.4|5.2.3",
      "Send less, or have the limit of the server raised."},
     {552, Stage::None, Cause::None, nullptr, "Send less, or have the limit of the server raised."},
@@ -109,11 +96,9 @@ constexpr Advice kReplies[] = {
     {0, Stage::Ehlo, Cause::None, "refused HELO|refused EHLO",
      "The server does not take this machine's name{helo}: give the machine a name it takes, or "
      "allow it there."},
-    {0, Stage::StartTls, Cause::StartTlsRefused, nullptr,
-     "Mend the certificate setup of the server, or use its TLS port (465, {implicit})."},
     // The envelope and the message.
     {0, Stage::Sender, Cause::None, "5.1.8|4.1.8|5.1.7|domain not found|sender domain",
-     "The domain of the sender is not known to the server: correct the sender ({from})."},
+     "The domain of the sender is not known: correct it ({from})."},
     {421, Stage::None, Cause::None, nullptr,
      "The server is closing or limits this client: send again later."},
     {4, Stage::None, Cause::None, nullptr,
@@ -139,8 +124,7 @@ constexpr Advice kCauses[] = {
      "Check the spelling of the host name and the name servers of this machine{names}; an address "
      "serves in place of a name."},
     {0, Stage::None, Cause::DnsTimeout, nullptr,
-     "No name server answered: check the network connection and the name servers of this "
-     "machine{names}; an address serves in place of a name."},
+     "No name server answered: check the network and the name servers of this machine{names}."},
     {0, Stage::None, Cause::None, "not a number from 1 to 65535",
      "Set the port that the mail server listens at ({port}): 25, 465 or 587."},
     {0, Stage::None, Cause::ConnectTimeout, nullptr,
@@ -154,19 +138,18 @@ constexpr Advice kCauses[] = {
      "Name the server as its certificate does ({host}), or give it a certificate with the name "
      "that is used."},
     {0, Stage::Certificate, Cause::None, "has expired|not valid yet",
-     "Renew the certificate of the server, and look whether the clock of this machine is right."},
+     "Renew the server's certificate; look at the clock of this machine, too."},
     {0, Stage::Certificate, Cause::None, "that are pinned",
-     "If the server has a new key and you know whose it is, write its pin down (pin in "
-     "[certificate]); else somebody stands in between."},
+     "Where the server has a new key, write it down (pin in [certificate]); else somebody stands "
+     "in between."},
     {0, Stage::Certificate, Cause::None, "issuer of the certificate|issuing certificate",
      "Give the server a certificate of an authority that this machine trusts, with all "
      "certificates between, or make this machine trust the authority{trust}."},
     {0, Stage::Certificate, Cause::None, nullptr,
-     "Give the server a certificate that fits its name and use, of an authority that this machine "
-     "trusts{trust}."},
+     "Give the server a certificate that this machine trusts{trust}."},
     // TLS.
     {0, Stage::None, Cause::None, "when TLS 1.3 was offered",
-     "Let TLS 1.3 pass to the server; where the network is trusted, do without it{versions}."},
+     "Let TLS 1.3 pass to the server, or do without it{versions}."},
     {0, Stage::None, Cause::None, "TLS handshake after STARTTLS failed",
      "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: take it out "
      "of the way, or use port 465 ({implicit})."},
@@ -181,11 +164,9 @@ constexpr Advice kCauses[] = {
      "The server wants a version that was not offered (TLS 1.0 to 1.3 are): have it speak TLS 1.2 "
      "or 1.3{versions}."},
     {0, Stage::None, Cause::TlsDowngrade, nullptr,
-     "Somebody on the way may weaken the encryption: send over another network, and tell who "
-     "looks after this one."},
+     "Somebody on the way may weaken the encryption: send over another network."},
     {0, Stage::TlsHandshake, Cause::None, nullptr,
-     "Look at the server's log and have its TLS mended (TLS 1.2 or 1.3); a firewall that inspects "
-     "TLS may break it, too."},
+     "Have the server's TLS mended (1.2 or 1.3); a firewall that inspects TLS may break it, too."},
     {0, Stage::StartTls, Cause::None, nullptr,
      "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: take it out "
      "of the way, or use port 465 ({implicit})."},
@@ -212,13 +193,13 @@ constexpr Advice kCauses[] = {
      "Look at the server's log; a scanner or firewall on the way may have cut the connection."},
     // The login.
     {0, Stage::None, Cause::NoCredentials, nullptr,
-     "Set user name and password ({login}), without characters that a login cannot carry."},
+     "Set user name and password ({login}), without unusual characters."},
     {0, Stage::None, Cause::OAuth2Description, nullptr,
-     "Correct the description of how to get an access token{token}."},
+     "Correct client, secret or scope of the token{token}."},
     {0, Stage::None, Cause::OAuth2Answer, nullptr,
-     "Look at what the token endpoint says: client, secret, scope, or its own state{token}."},
+     "Correct client, secret or scope of the token{token}."},
     {0, Stage::Login, Cause::None, nullptr,
-     "Look at the server's log, and at how it is to be logged in to: {method}."},
+     "The server does not take this way to log in: {method}."},
     // The envelope.
     {0, Stage::None, Cause::None, "if there are no recipients|has no recipients",
      "Add a recipient before sending, and look at what setRecipient returns."},
@@ -249,25 +230,22 @@ constexpr Advice kCauses[] = {
     {0, Stage::Data, Cause::ConnectionLost, nullptr,
      "Look at the server's log; often a size limit or a scanner."},
     {0, Stage::Rendering, Cause::None, nullptr,
-     "Look whether the files of the message can be read and the disk has room."},
+     "Look whether the files of the message can be read."},
     // This machine.
     {0, Stage::None, Cause::SettingsUnusable, nullptr,
-     "Correct that in the settings file: emailsend settings check FILE says whether it can be "
-     "used."},
+     "Correct that; emailsend settings check FILE says whether the file can be used."},
     {0, Stage::None, Cause::Aborted, nullptr, "Nothing: the application stopped it."},
     {0, Stage::None, Cause::OutOfMemory, nullptr,
      "Send less in one message, or give the program more memory."},
     {0, Stage::None, Cause::BadReply, nullptr,
-     "What listens there is no mail server, or something on the way garbles it: check host and "
-     "port."},
+     "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::None, Cause::LineTooLong, nullptr,
-     "What listens there is no mail server, or something on the way garbles it: check host and "
-     "port."},
+     "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Local, Cause::Internal, nullptr,
-     "Start the program again; if that does not help, its log says more."},
-    {0, Stage::None, Cause::Timeout, nullptr, "Look at the server's log: it takes too long{idle}."},
+     "The log says more (setVerboseLogging, emailsend --verbose)."},
+    {0, Stage::None, Cause::Timeout, nullptr, "Look at the server's log; it takes too long{idle}."},
     {0, Stage::None, Cause::ConnectionLost, nullptr,
-     "Look at the server's log: it, or a firewall on the way, has cut the connection."},
+     "Look at the server's log; a scanner or firewall on the way may have cut the connection."},
     {0, Stage::None, Cause::None, nullptr,
      "The log says more (setVerboseLogging, emailsend --verbose)."},
 };

@@ -10,19 +10,21 @@ constexpr const char* kTwice =
     "The server may have the message: sending it again may deliver it twice.";
 
 constexpr Explanation kRows[] = {
-    {Stage::Local, Cause::NoSmtpHostname, Cause::NoSmtpHostname, nullptr,
-     "No mail server was named.", "A setting that was never made, or lost in an update."},
-    {Stage::Local, Cause::SettingsUnusable, Cause::SettingsUnusable, nullptr,
+    {Stage::Local, Cause::NoSmtpHostname, Cause::NoSmtpHostname,
+     "Application did not provide an SMTP hostname.", "No mail server was named.",
+     "A setting that was never made, or lost in an update."},
+    {Stage::Local, Cause::SettingsUnusable, Cause::SettingsUnusable,
+     "The settings file ... cannot be used: ...",
      "The settings file says something that cannot be, or cannot be read; nothing was sent at all.",
      "A typing error; rights of the file; a file that it names was moved."},
     {Stage::Local, Cause::Internal, Cause::Internal, "The port is not a number from 1 to 65535.",
      "The port cannot be one.", "A field of a form that was left empty or took other text."},
     {Stage::Local, Cause::Internal, Cause::Internal, nullptr,
      "Something within the library or the system failed.", "Memory, handles or sockets ran out."},
-    {Stage::None, Cause::OutOfMemory, Cause::OutOfMemory, nullptr, "Memory ran out.",
+    {Stage::None, Cause::OutOfMemory, Cause::OutOfMemory, "Out of memory.", "Memory ran out.",
      "Large attachments in a 32-bit program."},
-    {Stage::None, Cause::Aborted, Cause::Aborted, nullptr, "The application stopped the send.",
-     "Somebody pressed Cancel."},
+    {Stage::None, Cause::Aborted, Cause::Aborted, "The application stopped the send ...",
+     "The application stopped the send.", "Somebody pressed Cancel."},
     {Stage::NameLookup, Cause::EmptyHostname, Cause::EmptyHostname, nullptr,
      "The name of the mail server is empty.", "A setting that was never made."},
     {Stage::NameLookup, Cause::DnsFailed, Cause::DnsFailed, nullptr,
@@ -37,9 +39,10 @@ constexpr Explanation kRows[] = {
     {Stage::Connect, Cause::ConnectTimeout, Cause::ConnectTimeout, nullptr,
      "Nobody answered at that address.",
      "A provider or firewall that blocks port 25; a machine that is off; the wrong address."},
-    {Stage::Connect, Cause::ConnectFailed, Cause::ConnectFailed, nullptr,
+    {Stage::Connect, Cause::ConnectFailed, Cause::ConnectFailed, "No connection to ...: ...",
      "No connection came about.", "Network, firewall, server."},
-    {Stage::TlsHandshake, Cause::TlsNoServerHello, Cause::TlsNoServerHello, nullptr,
+    {Stage::TlsHandshake, Cause::TlsNoServerHello, Cause::TlsNoServerHello,
+     "The connection was lost in the TLS handshake.",
      "The connection ended before the server said anything of TLS.",
      "A firewall that cuts TLS; a port that expects clear text; a server without a certificate."},
     {Stage::TlsHandshake, Cause::TlsServerHelloUnreadable, Cause::TlsServerHelloUnreadable,
@@ -112,12 +115,14 @@ constexpr Explanation kRows[] = {
     {Stage::Ehlo, Cause::GreetingError, Cause::GreetingError, "The server refused HELO: 550 ...",
      "The server does not take the name that this machine gives itself.",
      "A name without a dot, or one that does not exist in DNS.", Repeat::RefusedForGood},
-    {Stage::Ehlo, Cause::MessageTooLarge, Cause::MessageTooLarge, nullptr,
+    {Stage::Ehlo, Cause::MessageTooLarge, Cause::MessageTooLarge,
+     "The message has ... bytes; the server takes ... at most, as it announced (SIZE).",
      "The message is larger than the server announced to take.", "Large attachments."},
-    {Stage::StartTls, Cause::StartTlsRefused, Cause::StartTlsRefused, nullptr,
-     "The server does not turn on encryption.",
+    {Stage::StartTls, Cause::StartTlsRefused, Cause::StartTlsRefused,
+     "The server refused STARTTLS: 454 ...", "The server does not turn on encryption.",
      "No certificate at the server; STARTTLS that is not switched on there."},
-    {Stage::StartTls, Cause::StartTlsFailed, Cause::StartTlsFailed, nullptr,
+    {Stage::StartTls, Cause::StartTlsFailed, Cause::StartTlsFailed,
+     "The TLS handshake after STARTTLS failed: ...",
      "Encryption was agreed upon and did not come about.",
      "A firewall that inspects mail; old versions of TLS at the server."},
     {Stage::Login, Cause::AuthFailure, Cause::AuthFailure,
@@ -128,17 +133,18 @@ constexpr Explanation kRows[] = {
     {Stage::Login, Cause::AuthFailure, Cause::AuthFailure, "No login was made: ...",
      "No way of the server to log in can be used here.",
      "A server that offers logins over TLS alone; no password; tokens only."},
-    {Stage::Login, Cause::NoCredentials, Cause::NoCredentials, nullptr,
+    {Stage::Login, Cause::NoCredentials, Cause::NoCredentials,
+     "A credential that ... needs is missing or not usable.",
      "User name or password is missing, or cannot be sent that way.",
      "Characters that only another method can carry."},
     {Stage::Login, Cause::MechanismUnavailable, Cause::MechanismUnavailable, nullptr,
      "This system does not have that way to log in.", "Windows logins on another system."},
-    {Stage::Login, Cause::ChallengeUnanswerable, Cause::ChallengeUnanswerable, nullptr,
-     "What the server sent for the login makes no sense.",
+    {Stage::Login, Cause::ChallengeUnanswerable, Cause::ChallengeUnanswerable,
+     "The login by ... could not go on.", "What the server sent for the login makes no sense.",
      "A broken server; something in between; a token that could not be had."},
-    {Stage::Login, Cause::OAuth2Description, Cause::OAuth2Description, nullptr,
+    {Stage::Login, Cause::OAuth2Description, Cause::OAuth2Description, "The OAuth2 description ...",
      "The description of how to get a token is wrong.", "A key that is missing or misspelt."},
-    {Stage::Login, Cause::OAuth2Answer, Cause::OAuth2Answer, nullptr,
+    {Stage::Login, Cause::OAuth2Answer, Cause::OAuth2Answer, "The token endpoint ...",
      "The token endpoint gave no token.",
      "A client secret past its last day; the wrong scope or tenant."},
     {Stage::Sender, Cause::FromFailure, Cause::FromFailure,
@@ -171,14 +177,18 @@ constexpr Explanation kRows[] = {
     {Stage::Acceptance, Cause::ConnectionLost, Cause::ConnectionLost, kTwice,
      "The whole message is out, and no word came back.",
      "A scanner that takes its time; a line that broke.", Repeat::Unknown},
-    {Stage::Rendering, Cause::RenderFailed, Cause::RenderFailed, nullptr,
-     "The message could not be made.", "A file that vanished; memory."},
-    {Stage::None, Cause::ConnectionLost, Cause::ConnectionLost, nullptr,
+    {Stage::Rendering, Cause::RenderFailed, Cause::RenderFailed,
+     "The message could not be rendered.", "The message could not be made.",
+     "A file that vanished; memory."},
+    {Stage::None, Cause::ConnectionLost, Cause::ConnectionLost,
+     "The connection was lost while waiting for ...",
      "The connection ended where more was to come.", "A firewall; a server that was restarted."},
-    {Stage::None, Cause::Timeout, Cause::Timeout, nullptr,
+    {Stage::None, Cause::Timeout, Cause::Timeout,
+     "Nothing moved for 30000 ms while waiting for ...",
      "The server took longer than was waited for.", "Overload; checks of sender and recipients."},
-    {Stage::None, Cause::LineTooLong, Cause::BadReply, nullptr,
-     "What came is no reply of an SMTP server.", "A broken server, or something in between."},
+    {Stage::None, Cause::LineTooLong, Cause::BadReply,
+     "The reply to ... is no line of an SMTP server.", "What came is no reply of an SMTP server.",
+     "A broken server, or something in between."},
 };
 
 // Of all causes that a row is about; TLS rows share their rest.
@@ -232,7 +242,7 @@ void addCauses(std::string& out) {
 void addReplies(std::string& out) {
     out +=
         "\n## Replies of servers\n\nThe first row whose code, step and words fit counts. Large "
-        "providers are known by their codes and words.\n\n| code | step | one of these stands in "
+        "providers are known by their\ncodes and words.\n\n| code | step | one of these stands in "
         "it | what to change |\n|---|---|---|---|\n";
     for (const Advice& row : replyAdvices()) {
         out += "| " + codeWords(row.code) + " | " + stageCell(row.stage) + " | " +
@@ -260,11 +270,15 @@ Finding exampleOf(const Explanation& row) {
 
 std::string referenceText() {
     std::string out =
-        "# What can go wrong\n\nEach failure says at which step it happened and why: in the one "
-        "sentence of `emailsend`, in the first line of `getLastError` where a settings file has "
-        "`first-line = yes`, and in the line that hosts show. Here is what that means, where it "
-        "usually comes from, what to change, and whether the message may be sent again. What the "
-        "same looks like in the text of `getLastError` stands in [faults.md](faults.md).\n\n"
+        "# What can go wrong\n\n"
+        "Each failure says at which step it happened and why: in the one sentence of `emailsend`, "
+        "in the\n"
+        "first line of `getLastError` where a settings file has `first-line = yes`, and in the "
+        "line that\n"
+        "hosts show. Here is what that means, where it usually comes from, what to change, and "
+        "whether the\n"
+        "message may be sent again. What it looks like in the text of `getLastError` stands in\n"
+        "[faults.md](faults.md).\n\n"
         "## Steps and causes\n";
     addCauses(out);
     addReplies(out);

@@ -59,8 +59,11 @@ void keepLog(const settings::Settings* file, TvMailMan& mailMan) {
 
 // What failed and what to change before all else, where the settings file asks for that; ANSI.
 std::string told(const settings::Settings* file, const Failure& failure, std::string text) {
-    if (!file || !file->firstLine.value_or(false)) return text;
-    return XString(advice::oneSentence(advice::findingOf(failure), true)).ansi() + "\r\n" + text;
+    if (file && file->firstLine.value_or(false)) {
+        text.insert(0, "\r\n");
+        text.insert(0, XString(advice::oneSentence(advice::findingOf(failure), true)).ansi());
+    }
+    return text;
 }
 
 bool refusesWithout(const settings::Settings* file) {
