@@ -49,35 +49,33 @@ bool fits(const Advice& row, const Finding& finding) {
            (!row.phrases || mentionsOne(finding, row.phrases));
 }
 
-struct Setting {
-    const char *name, *function, *key;  // small: this goes into the DLL
+struct Key {
+    const char *name, *words;  // small: this goes into the DLL
 };
 
-constexpr Setting kSettings[] = {
-    {"implicit", "setUseSSL(1)", "encryption = implicit in [server]"},
-    {"starttls", "setUseSSL(0) and setStartTls(1)", "encryption = starttls in [server]"},
-    {"encrypt", "setStartTls(1) or setUseSSL(1)", "encryption = starttls in [server]"},
-    {"host", "setSmtpHost", "host in [server]"},
-    {"port", "setSmtpPort", "port in [server]"},
-    {"password", "setSmtpPassword", "password in [login]"},
-    {"login", "setSmtpUser and setSmtpPassword", "user and password in [login]"},
-    {"from", "setFromAddress", "from-always in [message]"},
-    {"method", "setSmtpAuthMethod", "methods in [login]"},
-    // What no function can say.
-    {"trust", "", " (roots-also or pin in [certificate])"},
-    {"token", "", " (oauth2 in [login])"},
-    {"helo", "", " (helo in [server])"},
-    {"idle", "", " (idle-timeout in [server])"},
-    {"connect", "", " (connect-timeout in [server])"},
-    {"versions", "", " (lowest and highest in [tls])"},
-    {"names", "", " (servers in [names])"},
+constexpr Key kKeys[] = {
+    {"implicit", "encryption = implicit in [server]"},
+    {"starttls", "encryption = starttls in [server]"},
+    {"encrypt", "encryption = starttls in [server]"},
+    {"host", "host in [server]"},
+    {"port", "port in [server]"},
+    {"password", "password in [login]"},
+    {"login", "user and password in [login]"},
+    {"from", "from-always in [message]"},
+    {"method", "methods in [login]"},
+    {"trust", " (roots-also or pin in [certificate])"},
+    {"token", " (oauth2 in [login])"},
+    {"helo", " (helo in [server])"},
+    {"idle", " (idle-timeout in [server])"},
+    {"versions", " (lowest and highest in [tls])"},
+    {"names", " (servers in [names])"},
 };
 
-std::string_view settingWords(std::string_view name, bool namesKeys) {
-    for (const Setting& setting : kSettings) {
-        if (setting.name == name) return namesKeys ? setting.key : setting.function;
+std::string_view keyOf(std::string_view name) {
+    for (const Key& key : kKeys) {
+        if (key.name == name) return key.words;
     }
-    return name;
+    return {};
 }
 
 // One line that a terminal takes for text alone.
@@ -106,18 +104,21 @@ const Advice& adviceOn(const Finding& finding) {
     return rows[row];
 }
 
-std::string whatToChange(const Advice& advice, bool namesKeys) {
+std::string whatToChange(const Advice& advice, SettingWords wordsOf) {
     std::string out;
-    for (std::string_view rest = advice.change; !rest.empty();) {
-        const size_t open = std::min(rest.find('{'), rest.size());
+    std::string_view rest = advice.change;
+    for (size_t open; (open = rest.find('{')) < rest.size();) {
+        const size_t close = rest.find('}', open);
         out += rest.substr(0, open);
-        rest.remove_prefix(open);
-        const size_t close = rest.find('}');
-        if (close == std::string_view::npos) break;
-        out += settingWords(rest.substr(1, close - 1), namesKeys);
+        out += wordsOf(rest.substr(open + 1, close - open - 1));
         rest.remove_prefix(close + 1);
     }
+    out += rest;
     return out;
+}
+
+std::string whatToChange(const Advice& advice) {
+    return whatToChange(advice, keyOf);
 }
 
 std::string_view stageWords(Stage stage) {
@@ -145,13 +146,13 @@ std::string_view repeatWords(Repeat repeat) {
     static constexpr const char* kWords[] = {
         "Nobody has the message: sending it again is safe.",
         "Refused for now: send it again later.",
-        "Refused for good: sending it again is safe, but useless before something has changed.",
+        "Refused for good: sending it again is useless before something has changed.",
         "The server may have the message: sending it again may deliver it twice.",
     };
     return kWords[static_cast<size_t>(repeat)];
 }
 
-std::string oneSentence(const Finding& finding, bool namesKeys) {
+std::string oneSentence(const Finding& finding) {
     std::string out;
     if (!finding) return out;
     out += stageWords(finding.stage);
@@ -159,7 +160,7 @@ std::string oneSentence(const Finding& finding, bool namesKeys) {
     out += shown(finding.words);
     if (out.back() != '.') out += '.';
     out += ' ';
-    out += whatToChange(adviceOn(finding), namesKeys);
+    out += whatToChange(adviceOn(finding));
     const std::string_view repeat = repeatWords(finding.repeat);
     if (out.find(repeat) != std::string::npos) return out;  // the words say it already
     out += ' ';

@@ -29,7 +29,15 @@ std::span<const Advice> replyAdvices();
 const Advice& adviceOn(const Finding& finding);
 
 // What to change, in sentences that name keys of the settings file, or functions of the library.
-std::string whatToChange(const Advice& advice, bool namesKeys);
+std::string whatToChange(const Advice& advice);
+std::string whatHostsChange(const Advice& advice);
+// The words for the settings in braces.
+using SettingWords = std::string_view (*)(std::string_view name);
+std::string whatToChange(const Advice& advice, SettingWords wordsOf);
+inline std::string whatToChange(const Advice& advice, bool namesKeys) {
+    return namesKeys ? whatToChange(advice) : whatHostsChange(advice);
+}
+
 // What failed, without a verb: "The login".
 std::string_view stageWords(Stage stage);
 // Whether to send it again, as a sentence.
@@ -37,6 +45,6 @@ std::string_view repeatWords(Repeat repeat);
 
 // Stage and cause, what to change, whether a repetition is safe: one line, without control
 // characters. Empty where nothing failed.
-std::string oneSentence(const Finding& finding, bool namesKeys);
+std::string oneSentence(const Finding& finding);
 
 }  // namespace tv::advice

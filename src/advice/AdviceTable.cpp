@@ -13,13 +13,13 @@ namespace {
 // stood behind a refusal.
 constexpr Advice kReplies[] = {
     // No login was made, and then something was refused.
-    {0, Stage::None, Cause::None, "no login was made: the password is empty",
+    {0, Stage::None, Cause::None, "the password is empty;",
      "Set the password ({password}), or have this client allowed without a login."},
     {0, Stage::None, Cause::None, "\"only-encrypted\" of [login]",
      "Use encryption ({encrypt}), or set only-encrypted = no in [login]."},
     {0, Stage::None, Cause::None, "\"channel-binding\" of [login]",
      "Have the server offer NTLM over TLS, or take out channel-binding in [login]."},
-    {0, Stage::None, Cause::None, "no login was made: no mechanism of the server works",
+    {0, Stage::None, Cause::None, "no mechanism of the server works",
      "Have the server offer LOGIN, PLAIN, CRAM-MD5 or NTLM to this client."},
     {0, Stage::None, Cause::None, "on this connection; over TLS it may",
      "Use encryption ({encrypt}) or the submission port 587: many servers offer logins there "
@@ -49,7 +49,7 @@ constexpr Advice kReplies[] = {
      "The server wants another way to log in ({method}), or an application password."},
     {530, Stage::None, Cause::None, nullptr, "The server wants a login: {login}."},
     {5, Stage::None, Cause::None,
-     "authentication required|authentication is required|not authenticated|log in first|5.7.57",
+     "authentication required|authentication is required|not authenticated|5.7.57",
      "The server wants a login: {login}."},
     // Who may send.
     {0, Stage::None, Cause::None, "5.7.60|sendasdenied|not owned by|to send as|send on behalf",
@@ -57,31 +57,28 @@ constexpr Advice kReplies[] = {
     {553, Stage::Sender, Cause::None, nullptr,
      "This login may not send as this sender: use its own address ({from}), or have it allowed."},
     {0, Stage::None, Cause::None, "relay|5.7.54",
-     "The server takes this from clients alone that it knows: log in ({login}), or have this "
-     "machine allowed to relay there."},
-    {0, Stage::None, Cause::None,
-     "5.7.26|5.7.23|5.7.27|5.7.29|5.7.30|5.7.509|spf|dkim|dmarc|unauthenticated email",
-     "The sender's domain does not vouch for this way (SPF, DKIM, DMARC): send through its own "
-     "mail server, or have its records name this one."},
+     "The server does not know this client: log in ({login}), or have this machine allowed to "
+     "relay there."},
+    {0, Stage::None, Cause::None, "5.7.26|5.7.23|5.7.27|5.7.509|spf|dkim|dmarc",
+     "The sender's domain does not vouch for this server (SPF, DKIM, DMARC): send through its own, "
+     "or have its records name this one."},
     {0, Stage::None, Cause::None,
      "5.7.25|reverse dns|ptr record|your hostname|helo command rejected|fully-qualified",
-     "This machine has no name that the server finds right{helo}: send through a provider's server "
-     "(port 587, with a login), or mend its DNS records."},
+     "This machine has no name that the server finds right{helo}: send through a provider, with a "
+     "login, or mend its DNS records."},
     {0, Stage::None, Cause::None,
-     "spamhaus|block list|blocklist|blacklist|blocked "
-     "using|dnsbl|5.7.511|5.7.606|reputation|banned",
-     "The address that the mail comes from stands on a block list: send through a provider's "
-     "server (port 587, with a login), or have the list remove it."},
+     "block list|blocklist|blacklist|blocked using|5.7.511|5.7.606|reputation|banned",
+     "This machine's address stands on a block list: send through a provider, with a login, or "
+     "have the list remove it."},
     {0, Stage::None, Cause::None, "greylist|graylist|postgrey",
-     "The server puts off senders that it does not know yet (greylisting): send again in 5 to 30 "
-     "minutes."},
+     "The server puts off strangers (greylisting): send again in 5 to 30 minutes."},
     {0, Stage::None, Cause::None,
      "too many con|concurrent con|connection limit|rate limit|4.7.28|5.7.28|4.3.2|too many "
-     "messages|sending limit|sending quota|throttl",
+     "messages|sending limit|throttl",
      "The server limits how much one client may send: send the rest later."},
     // Size and room.
     {0, Stage::None, Cause::None,
-     "5.2.2|4.2.2|mailbox full|mailbox is full|over quota|overquota|quota exceeded|out of storage",
+     "5.2.2|4.2.2|mailbox full|mailbox is full|over quota|overquota|quota exceeded",
      "The recipient's mailbox is full: room has to be made there."},
     {452, Stage::None, Cause::None, "4.3.1|storage|disk",
      "The server's disk is full: tell its administrator, and send again later."},
@@ -90,27 +87,26 @@ constexpr Advice kReplies[] = {
     {552, Stage::None, Cause::None, nullptr, "Send less, or have the limit of the server raised."},
     // Greeting and introduction.
     {421, Stage::Greeting, Cause::None, nullptr,
-     "The server is busy or shutting down: send again later."},
+     "The server is busy, closing, or limits this client: send again later."},
     {0, Stage::Greeting, Cause::GreetingError, nullptr,
      "The server does not serve this address: have it allowed there."},
     {0, Stage::Ehlo, Cause::None, "refused HELO|refused EHLO",
-     "The server does not take this machine's name{helo}: give the machine a name it takes, or "
-     "allow it there."},
+     "The server does not take this machine's name{helo}: give it another, or allow it there."},
     // The envelope and the message.
     {0, Stage::Sender, Cause::None, "5.1.8|4.1.8|5.1.7|domain not found|sender domain",
      "The domain of the sender is not known: correct it ({from})."},
     {421, Stage::None, Cause::None, nullptr,
-     "The server is closing or limits this client: send again later."},
+     "The server is busy, closing, or limits this client: send again later."},
     {4, Stage::None, Cause::None, nullptr,
      "The server cannot take mail now (greylisting, full disk): send again in some minutes."},
     {5, Stage::Sender, Cause::None, nullptr,
      "Use a sender address that the server allows for this client or login ({from})."},
     {5, Stage::Recipients, Cause::None, nullptr,
-     "Correct the addresses; the dialogue names those that are refused."},
+     "Correct the refused addresses; some servers close after one."},
     {5, Stage::Data, Cause::None, nullptr,
-     "The reply says why; often a policy of the server against this client or sender."},
+     "The reply says why: content, size, sender, or a policy of the server."},
     {5, Stage::Acceptance, Cause::None, nullptr,
-     "The reply says why: content, size, sender or policy."},
+     "The reply says why: content, size, sender, or a policy of the server."},
     {5, Stage::Login, Cause::None, nullptr,
      "The server does not take this way to log in: {method}."},
 };
@@ -143,16 +139,17 @@ constexpr Advice kCauses[] = {
      "Where the server has a new key, write it down (pin in [certificate]); else somebody stands "
      "in between."},
     {0, Stage::Certificate, Cause::None, "issuer of the certificate|issuing certificate",
-     "Give the server a certificate of an authority that this machine trusts, with all "
-     "certificates between, or make this machine trust the authority{trust}."},
+     "Give the server a certificate that this machine trusts, with all certificates between, or "
+     "make this machine trust its authority{trust}."},
     {0, Stage::Certificate, Cause::None, nullptr,
-     "Give the server a certificate that this machine trusts{trust}."},
+     "Give the server a certificate that this machine trusts, with all certificates between, or "
+     "make this machine trust its authority{trust}."},
     // TLS.
     {0, Stage::None, Cause::None, "when TLS 1.3 was offered",
      "Let TLS 1.3 pass to the server, or do without it{versions}."},
-    {0, Stage::None, Cause::None, "TLS handshake after STARTTLS failed",
-     "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: take it out "
-     "of the way, or use port 465 ({implicit})."},
+    {0, Stage::None, Cause::None, "after STARTTLS failed",
+     "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: use port 465 "
+     "({implicit})."},
     {0, Stage::None, Cause::None, "does not speak TLS",
      "The port speaks clear text first: {starttls}, or the server's TLS port (465)."},
     {0, Stage::None, Cause::None, "Timeout in the TLS handshake|TLS handshake took more",
@@ -168,8 +165,8 @@ constexpr Advice kCauses[] = {
     {0, Stage::TlsHandshake, Cause::None, nullptr,
      "Have the server's TLS mended (1.2 or 1.3); a firewall that inspects TLS may break it, too."},
     {0, Stage::StartTls, Cause::None, nullptr,
-     "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: take it out "
-     "of the way, or use port 465 ({implicit})."},
+     "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: use port 465 "
+     "({implicit})."},
     // The greeting and the introduction.
     {0, Stage::Greeting, Cause::None, "expects TLS from the first byte",
      "{implicit}, or port 587."},
@@ -184,13 +181,14 @@ constexpr Advice kCauses[] = {
     {0, Stage::Greeting, Cause::ConnectionLost, nullptr,
      "The server turns this address away: look at its log, its list of allowed clients and its "
      "limit of connections."},
-    {0, Stage::Greeting, Cause::None, nullptr, "Another service listens there: check the port."},
+    {0, Stage::Greeting, Cause::None, nullptr,
+     "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Ehlo, Cause::MessageTooLarge, nullptr,
      "Send less, or have the limit of the server raised."},
     {0, Stage::Ehlo, Cause::Timeout, nullptr,
-     "Look at the server's log; a scanner or firewall on the way may swallow the reply."},
+     "Look at the server's log; a scanner or firewall on the way may stand in between."},
     {0, Stage::Ehlo, Cause::None, nullptr,
-     "Look at the server's log; a scanner or firewall on the way may have cut the connection."},
+     "Look at the server's log; a scanner or firewall on the way may stand in between."},
     // The login.
     {0, Stage::None, Cause::NoCredentials, nullptr,
      "Set user name and password ({login}), without unusual characters."},
@@ -206,23 +204,23 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::None, "The sender is no address",
      "Write it as name@domain or Name <name@domain> ({from})."},
     {0, Stage::Recipients, Cause::None, "letters outside ASCII",
-     "Use another address of that recipient, or a server with SMTPUTF8."},
+     "Use another address, or a server with SMTPUTF8."},
     {0, Stage::Sender, Cause::None, "letters outside ASCII",
-     "Use another sender address ({from}), or a server with SMTPUTF8."},
+     "Use another address, or a server with SMTPUTF8."},
     {0, Stage::None, Cause::None, "came out of order",
      "Something on the way (a scanner) breaks the server's PIPELINING: have it mended or taken "
      "out."},
     {0, Stage::Sender, Cause::Timeout, nullptr,
-     "Look at the server's log; a check of the sender there (DNS, scanner) takes too long{idle}."},
+     "Look at the server's log; a check there (DNS, scanner) takes too long{idle}."},
     {0, Stage::Sender, Cause::ConnectionLost, nullptr,
      "Look at the server's log; it may want a login."},
     {0, Stage::Recipients, Cause::Timeout, nullptr,
-     "Look at the server's log; a check of the recipient there takes too long{idle}."},
+     "Look at the server's log; a check there (DNS, scanner) takes too long{idle}."},
     {0, Stage::None, Cause::ConnectionLost, "Before that, RCPT TO",
-     "Correct the refused address: some servers close after one."},
+     "Correct the refused addresses; some servers close after one."},
     // The message.
     {0, Stage::Acceptance, Cause::BadReply, nullptr,
-     "Look at the server's log before sending again: it may have arrived."},
+     "Ask the recipient or look at the server's log before sending again: it may have arrived."},
     {0, Stage::Acceptance, Cause::None, nullptr,
      "Ask the recipient or look at the server's log before sending again: it may have arrived."},
     {0, Stage::Data, Cause::Timeout, nullptr,
@@ -235,19 +233,17 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::SettingsUnusable, nullptr,
      "Correct that; emailsend settings check FILE says whether the file can be used."},
     {0, Stage::None, Cause::Aborted, nullptr, "Nothing: the application stopped it."},
-    {0, Stage::None, Cause::OutOfMemory, nullptr,
-     "Send less in one message, or give the program more memory."},
+    {0, Stage::None, Cause::OutOfMemory, nullptr, "Send less in one message."},
     {0, Stage::None, Cause::BadReply, nullptr,
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::None, Cause::LineTooLong, nullptr,
      "What listens there is no mail server, or a broken one: check host and port."},
-    {0, Stage::Local, Cause::Internal, nullptr,
-     "The log says more (setVerboseLogging, emailsend --verbose)."},
-    {0, Stage::None, Cause::Timeout, nullptr, "Look at the server's log; it takes too long{idle}."},
+    {0, Stage::Local, Cause::Internal, nullptr, "The log says more."},
+    {0, Stage::None, Cause::Timeout, nullptr,
+     "Look at the server's log; a check there (DNS, scanner) takes too long{idle}."},
     {0, Stage::None, Cause::ConnectionLost, nullptr,
-     "Look at the server's log; a scanner or firewall on the way may have cut the connection."},
-    {0, Stage::None, Cause::None, nullptr,
-     "The log says more (setVerboseLogging, emailsend --verbose)."},
+     "Look at the server's log; a scanner or firewall on the way may stand in between."},
+    {0, Stage::None, Cause::None, nullptr, "The log says more."},
 };
 
 constexpr size_t kCount = std::size(kReplies) + std::size(kCauses);

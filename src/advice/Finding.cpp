@@ -19,9 +19,15 @@ std::string wordsOf(const Failure& failure) {
 }  // namespace
 
 Finding findingOf(const Failure& failure) {
-    if (!failure) return {};
-    return {failure.stage(),     failure.root(),   failure.repeat(),
-            failure.replyCode(), wordsOf(failure), failure.reply()};
+    Finding finding;
+    if (!failure) return finding;
+    finding.stage = failure.stage();
+    finding.cause = failure.root();
+    finding.repeat = failure.repeat();
+    finding.replyCode = failure.replyCode();
+    finding.words = wordsOf(failure);
+    finding.reply = failure.reply();
+    return finding;
 }
 
 }  // namespace tv::advice

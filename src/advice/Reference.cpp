@@ -233,7 +233,7 @@ void addCauses(std::string& out) {
         for (const Explanation& row : kRows) {
             if (row.stage != stage) continue;
             out += "| " + saidOf(row) + " | " + row.meaning + " | " + row.reasons + " | " +
-                   whatToChange(adviceOn(exampleOf(row)), true) + " | " +
+                   whatToChange(adviceOn(exampleOf(row))) + " | " +
                    std::string(repeatInShort(row.repeat)) + " |\n";
         }
     }
@@ -246,8 +246,8 @@ void addReplies(std::string& out) {
         "it | what to change |\n|---|---|---|---|\n";
     for (const Advice& row : replyAdvices()) {
         out += "| " + codeWords(row.code) + " | " + stageCell(row.stage) + " | " +
-               replaceAll(row.phrases ? row.phrases : "", "|", ", ") + " | " +
-               whatToChange(row, true) + " |\n";
+               replaceAll(row.phrases ? row.phrases : "", "|", ", ") + " | " + whatToChange(row) +
+               " |\n";
     }
 }
 

@@ -61,7 +61,7 @@ void keepLog(const settings::Settings* file, TvMailMan& mailMan) {
 std::string told(const settings::Settings* file, const Failure& failure, std::string text) {
     if (file && file->firstLine.value_or(false)) {
         text.insert(0, "\r\n");
-        text.insert(0, XString(advice::oneSentence(advice::findingOf(failure), true)).ansi());
+        text.insert(0, XString(advice::oneSentence(advice::findingOf(failure))).ansi());
     }
     return text;
 }

@@ -36,7 +36,7 @@ def test_the_sample(product, receiver, sample, tmp_path):
 # what else stands there.
 FAILURES = {
     "refused recipient": (["--verbose"], 69, "Naming the recipients (RCPT TO) failed: No recipient was accepted. ",
-                          ["was answered with: 550", "Correct the addresses", "RCPT TO:<bela@example.test>",
+                          ["was answered with: 550", "Correct the refused addresses", "RCPT TO:<bela@example.test>",
                            "no such mailbox"]),
     "in one sentence": ([], 69, "Naming the recipients (RCPT TO) failed: ", ["something has changed.\n"]),
     "no server": (["--port", "1", "--verbose", "--auth", "ntlm", "--user", "Default"],  # no password

@@ -184,7 +184,7 @@ std::string asText(std::string_view log) {
 int reportFailure(const Job& job, const char* lastError) {
     const tv::XString text = tv::XString::fromHost(lastError, false);
     const tv::advice::Finding finding = tv::advice::findingIn(text.utf8());
-    report(exitCodeOf(finding), oneSentence(finding, true));
+    report(exitCodeOf(finding), oneSentence(finding));
     if (job.arguments.verbose) printError(asText(text.utf8()));
     return exitCodeOf(finding);
 }

@@ -386,7 +386,7 @@ INSTANTIATE_TEST_SUITE_P(, SendDialogue, testing::ValuesIn(playableRows()), test
 
 // As the table has it, with the names of functions as code.
 std::string remedyOf(const std::string& lastError) {
-    const std::string text = whatToChange(adviceOn(advice::findingIn(lastError)), false);
+    const std::string text = whatHostsChange(adviceOn(advice::findingIn(lastError)));
     static const std::regex kFunction(
         "set[A-Z][A-Za-z]+(\\([01]\\))?|name@domain|Name <name@domain>");
     return std::regex_replace(text, kFunction, "`$&`");
