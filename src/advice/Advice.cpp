@@ -79,19 +79,30 @@ std::string_view keyOf(std::string_view name) {
 }
 
 // One line that a terminal takes for text alone.
-std::string shown(std::string_view words) {
+void addShown(std::string_view words, std::string& out) {
     size_t size = std::min(words.size(), kMostShown);
     // Not within a character.
-    while (size > 0 && size < words.size() &&
-           (static_cast<unsigned char>(words[size]) & 0xC0) == 0x80)
+    while (size > 0 && size < words.size() && (static_cast<uint8_t>(words[size]) & 0xC0) == 0x80)
         --size;
-    std::string out(words.substr(0, size));
-    for (char& c : out) {
-        if (static_cast<unsigned char>(c) < ' ' || c == 0x7F) c = ' ';
+    for (const char c : words.substr(0, size)) {
+        out.push_back(static_cast<uint8_t>(c) < ' ' || c == 0x7F ? ' ' : c);
     }
-    out.resize(out.find_last_not_of(' ') + 1);
-    if (size < words.size()) out += "...";
-    return out;
+    while (out.ends_with(' '))
+        out.pop_back();
+    if (size < words.size()) out.append("...");
+}
+
+void addChange(const char* change, SettingWords wordsOf, std::string& out) {
+    for (const char* at = change; *at; ++at) {
+        if (*at != '{') {
+            out.push_back(*at);
+            continue;
+        }
+        const char* const name = at + 1;
+        while (*at != '}')
+            ++at;
+        out.append(wordsOf({name, static_cast<size_t>(at - name)}));
+    }
 }
 
 }  // namespace
@@ -106,14 +117,7 @@ const Advice& adviceOn(const Finding& finding) {
 
 std::string whatToChange(const Advice& advice, SettingWords wordsOf) {
     std::string out;
-    std::string_view rest = advice.change;
-    for (size_t open; (open = rest.find('{')) < rest.size();) {
-        const size_t close = rest.find('}', open);
-        out += rest.substr(0, open);
-        out += wordsOf(rest.substr(open + 1, close - open - 1));
-        rest.remove_prefix(close + 1);
-    }
-    out += rest;
+    addChange(advice.change, wordsOf, out);
     return out;
 }
 
@@ -155,16 +159,12 @@ std::string_view repeatWords(Repeat repeat) {
 std::string oneSentence(const Finding& finding) {
     std::string out;
     if (!finding) return out;
-    out += stageWords(finding.stage);
-    out += " failed: ";
-    out += shown(finding.words);
-    if (out.back() != '.') out += '.';
-    out += ' ';
-    out += whatToChange(adviceOn(finding));
+    out.append(stageWords(finding.stage)).append(" failed: ");
+    addShown(finding.words, out);
+    out.append(out.ends_with('.') ? " " : ". ");
+    addChange(adviceOn(finding).change, keyOf, out);
     const std::string_view repeat = repeatWords(finding.repeat);
-    if (out.find(repeat) != std::string::npos) return out;  // the words say it already
-    out += ' ';
-    out += repeat;
+    if (out.find(repeat) == std::string::npos) out.append(" ").append(repeat);
     return out;
 }
 

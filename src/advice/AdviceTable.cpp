@@ -14,7 +14,7 @@ namespace {
 constexpr Advice kReplies[] = {
     // No login was made, and then something was refused.
     {0, Stage::None, Cause::None, "the password is empty;",
-     "Set the password ({password}), or have this client allowed without a login."},
+     "Set the password ({password}), or have this client allowed without."},
     {0, Stage::None, Cause::None, "\"only-encrypted\" of [login]",
      "Use encryption ({encrypt}), or set only-encrypted = no in [login]."},
     {0, Stage::None, Cause::None, "\"channel-binding\" of [login]",
@@ -22,17 +22,15 @@ constexpr Advice kReplies[] = {
     {0, Stage::None, Cause::None, "no mechanism of the server works",
      "Have the server offer LOGIN, PLAIN, CRAM-MD5 or NTLM to this client."},
     {0, Stage::None, Cause::None, "on this connection; over TLS it may",
-     "Use encryption ({encrypt}) or the submission port 587: many servers offer logins there "
-     "alone."},
+     "Use encryption ({encrypt}) or port 587: many servers offer logins there alone."},
     // Logins.
     {535, Stage::None, Cause::None,
      "5.7.139|5.7.3|basic authentication|clientauthentication is disabled",
-     "The provider has switched off logins with a password: have its administrator allow "
-     "authenticated SMTP for the account, or use a token{token}."},
+     "The provider has switched off logins with a password: have authenticated SMTP allowed for "
+     "the account, or use a token{token}."},
     {0, Stage::Login, Cause::None,
      "5.7.9|specific password|app password|less secure|badcredentials",
-     "The account needs an application password: make one in its security settings and use it in "
-     "place of its own."},
+     "The account needs an application password: make one in its security settings."},
     {0, Stage::Login, Cause::None, "5.7.14|web browser",
      "The provider doubts this login: log in once with a web browser, then send again."},
     {538, Stage::None, Cause::None, nullptr, "The server wants encryption first: {encrypt}."},
@@ -118,26 +116,25 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::EmptyHostname, nullptr, "Name the mail server ({host})."},
     {0, Stage::None, Cause::DnsFailed, nullptr,
      "Check the spelling of the host name and the name servers of this machine{names}; an address "
-     "serves in place of a name."},
+     "serves, too."},
     {0, Stage::None, Cause::DnsTimeout, nullptr,
-     "No name server answered: check the network and the name servers of this machine{names}."},
+     "Check the network and the name servers of this machine{names}."},
     {0, Stage::None, Cause::None, "not a number from 1 to 65535",
      "Set the port that the mail server listens at ({port}): 25, 465 or 587."},
     {0, Stage::None, Cause::ConnectTimeout, nullptr,
      "Check host and port; a firewall drops the packets, or the provider blocks port 25: then 587 "
      "or 465."},
     {0, Stage::Connect, Cause::None, nullptr,
-     "Check host and port, whether the mail server runs, the network connection of this machine "
-     "and the firewalls on the way."},
+     "Check host and port, the network and the firewalls on the way, and whether the mail server "
+     "runs."},
     // Certificates.
     {0, Stage::Certificate, Cause::None, "another host|names no host",
-     "Name the server as its certificate does ({host}), or give it a certificate with the name "
-     "that is used."},
+     "Name the server as its certificate does ({host}), or give it one with the name that is "
+     "used."},
     {0, Stage::Certificate, Cause::None, "has expired|not valid yet",
      "Renew the server's certificate; look at the clock of this machine, too."},
     {0, Stage::Certificate, Cause::None, "that are pinned",
-     "Where the server has a new key, write it down (pin in [certificate]); else somebody stands "
-     "in between."},
+     "If the server has a new key, set pin in [certificate]; else somebody stands in between."},
     {0, Stage::Certificate, Cause::None, "issuer of the certificate|issuing certificate",
      "Give the server a certificate that this machine trusts, with all certificates between, or "
      "make this machine trust its authority{trust}."},
@@ -155,15 +152,13 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::None, "Timeout in the TLS handshake|TLS handshake took more",
      "The port may want STARTTLS instead (587, 25): {starttls}."},
     {0, Stage::None, Cause::None, "alert \"protocol version\"",
-     "The server wants a version that was not offered (TLS 1.0 to 1.3 are): have it speak TLS 1.2 "
-     "or 1.3{versions}."},
+     "Have the server speak TLS 1.2 or 1.3; 1.0 to 1.3 are offered{versions}."},
     {0, Stage::None, Cause::TlsVersionNotOffered, nullptr,
-     "The server wants a version that was not offered (TLS 1.0 to 1.3 are): have it speak TLS 1.2 "
-     "or 1.3{versions}."},
+     "Have the server speak TLS 1.2 or 1.3; 1.0 to 1.3 are offered{versions}."},
     {0, Stage::None, Cause::TlsDowngrade, nullptr,
      "Somebody on the way may weaken the encryption: send over another network."},
     {0, Stage::TlsHandshake, Cause::None, nullptr,
-     "Have the server's TLS mended (1.2 or 1.3); a firewall that inspects TLS may break it, too."},
+     "Have the server's TLS mended; a firewall that inspects it may break it, too."},
     {0, Stage::StartTls, Cause::None, nullptr,
      "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: use port 465 "
      "({implicit})."},
@@ -171,16 +166,14 @@ constexpr Advice kCauses[] = {
     {0, Stage::Greeting, Cause::None, "expects TLS from the first byte",
      "{implicit}, or port 587."},
     {0, Stage::Greeting, Cause::Timeout, "The server was too slow",
-     "The server or a scanner on the way holds connections back (tarpit, overload): have this "
-     "client exempted, or send later."},
+     "The server holds connections back (tarpit, overload): have this client exempted, or send "
+     "later."},
     {0, Stage::Greeting, Cause::Timeout, "without its end had come",
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Greeting, Cause::Timeout, nullptr,
-     "Look at the server's log; a server that expects TLS from the first byte is silent, too: then "
-     "{implicit}."},
+     "Look at the server's log; a server that expects TLS is silent, too: then {implicit}."},
     {0, Stage::Greeting, Cause::ConnectionLost, nullptr,
-     "The server turns this address away: look at its log, its list of allowed clients and its "
-     "limit of connections."},
+     "The server turns this address away: look at its log, its allowed clients and its limits."},
     {0, Stage::Greeting, Cause::None, nullptr,
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Ehlo, Cause::MessageTooLarge, nullptr,
@@ -200,7 +193,7 @@ constexpr Advice kCauses[] = {
      "The server does not take this way to log in: {method}."},
     // The envelope.
     {0, Stage::None, Cause::None, "if there are no recipients|has no recipients",
-     "Add a recipient before sending, and look at what setRecipient returns."},
+     "Add a recipient; setRecipient tells whether it was one."},
     {0, Stage::None, Cause::None, "The sender is no address",
      "Write it as name@domain or Name <name@domain> ({from})."},
     {0, Stage::Recipients, Cause::None, "letters outside ASCII",
@@ -208,8 +201,7 @@ constexpr Advice kCauses[] = {
     {0, Stage::Sender, Cause::None, "letters outside ASCII",
      "Use another address, or a server with SMTPUTF8."},
     {0, Stage::None, Cause::None, "came out of order",
-     "Something on the way (a scanner) breaks the server's PIPELINING: have it mended or taken "
-     "out."},
+     "A scanner on the way breaks the server's PIPELINING: have it mended or taken out."},
     {0, Stage::Sender, Cause::Timeout, nullptr,
      "Look at the server's log; a check there (DNS, scanner) takes too long{idle}."},
     {0, Stage::Sender, Cause::ConnectionLost, nullptr,
@@ -220,9 +212,9 @@ constexpr Advice kCauses[] = {
      "Correct the refused addresses; some servers close after one."},
     // The message.
     {0, Stage::Acceptance, Cause::BadReply, nullptr,
-     "Ask the recipient or look at the server's log before sending again: it may have arrived."},
+     "Ask the recipient or look at the server's log first: it may have arrived."},
     {0, Stage::Acceptance, Cause::None, nullptr,
-     "Ask the recipient or look at the server's log before sending again: it may have arrived."},
+     "Ask the recipient or look at the server's log first: it may have arrived."},
     {0, Stage::Data, Cause::Timeout, nullptr,
      "Look at the server's log and at its free disk space."},
     {0, Stage::Data, Cause::ConnectionLost, nullptr,
@@ -230,8 +222,7 @@ constexpr Advice kCauses[] = {
     {0, Stage::Rendering, Cause::None, nullptr,
      "Look whether the files of the message can be read."},
     // This machine.
-    {0, Stage::None, Cause::SettingsUnusable, nullptr,
-     "Correct that; emailsend settings check FILE says whether the file can be used."},
+    {0, Stage::None, Cause::SettingsUnusable, nullptr, "Correct the settings file."},
     {0, Stage::None, Cause::Aborted, nullptr, "Nothing: the application stopped it."},
     {0, Stage::None, Cause::OutOfMemory, nullptr, "Send less in one message."},
     {0, Stage::None, Cause::BadReply, nullptr,

@@ -4,16 +4,15 @@
 namespace tv::advice {
 namespace {
 
-std::string wordsOf(const Failure& failure) {
-    std::string words = failure.text();
-    if (words.empty()) words = tlsSentence(failure.root());
-    if (words.empty()) words = connectWords(failure.root());
-    if (words.empty()) words = statusWord(failure.cause());
+// Appended, not assigned and returned: this goes into the DLL.
+void addWords(const Failure& failure, std::string& words) {
+    words += failure.text();
+    if (words.empty()) words.append(tlsSentence(failure.root()));
+    if (words.empty()) words.append(connectWords(failure.root()));
+    if (words.empty()) words.append(statusWord(failure.cause()));
     for (const std::string& hint : failure.hints()) {
-        words += words.ends_with('.') ? " " : ". ";
-        words += hint;
+        words.append(words.ends_with('.') ? " " : ". ").append(hint);
     }
-    return words;
 }
 
 }  // namespace
@@ -25,8 +24,8 @@ Finding findingOf(const Failure& failure) {
     finding.cause = failure.root();
     finding.repeat = failure.repeat();
     finding.replyCode = failure.replyCode();
-    finding.words = wordsOf(failure);
-    finding.reply = failure.reply();
+    addWords(failure, finding.words);
+    finding.reply.append(failure.reply());
     return finding;
 }
 
