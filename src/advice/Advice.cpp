@@ -67,7 +67,7 @@ constexpr Key kKeys[] = {
     {"token", " (oauth2 in [login])"},
     {"helo", " (helo in [server])"},
     {"idle", " (idle-timeout in [server])"},
-    {"versions", " (lowest and highest in [tls])"},
+    {"versions", " (highest in [tls])"},
     {"names", " (servers in [names])"},
 };
 
@@ -131,10 +131,10 @@ std::string_view stageWords(Stage stage) {
         "Looking up the server's name",
         "Connecting to the server",
         "The TLS handshake",
-        "The check of the server's certificate",
+        "The certificate check",
         "The server's greeting",
-        "The introduction to the server (EHLO)",
-        "Turning on encryption (STARTTLS)",
+        "The introduction (EHLO)",
+        "The turn to TLS (STARTTLS)",
         "The login",
         "Naming the sender (MAIL FROM)",
         "Naming the recipients (RCPT TO)",

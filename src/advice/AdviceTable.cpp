@@ -26,60 +26,55 @@ constexpr Advice kReplies[] = {
     // Logins.
     {535, Stage::None, Cause::None,
      "5.7.139|5.7.3|basic authentication|clientauthentication is disabled",
-     "The provider has switched off logins with a password: have authenticated SMTP allowed for "
-     "the account, or use a token{token}."},
+     "The provider has switched off logins with a password: have them allowed for the account, or "
+     "use a token{token}."},
     {0, Stage::Login, Cause::None,
      "5.7.9|specific password|app password|less secure|badcredentials",
      "The account needs an application password: make one in its security settings."},
-    {0, Stage::Login, Cause::None, "5.7.14|web browser",
-     "The provider doubts this login: log in once with a web browser, then send again."},
     {538, Stage::None, Cause::None, nullptr, "The server wants encryption first: {encrypt}."},
     {0, Stage::StartTls, Cause::StartTlsRefused, nullptr,
-     "Mend the certificate setup of the server, or use its TLS port (465, {implicit})."},
+     "Mend the server's certificate, or use its TLS port (465, {implicit})."},
     {5, Stage::None, Cause::None, "starttls|encryption required",
      "The server wants encryption first: {encrypt}."},
-    {454, Stage::Login, Cause::None, nullptr,
-     "The server cannot check passwords just now: send again later."},
     {535, Stage::None, Cause::None, nullptr,
-     "Correct user name and password ({login}); accounts with a second factor need an application "
-     "password or a token{token}."},
+     "Correct user name and password ({login}); a second factor needs an application password or a "
+     "token{token}."},
     {534, Stage::None, Cause::None, nullptr,
-     "The server wants another way to log in ({method}), or an application password."},
+     "The server wants another way to log in ({method}) or an application password."},
     {530, Stage::None, Cause::None, nullptr, "The server wants a login: {login}."},
     {5, Stage::None, Cause::None,
      "authentication required|authentication is required|not authenticated|5.7.57",
      "The server wants a login: {login}."},
     // Who may send.
     {0, Stage::None, Cause::None, "5.7.60|sendasdenied|not owned by|to send as|send on behalf",
-     "This login may not send as this sender: use its own address ({from}), or have it allowed."},
+     "This login may not send as this sender: use its own address ({from})."},
     {553, Stage::Sender, Cause::None, nullptr,
-     "This login may not send as this sender: use its own address ({from}), or have it allowed."},
+     "This login may not send as this sender: use its own address ({from})."},
     {0, Stage::None, Cause::None, "relay|5.7.54",
-     "The server does not know this client: log in ({login}), or have this machine allowed to "
-     "relay there."},
-    {0, Stage::None, Cause::None, "5.7.26|5.7.23|5.7.27|5.7.509|spf|dkim|dmarc",
-     "The sender's domain does not vouch for this server (SPF, DKIM, DMARC): send through its own, "
-     "or have its records name this one."},
+     "Log in ({login}), or have this machine allowed to relay there."},
+    {0, Stage::None, Cause::None, "5.7.26|5.7.23|5.7.27|spf|dkim|dmarc",
+     "The sender's domain does not vouch for this server (SPF, DKIM, DMARC): send through its "
+     "own."},
     {0, Stage::None, Cause::None,
      "5.7.25|reverse dns|ptr record|your hostname|helo command rejected|fully-qualified",
-     "This machine has no name that the server finds right{helo}: send through a provider, with a "
-     "login, or mend its DNS records."},
+     "This machine has no name that the server finds right{helo}: mend its DNS records, or send "
+     "through a provider, with a login."},
     {0, Stage::None, Cause::None,
      "block list|blocklist|blacklist|blocked using|5.7.511|5.7.606|reputation|banned",
-     "This machine's address stands on a block list: send through a provider, with a login, or "
-     "have the list remove it."},
-    {0, Stage::None, Cause::None, "greylist|graylist|postgrey",
+     "This machine's address stands on a block list: have it removed, or send through a provider, "
+     "with a login."},
+    {0, Stage::None, Cause::None, "greylist|graylist",
      "The server puts off strangers (greylisting): send again in 5 to 30 minutes."},
     {0, Stage::None, Cause::None,
-     "too many con|concurrent con|connection limit|rate limit|4.7.28|5.7.28|4.3.2|too many "
+     "too many con|concurrent con|rate limit|4.7.28|5.7.28|4.3.2|too many "
      "messages|sending limit|throttl",
-     "The server limits how much one client may send: send the rest later."},
+     "The server limits how much one client may send: send less, or later."},
     // Size and room.
     {0, Stage::None, Cause::None,
-     "5.2.2|4.2.2|mailbox full|mailbox is full|over quota|overquota|quota exceeded",
-     "The recipient's mailbox is full: room has to be made there."},
+     "5.2.2|4.2.2|mailbox full|mailbox is full|over quota|quota exceeded",
+     "The recipient's mailbox is full."},
     {452, Stage::None, Cause::None, "4.3.1|storage|disk",
-     "The server's disk is full: tell its administrator, and send again later."},
+     "The server's disk is full: tell its administrator."},
     {0, Stage::None, Cause::None, "the server takes|5.3.4|5.2.3",
      "Send less, or have the limit of the server raised."},
     {552, Stage::None, Cause::None, nullptr, "Send less, or have the limit of the server raised."},
@@ -92,19 +87,17 @@ constexpr Advice kReplies[] = {
      "The server does not take this machine's name{helo}: give it another, or allow it there."},
     // The envelope and the message.
     {0, Stage::Sender, Cause::None, "5.1.8|4.1.8|5.1.7|domain not found|sender domain",
-     "The domain of the sender is not known: correct it ({from})."},
+     "Correct the domain of the sender ({from})."},
     {421, Stage::None, Cause::None, nullptr,
      "The server is busy, closing, or limits this client: send again later."},
     {4, Stage::None, Cause::None, nullptr,
-     "The server cannot take mail now (greylisting, full disk): send again in some minutes."},
+     "The server cannot take mail now (greylisting, full disk): send again later."},
     {5, Stage::Sender, Cause::None, nullptr,
-     "Use a sender address that the server allows for this client or login ({from})."},
-    {5, Stage::Recipients, Cause::None, nullptr,
-     "Correct the refused addresses; some servers close after one."},
-    {5, Stage::Data, Cause::None, nullptr,
-     "The reply says why: content, size, sender, or a policy of the server."},
+     "Use a sender that the server allows for this client or login ({from})."},
+    {5, Stage::Recipients, Cause::None, nullptr, "Correct the refused addresses."},
+    {5, Stage::Data, Cause::None, nullptr, "The reply says why: content, size, sender or policy."},
     {5, Stage::Acceptance, Cause::None, nullptr,
-     "The reply says why: content, size, sender, or a policy of the server."},
+     "The reply says why: content, size, sender or policy."},
     {5, Stage::Login, Cause::None, nullptr,
      "The server does not take this way to log in: {method}."},
 };
@@ -122,8 +115,8 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::None, "not a number from 1 to 65535",
      "Set the port that the mail server listens at ({port}): 25, 465 or 587."},
     {0, Stage::None, Cause::ConnectTimeout, nullptr,
-     "Check host and port; a firewall drops the packets, or the provider blocks port 25: then 587 "
-     "or 465."},
+     "Check host and port; a firewall may drop the packets, a provider block port 25: then 587 or "
+     "465."},
     {0, Stage::Connect, Cause::None, nullptr,
      "Check host and port, the network and the firewalls on the way, and whether the mail server "
      "runs."},
@@ -132,15 +125,15 @@ constexpr Advice kCauses[] = {
      "Name the server as its certificate does ({host}), or give it one with the name that is "
      "used."},
     {0, Stage::Certificate, Cause::None, "has expired|not valid yet",
-     "Renew the server's certificate; look at the clock of this machine, too."},
+     "Renew the server's certificate, or set the clock of this machine."},
     {0, Stage::Certificate, Cause::None, "that are pinned",
      "If the server has a new key, set pin in [certificate]; else somebody stands in between."},
     {0, Stage::Certificate, Cause::None, "issuer of the certificate|issuing certificate",
-     "Give the server a certificate that this machine trusts, with all certificates between, or "
-     "make this machine trust its authority{trust}."},
+     "Give the server a certificate that this machine trusts, with all between, or make it trust "
+     "the authority{trust}."},
     {0, Stage::Certificate, Cause::None, nullptr,
-     "Give the server a certificate that this machine trusts, with all certificates between, or "
-     "make this machine trust its authority{trust}."},
+     "Give the server a certificate that this machine trusts, with all between, or make it trust "
+     "the authority{trust}."},
     // TLS.
     {0, Stage::None, Cause::None, "when TLS 1.3 was offered",
      "Let TLS 1.3 pass to the server, or do without it{versions}."},
@@ -156,9 +149,9 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::TlsVersionNotOffered, nullptr,
      "Have the server speak TLS 1.2 or 1.3; 1.0 to 1.3 are offered{versions}."},
     {0, Stage::None, Cause::TlsDowngrade, nullptr,
-     "Somebody on the way may weaken the encryption: send over another network."},
+     "Somebody on the way may weaken the encryption: use another network."},
     {0, Stage::TlsHandshake, Cause::None, nullptr,
-     "Have the server's TLS mended; a firewall that inspects it may break it, too."},
+     "Have the server's TLS mended, or the firewall that inspects it."},
     {0, Stage::StartTls, Cause::None, nullptr,
      "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: use port 465 "
      "({implicit})."},
@@ -179,12 +172,11 @@ constexpr Advice kCauses[] = {
     {0, Stage::Ehlo, Cause::MessageTooLarge, nullptr,
      "Send less, or have the limit of the server raised."},
     {0, Stage::Ehlo, Cause::Timeout, nullptr,
-     "Look at the server's log; a scanner or firewall on the way may stand in between."},
+     "Look at the server's log; a firewall may stand in between."},
     {0, Stage::Ehlo, Cause::None, nullptr,
-     "Look at the server's log; a scanner or firewall on the way may stand in between."},
+     "Look at the server's log; a firewall may stand in between."},
     // The login.
-    {0, Stage::None, Cause::NoCredentials, nullptr,
-     "Set user name and password ({login}), without unusual characters."},
+    {0, Stage::None, Cause::NoCredentials, nullptr, "Set user name and password ({login})."},
     {0, Stage::None, Cause::OAuth2Description, nullptr,
      "Correct client, secret or scope of the token{token}."},
     {0, Stage::None, Cause::OAuth2Answer, nullptr,
@@ -201,15 +193,15 @@ constexpr Advice kCauses[] = {
     {0, Stage::Sender, Cause::None, "letters outside ASCII",
      "Use another address, or a server with SMTPUTF8."},
     {0, Stage::None, Cause::None, "came out of order",
-     "A scanner on the way breaks the server's PIPELINING: have it mended or taken out."},
+     "A scanner breaks the server's PIPELINING: have it taken out."},
     {0, Stage::Sender, Cause::Timeout, nullptr,
-     "Look at the server's log; a check there (DNS, scanner) takes too long{idle}."},
+     "Look at the server's log; a check there takes too long{idle}."},
     {0, Stage::Sender, Cause::ConnectionLost, nullptr,
      "Look at the server's log; it may want a login."},
     {0, Stage::Recipients, Cause::Timeout, nullptr,
-     "Look at the server's log; a check there (DNS, scanner) takes too long{idle}."},
+     "Look at the server's log; a check there takes too long{idle}."},
     {0, Stage::None, Cause::ConnectionLost, "Before that, RCPT TO",
-     "Correct the refused addresses; some servers close after one."},
+     "Correct the refused addresses."},
     // The message.
     {0, Stage::Acceptance, Cause::BadReply, nullptr,
      "Ask the recipient or look at the server's log first: it may have arrived."},
@@ -219,8 +211,7 @@ constexpr Advice kCauses[] = {
      "Look at the server's log and at its free disk space."},
     {0, Stage::Data, Cause::ConnectionLost, nullptr,
      "Look at the server's log; often a size limit or a scanner."},
-    {0, Stage::Rendering, Cause::None, nullptr,
-     "Look whether the files of the message can be read."},
+    {0, Stage::Rendering, Cause::None, nullptr, "Look whether its files can be read."},
     // This machine.
     {0, Stage::None, Cause::SettingsUnusable, nullptr, "Correct the settings file."},
     {0, Stage::None, Cause::Aborted, nullptr, "Nothing: the application stopped it."},
@@ -231,9 +222,9 @@ constexpr Advice kCauses[] = {
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Local, Cause::Internal, nullptr, "The log says more."},
     {0, Stage::None, Cause::Timeout, nullptr,
-     "Look at the server's log; a check there (DNS, scanner) takes too long{idle}."},
+     "Look at the server's log; a check there takes too long{idle}."},
     {0, Stage::None, Cause::ConnectionLost, nullptr,
-     "Look at the server's log; a scanner or firewall on the way may stand in between."},
+     "Look at the server's log; a firewall may stand in between."},
     {0, Stage::None, Cause::None, nullptr, "The log says more."},
 };
 

@@ -24,7 +24,6 @@ constexpr Reply kReplies[] = {
      "application password: make one"},
     {"535-5.7.8 Username and Password not accepted.\n535 5.7.8 https://x/?p=BadCredentials",
      Stage::Login, "application password: make one"},
-    {"534-5.7.14 Please log in via your web browser\n534 5.7.14 x", Stage::Login, "web browser"},
     {"535 5.7.8 Error: authentication failed", Stage::Login, "Correct user name and password"},
     {"454 4.7.0 Temporary authentication failure", Stage::Login, "send again later"},
     {"530 5.7.0 Must issue a STARTTLS command first", Stage::Sender, "encryption first"},
@@ -93,12 +92,11 @@ TEST(Advice, oneSentence) {
                         535,
                         "The server refused the login by PLAIN: 535 no\x1b[2J\r\n",
                         "535 no"};
-    EXPECT_EQ(
-        oneSentence(login),
-        "The login failed: The server refused the login by PLAIN: 535 no [2J. Correct user "
-        "name and password (user and password in [login]); accounts with a second factor need "
-        "an application password or a token (oauth2 in [login]). Refused for good: sending "
-        "it again is useless before something has changed.");
+    EXPECT_EQ(oneSentence(login),
+              "The login failed: The server refused the login by PLAIN: 535 no [2J. Correct user "
+              "name and password (user and password in [login]); a second factor needs "
+              "an application password or a token (oauth2 in [login]). Refused for good: sending "
+              "it again is useless before something has changed.");
     EXPECT_EQ(oneSentence({}), "");
     Finding longer = login;
     longer.words = std::string(599, 'x') + "\xC3\xA9" + std::string(100000, 'x');
