@@ -22,7 +22,7 @@ constexpr Advice kReplies[] = {
     {0, Stage::None, Cause::None, "no mechanism of the server works",
      "Have the server offer LOGIN, PLAIN, CRAM-MD5 or NTLM to this client."},
     {0, Stage::None, Cause::None, "on this connection; over TLS it may",
-     "Use encryption ({encrypt}) or port 587: many servers offer logins there alone."},
+     "Use encryption ({encrypt}) or port 587."},
     // Logins.
     {535, Stage::None, Cause::None,
      "5.7.139|5.7.3|basic authentication|clientauthentication is disabled",
@@ -58,11 +58,10 @@ constexpr Advice kReplies[] = {
     {0, Stage::None, Cause::None,
      "5.7.25|reverse dns|ptr record|your hostname|helo command rejected|fully-qualified",
      "This machine has no name that the server finds right{helo}: mend its DNS records, or send "
-     "through a provider, with a login."},
+     "through a provider."},
     {0, Stage::None, Cause::None,
      "block list|blocklist|blacklist|blocked using|5.7.511|5.7.606|reputation|banned",
-     "This machine's address stands on a block list: have it removed, or send through a provider, "
-     "with a login."},
+     "This machine's address stands on a block list: have it removed, or send through a provider."},
     {0, Stage::None, Cause::None, "greylist|graylist",
      "The server puts off strangers (greylisting): send again in 5 to 30 minutes."},
     {0, Stage::None, Cause::None,
@@ -80,7 +79,7 @@ constexpr Advice kReplies[] = {
     {552, Stage::None, Cause::None, nullptr, "Send less, or have the limit of the server raised."},
     // Greeting and introduction.
     {421, Stage::Greeting, Cause::None, nullptr,
-     "The server is busy, closing, or limits this client: send again later."},
+     "The server is busy or limits this client: send again later."},
     {0, Stage::Greeting, Cause::GreetingError, nullptr,
      "The server does not serve this address: have it allowed there."},
     {0, Stage::Ehlo, Cause::None, "refused HELO|refused EHLO",
@@ -89,7 +88,7 @@ constexpr Advice kReplies[] = {
     {0, Stage::Sender, Cause::None, "5.1.8|4.1.8|5.1.7|domain not found|sender domain",
      "Correct the domain of the sender ({from})."},
     {421, Stage::None, Cause::None, nullptr,
-     "The server is busy, closing, or limits this client: send again later."},
+     "The server is busy or limits this client: send again later."},
     {4, Stage::None, Cause::None, nullptr,
      "The server cannot take mail now (greylisting, full disk): send again later."},
     {5, Stage::Sender, Cause::None, nullptr,
@@ -108,12 +107,11 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::NoSmtpHostname, nullptr, "Name the mail server ({host})."},
     {0, Stage::None, Cause::EmptyHostname, nullptr, "Name the mail server ({host})."},
     {0, Stage::None, Cause::DnsFailed, nullptr,
-     "Check the spelling of the host name and the name servers of this machine{names}; an address "
-     "serves, too."},
+     "Check the spelling of the host name and the name servers of this machine{names}."},
     {0, Stage::None, Cause::DnsTimeout, nullptr,
      "Check the network and the name servers of this machine{names}."},
     {0, Stage::None, Cause::None, "not a number from 1 to 65535",
-     "Set the port that the mail server listens at ({port}): 25, 465 or 587."},
+     "Set the port of the mail server ({port}): 25, 465 or 587."},
     {0, Stage::None, Cause::ConnectTimeout, nullptr,
      "Check host and port; a firewall may drop the packets, a provider block port 25: then 587 or "
      "465."},
@@ -122,24 +120,22 @@ constexpr Advice kCauses[] = {
      "runs."},
     // Certificates.
     {0, Stage::Certificate, Cause::None, "another host|names no host",
-     "Name the server as its certificate does ({host}), or give it one with the name that is "
-     "used."},
+     "Name the server as its certificate does ({host}), or give it another."},
     {0, Stage::Certificate, Cause::None, "has expired|not valid yet",
      "Renew the server's certificate, or set the clock of this machine."},
     {0, Stage::Certificate, Cause::None, "that are pinned",
      "If the server has a new key, set pin in [certificate]; else somebody stands in between."},
     {0, Stage::Certificate, Cause::None, "issuer of the certificate|issuing certificate",
-     "Give the server a certificate that this machine trusts, with all between, or make it trust "
-     "the authority{trust}."},
+     "Give the server a certificate that this machine trusts, or make it trust the "
+     "authority{trust}."},
     {0, Stage::Certificate, Cause::None, nullptr,
-     "Give the server a certificate that this machine trusts, with all between, or make it trust "
-     "the authority{trust}."},
+     "Give the server a certificate that this machine trusts, or make it trust the "
+     "authority{trust}."},
     // TLS.
     {0, Stage::None, Cause::None, "when TLS 1.3 was offered",
      "Let TLS 1.3 pass to the server, or do without it{versions}."},
     {0, Stage::None, Cause::None, "after STARTTLS failed",
-     "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: use port 465 "
-     "({implicit})."},
+     "A firewall that inspects mail often breaks STARTTLS: use port 465 ({implicit})."},
     {0, Stage::None, Cause::None, "does not speak TLS",
      "The port speaks clear text first: {starttls}, or the server's TLS port (465)."},
     {0, Stage::None, Cause::None, "Timeout in the TLS handshake|TLS handshake took more",
@@ -151,10 +147,9 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::TlsDowngrade, nullptr,
      "Somebody on the way may weaken the encryption: use another network."},
     {0, Stage::TlsHandshake, Cause::None, nullptr,
-     "Have the server's TLS mended, or the firewall that inspects it."},
+     "Have the server's TLS mended, or a firewall that inspects it."},
     {0, Stage::StartTls, Cause::None, nullptr,
-     "Look at the server's log; a firewall that inspects mail often breaks STARTTLS: use port 465 "
-     "({implicit})."},
+     "A firewall that inspects mail often breaks STARTTLS: use port 465 ({implicit})."},
     // The greeting and the introduction.
     {0, Stage::Greeting, Cause::None, "expects TLS from the first byte",
      "{implicit}, or port 587."},
@@ -166,7 +161,7 @@ constexpr Advice kCauses[] = {
     {0, Stage::Greeting, Cause::Timeout, nullptr,
      "Look at the server's log; a server that expects TLS is silent, too: then {implicit}."},
     {0, Stage::Greeting, Cause::ConnectionLost, nullptr,
-     "The server turns this address away: look at its log, its allowed clients and its limits."},
+     "The server turns this address away: look at its log and its allowed clients."},
     {0, Stage::Greeting, Cause::None, nullptr,
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Ehlo, Cause::MessageTooLarge, nullptr,

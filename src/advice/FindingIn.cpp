@@ -240,10 +240,6 @@ bool readSentence(std::string_view sentence, Cause status, Finding& finding) {
     }
     const Sentence* known = firstIn(sentence, kSentences);
     if (known && isNarrower(status)) finding.cause = known->cause;
-    if (!known && status == Cause::None) {
-        finding.cause =
-            causeOfClause(sentence.substr(std::min(sentence.rfind(": "), sentence.size() - 2) + 2));
-    }
     const Sentence* step = firstIn(mainPart(sentence), kSteps);
     finding.stage = stageOf(finding.cause);
     if (known && known->stage != Stage::None) finding.stage = known->stage;
@@ -422,6 +418,14 @@ void completeReply(const Lines& lines, Finding& finding) {
     }
 }
 
+// The end of a sentence whose host name had line ends in it.
+bool readBroken(std::string_view line, Finding& finding) {
+    const size_t colon = line.rfind(": ");
+    finding.cause = causeOfClause(line.substr(colon == std::string_view::npos ? 0 : colon + 2));
+    finding.stage = stageOf(finding.cause);
+    return finding.cause != Cause::None;
+}
+
 bool readTranscript(Lines lines, Finding& finding) {
     const std::string hints = takeHints(lines);
     const std::string_view last = lines.back();
@@ -433,7 +437,7 @@ bool readTranscript(Lines lines, Finding& finding) {
         known = readSentence(sentence.empty() ? last : sentence, status, finding);
     } else if (codeOf(last) != 0 && readLastRefusal(lines, finding)) {
     } else {
-        known = readSentence(last, Cause::None, finding);
+        known = readSentence(last, Cause::None, finding) || readBroken(last, finding);
     }
     addHints(hints, finding);
     return known;
