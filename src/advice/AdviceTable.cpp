@@ -65,9 +65,9 @@ constexpr Advice kReplies[] = {
     {0, Stage::None, Cause::None, "greylist|graylist",
      "The server puts off strangers (greylisting): send again in 5 to 30 minutes."},
     {0, Stage::None, Cause::None,
-     "too many con|concurrent con|rate limit|4.7.28|5.7.28|4.3.2|too many "
+     "too many con|rate limit|4.7.28|5.7.28|4.3.2|too many "
      "messages|sending limit|throttl",
-     "The server limits how much one client may send: send less, or later."},
+     "The server limits how much one client may send: send later."},
     // Size and room.
     {0, Stage::None, Cause::None,
      "5.2.2|4.2.2|mailbox full|mailbox is full|over quota|quota exceeded",
@@ -124,7 +124,7 @@ constexpr Advice kCauses[] = {
     {0, Stage::Certificate, Cause::None, "has expired|not valid yet",
      "Renew the server's certificate, or set the clock of this machine."},
     {0, Stage::Certificate, Cause::None, "that are pinned",
-     "If the server has a new key, set pin in [certificate]; else somebody stands in between."},
+     "If the server has a new key, set pin in [certificate]; else somebody is in between."},
     {0, Stage::Certificate, Cause::None, "issuer of the certificate|issuing certificate",
      "Give the server a certificate that is trusted here, or trust its authority{trust}."},
     {0, Stage::Certificate, Cause::None, nullptr,
@@ -133,7 +133,7 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::None, "when TLS 1.3 was offered",
      "Let TLS 1.3 pass to the server, or do without it{versions}."},
     {0, Stage::None, Cause::None, "after STARTTLS failed",
-     "A firewall that inspects mail often breaks STARTTLS: use port 465 ({implicit})."},
+     "A firewall that inspects mail may break STARTTLS: use port 465 ({implicit})."},
     {0, Stage::None, Cause::None, "does not speak TLS",
      "The port speaks clear text first: {starttls}, or the server's TLS port (465)."},
     {0, Stage::None, Cause::None, "Timeout in the TLS handshake|TLS handshake took more",
@@ -147,7 +147,7 @@ constexpr Advice kCauses[] = {
     {0, Stage::TlsHandshake, Cause::None, nullptr,
      "Have the server's TLS mended, or a firewall that inspects it."},
     {0, Stage::StartTls, Cause::None, nullptr,
-     "A firewall that inspects mail often breaks STARTTLS: use port 465 ({implicit})."},
+     "A firewall that inspects mail may break STARTTLS: use port 465 ({implicit})."},
     // The greeting and the introduction.
     {0, Stage::Greeting, Cause::None, "expects TLS from the first byte",
      "{implicit}, or port 587."},
@@ -156,7 +156,7 @@ constexpr Advice kCauses[] = {
     {0, Stage::Greeting, Cause::Timeout, "without its end had come",
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Greeting, Cause::Timeout, nullptr,
-     "A server that expects TLS is silent at first: then {implicit}; or look at its log."},
+     "A server that expects TLS is silent at first: then {implicit}."},
     {0, Stage::Greeting, Cause::ConnectionLost, nullptr,
      "The server turns this address away: look at its log and rules."},
     {0, Stage::Greeting, Cause::None, nullptr,
@@ -164,9 +164,9 @@ constexpr Advice kCauses[] = {
     {0, Stage::Ehlo, Cause::MessageTooLarge, nullptr,
      "Send less, or have the server's limit raised."},
     {0, Stage::Ehlo, Cause::Timeout, nullptr,
-     "Look at the server's log; a firewall may stand in between."},
+     "Look at the server's log; a firewall may be in between."},
     {0, Stage::Ehlo, Cause::None, nullptr,
-     "Look at the server's log; a firewall may stand in between."},
+     "Look at the server's log; a firewall may be in between."},
     // The login.
     {0, Stage::None, Cause::NoCredentials, nullptr, "Set user name and password ({login})."},
     {0, Stage::None, Cause::OAuth2Description, nullptr,
@@ -215,7 +215,7 @@ constexpr Advice kCauses[] = {
     {0, Stage::None, Cause::Timeout, nullptr,
      "Look at the server's log; a check there takes too long{idle}."},
     {0, Stage::None, Cause::ConnectionLost, nullptr,
-     "Look at the server's log; a firewall may stand in between."},
+     "Look at the server's log; a firewall may be in between."},
     {0, Stage::None, Cause::None, nullptr, "The log says more."},
 };
 
