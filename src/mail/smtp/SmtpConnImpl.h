@@ -91,6 +91,8 @@ public:
         std::string login;    // mechanism and user; empty: none
     };
     const Peer& peer() const { return peer_; }
+    // What the last handshake of the open connection agreed on; null in clear.
+    const tls::Negotiated* negotiated() const { return socket_ ? socket_->negotiated() : nullptr; }
     // What a login over this connection is bound to (RFC 5056); empty in clear.
     std::vector<uint8_t> channelBinding() const;
     void noteLogin(std::string_view mechanism, std::string_view user);

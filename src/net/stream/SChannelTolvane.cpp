@@ -6,14 +6,12 @@
 #include <utility>
 
 #include "base/Ascii.h"
-#include "base/Base64.h"
 #include "base/Random.h"
 #include "base/ShuffleRandom.h"
-#include "base/crypto/Hash.h"
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
+#include "net/stream/ServerVerdict.h"
 #include "net/stream/TotalTimeout.h"
-#include "net/stream/TrustStore.h"
 #include "net/tls/KeyUsage.h"
 #include "net/tls/TlsProtocol.h"
 #include "net/x509/X509Cert.h"
@@ -62,23 +60,6 @@ uint64_t endOfTrustMs(const x509::Certificate& leaf, uint64_t nowMs) {
     if (leaf.notAfter < 0) return 0;
     const uint64_t expiresMs = (static_cast<uint64_t>(leaf.notAfter) + 1) * 1000;
     return std::min(expiresMs, nowMs + kWeekMs);
-}
-
-// By the hash of the public key as the certificate has it, tag and length included (as in RFC 7469,
-// 2.4).
-x509::ChainVerdict judgePin(const x509::Certificate& leaf, std::span<const std::string> pins) {
-    const auto hash = crypto::Hash::of(crypto::HashId::kSha256, leaf.subjectPublicKeyInfo);
-    const std::string_view shown(reinterpret_cast<const char*>(hash.data()), hash.size());
-    if (pins.empty() || std::ranges::find(pins, shown) != pins.end()) return {};
-    return {x509::ChainRule::OtherKey, x509::nameText(leaf.subject), x509::nameText(leaf.issuer),
-            "sha256//" + base64Encode(shown)};
-}
-
-x509::ChainVerdict judgeKeyUsage(const x509::Certificate& leaf, const tls::CipherSuite& suite) {
-    std::string lacking = tls::lackingKeyUsage(leaf, suite);
-    if (lacking.empty()) return {};
-    return {x509::ChainRule::NotForServers, x509::nameText(leaf.subject),
-            x509::nameText(leaf.issuer), std::move(lacking)};
 }
 
 // RFC 8446, 6.2.
@@ -170,7 +151,7 @@ Failure SChannelTolvane::handshake(CallContext& call, std::string_view host, int
     if (settings.requireSslCertVerify) {
         anchors.emplace(settings.trustAnchorsFile, settings.furtherAnchorsFile);
     }
-    const Trust trust{anchors ? &*anchors : nullptr, settings.pinnedKeys};
+    const ServerTrust trust{anchors ? &*anchors : nullptr, settings.pinnedKeys};
     scope_ = scopeOf(host, port, wanted, trust.anchors, trust.pins);
     wanted.options.disableTls13 |= settings.withoutTls13;
     wanted.fallback = settings.withoutTls13 && wanted.verifiesServer;
@@ -253,17 +234,18 @@ Failure SChannelTolvane::process(CallContext& call, size_t arrived, uint32_t idl
 }
 
 Failure SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,
-                                         const Trust& trust, uint32_t idleTimeoutMs) {
+                                         const ServerTrust& trust, uint32_t idleTimeoutMs) {
     const LogContextExitor context(call.log, "checkServerCert");
     const auto& chain = engine_->negotiated().chain;  // empty for a resumed session
     x509::Certificate leaf;
     const bool readable = !chain.empty() && x509::parseCertificate(chain.front(), leaf);
-    const x509::ChainVerdict usage =
-        readable ? judgeKeyUsage(leaf, *engine_->negotiated().suite) : x509::ChainVerdict();
     if (!trust.anchors && trust.pins.empty()) {
         call.log.logInfo("Not verifying server certificate...");
         call.log.logInfo("Set the RequireSslCertVerify property to enable verification.");
-        if (!usage.trusted()) tls::warnOfKeyUsage(call.log, usage.detail);
+        if (readable) {
+            const std::string lacking = tls::lackingKeyUsage(leaf, *engine_->negotiated().suite);
+            if (!lacking.empty()) tls::warnOfKeyUsage(call.log, lacking);
+        }
         return {};
     }
     if (engine_->negotiated().resumed) {
@@ -279,15 +261,9 @@ Failure SChannelTolvane::checkServerCert(CallContext& call, std::string_view hos
     const uint64_t nowMs = wallClockMs();
     const Deadline deadline(idleTimeoutMs == 0 ? kMaxVerifyMs : idleTimeoutMs);
     x509::WorkBudget budget([&] { return call.mustStop() ? 0 : deadline.leftMs(); });
-    x509::ChainVerdict verdict;
-    if (trust.anchors) {
-        verdict = trust.anchors->verify(call.log, chain, host, static_cast<int64_t>(nowMs / 1000),
-                                        budget);
-    } else if (!readable) {
-        verdict.broken = x509::ChainRule::Unreadable;
-    }
-    if (verdict.trusted()) verdict = usage;
-    if (verdict.trusted()) verdict = judgePin(leaf, trust.pins);
+    const x509::ChainVerdict verdict =
+        judgeServer(call.log, engine_->negotiated(), readable ? &leaf : nullptr, host, trust,
+                    static_cast<int64_t>(nowMs / 1000), budget);
     if (!verdict.trusted()) return refuseCertificate(call, verdict);
     if (!trust.anchors) {
         call.log.logInfo("The server's public key is a pinned one.");

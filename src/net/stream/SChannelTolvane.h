@@ -18,7 +18,7 @@
 
 namespace tv {
 
-class TrustAnchors;
+struct ServerTrust;
 namespace tls {
 class TlsProtocol;
 }
@@ -86,14 +86,7 @@ private:
     Failure readMore(CallContext& call, uint32_t idleTimeoutMs);
     Failure process(CallContext& call, size_t arrived, uint32_t idleTimeoutMs);
     Failure takeArrived(CallContext& call);
-    // What the server has to prove: a chain to anchors, where they are not null, and a pinned key,
-    // where there are any.
-    struct Trust {
-        const TrustAnchors* anchors;
-        std::span<const std::string> pins;
-    };
-
-    Failure checkServerCert(CallContext& call, std::string_view host, const Trust& trust,
+    Failure checkServerCert(CallContext& call, std::string_view host, const ServerTrust& trust,
                             uint32_t idleTimeoutMs);
     Failure refuseCertificate(CallContext& call, const x509::ChainVerdict& verdict);
     Failure handshakeFailed(LogBase& log, Failure failure, TlsStart start);
