@@ -5,7 +5,7 @@
 
 namespace tv {
 
-class LogNull final : public LogBase {
+class LogNull : public LogBase {
 public:
     LogNull() { null_ = true; }
 

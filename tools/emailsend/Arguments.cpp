@@ -49,6 +49,7 @@ Other
 
 --name=value is --name value.
 
+  emailsend doctor       walks the way of a message and says what to change (doctor --help)
   emailsend settings     which settings file counts, and more (emailsend settings --help)
   emailsend errors       all that can go wrong, and what to change (docs/errors.md)
 

@@ -4,6 +4,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "emailsend/Process.h"
 #include "platform/SysError.h"
 #include "platform/SysFile.h"
 
@@ -47,6 +48,19 @@ bool readFile(const std::string& path, std::string& out, std::string& error) {
     if (opened && !makeRoom(out, size)) return lacksMemory(path, error);
     if (opened && readAll(file, out)) return true;
     error = "cannot read the file " + path + (opened ? "" : ": " + tv::plat::lastErrorWords());
+    return false;
+}
+
+bool readPassword(const std::string& path, std::string& password, std::string& error) {
+    if (path.empty()) {
+        password = environmentVariable("EMAILSEND_PASSWORD");
+        return true;
+    }
+    if (!readFile(path, password, error)) return false;
+    if (password.ends_with('\n')) password.pop_back();
+    if (password.ends_with('\r')) password.pop_back();
+    if (password.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos) return true;
+    error = "the file holds more than one line: " + path;
     return false;
 }
 

@@ -10,6 +10,10 @@ namespace emailsend {
 // The whole file; false with a sentence in error, also where memory ends.
 bool readFile(const std::string& path, std::string& out, std::string& error);
 
+// The one line of a file or, where path is empty, what EMAILSEND_PASSWORD holds; the caller wipes
+// it. False with a sentence in error.
+bool readPassword(const std::string& path, std::string& password, std::string& error);
+
 // Reads all the files and lets them go, with room to spare beside them: the plug-in will read them
 // once more and keep them all, and where it cannot, the message would lack them. Adds their sizes
 // to total. False with a sentence in error.

@@ -26,6 +26,10 @@ std::string fileOfCode(const void* code);
 std::string makeTemporaryFolder();
 void removeTemporaryFolder(const std::string& folder);
 
+// Where a file really lies, whatever links or copies lead there; the path itself where that cannot
+// be told.
+std::string realPath(const std::string& path);
+
 void printOut(std::string_view text);
 void printError(std::string_view text);
 bool errorsGoToTerminal();

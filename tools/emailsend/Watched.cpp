@@ -53,8 +53,10 @@ struct Finish {
 
 }  // namespace
 
-bool runWatched(const std::string& what, std::function<void()> step) {
+bool runWatched(const std::string& what, std::function<void()> step,
+                std::chrono::milliseconds limit) {
     StatusLine line(what);
+    const Clock::time_point start = Clock::now();
     watchForInterrupt();
     const auto finish = std::make_shared<Finish>();
     std::thread worker([finish, step = std::move(step)] {
@@ -65,7 +67,8 @@ bool runWatched(const std::string& what, std::function<void()> step) {
     });
     std::unique_lock guard(finish->lock);
     while (!finish->changed.wait_for(guard, kLook, [&] { return finish->done; })) {
-        if (interrupted()) {
+        const bool isOver = limit.count() > 0 && Clock::now() - start >= limit;
+        if (isOver || interrupted()) {
             worker.detach();
             return false;
         }

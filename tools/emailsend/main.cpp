@@ -16,13 +16,12 @@
 #include "emailsend/Recipients.h"
 #include "emailsend/SettingsCommand.h"
 #include "emailsend/Watched.h"
+#include "emailsend/doctor/DoctorCommand.h"
 #include "platform/SysHost.h"
 #include "platform/SysWipe.h"
 
 namespace emailsend {
 namespace {
-
-constexpr char kPasswordVariable[] = "EMAILSEND_PASSWORD";
 
 class Secret {
 public:
@@ -59,19 +58,6 @@ bool readBody(const std::string& path, std::string& body, std::string& error) {
     if (body.starts_with(kByteOrderMark)) body.erase(0, kByteOrderMark.size());
     if (body.find('\0') == std::string::npos && tv::isValidUtf8(body)) return true;
     error = "the body is no UTF-8 text: " + path;
-    return false;
-}
-
-bool readPassword(const std::string& path, std::string& password, std::string& error) {
-    if (path.empty()) {
-        password = environmentVariable(kPasswordVariable);
-        return true;
-    }
-    if (!readFile(path, password, error)) return false;
-    if (password.ends_with('\n')) password.pop_back();
-    if (password.ends_with('\r')) password.pop_back();
-    if (password.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos) return true;
-    error = "the file holds more than one line: " + path;
     return false;
 }
 
@@ -239,8 +225,9 @@ int runSend(const std::vector<std::string>& words) {
 int run(const std::vector<std::string>& words) {
     settleIn();
     const std::string first = words.empty() ? std::string() : words.front();
-    if (first != "settings" && first != "errors") return runSend(words);
+    if (first != "settings" && first != "errors" && first != "doctor") return runSend(words);
     const std::vector<std::string> rest(words.begin() + 1, words.end());
+    if (first == "doctor") return runDoctor(rest);
     return first == "settings" ? runSettings(rest) : runErrors(rest);
 }
 

@@ -71,6 +71,13 @@ std::string libraryBesideProgram() {
     return program.substr(0, program.rfind('/') + 1) + "libemailsending.so";
 }
 
+std::string realPath(const std::string& path) {
+    char* const found = realpath(path.c_str(), nullptr);
+    std::string real = found ? found : path;
+    free(found);
+    return real;
+}
+
 void printOut(std::string_view text) {
     fwrite(text.data(), 1, text.size(), stdout);
 }

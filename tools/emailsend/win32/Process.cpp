@@ -118,6 +118,20 @@ std::string libraryBesideProgram() {
     return program.substr(0, program.rfind('\\') + 1) + "emailsending.dll";
 }
 
+std::string realPath(const std::string& path) {
+    const std::u16string text = tv::utf8ToUtf16(path);
+    const HANDLE file = CreateFileW(std::wstring(text.begin(), text.end()).c_str(), 0,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return path;
+    wchar_t real[32768];  // the longest there can be
+    const DWORD size = GetFinalPathNameByHandleW(file, real, 32768, 0);
+    CloseHandle(file);
+    if (size == 0 || size >= 32768) return path;
+    const std::string found = narrow(std::wstring_view(real, size));
+    return found.starts_with("\\\\?\\") ? found.substr(4) : found;
+}
+
 void printOut(std::string_view text) {
     print(STD_OUTPUT_HANDLE, text);
 }

@@ -1,0 +1,127 @@
+// The settings file that --write asks for: made, read back, and tried by a connection that goes by
+// nothing else.
+#include "base/Base64.h"
+#include "emailsend/doctor/SettingsWriter.h"
+#include "emailsend/doctor/Walk.h"
+#include "log/LogNull.h"
+#include "net/resolve/NameSource.h"
+#include "net/tls/CipherSuites.h"
+#include "platform/SysFile.h"
+#include "platform/SysProtect.h"
+#include "platform/SysWipe.h"
+#include "settings/SettingsFile.h"
+
+namespace emailsend::doctor {
+namespace {
+
+using tv::Cause;
+using tv::Failure;
+
+bool isAbsolute(std::string_view path) {
+    return path.starts_with('/') || path.starts_with('\\') || (path.size() > 1 && path[1] == ':');
+}
+
+// A settings file starts relative paths at its own folder, a command line at the current one.
+std::string fromAnywhere(const std::string& path) {
+    if (path.empty() || isAbsolute(path)) return path;
+    return tv::plat::currentDirectory() + '/' + path;
+}
+
+// On Windows no other machine can use what is written; elsewhere nobody else can read it.
+tv::XString passwordAsWritten(const tv::XString& password) {
+    std::string blob;
+    tv::XString out = password;
+    if (!password.empty() && tv::plat::protectForMachine(password.utf8(), blob)) {
+        out.setUtf8("dpapi:" + tv::base64Encode(blob));
+    }
+    return out;
+}
+
+Strictest strictest(const Walk& walk, const Endpoint& endpoint) {
+    Strictest seen;
+    seen.host = walk.settings.smtpHost.utf8();
+    seen.port = endpoint.settings.smtpPort;
+    seen.implicitTls = endpoint.settings.smtpSsl;
+    if (endpoint.tls) {
+        seen.version = endpoint.tls->version;
+        seen.oldSuite = endpoint.tls->suite && endpoint.tls->suite->isOld();
+    }
+    seen.verified = endpoint.trusted;
+    seen.roots = walk.settings.trustAnchorsFile.utf8();
+    seen.rootsAlso = walk.settings.furtherAnchorsFile.utf8();
+    seen.pin = endpoint.pin;
+    if (const tv::NameSource* names = walk.names()) {
+        for (const tv::NameServer& server : names->servers) {
+            seen.nameServers += (seen.nameServers.empty() ? "" : ", ") + toText(server);
+        }
+        seen.hosts = names->hostsPath;
+    }
+    seen.user = walk.settings.userName.utf8();
+    const bool isOfCommandLine = walk.settings.password == walk.password;
+    if (isOfCommandLine) seen.passwordFile = fromAnywhere(walk.options.passwordFile);
+    if (seen.passwordFile.empty()) seen.password = passwordAsWritten(walk.settings.password);
+    return seen;
+}
+
+// Nothing that was there is touched.
+Failure write(const std::string& path, const std::string& text) {
+    tv::plat::FileStamp stamp;
+    if (tv::plat::fileStamp(path, stamp)) {
+        return Failure(Cause::SettingsUnusable, path + " exists, and is not overwritten");
+    }
+    tv::plat::SysFile file;
+    uint64_t size = 0;
+    const bool good = file.openAppend(path) && file.tryLock() && file.size(size) && size == 0 &&
+                      file.write(text.data(), text.size());
+    if (file.close() && good) return {};
+    return Failure(Cause::SettingsUnusable, path + " cannot be written");
+}
+
+// By the file alone, without a login: there is one in all.
+Failure tryFile(const Walk& walk, const std::string& path) {
+    tv::settings::Settings file;
+    std::vector<std::pair<std::string, tv::plat::FileStamp>> seen;
+    if (Failure failure = tv::settings::readSettings(path, file, seen)) return failure;
+    file.revision = 1;
+    tv::SmtpConnImpl connection;
+    connection.settings.connectTimeoutMs = connectTimeoutMs(walk.limitMs());
+    connection.settings.idleTimeoutMs = idleTimeoutMs(walk.limitMs());
+    tv::SettingsOverlay overlay(connection.settings, &file);
+    tv::LogNull quiet;
+    if (Failure failure = overlay.lay(quiet)) return failure;
+    Observer observer(walk.limitMs());
+    tv::CallContext call = walk.call(observer);
+    call.names = overlay.names();
+    Failure failure = observer.end(connection.smtpConnect(call));
+    connection.sayGoodbye();
+    return failure;
+}
+
+}  // namespace
+
+void writeSettings(Walk& walk, const Endpoint& endpoint) {
+    const Stopwatch watch;
+    const std::string path = fromAnywhere(walk.options.write);
+    std::string text = settingsText(strictest(walk, endpoint));
+    Failure failure = write(path, text);
+    tv::plat::wipe(text.data(), text.size());
+    if (failure) {
+        Step step = failed("settings written", 0, watch.ms(), failure);
+        step.change = "Name another file with --write.";
+        walk.report.add(std::move(step));
+        return;
+    }
+    failure = tryFile(walk, path);
+    if (failure) {
+        tv::plat::removeFile(path);
+        walk.report.add(failed("settings written", 0, watch.ms(), failure));
+        return;
+    }
+    walk.report.add({"settings written",
+                     0,
+                     watch.ms(),
+                     path + ", and a connection that goes by it alone stands",
+                     {}});
+}
+
+}  // namespace emailsend::doctor
