@@ -105,11 +105,13 @@ def golden():
 
 
 def masked(text, names):
-    for name, mask in names.items():
-        text = text.replace(name, mask)
-    text = re.sub(r"Python SMTP [\d.]+", "aiosmtpd", text)
     text = re.sub(r"^(\w+) +\d+ ms", r"\1 N ms", text, flags=re.M)
-    return re.sub(r"sha256//[\w+/=]+", "PIN", re.sub(r"\d+ days left", "N days left", text))
+    for name, mask in names.items():
+        text = re.sub(rf"(?<!\d){re.escape(name)}(?!\d)", lambda _, mask=mask: mask, text)
+    for pattern, mask in [(r"Python SMTP [\d.]+\d", "aiosmtpd"), (r"sha256//[\w+/=]+", "PIN"),
+                          (r"\d+ days left", "N days left")]:
+        text = re.sub(pattern, mask, text)
+    return text
 
 
 class Ward:
