@@ -103,7 +103,7 @@ class Server(ScriptedServer):
 
 def certificates(folder):
     """TLS contexts by name, and the file of the authority that the programs trust."""
-    root = make_certificate(folder / "root", subject="Example Root")
+    root = make_certificate(folder / "root", "-addext", "basicConstraints=critical,CA:TRUE", subject="Example Root")
     issued = ["-CA", root[0], "-CAkey", root[1], "-addext", "basicConstraints=CA:FALSE", "-addext"]
     names = "subjectAltName=DNS:localhost"
     good = make_certificate(folder / "good", *issued, names)
