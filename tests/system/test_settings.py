@@ -4,6 +4,7 @@ import contextlib
 import datetime
 import email.policy
 import hashlib
+import html.entities
 import os
 import shlex
 import shutil
@@ -280,6 +281,17 @@ def test_what_arrives(site, tmp_path, said, host, sender, to, fields):
     assert [part.get_content_type() for part in header.get_body().iter_parts()] == ["text/html", "image/png"]
     assert [part.get_content() for part in header.iter_attachments()] == ["file"]
     assert str(header["Message-ID"]).endswith("@" + str(header["From"]).split("@")[1].strip(">") + ">")
+
+
+def test_names_of_characters(site, tmp_path):
+    """Each of HTML 4, but for blanks and marks that a plain text does not show."""
+    site.say("[message]\ntext-alternative = yes\n")
+    shown = {name: chr(code) for name, code in html.entities.name2codepoint.items() if chr(code).isprintable()}
+    (tmp_path / "a.html").write_text("".join(f"<p>{name}: &{name};" for name in shown))
+    with Watched() as server:
+        assert site.send(server, "--html", site.product.path(tmp_path / "a.html")).code == 0
+    plain = server.messages[0].parsed().get_body(("plain",)).get_content()
+    assert len(shown) > 240 and [line for line in plain.splitlines() if line] == [f"{name}: {sign}" for name, sign in shown.items()]
 
 
 # What readers, filters and servers of today like best, and the same message as it is without it.
