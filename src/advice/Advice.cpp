@@ -20,12 +20,22 @@ bool isWhole(std::string_view text, size_t at, size_t end) {
            !(end < text.size() && isAsciiDigit(text[end - 1]) && isAsciiDigit(text[end]));
 }
 
+// Servers repeat what they refuse: relay@example.com says nothing about relaying.
+bool isOfAddress(std::string_view text, size_t at) {
+    constexpr std::string_view kEnds = " \t\r\n<>,;\"'()";
+    const size_t end = text.find_first_of(kEnds, at);
+    const size_t before = text.substr(0, at).find_last_of(kEnds);
+    const size_t begin = before == std::string_view::npos ? 0 : before + 1;
+    return text.substr(begin, end == std::string_view::npos ? end : end - begin).find('@') !=
+           std::string_view::npos;
+}
+
 bool mentions(std::string_view text, std::string_view phrase) {
     for (size_t from = 0; from < text.size(); ++from) {
         const size_t found = findIgnoreCase(text.substr(from), phrase);
         if (found == std::string_view::npos) return false;
         from += found;
-        if (isWhole(text, from, from + phrase.size())) return true;
+        if (isWhole(text, from, from + phrase.size()) && !isOfAddress(text, from)) return true;
     }
     return false;
 }
@@ -84,8 +94,10 @@ void addShown(std::string_view words, std::string& out) {
     // Not within a character.
     while (size > 0 && size < words.size() && (static_cast<uint8_t>(words[size]) & 0xC0) == 0x80)
         --size;
-    for (const char c : words.substr(0, size)) {
-        out.push_back(static_cast<uint8_t>(c) < ' ' || c == 0x7F ? ' ' : c);
+    for (std::string_view rest = words.substr(0, size); !rest.empty();) {
+        const size_t obeyed = obeyedByTerminals(rest);
+        out.push_back(obeyed > 0 ? ' ' : rest.front());
+        rest.remove_prefix(std::min(std::max<size_t>(obeyed, 1), rest.size()));
     }
     while (out.ends_with(' '))
         out.pop_back();
@@ -106,6 +118,18 @@ void addChange(const char* change, SettingWords wordsOf, std::string& out) {
 }
 
 }  // namespace
+
+size_t obeyedByTerminals(std::string_view text) {
+    const auto at = [&](size_t i) { return i < text.size() ? static_cast<uint8_t>(text[i]) : 0; };
+    if (text.empty()) return 0;
+    if (at(0) < ' ' || at(0) == 0x7F) return 1;
+    if (at(0) == 0xC2 && at(1) >= 0x80 && at(1) < 0xA0) return 2;  // U+0080 to U+009F
+    if (at(0) != 0xE2) return 0;
+    const bool isMark = at(1) == 0x80 && (at(2) == 0x8E || at(2) == 0x8F);
+    const bool isEmbedding = at(1) == 0x80 && at(2) >= 0xA8 && at(2) <= 0xAE;
+    const bool isIsolate = at(1) == 0x81 && at(2) >= 0xA6 && at(2) <= 0xA9;
+    return isMark || isEmbedding || isIsolate ? 3 : 0;
+}
 
 const Advice& adviceOn(const Finding& finding) {
     const auto rows = advices();

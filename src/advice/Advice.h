@@ -43,6 +43,10 @@ std::string_view stageWords(Stage stage);
 // Whether to send it again, as a sentence.
 std::string_view repeatWords(Repeat repeat);
 
+// How many bytes at the front make one character that a terminal would obey: a control, or a mark
+// of the writing direction.
+size_t obeyedByTerminals(std::string_view text);
+
 // Stage and cause, what to change, whether a repetition is safe: one line, without control
 // characters. Empty where nothing failed.
 std::string oneSentence(const Finding& finding);

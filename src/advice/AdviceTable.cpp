@@ -24,8 +24,10 @@ constexpr Advice kReplies[] = {
     {0, Stage::None, Cause::None, "on this connection; over TLS it may",
      "Use encryption ({encrypt}) or port 587."},
     // Logins.
-    {535, Stage::None, Cause::None,
-     "5.7.139|5.7.3|basic authentication|clientauthentication is disabled",
+    {535, Stage::None, Cause::None, "credentials were incorrect",
+     "Correct user name and password ({login}); a second factor needs an application password or a "
+     "token{token}."},
+    {535, Stage::None, Cause::None, "5.7.139|basic authentication|clientauthentication is disabled",
      "The provider has switched off logins with a password: have them allowed, or use a "
      "token{token}."},
     {0, Stage::Login, Cause::None,
@@ -50,7 +52,8 @@ constexpr Advice kReplies[] = {
      "This login may not send as this sender: use its own address ({from})."},
     {553, Stage::Sender, Cause::None, nullptr,
      "This login may not send as this sender: use its own address ({from})."},
-    {0, Stage::None, Cause::None, "relay|5.7.54",
+    {0, Stage::None, Cause::None,
+     "relay access|relaying|to relay|relay denied|relay not|not relay|no relay|5.7.54",
      "Log in ({login}), or have this machine allowed to relay there."},
     {0, Stage::None, Cause::None, "5.7.26|5.7.23|5.7.27|spf|dkim|dmarc",
      "The sender's domain does not vouch for this server (SPF, DKIM, DMARC): send through its "
@@ -77,6 +80,8 @@ constexpr Advice kReplies[] = {
     {0, Stage::None, Cause::None, "the server takes|5.3.4|5.2.3",
      "Send less, or have the server's limit raised."},
     {552, Stage::None, Cause::None, nullptr, "Send less, or have the server's limit raised."},
+    {0, Stage::None, Cause::None, "4.5.3|5.5.3|too many recipients",
+     "The server takes no message for so many recipients: send it to fewer at a time."},
     // Greeting and introduction.
     {421, Stage::Greeting, Cause::None, nullptr,
      "The server is busy or limits this client: send again later."},
@@ -89,10 +94,16 @@ constexpr Advice kReplies[] = {
      "Correct the domain of the sender ({from})."},
     {421, Stage::None, Cause::None, nullptr,
      "The server is busy or limits this client: send again later."},
+    {4, Stage::Login, Cause::None, nullptr,
+     "The server cannot check logins now: send again later."},
     {4, Stage::None, Cause::None, nullptr,
      "The server cannot take mail now (greylisting, full disk): send again later."},
     {5, Stage::Sender, Cause::None, nullptr,
      "Use a sender that the server allows for this client or login ({from})."},
+    // Security and policy (RFC 3463 section 3.8), not the address.
+    {5, Stage::Recipients, Cause::None, "5.7.|client host rejected",
+     "The server's rules forbid it, and its reply says why: log in ({login}), or have this client "
+     "allowed there."},
     {5, Stage::Recipients, Cause::None, nullptr, "Correct the refused addresses."},
     {5, Stage::Data, Cause::None, nullptr, "The reply says why: content, size, sender or policy."},
     {5, Stage::Acceptance, Cause::None, nullptr,
@@ -149,6 +160,9 @@ constexpr Advice kCauses[] = {
     {0, Stage::StartTls, Cause::None, nullptr,
      "A firewall that inspects mail may break STARTTLS: use port 465 ({implicit})."},
     // The greeting and the introduction.
+    {0, Stage::Greeting, Cause::ConnectionLost, nullptr,
+     "The server turns this address away: look at its log and rules; or it expects TLS: then "
+     "{implicit}."},
     {0, Stage::Greeting, Cause::None, "expects TLS from the first byte",
      "{implicit}, or port 587."},
     {0, Stage::Greeting, Cause::Timeout, "The server was too slow",
@@ -157,8 +171,6 @@ constexpr Advice kCauses[] = {
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Greeting, Cause::Timeout, nullptr,
      "A server that expects TLS is silent at first: then {implicit}."},
-    {0, Stage::Greeting, Cause::ConnectionLost, nullptr,
-     "The server turns this address away: look at its log and rules."},
     {0, Stage::Greeting, Cause::None, nullptr,
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Ehlo, Cause::MessageTooLarge, nullptr,
@@ -173,6 +185,12 @@ constexpr Advice kCauses[] = {
      "Correct client, secret or scope of the token{token}."},
     {0, Stage::None, Cause::OAuth2Answer, nullptr,
      "Correct client, secret or scope of the token{token}."},
+    {0, Stage::Login, Cause::Timeout, nullptr,
+     "Look at the server's log; a check there takes too long{idle}."},
+    {0, Stage::Login, Cause::ConnectionLost, nullptr,
+     "Look at the server's log; it may break off after wrong passwords, or not know this way to "
+     "log "
+     "in: {method}."},
     {0, Stage::Login, Cause::None, nullptr,
      "The server does not take this way to log in: {method}."},
     // The envelope.

@@ -19,13 +19,16 @@ struct Reply {
 constexpr Reply kReplies[] = {
     {"535 5.7.139 Authentication unsuccessful, SmtpClientAuthentication is disabled for the Tenant",
      Stage::Login, "switched off logins"},
-    {"535 5.7.3 Authentication unsuccessful", Stage::Login, "switched off logins"},
+    // Of a wrong password.
+    {"535 5.7.3 Authentication unsuccessful", Stage::Login, "Correct user name and password"},
+    {"535 5.7.139 Authentication unsuccessful, the user credentials were incorrect.", Stage::Login,
+     "Correct user name and password"},
     {"534-5.7.9 Application-specific password required\n534 5.7.9 see the help", Stage::Login,
      "application password: make one"},
     {"535-5.7.8 Username and Password not accepted.\n535 5.7.8 https://x/?p=BadCredentials",
      Stage::Login, "application password: make one"},
     {"535 5.7.8 Error: authentication failed", Stage::Login, "Correct user name and password"},
-    {"454 4.7.0 Temporary authentication failure", Stage::Login, "send again later"},
+    {"454 4.7.0 Temporary authentication failure", Stage::Login, "cannot check logins"},
     {"530 5.7.0 Must issue a STARTTLS command first", Stage::Sender, "encryption first"},
     {"530 5.7.57 Client not authenticated to send mail", Stage::Sender, "wants a login"},
     {"550 5.7.1 Authentication required", Stage::Recipients, "wants a login"},
@@ -53,8 +56,16 @@ constexpr Reply kReplies[] = {
     {"550 5.1.1 <c@d>: User unknown", Stage::Recipients, "Correct the refused"},
     {"550 5.1.8 Sender address rejected: Domain not found", Stage::Sender, "domain of the sender"},
     // Words within words, numbers within numbers: no row of theirs fits.
-    {"550 5.7.139 x", Stage::Recipients, "Correct the refused"},
-    {"550 15.7.26 and 5.7.269", Stage::Recipients, "Correct the refused"},
+    {"550 5.7.139 x", Stage::Recipients, "rules forbid"},
+    {"550 15.7.26 and 15.7.54", Stage::Recipients, "Correct the refused"},
+    // Names of people and machines say nothing.
+    {"550 5.1.1 <bob@relay.example>: unknown at relay2.example", Stage::Recipients,
+     "Correct the refused"},
+    {"550 5.1.1 <blacklist+spf@example.test>: User unknown", Stage::Recipients,
+     "Correct the refused"},
+    {"554 5.7.1 <unknown[192.0.2.1]>: Client host rejected: Access denied", Stage::Recipients,
+     "log in"},
+    {"452 4.5.3 Error: too many recipients", Stage::Recipients, "fewer at a time"},
 };
 
 Finding findingOfReply(const Reply& row) {
@@ -86,12 +97,13 @@ TEST(Advice, namesFunctionsOrKeys) {
 }
 
 TEST(Advice, oneSentence) {
-    const Finding login{Stage::Login,
-                        Cause::AuthFailure,
-                        Repeat::RefusedForGood,
-                        535,
-                        "The server refused the login by PLAIN: 535 no\x1b[2J\r\n",
-                        "535 no"};
+    const Finding login{
+        Stage::Login,
+        Cause::AuthFailure,
+        Repeat::RefusedForGood,
+        535,
+        "The server refused the login by PLAIN: 535 no\x1b[2J\xC2\x9B\xE2\x80\xAE\r\n",
+        "535 no"};
     EXPECT_EQ(oneSentence(login),
               "The login failed: The server refused the login by PLAIN: 535 no [2J. Correct user "
               "name and password (user and password in [login]); a second factor needs "

@@ -23,20 +23,6 @@ std::string_view stateName(State state) {
     return kStates[static_cast<size_t>(state)];
 }
 
-// How many bytes at the front make one character that a terminal would obey.
-size_t obeyed(std::string_view text) {
-    const auto at = [&](size_t i) {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
-    };
-    if (at(0) < ' ' || at(0) == 0x7F) return 1;
-    if (at(0) == 0xC2 && at(1) < 0xA0) return 2;  // U+0080 to U+009F
-    if (at(0) != 0xE2) return 0;
-    const bool isMark = at(1) == 0x80 && (at(2) == 0x8E || at(2) == 0x8F);
-    const bool isEmbedding = at(1) == 0x80 && at(2) >= 0xA8 && at(2) <= 0xAE;
-    const bool isIsolate = at(1) == 0x81 && at(2) >= 0xA6 && at(2) <= 0xA9;
-    return isMark || isEmbedding || isIsolate ? 3 : 0;
-}
-
 std::string padded(std::string_view text, size_t width) {
     return std::string(text) + std::string(width - std::min(width, text.size()), ' ');
 }
@@ -96,7 +82,7 @@ std::string harmless(std::string_view text) {
     const bool isCut = text.size() > kMostShown;
     std::string out;
     for (text = text.substr(0, kMostShown); !text.empty();) {
-        const size_t skipped = obeyed(text);
+        const size_t skipped = tv::advice::obeyedByTerminals(text);
         const bool isForeign = !isUtf8 && static_cast<unsigned char>(text.front()) > 0x7F;
         out += skipped > 0 ? ' ' : isForeign ? '?' : text.front();
         text.remove_prefix(std::min(std::max<size_t>(skipped, 1), text.size()));
