@@ -160,9 +160,11 @@ constexpr Advice kCauses[] = {
     {0, Stage::StartTls, Cause::None, nullptr,
      "A firewall that inspects mail may break STARTTLS: use port 465 ({implicit})."},
     // The greeting and the introduction.
-    {0, Stage::Greeting, Cause::ConnectionLost, nullptr,
+    {0, Stage::Greeting, Cause::ConnectionLost, "expects TLS from the first byte",
      "The server turns this address away: look at its log and rules; or it expects TLS: then "
      "{implicit}."},
+    {0, Stage::Greeting, Cause::ConnectionLost, nullptr,
+     "The server turns this address away: look at its log and rules."},
     {0, Stage::Greeting, Cause::None, "expects TLS from the first byte",
      "{implicit}, or port 587."},
     {0, Stage::Greeting, Cause::Timeout, "The server was too slow",
@@ -170,7 +172,9 @@ constexpr Advice kCauses[] = {
     {0, Stage::Greeting, Cause::Timeout, "without its end had come",
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Greeting, Cause::Timeout, nullptr,
-     "A server that expects TLS is silent at first: then {implicit}."},
+     "The server is overloaded, or a firewall or scanner in front of it holds this client back: "
+     "look "
+     "at its log."},
     {0, Stage::Greeting, Cause::None, nullptr,
      "What listens there is no mail server, or a broken one: check host and port."},
     {0, Stage::Ehlo, Cause::MessageTooLarge, nullptr,
