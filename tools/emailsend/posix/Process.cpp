@@ -10,6 +10,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <tuple>
+
 #include "base/XString.h"
 
 namespace emailsend {
@@ -18,6 +20,14 @@ namespace {
 // A locale other than UTF-8 gives words in its own charset.
 std::string asUtf8(const char* text) {
     return std::string(tv::XString::fromHost(text, true).utf8());
+}
+
+// A descriptor that the caller closed would be the next socket's, and what is printed would go to
+// the server.
+void fillStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(stream, F_GETFD) == -1) std::ignore = open("/dev/null", O_RDWR);
+    }
 }
 
 volatile sig_atomic_t signals = 0;
@@ -29,6 +39,7 @@ void noteSignal(int) {
 }  // namespace
 
 std::vector<std::string> commandLine(int argc, char** argv) {
+    fillStandardStreams();
     std::vector<std::string> words;
     for (int i = 1; i < argc; ++i)
         words.push_back(asUtf8(argv[i]));
