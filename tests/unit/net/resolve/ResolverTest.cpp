@@ -358,7 +358,8 @@ TEST_F(Resolver, whatOneServerSaidIsNoAnswerOfAnother) {
 
 TEST_F(Resolver, noMoreThan32OfTheSystemsServersAreAsked) {
     NameServers list;
-    for (int i = 1; i <= 40; ++i) list.add("10.0.2." + std::to_string(i));
+    for (int i = 1; i <= 40; ++i)
+        list.add("10.0.2." + std::to_string(i));
     ASSERT_EQ(list.addresses.size(), 32U);
     EXPECT_EQ(list.addresses.back(), *plat::parseIp("10.0.2.32"));
 }
