@@ -347,7 +347,7 @@ bool isTidyingUp(std::string_view command) {
 }
 
 // Where nobody was accepted, what refused them counts, not what DATA was answered with then.
-Place beforeData(Place data, Place end) {
+Place beforeData(const Place& data, const Place& end) {
     Place refused = data;
     for (Place at = data + 1; at != end; ++at) {
         if (at->command.starts_with("DATA")) continue;  // that went before the dot
@@ -360,7 +360,7 @@ Place beforeData(Place data, Place end) {
 }
 
 // A login that is refused may ask for encryption, which then fails, too.
-Place beforeEncryption(Place startTls, Place end) {
+Place beforeEncryption(const Place& startTls, const Place& end) {
     for (Place at = startTls + 1; at != end; ++at) {
         if (at->command.starts_with("AUTH ") && at->code >= 400) return at;
     }
@@ -390,7 +390,7 @@ bool isHint(std::string_view line) {
 std::string takeHints(Lines& lines) {
     std::string hints;
     while (lines.size() > 1 && isHint(lines.back())) {
-        hints = " " + std::string(lines.back()) + hints;
+        hints.insert(0, lines.back()).insert(0, 1, ' ');
         lines.pop_back();
     }
     return hints;
