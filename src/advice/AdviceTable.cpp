@@ -117,6 +117,8 @@ constexpr Advice kCauses[] = {
     // Before a connection stands.
     {0, Stage::None, Cause::NoSmtpHostname, nullptr, "Name the mail server ({host})."},
     {0, Stage::None, Cause::EmptyHostname, nullptr, "Name the mail server ({host})."},
+    {0, Stage::None, Cause::DnsFailed, "refuses to answer this host",
+     "Have the name server serve this machine, or ask another{names}."},
     {0, Stage::None, Cause::DnsFailed, nullptr,
      "Check the spelling of the host name and the name servers of this machine{names}."},
     {0, Stage::None, Cause::DnsTimeout, nullptr,

@@ -145,6 +145,7 @@ constexpr Sentence kClauses[] = {
     {"The check of the certificates", Cause::CertificateInvalid},
     {"The server's public key is none of those", Cause::CertificateInvalid},
     {"The host has no ", Cause::DnsFailed},
+    {"The name server ", Cause::DnsFailed},
     {"The port is not a number", Cause::Internal},
     {"The system", Cause::Internal},
 };

@@ -13,7 +13,7 @@ from products import ROOT, Host
 from programs import run, start
 from receiver import Receiver, server_context
 from scripted import ScriptedServer
-from servers import free_port, make_certificate
+from servers import dnsmasq, free_port, make_certificate
 from test_dns import SERVERS
 from test_settings import Watched, certificates  # noqa: F401 (a fixture)
 from test_tls_trust import chain  # noqa: F401 (a fixture)
@@ -49,6 +49,13 @@ def at_port(number):
 
 
 @contextlib.contextmanager
+def refusing(folder):
+    """A name server with nobody to ask."""
+    with dnsmasq(folder, SERVERS["dnsmasq"], "elsewhere.test", []), at_port(25) as named:
+        yield named
+
+
+@contextlib.contextmanager
 def silent(_):
     with socket.create_server(("127.0.0.1", 0)) as server, at_port(server.getsockname()[1]) as named:
         yield named
@@ -73,6 +80,8 @@ CASES = {
     "healthy, with a login": (scripted({}, "good"), VERIFY, [*LOGIN, *TO], 0, "with a login"),
     "dead name server": (lambda _: at_port(25), f"[names]\nservers = {SERVERS['nobody']}\n",
                          ["--host", "mail.example.test"], 69, "none of the name servers answers"),
+    "name server that refuses": (refusing, f"[names]\nservers = {SERVERS['dnsmasq']}\n",
+                                 ["--host", "mail.example.test"], 68, "refuses to answer this host (REFUSED)"),
     "no port named": (submission_alone, None, ["--host", "127.9.8.7"], 0, "issued for another host"),
     "closed port": (lambda _: at_port(free_port()), None, [], 69, "Connection rejected"),
     "silent port": (silent, None, [], 69, "greeting failed: The server said nothing for 2 s"),
@@ -148,7 +157,8 @@ def test_what_it_says(build, case, request, tmp_path, certificates):  # noqa: F8
         done = ward.see(*words, **env)
     names = {product.path(tmp_path / "mail.ini"): "FILE", product.path(product.library): "LIBRARY",
              product.path(product.library.parent) + ("\\" if build == "dll" else "/"): "BESIDE/",
-             product.path(certificates): "CERTS", SERVERS["nobody"]: "NOBODY", "\\root.pem": "/root.pem", str(server.port): "PORT",
+             product.path(certificates): "CERTS", SERVERS["nobody"]: "NOBODY", SERVERS["dnsmasq"]: "REFUSING",
+             "\\root.pem": "/root.pem", str(server.port): "PORT",
              ", /etc/emailsending.ini": ""}
     text = masked(done.out, names)
     if RECORD and build == "so":

@@ -38,19 +38,20 @@ bool makeQuery(LogBase& log, const DnsQuestion& question, std::vector<uint8_t>& 
     return false;
 }
 
-// RFC 1035 section 4.1.1; 3, a name that does not exist, is an answer.
+// What a server does that answers without telling (RFC 1035 section 4.1.1); 3, a name that does not
+// exist, is an answer.
 const char* explain(int responseCode) {
     switch (responseCode) {
         case 1:
-            return "The name server could not read the question (FORMERR).";
+            return "could not read the question (FORMERR)";
         case 2:
-            return "The name server failed to find an answer (SERVFAIL).";
+            return "failed to find an answer (SERVFAIL)";
         case 4:
-            return "The name server does not support this kind of question (NOTIMP).";
+            return "does not support this kind of question (NOTIMP)";
         case 5:
-            return "The name server refuses to answer this host (REFUSED).";
+            return "refuses to answer this host (REFUSED)";
         default:
-            return "The name server reported a failure.";
+            return "reported a failure";
     }
 }
 
@@ -73,7 +74,7 @@ bool isFinal(LogBase& log, const dns::Reply& reply) {
             return true;
         case ReplyKind::Refused:
             log.logDataLong("dnsResponseCode", reply.responseCode);
-            log.logError(explain(reply.responseCode));
+            log.logError(std::string("The name server ") + explain(reply.responseCode) + ".");
             return false;
         default:
             return false;
@@ -98,6 +99,7 @@ Failure doDnsQuery(CallContext& call, const DnsQuestion& question,
     const LogContextExitor context(call.log, "doDnsQuery");
     outcome = {};
     if (!ensureSocketLibrary(call.log)) return Failure(Cause::DnsFailed);
+    std::string refusal;  // of the first server that would not tell
     bool allWithTls = true, anyConnected = false, anyHandshakeFailed = false, timedOut = false;
     for (size_t i = 0; i < servers.size(); ++i) {
         const uint64_t share = shareOf(deadline, servers.size() - i);
@@ -122,10 +124,14 @@ Failure doDnsQuery(CallContext& call, const DnsQuestion& question,
             outcome.reply = std::move(exchange.reply);
             outcome.server = servers[i];
             return {};
+        } else if (exchange.reply.kind == ReplyKind::Refused && refusal.empty()) {
+            refusal = "The name server " + toText(servers[i]) + " " +
+                      explain(exchange.reply.responseCode);
+            outcome.reply = std::move(exchange.reply);
         }
     }
     if (allWithTls) explainTlsFailure(call.log, anyConnected, anyHandshakeFailed);
-    return Failure(timedOut ? Cause::DnsTimeout : Cause::DnsFailed);
+    return timedOut ? Failure(Cause::DnsTimeout) : Failure(Cause::DnsFailed, std::move(refusal));
 }
 
 }  // namespace tv

@@ -18,7 +18,7 @@
 namespace tv {
 
 struct DnsOutcome {
-    dns::Reply reply;                  // of the server that answered
+    dns::Reply reply;                  // of the server that told, else of the first that would not
     std::optional<NameServer> server;  // which one that was
     std::vector<NameServer> silent;    // those that gave no reply
 };
@@ -30,7 +30,7 @@ struct DnsQuestion {
 
 // Asks the servers in their order, each within max(2 s, time left / servers left), until one says
 // which addresses of the family the name has or that there are none. A failure where none did:
-// DnsTimeout where one of them was silent to the end.
+// DnsTimeout where one of them was silent to the end; else its text names one that would not tell.
 Failure doDnsQuery(CallContext& call, const DnsQuestion& question,
                    std::span<const NameServer> servers, const Deadline& deadline,
                    DnsOutcome& outcome);

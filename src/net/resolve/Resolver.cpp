@@ -132,33 +132,37 @@ Failure queryServers(CallContext& call, const std::string& name, AddressFamily f
     return failure;
 }
 
+// A server that would not tell of one family may tell of the other.
+bool mayKnowTheOther(const dns::Reply& reply) {
+    return reply.kind == dns::ReplyKind::NoAddress || reply.kind == dns::ReplyKind::Refused;
+}
+
 // Addresses of one family, of the other where there are none, from the servers of the settings.
 Failure askOwnServers(CallContext& call, const std::string& name, AddressFamily first,
                       const Deadline& deadline, std::vector<plat::IpAddress>& addresses) {
     call.log.logDataLong("num_app_defined_ns", static_cast<int64_t>(ownServers(call)->size()));
     const AddressFamily second =
         first == AddressFamily::IPv4 ? AddressFamily::IPv6 : AddressFamily::IPv4;
+    Failure unanswered;
     for (const AddressFamily family : {first, second}) {
         if (findInCache(call, name, family, addresses)) return {};
         dns::Reply reply;
-        if (Failure failure = queryServers(call, name, family, deadline, reply)) {
-            if (call.wasStopped()) return Failure(Cause::Aborted);
-            call.log.logError("DNS resolution failed.");
-            return failure;
-        }
+        Failure failure = queryServers(call, name, family, deadline, reply);
+        if (failure && call.wasStopped()) return Failure(Cause::Aborted);
         addresses = std::move(reply.addresses);
-        if (!addresses.empty()) return {};
-        if (reply.kind == dns::ReplyKind::NoSuchName) break;
+        if (!failure && !addresses.empty()) return {};
+        if (failure && !unanswered) unanswered = std::move(failure);
+        if (!mayKnowTheOther(reply)) break;
     }
-    call.log.logError("No valid DNS answer..");
-    return Failure(Cause::DnsFailed);
+    call.log.logError(unanswered ? "DNS resolution failed." : "No valid DNS answer..");
+    return unanswered ? std::move(unanswered) : Failure(Cause::DnsFailed);
 }
 
 // The servers that the system lists, and its own resolver as the last resort.
 Failure resolveByQuery(CallContext& call, const std::string& name, const Deadline& deadline,
                        std::vector<plat::IpAddress>& addresses) {
     dns::Reply reply;
-    const Failure unanswered = queryServers(call, name, AddressFamily::IPv4, deadline, reply);
+    Failure unanswered = queryServers(call, name, AddressFamily::IPv4, deadline, reply);
     if (call.wasStopped()) return Failure(Cause::Aborted);
     if (!unanswered && reply.kind == dns::ReplyKind::Addresses) {
         addresses = std::move(reply.addresses);
@@ -169,10 +173,18 @@ Failure resolveByQuery(CallContext& call, const std::string& name, const Deadlin
     call.log.logDataLong("num_app_defined_ns", 0);
     const Failure system = getAddressInfo(call, name, false, deadline, addresses);
     if (!system) return {};
+    // The system's resolver may give up at the first family that is not told.
+    const bool untold = !call.wasStopped() && reply.kind == dns::ReplyKind::Refused;
+    if (untold && !queryServers(call, name, AddressFamily::IPv6, deadline, reply)) {
+        addresses = std::move(reply.addresses);
+        if (!addresses.empty()) return {};
+    }
     if (call.wasStopped()) return Failure(Cause::Aborted);
     call.log.logError(nothingUsable ? "No valid DNS answer.." : "DNS resolution failed.");
-    const bool timedOut = unanswered.is(Cause::DnsTimeout) || system.is(Cause::DnsTimeout);
-    return Failure(timedOut ? Cause::DnsTimeout : Cause::DnsFailed);
+    if (unanswered.is(Cause::DnsTimeout) || system.is(Cause::DnsTimeout)) {
+        return Failure(Cause::DnsTimeout);
+    }
+    return unanswered ? std::move(unanswered) : Failure(Cause::DnsFailed);
 }
 
 Failure nameToLookUp(LogBase& log, std::string_view domain, std::string& name) {

@@ -129,6 +129,8 @@ TEST(Advice, textsThatAreNoDialogue) {
              Row{"Nothing was sent: Initialise has not been called.", Stage::Local,
                  Cause::Internal},
              Row{"The settings file /e.ini, line 3: x", Stage::Local, Cause::SettingsUnusable},
+             Row{"No connection to a:25: The name server 10.0.0.1 refuses to answer this host.",
+                 Stage::NameLookup, Cause::DnsFailed},
              Row{"never seen", Stage::None, Cause::Internal},
              Row{"The login failed: x\r\nTolvaneLog:\r\n  No connection to a:25: DNS timeout.\r\n"
                  "  Failed.\r\n--TolvaneLog\r\n",

@@ -55,7 +55,8 @@ std::string answerOf(const tv::dns::Reply& reply) {
     }
 }
 
-// Of one server nothing follows yet: others may know more. True where it answered.
+// Of one server nothing follows yet: others may know more. True where it answered, if only that it
+// will not tell.
 bool askServer(Walk& walk, const std::string& name, const tv::NameServer& server) {
     const Stopwatch watch;
     Observer observer(std::min(walk.limitMs(), kServerLimitMs));
@@ -78,7 +79,7 @@ bool askServer(Walk& walk, const std::string& name, const tv::NameServer& server
         step.state = State::Warning;
     }
     walk.report.add(std::move(step));
-    return !failure;
+    return outcome.reply.isAnswer();
 }
 
 bool standsInHosts(const Walk& walk, const std::string& name) {

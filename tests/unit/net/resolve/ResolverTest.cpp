@@ -60,7 +60,8 @@ protected:
             const std::string address = "\xFD" + std::string(14, '\0') + "\x09";
             const bool isAsked = query[query.size() - 3] == kAaaa;
             const std::string six = record(kAsked, kAaaa, 300, address);
-            return {{isAsked ? reply(query, {six}) : reply(query, {})}};
+            const auto other = uint16_t(kOkay | (number < 16 ? number : 0));
+            return {{isAsked ? reply(query, {six}) : reply(query, {}, other)}};
         }
         if (does == "late") return count == 1 ? Datagrams{{good, number}} : Datagrams();
         if (does == "lost") return count > number ? Datagrams{{good, 20}} : Datagrams();
@@ -128,6 +129,7 @@ protected:
         return !failure;
     }
     std::string found() const {
+        if (failure && !failure.text().empty()) return failure.text();
         if (failure)
             return failure.is(DnsTimeout) ? "timeout" : failure.is(DnsFailed) ? "failed" : "";
         return textOf(addresses);
@@ -153,9 +155,11 @@ private:
     std::vector<std::string> files_;
 };
 
+constexpr const char* kRefused = "The name server 10.0.0.1 refuses to answer this host (REFUSED)";
+
 constexpr struct {
     const char *name, *world;
-    const char* found;  // or "failed", or "timeout"
+    const char* found;  // or "failed", "timeout", or what the failure says
     uint64_t elapsedMs;
     const char* sent;  // to whom and when
     const char* texts = "";
@@ -185,7 +189,9 @@ constexpr struct {
     {"mail.example", "1 error 4", "192.0.2.9", 0, "1@0", "NOTIMP"},
     {"mail.example", "1 error 5", "192.0.2.9", 0, "1@0", "REFUSED"},
     {"mail.example", "1 error 9", "192.0.2.9", 0, "1@0", "reported a failure."},
-    {"mail.example", "own, 1 error 5", "failed", 0, "1@0",
+    {"no.example", "1 error 5", kRefused, 0, "1@0 1@0", "DNS resolution failed."},
+    {"no.example", "1 six 5", "fd00::9", 0, "1@0 1@0", "REFUSED | systemResolver"},
+    {"mail.example", "own, 1 error 5", kRefused, 0, "1@0 1@0",
      "num_app_defined_ns: 1 | DNS resolution failed. | !systemResolver"},
     {"mail.example", "1 silent", "192.0.2.9", 25000, "1@0 1@1500 1@3500 1@4500"},
     {"mail.example", "1 silent, within 3999", "timeout", 3999, "1@0 1@1500 1@3500",
@@ -264,8 +270,11 @@ constexpr struct {
     {"mail.example", "own, 1 empty, 2 10.9.9.9", "failed", 0, "1@0 1@0",
      "No valid DNS answer.. | !systemResolver"},
     {"mail.example", "own, 1 six", "fd00::9", 0, "1@0 1@0", "!systemResolver"},
+    {"mail.example", "own, 1 six 5", "fd00::9", 0, "1@0 1@0", "REFUSED | !systemResolver"},
     {"mail.example", "own, 1 six, six first", "fd00::9", 0, "1@0"},
-    {"mail.example", "own, 1 error 2, six first", "failed", 0, "1@0", "!systemResolver"},
+    {"mail.example", "own, 1 error 2, six first",
+     "The name server 10.0.0.1 failed to find an answer (SERVFAIL)", 0, "1@0 1@0",
+     "!systemResolver"},
     {"no name", "own, 1, six first", "failed", 0, "", "!systemResolver"},
     {"six.example", "1, six first", "fd00::6", 0, "", "systemResolver: asking for IPv6"},
     {"A.example", "hosts, 1", "192.0.2.8", 0, "", "ip_from_hosts_file"},
