@@ -153,6 +153,10 @@ constexpr Advice kCauses[] = {
      "The port may want STARTTLS instead (587, 25): {starttls}."},
     {0, Stage::None, Cause::None, "alert \"protocol version\"",
      "Have the server speak TLS 1.2 or 1.3; 1.0 to 1.3 are offered{versions}."},
+    {0, Stage::None, Cause::TlsPeerAlert,
+     "alert \"certificate required\"|connection with the alert \"handshake failure\"|"
+     "connection with the alert \"bad certificate\"",
+     "The server wants a client certificate: have this client exempted, or use another port."},
     {0, Stage::None, Cause::TlsVersionNotOffered, nullptr,
      "Have the server speak TLS 1.2 or 1.3; 1.0 to 1.3 are offered{versions}."},
     {0, Stage::None, Cause::TlsDowngrade, nullptr,

@@ -71,6 +71,7 @@ struct Sentence {
 constexpr Sentence kSentences[] = {
     {"Nothing moved for ", Cause::Timeout},
     {"The server was too slow: ", Cause::Timeout},
+    {"The server ended the connection with the alert", Cause::TlsPeerAlert},
     {"The connection was lost while ", Cause::ConnectionLost},
     {"The connection was lost after ", Cause::ConnectionLost},
     {"closed the connection before the end of the message", Cause::ConnectionLost, Stage::Data},
@@ -223,7 +224,8 @@ std::string_view replyWithin(std::string_view sentence) {
 
 bool isNarrower(Cause known) {
     return known == Cause::None || known == Cause::BadReply || known == Cause::AuthFailure ||
-           known == Cause::ConnectFailed || known == Cause::StartTlsFailed;
+           known == Cause::ConnectionLost || known == Cause::ConnectFailed ||
+           known == Cause::StartTlsFailed;
 }
 
 // status: what stands before the sentence; None where nothing does. False where nothing is known.

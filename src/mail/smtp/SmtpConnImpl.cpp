@@ -307,7 +307,10 @@ Failure SmtpConnImpl::failIo(CallContext& call, const Failure& failure, const st
     if (failure.is(Cause::Aborted) || call.wasStopped()) {
         return fail(call.log, Cause::Aborted, "The application stopped the send" + end);
     }
-    return fail(call.log, Cause::ConnectionLost, "The connection was lost" + end).because(failure);
+    // A failure with words of its own says why.
+    std::string text =
+        failure.text().empty() ? "The connection was lost" + end : failure.text() + ".";
+    return fail(call.log, Cause::ConnectionLost, std::move(text)).because(failure);
 }
 
 void SmtpConnImpl::touch() {

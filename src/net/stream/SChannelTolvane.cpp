@@ -101,6 +101,11 @@ std::string clause(std::string_view sentence) {
     return std::string(sentence.substr(0, sentence.find_last_not_of('.') + 1));
 }
 
+std::string endedByAlert(std::string_view what, tls::Alert alert) {
+    return "The server ended the " + std::string(what) + " with the alert \"" +
+           std::string(tls::alertName(alert)) + "\"";
+}
+
 // What went wrong in the handshake, for a sentence of the host's.
 std::string failureClause(const Failure& failure, const tls::TlsProtocol& engine, bool isFallback) {
     if (isFallback && refusesFallback(engine)) {
@@ -110,8 +115,7 @@ std::string failureClause(const Failure& failure, const tls::TlsProtocol& engine
                "trusted";
     }
     if (engine.failure() == Cause::TlsPeerAlert && engine.peerAlert()) {
-        return "The server ended the TLS handshake with the alert \"" +
-               std::string(tls::alertName(*engine.peerAlert())) + "\"";
+        return endedByAlert("TLS handshake", *engine.peerAlert());
     }
     if (engine.failure() != Cause::None) return clause(tlsSentence(engine.failure()));
     if (!failure.is(Cause::Timeout)) return "The connection was lost in the TLS handshake";
@@ -230,7 +234,19 @@ Failure SChannelTolvane::readMore(CallContext& call, uint32_t idleTimeoutMs) {
 Failure SChannelTolvane::process(CallContext& call, size_t arrived, uint32_t idleTimeoutMs) {
     const bool success = engine_->receive(call.log, arrived);
     if (Failure failure = flush(call, idleTimeoutMs)) return failure;
-    return success ? Failure() : Failure(Cause::ConnectionLost).because(engine_->failure());
+    return success ? Failure() : whyEnded();
+}
+
+// In TLS 1.3 a server that is not content with our last flight, as one that wants a certificate of
+// the client, says so when our handshake is over (RFC 8446, 4.4.2.4 and 6.2).
+Failure SChannelTolvane::whyEnded() const {
+    const Cause cause = engine_->failure();
+    if (cause != Cause::TlsPeerAlert || engine_->textReceived()) {
+        return Failure(Cause::ConnectionLost).because(cause);
+    }
+    return Failure(Cause::ConnectionLost, endedByAlert("connection", *engine_->peerAlert()))
+        .because(cause)
+        .at(Stage::TlsHandshake);
 }
 
 Failure SChannelTolvane::checkServerCert(CallContext& call, std::string_view host,

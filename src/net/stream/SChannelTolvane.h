@@ -85,6 +85,7 @@ private:
     Failure flush(CallContext& call, uint32_t idleTimeoutMs);
     Failure readMore(CallContext& call, uint32_t idleTimeoutMs);
     Failure process(CallContext& call, size_t arrived, uint32_t idleTimeoutMs);
+    Failure whyEnded() const;
     Failure takeArrived(CallContext& call);
     Failure checkServerCert(CallContext& call, std::string_view host, const ServerTrust& trust,
                             uint32_t idleTimeoutMs);

@@ -178,6 +178,7 @@ Cause TlsProtocol::onApplicationData(std::span<const uint8_t> bytes) {
     if (!allowed) return Cause::TlsUnexpectedMessage;
     if (bytes.empty()) return countIdle() ? Cause::None : Cause::TlsTooManyIdleRecords;
     idleRecords_ = 0;
+    textReceived_ = true;
     input_.append(bytes);
     return Cause::None;
 }

@@ -46,6 +46,8 @@ public:
     bool isHandshaking() const { return handshake_ != nullptr; }
     // A whole ServerHello (a HelloRetryRequest is one) or an alert has come.
     bool serverAnswered() const { return serverAnswered_; }
+    // Text has come: the server is content with what ended our handshake.
+    bool textReceived() const { return textReceived_; }
     bool closeNotifyReceived() const { return closeNotifyReceived_; }
     Cause failure() const { return failure_; }
     std::optional<Alert> peerAlert() const { return peerAlert_; }
@@ -95,6 +97,7 @@ private:
     bool established_ = false;
     bool serverHelloSeen_ = false;
     bool serverAnswered_ = false;
+    bool textReceived_ = false;
     bool closeNotifyReceived_ = false;
     bool closeNotifySent_ = false;
     bool keyUpdateAnswered_ = false;
