@@ -113,6 +113,14 @@ def test_other_ways_to_say_it(product, receiver, tmp_path):
     assert told["--version"] == (0, "emailsend 1.0.0\n", "")
 
 
+@pytest.mark.parametrize("words, code", [(["--help"], 74), (["doctor", "--help"], 74), (["settings", "sample"], 74),
+                                         (["doctor", "--host", "127.0.0.1", "--port", "1"], 69)])
+def test_output_that_is_lost(so, words, code):
+    with open("/dev/full", "wb") as full, start(so, so.program, *words, stdout=full, stderr=subprocess.PIPE) as process:
+        assert process.communicate(timeout=20)[1] == b"emailsend: the output could not be written\n"
+    assert process.returncode == code
+
+
 def test_what_every_message_needs(so):
     for words, error in {(): "--host is missing", (*HOST, *TO): "--from is missing or no address",
                          (*HOST, *FROM): "there is no recipient"}.items():

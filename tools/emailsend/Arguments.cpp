@@ -66,6 +66,7 @@ Exit code:
   68  no such host
   69  no connection, or refused for good
   70  something within failed: memory, the making of the message
+  74  what was to be printed could not be written
   75  refused for now: send it again later
   76  no SMTP there, or no TLS where it must be
   77  the login or the certificate is refused

@@ -2,6 +2,7 @@
 #include "emailsend/ExitCodes.h"
 
 #include "base/Ascii.h"
+#include "emailsend/Process.h"
 
 namespace emailsend {
 namespace {
@@ -46,6 +47,12 @@ bool wantsEncryption(const tv::advice::Finding& finding) {
 }
 
 }  // namespace
+
+int withOutput(int exitCode) {
+    if (outArrived()) return exitCode;
+    printError("emailsend: the output could not be written\n");
+    return exitCode == kAccepted ? kOutputLost : exitCode;
+}
 
 int exitCodeOf(const tv::advice::Finding& finding) {
     if (finding.repeat == tv::Repeat::Unknown) return kOutcomeUnknown;

@@ -31,6 +31,9 @@ void removeTemporaryFolder(const std::string& folder);
 std::string realPath(const std::string& path);
 
 void printOut(std::string_view text);
+// False where something printed to stdout did not get there (a full disk); a stream that the caller
+// has closed takes everything.
+[[nodiscard]] bool outArrived();
 void printError(std::string_view text);
 bool errorsGoToTerminal();
 // On a terminal that knows them, unless NO_COLOR (no-color.org) says otherwise.

@@ -26,8 +26,8 @@ const char* const kSettingsUsage = R"(emailsend settings: the settings file of t
   emailsend settings sample             all keys, each with its meaning, as a file to start from
   emailsend settings table              the same as a table for docs/settings.md
 
-Exit code: 0 there is no file or it can be used; 64 the command line could not be used; 78 the file
-could not.
+Exit code: 0 there is no file or it can be used; 64 the command line could not be used; 74 the output
+could not be written; 78 the file could not be used.
 )";
 
 namespace {

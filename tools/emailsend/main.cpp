@@ -235,5 +235,5 @@ int run(const std::vector<std::string>& words) {
 }  // namespace emailsend
 
 int main(int argc, char** argv) {
-    return emailsend::run(emailsend::commandLine(argc, argv));
+    return emailsend::withOutput(emailsend::run(emailsend::commandLine(argc, argv)));
 }

@@ -97,7 +97,7 @@ int runDoctor(const std::vector<std::string>& words) {
     doctor::Walk walk{options, password, report,
                       options.library.empty() ? libraryBesideProgram() : options.library};
     const int code = doctor::walkAll(walk);
-    if (walk.abandoned) endNow(code);
+    if (walk.abandoned) endNow(withOutput(code));
     return code;
 }
 

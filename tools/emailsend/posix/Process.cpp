@@ -93,6 +93,10 @@ void printOut(std::string_view text) {
     fwrite(text.data(), 1, text.size(), stdout);
 }
 
+bool outArrived() {
+    return fflush(stdout) == 0 && ferror(stdout) == 0;
+}
+
 void printError(std::string_view text) {
     fwrite(text.data(), 1, text.size(), stderr);
 }

@@ -23,17 +23,21 @@ std::wstring widened(std::string_view utf8) {
 }
 
 // A console wants UTF-16; a pipe or file gets UTF-8.
-void print(DWORD which, std::string_view text) {
+bool print(DWORD which, std::string_view text) {
     const HANDLE stream = GetStdHandle(which);
+    if (!stream || stream == INVALID_HANDLE_VALUE) return true;  // closed by the caller
     DWORD mode = 0;
     DWORD written = 0;
     if (GetConsoleMode(stream, &mode)) {
         const std::u16string wide = tv::utf8ToUtf16(text);
-        WriteConsoleW(stream, wide.data(), static_cast<DWORD>(wide.size()), &written, nullptr);
-    } else {
-        WriteFile(stream, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+        return WriteConsoleW(stream, wide.data(), static_cast<DWORD>(wide.size()), &written,
+                             nullptr) != 0;
     }
+    const auto size = static_cast<DWORD>(text.size());
+    return WriteFile(stream, text.data(), size, &written, nullptr) && written == size;
 }
+
+bool outIsLost = false;
 
 // The text of OutputDebugString travels as an exception that nobody but a debugger takes
 // (DBG_PRINTEXCEPTION_C).
@@ -133,7 +137,11 @@ std::string realPath(const std::string& path) {
 }
 
 void printOut(std::string_view text) {
-    print(STD_OUTPUT_HANDLE, text);
+    outIsLost |= !print(STD_OUTPUT_HANDLE, text);
+}
+
+bool outArrived() {
+    return !outIsLost;
 }
 
 void printError(std::string_view text) {
