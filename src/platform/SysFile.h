@@ -33,6 +33,9 @@ public:
     // path that ends in a slash or backslash names a directory and is refused on every system; so
     // is a FIFO.
     bool openAppend(std::string_view utf8Path);
+    // Makes a file that was not there and opens it for writing (POSIX: for its owner alone).
+    // Whatever has the name, even a link that leads nowhere, is left as it is and refused.
+    bool openNew(std::string_view utf8Path);
     bool isOpen() const { return handle_ != kNone; }
 
     // Size in bytes; false where the system cannot tell.

@@ -254,3 +254,7 @@ def test_nothing_is_written_of_what_does_not_work(so, tmp_path, certificates):  
     with scripted({"AUTH": "535 5.7.8 no\r\n"}, "lonely")(certificates) as server:
         done = Ward(so, tmp_path).see("--host", "localhost", "--port", server.port, *LOGIN, "--write", "new.ini")
     assert done.code == 77 and not (tmp_path / "new.ini").exists()
+        if product.name == "so":
+            (tmp_path / "link").symlink_to(tmp_path / "nowhere")
+            led = ward.see(*words[:-1], "link", **env)
+            assert "is not overwritten" in led.out and not (tmp_path / "nowhere").exists()

@@ -77,6 +77,13 @@ bool SysFile::openAppend(std::string_view utf8Path) {
     return true;
 }
 
+bool SysFile::openNew(std::string_view utf8Path) {
+    close();
+    const int fd = openRetrying(std::string(utf8Path), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
+    if (fd >= 0) handle_ = fd;
+    return isOpen();
+}
+
 bool SysFile::size(uint64_t& out) const {
     struct stat info;
     if (!isOpen() || fstat(descriptor(handle_), &info) != 0) return false;

@@ -95,6 +95,16 @@ bool SysFile::openAppend(std::string_view utf8Path) {
     return true;
 }
 
+bool SysFile::openNew(std::string_view utf8Path) {
+    close();
+    // A link is not followed.
+    const HANDLE file =
+        CreateFileW(widePath(utf8Path).c_str(), GENERIC_WRITE, kShareAll, nullptr, CREATE_NEW,
+                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    if (file != INVALID_HANDLE_VALUE) handle_ = reinterpret_cast<intptr_t>(file);
+    return isOpen();
+}
+
 bool SysFile::size(uint64_t& out) const {
     LARGE_INTEGER size;
     if (!isOpen() || !GetFileSizeEx(asHandle(handle_), &size)) return false;

@@ -6,6 +6,7 @@
 #include "log/LogNull.h"
 #include "net/resolve/NameSource.h"
 #include "net/tls/CipherSuites.h"
+#include "platform/SysError.h"
 #include "platform/SysFile.h"
 #include "platform/SysProtect.h"
 #include "platform/SysWipe.h"
@@ -70,9 +71,13 @@ Failure write(const std::string& path, const std::string& text) {
         return Failure(Cause::SettingsUnusable, path + " exists, and is not overwritten");
     }
     tv::plat::SysFile file;
-    uint64_t size = 0;
-    const bool good = file.openAppend(path) && file.tryLock() && file.size(size) && size == 0 &&
-                      file.write(text.data(), text.size());
+    if (!file.openNew(path)) {
+        return Failure(Cause::SettingsUnusable, path +
+                                                    " cannot be made (what exists is not "
+                                                    "overwritten): " +
+                                                    tv::plat::lastErrorWords());
+    }
+    const bool good = file.write(text.data(), text.size());
     if (file.close() && good) return {};
     return Failure(Cause::SettingsUnusable, path + " cannot be written");
 }
