@@ -6,6 +6,9 @@ import re
 import signal
 import socket
 import ssl
+import subprocess
+import threading
+import time
 
 import pytest
 
@@ -193,11 +196,13 @@ def test_words_that_are_not_understood(so, words, error):
 
 def test_ctrl_c_ends_it(so):
     with socket.create_server(("127.0.0.1", 0)) as quiet, start(
-            so, so.program, "doctor", "--host", "127.0.0.1", "--port", quiet.getsockname()[1]) as process:
+            so, so.program, "doctor", "--json", "--host", "127.0.0.1", "--port", quiet.getsockname()[1],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
         for _ in range(2):  # an address by itself, and the one that waits for a greeting
             quiet.accept()
         process.send_signal(signal.SIGINT)
-        assert process.wait(10) == 3
+        assert process.communicate(timeout=10) == (b"", b"emailsend: stopped; no message was being sent\n")
+        assert process.returncode == 130
 
 
 class House(Watched):

@@ -144,7 +144,7 @@ bool findAddresses(Walk& walk) {
         failure = tv::Failure(tv::Cause::DnsTimeout, "none of the name servers answers");
     }
     walk.abandoned = !ended;
-    if (interrupted()) endNow(kOutcomeUnknown);
+    if (interrupted()) endStopped();
     if (failure) {
         Step lost = failed("addresses", 0, watch.ms(), failure);
         lost.found = host + " has no address that could be found: " + lost.found;

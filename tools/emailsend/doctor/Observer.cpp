@@ -33,6 +33,11 @@ std::string inSeconds(uint32_t ms) {
 
 }  // namespace
 
+void endStopped() {
+    printError("emailsend: stopped; no message was being sent\n");
+    endNow(kStopped);
+}
+
 uint64_t Observer::elapsedMs() const {
     return tv::plat::sysClock().tickMs() - begunMs_;
 }
@@ -78,7 +83,7 @@ bool Observer::leaveContext() {
 }
 
 bool Observer::abortRequested() {
-    if (interrupted()) endNow(kOutcomeUnknown);
+    if (interrupted()) endStopped();
     // How long a connection may take the engine knows itself, which has several addresses to try.
     const bool isTimed = overdue_ == Stage::None && stage_ != Stage::Connect;
     if (isTimed && elapsedMs() >= limitMs_) overdue_ = stage_;

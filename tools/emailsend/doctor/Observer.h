@@ -23,6 +23,9 @@ constexpr uint32_t idleTimeoutMs(uint32_t limitMs) {
     return limitMs + 60000;
 }
 
+// Where Ctrl-C ended the walk, and no message was on its way.
+[[noreturn]] void endStopped();
+
 // The log tells where TCP and TLS begin and end, the events where commands and replies do.
 class Observer final : public tv::LogNull, public tv::ProgressMonitor {
 public:

@@ -4,6 +4,7 @@
 
 #include "advice/Advice.h"
 #include "base/CodePage.h"
+#include "emailsend/Process.h"
 #include "emailsend/Watched.h"
 #include "emailsend/doctor/Walk.h"
 #include "platform/SysHost.h"
@@ -54,7 +55,9 @@ bool sendTestMessage(Walk& walk, const Endpoint& endpoint) {
     const std::chrono::milliseconds limit(uint64_t{kLimits} * walk.limitMs());
     if (!runWatched("emailsend: sending a test message", send, limit)) {
         walk.abandoned = true;
-        tv::Failure failure(tv::Cause::Timeout, "It took too long and still goes on");
+        tv::Failure failure(tv::Cause::Timeout, interrupted()
+                                                    ? "It was stopped while it went on"
+                                                    : "It took too long and still goes on");
         failure.setOutcomeUnknown();
         walk.report.add(failed("test message", endpoint.port, watch.ms(), failure));
         return false;
