@@ -121,8 +121,15 @@ def test_output_that_is_lost(so, words, code):
     assert process.returncode == code
 
 
+def test_the_server_of_the_settings_file(so, receiver, tmp_path):
+    (tmp_path / "mail.ini").write_text(f"[server]\nhost = 127.0.0.1\nport = {receiver.port}\n")
+    (tmp_path / "mail.ini").chmod(0o600)
+    done = run(so, so.program, *FROM, *TO, env={"EMAILSENDING_SETTINGS": str(tmp_path / "mail.ini")})
+    assert (done.code, len(receiver.messages)) == (0, 1), done.err
+
+
 def test_what_every_message_needs(so):
-    for words, error in {(): "--host is missing", (*HOST, *TO): "--from is missing or no address",
+    for words, error in {(*FROM, *TO): "--host is missing", (*HOST, *TO): "--from is missing or no address",
                          (*HOST, *FROM): "there is no recipient"}.items():
         done = run(so, so.program, *words)
         assert done.code == 64 and done.err.startswith("emailsend: " + error), words

@@ -14,7 +14,7 @@ const char* const kUsage =
   emailsend --host HOST --from ADDRESS --to ADDRESS [options]
 
 Server
-  --host HOST            name or address of the mail server
+  --host HOST            name or address of the mail server (or as the settings file says)
   --port PORT            its port (25)
   --tls implicit         encrypted from the first byte (port 465)
   --tls starttls         encrypted by STARTTLS, or not sent at all
@@ -181,9 +181,7 @@ bool isValueOption(std::string_view name) {
 }
 
 bool isWholeMessage(const Arguments& arguments, std::string& error) {
-    if (arguments.host.empty()) {
-        error = "--host is missing";
-    } else if (arguments.from.find('@') == std::string::npos) {
+    if (arguments.from.find('@') == std::string::npos) {
         error = "--from is missing or no address";
     } else if (arguments.to.empty() && arguments.cc.empty() && arguments.bcc.empty()) {
         error = "there is no recipient (--to, --cc, --bcc)";

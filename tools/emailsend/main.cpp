@@ -19,6 +19,7 @@
 #include "emailsend/doctor/DoctorCommand.h"
 #include "platform/SysHost.h"
 #include "platform/SysWipe.h"
+#include "settings/SettingsFile.h"
 
 namespace emailsend {
 namespace {
@@ -91,6 +92,12 @@ bool convertCredentials(Job& job, const Secret& utf8, std::string& error) {
            toAnsi("--user", arguments.user, job.user, error) &&
            toAnsi("--auth", arguments.authMethod, job.authMethod, error) &&
            toAnsi("--domain", arguments.domain, job.domain, error);
+}
+
+// One that cannot be used says that itself, when the plug-in reads it.
+bool settingsNameHost(const std::string& library) {
+    tv::settings::SettingsFile file(library);
+    return file.refresh() || (file.current() && file.current()->host);
 }
 
 void setServer(const PlugIn& plugIn, const Job& job) {
@@ -190,8 +197,9 @@ int send(const PlugIn& plugIn, const Job& job) {
     if (!setMessage(plugIn, job, error)) return report(kUsageError, error);
     if (!attach(plugIn, job.arguments, error)) return report(kLocalFile, error);
     bool accepted = false;
-    const std::string what = "emailsend: sending " + std::to_string((job.size + 1023) / 1024) +
-                             " KB to " + job.arguments.host;
+    const std::string what =
+        "emailsend: sending " + std::to_string((job.size + 1023) / 1024) + " KB to " +
+        (job.arguments.host.empty() ? "the server of the settings file" : job.arguments.host);
     if (!runWatched(what, [&] { accepted = plugIn.szBrisko() != 0; })) {
         watch.tidyUp();
         endNow(report(kOutcomeUnknown, "stopped; the server may or may not have the message"));
@@ -211,12 +219,16 @@ int runSend(const std::vector<std::string>& words) {
         return kAccepted;
     }
     const std::string& chosen = job.arguments.library;
+    const std::string library = chosen.empty() ? libraryBesideProgram() : chosen;
+    if (job.arguments.host.empty() && !settingsNameHost(library)) {
+        return report(kUsageError, "--host is missing, and no settings file names the server");
+    }
     Secret password;
     if (!readFiles(job, error) || !readPassword(job.arguments.passwordFile, password.text, error)) {
         return report(kLocalFile, error);
     }
     if (!convertCredentials(job, password, error)) return report(kUsageError, error);
-    if (!plugIn.load(chosen.empty() ? libraryBesideProgram() : chosen, error)) {
+    if (!plugIn.load(library, error)) {
         return report(kLocalFile, error);
     }
     return send(plugIn, job);
