@@ -33,6 +33,11 @@ std::string inBrackets(std::string_view section) {
     return '[' + std::string(section) + ']';
 }
 
+// A password may stand behind any key of the login, by mistake: no value of it is told.
+bool isHidden(const Key& key) {
+    return isSecret(key.form.kind) || key.section == "login";
+}
+
 // "[server] host", or the name alone of what stands before any section.
 std::string fullName(const Key& key) {
     return (key.section.empty() ? "" : inBrackets(key.section) + ' ') + std::string(key.name);
@@ -326,8 +331,7 @@ std::string Parser::takeValue(const Key& key, std::string_view written) {
         }
         value.text = replaceAll(inner, "\"\"", "\"");
     }
-    // The value of a secret is not told.
-    const std::string instead = isSecret(key.form.kind) ? "" : ", not " + quoted(value.text);
+    const std::string instead = isHidden(key) ? "" : ", not " + quoted(value.text);
     if (value.text.empty()) return wanted + "; nothing stands there";
     for (const char c : value.text) {
         if (static_cast<unsigned char>(c) < ' ') return name + " holds a control character";
@@ -405,7 +409,7 @@ std::string Parser::takeWords(const Key& key, std::string_view written) {
                              out_.servers.size() >= static_cast<size_t>(key.form.highest);
         if (oneMore || !readWord(key.form, word)) {
             return quoted(key.name) + " must be " + mayBe(key.form) +
-                   (oneMore ? ", not one more, " : ", not ") + quoted(shown);
+                   (isHidden(key) ? "" : (oneMore ? ", not one more, " : ", not ") + quoted(shown));
         }
         key.store(out_, word);
         written.remove_prefix(std::min(end + 1, written.size()));
@@ -420,7 +424,8 @@ std::string Parser::takeFile(const Key& key, Value& value) {
     if (key.form.kind == Kind::Target) return {};
     std::string bytes;
     const std::string why = readFile_(path, isSecret(key.form.kind), bytes);
-    if (!why.empty()) return "the file of " + quoted(key.name) + ", " + path + ", " + why;
+    const std::string shown = isHidden(key) ? "" : ", " + path + ",";
+    if (!why.empty()) return "the file of " + quoted(key.name) + shown + ' ' + why;
     if (key.form.kind == Kind::File) return {};
     out_.plainSecrets.push_back(path);
     value.text = bytes;
@@ -430,7 +435,7 @@ std::string Parser::takeFile(const Key& key, Value& value) {
         value.text.resize(std::min(value.text.find_first_of("\r\n"), value.text.size()));
     }
     const bool usable = !value.text.empty() && value.text.find('\0') == std::string::npos;
-    if (!usable) return "the file of " + quoted(key.name) + ", " + path + ", holds no text";
+    if (!usable) return "the file of " + quoted(key.name) + shown + " holds no text";
     return {};
 }
 
