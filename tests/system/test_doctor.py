@@ -263,3 +263,6 @@ def test_nothing_is_written_of_what_does_not_work(so, tmp_path, certificates):  
             (tmp_path / "link").symlink_to(tmp_path / "nowhere")
             led = ward.see(*words[:-1], "link", **env)
             assert "is not overwritten" in led.out and not (tmp_path / "nowhere").exists()
+        assert "the pin holds" in done.out.splitlines()[-1]
+        pinned = ward.see("--limit", 5, EMAILSENDING_SETTINGS=product.path(path))
+        assert pinned.code == 0 and "Nothing is amiss" in pinned.out.splitlines()[-1], pinned.out

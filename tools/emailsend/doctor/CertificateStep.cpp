@@ -100,12 +100,15 @@ void judgeCertificate(Walk& walk, Endpoint& endpoint) {
     } else if (endpoint.trusted) {
         step.found = what + "; verification accepts it";
         step.state = State::Ok;
+    } else if (!walk.settings.pinnedKeys.empty()) {
+        step.found = "the pin of the settings file holds; it is " + what;
+        step.state = State::Ok;
     } else {
         step.found = "verification would refuse it: " + ruleOf(worse) + "; it is " + what;
         step.state = State::Warning;
     }
     if (!endpoint.distrusted) step.finding = {};
-    if (endpoint.trusted && !endpoint.distrusted) step.change.clear();
+    if (step.state == State::Ok) step.change.clear();
     if (!endpoint.pin.empty()) step.found += "; seen now: pin = " + endpoint.pin;
     const bool endsSoon = readable && leaf.notAfter - now < kFewDays * kDay;
     if (step.state == State::Ok && endsSoon) {

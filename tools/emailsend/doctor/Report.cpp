@@ -110,6 +110,13 @@ void Report::add(Step step) {
 
 // Where no endpoint serves, the one that came farthest says most.
 int32_t Report::farthest() const {
+void Report::settle(std::string_view name, int32_t port, const std::string& done) {
+    for (Step& step : steps_) {
+        const bool isMeant = step.name == name && step.port == port;
+        if (isMeant && step.state == State::Warning) step.change = done;
+    }
+}
+
     std::map<int32_t, size_t> steps;
     int32_t found = 0;
     for (const Step& step : steps_) {

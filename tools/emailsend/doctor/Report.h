@@ -44,6 +44,8 @@ public:
     // What servers said is made harmless here.
     void add(Step step);
     // good: the sentence where nothing is amiss. port: the endpoint that is to be used, of whose
+    // What has been done meanwhile about a warning takes the place of what was to be changed.
+    void settle(std::string_view name, int32_t port, const std::string& done);
     // steps it speaks; 0: none serves. Returns the exit code.
     int finish(const std::string& good, int32_t port);
 

@@ -66,10 +66,6 @@ Strictest strictest(const Walk& walk, const Endpoint& endpoint) {
 
 // Nothing that was there is touched.
 Failure write(const std::string& path, const std::string& text) {
-    tv::plat::FileStamp stamp;
-    if (tv::plat::fileStamp(path, stamp)) {
-        return Failure(Cause::SettingsUnusable, path + " exists, and is not overwritten");
-    }
     tv::plat::SysFile file;
     if (!file.openNew(path)) {
         return Failure(Cause::SettingsUnusable, path +
@@ -79,6 +75,7 @@ Failure write(const std::string& path, const std::string& text) {
     }
     const bool good = file.write(text.data(), text.size());
     if (file.close() && good) return {};
+    tv::plat::removeFile(path);
     return Failure(Cause::SettingsUnusable, path + " cannot be written");
 }
 
@@ -121,6 +118,10 @@ void writeSettings(Walk& walk, const Endpoint& endpoint) {
         tv::plat::removeFile(path);
         walk.report.add(failed("settings written", 0, watch.ms(), failure));
         return;
+    }
+    if (!endpoint.trusted && !endpoint.pin.empty()) {
+        walk.report.settle("certificate", endpoint.port,
+                           "The file that was written pins it: with that in force the pin holds.");
     }
     walk.report.add({"settings written",
                      0,
