@@ -12,12 +12,33 @@ namespace {
 constexpr size_t kMostSearched = 4096;
 constexpr size_t kMostShown = 600;
 
-// "5.7.1" does not stand in "5.7.139".
+bool isWordAt(std::string_view text, size_t at) {
+    return at < text.size() && isAsciiAlnum(text[at]);
+}
+
+// "550 5.7.1", "550-5.7.1", "550 #5.7.1": RFC 2034 section 4.
+bool isBehindReplyCode(std::string_view text, size_t at) {
+    constexpr size_t kDigits = 3;
+    if (at > 0 && text[at - 1] == '#') --at;
+    if (at <= kDigits || (text[at - 1] != ' ' && text[at - 1] != '-')) return false;
+    return std::ranges::all_of(text.substr(at - kDigits - 1, kDigits), isAsciiDigit);
+}
+
+// "5.7.1" does not stand in "5.7.139", nor "spf" in "x.spfilter".
 bool isWhole(std::string_view text, size_t at, size_t end) {
+    constexpr size_t kShort = 5;
+    constexpr std::string_view kJoints = "./-_=";
+    if (isAsciiDigit(text[at])) {
+        const bool goesOn = isAsciiDigit(text[end - 1]) &&
+                            (isWordAt(text, end) ||
+                             (end < text.size() && text[end] == '.' && isWordAt(text, end + 1)));
+        return !goesOn && isBehindReplyCode(text, at);
+    }
+    if (end - at > kShort) return true;
     const bool cutsFront =
-        at > 0 && isAsciiDigit(text[at]) && (isAsciiDigit(text[at - 1]) || text[at - 1] == '.');
-    return !cutsFront &&
-           !(end < text.size() && isAsciiDigit(text[end - 1]) && isAsciiDigit(text[end]));
+        at > 0 && (isWordAt(text, at - 1) || kJoints.find(text[at - 1]) != std::string_view::npos);
+    return !cutsFront && !isWordAt(text, end) &&
+           !(end < text.size() && text[end] == '.' && isWordAt(text, end + 1));
 }
 
 // Servers repeat what they refuse: relay@example.com says nothing about relaying.
@@ -54,7 +75,8 @@ bool mentionsOne(const Finding& finding, std::string_view phrases) {
 bool fits(const Advice& row, const Finding& finding) {
     const bool codeFits = row.code == 0 || row.code == finding.replyCode ||
                           (row.code < 10 && row.code == finding.replyCode / 100);
-    return codeFits && (row.stage == Stage::None || row.stage == finding.stage) &&
+    return codeFits && (!row.loggedIn || finding.loggedIn) &&
+           (row.stage == Stage::None || row.stage == finding.stage) &&
            (row.cause == Cause::None || row.cause == finding.cause) &&
            (!row.phrases || mentionsOne(finding, row.phrases));
 }

@@ -16,10 +16,12 @@ struct Advice {
     uint16_t code = 0;          // of the reply: 535; 4 or 5: any that begins so; 0: any or none
     Stage stage = Stage::None;  // None: any
     Cause cause = Cause::None;  // None: any
-    // One of these stands in words or reply, in any case, numbers whole; "|" between them, null: as
+    // One of these stands in words or reply, in any case, short words whole, numbers
+    // behind the reply's code; "|" between them, null: as
     // it may be.
     const char* phrases = nullptr;
     const char* change = nullptr;  // what to change; settings in braces
+    bool loggedIn = false;         // only where a login is known to have been taken before
 };
 
 // All rows; the first that fits counts, and the last fits everything.

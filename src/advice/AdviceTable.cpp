@@ -9,6 +9,9 @@
 namespace tv::advice {
 namespace {
 
+constexpr const char* kNoRelay =
+    "relay access|relaying|to relay|relay denied|relay not|not relay|no relay|5.7.54";
+
 // What a server's reply says, by its code, the stage that it ends and the words in it; and what
 // stood behind a refusal.
 constexpr Advice kReplies[] = {
@@ -52,8 +55,11 @@ constexpr Advice kReplies[] = {
      "This login may not send as this sender: use its own address ({from})."},
     {553, Stage::Sender, Cause::None, nullptr,
      "This login may not send as this sender: use its own address ({from})."},
-    {0, Stage::None, Cause::None,
-     "relay access|relaying|to relay|relay denied|relay not|not relay|no relay|5.7.54",
+    {0, Stage::None, Cause::None, kNoRelay,
+     "The login stood, and does not allow this: use its own sender ({from}), or have it allowed to "
+     "relay.",
+     true},
+    {0, Stage::None, Cause::None, kNoRelay,
      "Log in ({login}), or have this machine allowed to relay there."},
     {0, Stage::None, Cause::None, "5.7.26|5.7.23|5.7.27|spf|dkim|dmarc",
      "The sender's domain does not vouch for this server (SPF, DKIM, DMARC): send through its "
@@ -68,9 +74,11 @@ constexpr Advice kReplies[] = {
     {0, Stage::None, Cause::None, "greylist|graylist",
      "The server puts off strangers (greylisting): send again in 5 to 30 minutes."},
     {0, Stage::None, Cause::None,
-     "too many con|rate limit|4.7.28|5.7.28|4.3.2|too many "
+     "too many con|concurrent|rate limit|4.7.28|5.7.28|too many "
      "messages|sending limit|throttl",
      "The server limits how much one client may send: send later."},
+    {0, Stage::None, Cause::None, "4.3.2|service not available",
+     "The server takes no mail now (a restart, maintenance): send again later."},
     // Size and room.
     {0, Stage::None, Cause::None,
      "5.2.2|4.2.2|mailbox full|mailbox is full|over quota|quota exceeded",

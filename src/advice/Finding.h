@@ -17,6 +17,8 @@ struct Finding {
     std::string words;      // the sentence that says the cause, and what may lie behind it; UTF-8
     std::string reply;      // the server's lines with LF between them
 
+    bool loggedIn = false;  // the server is known to have taken a login before
+
     explicit operator bool() const { return cause != Cause::None; }
 };
 

@@ -494,6 +494,12 @@ Finding findingIn(std::string_view lastError) {
         finding.words = lastTelling(lines);
         finding.cause = Cause::Internal;
     }
+    // RFC 4954 section 6
+    finding.loggedIn = std::ranges::any_of(lines, [](std::string_view line) {
+        constexpr std::string_view kFact = "SmtpCmdResp: ", kTaken = "235 ";
+        if (line.starts_with(kFact)) line.remove_prefix(kFact.size());
+        return line.starts_with(kTaken);
+    });
     if (!finding.reply.empty()) completeReply(lines, finding);
     if (contains(finding.words, "may deliver it twice")) {
         finding.repeat = Repeat::Unknown;

@@ -122,6 +122,12 @@ def masked(text, names):
         text = re.sub(rf"(?<!\d){re.escape(name)}(?!\d)", lambda _, mask=mask: mask, text)
     for pattern, mask in [(r"Python SMTP [\d.]+\d", "aiosmtpd"), (r"sha256//[\w+/=]+", "PIN"),
                           (r"\d+ days left", "N days left")]:
+    "relay denied after a login": (
+        scripted({"RCPT": "554 5.7.1 <bela@example.test>: Relay access denied\r\n"}, "lonely"), None, [*LOGIN, *TO], 69,
+        "The login stood"),
+    "no EHLO": (scripted({"EHLO": "504 5.5.1 no EHLO here\r\n", "HELO": "250 mail.example.test\r\n"}), None, [], 0,
+                "refuses EHLO"),
+    "dripping greeting": (lambda _: drips(), None, [], 69, "(overload, or a tarpit): its reply was not complete after 2 s"),
         text = re.sub(pattern, mask, text)
     return text
 

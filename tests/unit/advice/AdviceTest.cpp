@@ -49,7 +49,9 @@ constexpr Reply kReplies[] = {
     {"550 5.7.25 The IP address sending this message does not have a PTR record", Stage::Acceptance,
      "no name that the server finds right"},
     {"421 4.7.0 mx Error: too many connections from 192.0.2.1", Stage::Greeting, "how much"},
-    {"421 4.3.2 Service not available", Stage::Ehlo, "how much"},
+    {"421 4.3.2 Service not available", Stage::Ehlo, "a restart"},
+    {"421 4.3.2 The maximum number of concurrent connections has exceeded a limit", Stage::Greeting,
+     "how much"},
     {"552 5.2.2 Mailbox full", Stage::Recipients, "mailbox is full"},
     {"552 5.3.4 Message size exceeds fixed limit", Stage::Sender, "Send less"},
     {"452 4.3.1 Insufficient system storage", Stage::Sender, "disk is full"},
@@ -58,6 +60,9 @@ constexpr Reply kReplies[] = {
     // Words within words, numbers within numbers: no row of theirs fits.
     {"550 5.7.139 x", Stage::Recipients, "rules forbid"},
     {"550 15.7.26 and 15.7.54", Stage::Recipients, "Correct the refused"},
+    {"550 5.1.1 See http://x/spf and noDKIM, by spfilter 4.2.2", Stage::Recipients,
+     "Correct the refused"},
+    {"550 5.7.1 SPF: fail", Stage::Recipients, "SPF, DKIM, DMARC"},
     // Names of people and machines say nothing.
     {"550 5.1.1 <bob@relay.example>: unknown at relay2.example", Stage::Recipients,
      "Correct the refused"},
@@ -82,6 +87,19 @@ TEST(Advice, repliesOfServers) {
     for (const Reply& row : kReplies) {
         const std::string change = whatToChange(adviceOn(findingOfReply(row)));
         EXPECT_NE(change.find(row.change), std::string::npos) << row.reply << "\n" << change;
+    }
+}
+
+TEST(Advice, afterALoginThatWasTaken) {
+    const std::string envelope =
+        "MAIL FROM:<a@b><CRLF>\n250 ok\nRCPT TO:<c@d><CRLF>\n554 5.7.1 <c@d>: Relay access denied\n"
+        "NoValidRecipients: No recipient was accepted. RCPT TO:<c@d> was answered with: 554 5.7.1 "
+        "<c@d>: Relay access denied";
+    for (const bool loggedIn : {false, true}) {
+        const Finding finding = findingIn((loggedIn ? "235 2.7.0 ok\n" : "") + envelope);
+        const std::string change = whatToChange(adviceOn(finding));
+        EXPECT_EQ(change.starts_with("Log in"), !loggedIn) << change;
+        EXPECT_EQ(change.starts_with("The login stood"), loggedIn) << change;
     }
 }
 

@@ -94,8 +94,10 @@ std::string harmless(std::string_view text) {
     return out;
 }
 
-Step failed(std::string name, int32_t port, uint64_t ms, const tv::Failure& failure) {
+Step failed(std::string name, int32_t port, uint64_t ms, const tv::Failure& failure,
+            bool loggedIn) {
     Step step{std::move(name), port, ms, {}, {}, State::Failure, tv::advice::findingOf(failure)};
+    step.finding.loggedIn = loggedIn;
     step.found = step.finding.words;
     step.change = tv::advice::whatToChange(tv::advice::adviceOn(step.finding), true);
     return step;
@@ -108,8 +110,6 @@ void Report::add(Step step) {
     if (!json_) printOut(lineOf(steps_.back()));
 }
 
-// Where no endpoint serves, the one that came farthest says most.
-int32_t Report::farthest() const {
 void Report::settle(std::string_view name, int32_t port, const std::string& done) {
     for (Step& step : steps_) {
         const bool isMeant = step.name == name && step.port == port;
@@ -117,6 +117,8 @@ void Report::settle(std::string_view name, int32_t port, const std::string& done
     }
 }
 
+// Where no endpoint serves, the one that came farthest says most.
+int32_t Report::farthest() const {
     std::map<int32_t, size_t> steps;
     int32_t found = 0;
     for (const Step& step : steps_) {

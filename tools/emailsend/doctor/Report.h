@@ -26,8 +26,9 @@ struct Step {
     bool saysAll = false;              // found needs nothing before it
 };
 
-// The step that failed, with the remedy that fits.
-Step failed(std::string name, int32_t port, uint64_t ms, const tv::Failure& failure);
+// The step that failed, with the remedy that fits. loggedIn: the server had taken a login.
+Step failed(std::string name, int32_t port, uint64_t ms, const tv::Failure& failure,
+            bool loggedIn = false);
 
 class Stopwatch {
 public:
@@ -43,9 +44,9 @@ public:
 
     // What servers said is made harmless here.
     void add(Step step);
-    // good: the sentence where nothing is amiss. port: the endpoint that is to be used, of whose
     // What has been done meanwhile about a warning takes the place of what was to be changed.
     void settle(std::string_view name, int32_t port, const std::string& done);
+    // good: the sentence where nothing is amiss. port: the endpoint that is to be used, of whose
     // steps it speaks; 0: none serves. Returns the exit code.
     int finish(const std::string& good, int32_t port);
 

@@ -30,7 +30,8 @@ struct Use {
 // True where nothing failed.
 bool Use::tell(const char* name, Stage stage, const Failure& failure, std::string found) {
     if (failure) {
-        walk.report.add(failed(name, endpoint.port, ms(stage), failure));
+        const bool loggedIn = !connection.peer().login.empty() && stage != Stage::Login;
+        walk.report.add(failed(name, endpoint.port, ms(stage), failure, loggedIn));
     } else {
         walk.report.add({name, endpoint.port, ms(stage), std::move(found), {}});
     }
