@@ -64,6 +64,25 @@ def silent(_):
         yield named
 
 
+@contextlib.contextmanager
+def drips():
+    """A greeting letter by letter, without an end."""
+    def drip(taken):
+        with contextlib.suppress(OSError):
+            while True:
+                taken.sendall(b"2")
+                time.sleep(0.2)
+
+    def serve(server):
+        with contextlib.suppress(OSError):
+            while True:
+                threading.Thread(target=drip, args=(server.accept()[0],), daemon=True).start()
+
+    with socket.create_server(("127.0.0.1", 0)) as server, at_port(server.getsockname()[1]) as named:
+        threading.Thread(target=serve, args=(server,), daemon=True).start()
+        yield named
+
+
 def submission_alone(folder):
     """At an address where nobody listens at the other usual ports."""
     server = Watched(folder, "lonely")
@@ -103,6 +122,12 @@ CASES = {
                        "535 5.7.8 Error: authentication failed"),
     "relay denied": (scripted({"RCPT": "554 5.7.1 <bela@example.test>: Relay access denied\r\n"}, "lonely"), None, TO, 69,
                      "Relay access denied"),
+    "relay denied after a login": (
+        scripted({"RCPT": "554 5.7.1 <bela@example.test>: Relay access denied\r\n"}, "lonely"), None, [*LOGIN, *TO], 69,
+        "The login stood"),
+    "no EHLO": (scripted({"EHLO": "504 5.5.1 no EHLO here\r\n", "HELO": "250 mail.example.test\r\n"}), None, [], 0,
+                "refuses EHLO"),
+    "dripping greeting": (lambda _: drips(), None, [], 69, "(overload, or a tarpit): its reply was not complete after 2 s"),
     "tarpit": (scripted({"EHLO": "250-mail.example.test\r\n"}), None, [], 69, "(overload, or a tarpit): its reply was not complete after 2 s"),
     "full disk": (scripted({"MAIL": "452 4.3.1 Insufficient system storage\r\n"}, "lonely"), None, TO, 75,
                   "Insufficient system storage"),
@@ -122,12 +147,6 @@ def masked(text, names):
         text = re.sub(rf"(?<!\d){re.escape(name)}(?!\d)", lambda _, mask=mask: mask, text)
     for pattern, mask in [(r"Python SMTP [\d.]+\d", "aiosmtpd"), (r"sha256//[\w+/=]+", "PIN"),
                           (r"\d+ days left", "N days left")]:
-    "relay denied after a login": (
-        scripted({"RCPT": "554 5.7.1 <bela@example.test>: Relay access denied\r\n"}, "lonely"), None, [*LOGIN, *TO], 69,
-        "The login stood"),
-    "no EHLO": (scripted({"EHLO": "504 5.5.1 no EHLO here\r\n", "HELO": "250 mail.example.test\r\n"}), None, [], 0,
-                "refuses EHLO"),
-    "dripping greeting": (lambda _: drips(), None, [], 69, "(overload, or a tarpit): its reply was not complete after 2 s"),
         text = re.sub(pattern, mask, text)
     return text
 
@@ -252,8 +271,15 @@ def test_from_a_look_to_a_send_that_verifies(product, tmp_path, certificates, by
                      "only-encrypted = yes", "user = anna"):
             assert said + "\n" in text
         assert (PASSWORD in text) == (not by_file and product.name == "so")
+        assert "the pin holds" in done.out.splitlines()[-1]
+        pinned = ward.see("--limit", 5, EMAILSENDING_SETTINGS=product.path(path))
+        assert pinned.code == 0 and "Nothing is amiss" in pinned.out.splitlines()[-1], pinned.out
         again = ward.see(*words, **env)
         assert (again.code, path.read_text()) == (78, text) and "is not overwritten" in again.out
+        if product.name == "so":
+            (tmp_path / "link").symlink_to(tmp_path / "nowhere")
+            led = ward.see(*words[:-1], "link", **env)
+            assert "is not overwritten" in led.out and not (tmp_path / "nowhere").exists()
         assert send(product, tmp_path, server.port, path) == (1, "") and len(server.messages) == 1
         # Somebody else answers in its place.
         server.tls.load_cert_chain(*make_certificate(tmp_path / "thief", "-addext", "subjectAltName=DNS:localhost"))
@@ -265,10 +291,3 @@ def test_nothing_is_written_of_what_does_not_work(so, tmp_path, certificates):  
     with scripted({"AUTH": "535 5.7.8 no\r\n"}, "lonely")(certificates) as server:
         done = Ward(so, tmp_path).see("--host", "localhost", "--port", server.port, *LOGIN, "--write", "new.ini")
     assert done.code == 77 and not (tmp_path / "new.ini").exists()
-        if product.name == "so":
-            (tmp_path / "link").symlink_to(tmp_path / "nowhere")
-            led = ward.see(*words[:-1], "link", **env)
-            assert "is not overwritten" in led.out and not (tmp_path / "nowhere").exists()
-        assert "the pin holds" in done.out.splitlines()[-1]
-        pinned = ward.see("--limit", 5, EMAILSENDING_SETTINGS=product.path(path))
-        assert pinned.code == 0 and "Nothing is amiss" in pinned.out.splitlines()[-1], pinned.out

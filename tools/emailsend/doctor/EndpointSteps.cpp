@@ -91,7 +91,17 @@ bool tellEhlo(Walk& walk, const Look& look, int32_t port) {
     for (const std::string& line : look.seen.of(Stage::Ehlo).replies) {
         offers.push_back(line.substr(std::min(line.size(), kCode)));
     }
-    return tell(walk, look, {"EHLO", port, 0, joined(offers, ", "), {}}, {Stage::Ehlo});
+    Step step{"EHLO", port, 0, joined(offers, ", "), {}};
+    const std::string refusal = joined(look.seen.refusedEhlo(), " ");
+    if (!refusal.empty()) {
+        step.state = State::Warning;
+        step.found =
+            "the server refuses EHLO and takes HELO alone, which offers neither encryption "
+            "nor logins: " +
+            refusal;
+        step.change = "Have the server, or the firewall in front of it, take EHLO.";
+    }
+    return tell(walk, look, std::move(step), {Stage::Ehlo});
 }
 
 Step tlsStep(const tv::tls::Negotiated& tls, bool isImplicit, int32_t port) {

@@ -53,7 +53,8 @@ tv::Failure Observer::end(tv::Failure failure) {
     begin(Stage::None);
     const Stage stage = std::exchange(overdue_, Stage::None);
     if (!failure || stage == Stage::None) return failure;
-    const bool any = !of(stage).replies.empty();
+    const bool any = !of(stage).replies.empty() ||
+                     failure.text().find("a line without its end") != std::string::npos;
     return tv::Failure(tv::Cause::Timeout,
                        any ? "The server was too slow (overload, or a tarpit): its reply was not "
                              "complete after " +
@@ -95,6 +96,7 @@ uint32_t Observer::heartbeatMs() const {
 }
 
 void Observer::textEvent(std::string_view name, std::string_view text) {
+    if (name == "SmtpCmdSent" && text.starts_with("HELO")) refusedEhlo_ = of(Stage::Ehlo).replies;
     if (name == "SmtpCmdSent") begin(stageOfCommand(text, stage_));
     if (name != "SmtpCmdResp") return;
     greeted_ = true;

@@ -39,6 +39,8 @@ public:
     const Part& of(tv::Stage stage) const { return parts_[static_cast<size_t>(stage)]; }
     // The server has said a line.
     bool hasReplies() const { return greeted_; }
+    // What the server said to EHLO before HELO was tried; empty where it was not.
+    const std::vector<std::string>& refusedEhlo() const { return refusedEhlo_; }
     // Closes the stage under way. What failed by the limit is told as that.
     tv::Failure end(tv::Failure failure);
 
@@ -55,6 +57,7 @@ private:
 
     const uint32_t limitMs_;
     std::array<Part, static_cast<size_t>(tv::Stage::Local) + 1> parts_;
+    std::vector<std::string> refusedEhlo_;
     std::vector<std::string> contexts_;
     tv::Stage stage_ = tv::Stage::None;
     uint64_t begunMs_ = 0;
