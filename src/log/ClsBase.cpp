@@ -47,20 +47,12 @@ ClsBase::Operation::Operation(ClsBase& object, std::string_view name)
     : guard_(object.lock_), object_(object) {
     _tvLogger& log = object_.log_;
     log.setVerbose(object_.verbose_);
-    log.clearLog();
-    log.enterContext(name, 1);
-    log.logBlock(kHead);
-    log.logBlock(object_.verbose_ ? "    VerboseLogging: 1\r\n" : "    VerboseLogging: 0\r\n");
+    log.beginOperation(name, {kHead, object_.verbose_ ? "    VerboseLogging: 1\r\n"
+                                                      : "    VerboseLogging: 0\r\n"});
 }
 
 ClsBase::Operation::~Operation() {
-    LogBase& log = object_.log_;
-    if (success_) {
-        log.logInfo("Success.");
-    } else {
-        log.logError("Failed.");
-    }
-    log.leaveContext();
+    object_.log_.endOperation(success_ ? "Success." : "Failed.");
 }
 
 }  // namespace tv

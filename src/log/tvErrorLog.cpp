@@ -1,6 +1,8 @@
 // Two blanks to a level, each context closed by its name.
 #include "log/tvErrorLog.h"
 
+#include <algorithm>
+
 namespace tv {
 namespace {
 
@@ -12,6 +14,15 @@ constexpr size_t kLongestElapsed = std::string_view("(4294967295ms)").size();
 // Of what stands in a context at this index, or in the root.
 constexpr size_t indentBelow(size_t contexts) {
     return 2 * (contexts + 1);
+}
+
+// In one step: most of what an operation costs beside its work is its account.
+template <class... Parts>
+void appendLine(std::string& out, size_t indent, Parts... parts) {
+    const size_t at = out.size();
+    out.append(indent + (parts.size() + ...), ' ');
+    char* to = out.data() + at + indent;
+    ((to = std::copy(parts.begin(), parts.end(), to)), ...);
 }
 
 }  // namespace
@@ -42,7 +53,7 @@ void tvErrorLog::addLine(std::string_view name, std::string_view separator,
     if (nameless_ > 0) return;
     const size_t indent = indentBelow(open_.size());
     makeRoom(indent + name.size() + separator.size() + value.size() + kLineEnd.size());
-    text_.append(indent, ' ').append(name).append(separator).append(value).append(kLineEnd);
+    appendLine(text_, indent, name, separator, value, kLineEnd);
 }
 
 void tvErrorLog::openContext(std::string_view name) {
@@ -55,12 +66,13 @@ void tvErrorLog::openContext(std::string_view name) {
     const size_t endSize = lineSize + kLongestElapsed;
     makeRoom(lineSize + endSize);
     open_.push_back({text_.size() + indent, name.size(), endSize});
-    text_.append(indent, ' ').append(name).append(":").append(kLineEnd);
+    appendLine(text_, indent, name, std::string_view(":"), kLineEnd);
     endSizes_ += endSize;
 }
 
 void tvErrorLog::makeRoom(size_t size) {
-    text_.reserve(text_.size() + size + endSizes_);
+    const size_t needed = text_.size() + size + endSizes_;
+    if (needed > text_.capacity()) text_.reserve(needed);
 }
 
 void tvErrorLog::closeContext(uint32_t elapsedMs, bool showElapsed) {
@@ -90,8 +102,9 @@ void tvErrorLog::render(std::string& out) const {
 
 void tvErrorLog::appendEnd(size_t index, std::string& out) const {
     const Context& context = open_[index];
-    out.append(indentBelow(index), ' ').append(kEndMark);
-    out.append(text_, context.nameAt, context.nameSize).append(kLineEnd);
+    // Stays where it is even where out is the text itself, which has room for this line.
+    const std::string_view name(text_.data() + context.nameAt, context.nameSize);
+    appendLine(out, indentBelow(index), kEndMark, name, kLineEnd);
 }
 
 }  // namespace tv

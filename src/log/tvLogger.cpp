@@ -32,9 +32,13 @@ _tvLogger::_tvLogger() {
 bool _tvLogger::addText(std::string_view text) {
     if (null_) return true;
     const std::lock_guard guard(lock_);
-    done([&] { errorLog_.addText(text); });
-    done([&] { writeDebugLine(depth_, {text, "\n"}); });
+    keepText(text);
     return true;
+}
+
+void _tvLogger::keepText(std::string_view text) {
+    done([&] { errorLog_.addText(text); });
+    if (hasDebugFile()) done([&] { writeDebugLine(depth_, {text, "\n"}); });
 }
 
 bool _tvLogger::logText(std::string_view text) {
@@ -62,14 +66,13 @@ bool _tvLogger::logData(std::string_view name, std::string_view value) {
     if (null_) return true;
     const std::lock_guard guard(lock_);
     done([&] { errorLog_.addData(name, value); });
-    done([&] { writeDebugLine(depth_, {name, ": ", value, "\r\n"}); });
+    if (hasDebugFile()) done([&] { writeDebugLine(depth_, {name, ": ", value, "\r\n"}); });
     return true;
 }
 
-void _tvLogger::logBlock(std::string_view lines) {
-    const std::lock_guard guard(lock_);
+void _tvLogger::keepBlock(std::string_view lines) {
     done([&] { errorLog_.addBlock(lines); });
-    while (!debugLogPath_.empty() && !lines.empty()) {
+    while (!debugLogPath_.empty() && hasDebugFile() && !lines.empty()) {
         const size_t size = lines.find('\n') + 1;
         const std::string_view line = lines.substr(0, size);
         done([&] { writeDebugLine(depth_, {line.substr(line.find_first_not_of(' '))}); });
@@ -92,32 +95,62 @@ bool _tvLogger::logDataHex(std::string_view name, std::span<const uint8_t> bytes
 
 void _tvLogger::clearLog() {
     const std::lock_guard guard(lock_);
+    clear();
+}
+
+void _tvLogger::clear() {
     errorLog_.restart();
     open_.clear();
     dropped_ = 0;
     depth_ = 0;
 }
 
+void _tvLogger::beginOperation(std::string_view name,
+                               std::initializer_list<std::string_view> facts) {
+    const std::lock_guard guard(lock_);
+    clear();
+    openContext(name, true);
+    for (const std::string_view lines : facts) {
+        keepBlock(lines);
+    }
+}
+
+void _tvLogger::endOperation(std::string_view outcome) {
+    const std::lock_guard guard(lock_);
+    keepText(outcome);
+    leave();
+}
+
 bool _tvLogger::enterContext(std::string_view name, int show) {
     if (null_) return true;
     const std::lock_guard guard(lock_);
+    openContext(name, show != 0);
+    return true;
+}
+
+void _tvLogger::openContext(std::string_view name, bool show) {
     const bool opened = done([&] {
         open_.reserve(open_.size() + 1);
         errorLog_.openContext(name);
-        open_.push_back({plat::sysClock().tickMs(), show != 0});
+        open_.push_back({plat::sysClock().tickMs(), show});
     });
     // Its leaving comes all the same and must not close another context.
     if (!opened) ++dropped_;
     const int depth = depth_++;
-    done([&] { writeDebugLine(depth, {name, ":\n"}); });
-    return true;
+    if (hasDebugFile()) done([&] { writeDebugLine(depth, {name, ":\n"}); });
 }
 
 bool _tvLogger::leaveContext() {
     if (null_) return true;
     const std::lock_guard guard(lock_);
+    leave();
+    return true;
+}
+
+void _tvLogger::leave() {
     if (depth_ > 0) --depth_;
     const uint32_t elapsedMs = closeContext();
+    if (!hasDebugFile()) return;
     done([&] {
         if (elapsedMs != 0) {
             writeDebugLine(depth_, {"(leaveContext ", std::to_string(elapsedMs), "ms)\n"});
@@ -125,7 +158,6 @@ bool _tvLogger::leaveContext() {
             writeDebugLine(depth_, {"(leaveContext)\n"});
         }
     });
-    return true;
 }
 
 // How long the innermost context was open, as far as that is measured.
@@ -158,14 +190,12 @@ void _tvLogger::layOverDebugLogPath(const std::string* utf8Path) {
 }
 
 void _tvLogger::writeDebugLine(int depth, std::initializer_list<std::string_view> parts) const {
-    const std::string& path = overDebugLogPath_ ? *overDebugLogPath_ : debugLogPath_;
-    if (path.empty()) return;
     std::string text(4 * static_cast<size_t>(depth), ' ');  // four blanks to a level, in the file
     for (const std::string_view part : parts) {
         text += part;
     }
     plat::SysFile file;
-    if (file.openAppend(path)) {
+    if (file.openAppend(debugPath())) {
         file.write(text.data(), text.size());
     }
 }

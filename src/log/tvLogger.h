@@ -29,8 +29,11 @@ public:
     bool logDataX(std::string_view name, const XString& value) override;
     bool hasOption(std::string_view keyword) const override;
 
-    // Facts as they stand in the account, in one go: there is an account for every call of a host.
-    void logBlock(std::string_view lines);
+    // Drops everything, opens the operation's context and puts down lines as they are to stand
+    // there, in one go: there is an account for every call of a host.
+    void beginOperation(std::string_view name, std::initializer_list<std::string_view> facts);
+    // The last line of an operation, and the end of its context.
+    void endOperation(std::string_view outcome);
     // UTF-8 path of the debug file; empty turns it off. A file that cannot be opened is skipped
     // line by line.
     void setDebugLogPath(std::string_view utf8Path);
@@ -47,7 +50,18 @@ private:
     };
 
     bool addText(std::string_view text);
+
+    // What follows is called with the lock held.
+    void keepText(std::string_view text);
+    void keepBlock(std::string_view lines);
+    void clear();
+    void openContext(std::string_view name, bool show);
+    void leave();
     uint32_t closeContext();
+    const std::string& debugPath() const {
+        return overDebugLogPath_ ? *overDebugLogPath_ : debugLogPath_;
+    }
+    bool hasDebugFile() const { return !debugPath().empty(); }
     // The parts with their line end are one line. Opens and closes the file, so that it is there
     // before the call returns.
     void writeDebugLine(int depth, std::initializer_list<std::string_view> parts) const;
