@@ -41,7 +41,7 @@ bool equalsIgnoreCase(std::string_view a, std::string_view b) {
 bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
     if (text.size() < prefix.size()) return false;
     for (size_t i = 0; i < prefix.size(); ++i) {
-        if (asciiLower(text[i]) != asciiLower(prefix[i])) return false;
+        if (text[i] != prefix[i] && asciiLower(text[i]) != asciiLower(prefix[i])) return false;
     }
     return true;
 }

@@ -30,7 +30,8 @@ void MimeHeader::setBehind(std::string_view after, std::string_view name, std::s
     if (first != fields_.end()) {
         first->value = text;
     } else {
-        auto place = std::find_if(fields_.begin(), fields_.end(), named(after));
+        auto place = after.empty() ? fields_.end()
+                                   : std::find_if(fields_.begin(), fields_.end(), named(after));
         if (place != fields_.end()) ++place;
         fields_.insert(place, {std::string(name), std::string(text)});
     }
