@@ -72,7 +72,7 @@ bool _tvLogger::logData(std::string_view name, std::string_view value) {
 
 void _tvLogger::keepBlock(std::string_view lines) {
     done([&] { errorLog_.addBlock(lines); });
-    while (!debugLogPath_.empty() && hasDebugFile() && !lines.empty()) {
+    while (hasDebugFile() && !lines.empty()) {
         const size_t size = lines.find('\n') + 1;
         const std::string_view line = lines.substr(0, size);
         done([&] { writeDebugLine(depth_, {line.substr(line.find_first_not_of(' '))}); });

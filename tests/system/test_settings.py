@@ -394,6 +394,7 @@ def test_files_of_logs(site, tmp_path, said, files):
         assert b"--BEGIN SENT TOLVANE EMAIL--" in (tmp_path / name).read_bytes()
     if "debug.log" in files:
         log = (tmp_path / "debug.log").read_text()
+        assert "    DllDate: " in log
         assert log.startswith("VerifySmtpConnection:\n    DllDate: ") and "\nSendEmail:\n" in log
 
 
