@@ -120,7 +120,7 @@ def test_a_token(site, submission, tmp_path):  # noqa: F811
         submission.introspection.user = "somebody-else"
         refused = site.send(submission)
         submission.introspection.user = USER
-    assert refused.code == 1 and "535 5.7.8" in refused.err and token(USER)[:30] not in done.err + refused.err
+    assert refused.code == 77 and "535 5.7.8" in refused.err and token(USER)[:30] not in done.err + refused.err
     assert len(submission.receiver.messages) == before + 1
 
 
@@ -148,19 +148,19 @@ RELAYED = {
     "reports": ("plain", "[message]\ndelivery-report = success, Delay\ndelivery-report = success", (), 0, "",
                 r"RCPT.* NOTIFY=SUCCESS,DELAY\n"),
     "no reports asked for": ("plain", "", (), 0, "", "!NOTIFY="),
-    "too large": ("small", "[message]\ncheck-size = yes", (), 1, "takes 2000 at most", "!MAIL FROM"),
-    "too large, not looked at": ("small", "", (), 1, "552 5.3.4", "MAIL FROM"),
-    "a name that nobody knows": ("known", "[server]\nhelo = pc17.invalid", (), 1, "450 4.7.1 <pc17.invalid>", "!MAIL FROM"),
+    "too large": ("small", "[message]\ncheck-size = yes", (), 69, "takes 2000 at most", "!MAIL FROM"),
+    "too large, not looked at": ("small", "", (), 69, "552 5.3.4", "MAIL FROM"),
+    "a name that nobody knows": ("known", "[server]\nhelo = pc17.invalid", (), 75, "450 4.7.1 <pc17.invalid>", "!MAIL FROM"),
     "an address": ("full", "[server]\nhelo = [127.0.0.9]", (), 0, "", r"EHLO \[127\.0\.0\.9\]"),
-    "half a name": ("full", "[server]\nhelo = pc17", (), 1, "504 5.5.2 <pc17>", "EHLO pc17"),
+    "half a name": ("full", "[server]\nhelo = pc17", (), 69, "504 5.5.2 <pc17>", "EHLO pc17"),
     "a full name": ("full", "[server]\nhelo = pc17.example.test", (), 0, "", "EHLO pc17.example.test"),
-    "all or nobody": ("choosy", "[message]\nall-recipients = yes", ("no@example.test",), 1, "554 5.7.1", "!DATA"),
+    "all or nobody": ("choosy", "[message]\nall-recipients = yes", ("no@example.test",), 69, "554 5.7.1", "!DATA"),
     "who can have it": ("choosy", "", ("no@example.test",), 0, "", "DATA"),
     "from another address": ("plain", "[server]\nlocal-address = 127.0.0.9", (), 0, "", r"client=unknown\[127.0.0.9\]"),
-    "by IPv4": ("new IP", "[server]\nfamily = ipv4", (), 1, "", "!EHLO"),
+    "by IPv4": ("new IP", "[server]\nfamily = ipv4", (), 69, "", "!EHLO"),
     "by IPv6": ("new IP", "[server]\nfamily = ipv6", (), 0, "", r"client=unknown\[::1\]"),
     "from an address of IPv6": ("new IP", "[server]\nlocal-address = ::1", (), 0, "", r"client=unknown\[::1\]"),
-    "an address of IPv4": ("plain", "[server]\nhost = 127.0.0.1\nfamily = ipv6", (), 1, "has no IPv6 address", "!EHLO"),
+    "an address of IPv4": ("plain", "[server]\nhost = 127.0.0.1\nfamily = ipv6", (), 68, "has no IPv6 address", "!EHLO"),
     "the sender of all": ("plain", "[message]\nenvelope-sender = bounces@example.test", (), 0, "", "MAIL FROM:<bounces@example.test>"),
     "a trial": ("plain", "[server]\ntrial = always", (), 0, "", "(?s)EHLO.*EHLO"),
     "no trial": ("plain", "[server]\ntrial = never", (), 0, "", "!(?s)EHLO.*EHLO"),
@@ -189,7 +189,7 @@ def test_a_report_that_was_asked_for(site, relay):  # noqa: F811
 def test_a_report_that_is_not_on_offer(site, relay, tmp_path):  # noqa: F811
     relay.port = relay.ports["no DSN"]
     site.say("[message]\ndelivery-report = success\nall-recipients = yes\n[log]\nfailures = .\n")
-    assert site.send(relay, "--to", "no@example.test", sender="anna@example.test", to="bela@example.test").code == 1
+    assert site.send(relay, "--to", "no@example.test", sender="anna@example.test", to="bela@example.test").code == 69
     [log] = tmp_path.glob("*.log")
     assert "Warning: No delivery report is asked for: the server does not offer DSN." in log.read_text()
     assert "NOTIFY=" not in log.read_text()
