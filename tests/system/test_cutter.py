@@ -35,7 +35,9 @@ def test_cuts(product, tmp_path, road):
     def send(probe, name="whole", fault=Fault(), **words):
         """What the probe says of it, and what has passed."""
         with Line(receiver.port, fault) as line:
-            return {**probe.run(SmtpPort=line.port, id=name, **words), "passed": line.passed}
+            result = {**probe.run(SmtpPort=line.port, id=name, **words), "passed": line.passed}
+            assert fault.how or result["sent"], result
+            return result
 
     def play(plan):
         """By one process; gives name, fault and result of each."""
