@@ -38,7 +38,9 @@ CHECKS = {
     "lint": ["./run", "lint", "--changed"],
 }
 NO_HISTORY = 77  # exit code of a check that had nothing to compare with
-SYSTEM = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-o", "junit_family=xunit2", "tests/system"]
+# Servers are waited for more than computed with: one process more than there are processors.
+SYSTEM = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-o", "junit_family=xunit2",
+          "-n", str(os.cpu_count() + 1), "--dist", "loadfile", "tests/system"]
 SYSTEM_NEEDS = ("native", "asan", "win32")
 PARTS = (*CHECKS, *PRESETS, "system")
 PROGRAM_SECONDS, PART_SECONDS = 900, 3600
