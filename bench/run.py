@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
 """Builds the benchmarks and prints their tables.
 
-    run.py [NAME] [--repeat N] [--mode plain|implicit|starttls]... [--bits 32]
+    run.py [NAME] [--repeat N] [--mode plain|implicit|starttls]... [--bits 32] [--chart]
 
 smtp (bench/smtp) sends messages through SendEmail, libcurl and bare sockets ("floor"), small ones through the
 exports, too, to a server that counts, all on loopback. Clients take turns, figures are medians, ratios are of
 one run: other work on the machine moves the wall times, much less the CPU times, and not the counts. With
 --bits 32 ours and the floor are 32-bit programs (build/bench32), libcurl stays what it is. Every other NAME is
 a program of its own, bench/NAME.cpp. Without a NAME everything is run.
+
+The last run of smtp is kept in build/bench/smtp.json, and --chart draws docs/performance.svg from that: alone
+it measures nothing, with a NAME it draws after the run.
 """
 import argparse
 import json
@@ -21,14 +24,16 @@ import sys
 import tempfile
 import time
 
+import chart
 import primitives
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = pathlib.Path(os.environ.get("TV_BUILD_NATIVE", ROOT / "build" / "native")).resolve()
 BUILD32 = ROOT / "build" / "bench32"
 CLIENTS = ("own", "curl", "floor")
+KEPT = ROOT / "build" / "bench" / "smtp.json"
+CHART = ROOT / "docs" / "performance.svg"
 HOST = "host"  # our exports, with a trial connection where none is open
-TITLES = {"own": "ours", "curl": "libcurl", "floor": "floor"}
 MB = 1 << 20
 SETTLE_US = 20000
 
@@ -136,13 +141,17 @@ class Smtp:
                {c: (r["peak_kb"] - r["idle_kb"]) / 1024 / megabytes for c, r in large.items()}, "{:.2f}")
 
     def print_table(self):
+        """Prints the rows as they come and returns them."""
+        table = {}
         print(f"\n### SMTP, {self.mode if self.mode != 'none' else 'plain'}, {self.bits} bits\n")
-        print("| what | " + " | ".join(TITLES[c] for c in CLIENTS) + " | ours / libcurl |")
+        print("| what | " + " | ".join(chart.TITLES[c] for c in CLIENTS) + " | ours / libcurl |")
         print("|---|" + "---|" * (len(CLIENTS) + 1))
         for what, values, form in self.rows():
+            table[what] = {c: values[c] for c in CLIENTS}
             ratio = f"{values['own'] / values['curl']:.2f}" if values["curl"] > 0.05 else ""
             print(f"| {what} | " + " | ".join(form.format(values[c]) for c in CLIENTS) + f" | {ratio} |", flush=True)
         print(f"\n{self.exports}")
+        return table
 
 
 def machine():
@@ -156,8 +165,15 @@ def run_smtp(modes, repeat, bits):
     if bits == 32:
         build32("bench_smtp")
     with tempfile.TemporaryDirectory(prefix="bench-") as folder:
-        for mode in modes:
-            Smtp(pathlib.Path(folder), mode, repeat, bits).print_table()
+        tables = {mode: Smtp(pathlib.Path(folder), mode, repeat, bits).print_table() for mode in modes}
+    chart.keep(KEPT, machine() + (", 32-bit code" if bits == 32 else ""), tables)
+
+
+def draw():
+    if not KEPT.exists():
+        sys.exit("there is no run to draw: ./run bench smtp")
+    CHART.write_text(chart.svg(json.loads(KEPT.read_text())))
+    print(CHART.relative_to(ROOT))
 
 
 def run_program(name):
@@ -177,7 +193,10 @@ def main():
     parser.add_argument("--repeat", type=int, default=5)
     parser.add_argument("--mode", action="append", choices=["plain", "implicit", "starttls"])
     parser.add_argument("--bits", type=int, choices=[32, 64], default=64)
+    parser.add_argument("--chart", action="store_true", help="draw docs/performance.svg from the last run of smtp")
     args = parser.parse_args()
+    if args.chart and not args.name:
+        return draw()
     print(machine(), flush=True)
     if args.name in (None, "smtp"):
         run_smtp(["none" if mode == "plain" else mode for mode in args.mode or ["plain", "implicit"]], args.repeat,
@@ -185,6 +204,8 @@ def main():
     for name in programs:
         if args.name in (None, name):
             run_program(name)
+    if args.chart:
+        draw()
 
 
 if __name__ == "__main__":
