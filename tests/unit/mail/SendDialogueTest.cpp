@@ -427,9 +427,8 @@ TEST(SendFaults, hostsAreShownTheirLine) {
     };
     const std::string header = fileText(testDataPath("../fixtures/hosts/telling_line.h"));
     const std::string lines = squeezed(header.substr(header.find("/* The line of")));
-    for (const char* path : {"../../README.md", "../../include/emailsending.h"}) {
-        EXPECT_TRUE(contains(squeezed(fileText(testDataPath(path))), lines)) << path;
-    }
+    const std::string shown = fileText(testDataPath("../../include/emailsending.h"));
+    EXPECT_TRUE(contains(squeezed(shown), lines));
 }
 
 TEST(SendFaults, faultsAreDocumented) {
