@@ -39,9 +39,9 @@ def escaped(text):
 
 
 def argument(word):
-    """A word on a line of macros that is no macro there, whatever it looks like."""
+    """A word on a line of macros that is no macro there, nor a delimiter, whatever it looks like."""
     text = escaped(word)
-    text = text if text.startswith("\\") else "\\&" + text
+    text = "\\&" + text if re.fullmatch(r"[A-Z%][A-Za-z]{1,2}|\W", text) else text
     return '"' + text.replace('"', '""') + '"' if " " in word or '"' in word else text
 
 

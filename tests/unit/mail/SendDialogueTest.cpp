@@ -427,8 +427,9 @@ TEST(SendFaults, hostsAreShownTheirLine) {
     };
     const std::string header = fileText(testDataPath("../fixtures/hosts/telling_line.h"));
     const std::string lines = squeezed(header.substr(header.find("/* The line of")));
-    const std::string shown = fileText(testDataPath("../../include/emailsending.h"));
-    EXPECT_TRUE(contains(squeezed(shown), lines));
+    for (const char* path : {"../../include/emailsending.h"}) {
+        EXPECT_TRUE(contains(squeezed(fileText(testDataPath(path))), lines)) << path;
+    }
 }
 
 TEST(SendFaults, faultsAreDocumented) {
