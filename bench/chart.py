@@ -56,7 +56,8 @@ def svg(results):
                for mode, rows in results["tables"].items()]
     width = 2 * EDGE + COLUMN * len(columns)
     height = 96 + PANEL * max(len(rows) for _, rows in columns) + 30
-    out = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}" role="img">',
+    out = ['<svg xmlns="http://www.w3.org/2000/svg" role="img" '
+           f'viewBox="0 0 {width} {height}" width="{width}" height="{height}">',
            "<title>SMTP over loopback: ours, libcurl and the floor</title>", f"<style>{STYLE}\n</style>",
            f'<rect class="card" x="0.5" y="0.5" width="{width - 1}" height="{height - 1}" rx="6"/>',
            text(EDGE, 34, "Sending over loopback, beside libcurl and bare sockets (floor)", "head"),

@@ -56,9 +56,9 @@ def literal(lines):
     return [".Bd -literal -offset indent", *(escaped(line.expandtabs()) for line in lines), ".Ed"]
 
 
-def tagged(rows, width="Ds"):
+def tagged(rows):
     """A list of (macros or text behind .It, lines)."""
-    out = [f".Bl -tag -width {width}"]
+    out = [".Bl -tag -width Ds"]
     for head, lines in rows:
         out += [f".It {head}", *lines]
     return [*out, ".El"]

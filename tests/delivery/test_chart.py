@@ -9,7 +9,7 @@ import chart  # noqa: E402
 
 
 def rows():
-    """(title of the panel, ours, libcurl, floor) of the plain table and of the one over TLS, as far as they are drawn."""
+    """(title of the panel, ours, libcurl, floor) of the plain table and of the one over TLS, where they are drawn."""
     text = (ROOT / "docs/performance.md").read_text()
     for line in text[text.index("\nPlain:\n"):text.index("\n## Encoders")].splitlines():
         what, _, *values = [cell.strip() for cell in line.split("|")[1:-1]] or ("", "")
