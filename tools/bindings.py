@@ -1,0 +1,226 @@
+#!/usr/bin/env python3
+"""Writes what host programs of each language need into a folder, all of it from include/emailsending.h.
+
+    bindings.py OUT_DIR [LANGUAGE...]    bindings/LANGUAGE/* for all or the named languages (c cpp csharp
+                                         pascal python)
+
+The texts are tools/bindings/*.in, the header is read strictly: what it says of a function has to be
+understood whole, or nothing is written.
+
+A template is the file as it will be, but for these lines and for words such as @name@ (see fields()):
+
+    @include FILE           the lines of another template
+    @each                   the lines up to @end, once for every function in the header's order; of the
+    @when RESULT(ARGUMENT)  parts that @when begins the first that fits: "number|flag(*)"; those before
+    @end                    the first @when stand before every part
+"""
+import argparse
+import dataclasses
+import pathlib
+import re
+import shutil
+import sys
+import textwrap
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+TEMPLATES = ROOT / "tools" / "bindings"
+HEADER = ROOT / "include" / "emailsending.h"
+# Of each language: the file, its template, its ends of lines.
+LANGUAGES = {
+    "c": ("emailsending.h", None, "\n"),
+    "cpp": ("emailsending.hpp", "cpp.in", "\n"),
+    "csharp": ("EmailSending.cs", "csharp.in", "\n"),
+    "pascal": ("emailsending.pas", "pascal.in", "\n"),
+    "python": ("emailsending.py", "python.in", "\n"),
+}
+WIDTH = 100
+
+
+class NotUnderstood(Exception):
+    """The header or a template has something this program does not know."""
+
+
+# ---- The header.
+
+@dataclasses.dataclass
+class Function:
+    """One of the header. result is void, number, flag or text, takes is none, number, flag, ansi or utf8."""
+    name: str
+    result: str
+    takes: str
+    argument: str
+    doc: list  # paragraphs
+
+
+DECLARATION = re.compile(r"(void|int|const char\*) EMAILSENDING_CALL (\w+)\((?:void|(int|const char\*) (\w+))\);")
+PIECE = re.compile(r"(/\*.*?\*/)|([^/;\s][^/;]*;)|(\n\s*\n)|\s+", re.S)
+
+
+def paragraphs(comment):
+    """Of a comment, without the code in it."""
+    found = [[]]
+    for line in comment[2:-2].splitlines():
+        line = re.sub(r"^ \*? ?", "", line)
+        if not line.strip() or line.lstrip().startswith("- "):
+            found.append([])
+        if not line.startswith("    "):
+            found[-1].append(line.strip())
+    return [" ".join(lines).strip() for lines in found if any(lines)]
+
+
+def encoding(name, comments):
+    """Of the texts of a function, by the nearest comment above it that names one."""
+    for comment in comments:
+        if words := {*re.findall(r"\b(?:ANSI|UTF-8)(?![\w-])", comment)}:
+            if len(words) == 1:
+                return {"ANSI": "ansi", "UTF-8": "utf8"}[words.pop()]
+            break
+    raise NotUnderstood(f"{name}: its comment says neither ANSI nor UTF-8, or both")
+
+
+def number_kind(name, comments):
+    """Whether an int that is returned is a flag, by the nearest comment that says what is returned."""
+    for comment in comments:
+        if said := re.search(r"\bReturns (\w+)", " ".join(comment.split())):
+            return "flag" if said[1] == "1" else "number"
+    raise NotUnderstood(f"{name}: its comment does not say what it returns")
+
+
+def function(declaration, comments):
+    """comments are those of its paragraph, the nearest first."""
+    parts = DECLARATION.fullmatch(declaration)
+    if not parts or not comments:
+        raise NotUnderstood(f"not a function with a comment: {declaration}")
+    result, name, takes, argument = parts.groups()
+    kind = {None: "none", "int": "flag" if argument == "flag" else "number"}.get(takes)
+    return Function(
+        name, {"void": "void", "const char*": "text"}.get(result) or number_kind(name, comments),
+        kind or encoding(name, comments), argument or "", paragraphs(comments[0]))
+
+
+def functions(header):
+    """Those of the header's text in its order. A blank line parts them: comments hold up to the next."""
+    start, end = '#ifdef __cplusplus\nextern "C" {\n#endif\n', "#ifdef __cplusplus\n}\n#endif\n"
+    if header.count(start) != 1 or header.count(end) != 1:
+        raise NotUnderstood('the header has no single part in extern "C"')
+    body = header.split(start)[1].split(end)[0]
+    found, comments, at = [], [], 0
+    while at < len(body):
+        piece = PIECE.match(body, at)
+        if not piece:
+            raise NotUnderstood(f"in the header: {body[at:at + 60]!r}")
+        comment, declaration, blank = piece.groups()
+        if comment:
+            comments.insert(0, comment)
+        elif declaration:
+            found.append(function(" ".join(declaration.split()), comments))
+            if found[-1].result == "text" and encoding(found[-1].name, comments) != "ansi":
+                raise NotUnderstood(f"{found[-1].name}: a text that is returned is ANSI in all templates")
+        elif blank:
+            comments = []
+        at = piece.end()
+    if not found or len({one.name for one in found}) != len(found):
+        raise NotUnderstood("the header declares nothing, or something twice")
+    return found
+
+
+# ---- The templates.
+
+def fields(one):
+    """What stands for @word@ in the lines of one function: a text, or paragraphs that are wrapped."""
+    size = 0 if one.takes == "none" else 4
+    escaped = [part.replace("&", "&amp;").replace("<", "&lt;").replace(">", "&gt;") for part in one.doc]
+    return {"name": one.name, "decorated": f"_{one.name}@{size}", "bytes": size, "argument": one.argument,
+            "doc": one.doc, "xmldoc": escaped, "summary": [re.match(r".*?[.;:](?= |$)|.*", one.doc[0])[0]]}
+
+
+def common_fields(all_functions):
+    def names(kind):
+        return ", ".join(one.name for one in all_functions if kind in (one.takes, one.result))
+    return {"encodings": [f"ANSI texts: {names('ansi')}; and what {names('text')} returns.",
+                          f"UTF-8 texts: {names('utf8')}."],
+            "count": len(all_functions)}
+
+
+def filled(line, words):
+    """The line or lines that come of one."""
+    for word in re.findall(r"@(\w+)@", line):
+        if word not in words:
+            raise NotUnderstood(f"a template has @{word}@")
+        if isinstance(words[word], list):
+            prefix = line.split(f"@{word}@")[0]
+            return [row for part in words[word] for row in textwrap.wrap(
+                part, WIDTH, initial_indent=prefix, break_on_hyphens=False, break_long_words=False,
+                subsequent_indent=prefix + ("  " if part.startswith("- ") else ""))]
+        line = line.replace(f"@{word}@", str(words[word]))
+    return [line]
+
+
+def fits(pattern, one):
+    result, takes = re.fullmatch(r"([\w|*]+)\(([\w|*]+)\)", pattern).groups()
+    return all(kind in known.split("|") or known == "*"
+               for known, kind in ((result, one.result), (takes, one.takes)))
+
+
+def part_for(block, one):
+    """Of the lines between @each and @end those that are for this function."""
+    taken, wanted, chosen = [], True, False
+    for line in block:
+        if line.startswith("@when "):
+            wanted = not chosen and fits(line.removeprefix("@when "), one)
+            chosen = chosen or wanted
+        elif wanted:
+            taken.append(line)
+    if not chosen and any(line.startswith("@when ") for line in block):
+        raise NotUnderstood(f"a template has nothing for {one.name}: {one.result}({one.takes})")
+    return taken
+
+
+def template_lines(name):
+    for line in (TEMPLATES / name).read_text().splitlines():
+        yield from template_lines(line.split()[1]) if line.startswith("@include ") else [line]
+
+
+def render(template, all_functions):
+    lines, out, common = template_lines(template), [], common_fields(all_functions)
+    for line in lines:
+        if line != "@each":
+            out += filled(line, common)
+            continue
+        block = list(iter(lambda: next(lines), "@end"))
+        for one in all_functions:
+            for row in part_for(block, one):
+                out += filled(row, fields(one))
+    return out
+
+
+# ---- All of it.
+
+def write_languages(out, languages, all_functions):
+    for language in languages:
+        file, template, end = LANGUAGES[language]
+        path = out / "bindings" / language / file
+        path.parent.mkdir(parents=True, exist_ok=True)
+        if template:
+            lines = render(template, all_functions)
+            path.write_bytes("".join(line + end for line in lines).encode("ascii"))
+        else:
+            shutil.copyfile(HEADER, path)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("out", type=pathlib.Path, metavar="OUT_DIR")
+    parser.add_argument("languages", nargs="*", metavar="LANGUAGE")
+    chosen = parser.parse_args()
+    if unknown := {*chosen.languages} - {*LANGUAGES}:
+        parser.error(f"no such language: {', '.join(sorted(unknown))}")
+    try:
+        all_functions = functions(HEADER.read_text())
+        write_languages(chosen.out, chosen.languages or LANGUAGES, all_functions)
+    except NotUnderstood as error:
+        sys.exit(f"bindings.py: {error}")
+
+
+if __name__ == "__main__":
+    main()
