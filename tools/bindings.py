@@ -2,7 +2,8 @@
 """Writes what host programs of each language need into a folder, all of it from include/emailsending.h.
 
     bindings.py OUT_DIR [LANGUAGE...]    bindings/LANGUAGE/* for all or the named languages (c cpp csharp
-                                         pascal python)
+                                         pascal python vb6 vba vbnet); without names also
+                                         {x86,x64}/emailsending.def and the import libraries
 
 The texts are tools/bindings/*.in, the header is read strictly: what it says of a function has to be
 understood whole, or nothing is written.
@@ -19,19 +20,25 @@ import dataclasses
 import pathlib
 import re
 import shutil
+import subprocess
 import sys
 import textwrap
+
+import import_libraries
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 TEMPLATES = ROOT / "tools" / "bindings"
 HEADER = ROOT / "include" / "emailsending.h"
-# Of each language: the file, its template, its ends of lines.
+# Of each language: the file, its template, its ends of lines. Basic on Windows takes no others.
 LANGUAGES = {
     "c": ("emailsending.h", None, "\n"),
     "cpp": ("emailsending.hpp", "cpp.in", "\n"),
     "csharp": ("EmailSending.cs", "csharp.in", "\n"),
     "pascal": ("emailsending.pas", "pascal.in", "\n"),
     "python": ("emailsending.py", "python.in", "\n"),
+    "vb6": ("emailsending.bas", "vb6.in", "\r\n"),
+    "vba": ("emailsending.bas", "vba.in", "\r\n"),
+    "vbnet": ("EmailSending.vb", "vbnet.in", "\r\n"),
 }
 WIDTH = 100
 
@@ -50,6 +57,11 @@ class Function:
     takes: str
     argument: str
     doc: list  # paragraphs
+
+    @property
+    def size(self):
+        """Bytes of the arguments in 32 bits."""
+        return 0 if self.takes == "none" else 4
 
 
 DECLARATION = re.compile(r"(void|int|const char\*) EMAILSENDING_CALL (\w+)\((?:void|(int|const char\*) (\w+))\);")
@@ -128,10 +140,9 @@ def functions(header):
 
 def fields(one):
     """What stands for @word@ in the lines of one function: a text, or paragraphs that are wrapped."""
-    size = 0 if one.takes == "none" else 4
     escaped = [part.replace("&", "&amp;").replace("<", "&lt;").replace(">", "&gt;") for part in one.doc]
-    return {"name": one.name, "decorated": f"_{one.name}@{size}", "bytes": size, "argument": one.argument,
-            "doc": one.doc, "xmldoc": escaped, "summary": [re.match(r".*?[.;:](?= |$)|.*", one.doc[0])[0]]}
+    return {"name": one.name, "decorated": f"_{one.name}@{one.size}", "bytes": one.size, "argument": one.argument,
+            "doc": one.doc, "xmldoc": escaped}
 
 
 def common_fields(all_functions):
@@ -218,7 +229,9 @@ def main():
     try:
         all_functions = functions(HEADER.read_text())
         write_languages(chosen.out, chosen.languages or LANGUAGES, all_functions)
-    except NotUnderstood as error:
+        if not chosen.languages:
+            import_libraries.write(chosen.out, [(one.name, one.size) for one in all_functions])
+    except (NotUnderstood, OSError, subprocess.CalledProcessError) as error:
         sys.exit(f"bindings.py: {error}")
 
 
