@@ -1,0 +1,304 @@
+"""What tools/bindings.py makes for each language, held against the libraries themselves. Basic and Delphi
+have no compiler here: their declarations are read, and so is what C# and Pascal have for Windows."""
+import collections
+import pathlib
+import re
+import subprocess
+import sys
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path[:0] = map(str, (ROOT / "tests/fixtures", ROOT / "tools"))
+import bindings  # noqa: E402
+import wine  # noqa: E402
+from products import EXPORTS  # noqa: E402
+from receiver import Receiver  # noqa: E402
+from servers import free_port  # noqa: E402
+
+MACHINES = {"x86": ("i686", "win32"), "x64": ("x86_64", "win64")}
+UTF8 = {"setFromAddress", "setRecipient", "setCC", "setBCC", "setSubject", "setBody", "setLogo", "setAttachment"}
+NATIVE = {"LC_ALL": "C.UTF-8", "PATH": "/usr/bin:/bin", "LD_LIBRARY_PATH": str(ROOT / "build/native")}
+
+
+def run(*command, **options):
+    done = subprocess.run(list(map(str, command)), capture_output=True, timeout=120, **options)
+    assert done.returncode == 0, (done.stdout + done.stderr).decode(errors="replace")
+    return done.stdout.decode()
+
+
+@pytest.fixture(scope="module")
+def made(tmp_path_factory):
+    folder = tmp_path_factory.mktemp("made")
+    run("/usr/bin/python3", ROOT / "tools/bindings.py", folder)
+    return folder
+
+
+@pytest.fixture(scope="module")
+def session():
+    with wine.WineSession() as entered:
+        yield entered
+
+
+def dll_of(machine):
+    return ROOT / "build" / MACHINES[machine][1] / "emailsending.dll"
+
+
+def dll_names(machine):
+    table = run(f"{MACHINES[machine][0]}-w64-mingw32-objdump", "-p", dll_of(machine))
+    return set(re.findall(r"^\t\[ *\d+\] (?:\+base\S+ \S+ )?([A-Za-z_]\S*)$", table, re.M))
+
+
+# ---- Declarations. What a list says of one function, and how many bytes its types have in 32 and 64 bits.
+
+TYPES = {(4, 4): "_NUMBER int Integer Long", (4, 8): "_TEXT IntPtr PAnsiChar String LongPtr", (0, 0): "None void"}
+SIZES = {name: sizes for sizes, names in TYPES.items() for name in names.split()} | {"": (0, 0), None: (0, 0)}
+BASIC = (r'Declare (?:PtrSafe )?\w+ dll_\w+ Lib "emailsending.dll" Alias "(?P<export>\S+)" '
+         r'\((?:ByVal \w+ As (?P<takes>\w+))?\)(?: As (?P<gives>\w+))?$')
+PASCAL = (r"(?:procedure|function) dll_\w+(?:\(\w+: (?P<takes>\w+)\))?(?:: (?P<gives>\w+))?;\n.*; external DLL "
+          r"name (?P<export>.*);$")
+CSHARP = r'EntryPoint = "(?P<export>\S+)",.*\n +public static extern (?P<gives>\w+) \w+\((?P<takes>\w*)'
+VBNET = (r'EntryPoint:="(?P<export>\S+)",.*\n +Public Shared \w+ \w+\((?:ByVal \w+ As (?P<takes>\w+))?\)'
+         r'(?: As (?P<gives>\w+))?$')
+PYTHON = r'"%s": \("%s", (?P<gives>\w+), \[(?P<takes>\w*)\]\)'
+# Language, what is to be found in its text, the machine of each list there.
+LISTS = [
+    ("vb6", BASIC, ["x86"]), ("vba", BASIC, ["x64", "x86", "x86"]),
+    ("csharp", CSHARP, ["x64", "x86"]), ("vbnet", VBNET, ["x64", "x86"]),
+    ("python", PYTHON % (r"\w+", r"(?P<export>\S+)"), ["x86"]),
+    ("python", PYTHON % (r"(?P<export>\w+)", r"\S+"), ["x64"]),
+    ("pascal", PASCAL, ["x86"]), ("pascal", PASCAL, ["x64"]),
+]
+
+
+def text_of(made, language):
+    path, = (made / "bindings" / language).iterdir()
+    return path.read_bytes().decode("ascii").replace("\r\n", "\n")
+
+
+def pascal_names(text, machine):
+    """The text with the constants that names are made of put in."""
+    parts = re.search(r"\{\$IFDEF WIN32\}\n(  Before.*?)\{\$ELSE\}(.*?)\{\$ENDIF\}", text, re.S)
+    constants = dict(re.findall(r"(\w+) = '(.*)';", parts[1 if machine == "x86" else 2]))
+    return re.sub(r"Before \+ '(\w+)' \+ (\w+)", lambda at: constants["Before"] + at[1] + constants[at[2]], text)
+
+
+@pytest.mark.parametrize("language, pattern, machines", LISTS)
+def test_declarations_are_those_of_the_dll(made, language, pattern, machines):
+    text = text_of(made, language)
+    if language == "pascal":
+        text = pascal_names(text, machines[0])
+    rows = list(re.finditer(pattern, text, re.M))
+    assert len(rows) == len(machines) * len(EXPORTS)
+    for number, machine in enumerate(machines):
+        listed = rows[number * len(EXPORTS):][:len(EXPORTS)]
+        assert {row["export"] for row in listed} == dll_names(machine)
+        wide = machine == "x64"
+        for row, (name, (result, argument)) in zip(listed, EXPORTS.items()):
+            assert re.fullmatch(rf"_?{name}(@\d+)?", row["export"])
+            expected = [0 if kind in ("", "void") else 8 if wide and "char" in kind else 4
+                        for kind in (argument, result)]
+            assert [SIZES[row["takes"]][wide], SIZES[row["gives"]][wide]] == expected, name
+            if not wide:
+                assert row["export"].endswith(f"@{SIZES[row['takes']][0]}")
+
+
+# Language: the functions whose texts become UTF-8; what runs is tested below, with a charset that tells.
+MADE_UTF8 = {
+    "vb6": r"bytes = Utf8\(\w+\)\n +.*?dll_(\w+)", "vba": r"bytes = Utf8\(\w+\)\n +.*?dll_(\w+)",
+    "csharp": r"Text\.Utf8\(\w+\)\)\n.*X86\.(\w+)", "vbnet": r"HeldText\.InUtf8\(\w+\)\n.*X86\.(\w+)",
+    "pascal": r"(\w+)\(const \w+: UTF8String\)(?:: Boolean)?;\nbegin",
+}
+
+
+@pytest.mark.parametrize("language", MADE_UTF8)
+def test_texts_of_the_message_alone_become_utf8(made, language):
+    text = text_of(made, language)
+    assert sorted(re.findall(MADE_UTF8[language], text)) == sorted(UTF8)
+    assert re.search(r"\WANSI texts: setSmtpHost, .*\n.*\n.*\WUTF-8 texts: setFromAddress,", text)
+
+
+@pytest.mark.parametrize("old, new", [
+    ("(int port)", "(short port)"), ("(int port)", "(int port, int other)"), ("void EMAILSENDING_CALL setBody", "void setBody"),
+    ("Windows domain for an NTLM login. ANSI.", "Windows domain."), ("Subject. UTF-8;", "Subject. UTF-8 or ANSI;"),
+    ("Returns count.", ""), ("/* Subject.", "#pragma once\n/* Subject."), ("setSubject(const", "setBody(const"),
+])
+def test_a_header_that_is_not_understood_is_refused(old, new):
+    header = bindings.HEADER.read_text()
+    assert len(bindings.functions(header)) == len(EXPORTS) and header.count(old) == 1
+    with pytest.raises(bindings.NotUnderstood):
+        bindings.functions(header.replace(old, new))
+
+
+# ---- Import libraries.
+
+LINKERS = {
+    "microsoft": ["sh", "-c", "clang --target={cpu}-pc-windows-msvc -O1 -I {include} -c bare.c -o bare.obj && "
+                  "lld-link /subsystem:console /nodefaultlib bare.obj {made}/emailsending.lib"],
+    "mingw": ["sh", "-c", "{cpu}-w64-mingw32-gcc -O1 -I {include} bare.c -o bare.exe -nostdlib "
+              "-e {entry} {made}/libemailsending.dll.a"],
+}
+
+
+@pytest.mark.parametrize("linker", LINKERS)
+@pytest.mark.parametrize("machine", MACHINES)
+def test_a_linked_program_calls_the_dll(made, session, tmp_path, machine, linker):
+    values = {"": "", "int": "2", "const char*": '"x"'}
+    calls = "".join(f"    {name}({values[argument]});\n" for name, (_, argument) in EXPORTS.items() if name != "Initialise")
+    (tmp_path / "bare.c").write_text(
+        '#include "emailsending.h"\nint mainCRTStartup(void) {\n' + calls +
+        "    return setNoopCount(40) + setDefaultNtlmVersion(2) + Initialise() + szBrisko();\n}\n")
+    (tmp_path / "emailsending.dll").symlink_to(dll_of(machine))
+    cpu = MACHINES[machine][0]
+    entry = "_mainCRTStartup" if machine == "x86" else "mainCRTStartup"
+    run(*(word.format(cpu=cpu, entry=entry, include=ROOT / "include", made=made / machine)
+          for word in LINKERS[linker]), cwd=tmp_path)
+    imports = run(f"{cpu}-w64-mingw32-objdump", "-p", "bare.exe", cwd=tmp_path)
+    assert set(re.findall(r"^\t[0-9a-f]+\t +\d+ +(\S+)$", imports, re.M)) == dll_names(machine)
+    assert windows_program(session, machine, tmp_path, "bare.exe").returncode == 42
+
+
+def windows_program(session, machine, folder, *command):
+    with open(folder / "output.txt", "wb") as out:
+        return subprocess.run([ROOT / "cmake/wine.sh", *["--64"] * (machine == "x64"), *command], cwd=folder, timeout=180,
+                              env=session.env, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
+
+
+# ---- Every function of a language calls its own of the library, with the right bytes.
+
+LETTER = "ő"
+# Language: a program around calls; what stands before each name.
+CALLERS = {
+    "python": ("import emailsending\nm = emailsending.EmailSending(LIBRARY)\nCALLS\nprint(m.getLastError())", "m."),
+    "csharp": ("using EmailSending; static class Host { static void Main() {\nCALLS\n"
+               "System.Console.WriteLine(Email.getLastError()); } }", "Email."),
+    "pascal": ("{$MODE DELPHI}{$CODEPAGE UTF8}\nprogram host;\nuses cwstring, emailsending;\nbegin\nCALLS\n"
+               "WriteLn(LastErrorText);\nend.", ""),
+    "cpp": ('#include "emailsending.hpp"\n#include <cstdio>\nint main() {\nemailsending::Session s;\n'
+            'emailsending::Message m(s);\nCALLS\nstd::puts(getLastError());\n}', None),
+}
+# The methods of C++ in the order of the header; the image comes with the body, attach opens the file first.
+METHODS = dict(zip(EXPORTS, (
+    "", "s.host", "s.port", "s.user", "s.password", "s.auth_method", "s.login_domain", "s.ntlm_version", "s.use_ssl",
+    "s.start_tls", "s.noop_count", "s.log_messages", "s.verbose", "m.from", "m.to", "m.cc", "m.bcc", "m.subject",
+    "m.html", "", "", "m.reset", "m.send", "")))
+GXX = "-std=c++17 -Wall -Wextra -Wconversion -Wshadow -Werror -I {made}/cpp -I {made}/c -x c++ host.cpp -x none"
+COMPILERS = {
+    "python": "true",
+    "csharp": "mcs -langversion:5 -warnaserror -warn:4 -out:host.exe host.csharp {made}/csharp/EmailSending.cs",
+    "pascal": "fpc -vewn -Sew -Fu{made}/pascal -Fl{library} -FU. -ohost host.pascal",
+    "cpp": f"g++ {GXX} -L {{library}} -lemailsending -o host",
+}
+STARTS = {"python": ["/usr/bin/python3", "host.python"], "csharp": ["mono", "host.exe"]}
+
+
+def build(language, source, made, folder, library):
+    """The command that starts the program."""
+    (folder / f"host.{language}").write_text(source.replace("LIBRARY", f'"{library}/libemailsending.so"'))
+    run("sh", "-c", COMPILERS[language].format(made=made / "bindings", library=library), cwd=folder, env=NATIVE)
+    return STARTS.get(language, ["./host"])
+
+
+@pytest.fixture(scope="module")
+def recorder(tmp_path_factory):
+    """The folder of a library that says how it is called: function, number or bytes."""
+    folder = tmp_path_factory.mktemp("recorder")
+    code = "#include <stdio.h>\n#include <stdlib.h>\n"
+    for name, (result, argument) in EXPORTS.items():
+        show = {"": "", "int": 'fprintf(stderr, "%d", a);',
+                "const char*": 'while (*a) fprintf(stderr, "%02x", *a++ & 255);'}[argument]
+        value = {"void": "", "int": "1"}.get(result, 'getenv("SAID")')
+        code += (f'{result} {name}({argument + " a" if argument else "void"}) {{ fputs("{name} ", stderr); {show} '
+                 f'fputc(10, stderr); return {value}; }}\n')
+    (folder / "recorder.c").write_text(code)
+    run("gcc", "-shared", "-fPIC", "-w", "recorder.c", "-o", "libemailsending.so", cwd=folder)
+    return folder
+
+
+@pytest.mark.parametrize("language, charset", [
+    ("python", "UTF-8"), ("python", "ISO-8859-2"), ("csharp", "UTF-8"), ("pascal", "UTF-8"), ("cpp", "UTF-8")])
+def test_each_function_reaches_its_own(made, recorder, tmp_path, language, charset):
+    program, prefix = CALLERS[language]
+    calls, expected = [], []
+    quoted = f"'{LETTER}'" if language == "pascal" else f'"{LETTER}"'
+    for one in bindings.functions(bindings.HEADER.read_text()):
+        call = METHODS[one.name] if prefix is None else prefix + one.name
+        value, shown = {
+            "none": ("", ""), "number": ("2", "2"), "flag": ("True" if language in ("python", "pascal") else "true", "1"),
+        }.get(one.takes, (quoted, LETTER.encode("UTF-8" if one.name in UTF8 else charset).hex()))
+        if call and one.result != "text":
+            calls.append(f"{call}({value})" if value or language != "pascal" else call)
+            expected += [f"{one.name} {shown}"] + ["setLogo "] * (call == "m.html")
+    source = program.replace("CALLS", (";\n" if language != "python" else "\n").join([*calls, ""]))
+    env = {**NATIVE, "LC_ALL": f"hu_HU.{charset}", "LD_LIBRARY_PATH": str(recorder), "PYTHONIOENCODING": "utf-8",
+           "PYTHONPATH": str(made / "bindings/python"), "SAID": LETTER.encode(charset)}
+    if charset == "UTF-8":
+        env["LC_ALL"] = NATIVE["LC_ALL"]  # the one that is installed everywhere
+    done = subprocess.run(build(language, source, made, tmp_path, recorder), cwd=tmp_path, env=env, capture_output=True,
+                          encoding="utf-8", timeout=60)
+    assert (done.returncode, done.stdout.strip()) == (0, LETTER), done.stderr
+    expected.append("getLastError ")
+    if language == "cpp":  # Session and Message begin and end with calls of their own
+        expected = ["Initialise ", "ResetEmail ", *expected, "ResetEmail ", "Initialise "]
+    assert done.stderr.splitlines() == expected
+
+
+# ---- A message goes out, and a failure is told in its line.
+
+SUBJECT, FILE = "Łódź: 1200 €", "ő €.txt"
+SETTINGS = f"""
+P.setSmtpHost("127.0.0.1");
+P.setFromAddress("Łukasz <me@example.test>");
+P.setRecipient(TO);
+P.setSubject("{SUBJECT}");
+P.setBody("<p>ő</p>");
+P.setLogo("");
+P.setAttachment("{FILE}");
+"""
+SENDERS = {
+    "python": "import sys, emailsending as e\nm = e.EmailSending(LIBRARY)\nm.Initialise()\nm.setSmtpPort(int(sys.argv[1]))\n"
+              "TO = sys.argv[2]" + SETTINGS.replace("P.", "m.") +
+              "try:\n    m.send()\n    print('sent')\nexcept e.SendError as error:\n    print(error)",
+    "csharp": "using EmailSending; using System; static class Host { static void Main(string[] words) { string TO = words[1];\n"
+              "Email.Initialise(); Email.setSmtpPort(int.Parse(words[0]));" + SETTINGS.replace("P.", "Email.") +
+              'try { Email.sendOrThrow(); Console.WriteLine("sent"); }\n'
+              "catch (SendException error) { Console.WriteLine(error.Message); } } }",
+    "pascal": "{$MODE DELPHI}{$CODEPAGE UTF8}\nprogram host;\nuses cwstring, SysUtils, emailsending;\nbegin\nInitialise;\n"
+              "setSmtpPort(StrToInt(ParamStr(1)));" +
+              SETTINGS.replace("P.", "").replace('"', "'").replace("TO", "ParamStr(2)") +
+              "if szBrisko then WriteLn('sent') else WriteLn(TellingLine(LastErrorText));\nend.",
+    "cpp": '#include "emailsending.hpp"\n#include <cstdio>\nint main(int, char** words) {\nemailsending::Session session;\n'
+           'session.host("127.0.0.1").port(std::stoi(words[1]));\nemailsending::Message message(session);\n'
+           'message.from("Łukasz <me@example.test>").to(words[2]);\n'
+           f'message.subject("{SUBJECT}").html("<p>ő</p>").attach("{FILE}");\ntry {{ message.send_or_throw(); std::puts("sent"); }}\n'
+           "catch (const emailsending::SendError& error) { std::puts(error.what()); }\n}",
+}
+
+
+@pytest.mark.parametrize("language, machine", [*((language, None) for language in SENDERS), ("cpp", "x86"), ("cpp", "x64")])
+def test_a_message_goes_out_and_failures_are_told(made, request, tmp_path, language, machine):
+    (tmp_path / FILE).write_bytes(b"attached")
+    if machine:
+        (tmp_path / "host.cpp").write_text(SENDERS[language])
+        run("sh", "-c", f"{MACHINES[machine][0]}-w64-mingw32-g++-posix {GXX} {{made}}/../{machine}/libemailsending.dll.a "
+            "-static -o host.exe".format(made=made / "bindings"), cwd=tmp_path)
+        (tmp_path / "emailsending.dll").symlink_to(dll_of(machine))
+        session = request.getfixturevalue("session")
+    else:
+        command = build(language, SENDERS[language], made, tmp_path, ROOT / "build/native")
+
+    def told(port, recipient):
+        if machine:
+            assert windows_program(session, machine, tmp_path, "host.exe", str(port), recipient).returncode == 0
+            return (tmp_path / "output.txt").read_text().strip()
+        return run(*command, port, recipient, cwd=tmp_path,
+                   env={**NATIVE, "PYTHONPATH": str(made / "bindings/python")}).strip()
+
+    with Receiver(refuse={"no@example.test"}) as server:
+        assert told(server.port, "you@example.test") == "sent"
+        message = server.messages.pop().parsed()
+        assert (message["subject"], message["from"].addresses[0].display_name) == (SUBJECT, "Łukasz")
+        assert [(part.get_filename(), part.get_content()) for part in message.iter_attachments()] == [(FILE, "attached")]
+        assert "550 5.1.1 <no@example.test>" in told(server.port, "no@example.test")
+    port = free_port()
+    assert told(port, "you@example.test") == f"No connection to 127.0.0.1:{port}: Connection rejected."
