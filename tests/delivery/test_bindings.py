@@ -119,9 +119,11 @@ def test_texts_of_the_message_alone_become_utf8(made, language):
 
 
 @pytest.mark.parametrize("old, new", [
-    ("(int port)", "(short port)"), ("(int port)", "(int port, int other)"), ("void EMAILSENDING_CALL setBody", "void setBody"),
-    ("Windows domain for an NTLM login. ANSI.", "Windows domain."), ("Subject. UTF-8;", "Subject. UTF-8 or ANSI;"),
-    ("Returns count.", ""), ("/* Subject.", "#pragma once\n/* Subject."), ("setSubject(const", "setBody(const"),
+    ("(int port)", "(short port)"), ("(int port)", "(int port, int other)"),
+    ("void EMAILSENDING_CALL setBody", "void setBody"),
+    ("Windows domain for an NTLM login. ANSI.", "Windows domain."),
+    ("Subject. UTF-8;", "Subject. UTF-8 or ANSI;"), ("Returns count.", ""),
+    ("/* Subject.", "#pragma once\n/* Subject."), ("setSubject(const", "setBody(const"),
 ])
 def test_a_header_that_is_not_understood_is_refused(old, new):
     header = bindings.HEADER.read_text()
@@ -133,70 +135,62 @@ def test_a_header_that_is_not_understood_is_refused(old, new):
 # ---- Import libraries.
 
 LINKERS = {
-    "microsoft": ["sh", "-c", "clang --target={cpu}-pc-windows-msvc -O1 -I {include} -c bare.c -o bare.obj && "
-                  "lld-link /subsystem:console /nodefaultlib bare.obj {made}/emailsending.lib"],
-    "mingw": ["sh", "-c", "{cpu}-w64-mingw32-gcc -O1 -I {include} bare.c -o bare.exe -nostdlib "
-              "-e {entry} {made}/libemailsending.dll.a"],
+    "microsoft": "clang --target={cpu}-pc-windows-msvc -O1 -I {include} -c bare.c -o bare.obj && "
+                 "lld-link /subsystem:console /nodefaultlib bare.obj {made}/emailsending.lib",
+    "mingw": "{cpu}-w64-mingw32-gcc -O1 -I {include} bare.c -o bare.exe -nostdlib -e {entry} "
+             "{made}/libemailsending.dll.a",
 }
+
+
+def windows_program(session, machine, folder, *command):
+    with open(folder / "output.txt", "wb") as out:
+        return subprocess.run(
+            [ROOT / "cmake/wine.sh", *["--64"] * (machine == "x64"), *command], cwd=folder, env=session.env,
+            timeout=180, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
 
 
 @pytest.mark.parametrize("linker", LINKERS)
 @pytest.mark.parametrize("machine", MACHINES)
 def test_a_linked_program_calls_the_dll(made, session, tmp_path, machine, linker):
     values = {"": "", "int": "2", "const char*": '"x"'}
-    calls = "".join(f"    {name}({values[argument]});\n" for name, (_, argument) in EXPORTS.items() if name != "Initialise")
-    (tmp_path / "bare.c").write_text(
-        '#include "emailsending.h"\nint mainCRTStartup(void) {\n' + calls +
-        "    return setNoopCount(40) + setDefaultNtlmVersion(2) + Initialise() + szBrisko();\n}\n")
+    # Before Initialise they do nothing.
+    calls = [f"{name}({values[argument]});" for name, (_, argument) in EXPORTS.items() if name != "Initialise"]
+    (tmp_path / "bare.c").write_text("\n".join([
+        '#include "emailsending.h"', "int mainCRTStartup(void) {", *calls,
+        "return setNoopCount(40) + setDefaultNtlmVersion(2) + Initialise() + szBrisko(); }", ""]))
     (tmp_path / "emailsending.dll").symlink_to(dll_of(machine))
-    cpu = MACHINES[machine][0]
-    entry = "_mainCRTStartup" if machine == "x86" else "mainCRTStartup"
-    run(*(word.format(cpu=cpu, entry=entry, include=ROOT / "include", made=made / machine)
-          for word in LINKERS[linker]), cwd=tmp_path)
+    cpu, entry = MACHINES[machine][0], "_" * (machine == "x86") + "mainCRTStartup"
+    line = LINKERS[linker].format(cpu=cpu, entry=entry, include=ROOT / "include", made=made / machine)
+    run("sh", "-c", line, cwd=tmp_path)
     imports = run(f"{cpu}-w64-mingw32-objdump", "-p", "bare.exe", cwd=tmp_path)
     assert set(re.findall(r"^\t[0-9a-f]+\t +\d+ +(\S+)$", imports, re.M)) == dll_names(machine)
     assert windows_program(session, machine, tmp_path, "bare.exe").returncode == 42
 
 
-def windows_program(session, machine, folder, *command):
-    with open(folder / "output.txt", "wb") as out:
-        return subprocess.run([ROOT / "cmake/wine.sh", *["--64"] * (machine == "x64"), *command], cwd=folder, timeout=180,
-                              env=session.env, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
+# ---- Programs of the folder hosts, each built in a folder of its own.
 
-
-# ---- Every function of a language calls its own of the library, with the right bytes.
-
-LETTER = "ő"
-# Language: a program around calls; what stands before each name.
-CALLERS = {
-    "python": ("import emailsending\nm = emailsending.EmailSending(LIBRARY)\nCALLS\nprint(m.getLastError())", "m."),
-    "csharp": ("using EmailSending; static class Host { static void Main() {\nCALLS\n"
-               "System.Console.WriteLine(Email.getLastError()); } }", "Email."),
-    "pascal": ("{$MODE DELPHI}{$CODEPAGE UTF8}\nprogram host;\nuses cwstring, emailsending;\nbegin\nCALLS\n"
-               "WriteLn(LastErrorText);\nend.", ""),
-    "cpp": ('#include "emailsending.hpp"\n#include <cstdio>\nint main() {\nemailsending::Session s;\n'
-            'emailsending::Message m(s);\nCALLS\nstd::puts(getLastError());\n}', None),
+HOSTS = ROOT / "tests/delivery/hosts"
+GXX = "-std=c++17 -Wall -Wextra -Wconversion -Wshadow -Werror -I {made}/cpp -I {made}/c host.cpp"
+# Language: the ending of its files, how a program is built, how it is started.
+LANGUAGES = {
+    "python": (".py", "cp {made}/python/emailsending.py . && ln -s {library}/libemailsending.so .",
+               ["/usr/bin/python3", "host.py"]),
+    "csharp": (".cs", "mcs -langversion:5 -warnaserror -warn:4 host.cs {made}/csharp/EmailSending.cs",
+               ["mono", "host.exe"]),
+    "pascal": (".pas", "fpc -vewn -Sew -Fu{made}/pascal -Fl{library} -FU. host.pas", ["./host"]),
+    "cpp": (".cpp", f"g++ {GXX} -L {{library}} -lemailsending -o host", ["./host"]),
 }
-# The methods of C++ in the order of the header; the image comes with the body, attach opens the file first.
-METHODS = dict(zip(EXPORTS, (
-    "", "s.host", "s.port", "s.user", "s.password", "s.auth_method", "s.login_domain", "s.ntlm_version", "s.use_ssl",
-    "s.start_tls", "s.noop_count", "s.log_messages", "s.verbose", "m.from", "m.to", "m.cc", "m.bcc", "m.subject",
-    "m.html", "", "", "m.reset", "m.send", "")))
-GXX = "-std=c++17 -Wall -Wextra -Wconversion -Wshadow -Werror -I {made}/cpp -I {made}/c -x c++ host.cpp -x none"
-COMPILERS = {
-    "python": "true",
-    "csharp": "mcs -langversion:5 -warnaserror -warn:4 -out:host.exe host.csharp {made}/csharp/EmailSending.cs",
-    "pascal": "fpc -vewn -Sew -Fu{made}/pascal -Fl{library} -FU. -ohost host.pascal",
-    "cpp": f"g++ {GXX} -L {{library}} -lemailsending -o host",
-}
-STARTS = {"python": ["/usr/bin/python3", "host.python"], "csharp": ["mono", "host.exe"]}
 
 
-def build(language, source, made, folder, library):
+def build(language, name, made, folder, library, calls=None):
     """The command that starts the program."""
-    (folder / f"host.{language}").write_text(source.replace("LIBRARY", f'"{library}/libemailsending.so"'))
-    run("sh", "-c", COMPILERS[language].format(made=made / "bindings", library=library), cwd=folder, env=NATIVE)
-    return STARTS.get(language, ["./host"])
+    ending, compiler, start = LANGUAGES[language]
+    source = (HOSTS / (name + ending)).read_text()
+    if calls is not None:
+        source = re.sub("(//|#) CALLS", lambda _: calls, source)
+    (folder / f"host{ending}").write_text(source)
+    run("sh", "-c", compiler.format(made=made / "bindings", library=library), cwd=folder, env=NATIVE)
+    return start
 
 
 @pytest.fixture(scope="module")
@@ -215,90 +209,71 @@ def recorder(tmp_path_factory):
     return folder
 
 
-@pytest.mark.parametrize("language, charset", [
-    ("python", "UTF-8"), ("python", "ISO-8859-2"), ("csharp", "UTF-8"), ("pascal", "UTF-8"), ("cpp", "UTF-8")])
-def test_each_function_reaches_its_own(made, recorder, tmp_path, language, charset):
-    program, prefix = CALLERS[language]
-    calls, expected = [], []
-    quoted = f"'{LETTER}'" if language == "pascal" else f'"{LETTER}"'
+LETTER = "ő"
+# The methods of C++ in the order of the header; the image comes with the body, attach opens the file first.
+METHODS = dict(zip(EXPORTS, (
+    "", "session.host", "session.port", "session.user", "session.password", "session.auth_method",
+    "session.login_domain", "session.ntlm_version", "session.use_ssl", "session.start_tls", "session.noop_count",
+    "session.log_messages", "session.verbose", "message.from", "message.to", "message.cc", "message.bcc",
+    "message.subject", "message.html", "", "", "message.reset", "message.send", "")))
+# Language: what stands before each name, around a text, behind a call; true.
+SPELLING = {"python": ("mail.", '"', "", "True"), "csharp": ("Email.", '"', ";", "true"),
+            "pascal": ("", "'", ";", "True"), "cpp": (None, '"', ";", "true")}
+
+
+def calls_of(language, charset):
+    """A call of every function, as the language says it and as the recorder does."""
+    prefix, quote, end, true = SPELLING[language]
     for one in bindings.functions(bindings.HEADER.read_text()):
-        call = METHODS[one.name] if prefix is None else prefix + one.name
-        value, shown = {
-            "none": ("", ""), "number": ("2", "2"), "flag": ("True" if language in ("python", "pascal") else "true", "1"),
-        }.get(one.takes, (quoted, LETTER.encode("UTF-8" if one.name in UTF8 else charset).hex()))
-        if call and one.result != "text":
-            calls.append(f"{call}({value})" if value or language != "pascal" else call)
-            expected += [f"{one.name} {shown}"] + ["setLogo "] * (call == "m.html")
-    source = program.replace("CALLS", (";\n" if language != "python" else "\n").join([*calls, ""]))
-    env = {**NATIVE, "LC_ALL": f"hu_HU.{charset}", "LD_LIBRARY_PATH": str(recorder), "PYTHONIOENCODING": "utf-8",
-           "PYTHONPATH": str(made / "bindings/python"), "SAID": LETTER.encode(charset)}
-    if charset == "UTF-8":
-        env["LC_ALL"] = NATIVE["LC_ALL"]  # the one that is installed everywhere
-    done = subprocess.run(build(language, source, made, tmp_path, recorder), cwd=tmp_path, env=env, capture_output=True,
-                          encoding="utf-8", timeout=60)
+        name = METHODS[one.name] if prefix is None else prefix + one.name
+        shown = LETTER.encode("UTF-8" if one.name in UTF8 else charset).hex()
+        value, shown = {"none": ("", ""), "number": ("2", "2"), "flag": (true, "1")}.get(
+            one.takes, (quote + LETTER + quote, shown))
+        if name and one.result != "text":
+            yield f"{name}({value}){end}", [f"{one.name} {shown}"] + ["setLogo "] * (name == "message.html")
+
+
+@pytest.mark.parametrize("language, charset", [
+    *((language, "UTF-8") for language in LANGUAGES), ("python", "ISO-8859-2")])
+def test_each_function_reaches_its_own(made, recorder, tmp_path, language, charset):
+    calls, expected = zip(*calls_of(language, charset))
+    command = build(language, "call", made, tmp_path, recorder, "\n".join(calls))
+    # The first is the one that is installed everywhere; Python does not need the other to be.
+    env = {**NATIVE, "LC_ALL": "C.UTF-8" if charset == "UTF-8" else f"hu_HU.{charset}", "SAID": LETTER.encode(charset),
+           "LD_LIBRARY_PATH": str(recorder), "PYTHONIOENCODING": "utf-8"}
+    done = subprocess.run(command, cwd=tmp_path, env=env, capture_output=True, encoding="utf-8", timeout=60)
     assert (done.returncode, done.stdout.strip()) == (0, LETTER), done.stderr
-    expected.append("getLastError ")
+    expected = [*sum(expected, []), "getLastError "]
     if language == "cpp":  # Session and Message begin and end with calls of their own
         expected = ["Initialise ", "ResetEmail ", *expected, "ResetEmail ", "Initialise "]
     assert done.stderr.splitlines() == expected
 
 
-# ---- A message goes out, and a failure is told in its line.
-
-SUBJECT, FILE = "Łódź: 1200 €", "ő €.txt"
-SETTINGS = f"""
-P.setSmtpHost("127.0.0.1");
-P.setFromAddress("Łukasz <me@example.test>");
-P.setRecipient(TO);
-P.setSubject("{SUBJECT}");
-P.setBody("<p>ő</p>");
-P.setLogo("");
-P.setAttachment("{FILE}");
-"""
-SENDERS = {
-    "python": "import sys, emailsending as e\nm = e.EmailSending(LIBRARY)\nm.Initialise()\nm.setSmtpPort(int(sys.argv[1]))\n"
-              "TO = sys.argv[2]" + SETTINGS.replace("P.", "m.") +
-              "try:\n    m.send()\n    print('sent')\nexcept e.SendError as error:\n    print(error)",
-    "csharp": "using EmailSending; using System; static class Host { static void Main(string[] words) { string TO = words[1];\n"
-              "Email.Initialise(); Email.setSmtpPort(int.Parse(words[0]));" + SETTINGS.replace("P.", "Email.") +
-              'try { Email.sendOrThrow(); Console.WriteLine("sent"); }\n'
-              "catch (SendException error) { Console.WriteLine(error.Message); } } }",
-    "pascal": "{$MODE DELPHI}{$CODEPAGE UTF8}\nprogram host;\nuses cwstring, SysUtils, emailsending;\nbegin\nInitialise;\n"
-              "setSmtpPort(StrToInt(ParamStr(1)));" +
-              SETTINGS.replace("P.", "").replace('"', "'").replace("TO", "ParamStr(2)") +
-              "if szBrisko then WriteLn('sent') else WriteLn(TellingLine(LastErrorText));\nend.",
-    "cpp": '#include "emailsending.hpp"\n#include <cstdio>\nint main(int, char** words) {\nemailsending::Session session;\n'
-           'session.host("127.0.0.1").port(std::stoi(words[1]));\nemailsending::Message message(session);\n'
-           'message.from("Łukasz <me@example.test>").to(words[2]);\n'
-           f'message.subject("{SUBJECT}").html("<p>ő</p>").attach("{FILE}");\ntry {{ message.send_or_throw(); std::puts("sent"); }}\n'
-           "catch (const emailsending::SendError& error) { std::puts(error.what()); }\n}",
-}
-
-
-@pytest.mark.parametrize("language, machine", [*((language, None) for language in SENDERS), ("cpp", "x86"), ("cpp", "x64")])
+@pytest.mark.parametrize("language, machine", [
+    *((language, "native") for language in LANGUAGES), ("cpp", "x86"), ("cpp", "x64")])
 def test_a_message_goes_out_and_failures_are_told(made, request, tmp_path, language, machine):
-    (tmp_path / FILE).write_bytes(b"attached")
-    if machine:
-        (tmp_path / "host.cpp").write_text(SENDERS[language])
-        run("sh", "-c", f"{MACHINES[machine][0]}-w64-mingw32-g++-posix {GXX} {{made}}/../{machine}/libemailsending.dll.a "
-            "-static -o host.exe".format(made=made / "bindings"), cwd=tmp_path)
-        (tmp_path / "emailsending.dll").symlink_to(dll_of(machine))
+    (tmp_path / "ő €.txt").write_bytes(b"attached")
+    command = build(language, "send", made, tmp_path, ROOT / "build/native")
+    if machine in MACHINES:
         session = request.getfixturevalue("session")
-    else:
-        command = build(language, SENDERS[language], made, tmp_path, ROOT / "build/native")
+        line = f"{MACHINES[machine][0]}-w64-mingw32-g++-posix {GXX} -static -o host.exe".format(made=made / "bindings")
+        run("sh", "-c", f"{line} {made}/{machine}/libemailsending.dll.a", cwd=tmp_path)
+        (tmp_path / "emailsending.dll").symlink_to(dll_of(machine))
 
     def told(port, recipient):
-        if machine:
+        if machine in MACHINES:
             assert windows_program(session, machine, tmp_path, "host.exe", str(port), recipient).returncode == 0
-            return (tmp_path / "output.txt").read_text().strip()
-        return run(*command, port, recipient, cwd=tmp_path,
-                   env={**NATIVE, "PYTHONPATH": str(made / "bindings/python")}).strip()
+            return (tmp_path / "output.txt").read_text().splitlines()
+        return run(*command, port, recipient, cwd=tmp_path, env=NATIVE).splitlines()
 
+    # The classes of C++ refuse a message that lacks something.
+    lacks = ["The file cannot be read: no such file.txt", "No address in: ;"] if language == "cpp" else []
     with Receiver(refuse={"no@example.test"}) as server:
-        assert told(server.port, "you@example.test") == "sent"
-        message = server.messages.pop().parsed()
-        assert (message["subject"], message["from"].addresses[0].display_name) == (SUBJECT, "Łukasz")
-        assert [(part.get_filename(), part.get_content()) for part in message.iter_attachments()] == [(FILE, "attached")]
-        assert "550 5.1.1 <no@example.test>" in told(server.port, "no@example.test")
+        assert told(server.port, "you@example.test") == ["sent", *lacks]
+        message, = (received.parsed() for received in server.messages)
+        assert (message["subject"], message["from"].addresses[0].display_name) == ("Łódź: 1200 €", "Łukasz")
+        assert [(part.get_filename(), part.get_content()) for part in message.iter_attachments()] == [
+            ("ő €.txt", "attached")]
+        assert "550 5.1.1 <no@example.test>" in told(server.port, "no@example.test")[0]
     port = free_port()
-    assert told(port, "you@example.test") == f"No connection to 127.0.0.1:{port}: Connection rejected."
+    assert told(port, "you@example.test") == [f"No connection to 127.0.0.1:{port}: Connection rejected.", *lacks]
