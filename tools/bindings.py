@@ -148,9 +148,20 @@ def fields(one):
 def common_fields(all_functions):
     def names(kind):
         return ", ".join(one.name for one in all_functions if kind in (one.takes, one.result))
-    return {"encodings": [f"ANSI texts: {names('ansi')}; and what {names('text')} returns.",
-                          f"UTF-8 texts: {names('utf8')}."],
+    return {"encodings": [f"- ANSI texts: {names('ansi')}; and what {names('text')} returns.",
+                          f"- UTF-8 texts: {names('utf8')}."],
             "count": len(all_functions)}
+
+
+def wrapped(parts, prefix):
+    """The lines of paragraphs, with an empty one between them but for those of a list."""
+    rows = []
+    for part in parts:
+        item = part.startswith("- ")
+        rows += [prefix.rstrip()] if rows and not item else []
+        rows += textwrap.wrap(part, WIDTH, initial_indent=prefix, subsequent_indent=prefix + "  " * item,
+                              break_on_hyphens=False, break_long_words=False)
+    return rows
 
 
 def filled(line, words):
@@ -159,10 +170,7 @@ def filled(line, words):
         if word not in words:
             raise NotUnderstood(f"a template has @{word}@")
         if isinstance(words[word], list):
-            prefix = line.split(f"@{word}@")[0]
-            return [row for part in words[word] for row in textwrap.wrap(
-                part, WIDTH, initial_indent=prefix, break_on_hyphens=False, break_long_words=False,
-                subsequent_indent=prefix + ("  " if part.startswith("- ") else ""))]
+            return wrapped(words[word], line.split(f"@{word}@")[0])
         line = line.replace(f"@{word}@", str(words[word]))
     return [line]
 

@@ -147,6 +147,13 @@ def windows_program(session, machine, folder, *command):
             timeout=180, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
 
 
+def test_no_file_tells_where_and_when_it_was_made(made, tmp_path):
+    run("/usr/bin/python3", ROOT / "tools/bindings.py", "elsewhere", cwd=tmp_path)
+    files = [path.relative_to(made) for path in made.rglob("*.*") if path.is_file()]
+    assert len(files) == len(bindings.LANGUAGES) + 3 * len(MACHINES)
+    assert [file for file in files if (made / file).read_bytes() != (tmp_path / "elsewhere" / file).read_bytes()] == []
+
+
 @pytest.mark.parametrize("linker", LINKERS)
 @pytest.mark.parametrize("machine", MACHINES)
 def test_a_linked_program_calls_the_dll(made, session, tmp_path, machine, linker):
