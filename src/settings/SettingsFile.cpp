@@ -42,24 +42,27 @@ bool isAbsolute(std::string_view path) {
 
 }  // namespace
 
-Failure readSettings(const std::string& path, Settings& out, Seen& seen) {
-    plat::TrustedFile file;
-    std::string why = plat::readTrustedFile(path, kMostSettings, file);
-    if (!why.empty()) return unusable(path, "it " + why);
-    seen.assign(1, {path, file.stamp});
-    const ReadFile readNamed = [&seen](const std::string& name, bool secret, std::string& bytes) {
+Failure settingsOf(std::string_view bytes, const std::string& path, Settings& out, Seen& seen) {
+    const ReadFile readNamed = [&seen](const std::string& name, bool secret, std::string& contents) {
         plat::TrustedFile named;
         std::string problem = plat::readTrustedFile(name, kMostNamed, named);
         if (problem.empty() && secret && named.othersRead) {
             problem = "holds a secret and can be read by anybody";
         }
         seen.emplace_back(name, named.stamp);
-        bytes = std::move(named.bytes);
+        contents = std::move(named.bytes);
         return problem;
     };
+    return parseSettings(bytes, plat::sysHost().ansiCodePage(), path, readNamed, out);
+}
+
+Failure readSettings(const std::string& path, Settings& out, Seen& seen) {
+    plat::TrustedFile file;
+    std::string why = plat::readTrustedFile(path, kMostSettings, file);
+    if (!why.empty()) return unusable(path, "it " + why);
+    seen.assign(1, {path, file.stamp});
     Settings read;
-    Failure failure =
-        parseSettings(file.bytes, plat::sysHost().ansiCodePage(), path, readNamed, read);
+    Failure failure = settingsOf(file.bytes, path, read, seen);
     plat::wipe(file.bytes.data(), file.bytes.size());
     if (failure) return failure;
     const auto& secrets = read.plainSecrets;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -48,5 +49,9 @@ private:
 // the files with their stamps, this one first.
 Failure readSettings(const std::string& path, Settings& out,
                      std::vector<std::pair<std::string, plat::FileStamp>>& seen);
+
+// What a file with these bytes would say at this path. seen gets the files that it names.
+Failure settingsOf(std::string_view bytes, const std::string& path, Settings& out,
+                   std::vector<std::pair<std::string, plat::FileStamp>>& seen);
 
 }  // namespace tv::settings

@@ -179,15 +179,6 @@ bool readWord(const Form& form, Value& word) {
     }
 }
 
-bool isAbsolute(std::string_view path) {
-    return path.starts_with('/') || path.starts_with('\\') || (path.size() > 1 && path[1] == ':');
-}
-
-std::string besides(const std::string& file, std::string_view path) {
-    if (isAbsolute(path)) return std::string(path);
-    return file.substr(0, file.find_last_of("/\\") + 1) + std::string(path);
-}
-
 // UTF-8 without a mark in front; false where the bytes are in none of the forms.
 bool decode(std::string_view bytes, uint32_t ansiCodePage, std::string& utf8) {
     const bool little = bytes.starts_with("\xFF\xFE");
@@ -491,6 +482,13 @@ std::string Parser::judgeSecrets() {
 }
 
 }  // namespace
+
+std::string besides(const std::string& file, std::string_view path) {
+    const bool isAbsolute =
+        path.starts_with('/') || path.starts_with('\\') || (path.size() > 1 && path[1] == ':');
+    if (isAbsolute) return std::string(path);
+    return file.substr(0, file.find_last_of("/\\") + 1) + std::string(path);
+}
 
 Failure parseSettings(std::string_view bytes, uint32_t ansiCodePage, const std::string& file,
                       const ReadFile& readFile, Settings& out) {

@@ -16,6 +16,9 @@ namespace tv::settings {
 using ReadFile =
     std::function<std::string(const std::string& path, bool secret, std::string& bytes)>;
 
+// The path that a key of this file means.
+std::string besides(const std::string& file, std::string_view path);
+
 // bytes: UTF-8, UTF-16 with its mark, or else text in ansiCodePage. file: its path, which relative
 // ones start at and failures name. out is what the file says where it is understood as a whole.
 Failure parseSettings(std::string_view bytes, uint32_t ansiCodePage, const std::string& file,

@@ -6,14 +6,26 @@
 namespace emailsend::doctor {
 namespace {
 
-// In quotes where blanks at the ends or a quote in front would not come back.
-std::string written(std::string_view value) {
+// In quotes where blanks at the ends or a quote in front would not come back. By the character: the
+// value may be a password, of which no copy is left.
+void addWritten(std::string& text, std::string_view value) {
     const bool isPlain = tv::trimmed(value).size() == value.size() && !value.starts_with('"');
-    return isPlain ? std::string(value) : '"' + tv::replaceAll(value, "\"", "\"\"") + '"';
+    if (isPlain) {
+        text += value;
+        return;
+    }
+    text += '"';
+    for (const char c : value) {
+        text.append(c == '"' ? 2 : 1, c);
+    }
+    text += '"';
 }
 
 void add(std::string& text, const char* key, std::string_view value) {
-    if (!value.empty()) text += std::string(key) + " = " + written(value) + '\n';
+    if (value.empty()) return;
+    text.append(key).append(" = ");
+    addWritten(text, value);
+    text += '\n';
 }
 
 std::string_view lowestOf(tv::tls::Version version) {
@@ -37,8 +49,10 @@ void addCertificate(const Strictest& seen, std::string& text) {
 
 std::string settingsText(const Strictest& seen) {
     const bool isTls = seen.version != tv::tls::Version::None;
-    std::string text =
-        "; The strictest settings that worked when emailsend doctor looked.\n[server]\n";
+    std::string text;
+    // Text that grows leaves copies behind, of the password, too.
+    text.reserve(size_t{1} << 16);
+    text += "; The strictest settings that worked when emailsend doctor looked.\n[server]\n";
     add(text, "host", seen.host);
     add(text, "port", std::to_string(seen.port));
     add(text, "encryption", !isTls ? "if-offered" : seen.implicitTls ? "implicit" : "starttls");

@@ -8,6 +8,7 @@
 #include "emailsend/Watched.h"
 #include "emailsend/doctor/Walk.h"
 #include "platform/SysHost.h"
+#include "platform/SysWipe.h"
 
 namespace emailsend::doctor {
 namespace {
@@ -29,7 +30,9 @@ bool compose(const Walk& walk, const Endpoint& endpoint) {
     if (settings.smtpSsl) plugIn.setUseSSL(1);
     if (!settings.smtpSsl && endpoint.tls) plugIn.setStartTls(1);
     plugIn.setSmtpUser(ansi(walk.options.user).c_str());
-    plugIn.setSmtpPassword(walk.password.ansi().c_str());
+    std::string password = walk.password.ansi();
+    plugIn.setSmtpPassword(password.c_str());
+    tv::plat::wipe(password.data(), password.size());
     plugIn.setSmtpAuthMethod(ansi(walk.options.authMethod).c_str());
     plugIn.setLoginDomain(ansi(walk.options.domain).c_str());
     plugIn.setFromAddress(senderOf(walk).c_str());

@@ -1,5 +1,5 @@
-// The settings file that --write asks for: made, read back, and tried by a connection that goes by
-// nothing else.
+// The settings file that --write asks for: tried by a connection that goes by nothing else, before
+// anything of it is on disk.
 #include "base/Base64.h"
 #include "emailsend/doctor/SettingsWriter.h"
 #include "emailsend/doctor/Walk.h"
@@ -11,21 +11,19 @@
 #include "platform/SysProtect.h"
 #include "platform/SysWipe.h"
 #include "settings/SettingsFile.h"
+#include "settings/SettingsParser.h"
 
 namespace emailsend::doctor {
 namespace {
 
 using tv::Cause;
 using tv::Failure;
-
-bool isAbsolute(std::string_view path) {
-    return path.starts_with('/') || path.starts_with('\\') || (path.size() > 1 && path[1] == ':');
-}
+using Seen = std::vector<std::pair<std::string, tv::plat::FileStamp>>;
 
 // A settings file starts relative paths at its own folder, a command line at the current one.
 std::string fromAnywhere(const std::string& path) {
-    if (path.empty() || isAbsolute(path)) return path;
-    return tv::plat::currentDirectory() + '/' + path;
+    if (path.empty()) return path;
+    return tv::settings::besides(tv::plat::currentDirectory() + '/', path);
 }
 
 // On Windows no other machine can use what is written; elsewhere nobody else can read it.
@@ -64,26 +62,11 @@ Strictest strictest(const Walk& walk, const Endpoint& endpoint) {
     return seen;
 }
 
-// Nothing that was there is touched.
-Failure write(const std::string& path, const std::string& text) {
-    tv::plat::SysFile file;
-    if (!file.openNew(path)) {
-        return Failure(Cause::SettingsUnusable, path +
-                                                    " cannot be made (what exists is not "
-                                                    "overwritten): " +
-                                                    tv::plat::lastErrorWords());
-    }
-    const bool good = file.write(text.data(), text.size());
-    if (file.close() && good) return {};
-    tv::plat::removeFile(path);
-    return Failure(Cause::SettingsUnusable, path + " cannot be written");
-}
-
-// By the file alone, without a login: there is one in all.
-Failure tryFile(const Walk& walk, const std::string& path) {
+// By the text alone, without a login: there is one in all.
+Failure tryText(const Walk& walk, const std::string& path, const std::string& text) {
     tv::settings::Settings file;
-    std::vector<std::pair<std::string, tv::plat::FileStamp>> seen;
-    if (Failure failure = tv::settings::readSettings(path, file, seen)) return failure;
+    Seen seen;
+    if (Failure failure = tv::settings::settingsOf(text, path, file, seen)) return failure;
     file.revision = 1;
     tv::SmtpConnImpl connection;
     connection.settings.connectTimeoutMs = connectTimeoutMs(walk.limitMs());
@@ -99,24 +82,41 @@ Failure tryFile(const Walk& walk, const std::string& path) {
     return failure;
 }
 
+// Nothing that was there is touched, and nothing is left that a send would refuse.
+Failure write(const std::string& path, const std::string& text) {
+    tv::plat::SysFile file;
+    if (!file.openNew(path)) {
+        return Failure(Cause::SettingsUnusable, path +
+                                                    " cannot be made (what exists is not "
+                                                    "overwritten): " +
+                                                    tv::plat::lastErrorWords());
+    }
+    const bool good = file.write(text.data(), text.size());
+    Failure failure;
+    tv::settings::Settings read;
+    Seen seen;
+    if (file.close() && good) {
+        failure = tv::settings::readSettings(path, read, seen);
+    } else {
+        failure = Failure(Cause::SettingsUnusable, path + " cannot be written");
+    }
+    if (failure) tv::plat::removeFile(path);
+    return failure;
+}
+
 }  // namespace
 
 void writeSettings(Walk& walk, const Endpoint& endpoint) {
     const Stopwatch watch;
     const std::string path = fromAnywhere(walk.options.write);
     std::string text = settingsText(strictest(walk, endpoint));
-    Failure failure = write(path, text);
+    const Failure untrue = tryText(walk, path, text);
+    const Failure unwritten = untrue ? Failure() : write(path, text);
     tv::plat::wipe(text.data(), text.size());
-    if (failure) {
-        Step step = failed("settings written", 0, watch.ms(), failure);
-        step.change = "Name another file with --write.";
+    if (untrue || unwritten) {
+        Step step = failed("settings written", 0, watch.ms(), untrue ? untrue : unwritten);
+        if (unwritten) step.change = "Name another file with --write.";
         walk.report.add(std::move(step));
-        return;
-    }
-    failure = tryFile(walk, path);
-    if (failure) {
-        tv::plat::removeFile(path);
-        walk.report.add(failed("settings written", 0, watch.ms(), failure));
         return;
     }
     if (!endpoint.trusted && !endpoint.pin.empty()) {
