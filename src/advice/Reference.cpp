@@ -59,7 +59,9 @@ constexpr Explanation kRows[] = {
      "The server will not speak any version of TLS that was offered.",
      "A server of the last century (SSL 3.0), or one whose lowest version is above ours."},
     {Stage::TlsHandshake, Cause::TlsPeerAlert, Cause::TlsPeerAlert,
-     "The server ended the connection with the alert \"certificate required\".",
+     "The server ended the connection with the alert \"certificate required\"; a client "
+     "certificate "
+     "was asked for, and there is none.",
      "The server wants a certificate of the client; there is none to show.",
      "A port for chosen clients or other mail servers alone."},
     {Stage::TlsHandshake, Cause::TlsPeerAlert, Cause::TlsPeerAlert, nullptr,

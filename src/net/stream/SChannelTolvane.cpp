@@ -106,6 +106,20 @@ std::string endedByAlert(std::string_view what, tls::Alert alert) {
            std::string(tls::alertName(alert)) + "\"";
 }
 
+// A server that will not go on without a certificate of the client ends the connection behind our
+// last flight, with one of several alerts or with none (RFC 5246, 7.4.6; RFC 8446, 4.4.2.4).
+std::string askedForCertificate(const tls::TlsProtocol& engine) {
+    using tls::Alert;
+    constexpr Alert kAlerts[] = {Alert::HandshakeFailure,   Alert::NoCertificate,
+                                 Alert::BadCertificate,     Alert::UnsupportedCertificate,
+                                 Alert::CertificateUnknown, Alert::UnknownCa,
+                                 Alert::AccessDenied,       Alert::CertificateRequired};
+    const Alert alert = engine.peerAlert().value_or(Alert::CertificateRequired);
+    const bool isMeant = engine.negotiated().clientCertificateAsked &&
+                         std::ranges::find(kAlerts, alert) != std::end(kAlerts);
+    return isMeant ? "; a client certificate was asked for, and there is none" : "";
+}
+
 // What went wrong in the handshake, for a sentence of the host's.
 std::string failureClause(const Failure& failure, const tls::TlsProtocol& engine, bool isFallback) {
     if (isFallback && refusesFallback(engine)) {
@@ -115,10 +129,12 @@ std::string failureClause(const Failure& failure, const tls::TlsProtocol& engine
                "trusted";
     }
     if (engine.failure() == Cause::TlsPeerAlert && engine.peerAlert()) {
-        return endedByAlert("TLS handshake", *engine.peerAlert());
+        return endedByAlert("TLS handshake", *engine.peerAlert()) + askedForCertificate(engine);
     }
     if (engine.failure() != Cause::None) return clause(tlsSentence(engine.failure()));
-    if (!failure.is(Cause::Timeout)) return "The connection was lost in the TLS handshake";
+    if (!failure.is(Cause::Timeout)) {
+        return "The connection was lost in the TLS handshake" + askedForCertificate(engine);
+    }
     if (failure.totalMs() == 0) return "Timeout in the TLS handshake";
     return "The TLS handshake took more than " + durationText(failure.totalMs());
 }
@@ -244,7 +260,8 @@ Failure SChannelTolvane::whyEnded() const {
     if (cause != Cause::TlsPeerAlert || engine_->textReceived()) {
         return Failure(Cause::ConnectionLost).because(cause);
     }
-    return Failure(Cause::ConnectionLost, endedByAlert("connection", *engine_->peerAlert()))
+    return Failure(Cause::ConnectionLost, endedByAlert("connection", *engine_->peerAlert()) +
+                                              askedForCertificate(*engine_))
         .because(cause)
         .at(Stage::TlsHandshake);
 }

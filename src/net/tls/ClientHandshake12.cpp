@@ -109,7 +109,7 @@ Cause ClientHandshake12::onMessage(LogBase& log, const HandshakeMessage& message
             failure = onServerKeyExchange(log, message.body);
             break;
         case HandshakeType::CertificateRequest:
-            clientCertificateAsked_ = true;
+            shared_.result.clientCertificateAsked = true;
             next_ = {HandshakeType::ServerHelloDone};
             failure = parseCertificateRequest12(message.body, shared_.result.version)
                           ? Cause::None
@@ -297,7 +297,7 @@ Cause ClientHandshake12::makeRsaPremaster() {
 Cause ClientHandshake12::sendKeyExchange() {
     static constexpr uint8_t kNoCertificates[] = {0, 0, 0};
     const bool sent =
-        (!clientCertificateAsked_ ||
+        (!shared_.result.clientCertificateAsked ||
          shared_.send(handshakeMessage(HandshakeType::Certificate, kNoCertificates))) &&
         shared_.send(handshakeMessage(HandshakeType::ClientKeyExchange, exchangeBody_));
     if (!sent) return Cause::OutOfMemory;

@@ -48,7 +48,6 @@ private:
     NextMessages next_;
     bool statusAnnounced_ = false;
     bool ticketAnnounced_ = false;
-    bool clientCertificateAsked_ = false;
     bool sentFinished_ = false;
     x509::PublicKey serverKey_;          // views into the chain in shared_
     std::vector<uint8_t> exchangeBody_;  // of our ClientKeyExchange

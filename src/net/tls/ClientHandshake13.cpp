@@ -114,7 +114,7 @@ Cause ClientHandshake13::onCertificateRequest(std::span<const uint8_t> body) {
     const Cause failure = parseCertificateRequest13(body, context);
     if (failure != Cause::None) return failure;
     if (!context.empty()) return Cause::TlsIllegalParameter;  // RFC 8446, 4.3.2
-    clientCertificateAsked_ = true;
+    shared_.result.clientCertificateAsked = true;
     next_ = {HandshakeType::Certificate};
     return Cause::None;
 }
@@ -168,7 +168,7 @@ Cause ClientHandshake13::finish(LogBase& log) {
     traffic_.server = master.serverTraffic(serverDone);
 
     bool sent = shared_.sendCompatibilityCcs();
-    if (sent && clientCertificateAsked_) {
+    if (sent && shared_.result.clientCertificateAsked) {
         static constexpr uint8_t kNone[] = {0, 0, 0, 0};  // no context, no certificates
         sent = shared_.send(handshakeMessage(HandshakeType::Certificate, kNone));
     }

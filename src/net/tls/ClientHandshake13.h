@@ -43,7 +43,6 @@ private:
     std::optional<HandshakeStage13> stage_;
     SecureBuffer clientHandshake_;
     SecureBuffer serverHandshake_;
-    bool clientCertificateAsked_ = false;
     x509::PublicKey serverKey_;  // views into the chain in shared_
     TrafficSecrets13 traffic_;
     bool done_ = false;

@@ -62,6 +62,7 @@ struct Negotiated {
     Group group = Group::None;
     bool resumed = false;
     bool extendedMasterSecret = false;
+    bool clientCertificateAsked = false;      // there is none to show
     std::vector<std::vector<uint8_t>> chain;  // DER, the server's own certificate first
     std::vector<uint8_t> leaf;                // that certificate; of a resumed session, too
     RenegotiationState renegotiation;

@@ -154,6 +154,7 @@ Cause TlsProtocol::onMessage(LogBase& log, const HandshakeMessage& message) {
     if (handshake_->serverHelloSeen()) {
         serverHelloSeen_ = true;
         negotiated_.version = handshake_->version();
+        negotiated_.clientCertificateAsked = handshake_->shared().result.clientCertificateAsked;
     }
     if (handshake_->done()) finishHandshake();
     return Cause::None;
@@ -242,6 +243,7 @@ Cause TlsProtocol::onCertificateRequest(const HandshakeMessage& message) {
     std::span<const uint8_t> context;
     const Cause failure = parseCertificateRequest13(message.body, context);
     if (failure != Cause::None) return failure;
+    negotiated_.clientCertificateAsked = true;
     ByteWriter body;
     body.vector8(context);
     body.u24(0);

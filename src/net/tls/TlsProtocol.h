@@ -51,6 +51,8 @@ public:
     bool closeNotifyReceived() const { return closeNotifyReceived_; }
     Cause failure() const { return failure_; }
     std::optional<Alert> peerAlert() const { return peerAlert_; }
+    // Whole after the handshake; of one that failed only its version, and whether a certificate of
+    // the client was asked for.
     const Negotiated& negotiated() const { return negotiated_; }
     // The newest session that this connection was given, without scope and verdict; at most once.
     std::optional<TlsSession> takeSession();
