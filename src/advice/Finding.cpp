@@ -17,7 +17,7 @@ void addWords(const Failure& failure, std::string& words) {
 
 }  // namespace
 
-Finding findingOf(const Failure& failure) {
+Finding findingOf(const Failure& failure, bool loggedIn) {
     Finding finding;
     if (!failure) return finding;
     finding.stage = failure.stage();
@@ -26,6 +26,7 @@ Finding findingOf(const Failure& failure) {
     finding.replyCode = failure.replyCode();
     addWords(failure, finding.words);
     finding.reply.append(failure.reply());
+    finding.loggedIn = loggedIn;
     return finding;
 }
 

@@ -22,7 +22,8 @@ struct Finding {
     explicit operator bool() const { return cause != Cause::None; }
 };
 
-Finding findingOf(const Failure& failure);
+// loggedIn: the server had taken a login on that connection.
+Finding findingOf(const Failure& failure, bool loggedIn = false);
 
 // Of the text of getLastError, made UTF-8. A transcript (after a failed send) says it in its last
 // line, before what may lie behind it; an account (after a failed trial) in the last line that is

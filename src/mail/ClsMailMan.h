@@ -40,6 +40,8 @@ public:
     // Why the last trial failed, and the last send; none where it did not. Not under the lock.
     const Failure& trialFailure() const { return trialFailure_; }
     const Failure& sendFailure() const { return lastFailure_; }
+    // The server had taken a login on the connection of the last send.
+    bool wasLoggedIn() const { return !smtp_.peer().login.empty(); }
 
     // Connects and greets the server over a connection of its own, without logging in. email: what
     // is to be sent then, for the line of the log of sends where that comes to nothing.

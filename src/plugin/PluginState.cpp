@@ -58,10 +58,10 @@ void keepLog(const settings::Settings* file, TvMailMan& mailMan) {
 }
 
 // What failed and what to change before all else, where the settings file asks for that; ANSI.
-std::string told(const settings::Settings* file, const Failure& failure, std::string text) {
+std::string told(const settings::Settings* file, const advice::Finding& finding, std::string text) {
     if (file && file->firstLine.value_or(false)) {
         text.insert(0, "\r\n");
-        text.insert(0, XString(advice::oneSentence(advice::findingOf(failure))).ansi());
+        text.insert(0, XString(advice::oneSentence(finding)).ansi());
     }
     return text;
 }
@@ -155,7 +155,8 @@ bool PluginState::send() {
     const Trial trial = trialOf(file.get());
     if (needsTrial(trial, inner) && !mailMan.VerifySmtpConnection(turn->email)) {
         keepLog(file.get(), mailMan);
-        lastError.set(told(file.get(), inner.trialFailure(), mailMan.LastErrorText().bytes()));
+        lastError.set(told(file.get(), advice::findingOf(inner.trialFailure()),
+                           mailMan.LastErrorText().bytes()));
         return false;
     }
     mailMan.ClearSmtpSessionLog();
@@ -178,7 +179,10 @@ bool PluginState::send() {
     } else if (!sent) {
         failure = mailMan.SmtpSessionLog().bytes();
     }
-    if (!sent) failure = told(file.get(), inner.sendFailure(), std::move(failure));
+    if (!sent) {
+        const auto finding = advice::findingOf(inner.sendFailure(), inner.wasLoggedIn());
+        failure = told(file.get(), finding, std::move(failure));
+    }
     if (file && !file->reuse.value_or(true)) inner.closeConnection();
     lastError.set(std::move(failure));
     return sent;

@@ -745,7 +745,10 @@ def test_the_first_line(site, trial):
     nobody = types.SimpleNamespace(port=1)
     told = site.send(nobody, host="127.0.0.1").err.split("\n")
     assert told[0] == "emailsend: " + told[1] and "host and port" in told[0] and told[2] == "TolvaneLog:"
-    with ScriptedServer(lambda _, command: "550 5.7.54 no relay\r\n" if command == "RCPT" else None) as server:
-        told = site.send(server, host="127.0.0.1").err.split("\n")
-        assert told[0] == "emailsend: " + told[1] and "user and password in [login]" in told[0]
-        assert told[2].startswith("220 ") and told[-2].startswith("NoValidRecipients: ")
+    replies = {"EHLO": "250-mail.example.test\r\n250 AUTH PLAIN\r\n", "AUTH": "235 2.7.0 welcome\r\n",
+               "RCPT": "550 5.7.54 no relay\r\n"}
+    with ScriptedServer(lambda _, command: replies.get(command)) as server:
+        for words, change in [((), "Log in (user and password in [login])"), (("--user", "anna"), "The login stood")]:
+            told = site.send(server, *words, host="127.0.0.1", EMAILSEND_PASSWORD="hidden").err.split("\n")
+            assert told[0] == "emailsend: " + told[1] and change in told[0]
+            assert told[2].startswith("220 ") and any(line.startswith("NoValidRecipients: ") for line in told[-3:])

@@ -96,8 +96,13 @@ std::string harmless(std::string_view text) {
 
 Step failed(std::string name, int32_t port, uint64_t ms, const tv::Failure& failure,
             bool loggedIn) {
-    Step step{std::move(name), port, ms, {}, {}, State::Failure, tv::advice::findingOf(failure)};
-    step.finding.loggedIn = loggedIn;
+    Step step{std::move(name),
+              port,
+              ms,
+              {},
+              {},
+              State::Failure,
+              tv::advice::findingOf(failure, loggedIn)};
     step.found = step.finding.words;
     step.change = tv::advice::whatToChange(tv::advice::adviceOn(step.finding), true);
     return step;
