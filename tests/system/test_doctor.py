@@ -46,6 +46,14 @@ def old_tls(folder):
     return server
 
 
+def chosen_clients(folder):
+    """Wants a certificate of the client; before TLS 1.3, where that ends the handshake."""
+    server = scripted({}, "lonely")(folder)
+    server.tls.load_verify_locations(folder / "root.pem")
+    server.tls.verify_mode, server.tls.maximum_version = ssl.CERT_REQUIRED, ssl.TLSVersion.TLSv1_2
+    return server
+
+
 @contextlib.contextmanager
 def at_port(number):
     yield type("Server", (), {"port": number})
@@ -110,6 +118,7 @@ CASES = {
     "TLS where clear text was asked for": (implicit, None, [], 76, "expects TLS from the first byte"),
     "clear text where TLS was asked for": (scripted({}, "lonely"), None, ["--tls", "implicit"], 76, "speaks clear text first"),
     "TLS 1.0 alone": (old_tls, None, [], 0, "no version of TLS that is still safe"),
+    "client certificate": (chosen_clients, None, ["--tls", "starttls"], 76, "a client certificate was asked for"),
     "expired": (lambda folder: Watched(folder, "expired"), VERIFY, [], 77, "The certificate has expired"),
     "signed by itself": (scripted({}, "lonely"), None, LOGIN, 0, "signed by itself"),
     "wrong name": (lambda folder: Watched(folder, "other"), VERIFY, [], 77, "was issued for another host"),
@@ -131,7 +140,8 @@ CASES = {
     "tarpit": (scripted({"EHLO": "250-mail.example.test\r\n"}), None, [], 69, "(overload, or a tarpit): its reply was not complete after 2 s"),
     "full disk": (scripted({"MAIL": "452 4.3.1 Insufficient system storage\r\n"}, "lonely"), None, TO, 75,
                   "Insufficient system storage"),
-    "unusable settings": (scripted({}, "lonely"), "[server]\nhots = x\n", [], 78, '"hots" is no key of [server]'),
+    "unusable settings": (scripted({}, "lonely"), "[server]\nhots = x\n", LOGIN, 78,
+                          '"hots" is no key of [server]; perhaps "host" of [server] is meant. Correct it first: until then'),
 }
 ON_WINDOWS = ["healthy", "healthy, with a login", "closed port", "signed by itself", "wrong password"]
 
@@ -285,6 +295,24 @@ def test_from_a_look_to_a_send_that_verifies(product, tmp_path, certificates, by
         server.tls.load_cert_chain(*make_certificate(tmp_path / "thief", "-addext", "subjectAltName=DNS:localhost"))
         sent, error = send(product, tmp_path, server.port, path)
         assert not sent and "none of those that are pinned" in error and len(server.messages) == 1
+
+
+def test_ctrl_c_in_the_trial_leaves_no_file(so, tmp_path, certificates):  # noqa: F811
+    trial, reached = 3, threading.Event()
+
+    def serve(number, command):
+        if (number, command) != (trial, "GREETING"):
+            return None
+        reached.set()
+        return ""
+
+    with ScriptedServer(serve) as server, start(
+            so, so.program, "doctor", "--host", "localhost", "--port", server.port, "--write", "new.ini", cwd=tmp_path,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        assert reached.wait(10)
+        process.send_signal(signal.SIGTERM)
+        assert process.communicate(timeout=10)[1] == b"emailsend: stopped; no message was being sent\n"
+    assert process.returncode == 130 and not list(tmp_path.iterdir())
 
 
 def test_nothing_is_written_of_what_does_not_work(so, tmp_path, certificates):  # noqa: F811

@@ -50,6 +50,13 @@ void tellFile(Walk& walk, uint64_t ms) {
     walk.report.add(std::move(step));
 }
 
+// The walk goes on by the command line alone, for what can be seen all the same.
+void tellUnusable(Walk& walk, uint64_t ms, const tv::Failure& failure) {
+    Step step = failed("settings file", 0, ms, failure);
+    step.change = "Correct it first: until then a send is refused, and nothing goes out.";
+    walk.report.add(std::move(step));
+}
+
 }  // namespace
 
 void findLibrary(Walk& walk) {
@@ -77,7 +84,7 @@ bool findHost(Walk& walk) {
     const tv::Failure unusable = walk.overlay->lay(quiet);
     walk.settingsUsable = !unreadable && !unusable;
     if (!walk.settingsUsable) {
-        walk.report.add(failed("settings file", 0, watch.ms(), unreadable ? unreadable : unusable));
+        tellUnusable(walk, watch.ms(), unreadable ? unreadable : unusable);
     } else if (!walk.file) {
         walk.report.add({"settings file",
                          0,

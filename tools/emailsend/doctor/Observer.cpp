@@ -46,7 +46,6 @@ void Observer::begin(Stage stage) {
     parts_[static_cast<size_t>(stage_)].ms += elapsedMs();
     stage_ = stage;
     begunMs_ = tv::plat::sysClock().tickMs();
-    parts_[static_cast<size_t>(stage)].replies.clear();
 }
 
 tv::Failure Observer::end(tv::Failure failure) {
@@ -67,6 +66,9 @@ bool Observer::enterContext(std::string_view name, int) {
     contexts_.emplace_back(name);
     if (name == "connectSocket_v2") {
         greeted_ = false;
+        for (Part& part : parts_) {
+            part.replies.clear();
+        }
         begin(Stage::Connect);
     }
     if (name == "SslHandshake") begin(Stage::TlsHandshake);
@@ -97,7 +99,10 @@ uint32_t Observer::heartbeatMs() const {
 
 void Observer::textEvent(std::string_view name, std::string_view text) {
     if (name == "SmtpCmdSent" && text.starts_with("HELO")) refusedEhlo_ = of(Stage::Ehlo).replies;
-    if (name == "SmtpCmdSent") begin(stageOfCommand(text, stage_));
+    if (name == "SmtpCmdSent") {
+        begin(stageOfCommand(text, stage_));
+        parts_[static_cast<size_t>(stage_)].replies.clear();
+    }
     if (name != "SmtpCmdResp") return;
     greeted_ = true;
     parts_[static_cast<size_t>(stage_)].replies.emplace_back(text);

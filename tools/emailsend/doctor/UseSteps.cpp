@@ -80,7 +80,16 @@ bool refuseInClear(Use& use) {
     return false;
 }
 
+// What the file asks for before a password is sent, as a pin, nobody knows.
+bool refuseUnsettled(Use& use) {
+    Step step{"login", use.endpoint.port, 0, "none was made: the settings file cannot be used", {}};
+    step.state = State::Warning;
+    use.walk.report.add(std::move(step));
+    return false;
+}
+
 bool tellLogin(Use& use) {
+    if (!use.walk.settingsUsable) return refuseUnsettled(use);
     const bool hasOffer = !use.endpoint.offer.authNames.empty();
     if (!use.connection.isTls() && hasOffer && !use.walk.options.loginInClear) {
         return refuseInClear(use);
