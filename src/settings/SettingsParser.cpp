@@ -192,6 +192,37 @@ bool decode(std::string_view bytes, uint32_t ansiCodePage, std::string& utf8) {
     return true;
 }
 
+// A value that is one word, number or address; false where it has not that form.
+bool readOne(const Form& form, Value& value) {
+    const auto isWithin = [&] {
+        return value.number >= form.lowest && value.number <= form.highest;
+    };
+    switch (form.kind) {
+        case Kind::Host:
+            return value.text.find(' ') == std::string::npos;
+        case Kind::Number:
+            return readWhole(value.text, value.number) && isWithin();
+        case Kind::Size:
+            return readSize(value.text, value.number) && isWithin();
+        case Kind::Duration:
+            return readDuration(value.text, value.number) && isWithin();
+        case Kind::YesNo:
+            return findChoice("no, yes", value.text, value.number);
+        case Kind::Choice:
+            return findChoice(form.choices, value.text, value.number);
+        case Kind::Mailbox:
+            return isMailbox(value.text);
+        case Kind::NamedMailbox:
+            return isNamedMailbox(value.text);
+        case Kind::Field:
+            return isFurtherField(value.text);
+        case Kind::Address:
+            return plat::parseIp(value.text).has_value();
+        default:  // Text
+            return true;
+    }
+}
+
 constexpr std::string_view kProtected = "dpapi:";
 
 // Puts what "dpapi:..." protects in its place. Returns what is wrong, or nothing.
@@ -327,10 +358,7 @@ std::string Parser::takeValue(const Key& key, std::string_view written) {
     for (const char c : value.text) {
         if (static_cast<unsigned char>(c) < ' ') return name + " holds a control character";
     }
-    bool good = true;
     switch (key.form.kind) {
-        case Kind::Text:
-            break;
         case Kind::Secret:
             if (!value.text.starts_with(kProtected)) {
                 out_.plainSecrets.push_back(file_);
@@ -338,54 +366,20 @@ std::string Parser::takeValue(const Key& key, std::string_view written) {
                 return name + wrong;
             }
             break;
-        case Kind::Host:
-            good = value.text.find(' ') == std::string::npos;
-            break;
-        case Kind::Number:
-            good = readWhole(value.text, value.number) && value.number >= key.form.lowest &&
-                   value.number <= key.form.highest;
-            break;
-        case Kind::Size:
-            good = readSize(value.text, value.number) && value.number >= key.form.lowest &&
-                   value.number <= key.form.highest;
-            break;
-        case Kind::Duration:
-            good = readDuration(value.text, value.number) && value.number >= key.form.lowest &&
-                   value.number <= key.form.highest;
-            break;
-        case Kind::YesNo:
-            good = findChoice("no, yes", value.text, value.number);
-            break;
-        case Kind::Choice:
-            good = findChoice(key.form.choices, value.text, value.number);
-            break;
         case Kind::Choices:
         case Kind::KeyPins:
         case Kind::NameServers:
         case Kind::Mailboxes:
             return takeWords(key, value.text);
-        case Kind::Mailbox:
-            good = isMailbox(value.text);
-            break;
-        case Kind::NamedMailbox:
-            good = isNamedMailbox(value.text);
-            break;
-        case Kind::Field:
-            good = isFurtherField(value.text);
-            break;
-        case Kind::Address:
-            good = plat::parseIp(value.text).has_value();
-            break;
         case Kind::File:
         case Kind::Target:
         case Kind::SecretLine:
-        case Kind::SecretFile: {
-            std::string wrong = takeFile(key, value);
-            if (!wrong.empty()) return wrong;
+        case Kind::SecretFile:
+            if (std::string wrong = takeFile(key, value); !wrong.empty()) return wrong;
             break;
-        }
+        default:
+            if (!readOne(key.form, value)) return wanted + instead;
     }
-    if (!good) return wanted + instead;
     key.store(out_, value);
     return {};
 }

@@ -73,7 +73,7 @@ bool findAddresses(Walk& walk);
 bool tryAddresses(Walk& walk, int32_t port);
 // Greeting, EHLO, TLS and what the server offers.
 void lookAt(Walk& walk, int32_t port);
-// Of the endpoint's TLS; host: whom it was taken for.
+// Of the endpoint's TLS: whose it is, what verification says of it, its pin.
 void judgeCertificate(Walk& walk, Endpoint& endpoint);
 // The one that a message would best go through; null where none serves.
 Endpoint* bestEndpoint(Walk& walk);
