@@ -50,6 +50,8 @@ constexpr Advice kReplies[] = {
     {5, Stage::None, Cause::None,
      "authentication required|authentication is required|not authenticated|5.7.57",
      "The server wants a login: {login}."},
+    {0, Stage::None, Cause::None, "client certificate|alert \"certificate required\"",
+     "The server wants a client certificate: have this client exempted, or use another port."},
     // Who may send.
     {0, Stage::None, Cause::None, "5.7.60|sendasdenied|not owned by|to send as|send on behalf",
      "This login may not send as this sender: use its own address ({from})."},
@@ -91,7 +93,7 @@ constexpr Advice kReplies[] = {
     {0, Stage::None, Cause::None, "4.5.3|5.5.3|too many recipients",
      "The server takes no message for so many recipients: send it to fewer at a time."},
     // Greeting and introduction.
-    {421, Stage::Greeting, Cause::None, nullptr,
+    {421, Stage::None, Cause::None, nullptr,
      "The server is busy or limits this client: send again later."},
     {0, Stage::Greeting, Cause::GreetingError, nullptr,
      "The server does not serve this address: have it allowed there."},
@@ -100,8 +102,6 @@ constexpr Advice kReplies[] = {
     // The envelope and the message.
     {0, Stage::Sender, Cause::None, "5.1.8|4.1.8|5.1.7|domain not found|sender domain",
      "Correct the domain of the sender ({from})."},
-    {421, Stage::None, Cause::None, nullptr,
-     "The server is busy or limits this client: send again later."},
     {4, Stage::Login, Cause::None, nullptr,
      "The server cannot check logins now: send again later."},
     {4, Stage::None, Cause::None, nullptr,
@@ -155,8 +155,6 @@ constexpr Advice kCauses[] = {
      "Let TLS 1.3 pass to the server, or do without it{versions}."},
     {0, Stage::None, Cause::None, "alert \"protocol version\"",
      "Have the server speak TLS 1.2 or 1.3; 1.0 to 1.3 are offered{versions}."},
-    {0, Stage::None, Cause::None, "alert \"certificate required\"|client certificate was asked for",
-     "The server wants a client certificate: have this client exempted, or use another port."},
     {0, Stage::None, Cause::TlsVersionNotOffered, nullptr,
      "Have the server speak TLS 1.2 or 1.3; 1.0 to 1.3 are offered{versions}."},
     {0, Stage::None, Cause::TlsDowngrade, nullptr,

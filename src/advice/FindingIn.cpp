@@ -129,6 +129,12 @@ constexpr Sentence kSteps[] = {
     {"reply to HELO", Cause::None, Stage::Ehlo},
     {"reply to STARTTLS", Cause::None, Stage::StartTls},
     {"reply to AUTH ", Cause::None, Stage::Login},
+    {"sending MAIL FROM:", Cause::None, Stage::Sender},
+    {"sending RCPT TO:", Cause::None, Stage::Recipients},
+    {"sending DATA", Cause::None, Stage::Data},
+    {"sending EHLO", Cause::None, Stage::Ehlo},
+    {"sending HELO", Cause::None, Stage::Ehlo},
+    {"sending STARTTLS", Cause::None, Stage::StartTls},
     {"reply to NTLM ", Cause::None, Stage::Login},
     {"reply to *", Cause::None, Stage::Login},
 };

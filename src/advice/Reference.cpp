@@ -256,8 +256,8 @@ void addReplies(std::string& out) {
         "it | what to change |\n|---|---|---|---|\n";
     for (const Advice& row : replyAdvices()) {
         out += "| " + codeWords(row.code) + " | " + stageCell(row.stage) + " | " +
-               replaceAll(row.phrases ? row.phrases : "", "|", ", ") + " | " + whatToChange(row) +
-               " |\n";
+               replaceAll(row.phrases ? row.phrases : "", "|", ", ") +
+               (row.loggedIn ? " (after a login)" : "") + " | " + whatToChange(row) + " |\n";
     }
 }
 

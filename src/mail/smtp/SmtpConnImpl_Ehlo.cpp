@@ -27,7 +27,11 @@ Failure SmtpConnImpl::ehloOrHelo(CallContext& call) {
     if (!failure.is(Cause::GreetingError)) return failure;
     // A server of RFC 821 knows no EHLO; its refusal of HELO then is what counts.
     const LogContextExitor context(call.log, "heloCommand");
-    return greetServer(call, "HELO");
+    Failure again = greetServer(call, "HELO");
+    // Who ended the connection with its refusal (RFC 5321, 3.8: 421) hears no HELO.
+    if (!again.is(Cause::ConnectionLost)) return again;
+    call.log.logError(failure.text());
+    return failure;
 }
 
 Failure SmtpConnImpl::greetServer(CallContext& call, std::string_view verb) {
