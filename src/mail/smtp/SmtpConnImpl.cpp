@@ -10,6 +10,7 @@
 #include "log/LogContextExitor.h"
 #include "log/LogNull.h"
 #include "mail/oauth2/OAuth2ClientCredentials.h"
+#include "mail/sasl/Sasl.h"
 #include "mail/smtp/ReplyHints.h"
 #include "mail/smtp/SmtpCommand.h"
 #include "mail/smtp/SmtpFailure.h"
@@ -50,6 +51,12 @@ std::string_view faultOf(ReplyState state) {
     static_assert(kMaxReplyLines == 1000 && kMaxReplyBytes == 1 << 20 && kMaxReplyLine == 1 << 16);
     if (state == ReplyState::TooManyLines) return "has more than 1000 lines";
     return state == ReplyState::TooLarge ? "has more than 1 MiB" : kNoReply;
+}
+
+// Of a command or a response to a challenge: the part with the credential.
+std::string_view lastWord(std::string_view line) {
+    line = trimmed(line);
+    return line.substr(line.find_last_of(' ') + 1);
 }
 
 std::string awaited(std::string_view command) {
@@ -99,6 +106,8 @@ Failure SmtpConnImpl::queueCommand(LogBase& log, std::string_view command, bool 
     sessionLog_.addCommand(shown);
     queue_.push_back({shown, stepName(secret ? kSecret : command)});
     queuedSecret_ = queuedSecret_ || secret;
+    credential_.clear();
+    if (secret) credential_.append(lastWord(command));
     return {};
 }
 
@@ -139,6 +148,8 @@ Failure SmtpConnImpl::readSmtpResponse(CallContext& call, std::string_view comma
         line.clear();
         const bool isFirst = reader.reply().lines.empty();
         if (Failure failure = receiveLine(call, command, isFirst, line)) return failure;
+        if (!hideCredential(line))
+            return fail(call.log, Cause::OutOfMemory, "No memory for a reply.");
         noteReplyLine(call, line.text());
         const ReplyState state = reader.addLine(line.text());
         if (state == ReplyState::Complete) {
@@ -185,6 +196,21 @@ std::string SmtpConnImpl::unfinishedLine(CallContext& call) {
     if (!socket_->hasBufferedInput() || socket_->receiveBytes(call, rest, 1)) return {};
     const std::string_view line = trimmed(rest.text().substr(0, kShown));
     return " (a line without its end had come: " + readable(line) + ")";
+}
+
+// A server that says again what it was sent would put the password into every log. Base64 of a few
+// letters may stand in any reply, and a challenge has to stay as it is (RFC 4954, 4).
+bool SmtpConnImpl::hideCredential(DataBuffer& line) const {
+    constexpr size_t kTelling = 8;
+    const std::string_view credential = saslText(credential_);
+    if (credential.size() < kTelling || line.text().find(credential) == std::string_view::npos ||
+        line.text().starts_with('3')) {
+        return true;
+    }
+    const std::string shown = replaceAll(line.text(), credential, kSecret);
+    plat::wipe(line.data(), line.size());
+    line.clear();
+    return line.append(shown);
 }
 
 void SmtpConnImpl::noteReplyLine(CallContext& call, std::string_view line) {
@@ -260,7 +286,8 @@ std::optional<SmtpResponse> SmtpConnImpl::lastWords(CallContext& call, const Fai
     ReplyState state = ReplyState::NeedMore;
     DataBuffer line;
     while (state == ReplyState::NeedMore &&
-           !socket_->receiveUntilMatch(call, line, "\r\n", kMaxReplyLine, limitMs)) {
+           !socket_->receiveUntilMatch(call, line, "\r\n", kMaxReplyLine, limitMs) &&
+           hideCredential(line)) {
         noteReplyLine(call, line.text());
         state = reader.addLine(line.text());
         line.clear();

@@ -142,6 +142,7 @@ private:
                         DataBuffer& line);
     std::string adviceForSilence() const;
     std::string unfinishedLine(CallContext& call);
+    [[nodiscard]] bool hideCredential(DataBuffer& line) const;
     void noteReplyLine(CallContext& call, std::string_view line);
     Failure badReply(CallContext& call, std::string_view command, std::string_view fault,
                      std::string_view line);
@@ -173,6 +174,8 @@ private:
     std::vector<QueuedCommand> queue_;
     DataBuffer queuedBytes_;
     bool queuedSecret_ = false;
+    SecureBuffer
+        credential_;  // as the last command bore it over the line; empty where it bore none
     Sent lastSent_ = Sent::Nothing;
     SmtpSessionLog sessionLog_;
 };
