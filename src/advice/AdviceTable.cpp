@@ -167,6 +167,8 @@ constexpr Advice kCauses[] = {
      "The port speaks clear text first: {starttls}, or the server's TLS port (465)."},
     {0, Stage::None, Cause::None, "Timeout in the TLS handshake|TLS handshake took more",
      "The port may want STARTTLS instead (587, 25): {starttls}."},
+    {0, Stage::TlsHandshake, Cause::None, "said nothing for",
+     "The port may want STARTTLS instead (587, 25): {starttls}."},
     {0, Stage::TlsHandshake, Cause::None, nullptr,
      "Have the server's TLS mended, or a firewall that inspects it."},
     {0, Stage::StartTls, Cause::None, nullptr,
