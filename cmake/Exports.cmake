@@ -35,9 +35,10 @@ function(tv_write_def exports imports)
     file(CONFIGURE OUTPUT ${imports} CONTENT "${imported}" @ONLY)
 endfunction()
 
-# tv_write_map(FILE): what the shared object shows.
+# tv_write_map(FILE): what the shared object shows, and under which version. Hosts that were linked ask
+# for it: a function that comes later gets a version of its own, and this one never changes.
 function(tv_write_map path)
     list(JOIN TV_EXPORTS ";\n        " names)
     file(CONFIGURE OUTPUT ${path} CONTENT
-        "{\n    global:\n        ${names};\n    local:\n        *;\n};\n" @ONLY)
+        "EMAILSENDING_1.0 {\n    global:\n        ${names};\n    local:\n        *;\n};\n" @ONLY)
 endfunction()

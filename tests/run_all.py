@@ -32,6 +32,7 @@ import wine  # noqa: E402
 
 RESULTS = ROOT / "build" / "results"
 PRESETS = ("native", "asan", "asan32", "tsan", "win32")
+LIBRARIES = ("native32",)  # presets without test programs
 CHECKS = {
     "includes": [sys.executable, "tests/check_includes.py"],
     "format": ["./run", "format", "--check"],
@@ -41,7 +42,7 @@ NO_HISTORY = 77  # exit code of a check that had nothing to compare with
 # Servers are waited for more than computed with: one process more than there are processors.
 SYSTEM = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-o", "junit_family=xunit2",
           "-n", str(os.cpu_count() + 1), "--dist", "loadfile", "tests/system"]
-SYSTEM_NEEDS = ("native", "asan", "win32")
+SYSTEM_NEEDS = ("native", *LIBRARIES, "asan", "win32")
 PARTS = (*CHECKS, *PRESETS, "system")
 PROGRAM_SECONDS, PART_SECONDS = 900, 3600
 MAY_SKIP = re.compile("CPU|this machine|vectors|git history")
@@ -139,7 +140,7 @@ def run_part(part, parts, chosen, env):
     """What comes of it where it is asked for; a preset is built where the system's tests need it."""
     only = chosen if part == "native" and part not in parts else []
     whole = part in parts or ("system" in parts and part in SYSTEM_NEEDS)
-    if part in PRESETS and (whole or only):
+    if part in (*PRESETS, *LIBRARIES) and (whole or only):
         targets = [] if whole else ["--target", *only]
         for command in (["cmake", "--preset", part], ["cmake", "--build", "--preset", part, *targets]):
             code, output = run(command, f"build-{part}")
@@ -166,7 +167,7 @@ def main():
     RESULTS.mkdir(parents=True)
     results, env, chosen = [], dict(os.environ), [rooms()[part] for part in parts if part in rooms()]
     with contextlib.ExitStack() as stack:
-        for part in PARTS:
+        for part in (*LIBRARIES, *PARTS):
             if part == "win32" and {part, "system"} & {*parts}:
                 try:
                     env = stack.enter_context(wine.WineSession()).env

@@ -36,7 +36,7 @@ def _product(name):
     return pytest.fixture(scope="session")(product)
 
 
-so, dll, asan = map(_product, ("so", "dll", "asan"))
+so, native32, dll, asan = map(_product, ("so", "native32", "dll", "asan"))
 
 
 @pytest.fixture(scope="session", params=["so", "dll"])

@@ -1,4 +1,5 @@
 """The finished files from outside: what they export, what they need, how they are linked."""
+import json
 import re
 import subprocess
 
@@ -7,6 +8,12 @@ import pytest
 from products import EXPORTS, ROOT
 
 MAX_DLL_BYTES = 1_350_000
+VERSION = "EMAILSENDING_1.0"
+# The versions of the systems that have to do: of 64 bits Debian 10, Red Hat 8, Ubuntu 18.10; of 32
+# bits, whose times go beyond 2038, Debian 12.
+OLDEST = {"so": {"GLIBC": (2, 28), "GLIBCXX": (3, 4, 22), "CXXABI": (1, 3, 11), "GCC": (3, 4)},
+          "native32": {"GLIBC": (2, 34), "GLIBCXX": (3, 4, 22), "CXXABI": (1, 3, 11), "GCC": (7, 0, 0)}}
+HARDENED = {"relro": "full", "canary": "yes", "nx": "yes", "pie": "dso", "rpath": "no", "runpath": "no"}
 SYSTEM_LIBRARIES = {"libstdc++.so.6", "libm.so.6", "libgcc_s.so.1", "libc.so.6"}
 
 
@@ -34,12 +41,27 @@ def test_dll_exports_the_decorated_names_alone_and_each_realigns_the_stack(dll, 
 
 def test_shared_object(so):
     symbols = tool_output("nm", "-D", "--defined-only", so.library)
-    assert sorted(line.split()[-1] for line in symbols.splitlines()) == sorted(EXPORTS)
-    needed = set(re.findall(r"NEEDED +(?!ld-linux)(\S+)", tool_output("objdump", "-p", so.library)))
+    assert sorted(line.split()[-1] for line in symbols.splitlines()) == sorted(
+        [VERSION, *(f"{name}@@{VERSION}" for name in EXPORTS)])
+    headers = tool_output("objdump", "-p", so.library)
+    assert re.search(r"SONAME +libemailsending\.so\.1\n", headers)
+    needed = set(re.findall(r"NEEDED +(?!ld-linux)(\S+)", headers))
     assert needed and needed <= SYSTEM_LIBRARIES
     # Nothing runs at exit.
     undefined = tool_output("nm", "-D", "--undefined-only", so.library)
     assert "__cxa_atexit" not in undefined and "__cxa_thread_atexit" not in undefined
+
+
+@pytest.mark.parametrize("build", OLDEST)
+def test_shared_object_runs_on_older_systems_and_is_hardened(build, request):
+    library, newest = request.getfixturevalue(build).library, {}
+    references = tool_output("objdump", "-p", library).split("Version References:")[1]
+    for kind, number in re.findall(r" ([A-Z]+)_([\d.]+)$", references, re.M):
+        newest[kind] = max(newest.get(kind, ()), tuple(map(int, number.split("."))))
+    assert newest.keys() == OLDEST[build].keys()
+    assert {kind: number for kind, number in newest.items() if number > OLDEST[build][kind]} == {}
+    [found] = json.loads(tool_output("checksec", "--output=json", f"--file={library}")).values()
+    assert {word: found[word] for word in HARDENED} == HARDENED
 
 
 @pytest.mark.parametrize("file", ["library", "program"])

@@ -1,17 +1,20 @@
 """The finished libraries in hosts of all kinds: odd stacks and floating-point states, NULL
 everywhere, linked instead of loaded, unloaded with a connection open, without a desktop."""
+import concurrent.futures
+import ctypes
 import re
+import threading
 
 import pytest
 
 from products import EXPORTS, Host
 from programs import run
 from receiver import Receiver
-from scripted import silent_server
+from scripted import ScriptedServer, silent_server
 
 # Stack offset, x87 control word, MXCSR; none as the compiler of the host does it.
 ENTRIES = {
-    "so as it comes": "", "dll aligned": "0 37f 1f80", "dll offset 4": "4 37f 1f80", "dll offset 8": "8 37f 1f80",
+    "so as it comes": "", "native32 as it comes": "", "dll aligned": "0 37f 1f80", "dll offset 4": "4 37f 1f80", "dll offset 8": "8 37f 1f80",
     "dll offset 12": "12 37f 1f80", "dll in Delphi": "4 1332 1900", "dll everything unmasked": "12 300 0"}
 
 
@@ -42,6 +45,31 @@ def test_linked_host(product, receiver, tmp_path):
     [message] = receiver.messages
     assert message.parsed()["Subject"] == "linked" and message.sender == "host@example.test"
     assert message.recipients == ["to@example.test", "cc@example.test", "bcc@example.test"]
+
+
+@pytest.mark.timeout(30)  # a thread that is not woken
+def test_threads_wait_for_their_turns(so):
+    busy, let_go = threading.Event(), threading.Event()
+
+    def plan(_, command):
+        if command == ".":
+            busy.set()
+            let_go.wait(20)
+
+    library = ctypes.CDLL(str(so.library))
+    with ScriptedServer(plan) as server, concurrent.futures.ThreadPoolExecutor(4) as pool:
+        library.Initialise()
+        library.setSmtpHost(b"127.0.0.1")
+        library.setSmtpPort(server.port)
+        library.setFromAddress(b"host@example.test")
+        assert library.setRecipient(b"to@example.test") == 1
+        sending = pool.submit(library.szBrisko)
+        assert busy.wait(20)
+        others = [pool.submit(library.setRecipient, b"next@example.test") for _ in range(3)]
+        assert concurrent.futures.wait(others, 0.2).done == set()
+        let_go.set()
+        assert [call.result() for call in (sending, *others)] == [1] * 4
+        library.Initialise()
 
 
 @pytest.mark.timeout(25)  # less than any time-out of a connection

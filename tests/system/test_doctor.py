@@ -193,7 +193,7 @@ def test_what_it_says(build, case, request, tmp_path, certificates):  # noqa: F8
         port = ["--port", server.port] if server.port != 587 else []
         words = ["--host", "localhost", *port, "--limit", 2, *words]
         done = ward.see(*words, **env)
-    names = {product.path(tmp_path / "mail.ini"): "FILE", product.path(product.library): "LIBRARY",
+    names = {product.path(tmp_path / "mail.ini"): "FILE", product.path(product.library.resolve()): "LIBRARY",
              product.path(product.library.parent) + ("\\" if build == "dll" else "/"): "BESIDE/",
              product.path(certificates): "CERTS", SERVERS["nobody"]: "NOBODY", SERVERS["dnsmasq"]: "REFUSING",
              "\\root.pem": "/root.pem", str(server.port): "PORT",

@@ -25,27 +25,35 @@ int openRetrying(const std::string& path, int flags) {
     return fd;
 }
 
-FileStamp stampOf(const struct stat& info) {
+// statx: what glibc has under the names stat and fstat is of version 2.33.
+bool look(int fd, struct statx& out) {
+    return statx(fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS, &out) == 0;
+}
+
+bool lookAt(std::string_view utf8Path, struct statx& out) {
+    return statx(AT_FDCWD, std::string(utf8Path).c_str(), 0, STATX_BASIC_STATS, &out) == 0;
+}
+
+bool isKind(const struct statx& info, unsigned kind) {
+    return (info.stx_mode & S_IFMT) == kind;
+}
+
+FileStamp stampOf(const struct statx& info) {
     constexpr uint64_t kTicksPerSecond = 10000000;
     constexpr uint64_t kSecondsFrom1601To1970 = 11644473600;
     FileStamp stamp;
-    stamp.size = static_cast<uint64_t>(info.st_size);
-    const auto seconds = static_cast<uint64_t>(info.st_mtim.tv_sec) + kSecondsFrom1601To1970;
-    stamp.modified = seconds * kTicksPerSecond + static_cast<uint64_t>(info.st_mtim.tv_nsec) / 100;
+    stamp.size = info.stx_size;
+    const auto seconds = static_cast<uint64_t>(info.stx_mtime.tv_sec) + kSecondsFrom1601To1970;
+    stamp.modified = seconds * kTicksPerSecond + info.stx_mtime.tv_nsec / 100;
     // One file system has the settings of a machine: its device shifts what would be alike.
     stamp.identity =
-        static_cast<uint64_t>(info.st_ino) ^ (static_cast<uint64_t>(info.st_dev) << 40);
+        info.stx_ino ^ (uint64_t{info.stx_dev_major} << 52) ^ (uint64_t{info.stx_dev_minor} << 40);
     return stamp;
 }
 
-bool isRegular(int fd) {
-    struct stat info;
-    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
-}
-
-bool isFifo(int fd) {
-    struct stat info;
-    return fstat(fd, &info) == 0 && S_ISFIFO(info.st_mode);
+bool isOfKind(int fd, unsigned kind) {
+    struct statx info;
+    return look(fd, info) && isKind(info, kind);
 }
 
 }  // namespace
@@ -55,7 +63,7 @@ bool SysFile::openRead(std::string_view utf8Path) {
     // O_NONBLOCK: a FIFO without a writer must not hold the host up.
     const int fd = openRetrying(std::string(utf8Path), O_RDONLY | O_NONBLOCK);
     if (fd < 0) return false;
-    if (!isRegular(fd)) {
+    if (!isOfKind(fd, S_IFREG)) {
         ::close(fd);
         return false;
     }
@@ -69,7 +77,7 @@ bool SysFile::openAppend(std::string_view utf8Path) {
     const int fd = openRetrying(std::string(utf8Path), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK);
     if (fd < 0) return false;
     // A reader that goes away would end the host, by SIGPIPE.
-    if (isFifo(fd)) {
+    if (isOfKind(fd, S_IFIFO)) {
         ::close(fd);
         return false;
     }
@@ -85,9 +93,9 @@ bool SysFile::openNew(std::string_view utf8Path) {
 }
 
 bool SysFile::size(uint64_t& out) const {
-    struct stat info;
-    if (!isOpen() || fstat(descriptor(handle_), &info) != 0) return false;
-    out = static_cast<uint64_t>(info.st_size);
+    struct statx info;
+    if (!isOpen() || !look(descriptor(handle_), info)) return false;
+    out = info.stx_size;
     return true;
 }
 
@@ -103,17 +111,17 @@ bool SysFile::read(void* out, size_t size, size_t& got) {
 }
 
 std::string SysFile::distrust(std::string_view, bool& othersRead) const {
-    struct stat info;
-    if (!isOpen() || fstat(descriptor(handle_), &info) != 0) return "cannot be read";
-    if (info.st_uid != 0 && info.st_uid != geteuid()) return "belongs to another user";
-    if ((info.st_mode & S_IWOTH) != 0) return "can be changed by anybody";
-    othersRead = (info.st_mode & S_IROTH) != 0;
+    struct statx info;
+    if (!isOpen() || !look(descriptor(handle_), info)) return "cannot be read";
+    if (info.stx_uid != 0 && info.stx_uid != geteuid()) return "belongs to another user";
+    if ((info.stx_mode & S_IWOTH) != 0) return "can be changed by anybody";
+    othersRead = (info.stx_mode & S_IROTH) != 0;
     return {};
 }
 
 bool SysFile::stamp(FileStamp& out) const {
-    struct stat info;
-    if (!isOpen() || fstat(descriptor(handle_), &info) != 0) return false;
+    struct statx info;
+    if (!isOpen() || !look(descriptor(handle_), info)) return false;
     out = stampOf(info);
     return true;
 }
@@ -148,13 +156,13 @@ bool SysFile::close() {
 }
 
 bool isRegularFile(std::string_view utf8Path) {
-    struct stat info;
-    return stat(std::string(utf8Path).c_str(), &info) == 0 && S_ISREG(info.st_mode);
+    struct statx info;
+    return lookAt(utf8Path, info) && isKind(info, S_IFREG);
 }
 
 bool fileStamp(std::string_view utf8Path, FileStamp& out) {
-    struct stat info;
-    if (stat(std::string(utf8Path).c_str(), &info) != 0) return false;
+    struct statx info;
+    if (!lookAt(utf8Path, info)) return false;
     out = stampOf(info);
     return true;
 }
