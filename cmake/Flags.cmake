@@ -21,6 +21,9 @@ if(WIN32)
     target_compile_definitions(tv_flags INTERFACE
         _WIN32_WINNT=0x0601 WINVER=0x0601 WIN32_LEAN_AND_MEAN NOMINMAX UNICODE _UNICODE
         __USE_MINGW_ANSI_STDIO=1)
+    # Smaller files: what -Os makes of a constructor under its two names comes as one copy for each object
+    # file, and so does the compiler's line about itself.
+    target_compile_options(tv_flags INTERFACE -fno-declone-ctor-dtor -fno-ident)
     target_link_options(tv_flags INTERFACE
         -static -static-libgcc -static-libstdc++ -fstack-protector-strong
         -Wl,--dynamicbase,--nxcompat)

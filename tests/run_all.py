@@ -6,8 +6,8 @@
 
 includes is check_includes.py; format is whether clang-format would change a file; lint is clang-tidy
 over what changed in src/ since the last tag. Of each preset (native to win32) CTest runs the programs
-that are registered with it, the Windows ones under Wine. system drives the products of native, asan
-and win32 against mail servers on loopback. A room is the one native program of the tests in that
+that are registered with it, the Windows ones under Wine. system drives the products of native, native32,
+asan and win32 against mail servers on loopback. A room is the one native program of the tests in that
 folder: nothing else is built. Reports and logs stay in build/results.
 
 A program that crashes, hangs, is not built or leaves no count is a failure. So is a skipped test where

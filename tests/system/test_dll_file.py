@@ -2,10 +2,14 @@
 import json
 import re
 import subprocess
+import sys
 
 import pytest
 
 from products import EXPORTS, ROOT
+
+sys.path.insert(0, str(ROOT / "tools"))
+import dll_bytes  # noqa: E402
 
 MAX_DLL_BYTES = 1_350_000
 VERSION = "EMAILSENDING_1.0"
@@ -92,3 +96,11 @@ def test_dll_is_relocatable_stripped_and_small(dll, headers):
     assert b"(null)" not in content and b"random_device" not in content
     for text in ("OriginalFilename", "emailsending.dll", "FileVersion", "1.0.0"):
         assert text.encode("utf-16-le") in content, text
+
+
+def test_the_table_of_the_bytes_adds_up(dll):
+    table = dll_bytes.count(dll.library.with_suffix(".map").read_text())
+    assert {"mime", "net/tls", "mail/smtp", "base/crypto", "plugin", "C++ run time", "relocations"} <= table.keys()
+    # But for headers, and what fills sections up.
+    missing = dll.library.stat().st_size - sum(sizes.total() for sizes in table.values())
+    assert 0 < missing < 8192
