@@ -1,9 +1,6 @@
 // What the headers of the standard library call in the run time of this machine and that of an
 // older system does not have. Part of the shared object alone, which shows none of it; glibc 2.28
 // and the run time of GCC 7 are enough for the rest.
-#include <pthread.h>
-#include <sys/single_threaded.h>
-
 #include <condition_variable>
 #include <new>
 
@@ -16,8 +13,6 @@ char __libc_single_threaded;
 namespace std {
 
 // GCC 11; the base class of what the library's own throws.
-[[noreturn]] void __throw_bad_array_new_length();
-
 void __throw_bad_array_new_length() {
     throw bad_alloc();
 }
@@ -25,7 +20,7 @@ void __throw_bad_array_new_length() {
 // GCC 12 gave it another version because it may now end by an exception where its thread is
 // cancelled.
 void condition_variable::wait(unique_lock<mutex>& lock) {
-    pthread_cond_wait(native_handle(), lock.mutex()->native_handle());
+    _M_cond.wait(*lock.mutex());
 }
 
 }  // namespace std
