@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """Builds and runs every test, adds up what they counted and ends with "N passed, N failed".
 
-    run_all.py [PART|ROOM...]    parts: includes format lint native asan asan32 tsan win32 system
+    run_all.py [PART|ROOM...]    parts: includes format lint native asan asan32 tsan win32 win64 system
                                  (all by default); rooms: the folders of tests/unit, as net/tls
 
 includes is check_includes.py; format is whether clang-format would change a file; lint is clang-tidy
-over what changed in src/ since the last tag. Of each preset (native to win32) CTest runs the programs
+over what changed in src/ since the last tag. Of each preset (native to win64) CTest runs the programs
 that are registered with it, the Windows ones under Wine. system drives the products of native, native32,
-asan and win32 against mail servers on loopback. A room is the one native program of the tests in that
+asan, win32 and win64 against mail servers on loopback. A room is the one native program of the tests in that
 folder: nothing else is built. Reports and logs stay in build/results.
 
 A program that crashes, hangs, is not built or leaves no count is a failure. So is a skipped test where
@@ -31,7 +31,7 @@ sys.path.insert(0, str(ROOT / "tests" / "fixtures"))
 import wine  # noqa: E402
 
 RESULTS = ROOT / "build" / "results"
-PRESETS = ("native", "asan", "asan32", "tsan", "win32")
+PRESETS = ("native", "asan", "asan32", "tsan", "win32", "win64")
 LIBRARIES = ("native32",)  # presets without test programs
 CHECKS = {
     "includes": [sys.executable, "tests/check_includes.py"],
@@ -42,7 +42,8 @@ NO_HISTORY = 77  # exit code of a check that had nothing to compare with
 # Servers are waited for more than computed with: one process more than there are processors.
 SYSTEM = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-o", "junit_family=xunit2",
           "-n", str(os.cpu_count() + 1), "--dist", "loadfile", "tests/system"]
-SYSTEM_NEEDS = ("native", *LIBRARIES, "asan", "win32")
+SYSTEM_NEEDS = ("native", *LIBRARIES, "asan", "win32", "win64")
+WINDOWS = {"win32": 32, "win64": 64}
 PARTS = (*CHECKS, *PRESETS, "system")
 PROGRAM_SECONDS, PART_SECONDS = 900, 3600
 MAY_SKIP = re.compile("CPU|this machine|vectors|git history")
@@ -114,7 +115,7 @@ def run_programs(preset, folder, due, env, only=()):
     """What the build folder registered with CTest, or only some of it; due are names that have to be
     among it. GoogleTest counts its cases itself, any other program is one."""
     reports, listing = RESULTS / preset, RESULTS / f"{preset}.xml"
-    drive = "Z:" if preset == "win32" else ""
+    drive = "Z:" if preset in WINDOWS else ""
     run(["ctest", "--test-dir", folder, "-j", str(os.cpu_count()), "--timeout", str(PROGRAM_SECONDS),
          "-R", f"^({'|'.join(only) or '.*'})$", "--output-junit", listing],
         preset, {**env, "GTEST_OUTPUT": f"xml:{drive}{reports}/"})
@@ -168,9 +169,9 @@ def main():
     results, env, chosen = [], dict(os.environ), [rooms()[part] for part in parts if part in rooms()]
     with contextlib.ExitStack() as stack:
         for part in (*LIBRARIES, *PARTS):
-            if part == "win32" and {part, "system"} & {*parts}:
+            if part in WINDOWS and {part, "system"} & {*parts}:
                 try:
-                    env = stack.enter_context(wine.WineSession()).env
+                    env = stack.enter_context(wine.WineSession(WINDOWS[part], env)).env
                 except wine.WineMissing as missing:
                     results.append(Result("Wine", "failed", str(missing)))
                     continue

@@ -1,4 +1,5 @@
 """Fixtures of the system tests: the products, the servers, a folder with the sample message."""
+import functools
 import pathlib
 import sys
 
@@ -27,18 +28,21 @@ def _entered(make, scope):
 
 
 receiver = _entered(Receiver, "function")
-wine_session, postfix = _entered(wine.WineSession, "session"), _entered(serve, "session")
+postfix = _entered(serve, "session")
+wine_session, wine64_session = (_entered(functools.partial(wine.WineSession, bits), "session") for bits in (32, 64))
+WINE = {"dll": "wine_session", "dll64": "wine64_session"}
 
 
 def _product(name):
     def product(request):
-        return products.Product(name, request.getfixturevalue("wine_session") if name == "dll" else None)
+        return products.Product(name, request.getfixturevalue(WINE[name]) if name in WINE else None)
     return pytest.fixture(scope="session")(product)
 
 
-so, native32, dll, asan = map(_product, ("so", "native32", "dll", "asan"))
+so, native32, dll, dll64, asan = map(_product, ("so", "native32", "dll", "dll64", "asan"))
 
 
+# One of each system; a test that 64-bit Windows is to have as well names the products itself (indirect).
 @pytest.fixture(scope="session", params=["so", "dll"])
 def product(request):
     return request.getfixturevalue(request.param)

@@ -1,5 +1,5 @@
 """The finished libraries in hosts of all kinds: odd stacks and floating-point states, NULL
-everywhere, linked instead of loaded, unloaded with a connection open, without a desktop."""
+everywhere, linked instead of loaded, unloaded with a connection open, crashing, without a desktop."""
 import concurrent.futures
 import ctypes
 import re
@@ -7,15 +7,18 @@ import threading
 
 import pytest
 
-from products import EXPORTS, Host
+from products import DELIVERED, EXPORTS, Host
 from programs import run
 from receiver import Receiver
 from scripted import ScriptedServer, silent_server
 
 # Stack offset, x87 control word, MXCSR; none as the compiler of the host does it.
 ENTRIES = {
-    "so as it comes": "", "native32 as it comes": "", "dll aligned": "0 37f 1f80", "dll offset 4": "4 37f 1f80", "dll offset 8": "8 37f 1f80",
-    "dll offset 12": "12 37f 1f80", "dll in Delphi": "4 1332 1900", "dll everything unmasked": "12 300 0"}
+    "so as it comes": "", "native32 as it comes": "", "dll aligned": "0 37f 1f80", "dll offset 4": "4 37f 1f80",
+    "dll offset 8": "8 37f 1f80", "dll offset 12": "12 37f 1f80", "dll in Delphi": "4 1332 1900",
+    "dll everything unmasked": "12 300 0", "dll64 as it comes": "0 37f 1f80", "dll64 in Delphi": "0 1332 1900",
+    "dll64 everything unmasked": "0 300 0"}
+everywhere = pytest.mark.parametrize("product", DELIVERED, indirect=True)
 
 
 @pytest.mark.parametrize("entry", ENTRIES)
@@ -38,6 +41,7 @@ def test_every_export_in_every_state(entry, request, tmp_path, sample):
     sample.check(receiver.messages[0].parsed())
 
 
+@everywhere
 def test_linked_host(product, receiver, tmp_path):
     folder = {"WINEPATH": product.path(product.library.parent)} if product.wine else {}
     done = run(product, product.host_program("linked_host"), receiver.port, cwd=tmp_path, env=folder)
@@ -72,6 +76,7 @@ def test_threads_wait_for_their_turns(so):
         library.Initialise()
 
 
+@everywhere
 @pytest.mark.timeout(25)  # less than any time-out of a connection
 def test_leaving_with_a_connection_open_to_a_silent_server(product, tmp_path, sample):
     with silent_server() as server, Host(product, tmp_path) as host:
@@ -82,10 +87,20 @@ def test_leaving_with_a_connection_open_to_a_silent_server(product, tmp_path, sa
         assert host.close() == 0 and len(server.taken) == 2
 
 
+@pytest.mark.parametrize("handler", ["frame", "filter"])
+@pytest.mark.parametrize("product", ["dll", "dll64"], indirect=True)
+def test_a_crash_within_a_send_reaches_the_handlers_of_the_host(product, handler, tmp_path):
+    with Host(product, tmp_path) as host:
+        host.Initialise()
+        host.compose(9, "anna@example.test", "bela@example.test")
+        assert host.crash(handler) == 1 and host.errors() == f"{handler}: c0000005\r\n"
+
+
 # The watch that the host keeps, what stands before the log that the user is told and behind it.
+BOX = "nobody's box\n#32770 Hiba t\ufffdrt\ufffdnt\nStatic \nButton OK\nStatic "
 MISSING = {
-    "dll desktop": (1, "nobody's box\n#32770 Hiba t\ufffdrt\ufffdnt\nStatic \nButton OK\nStatic ", "\n\n"),
-    "dll service": (0, "emailsending: ", "\n\n"),
+    **{f"{name} {where}": (watch, before, "\n\n") for name in ("dll", "dll64")
+       for where, watch, before in (("desktop", 1, BOX), ("service", 0, "emailsending: "))},
     "so stderr": (None, "emailsending: ", "\n"),
 }
 

@@ -80,7 +80,11 @@ ROWS += [("NTLM", "", {"version": version, "domain": domain})
          for version, domain in ((1, ""), (1, "EXAMPLE"), (2, "EXAMPLE"))]
 
 
-@pytest.mark.parametrize("method, start, words", ROWS)
+ROWS = [(name, *row) for name in ("so", "dll") for row in ROWS]
+ROWS += [("dll64", "LOGIN", "", {}), ("dll64", "CRAM-MD5", "implicit", {}), ("dll64", "NTLM", "starttls", {})]
+
+
+@pytest.mark.parametrize("product, method, start, words", ROWS, indirect=["product"])
 def test_refused_and_accepted(product, tmp_path, server, method, start, words):
     before, read = len(server.messages(0)), len(server.log())
     words = {**words, "start": start, "port": server.ports[start], "method": method}
@@ -111,11 +115,15 @@ def test_a_login_by_the_companion_program(product, tmp_path, server, password):
     expect_hidden(password, done.err, done.out)
 
 
-def test_the_security_package_with_given_credentials(dll, tmp_path, server):
+in_windows = pytest.mark.parametrize("product", ["dll", "dll64"], indirect=True)
+
+
+@in_windows
+def test_the_security_package_with_given_credentials(product, tmp_path, server):
     """Wine's package answers by NTLMv2 alone unless told otherwise; Cyrus SASL has no target information."""
     (tmp_path / "smb.conf").write_text("[global]\nclient ntlmv2 auth = no\n")
     env = {"SMB_CONF_PATH": str(tmp_path / "smb.conf")}
-    with Probe(dll, "login", env=env, port=server.port, user=USER) as probe:
+    with Probe(product, "login", env=env, port=server.port, user=USER) as probe:
         taken, refused = probe.run(password=PASSWORD), probe.run(password=WRONG)
     assert taken["ok"] and "235 2.7.0" in taken["transcript"]
     assert "smtpAuth.ntlmImpl: microsoftSspi" in taken["log"]
@@ -124,8 +132,9 @@ def test_the_security_package_with_given_credentials(dll, tmp_path, server):
         expect_hidden(password, "", str(taken), str(refused))
 
 
-def test_the_logged_on_user_goes_through_the_security_package(dll, tmp_path, server):
-    error = send(dll, tmp_path, server.port, "NTLM", "default", user="default")
+@in_windows
+def test_the_logged_on_user_goes_through_the_security_package(product, tmp_path, server):
+    error = send(product, tmp_path, server.port, "NTLM", "default", user="default")
     commands = [line for line in error.splitlines() if line.endswith("<CRLF>")]
     # Wine's package has no password of this user: its first message goes out, no second one.
     first = commands.index("AUTH NTLM<CRLF>")

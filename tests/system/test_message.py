@@ -5,7 +5,10 @@ import email.policy
 import stat
 import subprocess
 
+import pytest
+
 import samples
+from products import DELIVERED
 
 
 def test_postfix_delivers_the_sample(host, postfix, sample):
@@ -18,6 +21,7 @@ def test_postfix_delivers_the_sample(host, postfix, sample):
     assert {copy["X-Original-To"] for copy in copies} == {samples.TO, samples.CC, samples.BCC}
 
 
+@pytest.mark.parametrize("product", DELIVERED, indirect=True)
 def test_ripmime_finds_the_parts(host, receiver, sample, tmp_path):
     sample.send(host, receiver.port)
     [message] = receiver.messages
