@@ -12,9 +12,11 @@
  *     setLogo("logo.png");               // always after setBody: it hands the body over
  *     if (!szBrisko()) puts(getLastError());
  *
- * Windows: emailsending.dll is a 32-bit library. Its functions are stdcall, exported with a leading
- * underscore and the bytes of their arguments ("_setSmtpHost@4", "_szBrisko@0"). Link with
- * libemailsending.dll.a or look the names up. Linux: libemailsending.so exports the plain names.
+ * Windows: there is an emailsending.dll for 32-bit hosts and one for 64-bit hosts. In 32 bits its
+ * functions are stdcall, exported with a leading underscore and the bytes of their arguments
+ * ("_setSmtpHost@4", "_szBrisko@0"); in 64 bits they have the system's one calling convention and
+ * are exported by their plain names ("setSmtpHost"). Link with libemailsending.dll.a of the same
+ * folder or look the names up. Linux: libemailsending.so exports the plain names.
  *
  * Strings are zero-terminated and belong to the caller: each is read during the call and copied.
  * NULL is the empty string. Server name, user, password, login method, login domain and the text of
