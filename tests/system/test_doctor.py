@@ -181,7 +181,7 @@ class Ward:
 
 
 @pytest.mark.parametrize("build, case", [(build, case) for build in ("so", "dll") for case in CASES
-                                         if build == "so" or case in ON_WINDOWS])
+                                         if build == "so" or case in ON_WINDOWS] + [("dll64", "healthy")])
 def test_what_it_says(build, case, request, tmp_path, certificates):  # noqa: F811
     serve, said, words, code, named = CASES[case]
     product = request.getfixturevalue(build)
@@ -194,7 +194,7 @@ def test_what_it_says(build, case, request, tmp_path, certificates):  # noqa: F8
         words = ["--host", "localhost", *port, "--limit", 2, *words]
         done = ward.see(*words, **env)
     names = {product.path(tmp_path / "mail.ini"): "FILE", product.path(product.library.resolve()): "LIBRARY",
-             product.path(product.library.parent) + ("\\" if build == "dll" else "/"): "BESIDE/",
+             product.path(product.library.parent) + ("/" if build == "so" else "\\"): "BESIDE/",
              product.path(certificates): "CERTS", SERVERS["nobody"]: "NOBODY", SERVERS["dnsmasq"]: "REFUSING",
              "\\root.pem": "/root.pem", str(server.port): "PORT",
              ", /etc/emailsending.ini": ""}

@@ -14,6 +14,7 @@ import time
 import pytest
 
 import samples
+from products import DELIVERED
 from programs import run, start
 from receiver import Receiver
 from scripted import ScriptedServer
@@ -22,6 +23,7 @@ FROM, TO = ["--from", "Anna <anna@example.test>"], ["--to", "bela@example.test"]
 HOST = ["--host", "127.0.0.1"]
 
 
+@pytest.mark.parametrize("product", DELIVERED, indirect=True)
 def test_the_sample(product, receiver, sample, tmp_path):
     done = run(product, product.program, *HOST, "--port", receiver.port, "--log",
                *sample.command_line(product), cwd=tmp_path)

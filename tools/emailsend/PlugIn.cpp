@@ -4,7 +4,7 @@
 namespace emailsend {
 namespace {
 
-#ifdef _WIN32
+#if defined(_WIN32) && !defined(_WIN64)
 std::string exportedName(const char* name, size_t argumentBytes) {
     return "_" + std::string(name) + "@" + std::to_string(argumentBytes);
 }

@@ -6,7 +6,11 @@
 namespace tv::plat {
 namespace {
 
+// The system counts in int, and takes what is negative for a text that ends at a zero.
+constexpr size_t kLongest = INT32_MAX;
+
 std::string toCodePage(UINT codePage, std::wstring_view wide) {
+    if (wide.size() > kLongest) return {};
     const int length = static_cast<int>(wide.size());
     const int size =
         WideCharToMultiByte(codePage, 0, wide.data(), length, nullptr, 0, nullptr, nullptr);
@@ -20,6 +24,7 @@ std::string toCodePage(UINT codePage, std::wstring_view wide) {
 }  // namespace
 
 std::wstring widen(std::string_view utf8) {
+    if (utf8.size() > kLongest) return {};
     const int length = static_cast<int>(utf8.size());
     const int size = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0);
     std::wstring wide(size > 0 ? static_cast<size_t>(size) : 0, L'\0');
