@@ -92,6 +92,9 @@ def test_leaving_with_a_connection_open_to_a_silent_server(product, tmp_path, sa
 def test_a_crash_within_a_send_reaches_the_handlers_of_the_host(product, handler, tmp_path):
     with Host(product, tmp_path) as host:
         host.Initialise()
+        assert host.unload() == 1  # nothing of it stays behind among the handlers
+        host.load()
+        host.Initialise()
         host.compose(9, "anna@example.test", "bela@example.test")
         assert host.crash(handler) == 1 and host.errors() == f"{handler}: c0000005\r\n"
 
