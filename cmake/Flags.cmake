@@ -36,7 +36,8 @@ if(WIN32)
         target_link_options(tv_flags INTERFACE -Wl,--high-entropy-va,--image-base=${base})
     else()
         # No handler of an exception lies in our code (unwinding goes by tables): Windows is told so
-        # and takes no address in the file for one, whoever has written over the stack.
+        # and takes no address in the file for one, whoever has written over the stack. The vectored
+        # handler of the thread library, which knows the name of a thread and nothing else, is none.
         target_link_options(tv_flags INTERFACE -Wl,--no-seh)
     endif()
 else()

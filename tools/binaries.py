@@ -22,7 +22,7 @@ import zipfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 MACHINES = {0x014C: "x86", 0x8664: "x64"}
 PE_FLAGS = {0x0020: "HIGHENTROPYVA", 0x0040: "DYNAMICBASE", 0x0100: "NXCOMPAT", 0x0400: "NO_SEH"}
-READELF = ["readelf", "-W", "-h", "-l", "-d", "-S", "--dyn-syms"]
+READELF = ["readelf", "-W", "-h", "-l", "-d", "-n", "-S", "--dyn-syms"]
 RESOURCE_VERSION = 16
 
 
@@ -147,6 +147,8 @@ class PeFile(Reader):
             at += self.get("H", at)[0]
 
     def facts(self):
+        if any(name.rstrip(b"\0") == b".text" and not offset for name, *_, offset in self.sections):
+            return {"format": f"PE32{'+' * self.wide} symbols", "machine": self.machine}
         imports = self.imports()
         allowed = windows7()[self.machine, not self.is_dll]
         return {
@@ -169,6 +171,10 @@ def elf_facts(data):
     def all_of(pattern):
         return re.findall(pattern, said, re.M)
 
+    bits, machine = all_of("Class: +(ELF..)")[0], "x64" if "X86-64" in all_of("Machine: +(.*)")[0] else "x86"
+    build = "".join(all_of(r"Build ID: (\w+)"))
+    if all_of(r" \.text +NOBITS"):
+        return {"format": f"{bits} symbols", "machine": machine, "build id": build}
     newest = {}
     for kind, number in all_of(r" UND \S+@([A-Z]+)_([\d.]+)"):
         newest[kind] = max(newest.get(kind, ()), tuple(map(int, number.split("."))))
@@ -176,8 +182,7 @@ def elf_facts(data):
     symbols = [(name, place) for place, name in all_of(r"(?:GLOBAL|WEAK) +DEFAULT +(\w+) (\S+)")]
     executable, kind = bool(all_of(r"\(FLAGS_1\).* PIE|^ *INTERP ")), all_of("^ *Type: +([A-Z]+)")[0]
     return {
-        "format": f"{all_of('Class: +(ELF..)')[0]} {'program' if executable else 'library' if kind == 'DYN' else kind}",
-        "machine": "x64" if "X86-64" in all_of("Machine: +(.*)")[0] else "x86",
+        "format": f"{bits} {'program' if executable else 'library' if kind == 'DYN' else kind}", "machine": machine,
         "soname": "".join(all_of(r"\(SONAME\).*\[(.*)\]")), "needs": all_of(r"\(NEEDED\).*\[(.*)\]"),
         "newest versions needed": {kind: ".".join(map(str, number)) for kind, number in sorted(newest.items())},
         "exports": sorted(name for name, place in symbols if place.isdigit()),
@@ -185,7 +190,7 @@ def elf_facts(data):
         "nx": all_of(r"^ *GNU_STACK .* (R\S* ?E?) +0x\w+$") == ["RW "], "pie": kind == "DYN",
         "canary": any(name.startswith("__stack_chk_fail") for name, _ in symbols),
         "search path": all_of(r"\((?:RPATH|RUNPATH)\).*\[(.*)\]"),
-        "symbols": bool(all_of(r" \.(?:symtab|debug_info) ")), "build id": bool(all_of("note.gnu.build-id"))}
+        "symbols": bool(all_of(r" \.(?:symtab|debug_info) ")), "build id": build}
 
 
 def members(data):

@@ -155,7 +155,12 @@ def test_table_of_what_goes_out(dll, so, tmp_path, monkeypatch, capsys):
         archive.write(dll.library, "x86/emailsending.dll")
     with tarfile.open(tmp_path / "two.tar.gz", "w:gz") as archive:
         archive.add(so.program, "bin/emailsend")
+    for product in (dll, so):  # what a file of symbols keeps of the sections is their names
+        tool_output(OBJDUMP.get(product.name, "objdump").replace("dump", "copy"), "--only-keep-debug", product.driver,
+                    tmp_path / f"{product.name}.debug")
     code, found = table()
+    assert [found.pop(f"{tmp_path}/{name}.debug")["format"] for name in ("dll", "so")] == [
+        "PE32 symbols x86", "ELF64 symbols x64"]
     assert (code, [name.removeprefix(str(tmp_path)) for name in found]) == (0, [
         "/one.zip!x86/emailsending.dll", "/two.tar.gz!bin/emailsend"])
     newer = dll.library.read_bytes().replace(b"GetTickCount64", b"GetTickCount65")
