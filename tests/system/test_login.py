@@ -78,8 +78,6 @@ def expect_hidden(password, log, *written):
 ROWS = [(method, start, {}) for method in ("", *MECHANISMS) for start in ("", *VERSIONS)]
 ROWS += [("NTLM", "", {"version": version, "domain": domain})
          for version, domain in ((1, ""), (1, "EXAMPLE"), (2, "EXAMPLE"))]
-
-
 ROWS = [(name, *row) for name in ("so", "dll") for row in ROWS]
 ROWS += [("dll64", "LOGIN", "", {}), ("dll64", "CRAM-MD5", "implicit", {}), ("dll64", "NTLM", "starttls", {})]
 
