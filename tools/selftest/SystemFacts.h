@@ -1,0 +1,14 @@
+// What a reader of the report wants to know of the machine. Nothing that names it or its user.
+#pragma once
+
+#include <string>
+
+namespace selftest {
+
+// Lines, each with a word in front.
+std::string systemFacts();
+
+// The library that is tested: its size and its SHA-256.
+std::string libraryFacts(const std::string& path);
+
+}  // namespace selftest
