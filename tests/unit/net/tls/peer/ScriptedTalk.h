@@ -5,7 +5,8 @@
 
 #include "net/tls/CauseAlert.h"
 #include "tests/fixtures/HexBytes.h"
-#include "tests/unit/net/tls/peer/ScriptedTlsServer.h"
+#include "tests/unit/net/tls/ScriptedTlsServer.h"
+#include "tests/unit/net/tls/peer/OpenSslPeer.h"
 #include "tests/unit/net/tls/peer/Talk.h"
 
 namespace tv::tls::test {

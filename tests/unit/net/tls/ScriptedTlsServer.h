@@ -1,11 +1,9 @@
 // A TLS server that does what a script says: it holds all the keys, lets an edit change each plain
 // message before it goes out, and signs, hashes and protects what came of it. Its long-lived keys
-// are libcrypto's; schedules and records are ours, which OpenSSL judges (OpenSslPeerTest.cpp).
-// Handshakes, renegotiations included, are driven by what the client sends.
+// are those that a program fills in (ServerKeys.h); schedules and records are ours, which OpenSSL
+// judges (OpenSslPeerTest.cpp). Handshakes, renegotiations included, are driven by what the client
+// sends.
 #pragma once
-
-#include <openssl/rand.h>
-#include <openssl/rsa.h>
 
 #include <functional>
 #include <map>
@@ -14,14 +12,15 @@
 #include <utility>
 
 #include "base/ByteWriter.h"
+#include "base/Random.h"
 #include "net/tls/CipherSuites.h"
 #include "net/tls/KeySchedule12.h"
 #include "net/tls/KeySchedule13.h"
 #include "net/tls/KeyShare.h"
 #include "net/tls/Transcript.h"
 #include "tests/fixtures/TestBytes.h"
+#include "tests/unit/net/tls/ServerKeys.h"
 #include "tests/unit/net/tls/TestEnvironment.h"
-#include "tests/unit/net/tls/peer/OpenSslPeer.h"
 
 namespace tv::tls::test {
 
@@ -61,31 +60,6 @@ inline Bytes counted(size_t lengthBytes, View data) {
     ByteWriter w;
     w.vector(lengthBytes, [&] { w.append(data); });
     return w.take();
-}
-
-inline bool fillRandom(std::span<uint8_t> out) {
-    return RAND_bytes(out.data(), static_cast<int>(out.size())) == 1;
-}
-
-// A signature of a TLS scheme; 0: the way of TLS 1.0 and 1.1.
-inline Bytes signatureOf(EVP_PKEY* key, uint16_t scheme, View data) {
-    const char* const hashes[] = {"", "MD5", "SHA1", "", "SHA256", "SHA384", "SHA512"};
-    const bool pss = scheme >> 8 == 8;
-    const char* hash = hashes[pss ? scheme & 7 : scheme >> 8];
-    if (scheme == 0) hash = EVP_PKEY_is_a(key, "RSA") ? "MD5-SHA1" : "SHA1";
-    const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(),
-                                                                      EVP_MD_CTX_free);
-    EVP_PKEY_CTX* keyContext = nullptr;
-    EVP_DigestSignInit_ex(ctx.get(), &keyContext, hash, nullptr, nullptr, key, nullptr);
-    if (pss) {
-        EVP_PKEY_CTX_set_rsa_padding(keyContext, RSA_PKCS1_PSS_PADDING);
-        EVP_PKEY_CTX_set_rsa_pss_saltlen(keyContext, RSA_PSS_SALTLEN_DIGEST);
-    }
-    Bytes out(1024);
-    size_t size = out.size();
-    must(EVP_DigestSign(ctx.get(), out.data(), &size, data.data(), data.size()) == 1, "signature");
-    out.resize(size);
-    return out;
 }
 
 constexpr uint8_t kCcs = 20, kAlert = 21, kHandshake = 22, kData = 23;
@@ -228,7 +202,6 @@ private:
     bool is13() const { return setup.version >= Version::Tls13; }
     Version headerVersion() const { return std::min(setup.version, Version::Tls12); }
     const CipherSuite& suite() const { return *findCipherSuite(setup.suite); }
-    EVP_PKEY* key() const { return x509::peer::keyNamed(setup.key); }
     Bytes transcriptHash() const {
         Transcript transcript;
         transcript.add(transcript_);
@@ -313,7 +286,7 @@ private:
         } else {
             must(++round_ == 1 || hello.sessionId.empty(), "session ID in a renegotiation");
             transcript_ = bytesIn(whole);
-            fillRandom(random_ = Bytes(32));
+            randomBytes(random_ = Bytes(32));
             if (setup.retry) {
                 retried_ = true;
                 transcript_ = joined({Bytes{254, 0, 0}, counted(1, transcriptHash())});
@@ -409,7 +382,7 @@ private:
         }
         if (step == "Certificate") {
             const Bytes& own = setup.certificate;
-            const Bytes der = counted(3, own.empty() ? certificateOf(setup.key) : own);
+            const Bytes der = counted(3, own.empty() ? serverCertificate(setup.key) : own);
             if (!is13()) return counted(3, der);
             return joined({Bytes{0}, counted(3, joined({der, Bytes{0, 0}}))});
         }
@@ -442,7 +415,7 @@ private:
 
     Bytes helloHead(View random) {
         sessionId = hellos.back().sessionId;
-        if (!is13() && !setup.echo) fillRandom(sessionId = Bytes(32));
+        if (!is13() && !setup.echo) randomBytes(sessionId = Bytes(32));
         if (!is13() && resumed) sessionId = setup.sessionId;
         return joined({u16(static_cast<size_t>(headerVersion())), random, counted(1, sessionId),
                        u16(setup.suite), Bytes{0}});
@@ -451,7 +424,7 @@ private:
     // Scheme and signature of the parts, behind the bytes in front.
     Bytes signedBy(uint16_t scheme, View front, std::initializer_list<View> parts) const {
         return joined({front, scheme ? u16(scheme) : Bytes{},
-                       counted(2, signatureOf(key(), scheme, joined(parts)))});
+                       counted(2, signatureOf(setup.key, scheme, joined(parts)))});
     }
 
     std::optional<std::vector<Extension>> extensionsOf(const std::string& step) {
@@ -469,7 +442,7 @@ private:
         }
         if (step == "Hello" && is13()) {
             add(resumed, 41, {0, 0});
-            share_ = makeKeyShare(static_cast<Group>(setup.group), fillRandom);
+            share_ = makeKeyShare(static_cast<Group>(setup.group), randomBytes);
             add(setup.keyShare, 51, joined({u16(setup.group), counted(2, share_->publicKey())}));
             add(true, 43, {3, 4});
         } else if (step == "Hello") {
@@ -487,7 +460,7 @@ private:
     Bytes exchangeParams() {
         const Bytes two = counted(2, Bytes{2});
         if (!setup.prime.empty()) return joined({counted(2, setup.prime), two, two});
-        share_ = makeKeyShare(static_cast<Group>(setup.group), fillRandom);
+        share_ = makeKeyShare(static_cast<Group>(setup.group), randomBytes);
         return joined({Bytes{3}, u16(setup.group), counted(1, share_->publicKey())});
     }
 
@@ -547,7 +520,7 @@ private:
     }
 
     Cipher cipherOf(const RecordKeys& keys) const {
-        return makeRecordCipher(suite(), setup.version, keys, fillRandom);
+        return makeRecordCipher(suite(), setup.version, keys, randomBytes);
     }
     Cipher cipher13(const SecureBuffer& secret) const {
         return cipherOf(trafficKeys13(suite(), secret.bytes()));
