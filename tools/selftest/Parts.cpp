@@ -2,6 +2,7 @@
 #include "selftest/Parts.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -122,20 +123,21 @@ int runHere(const std::string& part) {
     forEachTest([&](const testing::TestInfo& test) {
         if (partOf(test) == part) filter += nameOf(test) + ":";
     });
+    if (filter.empty()) return 1;
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
     GTEST_FLAG_SET(filter, filter);
-    GTEST_FLAG_SET(catch_exceptions, true);
     testing::TestEventListeners& listeners = testing::UnitTest::GetInstance()->listeners();
     delete listeners.Release(listeners.default_result_printer());
     listeners.Append(new Teller);
     return RUN_ALL_TESTS();
 }
 
-Outcome runApart(const std::string& part, const std::vector<std::string>& options,
+Outcome runApart(const std::string& part, const std::vector<std::string>& arguments,
                  const std::string& folder) {
     Outcome outcome;
     std::string lastBegun = "the start";
-    std::vector<std::string> words = {"--part", part};
-    words.insert(words.end(), options.begin(), options.end());
+    std::vector<std::string> words = {"--here", part};
+    words.insert(words.end(), arguments.begin(), arguments.end());
     const ChildEnd end = runChild(words, folder, kPartMs);
     const bool whole = take(end.said, outcome, lastBegun);
     // The code that RUN_ALL_TESTS makes of the counts, or else something happened behind them.

@@ -18,12 +18,13 @@ struct Outcome {
 // After testing::InitGoogleTest.
 std::vector<std::string> allParts();
 
-// Runs the tests of the part here. What they did is told on stdout, for runApart to read.
+// Runs the tests of the part here; not 0 where one failed or there are none. What they did is told
+// on stdout, for runApart to read.
 int runHere(const std::string& part);
 
-// Runs this program once more, with the part and the options as its arguments and folder as its
-// current folder. A process that ends in any other way than by its own decision is a failed test.
-Outcome runApart(const std::string& part, const std::vector<std::string>& options,
+// Runs this program once more, for the part, with these arguments and folder as its current folder.
+// A process that ends in any other way than by its own decision is a failed test.
+Outcome runApart(const std::string& part, const std::vector<std::string>& arguments,
                  const std::string& folder);
 
 }  // namespace selftest

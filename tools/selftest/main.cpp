@@ -1,13 +1,15 @@
-// Runs every part and writes the report. Without arguments nothing is touched but loopback and this
-// program's own folder for temporary files.
+// Runs every part and writes the report. Without --host nothing is touched but loopback and folders
+// of its own below that for temporary files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "base/DateTime.h"
 #include "emailsend/Process.h"
 #include "platform/SysClock.h"
 #include "selftest/Child.h"
+#include "selftest/Options.h"
 #include "selftest/Parts.h"
 #include "selftest/Report.h"
 #include "selftest/SystemFacts.h"
@@ -16,6 +18,9 @@ namespace selftest {
 namespace {
 
 using Words = std::vector<std::string>;
+
+constexpr int kFailed = 1;
+constexpr int kUsageError = 64;  // as of emailsend
 
 std::string counts(const Outcome& outcome) {
     return std::to_string(outcome.passed) + " passed, " + std::to_string(outcome.failed) +
@@ -37,10 +42,10 @@ std::string heading() {
            systemFacts() + libraryFacts(emailsend::libraryBesideProgram());
 }
 
-void runPart(const std::string& part, const Words& options, Report& report, Outcome& total) {
+void runPart(const std::string& part, const Words& words, Report& report, Outcome& total) {
     const std::string folder = emailsend::makeTemporaryFolder();
     const uint64_t start = tv::plat::sysClock().tickMs();
-    const Outcome outcome = runApart(part, options, folder);
+    const Outcome outcome = runApart(part, words, folder);
     const uint64_t ms = tv::plat::sysClock().tickMs() - start;
     removeFolder(folder);
     report.write(part + ": " + counts(outcome) + seconds(ms) + outcome.words);
@@ -49,29 +54,53 @@ void runPart(const std::string& part, const Words& options, Report& report, Outc
     total.leftOut += outcome.leftOut;
 }
 
-int runAll(const Words& options) {
+// The parts to be run; empty, with a sentence in error, where one is none.
+Words chosenParts(std::string& error) {
+    const Words all = allParts();
+    for (const std::string& part : options().parts) {
+        if (std::ranges::find(all, part) != all.end()) continue;
+        error = "no such part: " + part + "; there are";
+        for (const std::string& known : all)
+            error += " " + known;
+        return {};
+    }
+    return options().parts.empty() ? all : options().parts;
+}
+
+int runAll(const Words& parts, const Words& words) {
     Report report;
     if (!report.open()) {
         emailsend::printOut("No report can be written, beside this program or in %TEMP%.\n");
-        return 1;
+        return kFailed;
     }
     report.write(heading());
     Outcome total;
-    for (const std::string& part : allParts())
-        runPart(part, options, report, total);
+    for (const std::string& part : parts)
+        runPart(part, words, report, total);
     report.write("Result: " + counts(total) + "\n");
     const bool written = report.close();
     emailsend::printOut(written ? "The report lies in " + report.path() + "\n"
                                 : std::string("The report is not whole: its disk may be full.\n"));
-    return total.failed == 0 && written ? 0 : 1;
+    return total.failed == 0 && written ? 0 : kFailed;
 }
 
 int run(int argc, char** argv) {
     emailsend::settleIn();
     testing::InitGoogleTest(&argc, argv);
     const Words words = emailsend::commandLine(argc, argv);
-    if (words.size() >= 2 && words[0] == "--part") return runHere(words[1]);
-    const int code = runAll(words);
+    std::string error;
+    if (readOptions(words, error) && !options().runsHere.empty())
+        return runHere(options().runsHere);
+    const Words parts = error.empty() ? chosenParts(error) : Words();
+    int code = kUsageError;
+    if (!error.empty()) {
+        emailsend::printError("selftest: " + error + " (--help shows all options)\n");
+    } else if (options().help) {
+        emailsend::printOut(kUsage);
+        code = 0;
+    } else {
+        code = runAll(parts, words);
+    }
     keepWindow();
     return code;
 }

@@ -1,0 +1,120 @@
+"""selftest.exe as a user starts it: what its report says, and that it says what is wrong."""
+import hashlib
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests" / "fixtures"))
+from receiver import Receiver  # noqa: E402
+
+PARTS = {"Exports", "Hosts", "Loopback", "OwnServer", "Platform", "PublicKey", "SecretKey", "Send", "System"}
+COUNT = r"^(\w+): (\d+) passed, (\d+) failed, (\d+) left out"
+ROUND_CONSTANT = bytes.fromhex("982f8a42")  # the first of SHA-256, in every form of it
+
+
+class SelfTest:
+    """A folder as the archive has it, and what the program in it reported."""
+
+    def __init__(self, folder, bits):
+        self.folder, self.bits = folder, bits
+        for name in ("selftest.exe", "emailsending.dll"):
+            shutil.copy(ROOT / "build" / f"win{bits}" / name, folder)
+        self.library = folder / "emailsending.dll"
+        self.code, self.report = None, ""
+
+    def run(self, *args):
+        wide = ["--64"] if self.bits == 64 else []
+        command = [ROOT / "cmake" / "wine.sh", *wide, self.folder / "selftest.exe", *args]
+        self.code = subprocess.run(list(map(str, command)), stdin=subprocess.DEVNULL, timeout=280,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False).returncode
+        text = (self.folder / "selftest-report.txt").read_bytes().decode()
+        assert "\n" not in text.replace("\r\n", "")
+        self.report = text.replace("\r\n", "\n")
+        return self
+
+    def counts(self):
+        """Part -> passed, failed, left out; the sum is taken out and held against them."""
+        counts = {part: tuple(map(int, numbers)) for part, *numbers in re.findall(COUNT, self.report, re.M)}
+        assert counts.pop("Result") == tuple(map(sum, zip(*counts.values()))), self.report
+        return counts
+
+
+@pytest.fixture(params=[32, 64])
+def either(request, tmp_path):
+    return SelfTest(tmp_path, request.param)
+
+
+@pytest.fixture
+def narrow(tmp_path):
+    return SelfTest(tmp_path, 32)
+
+
+def test_every_part_passes_and_the_machine_is_described(either):
+    counts = either.run().counts()
+    assert either.code == 0, either.report
+    assert set(counts) == PARTS
+    assert all(passed > 0 and failed == 0 for part, (passed, failed, _) in counts.items() if part != "OwnServer")
+    assert counts["Send"] == (3, 0, 0) and counts["OwnServer"] == (0, 0, 1)
+    assert re.search(rf"^System: Windows \d+\.\d+\.\d+.*; Wine \S+; .*{either.bits}-bit program;", either.report, re.M)
+    assert re.search(r"^Processor: \S.*; \d+ threads; sse2", either.report, re.M)
+    assert hashlib.sha256(either.library.read_bytes()).hexdigest() in either.report
+    assert {path.name for path in either.folder.iterdir()} == {
+        "selftest.exe", "emailsending.dll", "selftest-report.txt"}
+
+
+def test_a_wrong_constant_in_the_library_breaks_tls_and_nothing_else(either):
+    whole = either.library.read_bytes()
+    assert ROUND_CONSTANT in whole
+    either.library.write_bytes(whole.replace(ROUND_CONSTANT, b"\0" + ROUND_CONSTANT[1:]))
+    counts = either.run("--part", "Send", "--part", "Hosts").counts()
+    assert either.code == 1
+    assert counts == {"Send": (1, 2, 0), "Hosts": (0, 1, 0)}
+    failed = re.findall(r"^    FAILED (\S+)\n(?:      .*\n)*?.*TolvaneLog", either.report, re.M)
+    assert failed[:2] == ["Send.arrivesWhole/tls13", "Send.arrivesWhole/tls12"], either.report
+
+
+def test_a_crash_ends_one_part_and_is_told(narrow):
+    whole = bytearray(narrow.library.read_bytes())
+    for entry in entries_of(narrow.library, whole):
+        whole[entry:entry + 2] = b"\x0f\x0b"  # ud2
+    narrow.library.write_bytes(whole)
+    counts = narrow.run("--part", "Send", "--part", "System").counts()
+    assert narrow.code == 1
+    assert counts["Send"] == (0, 1, 0) and counts["System"][1] == 0
+    assert "FAILED Send.arrivesWhole/plain\n      The process ended with the code 0xC000001D" in narrow.report
+
+
+def test_a_missing_library_is_told(narrow):
+    narrow.library.unlink()
+    assert narrow.run("--part", "Send").counts() == {"Send": (0, 3, 0)}
+    assert narrow.code == 1
+    assert "Library: none beside this program" in narrow.report
+    assert narrow.report.count("cannot load the plug-in") == 3
+
+
+def test_a_message_to_a_server_of_ones_own(narrow):
+    words = ("--part", "OwnServer", "--host", "127.0.0.1", "--from", "a@from.test", "--to", "b@to.test", "--port")
+    with Receiver() as receiver:
+        counts = narrow.run(*words, receiver.port).counts()
+        assert (narrow.code, counts) == (0, {"OwnServer": (1, 0, 0)}), narrow.report
+        assert [message.parsed()["Subject"] for message in receiver.messages] == ["Self-test"]
+        port = receiver.port
+    assert narrow.run(*words, port).counts() == {"OwnServer": (0, 1, 0)}
+    assert "Connection rejected" in narrow.report
+
+
+def entries_of(path, image):
+    """Where in the file the code of each export begins."""
+    table = subprocess.run(["i686-w64-mingw32-objdump", "-p", path], capture_output=True, text=True, check=True).stdout
+    header = int.from_bytes(image[0x3C:0x40], "little")
+    section = header + 24 + int.from_bytes(image[header + 20:header + 22], "little")
+    assert image[section:section + 5] == b".text"
+    loaded, lies = (int.from_bytes(image[section + at:section + at + 4], "little") for at in (12, 20))
+    entries = [int(rva, 16) - loaded + lies for rva in re.findall(r"\+base\[ *\d+\] (\w+) Export RVA", table)]
+    assert len(entries) == 24
+    return entries
