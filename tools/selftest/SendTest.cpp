@@ -31,7 +31,7 @@ TEST_P(Send, arrivesWhole) {
     const SmtpSink sink(GetParam().security);
     ASSERT_NE(sink.port(), 0) << "no server on 127.0.0.1";
     const std::string root = writeFile("root.pem", kServerCertificate);
-    if (*GetParam().settings) useSettings(GetParam().settings + root + "\n");
+    useSettings(*GetParam().settings ? GetParam().settings + root + "\n" : "");
     std::string attachment;
     for (int i = 0; i < 20000; ++i)
         attachment += std::to_string(i) + "\r\n";

@@ -41,9 +41,9 @@ std::string windowsVersion() {
 }
 
 // Windows has no such function.
-std::string wineVersion() {
-    const auto tell = ofNtdll<const char*(__cdecl*)()>("wine_get_version");
-    return tell ? std::string("Wine ") + tell() : "not Wine";
+using WineVersion = const char*(__cdecl*)();
+WineVersion wineVersion() {
+    return ofNtdll<WineVersion>("wine_get_version");
 }
 
 std::string systemWidth() {
@@ -79,8 +79,13 @@ std::string processorFeatures() {
 
 }  // namespace
 
+bool isWine() {
+    return wineVersion() != nullptr;
+}
+
 std::string systemFacts() {
-    return "System: Windows " + windowsVersion() + "; " + wineVersion() + "; " + systemWidth() +
+    return "System: Windows " + windowsVersion() + "; " +
+           (isWine() ? std::string("Wine ") + wineVersion()() : "not Wine") + "; " + systemWidth() +
            "; code pages " + std::to_string(tv::plat::sysHost().ansiCodePage()) + " and " +
            std::to_string(tv::plat::sysHost().oemCodePage()) + "\n" +
            "Processor: " + processorName() + "; " +
@@ -91,7 +96,8 @@ std::string systemFacts() {
 std::string libraryFacts(const std::string& path) {
     constexpr size_t kMost = 64 * 1024 * 1024;
     std::string bytes;
-    if (!tv::plat::readFileStart(path, kMost, bytes)) return "Library: none beside this program\n";
+    if (!tv::plat::readFileStart(path, kMost, bytes))
+        return "Library: none beside this program: unpack the whole archive first\n";
     const auto digest =
         tv::crypto::Sha256::of({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
     return "Library: " + std::to_string(bytes.size()) + " bytes, SHA-256 " + tv::hexLower(digest) +

@@ -5,6 +5,9 @@
 
 namespace selftest {
 
+// Not Windows itself, which has parts that it lacks.
+bool isWine();
+
 // Lines, each with a word in front.
 std::string systemFacts();
 

@@ -2,8 +2,6 @@
 // user who is logged on. Nothing is written into its stores, and no domain is asked.
 #include <gtest/gtest.h>
 
-#include <windows.h>
-
 #include "base/Random.h"
 #include "net/x509/X509Cert.h"
 #include "platform/IpAddress.h"
@@ -11,16 +9,13 @@
 #include "platform/SysProtect.h"
 #include "platform/SysSecurityPackage.h"
 #include "platform/SysTrustRoots.h"
+#include "selftest/SystemFacts.h"
 #include "tests/fixtures/Dialogue.h"
 
 namespace selftest {
 namespace {
 
 using tv::plat::DerList;
-
-bool isWine() {
-    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-}
 
 TEST(CertificateStore, rootsCanBeReadAndTheSystemTrustsThem) {
     tv::plat::SysTrustRoots& system = tv::plat::sysTrustRoots();

@@ -1,5 +1,5 @@
-// The library beside this program as the tests of the self-test meet it: loaded at run time, with a
-// settings file of theirs and no other.
+// The library beside this program as the tests of the self-test meet it: loaded at run time. Which
+// settings file counts for it is theirs to say.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,17 +20,16 @@ inline std::string writeFile(const std::string& name, std::string_view text) {
     return path;
 }
 
+// The settings file that counts from the next Initialise on, whatever lies beside the library.
+inline void useSettings(std::string_view text) {
+    emailsend::setEnvironmentVariable("EMAILSENDING_SETTINGS", writeFile("own.ini", text));
+}
+
 class TestLibrary : public testing::Test {
 protected:
     void SetUp() override {
-        useSettings("");
         ASSERT_TRUE(plugIn.load(emailsend::libraryBesideProgram(), error)) << error;
     }
-    // For the next Initialise.
-    static void useSettings(std::string_view text) {
-        emailsend::setEnvironmentVariable("EMAILSENDING_SETTINGS", writeFile("own.ini", text));
-    }
-
     emailsend::PlugIn plugIn;
     std::string error;
 };

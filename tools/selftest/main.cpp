@@ -43,6 +43,7 @@ std::string heading() {
 }
 
 void runPart(const std::string& part, const Words& words, Report& report, Outcome& total) {
+    emailsend::printOut(part + " ...\n");
     const std::string folder = emailsend::makeTemporaryFolder();
     const uint64_t start = tv::plat::sysClock().tickMs();
     const Outcome outcome = runApart(part, words, folder);
