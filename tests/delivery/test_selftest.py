@@ -1,5 +1,6 @@
 """selftest.exe as a user starts it: what its report says, and that it says what is wrong."""
 import hashlib
+import os
 import pathlib
 import re
 import shutil
@@ -12,7 +13,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests" / "fixtures"))
 from receiver import Receiver  # noqa: E402
 
-PARTS = {"Exports", "Hosts", "Loopback", "OwnServer", "Platform", "PublicKey", "SecretKey", "Send", "System"}
+PARTS = {"Coding", "DotStuffer", "Exports", "Hosts", "Log", "Loopback", "OwnServer", "Platform", "PublicKey",
+         "SecretKey", "Send", "System", "Text"}
 COUNT = r"^(\w+): (\d+) passed, (\d+) failed, (\d+) left out"
 ROUND_CONSTANT = bytes.fromhex("982f8a42")  # the first of SHA-256, in every form of it
 
@@ -27,11 +29,18 @@ class SelfTest:
         self.library = folder / "emailsending.dll"
         self.code, self.report = None, ""
 
+    def temporary(self):
+        prefix = os.environ.get(*(("WINE_PREFIX_DIR", ROOT / "build/wine") if self.bits == 32 else
+                                  ("WINE64_PREFIX_DIR", ROOT / "build/wine64")))
+        return set(pathlib.Path(prefix).glob("drive_c/users/*/Temp/*"))
+
     def run(self, *args):
+        before = self.temporary()
         wide = ["--64"] if self.bits == 64 else []
         command = [ROOT / "cmake" / "wine.sh", *wide, self.folder / "selftest.exe", *args]
         self.code = subprocess.run(list(map(str, command)), stdin=subprocess.DEVNULL, timeout=280,
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False).returncode
+        assert self.temporary() <= before
         text = (self.folder / "selftest-report.txt").read_bytes().decode()
         assert "\n" not in text.replace("\r\n", "")
         self.report = text.replace("\r\n", "\n")

@@ -102,7 +102,9 @@ void removeFolder(const std::string& folder) {
         const std::string path = folder + "\\" + name;
         if (name != "." && name != ".." && !tv::plat::removeFile(path)) removeFolder(path);
     }
-    emailsend::removeTemporaryFolder(folder);
+    // What a process had open may be closed a moment after its end.
+    for (int tries = 0; tries < 40 && !RemoveDirectoryW(widen(folder).c_str()); ++tries)
+        Sleep(50);
 }
 
 }  // namespace selftest
