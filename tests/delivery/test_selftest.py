@@ -32,7 +32,7 @@ class SelfTest:
     def temporary(self):
         prefix = os.environ.get(*(("WINE_PREFIX_DIR", ROOT / "build/wine") if self.bits == 32 else
                                   ("WINE64_PREFIX_DIR", ROOT / "build/wine64")))
-        return set(pathlib.Path(prefix).glob("drive_c/users/*/Temp/*"))
+        return set(pathlib.Path(prefix).glob("drive_c/users/*/Temp/emailsend-*"))
 
     def run(self, *args):
         before = self.temporary()
