@@ -2,12 +2,13 @@
 """Builds and runs every test, adds up what they counted and ends with "N passed, N failed".
 
     run_all.py [PART|ROOM...]    parts: includes format lint native asan asan32 tsan win32 win64 system
-                                 (all by default); rooms: the folders of tests/unit, as net/tls
+                                 delivery (all by default); rooms: the folders of tests/unit, as net/tls
 
 includes is check_includes.py; format is whether clang-format would change a file; lint is clang-tidy
 over what changed in src/ since the last tag. Of each preset (native to win64) CTest runs the programs
 that are registered with it, the Windows ones under Wine. system drives the products of native, native32,
-asan, win32 and win64 against mail servers on loopback. A room is the one native program of the tests in that
+asan, win32 and win64 against mail servers on loopback. delivery packs what goes out (tools/package.py,
+which builds what it packs) and judges that. A room is the one native program of the tests in that
 folder: nothing else is built. Reports and logs stay in build/results.
 
 A program that crashes, hangs, is not built or leaves no count is a failure. So is a skipped test where
@@ -39,12 +40,12 @@ CHECKS = {
     "lint": ["./run", "lint", "--changed"],
 }
 NO_HISTORY = 77  # exit code of a check that had nothing to compare with
-# Servers are waited for more than computed with: one process more than there are processors.
-SYSTEM = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-o", "junit_family=xunit2",
-          "-n", str(os.cpu_count() + 1), "--dist", "loadfile", "tests/system"]
+PYTEST = [sys.executable, "-m", "pytest", "-p", "no:cacheprovider", "-o", "junit_family=xunit2"]
 SYSTEM_NEEDS = ("native", *LIBRARIES, "asan", "win32", "win64")
 WINDOWS = {"win32": 32, "win64": 64}
-PARTS = (*CHECKS, *PRESETS, "system")
+# Options of each. Servers are waited for more than computed with: one process more than there are processors.
+SUITES = {"system": ["-n", str(os.cpu_count() + 1), "--dist", "loadfile"], "delivery": []}
+PARTS = (*CHECKS, *PRESETS, *SUITES)
 PROGRAM_SECONDS, PART_SECONDS = 900, 3600
 MAY_SKIP = re.compile("CPU|this machine|vectors|git history")
 IN_CI = os.environ.get("CI", "").lower() in ("1", "true", "yes")
@@ -149,9 +150,9 @@ def run_part(part, parts, chosen, env):
                 return [Result(part, "failed", f"does not build\n{output[-3000:]}")]
     if part in CHECKS and part in parts:
         return judge(part, *run(CHECKS[part], part))
-    if part == "system" and part in parts:
-        report = RESULTS / "system.xml"
-        return judge(part, *run([*SYSTEM, f"--junitxml={report}"], part, env), report)
+    if part in SUITES and part in parts:
+        report = RESULTS / f"{part}.xml"
+        return judge(part, *run([*PYTEST, f"tests/{part}", f"--junitxml={report}"], part, env), report)
     if part in parts or only:
         due = only or [name for room, name in rooms().items() if part != "tsan" or room == "plugin"]
         return run_programs(part, ROOT / "build" / part, due, env, only)
@@ -169,7 +170,7 @@ def main():
     results, env, chosen = [], dict(os.environ), [rooms()[part] for part in parts if part in rooms()]
     with contextlib.ExitStack() as stack:
         for part in (*LIBRARIES, *PARTS):
-            if part in WINDOWS and {part, "system"} & {*parts}:
+            if part in WINDOWS and {part, *SUITES} & {*parts}:
                 try:
                     env = stack.enter_context(wine.WineSession(WINDOWS[part], env)).env
                 except wine.WineMissing as missing:

@@ -17,7 +17,7 @@ std::string environmentVariable(const char* name);
 // An empty value takes the variable away.
 void setEnvironmentVariable(const char* name, const std::string& value);
 
-// The plug-in that lies beside this program.
+// The plug-in that lies beside this program; POSIX: or in ../lib of a program in bin.
 std::string libraryBesideProgram();
 // The file that this code was loaded from; empty where the system does not tell.
 std::string fileOfCode(const void* code);

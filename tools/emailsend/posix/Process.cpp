@@ -79,7 +79,13 @@ std::string libraryBesideProgram() {
     char path[4096];  // PATH_MAX of Linux
     const ssize_t size = readlink("/proc/self/exe", path, sizeof path);
     const std::string program(path, size > 0 ? static_cast<size_t>(size) : 0);
-    return program.substr(0, program.rfind('/') + 1) + "libemailsending.so";
+    const std::string folder = program.substr(0, program.rfind('/') + 1);
+    std::string beside = folder + "libemailsending.so";
+    // Installed, program and library have folders of their own under one.
+    if (folder.ends_with("/bin/") && access(beside.c_str(), F_OK) != 0) {
+        return folder.substr(0, folder.size() - 4) + "lib/libemailsending.so.1";
+    }
+    return beside;
 }
 
 std::string realPath(const std::string& path) {

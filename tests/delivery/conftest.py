@@ -1,0 +1,50 @@
+"""Fixtures of the tests of what is delivered: dist/ as ./run package fills it, its archives unpacked."""
+import pathlib
+import subprocess
+import sys
+import tarfile
+import zipfile
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(ROOT / "tests" / "fixtures"), str(ROOT / "tools")]
+PACKAGE = ("/usr/bin/python3", ROOT / "tools" / "package.py")
+
+
+def pytest_configure(config):
+    # Nothing may hang a whole run, whatever it waits for.
+    if config.pluginmanager.hasplugin("timeout") and not config.getoption("timeout"):
+        config.option.timeout = 300
+
+
+def output(*command, **options):
+    made = subprocess.run([str(word) for word in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          text=True, **options)
+    assert made.returncode == 0, made.stdout[-4000:]
+    return made.stdout
+
+
+@pytest.fixture(scope="session")
+def dist():
+    output(*PACKAGE)
+    return ROOT / "dist"
+
+
+@pytest.fixture(scope="session")
+def windows(dist, tmp_path_factory):
+    """The unpacked zip: x86/, x64/, include/, ..."""
+    folder = tmp_path_factory.mktemp("windows")
+    archive, = dist.glob("*-windows.zip")
+    zipfile.ZipFile(archive).extractall(folder)
+    return folder / archive.stem
+
+
+@pytest.fixture(scope="session")
+def linux(dist, tmp_path_factory):
+    """The unpacked tar: lib/, bin/, include/, ..."""
+    folder = tmp_path_factory.mktemp("linux")
+    archive, = dist.glob("*-linux-amd64.tar.gz")
+    with tarfile.open(archive) as packed:
+        packed.extractall(folder)
+    return folder / archive.name.removesuffix(".tar.gz")
