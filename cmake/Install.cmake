@@ -15,9 +15,9 @@ if(TARGET emailsending_import)
 endif()
 add_dependencies(delivered emailsending ${programs})
 
-# tv_symbols_beside(TARGET FOLDER): with --strip, what a debugger needs is left in debug/ of the build
+# tv_symbols_beside(TARGET FOLDER COMPONENT): with --strip, what a debugger needs is left in debug/ of the build
 # folder, and the installed file names it.
-function(tv_symbols_beside target folder)
+function(tv_symbols_beside target folder component)
     set(name $<TARGET_FILE_NAME:${target}>)
     set(symbols ${CMAKE_BINARY_DIR}/debug/${name}.debug)
     file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/debug)
@@ -27,7 +27,7 @@ function(tv_symbols_beside target folder)
         execute_process(COMMAND_ERROR_IS_FATAL ANY
             COMMAND \"${CMAKE_OBJCOPY}\" \"--add-gnu-debuglink=${symbols}\"
                 \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${folder}/${name}\")
-    endif()" COMPONENT ${ARGN})
+    endif()" COMPONENT ${component})
 endfunction()
 
 if(WIN32)
@@ -68,7 +68,8 @@ else()
     endif()
     if(EXISTS ${PROJECT_SOURCE_DIR}/tools/manpages.py)
         set(man ${CMAKE_CURRENT_BINARY_DIR}/man)
-        add_custom_target(manpages COMMAND python3 ${PROJECT_SOURCE_DIR}/tools/manpages.py ${man} VERBATIM)
+        add_custom_target(manpages
+            COMMAND /usr/bin/python3 ${PROJECT_SOURCE_DIR}/tools/manpages.py ${man} VERBATIM)
         add_dependencies(delivered manpages)
         foreach(page emailsend.1 emailsending.3 emailsending.ini.5)
             string(REGEX REPLACE ".*\\." man folder ${page})

@@ -96,7 +96,7 @@ def fill_common(tree):
     shutil.copytree(ROOT / "packaging" / "licenses", tree / "licenses")
     for name in ("samples", "examples"):
         if exists(ROOT / name):
-            shutil.copytree(ROOT / name, tree / name)
+            shutil.copytree(ROOT / name, tree / name, ignore=shutil.ignore_patterns("__pycache__"))
 
 
 def write_bindings(tree):
@@ -130,6 +130,7 @@ def linux_tree(tree):
         other = STAGE / "native32"
         run("cmake", "--install", ROOT / "build" / "native32", "--prefix", other, "--strip", "--component", "library")
         shutil.copytree(other / "lib", tree / "lib32", symlinks=True)
+        shutil.copytree(ROOT / "build" / "native32" / "debug", tree / "debug" / "lib32")
     with tempfile.TemporaryDirectory() as folder:
         write_bindings(pathlib.Path(folder))
         if (pathlib.Path(folder) / "bindings").exists():

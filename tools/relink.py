@@ -26,12 +26,12 @@ def link(build, name, out, *options, leave_out=()):
 
 
 def linked_in(build, name):
-    """The object files and archives outside the project of which something is in the file."""
+    """The object files and archives of which something is in the file."""
     with tempfile.TemporaryDirectory() as folder:
         said = link(build, name, pathlib.Path(folder) / name, "-Wl,--trace,--trace")
     # A line is an object, an archive that was looked into, or (twice --trace) what was taken from one.
-    taken = re.findall(r"^(?:\((/.+\.a)\).+|(/.+\.a)\(.+\)|(/.+\.o))$", said, re.M)
-    return sorted({pathlib.Path("".join(names)).resolve() for names in taken})
+    taken = re.findall(r"^(?:\((\S+\.a)\).+|(\S+\.a)\(.+\)|(\S+\.o))$", said, re.M)
+    return sorted({(build / "".join(names)).resolve() for names in taken})
 
 
 def image_base(tool, path):

@@ -15,6 +15,7 @@ import uuid
 
 import relink
 
+ROOT = pathlib.Path(__file__).resolve().parents[1]
 GCC = "GPL-3.0-or-later WITH GCC-exception-3.1"
 MINGW = "ZPL-2.1 AND LicenseRef-mingw-w64-notices"
 # What a file of the tool chain belongs to: (pattern of its path, name, what it is, licence).
@@ -24,9 +25,12 @@ PARTS = [(re.compile(pattern), *rest) for pattern, *rest in (
     (r"/gcc/.*/libssp\w*\.a$", "libssp", "stack protector of GCC", GCC),
     (r"-w64-mingw32/lib/lib(win)?pthread\.a$", "winpthreads", "POSIX threads on Windows", "MIT AND BSD-3-Clause"),
     (r"-w64-mingw32/lib/[\w.]+$", "mingw-w64", "C run time and import libraries of mingw-w64", MINGW),
+    (r"^/usr/src/googletest/", "googletest", "test frame, in selftest.exe alone", "BSD-3-Clause"),
     (r"/lib\w*/(.*/)?(S?crt[1in]\.o|libc_nonshared\.a)$", "glibc", "start of a file, GNU C Library",
      "LGPL-2.1-or-later WITH GCC-exception-2.0"),
     (r"/lib\w*/(.*/)?(lib(c|m|dl|pthread)|ld-linux[\w-]*)\.so\.\d$", "glibc", "GNU C Library", "LGPL-2.1-or-later"))]
+# Archives that are built here from sources of others: by a file of these.
+FROM_SOURCE = {"libtv_gtest.a": pathlib.Path("/usr/src/googletest/googletest/src/gtest-all.cc")}
 # Tables in the sources that were taken from what others published: (file, name, from where, licence).
 TABLES = (
     ("src/base/CodePageTables.cpp", "code pages", "made by tools/gen_codepages.py from the codecs of Python",
@@ -40,7 +44,7 @@ TABLES = (
 
 @functools.cache
 def debian_package(path):
-    """(source of the file, package, version, architecture) as dpkg knows them."""
+    """(package, version, architecture) of a file, as dpkg knows them."""
     # Since /usr was merged, dpkg knows some files by their old place.
     for known in (str(path), str(path).removeprefix("/usr")):
         found = subprocess.run(["dpkg-query", "-S", known], capture_output=True, text=True)
@@ -96,11 +100,14 @@ class Bill:
             "type": "file", "bom-ref": name, "name": name, "version": self._own["version"],
             "hashes": [{"alg": "SHA-256", "content": hashlib.sha256(path.read_bytes()).hexdigest()}],
             "properties": properties(loads=" ".join(names), **{"unsigned-sha256": unsigned})})
-        self._depends[name] = sorted({*(self._part(file, "static") for file in relink.linked_in(build, path.name)),
+        static = [FROM_SOURCE.get(file.name, file) for file in relink.linked_in(build, path.name)]
+        self._depends[name] = sorted({*(self._part(file, "static") for file in static if build not in file.parents),
                                       *(self._part(file, "dynamic") for file in found)})
 
     def _tables(self):
         for file, name, source, licence in TABLES:
+            if not (ROOT / file).exists():
+                raise SystemExit(f"sbom: there is no {file}")
             table = {"type": "data", "bom-ref": file, "name": name, "description": f"{file}: {source}"}
             yield {**table, "licenses": [{"license": {"id": licence}}]} if licence else table
 

@@ -112,7 +112,8 @@ def test_files_are_stripped_and_name_no_build_folder(windows, linux):
     for path in binaries(linux):
         if path.suffix != ".debug":
             assert ".symtab" not in output("readelf", "-SW", path)
-            symbols = linux / "debug" / f"{path.name}.debug"
+            folder = "debug/lib32" if path.parent.name == "lib32" else "debug"
+            symbols = linux / folder / f"{path.name}.debug"
             assert symbols.name.encode() + b"\0" in path.read_bytes()
             assert ".debug_line" in output("readelf", "-SW", symbols)
 
