@@ -22,7 +22,8 @@ def link(build, name, out, *options, leave_out=()):
     commands = output("ninja", "-t", "commands", "-s", name, cwd=build).split("&&")
     words = next(shlex.split(command) for command in commands if f" -o {name} " in command)
     words[words.index("-o") + 1] = str(out)
-    return output(*(word for word in words if word not in leave_out), *options, cwd=build)
+    kept = [word for word in words if word not in leave_out and not word.startswith("-Wl,-Map")]
+    return output(*kept, *options, cwd=build)
 
 
 def linked_in(build, name):
