@@ -9,6 +9,9 @@ import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(ROOT / "tests" / "fixtures"), str(ROOT / "tools")]
+import wine  # noqa: E402
+from receiver import Receiver  # noqa: E402
+
 PACKAGE = ("/usr/bin/python3", ROOT / "tools" / "package.py")
 
 
@@ -48,3 +51,15 @@ def linux(dist, tmp_path_factory):
     with tarfile.open(archive) as packed:
         packed.extractall(folder)
     return folder / archive.name.removesuffix(".tar.gz")
+
+
+def _entered(make, scope):
+    """A fixture that is a context manager's."""
+    def entered():
+        with make() as value:
+            yield value
+    return pytest.fixture(scope=scope)(entered)
+
+
+receiver = _entered(Receiver, "function")
+wine_session, wine64_session = (_entered(lambda bits=bits: wine.WineSession(bits), "session") for bits in (32, 64))

@@ -1,0 +1,112 @@
+/*
+ * Sends one HTML mail with a logo and an attachment, by JNA, and says what went wrong where that fails.
+ *
+ * In the folder "samples", where logo.png and report.txt lie; USER PASSWORD may follow for a login.
+ *
+ * Linux (Debian: libjna-java):
+ *     javac -encoding UTF-8 -cp /usr/share/java/jna.jar -d . java/FirstMail.java
+ *     java -cp .:/usr/share/java/jna.jar -Djna.library.path=../lib FirstMail mail.example.com 25 me@example.com you@example.com
+ * Windows, with jna.jar in this folder (a 32-bit Java takes x86):
+ *     javac -encoding UTF-8 -cp jna.jar -d . java\FirstMail.java
+ *     java -cp .;jna.jar -Djna.library.path=..\x64 FirstMail mail.example.com 25 me@example.com you@example.com
+ */
+import com.sun.jna.Library;
+import com.sun.jna.Native;
+import com.sun.jna.Platform;
+import com.sun.jna.Pointer;
+import com.sun.jna.win32.StdCallLibrary;
+import java.io.IOException;
+import java.io.InputStream;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.HashMap;
+import java.util.Map;
+
+public final class FirstMail {
+    /** What of the library this program calls. String goes as UTF-8, byte[] as ANSI, both by ansi(). */
+    public interface EmailSending extends Library {
+        int Initialise();
+        void setSmtpHost(byte[] host);
+        void setSmtpPort(int port);
+        void setSmtpUser(byte[] user);
+        void setSmtpPassword(byte[] password);
+        void setStartTls(int flag);
+        void setFromAddress(String address);
+        int setRecipient(String address);
+        void setSubject(String subject);
+        void setBody(String body);
+        void setLogo(String path);
+        void setAttachment(String path);
+        int szBrisko();
+        Pointer getLastError();
+    }
+
+    /** The code page of texts about the server. */
+    private static final String ANSI = Platform.isWindows() ? System.getProperty("sun.jnu.encoding") : "UTF-8";
+
+    private static byte[] ansi(String text) throws IOException {
+        return (text + "\0").getBytes(ANSI);
+    }
+
+    private static EmailSending load() {
+        Map<String, Object> options = new HashMap<>();
+        options.put(Library.OPTION_STRING_ENCODING, "UTF-8");
+        if (Platform.isWindows() && !Platform.is64Bit()) {  // stdcall and "_setSmtpHost@4"
+            options.put(Library.OPTION_CALLING_CONVENTION, StdCallLibrary.STDCALL_CONVENTION);
+            options.put(Library.OPTION_FUNCTION_MAPPER, StdCallLibrary.FUNCTION_MAPPER);
+        }
+        return Native.load("emailsending", EmailSending.class, options);
+    }
+
+    /** The line of getLastError's text that says what went wrong. */
+    private static String tellingLine(String text) {
+        boolean trial = text.contains("TolvaneLog:");  // its log; else a dialogue
+        String line = "";
+        for (String each : text.split("[\r\n]+")) {
+            String words = each.stripLeading();
+            boolean frame = words.startsWith("--") || words.split(" ")[0].endsWith(":")
+                    || words.startsWith("Failed") || words.startsWith("Terminated");
+            if (!words.isEmpty() && !(trial && frame)) line = words;
+        }
+        return line;
+    }
+
+    /** setLogo and setAttachment have no result: what they are to take is tried before. */
+    private static String readable(String path) throws IOException {
+        try (InputStream file = Files.newInputStream(Path.of(path))) {
+            file.read();
+        } catch (IOException error) {
+            throw new IOException(path + " cannot be read", error);
+        }
+        return path;
+    }
+
+    private static void send(String[] args) throws IOException {
+        if (args.length != 4 && args.length != 6) throw new IOException("FirstMail HOST PORT FROM TO [USER PASSWORD]");
+        EmailSending library = load();
+        library.Initialise();
+        library.setSmtpHost(ansi(args[0]));
+        library.setSmtpPort(Integer.parseInt(args[1]));
+        if (args.length == 6) {
+            library.setStartTls(1);  // a server without it does not get the password
+            library.setSmtpUser(ansi(args[4]));
+            library.setSmtpPassword(ansi(args[5]));
+        }
+        library.setFromAddress(args[2]);
+        if (library.setRecipient(args[3]) == 0) throw new IOException(args[3] + " is no address");  // it would go out without
+        library.setSubject("Report for Łódź: 1200 €");
+        library.setBody("<html><body>{LOGO}<p>Żaneta, the report is attached.</p></body></html>");
+        library.setLogo(readable("logo.png"));  // always after setBody: it hands the body over
+        library.setAttachment(readable("report.txt"));
+        if (library.szBrisko() == 0) throw new IOException(tellingLine(library.getLastError().getString(0, ANSI)));
+    }
+
+    public static void main(String[] args) {
+        try {
+            send(args);
+        } catch (IOException error) {
+            System.err.println(error.getMessage());
+            System.exit(1);
+        }
+    }
+}

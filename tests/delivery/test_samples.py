@@ -1,0 +1,125 @@
+"""The samples, compiled and started by the very lines that the comment at their top gives, in a folder laid
+out as what is delivered: what arrives, and what each says when nothing can. Python, C#, Pascal and Java
+run on Linux alone, C and C++ as Windows programs, too."""
+import collections
+import contextlib
+import re
+import shlex
+import shutil
+import subprocess
+
+import pytest
+
+import programs
+from products import ROOT
+from receiver import Receiver
+from servers import free_port
+
+SUBJECT = "Report for Łódź: 1200 €"
+TO = "bela@example.test"
+MINGW = {"x86": "i686-w64-mingw32-", "x64": "x86_64-w64-mingw32-"}
+PLATFORMS = [(language, "linux") for language in ("c", "java")] + [
+    (language, bits) for language in ("c",) for bits in MINGW]
+BUILD_SECONDS = 120
+# Folders as they are delivered; x86 and x64 have library and import library.
+Tree = collections.namedtuple("Tree", "include lib bindings x86 x64")
+
+
+@pytest.fixture(scope="module")
+def tree(tmp_path_factory):
+    bindings = tmp_path_factory.mktemp("bindings")
+    if (ROOT / "tools/bindings.py").exists():
+        subprocess.run(["/usr/bin/python3", ROOT / "tools/bindings.py", bindings], check=True)
+    return Tree(ROOT / "include", ROOT / "build/native", bindings / "bindings", ROOT / "build/win32", ROOT / "build/win64")
+
+
+@pytest.fixture(scope="module")
+def samples(tree, tmp_path_factory):
+    """The folder of the samples, beside those of the tree."""
+    place = tmp_path_factory.mktemp("delivered")
+    for name, folder in tree._asdict().items():
+        (place / name).symlink_to(folder)
+    return shutil.copytree(ROOT / "samples", place / "samples")
+
+
+def lines_for(system, source):
+    """The commands that the comment at the top of a sample gives for one system."""
+    block = re.search(rf"^(?: \*)? ?{system}\b.*:\n((?:(?: \*)? {{5,}}\S.*\n|    \S.*\n)+)", source.read_text(), re.M)
+    return re.findall(r"(?: \*)? {4,}(.*)", block[1])
+
+
+class Sample:
+    """One sample, built for one platform; programs.run starts it."""
+
+    def __init__(self, folder, language, platform, wine=None):
+        self.folder, self.platform, self.wine = folder, platform, wine
+        self.env = {**(wine.env if wine else {}), "LC_ALL": "C.UTF-8"}
+        source, = (folder / language).iterdir()
+        if platform == "linux":
+            *compiling, self._start = lines_for("Linux", source)
+        else:
+            name = source.with_suffix(".exe").name
+            compiling = [MINGW[platform] + line.replace("x86", platform).replace(name, f"{platform}-{name}")
+                         for line in lines_for("Windows", source) if line.startswith(("gcc ", "g++ "))]
+            self._start = f"{platform}-{name}"
+            assert len(compiling) == 1
+        for line in compiling:
+            done = subprocess.run(["sh", "-c", line], cwd=folder, timeout=BUILD_SECONDS, capture_output=True, text=True)
+            assert done.returncode == 0, f"{line}\n{done.stdout}{done.stderr}"
+
+    def command(self, _, *args):
+        if self.wine:
+            # The loader of Windows looks into the folder that is current.
+            shutil.copy(self.folder.parent / self.platform / "emailsending.dll", self.folder)
+            return [ROOT / "cmake/wine.sh", *["--64"] * (self.platform == "x64"), self.folder / self._start, *args]
+        words = " mail.example.com 25 me@example.com you@example.com"
+        assert words in self._start
+        return ["sh", "-c", self._start.replace(words, " " + shlex.join(args))]
+
+    def run(self, port, *more, to=TO):
+        """Exit code and all that it prints."""
+        done = programs.run(self, None, "127.0.0.1", port, "Zoë <zoe@example.test>", to, *more, cwd=self.folder)
+        return done.code, (done.out + done.err).strip()
+
+
+@pytest.fixture(scope="module", params=PLATFORMS, ids=" ".join)
+def sample(request, samples):
+    language, platform = request.param
+    wine = None if platform == "linux" else request.getfixturevalue("wine_session")
+    return Sample(samples, language, platform, wine)
+
+
+def test_mail_arrives(sample, receiver):
+    assert sample.run(receiver.port) == (0, "")
+    received, = receiver.messages
+    assert (received.sender, received.recipients) == ("zoe@example.test", [TO])
+    message = received.parsed()
+    assert (message["Subject"], str(message["From"]), str(message["To"])) == (SUBJECT, "Zoë <zoe@example.test>", TO)
+    html, logo, report = [part for part in message.walk() if not part.is_multipart()]
+    assert "Żaneta, " in html.get_content() and f'src="cid:{logo["Content-ID"].strip("<>")}"' in html.get_content()
+    assert report.get_filename() == "report.txt"
+    for part, name in ((logo, "logo.png"), (report, "report.txt")):
+        assert part.get_payload(decode=True) == (sample.folder / name).read_bytes()
+
+
+@contextlib.contextmanager
+def away(path):
+    path.rename(path.with_suffix(".away"))
+    yield
+    path.with_suffix(".away").rename(path)
+
+
+def test_one_line_says_what_went_wrong(sample):
+    closed = free_port()
+    assert sample.run(closed) == (1, f"No connection to 127.0.0.1:{closed}: Connection rejected.")
+    with Receiver(refuse=[TO]) as receiver:
+        port = receiver.port
+        assert sample.run(port) == (1, "NoValidRecipients: No recipient was accepted. "
+                                       f"RCPT TO:<{TO}> was answered with: 550 5.1.1 <{TO}>: no such mailbox")
+        assert sample.run(port, to=";") == (1, "; is no address")
+        code, words = sample.run(port, "zoe", "secret", to="cili@example.test")
+        assert code == 1 and "STARTTLS" in words, words
+        for name in ("logo.png", "report.txt"):
+            with away(sample.folder / name):
+                assert sample.run(port, to="cili@example.test") == (1, f"{name} cannot be read")
+        assert not receiver.messages
