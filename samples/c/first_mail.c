@@ -7,7 +7,7 @@
  *     cc c/first_mail.c -o first_mail -I../include -L../lib -lemailsending
  *     LD_LIBRARY_PATH=../lib ./first_mail mail.example.com 25 me@example.com you@example.com
  * Windows (x64 for x86 in all lines: 64 bits), MinGW or Microsoft's compiler:
- *     gcc c/first_mail.c -o first_mail.exe -I../include -L../x86 -lemailsending
+ *     gcc c/first_mail.c -o first_mail.exe -I../include ../x86/libemailsending.dll.a
  *     cl /utf-8 c\first_mail.c /I..\include ..\x86\emailsending.lib
  *     copy ..\x86\emailsending.dll .
  *     first_mail mail.example.com 25 me@example.com you@example.com

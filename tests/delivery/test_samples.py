@@ -18,8 +18,8 @@ from servers import free_port
 SUBJECT = "Report for Łódź: 1200 €"
 TO = "bela@example.test"
 MINGW = {"x86": "i686-w64-mingw32-", "x64": "x86_64-w64-mingw32-"}
-PLATFORMS = [(language, "linux") for language in ("c", "java")] + [
-    (language, bits) for language in ("c",) for bits in MINGW]
+PLATFORMS = [(language, "linux") for language in ("c", "cpp", "csharp", "java", "pascal", "python")] + [
+    (language, bits) for language in ("c", "cpp") for bits in MINGW]
 BUILD_SECONDS = 120
 # Folders as they are delivered; x86 and x64 have library and import library.
 Tree = collections.namedtuple("Tree", "include lib bindings x86 x64")
@@ -27,10 +27,15 @@ Tree = collections.namedtuple("Tree", "include lib bindings x86 x64")
 
 @pytest.fixture(scope="module")
 def tree(tmp_path_factory):
-    bindings = tmp_path_factory.mktemp("bindings")
-    if (ROOT / "tools/bindings.py").exists():
-        subprocess.run(["/usr/bin/python3", ROOT / "tools/bindings.py", bindings], check=True)
-    return Tree(ROOT / "include", ROOT / "build/native", bindings / "bindings", ROOT / "build/win32", ROOT / "build/win64")
+    made = tmp_path_factory.mktemp("made")
+    subprocess.run(["/usr/bin/python3", ROOT / "tools/bindings.py", made], check=True)
+    (made / "lib").mkdir()
+    for name, product in (("lib/libemailsending.so", "native/libemailsending.so"),
+                          ("lib/libemailsending.so.1", "native/libemailsending.so"),
+                          ("x86/emailsending.dll", "win32/emailsending.dll"),
+                          ("x64/emailsending.dll", "win64/emailsending.dll")):
+        (made / name).symlink_to(ROOT / "build" / product)
+    return Tree(ROOT / "include", made / "lib", made / "bindings", made / "x86", made / "x64")
 
 
 @pytest.fixture(scope="module")
@@ -104,12 +109,15 @@ def test_mail_arrives(sample, receiver):
 
 @contextlib.contextmanager
 def away(path):
-    """The file is, while this lasts, where nobody looks for it."""
+    """The file, if it is one, is meanwhile where nobody looks for it."""
+    hidden = path.with_suffix(".away")
     if path.exists():
-        path.rename(path.with_suffix(".away"))
-    yield
-    if path.with_suffix(".away").exists():
-        path.with_suffix(".away").rename(path)
+        path.rename(hidden)
+    try:
+        yield
+    finally:
+        if hidden.exists():
+            hidden.rename(path)
 
 
 def test_one_line_says_what_went_wrong(sample):
@@ -137,3 +145,39 @@ def test_login(sample, tmp_path):
         assert sample.run(receiver.port, "zoe", "jelszó") == (0, "")
         code, words = sample.run(receiver.port, "zoe", "wrong")
         assert code == 1 and "535" in words and len(receiver.messages) == 1, words
+
+
+def test_delphi_unit_sends(samples, receiver):
+    """By a program that has it, compiled by Free Pascal: Delphi is not to be had here."""
+    (samples / "by_unit.pas").write_text(f"""program by_unit;
+uses cwstring, ReportMail;
+begin Write(SendReport('127.0.0.1', {receiver.port}, 'zoe@example.test', ParamStr(1), '.')) end.
+""")
+    compiling = "fpc -Fudelphi -Fu../bindings/pascal -Fl../lib -FE. -FU. by_unit.pas".split()
+    subprocess.run(compiling, cwd=samples, check=True, stdout=subprocess.DEVNULL)
+    for recipient, told in ((TO, ""), (";", "; is no address")):
+        assert subprocess.run(["./by_unit", recipient], cwd=samples, env={"LD_LIBRARY_PATH": "../lib"}, text=True,
+                              stdout=subprocess.PIPE).stdout == told
+    message, = receiver.messages
+    assert message.parsed()["Subject"] == SUBJECT
+
+
+@pytest.mark.parametrize("language", ["vb6", "vba", "vbnet"])
+def test_texts_call_what_their_module_has(tree, samples, language):
+    source, module = ((folder / language).iterdir() for folder in (samples, tree.bindings))
+    source, module = (next(files).read_bytes() for files in (source, module))
+    assert source.count(b"\r\n") == (source.count(b"\n") if b"\r\n" in module else 0)
+    code = re.sub(rb"'.*|\"[^\"]*\"", b"", source)
+    called = {*re.findall(rb"\b(?:[sg]et[A-Z]|sz|send|[tT]elling|Initialise)\w*", code)}
+    assert b"setAttachment" in called
+    assert called <= {*re.findall(rb"Public (?:Shared )?(?:Sub|Function) (\w+)\(", module)}
+
+
+def test_page_says_the_lines_of_the_samples():
+    folder = ROOT / "samples"
+    rows = [line.split("|") for line in (folder / "README.md").read_text().splitlines() if line.startswith("| [")]
+    said = [(path, cell.split("`")[1].removesuffix(" ARGS")) for _, name, *cells in rows
+            for path in re.findall(r"\((\S+)\)", name) for cell in cells if cell.startswith(" `")]
+    assert len(said) == 13
+    for path, line in said:
+        assert line in (folder / path).read_text(), line
