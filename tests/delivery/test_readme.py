@@ -1,5 +1,6 @@
 """What README.md shows is so: its programs compile and send, its commands run, its declarations are those of
 the header. A block that is not known here is a failure: nothing is shown that nobody has run."""
+import json
 import re
 import shlex
 import subprocess
@@ -96,13 +97,15 @@ def test_table_of_functions():
 def test_doors():
     assert {*re.findall(r"\./run (\w+)", README)} <= {*re.findall(r"^\./run (\w+)", subprocess.run(
         [ROOT / "run", "help"], capture_output=True, text=True, check=True).stdout, re.M)}
+    presets = {preset["name"] for preset in json.loads((ROOT / "CMakePresets.json").read_text())["configurePresets"]}
+    assert {*re.findall(r"--preset (\w+)", README)} <= presets
     assert re.search(r"Parts: `([\w ]+)`", README)[1].split() == list(run_all.PARTS)
 
 
 def test_commands(folder):
     lines = [words for shell in blocks(README, "sh") for words in commands("", shell)]
     lines += [words for shell in blocks(README, "") for words in commands("$ ", shell)]
-    lines += [inline.split() for inline in re.findall(r"`(emailsend [\w ]*--help)`", README)]
+    lines += [inline.split() for inline in re.findall(r"`(emailsend [^`]*--[^`]+)`", README)]
     product, sent = Product("so"), 0
     with receiver_with_login(folder, "secret") as receiver:
         for program, *words in lines:

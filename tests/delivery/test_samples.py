@@ -90,7 +90,7 @@ class Sample:
 @pytest.fixture(scope="module", params=PLATFORMS, ids=" ".join)
 def sample(request, samples):
     language, platform = request.param
-    wine = None if platform == "linux" else request.getfixturevalue("wine_session")
+    wine = None if platform == "linux" else request.getfixturevalue({"x86": "wine", "x64": "wine64"}[platform] + "_session")
     return Sample(samples, language, platform, wine)
 
 
