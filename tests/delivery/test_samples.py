@@ -21,8 +21,8 @@ MINGW = {"x86": "i686-w64-mingw32-", "x64": "x86_64-w64-mingw32-"}
 PLATFORMS = [(language, "linux") for language in ("c", "cpp", "csharp", "java", "pascal", "python")] + [
     (language, bits) for language in ("c", "cpp") for bits in MINGW]
 BUILD_SECONDS = 120
-# Folders as they are delivered; x86 and x64 have library and import library.
-Tree = collections.namedtuple("Tree", "include lib bindings x86 x64")
+# Folders as they are delivered; x86 and x64 have DLL and import library.
+Tree = collections.namedtuple("Tree", "include lib bindings x86 x64 samples")
 
 
 @pytest.fixture(scope="module")
@@ -35,16 +35,18 @@ def tree(tmp_path_factory):
                           ("x86/emailsending.dll", "win32/emailsending.dll"),
                           ("x64/emailsending.dll", "win64/emailsending.dll")):
         (made / name).symlink_to(ROOT / "build" / product)
-    return Tree(ROOT / "include", made / "lib", made / "bindings", made / "x86", made / "x64")
+    return Tree(ROOT / "include", made / "lib", made / "bindings", made / "x86", made / "x64",
+                ROOT / "samples")
 
 
 @pytest.fixture(scope="module")
 def samples(tree, tmp_path_factory):
-    """The folder of the samples, beside those of the tree."""
+    """A copy of the samples' folder, beside the others of the tree."""
     place = tmp_path_factory.mktemp("delivered")
     for name, folder in tree._asdict().items():
-        (place / name).symlink_to(folder)
-    return shutil.copytree(ROOT / "samples", place / "samples")
+        if name != "samples":
+            (place / name).symlink_to(folder)
+    return shutil.copytree(tree.samples, place / "samples")
 
 
 def lines_for(system, source):
