@@ -17,13 +17,17 @@ import com.sun.jna.Pointer;
 import com.sun.jna.win32.StdCallLibrary;
 import java.io.IOException;
 import java.io.InputStream;
+import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.HashMap;
 import java.util.Map;
 
 public final class FirstMail {
-    /** What of the library this program calls. String goes as UTF-8, byte[] as ANSI, both by ansi(). */
+    /**
+     * What of the library this program calls. Texts are bytes, for JNA encodes every String alike, as
+     * jna.encoding or the system says. Those about the server are made by ansi(), those of the message by utf8().
+     */
     public interface EmailSending extends Library {
         int Initialise();
         void setSmtpHost(byte[] host);
@@ -31,26 +35,29 @@ public final class FirstMail {
         void setSmtpUser(byte[] user);
         void setSmtpPassword(byte[] password);
         void setStartTls(int flag);
-        void setFromAddress(String address);
-        int setRecipient(String address);
-        void setSubject(String subject);
-        void setBody(String body);
-        void setLogo(String path);
-        void setAttachment(String path);
+        void setFromAddress(byte[] address);
+        int setRecipient(byte[] address);
+        void setSubject(byte[] subject);
+        void setBody(byte[] body);
+        void setLogo(byte[] path);
+        void setAttachment(byte[] path);
         int szBrisko();
         Pointer getLastError();
     }
 
-    /** The code page of texts about the server. */
+    /** The encoding of texts about the server (on Linux where the locale names no other). */
     private static final String ANSI = Platform.isWindows() ? System.getProperty("sun.jnu.encoding") : "UTF-8";
 
     private static byte[] ansi(String text) throws IOException {
         return (text + "\0").getBytes(ANSI);
     }
 
+    private static byte[] utf8(String text) {
+        return (text + "\0").getBytes(StandardCharsets.UTF_8);
+    }
+
     private static EmailSending load() {
         Map<String, Object> options = new HashMap<>();
-        options.put(Library.OPTION_STRING_ENCODING, "UTF-8");
         if (Platform.isWindows() && !Platform.is64Bit()) {  // stdcall and "_setSmtpHost@4"
             options.put(Library.OPTION_CALLING_CONVENTION, StdCallLibrary.STDCALL_CONVENTION);
             options.put(Library.OPTION_FUNCTION_MAPPER, StdCallLibrary.FUNCTION_MAPPER);
@@ -72,13 +79,13 @@ public final class FirstMail {
     }
 
     /** setLogo and setAttachment have no result: what they are to take is tried before. */
-    private static String readable(String path) throws IOException {
+    private static byte[] readable(String path) throws IOException {
         try (InputStream file = Files.newInputStream(Path.of(path))) {
             file.read();
         } catch (IOException error) {
             throw new IOException(path + " cannot be read", error);
         }
-        return path;
+        return utf8(path);
     }
 
     private static void send(String[] args) throws IOException {
@@ -92,10 +99,10 @@ public final class FirstMail {
             library.setSmtpUser(ansi(args[4]));
             library.setSmtpPassword(ansi(args[5]));
         }
-        library.setFromAddress(args[2]);
-        if (library.setRecipient(args[3]) == 0) throw new IOException(args[3] + " is no address");  // it would go out without
-        library.setSubject("Report for Łódź: 1200 €");
-        library.setBody("<html><body>{LOGO}<p>Żaneta, the report is attached.</p></body></html>");
+        library.setFromAddress(utf8(args[2]));
+        if (library.setRecipient(utf8(args[3])) == 0) throw new IOException(args[3] + " is no address");
+        library.setSubject(utf8("Report for Łódź: 1200 €"));
+        library.setBody(utf8("<html><body>{LOGO}<p>Żaneta, the report is attached.</p></body></html>"));
         library.setLogo(readable("logo.png"));  // always after setBody: it hands the body over
         library.setAttachment(readable("report.txt"));
         if (library.szBrisko() == 0) throw new IOException(tellingLine(library.getLastError().getString(0, ANSI)));
