@@ -52,8 +52,8 @@ def test_every_block_is_of_a_kind_that_is_run():
 def test_c(program, folder, receiver):
     compiling = ["cc", "-xc", "-Wall", "-Wextra", "-Werror", "-I", ROOT / "include", "-"]
     if "int main(" not in program:
-        headers = "#include <stdio.h>\n#include <string.h>\n"
-        subprocess.run([*compiling, "-fsyntax-only", "-Wno-unused-function"], input=headers + program, text=True, check=True)
+        compiling += ["-fsyntax-only", "-Wno-unused-function", "-include", "stdio.h", "-include", "string.h"]
+        subprocess.run(compiling, input=program, text=True, check=True)
         return
     program = program.replace("mail.example.com", "127.0.0.1")
     program, ports = re.subn(r"setSmtpPort\(\d+\)", f"setSmtpPort({receiver.port})", program)
