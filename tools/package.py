@@ -36,7 +36,7 @@ PYTHON, SIGNER = "/usr/bin/python3", "EMAILSENDING_SIGN"
 WINDOWS = {"x86": "win32", "x64": "win64"}  # folder: preset
 TEXTS = ("README.md", "LICENSE", "CHANGELOG.md", "SECURITY.md")
 # Whether a part that is missing ends the packing; else what there is goes out.
-MUST_EXIST = False
+MUST_EXIST = True
 
 
 def run(*command, cwd=ROOT, **environment):

@@ -11,7 +11,6 @@ import pytest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path[:0] = map(str, (ROOT / "tests/fixtures", ROOT / "tools"))
 import bindings  # noqa: E402
-import wine  # noqa: E402
 from products import EXPORTS  # noqa: E402
 from receiver import Receiver  # noqa: E402
 from servers import free_port  # noqa: E402
@@ -35,9 +34,8 @@ def made(tmp_path_factory):
 
 
 @pytest.fixture(scope="module")
-def session():
-    with wine.WineSession() as entered:
-        yield entered
+def sessions(wine_session, wine64_session):
+    return {"x86": wine_session, "x64": wine64_session}
 
 
 def dll_of(machine):
@@ -140,11 +138,10 @@ LINKERS = {
 }
 
 
-def windows_program(session, machine, folder, *command):
+def windows_program(session, folder, *command):
     with open(folder / "output.txt", "wb") as out:
-        return subprocess.run(
-            [ROOT / "cmake/wine.sh", *["--64"] * (machine == "x64"), *command], cwd=folder, env=session.env,
-            timeout=180, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
+        return subprocess.run(session.command(*command), cwd=folder, env=session.env, timeout=180,
+                              stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT)
 
 
 def test_no_file_tells_where_and_when_it_was_made(made, tmp_path):
@@ -156,7 +153,7 @@ def test_no_file_tells_where_and_when_it_was_made(made, tmp_path):
 
 @pytest.mark.parametrize("linker", LINKERS)
 @pytest.mark.parametrize("machine", MACHINES)
-def test_a_linked_program_calls_the_dll(made, session, tmp_path, machine, linker):
+def test_a_linked_program_calls_the_dll(made, sessions, tmp_path, machine, linker):
     values = {"": "", "int": "2", "const char*": '"x"'}
     # Before Initialise they do nothing.
     calls = [f"{name}({values[argument]});" for name, (_, argument) in EXPORTS.items() if name != "Initialise"]
@@ -169,7 +166,7 @@ def test_a_linked_program_calls_the_dll(made, session, tmp_path, machine, linker
     run("sh", "-c", line, cwd=tmp_path)
     imports = run(f"{cpu}-w64-mingw32-objdump", "-p", "bare.exe", cwd=tmp_path)
     assert set(re.findall(r"^\t[0-9a-f]+\t +\d+ +(\S+)$", imports, re.M)) == dll_names(machine)
-    assert windows_program(session, machine, tmp_path, "bare.exe").returncode == 42
+    assert windows_program(sessions[machine], tmp_path, "bare.exe").returncode == 42
 
 
 # ---- Programs of the folder hosts, each built in a folder of its own.
@@ -260,14 +257,14 @@ def test_a_message_goes_out_and_failures_are_told(made, request, tmp_path, langu
     (tmp_path / "ő €.txt").write_bytes(b"attached")
     command = build(language, "send", made, tmp_path, ROOT / "build/native")
     if machine in MACHINES:
-        session = request.getfixturevalue("session")
+        session = request.getfixturevalue("sessions")[machine]
         line = f"{MACHINES[machine][0]}-w64-mingw32-g++-posix {GXX} -static -o host.exe".format(made=made / "bindings")
         run("sh", "-c", f"{line} {made}/{machine}/libemailsending.dll.a", cwd=tmp_path)
         (tmp_path / "emailsending.dll").symlink_to(dll_of(machine))
 
     def told(port, recipient):
         if machine in MACHINES:
-            assert windows_program(session, machine, tmp_path, "host.exe", str(port), recipient).returncode == 0
+            assert windows_program(session, tmp_path, "host.exe", str(port), recipient).returncode == 0
             return (tmp_path / "output.txt").read_text().splitlines()
         return run(*command, port, recipient, cwd=tmp_path, env=NATIVE).splitlines()
 

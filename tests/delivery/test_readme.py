@@ -21,7 +21,6 @@ PAGES = sorted(ROOT.glob("*.md")) + sorted(ROOT.glob("docs/*.md"))
 LOGIN_REFUSED = 77
 FILES = {"body.html": b"<p>{LOGO}</p>", "logo.png": PNG, "report.pdf": b"%PDF-\r\n.\r\n", "secret.txt": b"secret\n",
          "mail-password.txt": b"secret\n", "company-root.pem": b"as the company has it\n"}
-TYPES = {"Long": "int", "String": "const char*", "Integer": "int", "PAnsiChar": "const char*", "": ""}
 
 
 def blocks(text, language):
@@ -45,7 +44,7 @@ def folder(tmp_path):
 
 
 def test_every_block_is_of_a_kind_that_is_run():
-    assert {*re.findall(r"^```(\w*)\n", README, re.M)} <= {"", "c", "vb", "pascal", "sh", "ini"}
+    assert {*re.findall(r"^```(\w*)\n", README, re.M)} <= {"", "c", "sh", "ini"}
 
 
 @pytest.mark.parametrize("program", blocks(README, "c"), ids=lambda text: text.splitlines()[0])
@@ -69,23 +68,6 @@ def test_c(program, folder, receiver):
     (folder / "report.pdf").unlink()
     run = subprocess.run("./first", cwd=folder, capture_output=True, text=True)
     assert (run.returncode, run.stdout) == (1, "report.pdf cannot be read\n") and len(receiver.messages) == 1
-
-
-DECLARATIONS = {
-    "vb": r'Private Declare (?:Sub|Function) (\w+) Lib "emailsending.dll" Alias "(\w+@\d)" '
-          r"\((?:ByVal \w+ As (\w+))?\)(?: As (\w+))?",
-    "pascal": r"(?:procedure|function) (\w+)(?=.* name '(\w+@\d)')(?:\(\w+: (\w+)\))?(?:: (\w+))?; stdcall; "
-              r"external 'emailsending.dll' name '\w+@\d';",
-}
-
-
-def test_declarations():
-    for language, form in DECLARATIONS.items():
-        for line in "".join(blocks(README, language)).splitlines():
-            name, decorated, takes, result = re.fullmatch(form, line).groups(default="")
-            assert bool(result) == line.replace("Private Declare ", "").lower().startswith("function"), line
-            assert (TYPES[result] or "void", TYPES[takes]) == EXPORTS[name], line
-            assert decorated == f"_{name}@{4 if takes else 0}", line
 
 
 def test_table_of_functions():
