@@ -19,6 +19,8 @@ def pytest_configure(config):
     # Nothing may hang a whole run, whatever it waits for.
     if config.pluginmanager.hasplugin("timeout") and not config.getoption("timeout"):
         config.option.timeout = 300
+    if config.getoption("numprocesses", None):
+        raise pytest.UsageError("dist/ is one: these tests run in one process")
 
 
 def output(*command, **options):
