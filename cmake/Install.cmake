@@ -58,25 +58,18 @@ else()
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/emailsending.pc
         DESTINATION ${libraries}/pkgconfig COMPONENT development)
 
-    install(FILES README.md CHANGELOG.md LICENSE TYPE DOC COMPONENT documentation)
+    install(FILES README.md CHANGELOG.md SECURITY.md LICENSE TYPE DOC COMPONENT documentation)
     install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
-    if(EXISTS ${PROJECT_SOURCE_DIR}/SECURITY.md)
-        install(FILES SECURITY.md TYPE DOC COMPONENT documentation)
-    endif()
-    if(EXISTS ${PROJECT_SOURCE_DIR}/examples)
-        install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
-    endif()
-    if(EXISTS ${PROJECT_SOURCE_DIR}/tools/manpages.py)
-        set(man ${CMAKE_CURRENT_BINARY_DIR}/man)
-        add_custom_target(manpages
-            COMMAND /usr/bin/python3 ${PROJECT_SOURCE_DIR}/tools/manpages.py ${man} VERBATIM)
-        add_dependencies(delivered manpages)
-        foreach(page emailsend.1 emailsending.3 emailsending.ini.5)
-            string(REGEX REPLACE ".*\\." man folder ${page})
-            install(FILES ${man}/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/${folder}
-                COMPONENT documentation)
-        endforeach()
-    endif()
+    install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+    set(man ${CMAKE_CURRENT_BINARY_DIR}/man)
+    add_custom_target(manpages
+        COMMAND /usr/bin/python3 ${PROJECT_SOURCE_DIR}/tools/manpages.py ${man} VERBATIM)
+    add_dependencies(delivered manpages)
+    foreach(page emailsend.1 emailsending.3 emailsending.ini.5)
+        string(REGEX REPLACE ".*\\." man folder ${page})
+        install(FILES ${man}/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/${folder}
+            COMPONENT documentation)
+    endforeach()
 endif()
 
 install(FILES include/emailsending.h TYPE INCLUDE COMPONENT development)

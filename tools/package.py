@@ -34,9 +34,8 @@ import sbom  # noqa: E402
 DIST, STAGE = ROOT / "dist", ROOT / "build" / "stage"
 PYTHON, SIGNER = "/usr/bin/python3", "EMAILSENDING_SIGN"
 WINDOWS = {"x86": "win32", "x64": "win64"}  # folder: preset
+PRESETS = {"native": "delivered", "win32": "delivered", "win64": "delivered", "native32": "emailsending"}
 TEXTS = ("README.md", "LICENSE", "CHANGELOG.md", "SECURITY.md")
-# Whether a part that is missing ends the packing; else what there is goes out.
-MUST_EXIST = True
 
 
 def run(*command, cwd=ROOT, **environment):
@@ -46,12 +45,6 @@ def run(*command, cwd=ROOT, **environment):
     if made.returncode:
         sys.exit(f"{made.stdout[-6000:]}\npackage: {' '.join(words)} ended with {made.returncode}")
     return made.stdout
-
-
-def exists(path):
-    if not path.exists() and MUST_EXIST:
-        sys.exit(f"package: there is no {path}")
-    return path.exists()
 
 
 def version():
@@ -71,17 +64,8 @@ def source_date():
 
 # ---- The trees.
 
-def presets():
-    """Preset: what is built of it."""
-    known = (ROOT / "CMakePresets.json").read_text()
-    third = ["native32"] if '"native32"' in known else []
-    if MUST_EXIST and not third:
-        sys.exit("package: there is no preset native32")
-    return {**dict.fromkeys(("native", *WINDOWS.values()), "delivered"), **dict.fromkeys(third, "emailsending")}
-
-
 def build(again):
-    for preset, target in presets().items():
+    for preset, target in PRESETS.items():
         folder = ROOT / "build" / preset
         if again:
             for name in ("emailsending.dll", "libemailsending.dll.a", "emailsend.exe", "selftest.exe", "emailsend",
@@ -95,13 +79,7 @@ def fill_common(tree):
     """The folders that both archives have."""
     shutil.copytree(ROOT / "packaging" / "licenses", tree / "licenses")
     for name in ("samples", "examples"):
-        if exists(ROOT / name):
-            shutil.copytree(ROOT / name, tree / name, ignore=shutil.ignore_patterns("__pycache__"))
-
-
-def write_bindings(tree):
-    if exists(ROOT / "tools" / "bindings.py"):
-        run(PYTHON, "tools/bindings.py", tree)
+        shutil.copytree(ROOT / name, tree / name, ignore=shutil.ignore_patterns("__pycache__"))
 
 
 def windows_files(tree):
@@ -115,29 +93,26 @@ def windows_tree(tree):
     for path in windows_files(tree):
         functions = relink.function_map(ROOT / "build" / WINDOWS[path.parent.name], path.name)
         (path.parent / "symbols" / f"{path.name}.map").write_text(functions, newline="\n")
-    write_bindings(tree)
+    run(PYTHON, "tools/bindings.py", tree)
     fill_common(tree)
     shutil.copytree(ROOT / "docs", tree / "docs")
     for name in TEXTS:
-        if exists(ROOT / name):
-            shutil.copy(ROOT / name, tree)
+        shutil.copy(ROOT / name, tree)
 
 
 def linux_tree(tree):
     run("cmake", "--install", ROOT / "build" / "native", "--prefix", tree, "--strip")
     shutil.copytree(ROOT / "build" / "native" / "debug", tree / "debug")
-    if "native32" in presets():
-        other = STAGE / "native32"
-        run("cmake", "--install", ROOT / "build" / "native32", "--prefix", other, "--strip", "--component", "library")
-        shutil.copytree(other / "lib", tree / "lib32", symlinks=True)
-        shutil.copytree(ROOT / "build" / "native32" / "debug", tree / "debug" / "lib32")
+    other = STAGE / "native32"
+    run("cmake", "--install", ROOT / "build" / "native32", "--prefix", other, "--strip", "--component", "library")
+    shutil.copytree(other / "lib", tree / "lib32", symlinks=True)
+    shutil.copytree(ROOT / "build" / "native32" / "debug", tree / "debug" / "lib32")
     with tempfile.TemporaryDirectory() as folder:
-        write_bindings(pathlib.Path(folder))
-        if (pathlib.Path(folder) / "bindings").exists():
-            shutil.copytree(pathlib.Path(folder) / "bindings", tree / "bindings")
+        run(PYTHON, "tools/bindings.py", folder)
+        shutil.copytree(pathlib.Path(folder) / "bindings", tree / "bindings")
     fill_common(tree)
     documents = tree / "share" / "doc" / "emailsending"
-    shutil.rmtree(documents / "examples", ignore_errors=True)  # they are at the top
+    shutil.rmtree(documents / "examples")  # they are at the top
     for name in ("README.md", "LICENSE"):
         (tree / name).symlink_to((documents / name).relative_to(tree))
 
