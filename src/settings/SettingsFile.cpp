@@ -43,7 +43,8 @@ bool isAbsolute(std::string_view path) {
 }  // namespace
 
 Failure settingsOf(std::string_view bytes, const std::string& path, Settings& out, Seen& seen) {
-    const ReadFile readNamed = [&seen](const std::string& name, bool secret, std::string& contents) {
+    const ReadFile readNamed = [&seen](const std::string& name, bool secret,
+                                       std::string& contents) {
         plat::TrustedFile named;
         std::string problem = plat::readTrustedFile(name, kMostNamed, named);
         if (problem.empty() && secret && named.othersRead) {
