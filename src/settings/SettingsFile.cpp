@@ -124,7 +124,7 @@ bool SettingsFile::unchanged() const {
 
 // Who has changed the last one just now may be amid it: half a file must not count.
 bool SettingsFile::rests() const {
-    constexpr uint64_t kRest = 250 * 10000;  // 250 ms
+    constexpr uint64_t kRest = uint64_t{250} * 10000;  // 250 ms
     const uint64_t now = plat::sysClock().fileTimeUtc();
     return std::all_of(stamps_.begin(), stamps_.end(), [now](const auto& known) {
         const uint64_t modified = known.second.modified;
