@@ -5,6 +5,7 @@
 #include "selftest/SmtpSink.h"
 #include "selftest/TestLibrary.h"
 #include "tests/fixtures/Dialogue.h"
+#include "tests/fixtures/hosts/odd_stack.h"
 
 namespace selftest {
 namespace {
@@ -32,34 +33,12 @@ FloatingPoint now() {
 }
 
 using Function = void (*)();
-constexpr size_t kAlignment = 16;
 #ifdef __i386__
 constexpr unsigned kOffsets[] = {0, 4, 8, 12};
-
-// The stack lies so many bytes below a multiple of 16 where the function is called.
-[[gnu::noinline]] intptr_t callAt(unsigned offset, Function function, intptr_t argument,
-                                  int hasArgument) {
-    unsigned padding = (offset - 4 * static_cast<unsigned>(hasArgument)) % kAlignment;
-    intptr_t result;
-    asm volatile(
-        "movl %%esp, %%ebx\n\t"
-        "andl $-16, %%esp\n\t"
-        "subl %%ecx, %%esp\n\t"
-        "testl %%edx, %%edx\n\t"
-        "je 1f\n\t"
-        "pushl %%edi\n"
-        "1:\n\t"
-        "call *%%esi\n\t"
-        "movl %%ebx, %%esp"
-        : "=a"(result), "+c"(padding), "+d"(hasArgument)
-        : "S"(function), "D"(argument)
-        : "ebx", "memory", "cc");
-    return result;
-}
 #else
 constexpr unsigned kOffsets[] = {0};  // the system itself demands aligned stacks
 
-intptr_t callAt(unsigned, Function function, intptr_t argument, int) {
+intptr_t call_at(unsigned, Function function, intptr_t argument, int) {
     return reinterpret_cast<intptr_t (*)(intptr_t)>(function)(argument);
 }
 #endif
@@ -74,7 +53,7 @@ protected:
         set(host);
         const FloatingPoint before = now();  // reserved bits read as they please
         const intptr_t result =
-            callAt(offset, reinterpret_cast<Function>(function), argument, sizeof...(Args));
+            call_at(offset, reinterpret_cast<Function>(function), argument, sizeof...(Args));
         const FloatingPoint after = now();
         set(kUsual);
         EXPECT_EQ(after.control, before.control);
