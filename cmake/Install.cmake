@@ -58,7 +58,7 @@ else()
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/packaging/emailsending.pc
         DESTINATION ${libraries}/pkgconfig COMPONENT development)
 
-    install(FILES README.md CHANGELOG.md SECURITY.md LICENSE TYPE DOC COMPONENT documentation)
+    install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md LICENSE TYPE DOC COMPONENT documentation)
     install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
     install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
     set(man ${CMAKE_CURRENT_BINARY_DIR}/man)
@@ -74,6 +74,7 @@ endif()
 
 install(FILES include/emailsending.h TYPE INCLUDE COMPONENT development)
 set(HEADERS ${CMAKE_INSTALL_INCLUDEDIR})
+file(RELATIVE_PATH PREFIX_FROM_CONFIG /${config_folder} /)
 configure_package_config_file(packaging/emailsending-config.cmake.in packaging/emailsending-config.cmake
     INSTALL_DESTINATION ${config_folder} PATH_VARS HEADERS LIBRARIES_32 LIBRARIES_64
     NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)

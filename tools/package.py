@@ -35,7 +35,7 @@ DIST, STAGE = ROOT / "dist", ROOT / "build" / "stage"
 PYTHON, SIGNER = "/usr/bin/python3", "EMAILSENDING_SIGN"
 WINDOWS = {"x86": "win32", "x64": "win64"}  # folder: preset
 PRESETS = {"native": "delivered", "win32": "delivered", "win64": "delivered", "native32": "emailsending"}
-TEXTS = ("README.md", "LICENSE", "CHANGELOG.md", "SECURITY.md")
+TEXTS = ("README.md", "LICENSE", "CHANGELOG.md", "CONTRIBUTING.md", "SECURITY.md")
 
 
 def run(*command, cwd=ROOT, **environment):
@@ -112,9 +112,12 @@ def linux_tree(tree):
         shutil.copytree(pathlib.Path(folder) / "bindings", tree / "bindings")
     fill_common(tree)
     documents = tree / "share" / "doc" / "emailsending"
-    shutil.rmtree(documents / "examples")  # they are at the top
-    for name in ("README.md", "LICENSE"):
+    shutil.rmtree(documents / "examples")
+    # The pages name each other, samples and examples from the top and from their own folder.
+    for name in (*TEXTS, "docs"):
         (tree / name).symlink_to((documents / name).relative_to(tree))
+    for name in ("bindings", "examples", "samples"):
+        (documents / name).symlink_to(f"../../../{name}")
 
 
 # ---- The signature, the bill and the archives.

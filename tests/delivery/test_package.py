@@ -128,13 +128,35 @@ def test_crash_address_resolves_to_a_function(windows, folder):
     assert any("tv::" in line and "(anonymous namespace)" in line for line in lines)
 
 
-def test_debian_package(dist, linux, tmp_path):
+@pytest.fixture
+def debian(dist, tmp_path):
+    """The unpacked Debian package, in a system whose /lib is a link."""
     deb, = dist.glob("*.deb")
     output("dpkg-deb", "-x", deb, tmp_path)
+    (tmp_path / "lib").symlink_to("usr/lib")
+    return tmp_path
+
+
+def test_links_between_pages_lead_to_files(windows, linux, debian):
+    seen = set()
+    for tree in (windows, linux, linux / "share/doc/emailsending", debian / "usr/share/doc/emailsending"):
+        for page in (*tree.glob("*.md"), *tree.glob("docs/*.md")):
+            for target in re.findall(r"\]\((?!https?:)([^)#\s]+)", page.read_text()):
+                assert (page.parent / target).exists(), (page, target)
+                seen.add(target)
+    assert {"samples/java", "examples", "docs/errors.md", "../CONTRIBUTING.md", "LICENSE", "copyright"} <= seen
+
+
+def test_debian_package(dist, linux, debian, outside):
+    tmp_path, (deb,) = debian, dist.glob("*.deb")
     for name in ("bin/emailsend", f"lib/libemailsending.so.{package.version()}", "include/emailsending.h"):
         assert (tmp_path / "usr" / name).read_bytes() == (linux / name).read_bytes()
     needs = output("dpkg-deb", "-f", deb, "Depends")
     assert all(f"{name} (>= " in needs for name in ("libc6", "libstdc++6", "libgcc-s1"))
+    find_package(outside, debian)
+    assert f"-isystem {debian}/usr/include" in (outside / "build/build.ninja").read_text()
+    licence = (debian / "usr/share/doc/emailsending/copyright").read_text()
+    assert all(f"\nLicense: {name}\n " in licence for name in ("Expat", "PSF-2.0", "GCC-exception-3.1"))
     # The program finds the library where the package puts it.
     said = subprocess.run([tmp_path / "usr/bin/emailsend", "doctor", "--host", "127.0.0.1", "--port", "1"],
                           capture_output=True, text=True).stdout
