@@ -180,7 +180,8 @@ LANGUAGES = {
     "csharp": (".cs", "mcs -langversion:5 -warnaserror -warn:4 host.cs {made}/csharp/EmailSending.cs",
                ["mono", "host.exe"]),
     "pascal": (".pas", "fpc -vewn -Sew -Fu{made}/pascal -Fl{library} -FU. host.pas", ["./host"]),
-    "cpp": (".cpp", f"g++ {GXX} -L {{library}} -lemailsending -o host", ["./host"]),
+    "cpp": (".cpp", f"g++ {GXX} -L {{library}} -lemailsending -o host && "  # and where there are no exceptions
+            "g++ -std=c++17 -fno-exceptions -I {made}/c -fsyntax-only -x c++ {made}/cpp/emailsending.hpp", ["./host"]),
 }
 
 

@@ -140,7 +140,7 @@ def debian(dist, tmp_path):
 def test_links_between_pages_lead_to_files(windows, linux, debian):
     seen = set()
     for tree in (windows, linux, linux / "share/doc/emailsending", debian / "usr/share/doc/emailsending"):
-        for page in (*tree.glob("*.md"), *tree.glob("docs/*.md")):
+        for page in (*tree.glob("*.md"), *tree.glob("docs/*.md"), *tree.glob("samples/*.md")):
             for target in re.findall(r"\]\((?!https?:)([^)#\s]+)", page.read_text()):
                 assert (page.parent / target).exists(), (page, target)
                 seen.add(target)
