@@ -24,6 +24,8 @@ MACHINES = {0x014C: "x86", 0x8664: "x64"}
 PE_FLAGS = {0x0020: "HIGHENTROPYVA", 0x0040: "DYNAMICBASE", 0x0100: "NXCOMPAT", 0x0400: "NO_SEH"}
 READELF = ["readelf", "-W", "-h", "-l", "-d", "-n", "-S", "--dyn-syms"]
 RESOURCE_VERSION = 16
+# The files may have been built elsewhere, as those of a release are.
+SOMEBODYS_FOLDER = re.compile(rb"(?:/home/|/root/|/tmp/|:\\Users\\)\w")
 
 
 def windows7():
@@ -224,7 +226,8 @@ def facts_of(data):
         return None
     kind, *machine = found.pop("format"), *([found.pop("machine")] if "machine" in found else [])
     return {"format": " ".join([kind, *machine]), "bytes": len(data), **found,
-            "build path inside": any(path.encode() in data for path in (str(ROOT), re.sub(r"\W", "_", str(ROOT))))}
+            "build path inside": any(path.encode() in data for path in (str(ROOT), re.sub(r"\W", "_", str(ROOT))))
+            or bool(SOMEBODYS_FOLDER.search(data))}
 
 
 def files(path):

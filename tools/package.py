@@ -251,6 +251,7 @@ def main():
     how.add_argument("--relink", action="store_true")
     how.add_argument("--twice", action="store_true")
     chosen = parser.parse_args()
+    os.umask(0o022)  # who unpacks reads the files, whoever packs them
     package_twice() if chosen.twice else package(chosen.relink)
     print((DIST / "SHA256SUMS").read_text(), end="")
 

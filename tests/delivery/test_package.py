@@ -184,6 +184,6 @@ def test_signed_after_the_hashes_were_taken(windows, tmp_path, monkeypatch):
 
 def test_made_twice_it_is_the_same(dist, tmp_path):
     first = shutil.copytree(dist, tmp_path / "first")
-    output(*PACKAGE, "--relink")
+    output(*PACKAGE, "--relink", umask=0o077)
     once, again = ({path.name: package.sha256(path) for path in folder.iterdir()} for folder in (first, dist))
     assert once == again
