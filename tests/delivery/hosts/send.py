@@ -1,4 +1,5 @@
 """send.py PORT RECIPIENT: sends a message by the Python module and prints "sent", or why not."""
+import pathlib
 import sys
 
 from emailsending import EmailSending, SendError
@@ -12,7 +13,7 @@ mail.setRecipient(sys.argv[2])
 mail.setSubject("Łódź: 1200 €")
 mail.setBody("<p>ő</p>")
 mail.setLogo("")
-mail.setAttachment("ő €.txt")
+mail.setAttachment(pathlib.Path("ő €.txt"))
 try:
     mail.send()
     print("sent")
