@@ -58,6 +58,8 @@ static class FirstMail
         }
         catch (Exception error)
         {
+            if (error is DllNotFoundException || error is BadImageFormatException)
+                Console.Error.Write("The library is not there, or not as wide as this program: ");
             Console.Error.WriteLine(error.Message);
             return 1;
         }

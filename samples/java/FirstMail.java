@@ -45,11 +45,14 @@ public final class FirstMail {
         Pointer getLastError();
     }
 
-    /** The encoding of texts about the server (on Linux where the locale names no other). */
-    private static final String ANSI = Platform.isWindows() ? System.getProperty("sun.jnu.encoding") : "UTF-8";
+    private static final String SYSTEM = System.getProperty("sun.jnu.encoding");
+    /** The encoding of texts about the server: UTF-8 in the locale C, too. */
+    private static final String ANSI = SYSTEM.startsWith("ANSI_X3.4") ? "UTF-8" : SYSTEM;
 
     private static byte[] ansi(String text) throws IOException {
-        return (text + "\0").getBytes(ANSI);
+        byte[] bytes = (text + "\0").getBytes(ANSI);
+        if (new String(bytes, ANSI).equals(text + "\0")) return bytes;
+        throw new IOException("The ANSI code page has not all characters of a text");  // "?" in their place
     }
 
     private static byte[] utf8(String text) {
@@ -111,7 +114,7 @@ public final class FirstMail {
     public static void main(String[] args) {
         try {
             send(args);
-        } catch (IOException error) {
+        } catch (IOException | RuntimeException | UnsatisfiedLinkError error) {
             System.err.println(error.getMessage());
             System.exit(1);
         }

@@ -6,9 +6,9 @@
  * Linux:
  *     fpc -Fu../bindings/pascal -Fl../lib -FE. pascal/first_mail.pas
  *     LD_LIBRARY_PATH=../lib ./first_mail mail.example.com 25 me@example.com you@example.com
- * Windows (x64 for x86 in all lines: 64 bits), Free Pascal or Delphi (dcc64):
+ * Windows (x64 for x86 in all lines: 64 bits), Free Pascal or Delphi (dcc64; no -NSSystem before XE2):
  *     fpc -Fu..\bindings\pascal -FE. pascal\first_mail.pas
- *     dcc32 --codepage:65001 -U..\bindings\pascal -E. pascal\first_mail.pas
+ *     dcc32 --codepage:65001 -NSSystem -U..\bindings\pascal -E. pascal\first_mail.pas
  *     copy ..\x86\emailsending.dll .
  *     first_mail mail.example.com 25 me@example.com you@example.com
  *)

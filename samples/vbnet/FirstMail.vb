@@ -51,6 +51,9 @@ Module FirstMail
             Send(args)
             Return 0
         Catch failure As Exception
+            If TypeOf failure Is DllNotFoundException OrElse TypeOf failure Is BadImageFormatException Then
+                Console.Error.Write("The library is not there, or not as wide as this program: ")
+            End If
             Console.Error.WriteLine(failure.Message)
             Return 1
         End Try

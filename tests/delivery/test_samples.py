@@ -21,12 +21,13 @@ PLATFORMS = [(language, "linux") for language in ("c", "cpp", "csharp", "java", 
     (language, bits) for language in ("c", "cpp") for bits in MINGW]
 BUILD_SECONDS = 120
 # Folders as they are delivered; x86 and x64 have DLL and import library.
-Tree = collections.namedtuple("Tree", "include lib bindings x86 x64 samples")
+Tree = collections.namedtuple("Tree", "include lib lib32 bindings x86 x64 samples")
 
 
 @pytest.fixture(scope="module")
 def tree(linux, windows):
-    return Tree(linux / "include", linux / "lib", linux / "bindings", windows / "x86", windows / "x64", linux / "samples")
+    return Tree(*(linux / name for name in ("include", "lib", "lib32", "bindings")), windows / "x86", windows / "x64",
+                linux / "samples")
 
 
 @pytest.fixture(scope="module")
@@ -49,7 +50,7 @@ class Sample:
     """One sample, built for one platform; programs.run starts it."""
 
     def __init__(self, folder, language, platform, wine=None):
-        self.folder, self.platform, self.wine = folder, platform, wine
+        self.folder, self.platform, self.wine, self.library = folder, platform, wine, "../lib"
         self.env = {**(wine.env if wine else {}), "LC_ALL": "C.UTF-8"}
         source, = (folder / language).iterdir()
         if platform == "linux":
@@ -71,7 +72,7 @@ class Sample:
             return [ROOT / "cmake/wine.sh", *["--64"] * (self.platform == "x64"), self.folder / self._start, *args]
         words = " mail.example.com 25 me@example.com you@example.com"
         assert words in self._start
-        return ["sh", "-c", self._start.replace(words, " " + shlex.join(args))]
+        return ["sh", "-c", self._start.replace(words, " " + shlex.join(args)).replace("../lib", self.library)]
 
     def run(self, port, *more, to=TO):
         """Exit code and all that it prints."""
@@ -111,6 +112,15 @@ def test_one_line_says_what_went_wrong(sample):
         code, words = sample.run(port, to=";")
         assert code == 1 and "o address" in words and ";" in words, words
         assert not receiver.messages
+
+
+@pytest.mark.parametrize("library", ["../none", "../lib32"])
+@pytest.mark.parametrize("language", ["csharp", "java", "pascal", "python"])
+def test_a_library_that_cannot_be_loaded_is_told(samples, language, library):
+    sample = Sample(samples, language, "linux")
+    sample.library = library
+    code, words = sample.run(free_port())
+    assert code and re.search("not there|cannot open|wrong ELF class", words) and "\tat " not in words, words
 
 
 @pytest.mark.parametrize("name", ["logo.png", "report.txt"])
