@@ -6,6 +6,8 @@ import shlex
 import subprocess
 import tempfile
 
+import binaries
+
 
 def output(*command, cwd=None):
     return subprocess.run([str(word) for word in command], check=True, capture_output=True, text=True,
@@ -35,10 +37,6 @@ def linked_in(build, name):
     return sorted({(build / "".join(names)).resolve() for names in taken})
 
 
-def image_base(tool, path):
-    return int(re.search(r"^ImageBase\s+(\w+)", output(tool, "-p", path), re.M)[1], 16)
-
-
 def code_of(tool, path, folder):
     code = folder / (path.name + ".text")
     output(tool, "-O", "binary", "--only-section=.text", path, code)
@@ -49,8 +47,9 @@ def function_map(build, name):
     """The functions of a stripped Windows file, one a line, by their offset in the module: what Windows
     tells as "fault offset" lies behind the last line that is not greater."""
     tools = cache(build)
-    objdump, objcopy, nm = (tools[f"CMAKE_{tool}"] for tool in ("OBJDUMP", "OBJCOPY", "NM"))
-    delivered, base = build / name, image_base(objdump, build / name)
+    objcopy, nm = (tools[f"CMAKE_{tool}"] for tool in ("OBJCOPY", "NM"))
+    delivered = build / name
+    base = binaries.PeFile(delivered.read_bytes()).base
     with tempfile.TemporaryDirectory() as folder:
         folder = pathlib.Path(folder)
         named = folder / f"named-{name}"

@@ -10,7 +10,8 @@ import sys
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "tests" / "fixtures"))
+sys.path[:0] = [str(ROOT / "tests" / "fixtures"), str(ROOT / "tools")]
+import binaries  # noqa: E402
 from receiver import Receiver  # noqa: E402
 
 PARTS = {"Coding", "DotStuffer", "Exports", "Hosts", "Log", "Loopback", "OwnServer", "Platform", "PublicKey",
@@ -89,7 +90,8 @@ def test_a_wrong_constant_in_the_library_breaks_tls_and_nothing_else(either):
 
 def test_a_crash_ends_one_part_and_is_told(narrow):
     whole = bytearray(narrow.library.read_bytes())
-    for entry in entries_of(narrow.library, whole):
+    library = binaries.PeFile(whole)
+    for entry in map(library.at, library.exports().values()):
         whole[entry:entry + 2] = b"\x0f\x0b"  # ud2
     narrow.library.write_bytes(whole)
     counts = narrow.run("--part", "Send", "--part", "System").counts()
@@ -117,27 +119,7 @@ def test_a_message_to_a_server_of_ones_own(narrow):
     assert "Connection rejected" in narrow.report
 
 
-def test_only_what_windows_7_has_is_imported():
-    rows = [line.lstrip("+").split() for line in (ROOT / "tests/data/windows7_imports.txt").read_text().splitlines()]
-    allowed = {(library, function) for library, *functions in rows for function in functions}
-    imported = set()
-    for block in table_of(ROOT / "build/win32/selftest.exe").split("DLL Name: ")[1:]:
-        functions = re.findall(r"^\t[0-9a-f]+\t +\d+ +(\S+)$", block, re.M)
-        assert functions, block
-        imported.update((block.split()[0].lower(), function) for function in functions)
-    assert imported - allowed == set()
-
-
-def table_of(path):
-    return subprocess.run(["i686-w64-mingw32-objdump", "-p", path], capture_output=True, text=True, check=True).stdout
-
-
-def entries_of(path, image):
-    """Where in the file the code of each export begins."""
-    header = int.from_bytes(image[0x3C:0x40], "little")
-    section = header + 24 + int.from_bytes(image[header + 20:header + 22], "little")
-    assert image[section:section + 5] == b".text"
-    loaded, lies = (int.from_bytes(image[section + at:section + at + 4], "little") for at in (12, 20))
-    entries = [int(rva, 16) - loaded + lies for rva in re.findall(r"\+base\[ *\d+\] (\w+) Export RVA", table_of(path))]
-    assert len(entries) == 24
-    return entries
+@pytest.mark.parametrize("preset", ["win32", "win64"])
+def test_only_what_windows_7_has_is_imported(preset):
+    facts = binaries.facts_of((ROOT / "build" / preset / "selftest.exe").read_bytes())
+    assert facts["imports"] and facts["not in Windows 7"] == []
