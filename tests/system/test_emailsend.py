@@ -57,6 +57,8 @@ FAILURES = {
     "two lines": (["--password-file", "lines"], 66, "the file holds more than one line: lines", []),
     "no password": (["--user", "me", "--auth", "NTLM"], 64, "--user needs a password", []),
     "missing library": (["--library", "missing"], 66, "cannot load the plug-in missing: ", []),
+    "on Windows: no library for its bits": (
+        ["--library", "plain."], 66, "cannot load the plug-in plain.: it is no library for programs of 32 bits\n", []),
     "logo alone": (["--logo", "plain"], 64, "--logo needs a body", []),
     "sender without @": (["--from", "a"], 64, "--from is missing or no address", []),
     "no value": (["--host"], 64, "--host needs a value", []),

@@ -12,7 +12,10 @@ bool SysLibrary::open(std::string_view utf8Path, std::string& error) {
     close();
     handle_ = LoadLibraryW(widen(utf8Path).c_str());
     if (handle_) return true;
-    error = lastErrorWords();
+    // The system's words have a gap where the file's name belongs, and say nothing of bits.
+    error = GetLastError() == ERROR_BAD_EXE_FORMAT
+                ? "it is no library for programs of " + std::to_string(8 * sizeof(void*)) + " bits"
+                : lastErrorWords();
     return false;
 }
 
