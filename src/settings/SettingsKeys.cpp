@@ -147,7 +147,8 @@ constexpr Key kKeys[] = {
         "yes where this file has the secret, else no", "yes",
         "Whether a login over a connection in clear is refused."),
 
-    key("certificate", "verify", kYesNo, number<&Settings::verify>, "no", "yes",
+    key("certificate", "verify", kYesNo, number<&Settings::verify>,
+        "yes where roots or roots-also stands, else no", "yes",
         "Whether the server must prove who it is: chain, name and dates of its certificate.\n"
         "Needs encryption = starttls or implicit."),
     key("certificate", "roots", kFile, text<&Settings::roots>, "the system's", "company-root.pem",
