@@ -152,7 +152,7 @@ def run_part(part, parts, chosen, env):
         return judge(part, *run(CHECKS[part], part))
     if part in SUITES and part in parts:
         report = RESULTS / f"{part}.xml"
-        return judge(part, *run([*PYTEST, f"tests/{part}", f"--junitxml={report}"], part, env), report)
+        return judge(part, *run([*PYTEST, *SUITES[part], f"tests/{part}", f"--junitxml={report}"], part, env), report)
     if part in parts or only:
         due = only or [name for room, name in rooms().items() if part != "tsan" or room == "plugin"]
         return run_programs(part, ROOT / "build" / part, due, env, only)
