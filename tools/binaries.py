@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """What the files that go out hold, in one table: format, size, exports, imports, flags, versions.
 
-    binaries.py [--json] PATH...    files, folders, .zip, .tar.* and .deb; of each what is a binary
+    binaries.py [--lists|--json] PATH...    files, folders, .zip, .tar.* and .deb; of each what is a binary
 
+A row for each; --lists has every name behind the numbers.
 Of Windows files the imports are held against tests/data/windows7_imports.txt. Exit code 0: all was
 read and Windows 7 has what is imported, 1: not so; 2: nothing was found.
 """
@@ -264,7 +265,33 @@ def words(value):
     return str(value) or "none"
 
 
-def print_table(table):
+def flags_of(facts):
+    """In a few words what protects a file, and what should not be in it."""
+    on = [name for name in ("relro", "nx", "pie", "canary") if facts.get(name) in (True, "full")]
+    found = [name for name in ("symbols", "build path inside", "not in Windows 7", "cannot be read") if facts.get(name)]
+    return " ".join([*facts.get("flags", on), *(f"{name.upper()}!" for name in found)])
+
+
+def print_rows(table):
+    rows, archive = [("file", "format", "bytes", "exports", "needs", "flags")], ""
+    for name, facts in table.items():
+        outer, _, inner = name.rpartition("!")
+        if outer != archive:
+            archive = outer
+            rows.append((archive, "", "", "", "", ""))
+        needs = facts.get("newest versions needed")
+        imports = facts.get("imports", {})
+        rows.append((
+            inner.partition("/")[2] if outer else name, facts.get("format", ""), f"{facts.get('bytes', 0):,}", len(facts["exports"]) if "exports" in facts else "",
+            " ".join(f"{kind}_{newest}" for kind, newest in needs.items() if kind.startswith("GLIBC")) if needs else
+            f"{sum(map(len, imports.values()))} of {len(imports)} DLLs" if imports else "", flags_of(facts)))
+    widths = [max(len(str(row[column])) for row in rows) for column in range(len(rows[0]))]
+    for row in rows:
+        print("  ".join(f"{str(cell):{'>' if column in (2, 3) else '<'}{width}}"
+                        for column, (cell, width) in enumerate(zip(row, widths))).rstrip())
+
+
+def print_lists(table):
     for name, facts in table.items():
         print(name)
         for fact, value in facts.items():
@@ -277,7 +304,9 @@ def print_table(table):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--json", action="store_true")
+    how = parser.add_mutually_exclusive_group()
+    how.add_argument("--json", action="store_true")
+    how.add_argument("--lists", action="store_true")
     parser.add_argument("paths", nargs="+", type=pathlib.Path, metavar="PATH")
     options, table, bad = parser.parse_args(), {}, False
     for name, data in (file for path in options.paths for file in files(path)):
@@ -290,8 +319,10 @@ def main():
             bad |= bool(facts.get("not in Windows 7") or facts.get("cannot be read"))
     if options.json:
         print(json.dumps(table, indent=1))
+    elif options.lists:
+        print_lists(table)
     else:
-        print_table(table)
+        print_rows(table)
     return 1 if bad else 0 if table else 2
 
 

@@ -169,3 +169,6 @@ def test_table_of_what_goes_out(dll, so, tmp_path, monkeypatch, capsys):
     code, found = table()
     assert code == 1 and found[f"{tmp_path}/newer.dll"]["not in Windows 7"] == ["kernel32.dll:GetTickCount65"]
     assert "cannot be read" in found[f"{tmp_path}/short.dll"]
+    binaries.print_rows(found)
+    newest, short = (line for line in capsys.readouterr().out.splitlines() if ".dll" in line and tmp_path.name in line)
+    assert "  24  " in newest and newest.endswith("NO_SEH NOT IN WINDOWS 7!") and short.endswith("CANNOT BE READ!")
