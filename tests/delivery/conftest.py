@@ -10,15 +10,14 @@ import pytest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(ROOT / "tests" / "fixtures"), str(ROOT / "tools")]
 import wine  # noqa: E402
+from entered import entered, limit_time  # noqa: E402
 from receiver import Receiver  # noqa: E402
 
 PACKAGE = ("/usr/bin/python3", ROOT / "tools" / "package.py")
 
 
 def pytest_configure(config):
-    # Nothing may hang a whole run, whatever it waits for.
-    if config.pluginmanager.hasplugin("timeout") and not config.getoption("timeout"):
-        config.option.timeout = 300
+    limit_time(config)
     if config.getoption("numprocesses", None):
         raise pytest.UsageError("dist/ is one: these tests run in one process")
 
@@ -55,13 +54,5 @@ def linux(dist, tmp_path_factory):
     return folder / archive.name.removesuffix(".tar.gz")
 
 
-def _entered(make, scope):
-    """A fixture that is a context manager's."""
-    def entered():
-        with make() as value:
-            yield value
-    return pytest.fixture(scope=scope)(entered)
-
-
-receiver = _entered(Receiver, "function")
-wine_session, wine64_session = (_entered(lambda bits=bits: wine.WineSession(bits), "session") for bits in (32, 64))
+receiver = entered(Receiver, "function")
+wine_session, wine64_session = (entered(lambda bits=bits: wine.WineSession(bits), "session") for bits in (32, 64))

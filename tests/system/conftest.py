@@ -9,27 +9,18 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "fixtures")
 import products  # noqa: E402
 import samples  # noqa: E402
 import wine  # noqa: E402
+from entered import entered, limit_time  # noqa: E402
 from postfix import serve  # noqa: E402
 from receiver import Receiver  # noqa: E402
 
 
 def pytest_configure(config):
-    # Nothing may hang a whole run, whatever it waits for.
-    if config.pluginmanager.hasplugin("timeout") and not config.getoption("timeout"):
-        config.option.timeout = 300
+    limit_time(config)
 
 
-def _entered(make, scope):
-    """A fixture that is a context manager's."""
-    def entered():
-        with make() as value:
-            yield value
-    return pytest.fixture(scope=scope)(entered)
-
-
-receiver = _entered(Receiver, "function")
-postfix = _entered(serve, "session")
-wine_session, wine64_session = (_entered(functools.partial(wine.WineSession, bits), "session") for bits in (32, 64))
+receiver = entered(Receiver, "function")
+postfix = entered(serve, "session")
+wine_session, wine64_session = (entered(functools.partial(wine.WineSession, bits), "session") for bits in (32, 64))
 WINE = {"dll": "wine_session", "dll64": "wine64_session"}
 
 
