@@ -46,7 +46,7 @@ else()
     if(CMAKE_SIZEOF_VOID_P EQUAL 4)
         # The 32-bit Linux build stands for the 32-bit product: same instruction set, same files.
         target_compile_options(tv_flags INTERFACE -msse2 -mfpmath=sse)
-        target_compile_definitions(tv_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+        target_compile_definitions(tv_flags INTERFACE _FILE_OFFSET_BITS=64)
     endif()
 endif()
 if(TV_SANITIZE)

@@ -41,6 +41,15 @@ def test_every_export_in_every_state(entry, request, tmp_path, sample):
     sample.check(receiver.messages[0].parsed())
 
 
+@pytest.mark.parametrize(("now", "date"), [(2224800000, "Mon, 02 Jul 2040 02:00:00 +0200"),
+                                           (2466631800, "Sun, 01 Mar 2048 00:30:00 +0100")])
+def test_a_32_bit_host_after_2038(native32, now, date, receiver, tmp_path, sample):
+    later = native32.driver.with_name("liblater.so")
+    with Host(native32, tmp_path, LD_PRELOAD=str(later), NOW=str(now), TZ="CET-1CEST,M3.5.0,M10.5.0/3") as host:
+        sample.send(host, receiver.port)
+    assert receiver.messages[-1].parsed()["Date"] == date
+
+
 @everywhere
 def test_linked_host(product, receiver, tmp_path):
     folder = {"WINEPATH": product.path(product.library.parent)} if product.wine else {}
