@@ -327,9 +327,10 @@ TEST_P(CurveTest, multiplesAddUp) {
     const Bytes base = multiple(1), triple = multiple(3);
     Bytes x(size_);
     for (int k = 1; k < 70; ++k) {
-        EXPECT_TRUE(curve_.isPoint(multiple(k)) && curve_.isPoint(multiple(-k))) << k;
-        EXPECT_EQ(xOf(multiple(k)), xOf(multiple(-k))) << k;
-        EXPECT_NE(multiple(k), multiple(-k)) << k;
+        const Bytes point = multiple(k), opposite = multiple(-k);
+        EXPECT_TRUE(curve_.isPoint(point) && curve_.isPoint(opposite)) << k;
+        EXPECT_EQ(xOf(point), xOf(opposite)) << k;
+        EXPECT_NE(point, opposite) << k;
         EXPECT_TRUE(curve_.multiply(x, scalarOf(k), triple));
         EXPECT_EQ(xOf(multiple(3 * k)), hexLower(x)) << k;
         for (const Bytes& scalar : {scalarOf(-k), randomScalar(uint32_t(k))}) {
@@ -388,6 +389,10 @@ TEST_P(CurveTest, verifiesSumsOfRelatedPoints) {
         xs.push_back(order.enter(order.reduceOnce(x)));
     }
     xs[0] = xs[1];
+    EcNumber inverses[4];
+    for (int u2 = 1; u2 < 4; ++u2) {
+        inverses[u2] = order.invert(order.enter({Limb(u2)}));
+    }
     for (int factor = -40; factor <= 40; factor += factor == -1 ? 2 : 1) {
         const Bytes point = multiple(factor);
         for (int u1 = 1; u1 < 6; ++u1) {
@@ -395,7 +400,7 @@ TEST_P(CurveTest, verifiesSumsOfRelatedPoints) {
                 // With s = r / u2 and e = s u1 the factors of the sum come out as u1 and u2.
                 const int sum = u1 + u2 * factor;
                 const EcNumber r = xs[static_cast<size_t>(std::abs(sum))];
-                const EcNumber s = order.mul(r, order.invert(order.enter({Limb(u2)})));
+                const EcNumber s = order.mul(r, inverses[u2]);
                 const EcNumber e = order.mul(s, order.enter({Limb(u1)}));
                 EXPECT_EQ(sum != 0, curve_.verify(bytesOfElement(r), bytesOfElement(s),
                                                   bytesOfElement(e), point))
