@@ -42,7 +42,7 @@ static int readable(const char* path) {
 
 int main(int argc, char** argv) {
     char line[500];
-    if (argc != 5 && argc != 7) {
+    if ((argc != 5 && argc != 7) || atoi(argv[2]) < 1) {
         fprintf(stderr, "%s HOST PORT FROM TO [USER PASSWORD]\n", argv[0]);
         return 1;
     }

@@ -18,7 +18,7 @@
 #include "emailsending.hpp"
 
 int main(int argc, char** argv) {
-    if (argc != 5 && argc != 7) {
+    if ((argc != 5 && argc != 7) || std::atoi(argv[2]) < 1) {
         std::fprintf(stderr, "%s HOST PORT FROM TO [USER PASSWORD]\n", argv[0]);
         return 1;
     }

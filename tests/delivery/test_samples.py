@@ -103,6 +103,8 @@ def test_mail_arrives(sample, receiver):
 def test_one_line_says_what_went_wrong(sample):
     closed = free_port()
     assert sample.run(closed) == (1, f"No connection to 127.0.0.1:{closed}: Connection rejected.")
+    code, words = sample.run("abc")  # a port; no other is taken for it
+    assert code and "Connection" not in words and "\tat " not in words, words
     with Receiver(refuse=[TO]) as receiver:  # which offers no TLS
         port = receiver.port
         assert sample.run(port) == (1, "NoValidRecipients: No recipient was accepted. "
