@@ -24,11 +24,12 @@ import subprocess
 import sys
 import textwrap
 
+import header
 import import_libraries
+from header import NotUnderstood
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 TEMPLATES = ROOT / "tools" / "bindings"
-HEADER = ROOT / "include" / "emailsending.h"
 # Of each language: the file, its template, its ends of lines. Basic on Windows takes no others.
 LANGUAGES = {
     "c": ("emailsending.h", None, "\n"),
@@ -41,10 +42,6 @@ LANGUAGES = {
     "vbnet": ("EmailSending.vb", "vbnet.in", "\r\n"),
 }
 WIDTH = 100
-
-
-class NotUnderstood(Exception):
-    """The header or a template has something this program does not know."""
 
 
 # ---- The header.
@@ -64,15 +61,10 @@ class Function:
         return 0 if self.takes == "none" else 4
 
 
-DECLARATION = re.compile(r"(void|int|const char\*) EMAILSENDING_CALL (\w+)\((?:void|(int|const char\*) (\w+))\);")
-PIECE = re.compile(r"(/\*.*?\*/)|([^/;\s][^/;]*;)|(\n\s*\n)|\s+", re.S)
-
-
 def paragraphs(comment):
     """Of a comment, without the code in it."""
     found = [[]]
-    for line in comment[2:-2].splitlines():
-        line = re.sub(r"^ \*? ?", "", line)
+    for line in header.lines(comment):
         if not line.strip() or line.lstrip().startswith("- "):
             found.append([])
         if not line.startswith("    "):
@@ -98,39 +90,30 @@ def number_kind(name, comments):
     raise NotUnderstood(f"{name}: its comment does not say what it returns")
 
 
-def function(declaration, comments):
+def function(declared, comments):
     """comments are those of its paragraph, the nearest first."""
-    parts = DECLARATION.fullmatch(declaration)
-    if not parts or not comments:
-        raise NotUnderstood(f"not a function with a comment: {declaration}")
-    result, name, takes, argument = parts.groups()
-    kind = {None: "none", "int": "flag" if argument == "flag" else "number"}.get(takes)
-    return Function(
-        name, {"void": "void", "const char*": "text"}.get(result) or number_kind(name, comments),
-        kind or encoding(name, comments), argument or "", paragraphs(comments[0]))
+    if not comments:
+        raise NotUnderstood(f"{declared.name} has no comment")
+    takes, _, argument = declared.parameter.rpartition(" ")
+    kind = {"": "none", "int": "flag" if argument == "flag" else "number"}.get(takes)
+    result = {"void": "void", "const char*": "text"}.get(declared.result)
+    one = Function(declared.name, result or number_kind(declared.name, comments),
+                   kind or encoding(declared.name, comments), argument if takes else "", paragraphs(comments[0]))
+    if one.result == "text" and encoding(one.name, comments) != "ansi":
+        raise NotUnderstood(f"{one.name}: a text that is returned is ANSI in all templates")
+    return one
 
 
-def functions(header):
+def functions(text):
     """Those of the header's text in its order. A blank line parts them: comments hold up to the next."""
-    start, end = '#ifdef __cplusplus\nextern "C" {\n#endif\n', "#ifdef __cplusplus\n}\n#endif\n"
-    if header.count(start) != 1 or header.count(end) != 1:
-        raise NotUnderstood('the header has no single part in extern "C"')
-    body = header.split(start)[1].split(end)[0]
-    found, comments, at = [], [], 0
-    while at < len(body):
-        piece = PIECE.match(body, at)
-        if not piece:
-            raise NotUnderstood(f"in the header: {body[at:at + 60]!r}")
-        comment, declaration, blank = piece.groups()
-        if comment:
-            comments.insert(0, comment)
-        elif declaration:
-            found.append(function(" ".join(declaration.split()), comments))
-            if found[-1].result == "text" and encoding(found[-1].name, comments) != "ansi":
-                raise NotUnderstood(f"{found[-1].name}: a text that is returned is ANSI in all templates")
-        elif blank:
+    found, comments = [], []
+    for piece in header.pieces(text):
+        if piece is None:
             comments = []
-        at = piece.end()
+        elif isinstance(piece, header.Declaration):
+            found.append(function(piece, comments))
+        else:
+            comments.insert(0, piece)
     if not found or len({one.name for one in found}) != len(found):
         raise NotUnderstood("the header declares nothing, or something twice")
     return found
@@ -224,7 +207,7 @@ def write_languages(out, languages, all_functions):
             lines = render(template, all_functions)
             path.write_bytes("".join(line + end for line in lines).encode("ascii"))
         else:
-            shutil.copyfile(HEADER, path)
+            shutil.copyfile(header.FILE, path)
 
 
 def main():
@@ -235,7 +218,7 @@ def main():
     if unknown := {*chosen.languages} - {*LANGUAGES}:
         parser.error(f"no such language: {', '.join(sorted(unknown))}")
     try:
-        all_functions = functions(HEADER.read_text())
+        all_functions = functions(header.FILE.read_text())
         write_languages(chosen.out, chosen.languages or LANGUAGES, all_functions)
         if not chosen.languages:
             import_libraries.write(chosen.out, [(one.name, one.size) for one in all_functions])

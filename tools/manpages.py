@@ -13,8 +13,10 @@ import re
 import sys
 import textwrap
 
+import header
+from header import NotUnderstood
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-HEADER = "include/emailsending.h"
 SETTINGS = "docs/settings.md"
 # Help text of each command, and the source that holds it.
 HELPS = {"": "tools/emailsend/Arguments.cpp", "doctor": "tools/emailsend/doctor/Options.cpp",
@@ -24,7 +26,7 @@ LITERAL = {"\\": "\\e", "-": "\\-", "`": "\\(ga", "^": "\\(ha", "~": "\\(ti"}
 
 
 def stop(place, what):
-    sys.exit(f"manpages: {place}: not understood: {what!r}")
+    raise NotUnderstood(f"{place}: not understood: {what!r}")
 
 
 def read(name):
@@ -210,13 +212,9 @@ def emailsend():
 
 # ---- emailsending(3)
 
-def comment(text, place):
-    """The lines of a comment as mdoc: paragraphs, " - " items, code behind four blanks more."""
-    first, *rest = text.strip().removeprefix("/*").removesuffix("*/").rstrip().splitlines()
-    lines = [first.strip()]
-    for line in rest:
-        found = re.fullmatch(r" \*(?: (.*))?", line)
-        lines.append(found[1] or "" if found else stop(place, line))
+def comment(text):
+    """A comment as mdoc: paragraphs, " - " items, code behind four blanks more."""
+    lines = header.lines(text)
     out = []
     for block in re.split(r"\n\n+", "\n".join(lines).strip("\n")):
         rows = block.split("\n")
@@ -230,42 +228,31 @@ def comment(text, place):
     return out
 
 
-def functions(place=HEADER):
-    """The opening comment, and in their order ("group", lines) and ("functions", [(result, name, parameters)], lines)."""
-    text = read(HEADER)
-    opening = re.match(r"/\*.*?\*/\n", text, re.S)
-    inner = re.search(r'extern "C" \{\n#endif\n(.*?)#ifdef __cplusplus\n\}', text, re.S)
-    if not opening or not inner:
-        stop(place, "no comment at its head, or no declarations")
-    out, rest, told = [], inner[1], None
-    token = re.compile(r"\s*(?:(/\*.*?\*/)|(\w[\w ]*\*?) EMAILSENDING_CALL (\w+)\(([^()]*)\);)", re.S)
-    while rest.strip():
-        found = token.match(rest)
-        if not found:
-            stop(place, rest.strip().splitlines()[0])
-        rest = rest[found.end():]
-        group = re.fullmatch(r"/\* ---- (.*?)(?: ----)? \*/", found[1] or "", re.S)
-        if group:
+def functions():
+    """In their order ("group", title) and ("functions", declarations, lines)."""
+    out = []
+    for piece in header.pieces(header.FILE.read_text(encoding="utf-8")):
+        if isinstance(piece, header.Declaration):
+            if not out or out[-1][0] == "group":
+                raise NotUnderstood(f"{piece.name} has no comment")
+            out[-1][1].append(piece)
+        elif group := re.fullmatch(r"/\* ---- (.*?)(?: ----)? \*/", piece or "", re.S):
             out.append(("group", " ".join(group[1].split())))
-        elif found[1]:
-            told = comment(found[1], place)
-            out.append(("functions", [], told))
-        elif told is None:
-            stop(place, f"{found[3]} has no comment")
-        else:
-            out[-1][1].append((found[2], found[3], found[4].split(", ")))
-    if bad := [row for row in out if row[0] == "functions" and not row[1]]:
-        stop(place, bad[0][2])
-    return comment(opening[0], place), out
+        elif piece:
+            out.append(("functions", [], comment(piece)))
+    for row in out:
+        if not row[1]:
+            raise NotUnderstood(f"a comment without a function: {row[2][0]}")
+    return out
 
 
 def emailsending():
-    opening, rows = functions()
-    declared = [declaration for row in rows if row[0] == "functions" for declaration in row[1]]
+    rows = functions()
     synopsis = [".In emailsending.h"]
-    for result, name, takes in declared:
-        synopsis += [f".Ft {argument(result)}", f".Fn {name} " + " ".join(f'"{part}"' for part in takes)]
-    body, listed = [*opening], False
+    calls = {one: f'Fn {one.name} "{one.parameter}"' for row in rows if row[0] == "functions" for one in row[1]}
+    for one, call in calls.items():
+        synopsis += [f".Ft {argument(one.result)}", f".{call}"]
+    body, listed = comment(header.opening()), False
     for kind, *row in rows:
         if kind == "group":
             title, _, remark = row[0].partition(". ")
@@ -273,8 +260,7 @@ def emailsending():
             listed = False
             continue
         body += [".Bl -tag -width Ds"] * (not listed)
-        names = [f'Fn {name} ' + " ".join(f'"{part}"' for part in takes) for _, name, takes in row[0]]
-        body += [f".It {name}" for name in names] + row[1]
+        body += [f".It {calls[one]}" for one in row[0]] + row[1]
         listed = True
     return page("emailsending", 3, "sends e\\-mail", [
         ("LIBRARY", ["emailsending (libemailsending, \\-lemailsending)"]), ("SYNOPSIS", synopsis),
@@ -371,8 +357,11 @@ def main():
         sys.exit(__doc__.strip())
     folder = pathlib.Path(sys.argv[1])
     folder.mkdir(parents=True, exist_ok=True)
-    for name, make in (("emailsend.1", emailsend), ("emailsending.3", emailsending), ("emailsending.ini.5", settings_file)):
-        (folder / name).write_text(make(), encoding="ascii", newline="\n")
+    try:
+        for name, make in (("emailsend.1", emailsend), ("emailsending.3", emailsending), ("emailsending.ini.5", settings_file)):
+            (folder / name).write_text(make(), encoding="ascii", newline="\n")
+    except NotUnderstood as failure:
+        sys.exit(f"manpages: {failure}")
 
 
 if __name__ == "__main__":

@@ -122,7 +122,7 @@ def test_texts_of_the_message_alone_become_utf8(made, language):
     ("/* Subject.", "#pragma once\n/* Subject."), ("setSubject(const", "setBody(const"),
 ])
 def test_a_header_that_is_not_understood_is_refused(old, new):
-    header = bindings.HEADER.read_text()
+    header = bindings.header.FILE.read_text()
     assert len(bindings.functions(header)) == len(EXPORTS) and header.count(old) == 1
     with pytest.raises(bindings.NotUnderstood):
         bindings.functions(header.replace(old, new))
@@ -227,7 +227,7 @@ SPELLING = {"python": ("mail.", '"', "", "True"), "csharp": ("Email.", '"', ";",
 def calls_of(language, charset):
     """A call of every function, as the language says it and as the recorder does."""
     prefix, quote, end, true = SPELLING[language]
-    for one in bindings.functions(bindings.HEADER.read_text()):
+    for one in bindings.functions(bindings.header.FILE.read_text()):
         name = METHODS[one.name] if prefix is None else prefix + one.name
         shown = LETTER.encode("UTF-8" if one.name in UTF8 else charset).hex()
         value, shown = {"none": ("", ""), "number": ("2", "2"), "flag": (true, "1")}.get(
