@@ -63,17 +63,33 @@ bool start(const std::vector<std::string>& words, const std::string& folder, HAN
                           widen(folder).c_str(), &how, &started) != 0;
 }
 
+// Every file and folder in it, and itself; a link to a folder elsewhere goes without what is there.
+void removeFolder(const std::string& folder) {
+    for (const std::string& name : tv::plat::namesIn(folder)) {
+        const std::string path = folder + "\\" + name;
+        if (name == "." || name == ".." || tv::plat::removeFile(path)) continue;
+        if (!RemoveDirectoryW(widen(path).c_str())) removeFolder(path);
+    }
+    // What a process had open may be closed a moment after its end.
+    for (int tries = 0; tries < 40 && !RemoveDirectoryW(widen(folder).c_str()); ++tries)
+        Sleep(50);
+}
+
 }  // namespace
 
-ChildEnd runChild(const std::vector<std::string>& words, const std::string& folder,
+ChildEnd runChild(const std::vector<std::string>& words, const TemporaryFolder& folder,
                   uint32_t mostMs) {
     constexpr size_t kMostSaid = 16 * 1024 * 1024;
     ChildEnd end;
-    const std::string path = folder + "\\said.txt";
+    if (folder.path().empty()) {
+        end.how = "could not be started: no folder can be made in %TEMP%";
+        return end;
+    }
+    const std::string path = folder.path() + "\\said.txt";
     PROCESS_INFORMATION started{};
     {
         const Handle output(openOutput(path));
-        if (!output.ok() || !start(words, folder, output.get(), started)) {
+        if (!output.ok() || !start(words, folder.path(), output.get(), started)) {
             end.how = "could not be started (error " + std::to_string(GetLastError()) + ")";
             return end;
         }
@@ -97,14 +113,11 @@ std::string hexOf(uint32_t code) {
     return "0x" + tv::hexUpper(bytes);
 }
 
-void removeFolder(const std::string& folder) {
-    for (const std::string& name : tv::plat::namesIn(folder)) {
-        const std::string path = folder + "\\" + name;
-        if (name != "." && name != ".." && !tv::plat::removeFile(path)) removeFolder(path);
-    }
-    // What a process had open may be closed a moment after its end.
-    for (int tries = 0; tries < 40 && !RemoveDirectoryW(widen(folder).c_str()); ++tries)
-        Sleep(50);
+TemporaryFolder::TemporaryFolder() : path_(emailsend::makeTemporaryFolder()) {}
+
+// Without a name there is nothing to remove: taken for a folder it would be the root of the drive.
+TemporaryFolder::~TemporaryFolder() {
+    if (!path_.empty()) removeFolder(path_);
 }
 
 }  // namespace selftest

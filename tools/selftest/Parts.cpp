@@ -135,12 +135,12 @@ int runHere(const std::string& part) {
     return RUN_ALL_TESTS();
 }
 
-Outcome runApart(const std::string& part, const std::vector<std::string>& arguments,
-                 const std::string& folder) {
+Outcome runApart(const std::string& part, const std::vector<std::string>& arguments) {
     Outcome outcome;
     std::string lastBegun = "the start";
     std::vector<std::string> words = {"--here", part};
     words.insert(words.end(), arguments.begin(), arguments.end());
+    const TemporaryFolder folder;
     const ChildEnd end = runChild(words, folder, kPartMs);
     const bool whole = take(end.said, outcome, lastBegun);
     // The code that RUN_ALL_TESTS makes of the counts, or else something happened behind them.

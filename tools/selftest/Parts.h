@@ -22,9 +22,8 @@ std::vector<std::string> allParts();
 // on stdout, for runApart to read.
 int runHere(const std::string& part);
 
-// Runs this program once more, for the part, with these arguments and folder as its current folder.
-// A process that ends in any other way than by its own decision is a failed test.
-Outcome runApart(const std::string& part, const std::vector<std::string>& arguments,
-                 const std::string& folder);
+// Runs this program once more, for the part, with these arguments, in a folder that goes with it. A
+// process that ends in any other way than by its own decision is a failed test.
+Outcome runApart(const std::string& part, const std::vector<std::string>& arguments);
 
 }  // namespace selftest

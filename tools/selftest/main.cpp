@@ -8,7 +8,6 @@
 #include "base/DateTime.h"
 #include "emailsend/Process.h"
 #include "platform/SysClock.h"
-#include "selftest/Child.h"
 #include "selftest/Options.h"
 #include "selftest/Parts.h"
 #include "selftest/Report.h"
@@ -44,11 +43,9 @@ std::string heading() {
 
 void runPart(const std::string& part, const Words& words, Report& report, Outcome& total) {
     emailsend::printOut(part + " ...\n");
-    const std::string folder = emailsend::makeTemporaryFolder();
     const uint64_t start = tv::plat::sysClock().tickMs();
-    const Outcome outcome = runApart(part, words, folder);
+    const Outcome outcome = runApart(part, words);
     const uint64_t ms = tv::plat::sysClock().tickMs() - start;
-    removeFolder(folder);
     report.write(part + ": " + counts(outcome) + seconds(ms) + outcome.words);
     total.passed += outcome.passed;
     total.failed += outcome.failed;
