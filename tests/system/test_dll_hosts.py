@@ -41,11 +41,13 @@ def test_every_export_in_every_state(entry, request, tmp_path, sample):
     sample.check(receiver.messages[0].parsed())
 
 
+@pytest.mark.parametrize("cuts", [{}, {"CUTS": "1"}], ids=["fails", "cuts"])
 @pytest.mark.parametrize(("now", "date"), [(2224800000, "Mon, 02 Jul 2040 02:00:00 +0200"),
                                            (2466631800, "Sun, 01 Mar 2048 00:30:00 +0100")])
-def test_a_32_bit_host_after_2038(native32, now, date, receiver, tmp_path, sample):
-    later = native32.driver.with_name("liblater.so")
-    with Host(native32, tmp_path, LD_PRELOAD=str(later), NOW=str(now), TZ="CET-1CEST,M3.5.0,M10.5.0/3") as host:
+def test_a_32_bit_host_after_2038(native32, now, date, cuts, receiver, tmp_path, sample):
+    clock = {"LD_PRELOAD": str(native32.driver.with_name("liblater.so")), "NOW": str(now),
+             "TZ": "CET-1CEST,M3.5.0,M10.5.0/3", **cuts}
+    with Host(native32, tmp_path, **clock) as host:
         sample.send(host, receiver.port)
     assert receiver.messages[-1].parsed()["Date"] == date
 

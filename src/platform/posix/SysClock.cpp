@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <limits>
+#include <type_traits>
 
 #include "platform/Replaceable.h"
 
@@ -16,13 +17,15 @@ namespace {
 
 namespace chrono = std::chrono;
 
+// In 32-bit code a moment after 2038 is too large for time_t: glibc cuts it to 32 bits up to 2.30,
+// then it fails.
 chrono::nanoseconds now(clockid_t clock) {
+    using Seconds = std::conditional_t<sizeof(time_t) == 4, uint32_t, time_t>;
     struct timespec t = {};
     if (clock_gettime(clock, &t) == 0)
-        return chrono::seconds(t.tv_sec) + chrono::nanoseconds(t.tv_nsec);
+        return chrono::seconds(static_cast<Seconds>(t.tv_sec)) + chrono::nanoseconds(t.tv_nsec);
     int64_t parts[2] = {};
 #ifdef SYS_clock_gettime64
-    // 32-bit code after 2038: the moment is too large for its time_t.
     syscall(SYS_clock_gettime64, clock, parts);
 #endif
     return chrono::seconds(parts[0]) + chrono::nanoseconds(parts[1]);
