@@ -215,6 +215,15 @@ def archive_facts(data):
             "offers": sorted({name.removeprefix("__imp_") for name in names if name.startswith("__imp_")})}
 
 
+def names_checkout(data, root=ROOT):
+    """dlltool writes a path with _ for what is no letter. A folder such as /src is sought as the begin
+    of a path alone: others have it in theirs."""
+    path = str(root).encode()
+    if len(root.parts) > 2:
+        return path in data or re.sub(rb"\W", b"_", path) in data
+    return bool(re.search(rb"(?<![\w.-])" + re.escape(path) + b"/", data))
+
+
 def facts_of(data):
     """What there is to know of a file; None where it is no binary."""
     if data[:2] == b"MZ":
@@ -227,8 +236,7 @@ def facts_of(data):
         return None
     kind, *machine = found.pop("format"), *([found.pop("machine")] if "machine" in found else [])
     return {"format": " ".join([kind, *machine]), "bytes": len(data), **found,
-            "build path inside": any(path.encode() in data for path in (str(ROOT), re.sub(r"\W", "_", str(ROOT))))
-            or bool(SOMEBODYS_FOLDER.search(data))}
+            "build path inside": names_checkout(data) or bool(SOMEBODYS_FOLDER.search(data))}
 
 
 def files(path):

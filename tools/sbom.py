@@ -60,7 +60,7 @@ def part_of(path):
     for pattern, name, what, licence in PARTS:
         if pattern.search(str(path)):
             package, version, architecture = debian_package(path)
-            return {"type": "library", "bom-ref": f"{name}/{package}", "name": name, "version": version,
+            return {"type": "library", "bom-ref": f"{name}/{package}:{architecture}", "name": name, "version": version,
                     "description": what, "licenses": [{"expression": licence}],
                     "purl": f"pkg:deb/debian/{package.replace('+', '%2B')}@{version.replace('+', '%2B')}"
                             f"?arch={architecture}&distro=debian-12"}
