@@ -76,10 +76,10 @@ def build(again):
 
 
 def fill_common(tree):
-    """The folders that both archives have."""
+    """The folders that both archives have; of samples not what lies there since somebody tried them."""
     shutil.copytree(ROOT / "packaging" / "licenses", tree / "licenses")
-    for name in ("samples", "examples"):
-        shutil.copytree(ROOT / name, tree / name, ignore=shutil.ignore_patterns("__pycache__"))
+    shutil.copytree(ROOT / "examples", tree / "examples")
+    copy_sources(tree, "--cached", "samples")
 
 
 def windows_files(tree):
@@ -212,13 +212,13 @@ def package(again):
 
 # ---- Twice.
 
-def copy_sources(target):
-    """What belongs to the sources: what git knows or would take."""
-    listed = subprocess.run(["git", "ls-files", "-z", "-co", "--exclude-standard"], cwd=ROOT, capture_output=True)
+def copy_sources(target, which="-co", folder="."):
+    """What belongs to the sources: what git knows or, but for "--cached", would take."""
+    listed = subprocess.run(["git", "ls-files", "-z", which, "--exclude-standard", folder], cwd=ROOT, capture_output=True)
     if listed.returncode == 0:
         names = [name for name in listed.stdout.decode().split("\0") if name and (ROOT / name).is_file()]
     else:
-        names = [path.relative_to(ROOT) for path in ROOT.rglob("*")
+        names = [path.relative_to(ROOT) for path in (ROOT / folder).rglob("*")
                  if path.is_file() and path.relative_to(ROOT).parts[0] not in ("build", "dist", ".git")]
     for name in names:
         (target / name).parent.mkdir(parents=True, exist_ok=True)
