@@ -3,6 +3,7 @@ have no compiler here: their declarations are read, and so is what C# and Pascal
 import collections
 import pathlib
 import re
+import shlex
 import subprocess
 import sys
 
@@ -25,6 +26,11 @@ def run(*command, **options):
     done = subprocess.run(list(map(str, command)), capture_output=True, timeout=120, **options)
     assert done.returncode == 0, (done.stdout + done.stderr).decode(errors="replace")
     return done.stdout.decode()
+
+
+def shell(line, folder, **words):
+    line = line.format(**{name: shlex.quote(str(word)) for name, word in words.items()})
+    run("sh", "-c", line, cwd=folder, env=NATIVE)
 
 
 @pytest.fixture(scope="module")
@@ -162,8 +168,7 @@ def test_a_linked_program_calls_the_dll(made, sessions, tmp_path, machine, linke
         "return setNoopCount(40) + setDefaultNtlmVersion(2) + Initialise() + szBrisko(); }", ""]))
     (tmp_path / "emailsending.dll").symlink_to(dll_of(machine))
     cpu, entry = MACHINES[machine][0], "_" * (machine == "x86") + "mainCRTStartup"
-    line = LINKERS[linker].format(cpu=cpu, entry=entry, include=ROOT / "include", made=made / machine)
-    run("sh", "-c", line, cwd=tmp_path)
+    shell(LINKERS[linker], tmp_path, cpu=cpu, entry=entry, include=ROOT / "include", made=made / machine)
     imports = binaries.PeFile((tmp_path / "bare.exe").read_bytes()).imports()
     assert {*imports.pop("emailsending.dll")} == dll_names(machine) and not imports
     assert windows_program(sessions[machine], tmp_path, "bare.exe").returncode == 42
@@ -192,7 +197,7 @@ def build(language, name, made, folder, library, calls=None):
     if calls is not None:
         source = re.sub("(//|#) CALLS", lambda _: calls, source)
     (folder / f"host{ending}").write_text(source)
-    run("sh", "-c", compiler.format(made=made / "bindings", library=library), cwd=folder, env=NATIVE)
+    shell(compiler, folder, made=made / "bindings", library=library)
     return start
 
 
@@ -259,8 +264,8 @@ def test_a_message_goes_out_and_failures_are_told(made, request, tmp_path, langu
     command = build(language, "send", made, tmp_path, ROOT / "build/native")
     if machine in MACHINES:
         session = request.getfixturevalue("sessions")[machine]
-        line = f"{MACHINES[machine][0]}-w64-mingw32-g++-posix {GXX} -static -o host.exe".format(made=made / "bindings")
-        run("sh", "-c", f"{line} {made}/{machine}/libemailsending.dll.a", cwd=tmp_path)
+        shell(f"{MACHINES[machine][0]}-w64-mingw32-g++-posix {GXX} -static -o host.exe {{library}}", tmp_path,
+              made=made / "bindings", library=made / machine / "libemailsending.dll.a")
         (tmp_path / "emailsending.dll").symlink_to(dll_of(machine))
 
     def told(port, recipient):

@@ -2,6 +2,7 @@
 out as what is delivered: what arrives, and what each says when nothing can. Python, C#, Pascal and Java
 run on Linux alone, C and C++ as Windows programs, too."""
 import collections
+import ctypes.util
 import re
 import shlex
 import shutil
@@ -119,6 +120,8 @@ def test_one_line_says_what_went_wrong(sample):
 @pytest.mark.parametrize("library", ["../none", "../lib32"])
 @pytest.mark.parametrize("language", ["csharp", "java", "pascal", "python"])
 def test_a_library_that_cannot_be_loaded_is_told(samples, language, library):
+    if ctypes.util.find_library("emailsending"):
+        pytest.skip("this machine has the library where every program finds it")
     sample = Sample(samples, language, "linux")
     sample.library = library
     code, words = sample.run(free_port())
