@@ -62,7 +62,10 @@ bool mentions(std::string_view text, std::string_view phrase) {
 }
 
 bool mentionsOne(const Finding& finding, std::string_view phrases) {
-    const std::string_view words = std::string_view(finding.words).substr(0, kMostSearched);
+    // A host may be called relay.example.com.
+    std::string_view words = finding.words;
+    const std::string_view clause = behindPlace(words);
+    words = (clause.empty() ? words : clause).substr(0, kMostSearched);
     const std::string_view reply = std::string_view(finding.reply).substr(0, kMostSearched);
     while (!phrases.empty()) {
         const std::string_view phrase = phrases.substr(0, phrases.find('|'));
@@ -70,6 +73,13 @@ bool mentionsOne(const Finding& finding, std::string_view phrases) {
         phrases.remove_prefix(std::min(phrase.size() + 1, phrases.size()));
     }
     return false;
+}
+
+// Before its greeting no server has said anything, and nothing of what fails on this machine alone:
+// names of hosts and files that stand in the words are no reply.
+bool mayBeReply(const Finding& finding) {
+    const bool isBefore = finding.stage >= Stage::NameLookup && finding.stage < Stage::Greeting;
+    return !isBefore && finding.stage < Stage::Rendering;
 }
 
 bool fits(const Advice& row, const Finding& finding) {
@@ -155,7 +165,7 @@ size_t obeyedByTerminals(std::string_view text) {
 
 const Advice& adviceOn(const Finding& finding) {
     const auto rows = advices();
-    size_t row = 0;
+    size_t row = mayBeReply(finding) ? 0 : replyAdvices().size();
     while (row + 1 < rows.size() && !fits(rows[row], finding))
         ++row;
     return rows[row];

@@ -9,6 +9,7 @@
 namespace tv::advice {
 namespace {
 
+constexpr const char* kClientCertificate = "client certificate|alert \"certificate required\"";
 constexpr const char* kNoRelay =
     "relay access|relaying|to relay|relay denied|relay not|not relay|no relay|5.7.54";
 
@@ -50,7 +51,7 @@ constexpr Advice kReplies[] = {
     {5, Stage::None, Cause::None,
      "authentication required|authentication is required|not authenticated|5.7.57",
      "The server wants a login: {login}."},
-    {0, Stage::None, Cause::None, "client certificate|alert \"certificate required\"",
+    {0, Stage::None, Cause::None, kClientCertificate,
      "The server wants a client certificate: have this client exempted, or use another port."},
     // Who may send.
     {0, Stage::None, Cause::None, "5.7.60|sendasdenied|not owned by|to send as|send on behalf",
@@ -159,6 +160,8 @@ constexpr Advice kCauses[] = {
      "Have the server speak TLS 1.2 or 1.3; 1.0 to 1.3 are offered{versions}."},
     {0, Stage::None, Cause::TlsDowngrade, nullptr,
      "Somebody on the way may weaken the encryption: use another network."},
+    {0, Stage::None, Cause::None, kClientCertificate,
+     "The server wants a client certificate: have this client exempted, or use another port."},
     {0, Stage::None, Cause::TlsPeerAlert, nullptr,
      "Have the server's TLS mended, or a firewall that inspects it."},
     {0, Stage::None, Cause::None, "after STARTTLS failed",

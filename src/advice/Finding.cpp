@@ -1,6 +1,8 @@
 // A failure's own account of itself.
 #include "advice/Finding.h"
 
+#include "base/Ascii.h"
+
 namespace tv::advice {
 namespace {
 
@@ -28,6 +30,15 @@ Finding findingOf(const Failure& failure, bool loggedIn) {
     finding.reply.append(failure.reply());
     finding.loggedIn = loggedIn;
     return finding;
+}
+
+std::string_view behindPlace(std::string_view sentence) {
+    if (!sentence.starts_with("No connection to ")) return {};
+    for (size_t at = sentence.find(": "); at != std::string_view::npos;
+         at = sentence.find(": ", at + 1)) {
+        if (at > 0 && isAsciiDigit(sentence[at - 1])) return sentence.substr(at + 2);
+    }
+    return {};
 }
 
 }  // namespace tv::advice

@@ -30,6 +30,9 @@ Finding findingOf(const Failure& failure, bool loggedIn = false);
 // neither frame nor fact. None for an empty text; Internal where nothing is recognised.
 Finding findingIn(std::string_view lastError);
 
+// What follows the place in "No connection to HOST:PORT: clause"; empty for other sentences.
+std::string_view behindPlace(std::string_view sentence);
+
 // The line of the text that says it, trimmed, by the rule that hosts go by.
 std::string_view tellingLine(std::string_view lastError);
 

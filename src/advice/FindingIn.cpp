@@ -189,12 +189,7 @@ Cause causeOfClause(std::string_view clause) {
 std::string_view connectClause(std::string_view sentence) {
     constexpr std::string_view kStartTls = "The TLS handshake after STARTTLS failed: ";
     if (sentence.starts_with(kStartTls)) return sentence.substr(kStartTls.size());
-    if (!sentence.starts_with("No connection to ")) return {};
-    for (size_t at = sentence.find(": "); at != std::string_view::npos;
-         at = sentence.find(": ", at + 1)) {
-        if (at > 0 && isAsciiDigit(sentence[at - 1])) return sentence.substr(at + 2);
-    }
-    return {};
+    return behindPlace(sentence);
 }
 
 // The last one of that name counts: it is the one for sends.

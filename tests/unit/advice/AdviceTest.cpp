@@ -103,6 +103,19 @@ TEST(Advice, afterALoginThatWasTaken) {
     }
 }
 
+TEST(Advice, namesOfHostsAndFilesSayNothing) {
+    constexpr std::pair<const char*, const char*> kRows[] = {
+        {"No connection to relay.example.com:25: Connection rejected.", "Check host and port"},
+        {"No connection to blacklist.example.com:25: App aborted in event callback.", "stopped it"},
+        {"The TLS handshake after STARTTLS failed: Timeout in the TLS handshake.", "use port 465"},
+        {"The settings file /relaying/e.ini cannot be used: line 3: x", "Correct the settings"},
+    };
+    for (const auto& [text, change] : kRows) {
+        const std::string told = whatToChange(adviceOn(findingIn(text)));
+        EXPECT_NE(told.find(change), std::string::npos) << text << "\n" << told;
+    }
+}
+
 TEST(Advice, namesFunctionsOrKeys) {
     for (const Advice& row : advices()) {
         const std::string functions = whatHostsChange(row), keys = whatToChange(row);
