@@ -49,7 +49,7 @@ constexpr Advice kReplies[] = {
      "The server wants another way to log in ({method}) or an application password."},
     {530, Stage::None, Cause::None, nullptr, "The server wants a login: {login}."},
     {5, Stage::None, Cause::None,
-     "authentication required|authentication is required|not authenticated|5.7.57",
+     "authentication required|authentication is required|not authenticated|not logged in|5.7.57",
      "The server wants a login: {login}."},
     {0, Stage::None, Cause::None, kClientCertificate,
      "The server wants a client certificate: have this client exempted, or use another port."},
@@ -68,9 +68,14 @@ constexpr Advice kReplies[] = {
      "The sender's domain does not vouch for this server (SPF, DKIM, DMARC): send through its "
      "own."},
     {0, Stage::None, Cause::None,
-     "5.7.25|reverse dns|ptr record|your hostname|helo command rejected|fully-qualified",
+     "5.7.25|reverse dns|ptr record|your hostname|reverse hostname|helo command "
+     "rejected|fully-qualified",
      "This machine has no name that the server finds right{helo}: mend its DNS records, or send "
      "through a provider."},
+    {5, Stage::Acceptance, Cause::None,
+     "banned:|banned file|banned attachment|infected|virus|security issue|"
+     "5.7.0 this message was blocked",
+     "The server refuses the content or an attachment: leave it out, or send it in another form."},
     {0, Stage::None, Cause::None,
      "block list|blocklist|blacklist|blocked using|5.7.511|5.7.606|reputation|banned",
      "This machine's address stands on a block list: have it removed, or send through a provider."},
@@ -103,6 +108,11 @@ constexpr Advice kReplies[] = {
     // The envelope and the message.
     {0, Stage::Sender, Cause::None, "5.1.8|4.1.8|5.1.7|domain not found|sender domain",
      "Correct the domain of the sender ({from})."},
+    // Many a server judges the sender only when it hears of a recipient.
+    {0, Stage::Recipients, Cause::None,
+     "5.1.8|4.1.8|5.1.7|4.1.7|sender address rejected: domain|sender address rejected: u|sender "
+     "verify failed",
+     "Correct the sender ({from}): the server finds no such address."},
     {4, Stage::Login, Cause::None, nullptr,
      "The server cannot check logins now: send again later."},
     {4, Stage::None, Cause::None, nullptr,
