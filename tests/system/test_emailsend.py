@@ -16,7 +16,7 @@ import pytest
 import samples
 from products import DELIVERED
 from programs import run, start
-from receiver import Receiver
+from receiver import Receiver, receiver_with_login
 from scripted import ScriptedServer
 
 FROM, TO = ["--from", "Anna <anna@example.test>"], ["--to", "bela@example.test"]
@@ -55,6 +55,8 @@ FAILURES = {
     "NUL in the body": (["--html", "zero"], 66, "the body is no UTF-8 text: zero", []),
     "body in Latin-1": (["--html=latin1"], 66, "the body is no UTF-8 text: latin1", []),
     "two lines": (["--password-file", "lines"], 66, "the file holds more than one line: lines", []),
+    **{f"password in {name}": (["--password-file", name], 66, f"the file is no UTF-8 text: {name}", [])
+       for name in ("utf16", "latin1")},
     "no password": (["--user", "me", "--auth", "NTLM"], 64, "--user needs a password", []),
     "missing library": (["--library", "missing"], 66, "cannot load the plug-in missing: ", []),
     "on Windows: no library for its bits": (
@@ -84,7 +86,7 @@ FAILURES = {
 def test_failures(build, request, tmp_path, case):
     (arguments, code, error, more), product = FAILURES[case], request.getfixturevalue(build)
     for name, content in {"plain": b"text", "zero": b"a\0b", "latin1": b"\xe1", "lines": b"a\nb\n",
-                          "huge": b""}.items():
+                          "utf16": "line\r\n".encode("utf-16"), "huge": b""}.items():
         (tmp_path / name).write_bytes(content)
     os.truncate(tmp_path / "huge", 3 << 30)
     few = {"preexec_fn": lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (6, 6))}
@@ -95,6 +97,14 @@ def test_failures(build, request, tmp_path, case):
     assert done.err.startswith("emailsend: " + error)
     assert all(text in done.err for text in more), done.err
     assert "--verbose" in arguments or "TolvaneLog" not in done.err
+
+
+def test_a_password_file_of_a_windows_editor(so, tmp_path):
+    (tmp_path / "password").write_bytes("\ufeffsecret é\r\n".encode())
+    with receiver_with_login(tmp_path, "secret é") as receiver:
+        done = run(so, so.program, *HOST, *FROM, *TO, "--port", receiver.port, "--tls=starttls", "--user=me",
+                   "--password-file", tmp_path / "password")
+    assert (done.code, len(receiver.messages)) == (0, 1), done.err
 
 
 def test_who_was_left_out(product):

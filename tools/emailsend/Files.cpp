@@ -4,6 +4,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "base/CodePage.h"
 #include "emailsend/Process.h"
 #include "platform/SysError.h"
 #include "platform/SysFile.h"
@@ -41,6 +42,11 @@ bool lacksMemory(const std::string& path, std::string& error) {
 
 }  // namespace
 
+void dropByteOrderMark(std::string& text) {
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
+}
+
 bool readFile(const std::string& path, std::string& out, std::string& error) {
     tv::plat::SysFile file;
     uint64_t size = 0;
@@ -57,11 +63,15 @@ bool readPassword(const std::string& path, std::string& password, std::string& e
         return true;
     }
     if (!readFile(path, password, error)) return false;
+    dropByteOrderMark(password);
     if (password.ends_with('\n')) password.pop_back();
     if (password.ends_with('\r')) password.pop_back();
-    if (password.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos) return true;
-    error = "the file holds more than one line: " + path;
-    return false;
+    if (password.find('\0') != std::string::npos || !tv::isValidUtf8(password)) {
+        error = "the file is no UTF-8 text: " + path;
+    } else if (password.find_first_of("\r\n") != std::string::npos) {
+        error = "the file holds more than one line: " + path;
+    }
+    return error.empty();
 }
 
 bool tryFiles(const std::vector<std::string>& paths, uint64_t& total, std::string& error) {

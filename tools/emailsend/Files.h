@@ -7,11 +7,14 @@
 
 namespace emailsend {
 
+// Windows editors put one before UTF-8.
+void dropByteOrderMark(std::string& text);
+
 // The whole file; false with a sentence in error, also where memory ends.
 bool readFile(const std::string& path, std::string& out, std::string& error);
 
-// The one line of a file or, where path is empty, what EMAILSEND_PASSWORD holds; the caller wipes
-// it. False with a sentence in error.
+// The one line of a file in UTF-8 or, where path is empty, what EMAILSEND_PASSWORD holds; the
+// caller wipes it. False with a sentence in error.
 bool readPassword(const std::string& path, std::string& password, std::string& error);
 
 // Reads all the files and lets them go, with room to spare beside them: the plug-in will read them

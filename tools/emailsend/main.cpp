@@ -48,7 +48,6 @@ struct Job {
 };
 
 bool readBody(const std::string& path, std::string& body, std::string& error) {
-    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (path.empty()) return true;
     if (path == "-") {
         if (!readInput(body)) error = "cannot read the body from stdin";
@@ -56,7 +55,7 @@ bool readBody(const std::string& path, std::string& body, std::string& error) {
         return false;
     }
     if (!error.empty()) return false;
-    if (body.starts_with(kByteOrderMark)) body.erase(0, kByteOrderMark.size());
+    dropByteOrderMark(body);
     if (body.find('\0') == std::string::npos && tv::isValidUtf8(body)) return true;
     error = "the body is no UTF-8 text: " + path;
     return false;
