@@ -99,6 +99,20 @@ def test_failures(build, request, tmp_path, case):
     assert "--verbose" in arguments or "TolvaneLog" not in done.err
 
 
+# Sender, recipient; command and what the server answers to it; exit code, what is told.
+ANSWERS = [
+    ("a@x.test", "b@x.test", "RCPT", "550 \x1b[1m\x7f\u009b31m\u202eno\r\n", 69, "was answered with: 550 "),
+]
+
+
+@pytest.mark.parametrize("sender, recipient, command, answer, code, told", ANSWERS)
+def test_what_the_server_answers(product, sender, recipient, command, answer, code, told):
+    with ScriptedServer(lambda _, line: answer if line == command else None) as server:
+        done = run(product, product.program, *HOST, "--port", server.port, "--from", sender, "--to", recipient, "--verbose")
+    assert (done.code, server.taken) == (code, []) and told in done.err, done.err
+    assert not set(done.err) & set("\x1b\x7f\u009b\u202e") and done.err.count("\n") > 5
+
+
 def test_a_password_file_of_a_windows_editor(so, tmp_path):
     (tmp_path / "password").write_bytes("\ufeffsecret é\r\n".encode())
     with receiver_with_login(tmp_path, "secret é") as receiver:

@@ -1,6 +1,7 @@
 // Sends one message through the plug-in's exports alone. Whatever the command line names is looked
 // at before the first export is called: a mistyped path is no message without its file.
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -166,9 +167,12 @@ int report(int exitCode, const std::string& error) {
 // Servers may say anything: a terminal is to take it for text, whose lines end in one way.
 std::string asText(std::string_view log) {
     std::string out;
-    for (const char c : log) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c != '\r') out += (byte < ' ' && c != '\n' && c != '\t') || byte == 0x7F ? ' ' : c;
+    while (!log.empty()) {
+        const char c = log.front();
+        const bool isLayout = c == '\n' || c == '\t';
+        const size_t obeyed = isLayout ? 0 : tv::advice::obeyedByTerminals(log);
+        if (c != '\r') out += obeyed > 0 ? ' ' : c;
+        log.remove_prefix(std::max<size_t>(obeyed, 1));
     }
     return out;
 }
