@@ -63,6 +63,7 @@ FAILURES = {
         ["--library", "plain."], 66, "cannot load the plug-in plain.: it is no library for programs of 32 bits\n", []),
     "logo alone": (["--logo", "plain"], 64, "--logo needs a body", []),
     "sender without @": (["--from", "a"], 64, "--from is missing or no address", []),
+    "sender that is no address": (["--from", "@"], 64, "Naming the sender (MAIL FROM) failed: The sender is no", []),
     "no value": (["--host"], 64, "--host needs a value", []),
     "a word too many": (["--log", "now"], 64, 'unknown argument "now"', []),
     "password in the open": (["--password=x"], 64, 'unknown argument "--password=x"', []),
@@ -102,6 +103,9 @@ def test_failures(build, request, tmp_path, case):
 # Sender, recipient; command and what the server answers to it; exit code, what is told.
 ANSWERS = [
     ("a@x.test", "b@x.test", "RCPT", "550 \x1b[1m\x7f\u009b31m\u202eno\r\n", 69, "was answered with: 550 "),
+    ("a@x.test", "b@x.test", "MAIL", "354 go ahead\r\n", 69, "came out of order"),
+    ("jözsef@x.test", "b@x.test", None, None, 64, "cannot be the sender: letters outside ASCII"),
+    ("a@x.test", "jözsef@x.test", None, None, 64, "cannot be reached: letters outside ASCII"),
 ]
 
 

@@ -46,6 +46,15 @@ bool wantsEncryption(const tv::advice::Finding& finding) {
             tv::findIgnoreCase(finding.reply, "starttls") != std::string::npos);
 }
 
+// No server has refused them.
+bool isUnusableAddress(const tv::advice::Finding& finding) {
+    const bool isAboutAddress = finding.cause == Cause::FromFailure ||
+                                finding.cause == Cause::NoValidRecipients ||
+                                finding.cause == Cause::SomeBadRecipients;
+    return isAboutAddress && finding.replyCode == 0 &&
+           finding.words.find("came out of order") == std::string::npos;  // that is the server's
+}
+
 }  // namespace
 
 int withOutput(int exitCode) {
@@ -58,6 +67,7 @@ int exitCodeOf(const tv::advice::Finding& finding) {
     if (finding.repeat == tv::Repeat::Unknown) return kOutcomeUnknown;
     if (finding.repeat == tv::Repeat::RefusedForNow) return kRefusedForNow;
     if (wantsEncryption(finding)) return kProtocol;
+    if (isUnusableAddress(finding)) return kUsageError;
     for (const Row& row : kRows) {
         if ((row.stage == Stage::None || row.stage == finding.stage) &&
             (row.cause == Cause::None || row.cause == finding.cause) &&
