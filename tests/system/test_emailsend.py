@@ -207,11 +207,23 @@ def test_ctrl_c_ends_it_at_once(product, no_color):
     assert code == 3 and "emailsend: sending 0 KB to 127.0.0.1" in seen and STOPPED + "\r" in seen
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
-def test_a_signal_without_a_terminal(so, number):
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
+def test_a_signal_without_a_terminal(so, number, tmp_path):
     with socket.create_server(("127.0.0.1", 0)) as silent, start(
             so, so.program, *HOST, *FROM, *TO, "--port", silent.getsockname()[1],
-            stderr=subprocess.PIPE) as process:
+            stderr=subprocess.PIPE, env={"TMPDIR": str(tmp_path)}) as process:
         silent.accept()
+        assert list(tmp_path.iterdir())
         process.send_signal(number)
         assert process.communicate(timeout=10)[1].decode() == STOPPED + "\n" and process.returncode == 3
+    assert not list(tmp_path.iterdir())
+
+
+def test_a_closed_terminal_under_nohup(so):
+    with ScriptedServer(lambda *_: time.sleep(0.2)) as server, start(
+            so, so.program, *HOST, *FROM, *TO, "--port", server.port,
+            preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)) as process:
+        while not server.commands and process.poll() is None:
+            time.sleep(0.01)
+        process.send_signal(signal.SIGHUP)
+        assert (process.wait(20), len(server.taken)) == (0, 1)

@@ -71,7 +71,7 @@ Exit code:
   76  no SMTP there, or no TLS where it must be
   77  the login or the certificate is refused
   78  the settings file cannot be used
-  130 the doctor was stopped by Ctrl-C while no message was being sent
+  130 stopped by Ctrl-C while no message was being sent
 )";
 
 namespace {

@@ -17,7 +17,7 @@ constexpr int kRefusedForNow = 75;  // a repetition is right
 constexpr int kProtocol = 76;       // not SMTP, or no TLS where it must be
 constexpr int kNoPermission = 77;   // login or certificate
 constexpr int kSettings = 78;
-constexpr int kStopped = 130;  // by Ctrl-C, while nothing was being sent
+constexpr int kStopped = 130;  // by Ctrl-C or the like, while nothing was being sent
 
 // What the program ends with: output that was lost is told, and is no success.
 int withOutput(int exitCode);

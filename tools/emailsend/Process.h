@@ -69,7 +69,8 @@ private:
     intptr_t way_ = -1;
 };
 
-// From now on Ctrl-C and the like (POSIX: SIGINT, SIGTERM) are only noted.
+// From now on Ctrl-C and the like are only noted: POSIX: SIGINT, SIGTERM, and SIGHUP unless it is
+// ignored (nohup); Windows: also that the console closes, for as long as the system waits then.
 void watchForInterrupt();
 bool interrupted();
 // Ends the process as it stands, whatever its other threads are doing.

@@ -194,11 +194,13 @@ int reportAccepted(const RecipientWatch& watch) {
 
 int send(const PlugIn& plugIn, const Job& job) {
     std::string error;
+    watchForInterrupt();  // what the watch leaves on the disk is taken away in any case
     RecipientWatch watch(fileOfCode(reinterpret_cast<const void*>(plugIn.Initialise)));
     plugIn.Initialise();
     setServer(plugIn, job);
     if (!setMessage(plugIn, job, error)) return report(kUsageError, error);
     if (!attach(plugIn, job.arguments, error)) return report(kLocalFile, error);
+    if (interrupted()) return report(kStopped, "stopped; no message was being sent");
     bool accepted = false;
     const std::string what =
         "emailsend: sending " + std::to_string((job.size + 1023) / 1024) + " KB to " +

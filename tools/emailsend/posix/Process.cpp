@@ -185,6 +185,9 @@ void watchForInterrupt() {
     action.sa_handler = noteSignal;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    struct sigaction before = {};
+    const bool isKnown = sigaction(SIGHUP, nullptr, &before) == 0;
+    if (isKnown && before.sa_handler != SIG_IGN) sigaction(SIGHUP, &action, nullptr);
 }
 
 bool interrupted() {

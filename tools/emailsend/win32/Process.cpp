@@ -55,8 +55,11 @@ LONG CALLBACK noteDebugOutput(EXCEPTION_POINTERS* info) {
 
 std::atomic<bool> stopWanted{false};
 
-BOOL WINAPI noteControl(DWORD) {
+// Where the console closes or the user logs off, the process ends as soon as this returns.
+BOOL WINAPI noteControl(DWORD event) {
+    constexpr DWORD kAsLongAsTheSystemWaits = 5000;
     stopWanted = true;
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(kAsLongAsTheSystemWaits);
     return TRUE;
 }
 
