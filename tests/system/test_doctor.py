@@ -98,6 +98,18 @@ def submission_alone(folder):
     return server
 
 
+def round_robin(folder):
+    """Shows another certificate from the second look on: the first connection is for the address alone."""
+    def plan(number, command):
+        if command == "GREETING" and number == 2:
+            server.tls = scripted({}, "other")(folder).tls
+        return first(number, command)
+
+    server = scripted({}, "lonely")(folder)
+    first, server.plan = server.plan, plan
+    return server
+
+
 def implicit(folder):
     return Receiver(tls="implicit", context=server_context((folder / "lonely.pem", folder / "lonely.key")))
 
@@ -129,6 +141,7 @@ CASES = {
     "login in clear": (scripted({}), None, LOGIN, 77, "the connection is not encrypted"),
     "wrong password": (scripted({"AUTH": "535 5.7.8 Error: authentication failed\r\n"}, "lonely"), None, LOGIN, 77,
                        "535 5.7.8 Error: authentication failed"),
+    "another certificate": (round_robin, None, [*LOGIN, *TO, "--send"], 77, "another certificate than the first"),
     "relay denied": (scripted({"RCPT": "554 5.7.1 <bela@example.test>: Relay access denied\r\n"}, "lonely"), None, TO, 69,
                      "Relay access denied"),
     "relay denied after a login": (

@@ -80,6 +80,18 @@ bool refuseInClear(Use& use) {
     return false;
 }
 
+// Nobody knows whose the other one is.
+bool refuseUnlike(Use& use) {
+    const Failure failure(Cause::AuthFailure,
+                          "No login was made: the second connection shows another certificate than "
+                          "the first");
+    Step step = failed("login", use.endpoint.port, 0, failure);
+    step.change =
+        "Give all servers behind this name one certificate, or name one of them with --host.";
+    use.walk.report.add(std::move(step));
+    return false;
+}
+
 // What the file asks for before a password is sent, as a pin, nobody knows.
 bool refuseUnsettled(Use& use) {
     Step step{"login", use.endpoint.port, 0, "none was made: the settings file cannot be used", {}};
@@ -88,8 +100,9 @@ bool refuseUnsettled(Use& use) {
     return false;
 }
 
-bool tellLogin(Use& use) {
+bool tellLogin(Use& use, bool isSame) {
     if (!use.walk.settingsUsable) return refuseUnsettled(use);
+    if (!isSame) return refuseUnlike(use);
     const bool hasOffer = !use.endpoint.offer.authNames.empty();
     if (!use.connection.isTls() && hasOffer && !use.walk.options.loginInClear) {
         return refuseInClear(use);
@@ -152,7 +165,7 @@ bool useEndpoint(Walk& walk, Endpoint& endpoint) {
     Use use{walk, endpoint};
     if (!connectAgain(use)) return false;
     const bool isSame = tellResumption(use);
-    if (walk.logsIn() && (!isSame || !tellLogin(use))) return false;
+    if (walk.logsIn() && !tellLogin(use, isSame)) return false;
     return walk.options.to.empty() || tellEnvelope(use);
 }
 
