@@ -236,7 +236,7 @@ def test_json_says_the_same(so, tmp_path, certificates):  # noqa: F811
 
 @pytest.mark.parametrize("words, error", [
     (["--port", "0"], '--port cannot be "0"'), (["--send"], "--send needs --to"), (["--host"], "--host needs a value"),
-    (["--to=x"], '"x" is no address'),
+    (["--auth", "FOO"], '--auth cannot be "FOO"'), (["--to=x"], '"x" is no address'),
     (["--hots=x"], 'unknown argument "--hots"'), (["--password-file", "x"], "--password-file needs --user")])
 def test_words_that_are_not_understood(so, words, error):
     done = run(so, so.program, "doctor", *words)
@@ -329,7 +329,41 @@ def test_ctrl_c_in_the_trial_leaves_no_file(so, tmp_path, certificates):  # noqa
     assert process.returncode == 130 and not list(tmp_path.iterdir())
 
 
-def test_nothing_is_written_of_what_does_not_work(so, tmp_path, certificates):  # noqa: F811
-    with scripted({"AUTH": "535 5.7.8 no\r\n"}, "lonely")(certificates) as server:
-        done = Ward(so, tmp_path).see("--host", "localhost", "--port", server.port, *LOGIN, "--write", "new.ini")
-    assert done.code == 77 and not (tmp_path / "new.ini").exists()
+OFFERS_TOKENS = {"EHLO": "250-mail.example.test\r\n250-STARTTLS\r\n250 AUTH XOAUTH2\r\n"}
+NO_LOGINS = {"EHLO": "250-mail.example.test\r\n250 STARTTLS\r\n"}
+
+
+@pytest.mark.parametrize("replies, words, said, code", [
+    ({"AUTH": "535 5.7.8 no\r\n"}, LOGIN, "", 77),
+    (NO_LOGINS, [*LOGIN, "--auth", "PLAIN"], "which the server does not offer", 78),
+    (OFFERS_TOKENS, [], "by a token, which is not copied", 78)])
+def test_nothing_is_written_of_what_would_not_work(so, tmp_path, certificates, replies, words, said, code):  # noqa: F811
+    ward = Ward(so, tmp_path)
+    ward.say("" if words else "[server]\nhost = localhost\n[login]\nuser = anna\noauth2 = token.txt\n", certificates)
+    (tmp_path / "token.txt").write_text(PASSWORD)
+    (tmp_path / "token.txt").chmod(0o600)
+    with scripted(replies, "lonely")(certificates) as server:
+        done = ward.see("--host", "localhost", "--port", server.port, *words, "--write", "new.ini",
+                        EMAILSENDING_SETTINGS=so.path(tmp_path / "mail.ini"))
+    assert (done.code, said in done.out.splitlines()[-1]) == (code, True), done.out
+    assert not (tmp_path / "new.ini").exists()
+
+
+def test_the_login_is_written_as_it_was_made(so, tmp_path, certificates):  # noqa: F811
+    """The server would take no other than PLAIN, and lists LOGIN first."""
+    ward, path = Ward(so, tmp_path), tmp_path / "new.ini"
+    offer = "250-mail.example.test\r\n250-STARTTLS\r\n250 AUTH LOGIN PLAIN\r\n"
+    ward.say("[server]\nhelo = desk.house.test\n[login]\ndomain = house\nntlm = 2\nchannel-binding = if-possible\n",
+             certificates)
+    with scripted({"EHLO": offer}, "lonely")(certificates) as server:
+        server.plan = lambda number, command, plan=server.plan: (
+            "504 5.5.4 no\r\n" if command == "AUTH" and "PLAIN" not in server.commands[-1][1] else plan(number, command))
+        made = ward.see("--host", "localhost", "--port", server.port, *LOGIN, "--auth", "PLAIN", "--write", "new.ini",
+                        EMAILSENDING_SETTINGS=so.path(tmp_path / "mail.ini"))
+        server.commands.clear()
+        again = ward.see(EMAILSENDING_SETTINGS=so.path(path))
+    assert made.code == again.code == 0 and "login at" in again.out, again.out
+    assert [line.split()[1] for _, line in server.commands if line.startswith("AUTH")] == ["PLAIN"]
+    assert {line for _, line in server.commands if line.startswith("EHLO")} == {"EHLO desk.house.test"}
+    for said in ("domain = house", "ntlm = 2", "channel-binding = if-possible"):
+        assert said + "\n" in path.read_text()

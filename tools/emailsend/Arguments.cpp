@@ -146,13 +146,6 @@ bool parseTls(const std::string& text, Tls& out) {
     return false;
 }
 
-bool isAuthMethod(std::string_view text) {
-    for (const std::string_view method : kAuthMethods) {
-        if (tv::equalsIgnoreCase(method, text)) return true;
-    }
-    return false;
-}
-
 // One option that has a value.
 bool takeValue(const std::string& name, const std::string& value, Arguments& out,
                std::string& error) {
@@ -192,6 +185,13 @@ bool isWholeMessage(const Arguments& arguments, std::string& error) {
 }
 
 }  // namespace
+
+bool isAuthMethod(std::string_view text) {
+    for (const std::string_view method : kAuthMethods) {
+        if (tv::equalsIgnoreCase(method, text)) return true;
+    }
+    return false;
+}
 
 bool logsInAsWindowsUser(const Arguments& arguments) {
     const std::string_view user = tv::trimmed(arguments.user);

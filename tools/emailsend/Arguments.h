@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace emailsend {
@@ -39,6 +40,9 @@ extern const char* const kUsage;
 
 // NTLM with the account of who is logged on, which needs no password.
 bool logsInAsWindowsUser(const Arguments& arguments);
+
+// Of those that --auth may name, in any case.
+bool isAuthMethod(std::string_view text);
 
 // False, with a sentence in error, where the words do not make up one message. A request for help
 // stands for itself.

@@ -17,7 +17,7 @@ const char* const kUsage =
   --tls starttls         encrypted by STARTTLS
   --user NAME            log in, once, over TLS; the password comes from --password-file
   --password-file FILE   or else from the environment, EMAILSEND_PASSWORD
-  --auth METHOD          LOGIN, PLAIN, CRAM-MD5 or NTLM
+  --auth METHOD          LOGIN, PLAIN, CRAM-MD5, NTLM or NONE
   --domain DOMAIN        Windows domain for NTLM
   --login-in-clear       log in over a connection that is not encrypted, too
   --to ADDRESS           ask the server whether it takes mail for this recipient
@@ -76,7 +76,7 @@ bool takeValue(std::string_view name, const std::string& value, Options& out) {
     uint32_t number = 0;
     if (const auto target = find(kTexts, name)) {
         out.*target = value;
-        return !value.empty();
+        return !value.empty() && (name != "--auth" || isAuthMethod(value));
     }
     if (name == "--port" && readNumber(value, 65535, number)) {
         out.port = static_cast<int32_t>(number);

@@ -56,11 +56,16 @@ std::string settingsText(const Strictest& seen) {
     add(text, "host", seen.host);
     add(text, "port", std::to_string(seen.port));
     add(text, "encryption", !isTls ? "if-offered" : seen.implicitTls ? "implicit" : "starttls");
+    add(text, "helo", seen.helo);
     if (!seen.user.empty()) {
         text += "\n[login]\n";
         add(text, "user", seen.user);
         add(text, "password-file", seen.passwordFile);
         if (seen.passwordFile.empty()) add(text, "password", seen.password.utf8());
+        add(text, "methods", seen.method);
+        add(text, "domain", seen.domain);
+        add(text, "ntlm", seen.ntlm);
+        add(text, "channel-binding", seen.channelBinding);
         add(text, "only-encrypted", isTls ? "yes" : "no");
     }
     if (!seen.nameServers.empty() || !seen.hosts.empty()) text += "\n[names]\n";

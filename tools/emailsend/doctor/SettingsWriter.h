@@ -21,7 +21,12 @@ struct Strictest {
     std::string pin;
     std::string nameServers;  // as the file has them; empty: the system's
     std::string hosts;
-    std::string user;  // empty: no login
+    std::string helo;    // empty: the computer's name
+    std::string user;    // empty: no login
+    std::string method;  // of the login; empty: as the server offers
+    std::string domain;
+    std::string ntlm;  // version; empty: the host program's
+    std::string channelBinding;
     std::string passwordFile;
     tv::XString password;  // where there is no such file
 };

@@ -114,6 +114,7 @@ bool tellLogin(Use& use, bool isSame) {
     const std::string who = use.connection.peer().login;
     const size_t blank = std::min(who.find(' '), who.size());
     const std::string method = tv::replaceAll(who.substr(0, blank), "_", "-");
+    if (!failure) use.endpoint.method = method;
     return use.tell("login", Stage::Login, failure, "by " + method + " as" + who.substr(blank));
 }
 

@@ -31,6 +31,7 @@ struct Endpoint {
     std::optional<tv::tls::Negotiated> tls;  // nothing: in clear
     bool trusted = false;                    // by the chain of its certificate
     std::string pin;                         // of its key, as the settings file has it
+    std::string method;                      // of the login that stood; empty: none
     std::shared_ptr<tv::TlsSessionSlot> sessions;
 };
 

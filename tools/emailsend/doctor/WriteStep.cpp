@@ -1,5 +1,8 @@
 // The settings file that --write asks for: tried by a connection that goes by nothing else, before
 // anything of it is on disk.
+#include <algorithm>
+
+#include "base/Ascii.h"
 #include "base/Base64.h"
 #include "emailsend/doctor/SettingsWriter.h"
 #include "emailsend/doctor/Walk.h"
@@ -36,6 +39,37 @@ tv::XString passwordAsWritten(const tv::XString& password) {
     return out;
 }
 
+// The login is to be made again as it was, not by what the server offers first.
+void addLogin(const Walk& walk, const Endpoint& endpoint, Strictest& seen) {
+    constexpr const char* kBindings[] = {"", "if-possible", "required"};
+    const tv::SmtpSettings& settings = walk.settings;
+    seen.user = settings.userName.utf8();
+    seen.method = endpoint.method;
+    seen.domain = settings.loginDomain.utf8();
+    if (settings.ntlmVersion) seen.ntlm = std::to_string(*settings.ntlmVersion);
+    seen.channelBinding = kBindings[static_cast<size_t>(settings.channelBinding)];
+    const bool isOfCommandLine = settings.password == walk.password;
+    if (isOfCommandLine) seen.passwordFile = fromAnywhere(walk.options.passwordFile);
+    if (seen.passwordFile.empty()) seen.password = passwordAsWritten(settings.password);
+}
+
+// A login that stood and that the file could not make.
+Failure cannotBeWritten(const Walk& walk, const Endpoint& endpoint) {
+    if (!walk.logsIn()) return {};
+    const std::string& method = endpoint.method;
+    if (method == "XOAUTH2") {
+        return Failure(Cause::SettingsUnusable,
+                       "Nothing was written: the login was made by a token, which is not copied");
+    }
+    const bool isOffered = std::ranges::any_of(
+        endpoint.offer.authNames,
+        [&](const std::string& name) { return tv::equalsIgnoreCase(name, method); });
+    if (isOffered) return {};
+    return Failure(Cause::SettingsUnusable, "Nothing was written: the login was made by " + method +
+                                                ", which the server does not offer, and a settings "
+                                                "file goes by what is offered");
+}
+
 Strictest strictest(const Walk& walk, const Endpoint& endpoint) {
     Strictest seen;
     seen.host = walk.settings.smtpHost.utf8();
@@ -55,10 +89,8 @@ Strictest strictest(const Walk& walk, const Endpoint& endpoint) {
         }
         seen.hosts = names->hostsPath;
     }
-    seen.user = walk.settings.userName.utf8();
-    const bool isOfCommandLine = walk.settings.password == walk.password;
-    if (isOfCommandLine) seen.passwordFile = fromAnywhere(walk.options.passwordFile);
-    if (seen.passwordFile.empty()) seen.password = passwordAsWritten(walk.settings.password);
+    if (walk.file) seen.helo = walk.file->helo.value_or("");
+    addLogin(walk, endpoint, seen);
     return seen;
 }
 
@@ -108,6 +140,12 @@ Failure write(const std::string& path, const std::string& text) {
 
 void writeSettings(Walk& walk, const Endpoint& endpoint) {
     const Stopwatch watch;
+    if (const Failure failure = cannotBeWritten(walk, endpoint)) {
+        Step step = failed("settings written", 0, watch.ms(), failure);
+        step.change = "Write the file by hand, with that login in [login].";
+        walk.report.add(std::move(step));
+        return;
+    }
     const std::string path = fromAnywhere(walk.options.write);
     std::string text = settingsText(strictest(walk, endpoint));
     const Failure untrue = tryText(walk, path, text);
