@@ -36,7 +36,7 @@ def test_cuts(product, tmp_path, road):
         """What the probe says of it, and what has passed."""
         with Line(receiver.port, fault) as line:
             result = {**probe.run(SmtpPort=line.port, id=name, **words), "passed": line.passed}
-            assert fault.how or result["sent"], result
+            assert fault.how or result["sent"], result["log"] + result["transcript"]
             return result
 
     def play(plan):
