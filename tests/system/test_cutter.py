@@ -32,12 +32,18 @@ def faults(passed, is_clear):
 
 @pytest.mark.parametrize("road", ROADS)
 def test_cuts(product, tmp_path, road):
+    dropped = []
+
     def send(probe, name="whole", fault=Fault(), **words):
         """What the probe says of it, and what has passed."""
         with Line(receiver.port, fault) as line:
             result = {**probe.run(SmtpPort=line.port, id=name, **words), "passed": line.passed}
-            assert fault.how or result["sent"], result["log"] + result["transcript"]
+        if fault.how or result["sent"]:
             return result
+        # On a busy machine the server has ended a good connection, once in some thousand.
+        dropped.append(result["log"] + result["transcript"])
+        assert len(dropped) == 1 and "Connection closed by peer." in result["log"], "\n".join(dropped)
+        return send(probe)
 
     def play(plan):
         """By one process; gives name, fault and result of each."""
@@ -56,7 +62,7 @@ def test_cuts(product, tmp_path, road):
         plan = [(f"cut-{i}", fault) for i, fault in enumerate(faults(play([]), not road))]
         results = sum(pool.map(play, (plan[i::WORKERS] for i in range(WORKERS))), [])
     counts = collections.Counter(message.parsed()["Subject"] for message in receiver.messages)
-    assert counts["whole"] == 3 * (WORKERS + 1)
+    assert 0 <= counts["whole"] - 3 * (WORKERS + 1) <= len(dropped)
     wrong = [f"{fault}: {text}: {result}" for name, fault, result in results for is_wrong, text in [
         (counts[name] > 1, f"{counts[name]} copies were accepted"),
         (result["sent"] and counts[name] == 0, "called sent, but not accepted"),
