@@ -40,8 +40,9 @@ def test_cuts(product, tmp_path, road):
             result = {**probe.run(SmtpPort=line.port, id=name, **words), "passed": line.passed}
         if fault.how or result["sent"]:
             return result
-        # On a busy machine the server has ended a good connection, once in some thousand.
-        dropped.append(result["log"] + result["transcript"])
+        # On a busy machine a good connection has ended before the reply to the message, once in some
+        # thousand, and it is not known by whose doing; the library said that it was lost.
+        dropped.append(f"{line.ended} {result['log']}{result['transcript']}")
         assert len(dropped) == 1 and "Connection closed by peer." in result["log"], "\n".join(dropped)
         return send(probe)
 
